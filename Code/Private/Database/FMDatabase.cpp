@@ -1,0 +1,255 @@
+#include "Private/Database/FMDatabase.h"
+
+#include <sqlite3.h>
+
+#include <utility>
+#include <vector>
+
+#include "Private/Database/ZAVStatementCache.h"
+
+namespace zav {
+namespace {
+
+ZAVError engineError(sqlite3* connection) {
+    return {ZAVErrorDomainSQLite, sqlite3_extended_errcode(connection), sqlite3_errmsg(connection)};
+}
+
+/// An engine that lacks one of these switches is older than the danger that it guards against.
+void keepForeignHandsOff(sqlite3* connection) noexcept {
+#ifdef SQLITE_DBCONFIG_DEFENSIVE
+    sqlite3_db_config(connection, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
+#endif
+#ifdef SQLITE_DBCONFIG_TRUSTED_SCHEMA
+    sqlite3_db_config(connection, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
+#endif
+#ifdef SQLITE_DBCONFIG_ENABLE_LOAD_EXTENSION
+    sqlite3_db_config(connection, SQLITE_DBCONFIG_ENABLE_LOAD_EXTENSION, 0, nullptr);
+#endif
+}
+
+/// A file that is refused is left as it was found: not even its write-ahead log is folded into it.
+void leaveUntouchedOnClose(sqlite3* connection) noexcept {
+#ifdef SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE
+    sqlite3_db_config(connection, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+#else
+    static_cast<void>(connection);
+#endif
+}
+
+int prepare(sqlite3* connection, std::string_view sql, sqlite3_stmt** statement, const char** tail) noexcept {
+    const int size = static_cast<int>(sql.size());
+#ifdef SQLITE_PREPARE_PERSISTENT
+    return sqlite3_prepare_v3(connection, sql.data(), size, SQLITE_PREPARE_PERSISTENT, statement, tail);
+#else
+    return sqlite3_prepare_v2(connection, sql.data(), size, statement, tail);
+#endif
+}
+
+int bind(sqlite3_stmt* statement, int position, const FMParameter& value,
+         sqlite3_destructor_type lifetime) noexcept {
+    switch (value.kind()) {
+        case FMParameter::Kind::integer:
+            return sqlite3_bind_int64(statement, position, value.integer());
+        case FMParameter::Kind::real:
+            return sqlite3_bind_double(statement, position, value.real());
+        case FMParameter::Kind::text: {
+            const char* text = value.bytes() == nullptr ? "" : static_cast<const char*>(value.bytes());
+            return sqlite3_bind_text64(statement, position, text, value.size(), lifetime, SQLITE_UTF8);
+        }
+        case FMParameter::Kind::blob:
+            return sqlite3_bind_blob64(statement, position, value.bytes(), value.size(), lifetime);
+        case FMParameter::Kind::null:
+            break;
+    }
+    return sqlite3_bind_null(statement, position);
+}
+
+bool isBlank(std::string_view text) noexcept {
+    return text.find_first_not_of(" \t\r\n\f;") == std::string_view::npos;
+}
+
+}  // namespace
+
+std::shared_ptr<FMDatabase> FMDatabase::databaseWithPath(const std::string& path,
+                                                         const FMDatabaseOptions& options, ZAVError* error) {
+    int flags = SQLITE_OPEN_NOMUTEX;  // one thread at a time: the engine need not lock
+    switch (options.access) {
+        case FMDatabaseOptions::Access::readOnly:
+            flags |= SQLITE_OPEN_READONLY;
+            break;
+        case FMDatabaseOptions::Access::readWrite:
+            flags |= SQLITE_OPEN_READWRITE;
+            break;
+        case FMDatabaseOptions::Access::readWriteCreate:
+            flags |= SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
+            break;
+    }
+    sqlite3* connection = nullptr;
+    const char* vfs = options.vfs.empty() ? nullptr : options.vfs.c_str();
+    const int status = sqlite3_open_v2(path.c_str(), &connection, flags, vfs);
+    const std::shared_ptr<FMDatabase> database(new FMDatabase(connection, options.statementCacheCapacity));
+    if (status != SQLITE_OK) {
+        ZAVStoreError(error, engineError(connection));
+        return nullptr;
+    }
+    if (!database->configure(options)) {
+        leaveUntouchedOnClose(connection);
+        ZAVStoreError(error, database->lastError());
+        return nullptr;
+    }
+    return database;
+}
+
+FMDatabase::FMDatabase(sqlite3* connection, std::size_t statementCacheCapacity)
+    : connection_(connection), statements_(std::make_unique<ZAVStatementCache>(statementCacheCapacity)) {}
+
+FMDatabase::~FMDatabase() {
+    statements_.reset();
+    sqlite3_close_v2(connection_);
+}
+
+bool FMDatabase::configure(const FMDatabaseOptions& options) {
+    sqlite3_extended_result_codes(connection_, 1);
+    sqlite3_busy_timeout(connection_, static_cast<int>(options.busyTimeout.count()));
+    keepForeignHandsOff(connection_);
+    if (!executeStatements("PRAGMA cell_size_check=ON")) {
+        return false;
+    }
+    // Reading the version is the first look into the file: it tells whether there is a database in it at all.
+    std::int64_t userVersion = 0;
+    {
+        auto rows = executeQuery("PRAGMA user_version");
+        ZAVError error;
+        if (!rows || (!rows->nextWithError(&error) && error)) {
+            return false;
+        }
+        userVersion = rows->longLongIntForColumnIndex(0);
+    }
+    if (options.newestUserVersion && userVersion > *options.newestUserVersion) {
+        return fail({ZAVErrorDomainDatabase, ZAVDatabaseErrorNewerSchema,
+                     "the database has schema version " + std::to_string(userVersion) +
+                         ", but this version of the library knows only versions up to " +
+                         std::to_string(*options.newestUserVersion)});
+    }
+    if (options.writeAheadLog && options.access != FMDatabaseOptions::Access::readOnly &&
+        !executeStatements("PRAGMA journal_mode=WAL")) {
+        return false;
+    }
+    return executeStatements(options.synchronous == FMDatabaseOptions::Synchronous::full
+                                 ? "PRAGMA synchronous=FULL"
+                                 : "PRAGMA synchronous=NORMAL");
+}
+
+std::optional<FMResultSet> FMDatabase::executeQueryWithArgumentsInArray(std::string_view sql,
+                                                                        std::span<const ZAVValue> arguments) {
+    const std::vector<FMParameter> parameters(arguments.begin(), arguments.end());
+    return query(sql, parameters);
+}
+
+bool FMDatabase::executeUpdateWithArgumentsInArray(std::string_view sql,
+                                                   std::span<const ZAVValue> arguments) {
+    const std::vector<FMParameter> parameters(arguments.begin(), arguments.end());
+    return update(sql, parameters);
+}
+
+bool FMDatabase::executeStatements(const std::string& script) {
+    return sqlite3_exec(connection_, script.c_str(), nullptr, nullptr, nullptr) == SQLITE_OK ||
+           failWithEngineError();
+}
+
+int FMDatabase::changes() const noexcept {
+    return sqlite3_changes(connection_);
+}
+
+std::int64_t FMDatabase::lastInsertRowId() const noexcept {
+    return sqlite3_last_insert_rowid(connection_);
+}
+
+bool FMDatabase::inTransaction() const noexcept {
+    return sqlite3_get_autocommit(connection_) == 0;
+}
+
+std::size_t FMDatabase::openResultSets() const noexcept {
+    return statements_->cursorCount();
+}
+
+std::optional<FMResultSet> FMDatabase::query(std::string_view sql, std::span<const FMParameter> values) {
+    ZAVStatement* const statement = borrow(sql, values, true);
+    if (statement == nullptr) {
+        return std::nullopt;
+    }
+    return FMResultSet(*this, *statement);
+}
+
+bool FMDatabase::update(std::string_view sql, std::span<const FMParameter> values) {
+    ZAVStatement* const statement = borrow(sql, values, false);
+    if (statement == nullptr) {
+        return false;
+    }
+    int status = SQLITE_ROW;
+    while (status == SQLITE_ROW) {
+        status = sqlite3_step(statement->handle());
+    }
+    if (status != SQLITE_DONE) {
+        failWithEngineError();
+        statements_->discard(*statement);
+        return false;
+    }
+    statements_->giveBack(*statement);
+    return true;
+}
+
+/// Lends the statement `sql` with `values` bound; null on failure. Values that are not copied must stay alive
+/// until the statement is given back.
+ZAVStatement* FMDatabase::borrow(std::string_view sql, std::span<const FMParameter> values, bool copyValues) {
+    ZAVStatement* statement = statements_->borrow(sql);
+    if (statement == nullptr) {
+        sqlite3_stmt* handle = nullptr;
+        const char* tail = nullptr;
+        if (prepare(connection_, sql, &handle, &tail) != SQLITE_OK) {
+            failWithEngineError();
+            return nullptr;
+        }
+        if (handle == nullptr) {
+            fail({ZAVErrorDomainDatabase, ZAVDatabaseErrorNoStatement, "the text holds no statement"});
+            return nullptr;
+        }
+        const std::string_view rest = sql.substr(static_cast<std::size_t>(tail - sql.data()));
+        if (!isBlank(rest)) {
+            sqlite3_finalize(handle);
+            fail({ZAVErrorDomainDatabase, ZAVDatabaseErrorTrailingText,
+                  "there is text after the first statement: " + std::string(rest)});
+            return nullptr;
+        }
+        statement = &statements_->add(handle, sql);
+    }
+    const auto expected = static_cast<std::size_t>(sqlite3_bind_parameter_count(statement->handle()));
+    if (expected != values.size()) {
+        statements_->giveBack(*statement);
+        fail({ZAVErrorDomainDatabase, ZAVDatabaseErrorWrongValueCount,
+              "the statement has " + std::to_string(expected) + " placeholders, but " +
+                  std::to_string(values.size()) + " values were given: " + std::string(sql)});
+        return nullptr;
+    }
+    int position = 0;
+    for (const FMParameter& value : values) {
+        if (bind(statement->handle(), ++position, value, copyValues ? SQLITE_TRANSIENT : SQLITE_STATIC) !=
+            SQLITE_OK) {
+            failWithEngineError();
+            statements_->discard(*statement);
+            return nullptr;
+        }
+    }
+    return statement;
+}
+
+bool FMDatabase::fail(ZAVError error) {
+    lastError_ = std::move(error);
+    return false;
+}
+
+bool FMDatabase::failWithEngineError() {
+    return fail(engineError(connection_));
+}
+
+}  // namespace zav

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace zav {
+
+/// How a database is opened. The defaults are what a client wants.
+struct FMDatabaseOptions {
+    enum class Access {
+        readOnly,         ///< an existing file, which is not written
+        readWrite,        ///< an existing file
+        readWriteCreate,  ///< a file that is made when there is none
+    };
+
+    /// What the engine makes sure of before it says that something is stored.
+    enum class Synchronous {
+        full,    ///< what was acknowledged survives a power cut
+        normal,  ///< a power cut may cost the last transactions, never the file
+    };
+
+    Access access = Access::readWriteCreate;
+    Synchronous synchronous = Synchronous::full;
+
+    /// A write-ahead log lets one connection read while another writes. Without it the file keeps the mode it
+    /// has.
+    bool writeAheadLog = true;
+
+    /// How long a call waits for a lock that another connection holds before it fails.
+    std::chrono::milliseconds busyTimeout{5000};
+
+    /// How many prepared statements are kept for reuse while they are idle. 0 keeps none.
+    std::size_t statementCacheCapacity = 64;
+
+    /// The newest `PRAGMA user_version` that is acceptable. A file with a greater one is refused before
+    /// anything is written to it.
+    std::optional<std::int32_t> newestUserVersion;
+
+    /// Name of the engine's virtual file system; empty for the engine's default.
+    std::string vfs;
+};
+
+}  // namespace zav

@@ -1,0 +1,74 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <type_traits>
+
+#include "Private/Foundation/ZAVData.h"
+#include "Private/Foundation/ZAVDate.h"
+#include "Private/Foundation/ZAVUUID.h"
+#include "Private/Foundation/ZAVValue.h"
+
+namespace zav {
+
+/// A view of one value to bind to a placeholder. It owns nothing: what it was made from must stay alive
+/// during the call that it is passed to. Made implicitly from whatever `executeQuery` and `executeUpdate` are
+/// given.
+class FMParameter {
+public:
+    enum class Kind : std::uint8_t { null, integer, real, text, blob };
+
+    FMParameter(std::nullptr_t) noexcept {}
+    FMParameter(std::nullopt_t) noexcept {}
+
+    /// An integer or enumeration; unsigned 64-bit numbers are stored by their bits. A boolean is 0 or 1.
+    template <class Number>
+    requires(std::is_integral_v<Number> || std::is_enum_v<Number>) FMParameter(Number number)
+    noexcept : kind_(Kind::integer), integer_(static_cast<std::int64_t>(number)) {}
+
+    FMParameter(std::string_view text) noexcept
+        : kind_(Kind::text), bytes_(text.data()), size_(text.size()) {}
+    FMParameter(const std::string& text) noexcept : FMParameter(std::string_view(text)) {}
+    FMParameter(const char* text) noexcept : FMParameter(std::string_view(text)) {}
+
+    FMParameter(const ZAVData& data) noexcept : kind_(Kind::blob), bytes_(data.data()), size_(data.size()) {}
+
+    /// Bound as its 16 bytes.
+    FMParameter(const ZAVUUID& uuid) noexcept
+        : kind_(Kind::blob), bytes_(uuid.bytes().data()), size_(uuid.bytes().size()) {}
+
+    /// Bound as seconds since 1970, a floating-point number.
+    FMParameter(ZAVDate date) noexcept : kind_(Kind::real), real_(ZAVSecondsSince1970(date)) {}
+
+    /// NULL when absent.
+    template <class T>
+    FMParameter(const std::optional<T>& value) noexcept : FMParameter(nullptr) {
+        if (value) {
+            *this = FMParameter(*value);
+        }
+    }
+
+    FMParameter(const ZAVValue& value) noexcept : FMParameter(nullptr) {
+        std::visit([this](const auto& held) { *this = FMParameter(held); }, value.storage());
+    }
+
+    [[nodiscard]] Kind kind() const noexcept { return kind_; }
+    [[nodiscard]] std::int64_t integer() const noexcept { return integer_; }
+    [[nodiscard]] double real() const noexcept { return real_; }
+    [[nodiscard]] const void* bytes() const noexcept { return bytes_; }
+    [[nodiscard]] std::size_t size() const noexcept { return size_; }
+
+private:
+    Kind kind_ = Kind::null;
+    union {
+        std::int64_t integer_ = 0;
+        double real_;
+        const void* bytes_;
+    };
+    std::size_t size_ = 0;
+};
+
+}  // namespace zav

@@ -1,0 +1,132 @@
+#include "Private/Database/FMResultSet.h"
+
+#include <sqlite3.h>
+
+#include <utility>
+
+#include "Private/Database/FMDatabase.h"
+#include "Private/Database/ZAVStatementCache.h"
+#include "Private/Foundation/NSInternalInconsistencyException.h"
+
+namespace zav {
+
+FMResultSet::FMResultSet(FMDatabase& database, ZAVStatement& statement) noexcept
+    : database_(&database), statement_(&statement) {
+    statement_->cursor = this;
+}
+
+FMResultSet::FMResultSet(FMResultSet&& other) noexcept {
+    adopt(other);
+}
+
+FMResultSet& FMResultSet::operator=(FMResultSet&& other) noexcept {
+    if (this != &other) {
+        close();
+        adopt(other);
+    }
+    return *this;
+}
+
+void FMResultSet::adopt(FMResultSet& other) noexcept {
+    database_ = other.database_;
+    statement_ = std::exchange(other.statement_, nullptr);
+    row_ = std::exchange(other.row_, nullptr);
+    if (statement_ != nullptr) {
+        statement_->cursor = this;
+    }
+}
+
+bool FMResultSet::nextWithError(ZAVError* error) {
+    if (statement_ == nullptr) {
+        return false;
+    }
+    switch (sqlite3_step(statement_->handle())) {
+        case SQLITE_ROW:
+            row_ = statement_->handle();
+            return true;
+        case SQLITE_DONE:
+            close();
+            return false;
+        default:
+            database_->failWithEngineError();
+            ZAVStoreError(error, database_->lastError());
+            row_ = nullptr;
+            database_->statements_->discard(*std::exchange(statement_, nullptr));
+            return false;
+    }
+}
+
+void FMResultSet::close() noexcept {
+    row_ = nullptr;
+    if (ZAVStatement* const statement = std::exchange(statement_, nullptr)) {
+        database_->statements_->giveBack(*statement);
+    }
+}
+
+std::int32_t FMResultSet::intForColumnIndex(int index) const noexcept {
+    return row_ == nullptr ? 0 : sqlite3_column_int(row_, index);
+}
+
+std::int64_t FMResultSet::longLongIntForColumnIndex(int index) const noexcept {
+    return row_ == nullptr ? 0 : sqlite3_column_int64(row_, index);
+}
+
+std::uint64_t FMResultSet::unsignedLongLongIntForColumnIndex(int index) const noexcept {
+    return static_cast<std::uint64_t>(longLongIntForColumnIndex(index));
+}
+
+std::optional<std::string> FMResultSet::stringForColumnIndex(int index) const {
+    if (columnIndexIsNull(index)) {
+        return std::nullopt;
+    }
+    const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(row_, index));
+    if (text == nullptr) {
+        return std::nullopt;
+    }
+    return std::string(text, static_cast<std::size_t>(sqlite3_column_bytes(row_, index)));
+}
+
+std::optional<ZAVData> FMResultSet::dataForColumnIndex(int index) const {
+    if (columnIndexIsNull(index)) {
+        return std::nullopt;
+    }
+    const void* bytes = sqlite3_column_blob(row_, index);
+    return ZAVData(bytes, bytes == nullptr ? 0 : static_cast<std::size_t>(sqlite3_column_bytes(row_, index)));
+}
+
+std::optional<ZAVDate> FMResultSet::dateForColumnIndex(int index) const noexcept {
+    if (columnIndexIsNull(index)) {
+        return std::nullopt;
+    }
+    return ZAVDateFromSecondsSince1970(sqlite3_column_double(row_, index));
+}
+
+bool FMResultSet::boolForColumnIndex(int index) const noexcept {
+    return intForColumnIndex(index) != 0;
+}
+
+bool FMResultSet::columnIndexIsNull(int index) const noexcept {
+    return row_ == nullptr || sqlite3_column_type(row_, index) == SQLITE_NULL;
+}
+
+std::int64_t FMResultSet::longLongIntForColumn(std::string_view name) const {
+    return longLongIntForColumnIndex(indexForColumn(name));
+}
+
+std::optional<ZAVData> FMResultSet::dataForColumn(std::string_view name) const {
+    return dataForColumnIndex(indexForColumn(name));
+}
+
+int FMResultSet::indexForColumn(std::string_view name) const {
+    const int count = row_ == nullptr ? 0 : sqlite3_column_count(row_);
+    for (int index = 0; index < count; ++index) {
+        const std::string_view candidate = sqlite3_column_name(row_, index);
+        if (candidate.size() == name.size() &&
+            sqlite3_strnicmp(candidate.data(), name.data(), static_cast<int>(name.size())) == 0) {
+            return index;
+        }
+    }
+    throw NSInternalInconsistencyException("The query selects no column named '" + std::string(name) + "'.");
+}
+
+}  // namespace zav

@@ -1,0 +1,85 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "Private/Foundation/ZAVData.h"
+#include "Private/Foundation/ZAVDate.h"
+#include "Private/Foundation/ZAVError.h"
+
+struct sqlite3_stmt;
+
+namespace zav {
+
+class FMDatabase;
+class ZAVStatement;
+
+/// A cursor over the rows of one query, first positioned before the first row.
+///
+/// Closing it, destroying it or reaching its end resets the statement behind it at once, so that no read
+/// transaction and no bound value outlives it. A cursor whose database handle has gone is closed. It belongs
+/// to the thread of its handle; it can be moved, not copied.
+///
+/// Columns are addressed by their zero-based position in the select list. The getters convert as the engine
+/// does; before the first row, after the last and for a position that does not exist they answer as for NULL.
+class FMResultSet {
+public:
+    FMResultSet(FMResultSet&& other) noexcept;
+    FMResultSet& operator=(FMResultSet&& other) noexcept;
+    FMResultSet(const FMResultSet&) = delete;
+    FMResultSet& operator=(const FMResultSet&) = delete;
+    ~FMResultSet() { close(); }
+
+    /// Advances to the next row. False at the end, which leaves `error` as it was, and on failure, which
+    /// stores the reason in `error`, if given, and as the handle's last error.
+    bool nextWithError(ZAVError* error);
+
+    /// As `nextWithError`, for a caller who does not ask why.
+    bool next() { return nextWithError(nullptr); }
+
+    /// Gives the statement back. Doing so twice does no harm.
+    void close() noexcept;
+
+    /// NULL reads as 0; a number that does not fit is cut to its low 32 bits.
+    [[nodiscard]] std::int32_t intForColumnIndex(int index) const noexcept;
+
+    /// NULL reads as 0.
+    [[nodiscard]] std::int64_t longLongIntForColumnIndex(int index) const noexcept;
+
+    /// NULL reads as 0; a negative number reads as its 64 bits.
+    [[nodiscard]] std::uint64_t unsignedLongLongIntForColumnIndex(int index) const noexcept;
+
+    /// NULL reads as no text.
+    [[nodiscard]] std::optional<std::string> stringForColumnIndex(int index) const;
+
+    /// NULL reads as no bytes; a zero-length blob as an empty byte string.
+    [[nodiscard]] std::optional<ZAVData> dataForColumnIndex(int index) const;
+
+    /// The column as seconds since 1970; NULL reads as no date.
+    [[nodiscard]] std::optional<ZAVDate> dateForColumnIndex(int index) const noexcept;
+
+    /// True when the column is a number other than 0; NULL reads as false.
+    [[nodiscard]] bool boolForColumnIndex(int index) const noexcept;
+
+    [[nodiscard]] bool columnIndexIsNull(int index) const noexcept;
+
+    /// The same by column name or alias, compared without regard to case.
+    /// @throws NSInternalInconsistencyException when the query selects no such column.
+    [[nodiscard]] std::int64_t longLongIntForColumn(std::string_view name) const;
+    [[nodiscard]] std::optional<ZAVData> dataForColumn(std::string_view name) const;
+
+private:
+    friend class FMDatabase;
+    FMResultSet(FMDatabase& database, ZAVStatement& statement) noexcept;
+
+    void adopt(FMResultSet& other) noexcept;
+    [[nodiscard]] int indexForColumn(std::string_view name) const;
+
+    FMDatabase* database_ = nullptr;
+    ZAVStatement* statement_ = nullptr;  ///< null once closed
+    sqlite3_stmt* row_ = nullptr;        ///< the statement while it stands on a row
+};
+
+}  // namespace zav

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "Private/Database/FMDatabase.h"
+
+namespace zav {
+
+/// The tables and indexes of the event store, in numbered versions (`PRAGMA user_version`).
+class ZAVDatabaseSchema {
+public:
+    /// The version that this library makes and works on.
+    [[nodiscard]] static std::int32_t currentVersion() noexcept;
+
+    /// Opens a database file, makes it if there is none, and brings its schema up to date.
+    ///
+    /// A database made by a newer version of the library is refused and left untouched.
+    /// @return the open handle; null on failure, with the reason in `error`.
+    [[nodiscard]] static std::shared_ptr<FMDatabase> openDatabase(const std::string& path,
+                                                                  FMDatabaseOptions options = {},
+                                                                  ZAVError* error = nullptr);
+
+    /// The schema version of an open database; 0 for an empty one. None when it cannot be read.
+    [[nodiscard]] static std::optional<std::int32_t> versionOfDatabase(FMDatabase& database,
+                                                                       ZAVError* error = nullptr);
+
+    /// Applies the migrations that the database lacks, all of them in one transaction: on failure the schema
+    /// is what it was. A database that has tables but no version belongs to somebody else and is refused.
+    static bool migrateDatabase(FMDatabase& database, ZAVError* error = nullptr);
+};
+
+}  // namespace zav

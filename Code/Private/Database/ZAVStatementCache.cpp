@@ -1,0 +1,113 @@
+#include "Private/Database/ZAVStatementCache.h"
+
+#include <sqlite3.h>
+
+#include <cstring>
+#include <utility>
+
+#include "Private/Database/FMResultSet.h"
+
+namespace zav {
+namespace {
+
+/// Eight bytes from the end and eight from the middle tell the statements of this library apart; hashing all
+/// of a select list would cost more than the lookup that it serves. Texts are compared in full afterwards.
+std::size_t bucketFor(std::string_view sql, std::size_t bucketCount) noexcept {
+    std::uint64_t end = 0;
+    std::uint64_t middle = 0;
+    const std::size_t taken = sql.size() < sizeof end ? sql.size() : sizeof end;
+    if (taken != 0) {
+        std::memcpy(&end, sql.data() + sql.size() - taken, taken);
+        std::memcpy(&middle, sql.data() + (sql.size() - taken) / 2, taken);
+    }
+    const std::uint64_t hash = (end ^ (middle * 31) ^ sql.size()) * 0x9E3779B97F4A7C15U;
+    return static_cast<std::size_t>(hash >> 32) % bucketCount;
+}
+
+}  // namespace
+
+ZAVStatement::~ZAVStatement() {
+    sqlite3_finalize(handle_);
+}
+
+ZAVStatementCache::~ZAVStatementCache() {
+    forEach([](ZAVStatement& statement) {
+        if (statement.cursor != nullptr) {
+            statement.cursor->close();
+        }
+    });
+}
+
+ZAVStatement* ZAVStatementCache::borrow(std::string_view sql) noexcept {
+    ZAVStatement* statement = buckets_[bucketFor(sql, bucketCount)].get();
+    while (statement != nullptr && (statement->lent_ || statement->sql_ != sql)) {
+        statement = statement->next_.get();
+    }
+    if (statement != nullptr) {
+        statement->lent_ = true;
+        --idle_;
+    }
+    return statement;
+}
+
+ZAVStatement& ZAVStatementCache::add(sqlite3_stmt* handle, std::string_view sql) {
+    auto statement = std::make_unique<ZAVStatement>(handle, sql);
+    statement->lent_ = true;
+    std::unique_ptr<ZAVStatement>& bucket = buckets_[bucketFor(sql, bucketCount)];
+    statement->next_ = std::move(bucket);
+    bucket = std::move(statement);
+    return *bucket;
+}
+
+void ZAVStatementCache::giveBack(ZAVStatement& statement) noexcept {
+    statement.cursor = nullptr;
+    sqlite3_reset(statement.handle_);
+    sqlite3_clear_bindings(statement.handle_);
+    statement.lent_ = false;
+    statement.lastUse_ = ++clock_;
+    if (++idle_ > capacity_) {
+        removeLeastRecentlyUsed();
+    }
+}
+
+void ZAVStatementCache::discard(ZAVStatement& statement) noexcept {
+    remove(statement);
+}
+
+std::size_t ZAVStatementCache::cursorCount() const noexcept {
+    std::size_t count = 0;
+    forEach([&](const ZAVStatement& statement) { count += statement.cursor != nullptr ? 1 : 0; });
+    return count;
+}
+
+template <class Visit>
+void ZAVStatementCache::forEach(const Visit& visit) const {
+    for (const auto& bucket : buckets_) {
+        for (ZAVStatement* statement = bucket.get(); statement != nullptr;) {
+            ZAVStatement* const next = statement->next_.get();
+            visit(*statement);
+            statement = next;
+        }
+    }
+}
+
+void ZAVStatementCache::remove(ZAVStatement& statement) noexcept {
+    std::unique_ptr<ZAVStatement>* link = &buckets_[bucketFor(statement.sql_, bucketCount)];
+    while (link->get() != &statement) {
+        link = &(*link)->next_;
+    }
+    *link = std::move(statement.next_);
+}
+
+void ZAVStatementCache::removeLeastRecentlyUsed() noexcept {
+    ZAVStatement* oldest = nullptr;
+    forEach([&](ZAVStatement& statement) {
+        if (!statement.lent_ && (oldest == nullptr || statement.lastUse_ < oldest->lastUse_)) {
+            oldest = &statement;
+        }
+    });
+    --idle_;
+    remove(*oldest);
+}
+
+}  // namespace zav

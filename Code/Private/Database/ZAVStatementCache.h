@@ -1,0 +1,76 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+namespace zav {
+
+class FMResultSet;
+
+/// A prepared statement, lent to at most one user at a time.
+class ZAVStatement {
+public:
+    ZAVStatement(sqlite3_stmt* handle, std::string_view sql) : handle_(handle), sql_(sql) {}
+    ~ZAVStatement();
+    ZAVStatement(const ZAVStatement&) = delete;
+    ZAVStatement& operator=(const ZAVStatement&) = delete;
+
+    [[nodiscard]] sqlite3_stmt* handle() const noexcept { return handle_; }
+
+    /// The cursor that uses the statement; null for an update.
+    FMResultSet* cursor = nullptr;
+
+private:
+    friend class ZAVStatementCache;
+
+    sqlite3_stmt* handle_;
+    std::string sql_;
+    std::uint64_t lastUse_ = 0;
+    bool lent_ = false;
+    std::unique_ptr<ZAVStatement> next_;  ///< in the same bucket
+};
+
+/// The prepared statements of one connection, keyed by their text. Idle ones are kept for reuse up to a
+/// capacity, the least recently used going first; those that are lent do not count.
+class ZAVStatementCache {
+public:
+    explicit ZAVStatementCache(std::size_t capacity) : capacity_(capacity) {}
+    ~ZAVStatementCache();
+
+    /// An idle statement with this text, lent to the caller; null when there is none.
+    [[nodiscard]] ZAVStatement* borrow(std::string_view sql) noexcept;
+
+    /// Takes a statement in that was prepared just now, and lends it to the caller.
+    [[nodiscard]] ZAVStatement& add(sqlite3_stmt* handle, std::string_view sql);
+
+    /// Takes a statement back, reset and with its bindings cleared.
+    void giveBack(ZAVStatement& statement) noexcept;
+
+    /// Takes a statement back that failed. It is not kept.
+    void discard(ZAVStatement& statement) noexcept;
+
+    /// How many statements are lent to cursors.
+    [[nodiscard]] std::size_t cursorCount() const noexcept;
+
+private:
+    static constexpr std::size_t bucketCount = 128;
+
+    template <class Visit>
+    void forEach(const Visit& visit) const;
+    void remove(ZAVStatement& statement) noexcept;
+    void removeLeastRecentlyUsed() noexcept;
+
+    std::array<std::unique_ptr<ZAVStatement>, bucketCount> buckets_;
+    std::size_t capacity_;
+    std::size_t idle_ = 0;
+    std::uint64_t clock_ = 0;
+};
+
+}  // namespace zav

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <optional>
+#include <utility>
+
+#include "Private/Database/FMDatabase.h"
+
+namespace zav {
+
+/// A transaction for as long as this object lives: unless it was committed, everything is rolled back when it
+/// ends.
+///
+/// The repositories never open one. A caller who wants several operations stored together, or not at all,
+/// puts one around them; the write lock is taken when it begins.
+class ZAVTransaction {
+public:
+    /// @param database must outlive the transaction and have none open.
+    /// @return none when the write lock cannot be had, with the reason in `error`.
+    [[nodiscard]] static std::optional<ZAVTransaction> begin(FMDatabase& database, ZAVError* error = nullptr);
+
+    ZAVTransaction(ZAVTransaction&& other) noexcept : database_(std::exchange(other.database_, nullptr)) {}
+    ZAVTransaction(const ZAVTransaction&) = delete;
+    ZAVTransaction& operator=(const ZAVTransaction&) = delete;
+    ZAVTransaction& operator=(ZAVTransaction&&) = delete;
+    ~ZAVTransaction() { rollback(); }
+
+    /// Makes everything since `begin` permanent. When this fails the transaction is rolled back.
+    bool commit(ZAVError* error = nullptr);
+
+    /// Undoes everything since `begin`. Nothing happens after `commit`.
+    void rollback() noexcept;
+
+private:
+    explicit ZAVTransaction(FMDatabase& database) noexcept : database_(&database) {}
+
+    FMDatabase* database_;  ///< null once ended
+};
+
+}  // namespace zav

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace zav {
+
+/// Why an operation failed, or nothing: a default-constructed error is empty and converts to false.
+///
+/// Operations take a pointer to one (or null) as their last argument and write it only when they fail.
+class ZAVError {
+public:
+    ZAVError() = default;
+    ZAVError(std::string_view domain, int code, std::string_view message)
+        : domain_(domain), message_(message), code_(code), set_(true) {}
+
+    explicit operator bool() const noexcept { return set_; }
+
+    /// Who reports: `ZAVErrorDomainSQLite` for the engine, `ZAVErrorDomainDatabase` for the handle around it.
+    [[nodiscard]] const std::string& domain() const noexcept { return domain_; }
+
+    /// The engine's extended result code, or a code of the domain's own.
+    [[nodiscard]] int code() const noexcept { return code_; }
+
+    [[nodiscard]] const std::string& message() const noexcept { return message_; }
+
+    /// One line with domain, code and message.
+    [[nodiscard]] std::string description() const;
+
+    friend bool operator==(const ZAVError&, const ZAVError&) = default;
+
+private:
+    std::string domain_;
+    std::string message_;
+    int code_ = 0;
+    bool set_ = false;
+};
+
+/// Errors of the engine; the code is its extended result code.
+inline constexpr std::string_view ZAVErrorDomainSQLite = "SQLite";
+
+/// Errors that the database handle or the schema finds by itself; the code is a `ZAVDatabaseErrorCode`.
+inline constexpr std::string_view ZAVErrorDomainDatabase = "ZAVDatabase";
+
+enum ZAVDatabaseErrorCode : int {
+    ZAVDatabaseErrorWrongValueCount =
+        1,  ///< a statement was given more or fewer values than it has placeholders
+    ZAVDatabaseErrorTrailingText = 2,   ///< there is text after the first statement
+    ZAVDatabaseErrorNoStatement = 3,    ///< the text holds no statement
+    ZAVDatabaseErrorNewerSchema = 4,    ///< the database was made by a newer version of the library
+    ZAVDatabaseErrorForeignSchema = 5,  ///< the database has tables, but not those of the library
+};
+
+/// Stores `error` where the caller asked for it, if the caller did.
+inline void ZAVStoreError(ZAVError* destination, const ZAVError& error) {
+    if (destination != nullptr) {
+        *destination = error;
+    }
+}
+
+}  // namespace zav

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace zav {
+
+/// Root of the records: a class name and a printable description.
+///
+/// Records are shared, mutable objects with identity; they are handed around by `std::shared_ptr` and never
+/// copied.
+class ZAVObject {
+public:
+    virtual ~ZAVObject() = default;
+    ZAVObject(const ZAVObject&) = delete;
+    ZAVObject& operator=(const ZAVObject&) = delete;
+
+    [[nodiscard]] virtual std::string_view className() const noexcept = 0;
+
+    /// One line: the class name and the fields that are set, such as `<ZAVEvent databaseIdentifier=7
+    /// type=4>`.
+    [[nodiscard]] std::string description() const;
+
+protected:
+    ZAVObject() = default;
+
+    /// Appends ` name=value` for each field worth showing. A derived class calls its base first.
+    virtual void describeFields(std::string& text) const;
+};
+
+}  // namespace zav

@@ -1,0 +1,162 @@
+#include "Private/Foundation/ZAVURL.h"
+
+#include <uriparser/Uri.h>
+
+#include <new>
+#include <utility>
+
+namespace zav {
+
+struct ZAVURL::Reference {
+    std::string text;
+    std::shared_ptr<const Reference> base;
+};
+
+namespace {
+
+/// One parsed reference of the URL parser; owns what the parser allocated. The text must outlive it.
+class ParsedReference {
+public:
+    explicit ParsedReference(std::string_view text) noexcept
+        : valid_(uriParseSingleUriExA(&uri, text.data(), text.data() + text.size(), nullptr) == URI_SUCCESS) {
+    }
+    ~ParsedReference() {
+        if (valid_) {
+            uriFreeUriMembersA(&uri);
+        }
+    }
+    ParsedReference(const ParsedReference&) = delete;
+    ParsedReference& operator=(const ParsedReference&) = delete;
+
+    [[nodiscard]] bool valid() const noexcept { return valid_; }
+    [[nodiscard]] bool hasScheme() const noexcept { return valid_ && uri.scheme.first != nullptr; }
+
+    UriUriA uri{};
+
+private:
+    bool valid_;
+};
+
+/// The path component of a well-formed reference.
+std::string_view pathComponent(std::string_view text) noexcept {
+    text = text.substr(0, text.find_first_of("?#"));
+    const std::size_t colon = text.find(':');
+    if (colon != std::string_view::npos && colon < text.find('/')) {
+        text.remove_prefix(colon + 1);
+    }
+    if (text.starts_with("//")) {
+        const std::size_t slash = text.find('/', 2);
+        text = slash == std::string_view::npos ? std::string_view{} : text.substr(slash);
+    }
+    return text;
+}
+
+std::string resolved(const std::string& text, const std::string& base) {
+    const ParsedReference reference(text);
+    const ParsedReference baseReference(base);
+    UriUriA absolute;
+    if (uriAddBaseUriA(&absolute, &reference.uri, &baseReference.uri) != URI_SUCCESS) {
+        return text;  // the base has no scheme: nothing to resolve against
+    }
+    std::string result;
+    int capacity = 0;
+    if (uriToStringCharsRequiredA(&absolute, &capacity) == URI_SUCCESS) {
+        result.resize(static_cast<std::size_t>(capacity) + 1);
+        int written = 0;
+        uriToStringA(result.data(), &absolute, capacity + 1, &written);
+        result.resize(written > 0 ? static_cast<std::size_t>(written) - 1 : 0);
+    }
+    uriFreeUriMembersA(&absolute);
+    return result;
+}
+
+}  // namespace
+
+ZAVURL::ZAVURL(std::shared_ptr<const Reference> reference) noexcept : reference_(std::move(reference)) {}
+
+std::optional<ZAVURL> ZAVURL::URLWithString(std::string_view text) {
+    const std::string_view readable = text.data() == nullptr ? std::string_view("") : text;
+    if (!ParsedReference(readable).valid()) {
+        return std::nullopt;
+    }
+    return ZAVURL(std::make_shared<const Reference>(Reference{std::string(readable), nullptr}));
+}
+
+std::optional<ZAVURL> ZAVURL::URLWithString(std::string_view text, const ZAVURL& base) {
+    const std::string_view readable = text.data() == nullptr ? std::string_view("") : text;
+    const ParsedReference parsed(readable);
+    if (!parsed.valid()) {
+        return std::nullopt;
+    }
+    return ZAVURL(std::make_shared<const Reference>(
+        Reference{std::string(readable), parsed.hasScheme() ? nullptr : base.reference_}));
+}
+
+ZAVURL ZAVURL::fileURLWithDirectoryPath(std::string_view path) {
+    static constexpr std::string_view unescaped =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~/!$&'()*+,;=:@";
+    static constexpr char digits[] = "0123456789ABCDEF";
+    std::string text = "file://";
+    for (const char character : path) {
+        if (unescaped.find(character) != std::string_view::npos) {
+            text += character;
+        } else {
+            const auto byte = static_cast<unsigned char>(character);
+            text += '%';
+            text += digits[byte >> 4];
+            text += digits[byte & 0x0F];
+        }
+    }
+    if (!text.ends_with('/')) {
+        text += '/';
+    }
+    return ZAVURL(std::make_shared<const Reference>(Reference{std::move(text), nullptr}));
+}
+
+const std::string& ZAVURL::text() const noexcept {
+    return reference_->text;
+}
+
+std::optional<ZAVURL> ZAVURL::baseURL() const {
+    if (!reference_->base) {
+        return std::nullopt;
+    }
+    return ZAVURL(reference_->base);
+}
+
+std::string ZAVURL::absoluteString() const {
+    if (!reference_->base) {
+        return reference_->text;
+    }
+    return resolved(reference_->text, ZAVURL(reference_->base).absoluteString());
+}
+
+std::string ZAVURL::relativePath() const {
+    if (reference_->base) {
+        return reference_->text;
+    }
+    return std::string(pathComponent(reference_->text));
+}
+
+std::string ZAVURL::filePath() const {
+    const std::string absolute = absoluteString();
+    std::string path(pathComponent(absolute));
+    const char* end = uriUnescapeInPlaceA(path.data());
+    path.resize(static_cast<std::size_t>(end - path.data()));
+    return path;
+}
+
+bool operator==(const ZAVURL& left, const ZAVURL& right) noexcept {
+    const ZAVURL::Reference* a = left.reference_.get();
+    const ZAVURL::Reference* b = right.reference_.get();
+    while (a != b) {
+        if (a == nullptr || b == nullptr || a->text != b->text) {
+            return false;
+        }
+        a = a->base.get();
+        b = b->base.get();
+    }
+    return true;
+}
+
+}  // namespace zav

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <array>
+#include <compare>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "Private/Foundation/ZAVData.h"
+
+namespace zav {
+
+/// A UUID: 16 bytes in the order of its canonical text, which is also the order in which it is stored.
+class ZAVUUID {
+public:
+    using Bytes = std::array<std::uint8_t, 16>;
+
+    constexpr ZAVUUID() noexcept = default;
+    explicit constexpr ZAVUUID(const Bytes& bytes) noexcept : bytes_(bytes) {}
+
+    /// A new random UUID (version 4).
+    [[nodiscard]] static ZAVUUID random();
+
+    /// Reads the canonical form, 36 characters of hexadecimal digits of either case and hyphens; anything
+    /// else is no UUID.
+    [[nodiscard]] static std::optional<ZAVUUID> fromString(std::string_view text) noexcept;
+
+    [[nodiscard]] constexpr const Bytes& bytes() const noexcept { return bytes_; }
+
+    /// The canonical form, 36 characters with lower-case digits.
+    [[nodiscard]] std::string UUIDString() const;
+
+    friend constexpr bool operator==(const ZAVUUID&, const ZAVUUID&) noexcept = default;
+    friend constexpr auto operator<=>(const ZAVUUID&, const ZAVUUID&) noexcept = default;
+
+private:
+    Bytes bytes_{};
+};
+
+/// The UUID whose 16 bytes `data` holds; none when there is no data or it is not 16 bytes long.
+[[nodiscard]] std::optional<ZAVUUID> ZAVUUIDFromData(const std::optional<ZAVData>& data) noexcept;
+
+/// The 16 bytes of `uuid`; none when there is no UUID.
+[[nodiscard]] std::optional<ZAVData> ZAVDataFromUUID(const std::optional<ZAVUUID>& uuid);
+
+}  // namespace zav

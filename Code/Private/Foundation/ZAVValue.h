@@ -1,0 +1,52 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+#include <variant>
+
+#include "Private/Foundation/ZAVData.h"
+#include "Private/Foundation/ZAVDate.h"
+
+namespace zav {
+
+/// An owned value for a statement's placeholder: null, a number, text, bytes or a date.
+class ZAVValue {
+public:
+    using Storage = std::variant<std::nullptr_t, std::int64_t, std::uint64_t, std::string, ZAVData, ZAVDate>;
+
+    ZAVValue() noexcept : storage_(nullptr) {}
+    ZAVValue(std::nullptr_t) noexcept : storage_(nullptr) {}
+    ZAVValue(std::string text) : storage_(std::move(text)) {}
+    ZAVValue(std::string_view text) : storage_(std::string(text)) {}
+    ZAVValue(const char* text) : storage_(std::string(text)) {}
+    ZAVValue(ZAVData bytes) : storage_(std::move(bytes)) {}
+    ZAVValue(ZAVDate date) : storage_(date) {}
+
+    /// Any integer or enumeration, or a boolean as 0 or 1.
+    template <class Number>
+    requires(std::is_integral_v<Number> || std::is_enum_v<Number>) ZAVValue(Number number)
+    noexcept : storage_(numberStorage(number)) {}
+
+    [[nodiscard]] const Storage& storage() const noexcept { return storage_; }
+
+    friend bool operator==(const ZAVValue&, const ZAVValue&) = default;
+
+private:
+    template <class Number>
+    static Storage numberStorage(Number number) noexcept {
+        if constexpr (std::is_enum_v<Number>) {
+            return numberStorage(static_cast<std::underlying_type_t<Number>>(number));
+        } else if constexpr (std::is_signed_v<Number>) {
+            return static_cast<std::int64_t>(number);
+        } else {
+            return static_cast<std::uint64_t>(number);
+        }
+    }
+
+    Storage storage_;
+};
+
+}  // namespace zav

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string_view>
+
+#include "Private/Foundation/ZAVFormat.h"
+#include "Private/Logging/DDLogSink.h"
+#include "Private/Logging/ZAVLogComponent.h"
+
+namespace zav {
+
+/// Log level of each component, indexed by `ZAVLogComponent`: 1 and above lets error lines pass, 5 and above
+/// verbose lines too. Every component starts at 1. The application sets it; any thread may, at any time.
+extern std::array<std::atomic<std::int32_t>, ZAVLogComponentCount> gZAVLogPreferences;
+
+/// Mask of the severities that pass, of `DDLogFlag`. Starts with every bit set.
+extern std::atomic<std::uint32_t> ddLogLevel;
+
+/// The logger. Every function may be called on any thread.
+class DDLog {
+public:
+    /// Formats one line and hands it to the sink. Whether the line is wanted is for the caller to test first,
+    /// with `verboseIsOpen` or `errorIsOpen`, so that a line that nobody wants costs nothing.
+    template <class... Arguments>
+    static void log(bool asynchronous, std::uint32_t level, std::uint32_t flag, int context,
+                    std::string_view file, std::string_view function, unsigned line, const void* tag,
+                    std::string_view format, const Arguments&... arguments) {
+        const std::string message = ZAVStringWithFormat(format, arguments...);
+        write({asynchronous, level, flag, context, file, function, line, tag, format, message});
+    }
+
+    [[nodiscard]] static bool verboseIsOpen(ZAVLogComponent component) noexcept {
+        return isOpen(component, 5, DDLogFlagVerbose);
+    }
+    [[nodiscard]] static bool errorIsOpen(ZAVLogComponent component) noexcept {
+        return isOpen(component, 1, DDLogFlagError);
+    }
+
+    /// Replaces the sink, which the logger shares from then on. Null puts the default sink back, which writes
+    /// to standard error: error lines at once, verbose lines from a thread of its own, all in the order they
+    /// came.
+    static void setSink(std::shared_ptr<DDLogSink> sink);
+
+    /// Returns when the sink has written every line that it took.
+    static void flush();
+
+private:
+    [[nodiscard]] static bool isOpen(ZAVLogComponent component, std::int32_t threshold,
+                                     std::uint32_t flag) noexcept {
+        return gZAVLogPreferences[component].load(std::memory_order_relaxed) >= threshold &&
+               (ddLogLevel.load(std::memory_order_relaxed) & flag) != 0;
+    }
+
+    static void write(const DDLogMessage& message);
+};
+
+}  // namespace zav

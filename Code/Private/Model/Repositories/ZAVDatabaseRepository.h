@@ -1,0 +1,35 @@
+#pragma once
+
+#include <memory>
+#include <utility>
+
+#include "Private/Database/FMDatabase.h"
+
+namespace zav {
+
+/// Base of the repositories: holds the open database handle that they work through.
+///
+/// A repository shares the handle and never opens, closes or reconfigures it. It keeps no state of its own
+/// between calls, so that any number of repositories may stand on one handle, all of them on the handle's one
+/// thread.
+class ZAVDatabaseRepository {
+public:
+    /// @param database an open handle; not null.
+    explicit ZAVDatabaseRepository(std::shared_ptr<FMDatabase> database) noexcept
+        : database_(std::move(database)) {}
+    virtual ~ZAVDatabaseRepository() = default;
+
+    [[nodiscard]] FMDatabase& database() const noexcept { return *database_; }
+
+protected:
+    ZAVDatabaseRepository(const ZAVDatabaseRepository&) = default;
+    ZAVDatabaseRepository& operator=(const ZAVDatabaseRepository&) = default;
+
+    /// The handle itself, to set a further repository on it.
+    [[nodiscard]] const std::shared_ptr<FMDatabase>& sharedDatabase() const noexcept { return database_; }
+
+private:
+    std::shared_ptr<FMDatabase> database_;
+};
+
+}  // namespace zav

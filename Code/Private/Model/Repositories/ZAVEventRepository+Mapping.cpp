@@ -1,0 +1,127 @@
+#include <string>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include "Private/Model/Repositories/ZAVEventMapperColumns.h"
+#include "Private/Model/Repositories/ZAVEventRepository.h"
+#include "Private/Model/Repositories/ZAVEventRepositoryProjections.h"
+#include "Private/Model/Repositories/ZAVKeyedValueRepository.h"
+#include "Private/Model/Repositories/ZAVMessageRepositoryCache.h"
+
+namespace zav {
+namespace {
+
+/// The stored dictionary with every text turned into its UTF-8 bytes.
+ZAVDictionary metadataFromKeyedValues(const std::optional<ZAVKeyedValues>& stored) {
+    ZAVDictionary metadata;
+    if (stored) {
+        for (const auto& [key, value] : stored->keyedValues()) {
+            const auto* text = std::get_if<std::string>(&value);
+            metadata.set(key, text != nullptr ? ZAVDictionaryValue(ZAVData::fromText(*text)) : value);
+        }
+    }
+    return metadata;
+}
+
+/// The UUID in a column that may be NULL, or hold bytes that are none.
+std::optional<ZAVUUID> UUIDForColumn(const FMResultSet& row, int column) {
+    return row.columnIndexIsNull(column) ? std::nullopt : ZAVUUIDFromData(row.dataForColumnIndex(column));
+}
+
+}  // namespace
+
+std::shared_ptr<ZAVEvent> ZAVEventRepository::objectFromResultSet(const FMResultSet& row,
+                                                                  ZAVError* error) const {
+    auto event = std::make_shared<ZAVEvent>(
+        row.longLongIntForColumnIndex(ZAVEventMapperColumnEventDatabaseIdentifier),
+        row.longLongIntForColumnIndex(ZAVEventMapperColumnStreamDatabaseIdentifier));
+    event->set_client_id(row.dataForColumnIndex(ZAVEventMapperColumnClientID));
+    event->set_client_seq(row.intForColumnIndex(ZAVEventMapperColumnClientSeq));
+    event->set_creator_id(row.stringForColumnIndex(ZAVEventMapperColumnCreatorID));
+    event->set_creator_name(row.stringForColumnIndex(ZAVEventMapperColumnCreatorName));
+    event->set_member_id(row.stringForColumnIndex(ZAVEventMapperColumnMemberID));
+    event->set_preceding_seq(row.intForColumnIndex(ZAVEventMapperColumnPrecedingSeq));
+    event->set_subtype(static_cast<std::uint8_t>(row.intForColumnIndex(ZAVEventMapperColumnSubType)));
+    if (!row.columnIndexIsNull(ZAVEventMapperColumnTargetSeq)) {
+        event->set_target_seq(row.intForColumnIndex(ZAVEventMapperColumnTargetSeq));
+    }
+    event->set_server_timestamp(row.longLongIntForColumnIndex(ZAVEventMapperColumnTimestamp));
+    event->set_type(static_cast<ZAVTEventType>(row.intForColumnIndex(ZAVEventMapperColumnType)));
+    event->set_seq(row.intForColumnIndex(ZAVEventMapperColumnEventSeq));
+    event->set_stream_id(row.dataForColumnIndex(ZAVEventMapperColumnEventStreamID));
+
+    const auto keyedValues = ZAVKeyedValueRepository::repositoryWithDatabase(sharedDatabase());
+    event->set_transient_metadata(metadataFromKeyedValues(keyedValues.keyedValuesInContext(
+        ZAVKeyedValuesContext::contextWithTable(ZAVKeyedValuesTableRemote, "event",
+                                                event->databaseIdentifier(), ZAVKeyedValuesKeyTypeTransient),
+        error)));
+
+    static const std::string contentOfEvent =
+        std::string(projections::content) + std::string(projections::contentSource) +
+        " WHERE event_database_identifier = ? ORDER BY event_content_parts.event_content_part_id ASC";
+    std::vector<std::shared_ptr<ZAVTContent>> content;
+    if (auto parts = database().executeQuery(contentOfEvent, event->databaseIdentifier())) {
+        while (parts->next()) {
+            content.push_back(eventContentFromResultSet(*parts));
+        }
+    }
+    if (content.empty()) {
+        event->set_content(std::nullopt);
+    } else {
+        event->set_content(std::move(content));
+    }
+    return event;
+}
+
+std::shared_ptr<ZAVEventContent> ZAVEventRepository::eventContentFromResultSet(const FMResultSet& row) const {
+    const std::uint64_t expirationSeconds =
+        row.unsignedLongLongIntForColumnIndex(ZAVEventMapperEventContentPartsColumnAccessExpiration);
+    const std::optional<std::string> urlText =
+        row.stringForColumnIndex(ZAVEventMapperEventContentPartsColumnURL);
+    const std::optional<std::string> filePath =
+        row.stringForColumnIndex(ZAVEventMapperEventContentPartsColumnFilePath);
+
+    // Once the sequence is in this local, NULL and the marker's own number cannot be told apart: both count
+    // as unset.
+    ZAVSequence eventSeq = ZAVSequenceNotSet;
+    if (!row.columnIndexIsNull(ZAVEventMapperEventContentPartsColumnSeq)) {
+        eventSeq = row.intForColumnIndex(ZAVEventMapperEventContentPartsColumnSeq);
+    }
+    std::optional<ZAVData> inlineData;
+    if (!urlText) {
+        inlineData = row.dataForColumnIndex(ZAVEventMapperEventContentPartsColumnValue).value_or(ZAVData());
+    }
+    std::optional<ZAVURL> fileURL;
+    if (filePath) {
+        fileURL = ZAVURL::URLWithString(*filePath, ZAVMessageRepositoryCacheBaseDirectoryURL());
+    }
+    std::optional<ZAVDate> expiration;
+    if (expirationSeconds != 0) {
+        expiration = ZAVDateFromSecondsSince1970(static_cast<double>(expirationSeconds));
+    }
+
+    auto content = std::make_shared<ZAVEventContent>(
+        static_cast<ZAVDatabaseIdentifier>(row.unsignedLongLongIntForColumnIndex(
+            ZAVEventMapperEventContentPartsColumnEventDatabaseIdentifier)),
+        UUIDForColumn(row, ZAVEventMapperEventContentPartsColumnClientID),
+        static_cast<std::int64_t>(
+            row.unsignedLongLongIntForColumnIndex(ZAVEventMapperEventContentPartsColumnIndex)),
+        row.stringForColumnIndex(ZAVEventMapperEventContentPartsColumnType)
+            .value_or("application/octet-stream"),
+        std::move(inlineData),
+        static_cast<std::int64_t>(
+            row.unsignedLongLongIntForColumnIndex(ZAVEventMapperEventContentPartsColumnSize)),
+        std::move(fileURL), urlText ? ZAVURL::URLWithString(*urlText) : std::nullopt, expiration);
+    content->setTransferStatus(static_cast<ZAVContentTransferStatus>(
+        row.intForColumnIndex(ZAVEventMapperEventContentPartsColumnTransferStatus)));
+    content->setLastAccessed(row.dateForColumnIndex(ZAVEventMapperEventContentPartsColumnLastAccessed));
+    content->setIsPurged(row.boolForColumnIndex(ZAVEventMapperEventContentPartsColumnPurged));
+    content->setStreamUUID(UUIDForColumn(row, ZAVEventMapperEventContentPartsColumnStreamID));
+    if (eventSeq != ZAVSequenceNotSet) {
+        content->setEventSeq(eventSeq);
+    }
+    return content;
+}
+
+}  // namespace zav

@@ -1,0 +1,260 @@
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <tuple>
+#include <utility>
+#include <variant>
+
+#include "Private/Foundation/ZAVUTF8.h"
+#include "Private/Model/Repositories/ZAVEventRepository.h"
+#include "Private/Model/Repositories/ZAVKeyedValueRepository.h"
+#include "Private/Model/Repositories/ZAVRepositoryOperation.h"
+
+namespace zav {
+namespace {
+
+template <class... Arguments>
+[[noreturn]] void raise(std::string_view reason, const Arguments&... arguments) {
+    throw NSInternalInconsistencyException(ZAVStringWithFormat(reason, arguments...));
+}
+
+std::string_view classNameOf(const ZAVObject* object) noexcept {
+    return object == nullptr ? "(null)" : object->className();
+}
+
+/// The element as an event that can be stored.
+/// @throws NSInternalInconsistencyException when it is none.
+ZAVEvent& requireStorable(const std::shared_ptr<ZAVTEvent>& element) {
+    auto* const event = dynamic_cast<ZAVEvent*>(element.get());
+    if (event == nullptr) {
+        raise("Failed to persist an event. Expected '%@' but received an object of type '%@'",
+              std::string_view("ZAVEvent"), classNameOf(element.get()));
+    }
+    if (event->type() == 0) {
+        raise("Cannot persist event: invalid type of 0 encountered. (%@)", event->description());
+    }
+    if (!event->stream_id() && event->streamDatabaseIdentifier() == ZAVDatabaseIdentifierNotSet) {
+        raise("Failed to persist an event. Event should have 'stream_id' OR 'streamDatabaseIdentifier' set!");
+    }
+    if (!event->client_id()) {
+        raise("Failed to persist an event with an undefined client_id; event = %@", event->description());
+    }
+    if (event->content()) {
+        for (const auto& part : *event->content()) {
+            if (dynamic_cast<const ZAVEventContent*>(part.get()) == nullptr) {
+                raise(
+                    "Failed to persist an event's content. Expected '%@' but received an object of type '%@'",
+                    std::string_view("ZAVEventContent"), classNameOf(part.get()));
+            }
+        }
+    }
+    return *event;
+}
+
+/// The row to bind: NULL lets the database choose one.
+std::optional<ZAVDatabaseIdentifier> rowOrNull(ZAVDatabaseIdentifier row) noexcept {
+    return row == ZAVDatabaseIdentifierNotSet ? std::nullopt : std::optional(row);
+}
+
+/// Metadata as they are stored: bytes as the text that they encode, and not at all when they encode none.
+ZAVDictionary storableMetadata(const ZAVDictionary& metadata) {
+    ZAVDictionary storable;
+    for (const auto& [key, value] : metadata) {
+        const auto* bytes = std::get_if<ZAVData>(&value);
+        if (bytes == nullptr) {
+            storable.set(key, value);
+        } else if (ZAVIsUTF8(bytes->asText())) {
+            storable.set(key, std::string(bytes->asText()));
+        }
+    }
+    return storable;
+}
+
+/// Writes one event. A step that fails has put the reason into the operation's error cell when it returns
+/// false; a violated precondition throws.
+class EventWriter {
+public:
+    EventWriter(FMDatabase& database, const ZAVKeyedValueRepository& keyedValues, ZAVEvent& event,
+                ZAVError& outError)
+        : database_(database), keyedValues_(keyedValues), event_(event), outError_(outError) {}
+
+    [[nodiscard]] bool write() const {
+        return resolveStream() && insertOrUpdate() && writeMetadata() && writeContent();
+    }
+
+private:
+    /// Completes the event's stream: `stream_id` from its row, or its row from `stream_id`.
+    [[nodiscard]] bool resolveStream() const {
+        const bool byIdentifier = event_.streamDatabaseIdentifier() == ZAVDatabaseIdentifierNotSet;
+        auto rows = byIdentifier ? database_.executeQuery("SELECT * FROM streams WHERE stream_id = ? LIMIT 1",
+                                                          *event_.stream_id())
+                                 : database_.executeQuery(
+                                       "SELECT * FROM streams WHERE database_identifier = ? LIMIT 1",
+                                       event_.streamDatabaseIdentifier());
+        if (!rows) {
+            return fail();
+        }
+        if (rows->nextWithError(&outError_)) {
+            if (byIdentifier) {
+                event_.setStreamDatabaseIdentifier(rows->longLongIntForColumn("database_identifier"));
+            }
+            event_.set_stream_id(rows->dataForColumn("stream_id"));
+            rows->close();
+            return true;
+        }
+        if (outError_) {
+            return false;
+        }
+        if (byIdentifier) {
+            raise(
+                "Failed to persist an event. stream_id='%@' doesn't exist yet in the database. Should create a new "
+                "stream with that identifier before persisting the event.",
+                event_.streamUUID());
+        }
+        raise(
+            "Failed to persist the event. stream_database_identifier='%lld' doesn't exist in the database. The "
+            "stream might have been deleted before the event could be persisted.",
+            event_.streamDatabaseIdentifier());
+    }
+
+    [[nodiscard]] bool insertOrUpdate() const {
+        if (!insert()) {
+            return false;
+        }
+        if (database_.changes() == 0 && !(adoptExistingRow() && update())) {
+            return false;
+        }
+        if (event_.databaseIdentifier() == ZAVDatabaseIdentifierNotSet) {
+            event_.setDatabaseIdentifier(database_.lastInsertRowId());
+        }
+        return true;
+    }
+
+    [[nodiscard]] bool insert() const {
+        const bool hasSeq = event_.seqIsSet() && event_.seq() != ZAVSequenceNotSet;
+        return database_.executeUpdate(
+                   "INSERT OR IGNORE INTO events (database_identifier, type, creator_id, seq, timestamp, "
+                   "preceding_seq, client_seq, subtype, member_id, target_seq, stream_database_identifier, "
+                   "client_id, creator_name) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)",
+                   rowOrNull(event_.databaseIdentifier()), event_.type(), event_.creator_id(),
+                   hasSeq ? std::optional(event_.seq()) : std::nullopt, event_.server_timestamp(),
+                   event_.preceding_seq(), event_.client_seq(), event_.subtype(), event_.member_id(),
+                   targetSeq(), rowOrNull(event_.streamDatabaseIdentifier()), event_.client_id(),
+                   event_.creator_name()) ||
+               fail();
+    }
+
+    /// An event without a row collided with the one at its sequence, and takes that one's row.
+    [[nodiscard]] bool adoptExistingRow() const {
+        if (event_.databaseIdentifier() != ZAVDatabaseIdentifierNotSet) {
+            return true;
+        }
+        auto rows = database_.executeQuery(
+            "SELECT * FROM events WHERE stream_database_identifier = ? AND seq = ? LIMIT 1",
+            event_.streamDatabaseIdentifier(), event_.seq());
+        if (!rows) {
+            return fail();
+        }
+        if (rows->nextWithError(&outError_)) {
+            event_.setDatabaseIdentifier(rows->longLongIntForColumn("database_identifier"));
+            return true;
+        }
+        if (outError_) {
+            return false;
+        }
+        raise("Failed to persist an event with an existing stream_id and seq.");
+    }
+
+    /// Unlike `insert`, this writes a `seq` that was set to `ZAVSequenceNotSet` as that number.
+    [[nodiscard]] bool update() const {
+        return database_.executeUpdate(
+                   "UPDATE events SET type = ?, creator_id = ?, seq = ?, timestamp = ?, preceding_seq = ?, "
+                   "client_seq = ?, subtype = ?, member_id = ?, target_seq = ?, stream_database_identifier = ?, "
+                   "client_id = ?, creator_name = ? WHERE database_identifier = ?",
+                   event_.type(), event_.creator_id(),
+                   event_.seqIsSet() ? std::optional(event_.seq()) : std::nullopt, event_.server_timestamp(),
+                   event_.preceding_seq(), event_.client_seq(), event_.subtype(), event_.member_id(),
+                   targetSeq(), rowOrNull(event_.streamDatabaseIdentifier()), event_.client_id(),
+                   event_.creator_name(), event_.databaseIdentifier()) ||
+               fail();
+    }
+
+    [[nodiscard]] bool writeMetadata() const {
+        if (!event_.transient_metadata()) {
+            return true;
+        }
+        return keyedValues_.setKeyedValuesWithDictionary(
+            storableMetadata(*event_.transient_metadata()), std::nullopt,
+            ZAVKeyedValuesContext::contextWithTable(ZAVKeyedValuesTableRemote, "event",
+                                                    event_.databaseIdentifier(),
+                                                    ZAVKeyedValuesKeyTypeTransient),
+            &outError_);
+    }
+
+    [[nodiscard]] bool writeContent() const {
+        if (!event_.content()) {
+            return true;
+        }
+        std::uint64_t index = 0;
+        for (const auto& part : *event_.content()) {
+            if (!writePart(static_cast<ZAVEventContent&>(*part), index++)) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    [[nodiscard]] bool writePart(ZAVEventContent& part, std::uint64_t index) const {
+        part.setEventDatabaseIdentifier(event_.databaseIdentifier());
+        part.setEventClientID(ZAVUUIDFromData(event_.client_id()));
+        part.setStreamUUID(event_.streamUUID());
+        return database_.executeUpdate(
+                   "INSERT OR IGNORE INTO event_content_parts (event_content_part_id, event_database_identifier, "
+                   "type, value, access_expiration, url, size, transfer_status, file_path, last_accessed, purged) "
+                   "VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)",
+                   index, event_.databaseIdentifier(), part.media_type(), part.body(),
+                   part.externalContentURLExpiration(), part.external_url(), part.size(),
+                   part.transferStatus(),
+                   part.fileURL() ? std::optional(part.fileURL()->relativePath()) : std::nullopt,
+                   part.lastAccessed(), part.isPurged()) ||
+               fail();
+    }
+
+    /// A `target_seq` that was set to `ZAVSequenceNotSet` is stored as that number: only the flag counts.
+    [[nodiscard]] std::optional<ZAVSequence> targetSeq() const noexcept {
+        return event_.target_seqIsSet() ? std::optional(event_.target_seq()) : std::nullopt;
+    }
+
+    bool fail() const {
+        outError_ = database_.lastError();
+        return false;
+    }
+
+    FMDatabase& database_;
+    const ZAVKeyedValueRepository& keyedValues_;
+    ZAVEvent& event_;
+    ZAVError& outError_;
+};
+
+}  // namespace
+
+bool ZAVEventRepository::persistEvents(const ZAVSet<ZAVTEvent>& events, ZAVError* error) const {
+    static constexpr ZAVRepositoryOperation operation{"-[ZAVEventRepository persistEvents:error:]",
+                                                      "persisting %lu event(s)",
+                                                      "failed to persist events:%@ with %@"};
+    return operation.runLogging(
+        *this, error,
+        [&](ZAVError& outError) {
+            const auto keyedValues = ZAVKeyedValueRepository::repositoryWithDatabase(sharedDatabase());
+            for (const auto& element : events) {
+                if (!EventWriter(database(), keyedValues, requireStorable(element), outError).write()) {
+                    return false;
+                }
+            }
+            return true;
+        },
+        std::tuple(events.size()), std::tie(events));
+}
+
+}  // namespace zav

@@ -1,0 +1,225 @@
+#include <algorithm>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "Private/Model/Repositories/ZAVEventCollector.h"
+#include "Private/Model/Repositories/ZAVEventRepository.h"
+#include "Private/Model/Repositories/ZAVEventRepositoryProjections.h"
+#include "Private/Model/Repositories/ZAVRepositoryOperation.h"
+#include "Private/Model/Synchronization/ZAVSyncedChangeType.h"
+
+namespace zav {
+namespace {
+
+/// The statement that selects the events which `condition` names.
+std::string eventsWhere(std::string_view condition) {
+    return std::string(projections::event) + std::string(projections::eventSource) + std::string(condition);
+}
+
+/// The reading body of a set of events. `error` is the caller's own out-parameter, for the mapper.
+template <class... Values>
+bool readEvents(const ZAVEventRepository& repository, std::optional<ZAVSet<ZAVEvent>>& result,
+                ZAVError& outError, ZAVError* error, const std::string& statement, const Values&... values) {
+    auto rows = repository.database().executeQuery(statement, values...);
+    if (!rows) {
+        outError = repository.database().lastError();
+        return false;
+    }
+    ZAVEventCollector events;
+    while (rows->nextWithError(&outError)) {
+        events.add(repository.objectFromResultSet(*rows, error));
+    }
+    if (outError) {
+        return false;
+    }
+    result = events.take();
+    return true;
+}
+
+/// The reading body of a single event.
+template <class... Values>
+bool readEvent(const ZAVEventRepository& repository, std::shared_ptr<ZAVEvent>& result, ZAVError& outError,
+               ZAVError* error, const std::string& statement, const Values&... values) {
+    auto rows = repository.database().executeQuery(statement, values...);
+    if (!rows) {
+        outError = repository.database().lastError();
+        return false;
+    }
+    if (rows->nextWithError(&outError)) {
+        result = repository.objectFromResultSet(*rows, error);
+    }
+    rows->close();
+    return !outError;
+}
+
+/// A message can be sent when it has content and all of it has been transferred; any other event always can.
+bool isComplete(const ZAVEvent& event) {
+    if (event.type() != EventType_MESSAGE) {
+        return true;
+    }
+    return event.content() &&
+           std::all_of(event.content()->begin(), event.content()->end(), [](const auto& part) {
+               return static_cast<const ZAVEventContent&>(*part).transferStatus() ==
+                      ZAVContentTransferComplete;
+           });
+}
+
+}  // namespace
+
+std::optional<ZAVSet<ZAVEvent>> ZAVEventRepository::allEvents(ZAVError* error) const {
+    static constexpr ZAVRepositoryOperation operation{"-[ZAVEventRepository allEvents:]",
+                                                      "fetching publishable events",
+                                                      "failed to fetch publishable events with %@"};
+    static const std::string statement = eventsWhere("");
+    std::optional<ZAVSet<ZAVEvent>> events;
+    operation.run(*this, error,
+                  [&](ZAVError& outError) { return readEvents(*this, events, outError, error, statement); });
+    return events;
+}
+
+std::size_t ZAVEventRepository::countOfEvents(ZAVError* error) const {
+    static constexpr ZAVRepositoryOperation operation{"-[ZAVEventRepository countOfEvents:]",
+                                                      "fetching syncable change count",
+                                                      "failed to fetch events with %@"};
+    std::size_t count = 0;
+    operation.run(*this, error, [&](ZAVError& outError) {
+        auto rows = database().executeQuery("SELECT COUNT(*) FROM events");
+        if (!rows) {
+            outError = database().lastError();
+            return false;
+        }
+        rows->nextWithError(&outError);
+        if (outError) {
+            return false;
+        }
+        count = static_cast<std::size_t>(rows->intForColumnIndex(0));
+        return true;
+    });
+    return count;
+}
+
+std::optional<ZAVSet<ZAVEvent>> ZAVEventRepository::publishableEvents(ZAVError* error) const {
+    static constexpr ZAVRepositoryOperation operation{"-[ZAVEventRepository publishableEvents:]",
+                                                      "fetching publishable events",
+                                                      "failed to fetch publishable events with %@"};
+    static const std::string statement =
+        eventsWhere(" WHERE events.seq IS NULL AND event_stream_id IS NOT NULL");
+    std::optional<ZAVSet<ZAVEvent>> result;
+    operation.run(*this, error, [&](ZAVError& outError) {
+        auto rows = database().executeQuery(statement);
+        if (!rows) {
+            outError = database().lastError();
+            return false;
+        }
+        ZAVEventCollector events;
+        while (rows->nextWithError(&outError)) {
+            auto event = objectFromResultSet(*rows, error);
+            if (event == nullptr) {
+                return false;
+            }
+            if (isComplete(*event)) {
+                events.add(std::move(event));
+            }
+        }
+        if (outError) {
+            return false;
+        }
+        result = events.take();
+        return true;
+    });
+    return result;
+}
+
+std::optional<ZAVSet<ZAVEvent>> ZAVEventRepository::unpublishableEvents(ZAVError* error) const {
+    static constexpr ZAVRepositoryOperation operation{"-[ZAVEventRepository unpublishableEvents:]",
+                                                      "fetching unpublishable events",
+                                                      "failed to fetch unpublishable events with %@"};
+    static const std::string statement = eventsWhere(" WHERE events.seq IS NULL AND event_stream_id IS NULL");
+    std::optional<ZAVSet<ZAVEvent>> events;
+    operation.run(*this, error,
+                  [&](ZAVError& outError) { return readEvents(*this, events, outError, error, statement); });
+    return events;
+}
+
+std::optional<ZAVSet<ZAVEvent>> ZAVEventRepository::unprocessedEvents(ZAVError* error) const {
+    static constexpr ZAVRepositoryOperation operation{"-[ZAVEventRepository unprocessedEvents:]",
+                                                      "fetching unprocessed events",
+                                                      "failed to fetch unprocessed events with %@"};
+    static const std::string statement =
+        std::string(projections::event) + ", synced_changes.*" + std::string(projections::eventSource) +
+        " LEFT JOIN synced_changes ON (events.database_identifier = row_identifier)"
+        " WHERE synced_changes.table_name = ? AND change_type = ?";
+    std::optional<ZAVSet<ZAVEvent>> events;
+    operation.run(*this, error, [&](ZAVError& outError) {
+        return readEvents(*this, events, outError, error, statement, ZAVSyncedChangeTableNameEvents,
+                          ZAVSyncedChangeTypeInsert);
+    });
+    return events;
+}
+
+std::optional<ZAVSet<ZAVEvent>> ZAVEventRepository::eventsFromRevivedStreamWithStreamDatabaseIdentifier(
+    ZAVDatabaseIdentifier streamDatabaseIdentifier, ZAVError* error) const {
+    static constexpr ZAVRepositoryOperation operation{
+        "-[ZAVEventRepository eventsFromRevivedStreamWithStreamDatabaseIdentifier:error:]",
+        "fetching events for revived stream (streamDatabaseIdentifier=%lld)",
+        "failed to fetch events for revived stream (streamDatabaseIdentifier=%lld) with %@"};
+    static const std::string statement = eventsWhere(
+        " WHERE events.seq IS NOT NULL AND streams.database_identifier = ?"
+        " ORDER BY events.preceding_seq, events.creator_id, events.client_seq");
+    std::optional<ZAVSet<ZAVEvent>> events;
+    operation.run(
+        *this, error,
+        [&](ZAVError& outError) {
+            return readEvents(*this, events, outError, error, statement, streamDatabaseIdentifier);
+        },
+        streamDatabaseIdentifier);
+    return events;
+}
+
+std::optional<ZAVSet<ZAVEvent>> ZAVEventRepository::postedAndProcessedEvents(ZAVError* error) const {
+    static constexpr ZAVRepositoryOperation operation{"-[ZAVEventRepository postedAndProcessedEvents:]",
+                                                      "fetching posted and processed events",
+                                                      "failed to fetch posted and processed events with %@"};
+    static const std::string statement = eventsWhere(" WHERE events.seq IS NOT NULL");
+    std::optional<ZAVSet<ZAVEvent>> events;
+    operation.run(*this, error,
+                  [&](ZAVError& outError) { return readEvents(*this, events, outError, error, statement); });
+    return events;
+}
+
+std::shared_ptr<ZAVEvent> ZAVEventRepository::eventWithSeq(ZAVSequence seq, const ZAVUUID& streamIdentifier,
+                                                           ZAVError* error) const {
+    static constexpr ZAVRepositoryOperation operation{
+        "-[ZAVEventRepository eventWithSeq:streamIdentifier:error:]",
+        "fetching event by seq:%d and stream identifier:%@",
+        "failed to fetch event by seq:%d and stream identifier:%@ with %@"};
+    static const std::string statement = eventsWhere(" WHERE events.seq = ? AND event_stream_id = ?");
+    std::shared_ptr<ZAVEvent> event;
+    operation.run(
+        *this, error,
+        [&](ZAVError& outError) {
+            return readEvent(*this, event, outError, error, statement, seq, streamIdentifier);
+        },
+        seq, streamIdentifier);
+    return event;
+}
+
+std::shared_ptr<ZAVEvent> ZAVEventRepository::eventForDatabaseIdentifier(
+    ZAVDatabaseIdentifier databaseIdentifier, ZAVError* error) const {
+    static constexpr ZAVRepositoryOperation operation{
+        "-[ZAVEventRepository eventForDatabaseIdentifier:error:]",
+        "fetching event for database identifier:%lld",
+        "failed to fetch event for database identifier:%lld with %@"};
+    static const std::string statement = eventsWhere(" WHERE events.database_identifier = ?");
+    std::shared_ptr<ZAVEvent> event;
+    operation.run(
+        *this, error,
+        [&](ZAVError& outError) {
+            return readEvent(*this, event, outError, error, statement, databaseIdentifier);
+        },
+        databaseIdentifier);
+    return event;
+}
+
+}  // namespace zav

@@ -1,0 +1,9 @@
+#include "Private/Model/Repositories/ZAVEventRepository.h"
+
+namespace zav {
+
+bool ZAVEventRepository::attemptBlock(ZAVUnitOfWork unitOfWork) const {
+    return unitOfWork && unitOfWork();
+}
+
+}  // namespace zav

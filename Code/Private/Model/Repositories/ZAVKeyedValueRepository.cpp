@@ -1,0 +1,121 @@
+#include "Private/Model/Repositories/ZAVKeyedValueRepository.h"
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Private/Foundation/NSInternalInconsistencyException.h"
+
+namespace zav {
+namespace {
+
+struct Statements {
+    std::string_view select;
+    std::string_view selectKeys;
+    std::string_view insert;
+    std::string_view remove;
+};
+
+#define ZAV_KEYED_VALUES_STATEMENTS(table)                                                                           \
+    {                                                                                                                \
+        "SELECT key, value, typeof(value) = 'blob' FROM " table                                                      \
+        " WHERE object_database_identifier = ? AND object_type = ? AND key_type = ?",                                \
+            "SELECT key FROM " table                                                                                 \
+            " WHERE object_database_identifier = ? AND object_type = ? AND key_type = ?",                            \
+            "INSERT OR REPLACE INTO " table                                                                          \
+            " (object_database_identifier, object_type, key_type, key, value, timestamp) VALUES (?, ?, ?, ?, ?, ?)", \
+            "DELETE FROM " table                                                                                     \
+            " WHERE object_database_identifier = ? AND object_type = ? AND key_type = ? AND key = ?"                 \
+    }
+
+constexpr Statements localStatements = ZAV_KEYED_VALUES_STATEMENTS("keyed_values_local");
+constexpr Statements remoteStatements = ZAV_KEYED_VALUES_STATEMENTS("keyed_values_remote");
+
+#undef ZAV_KEYED_VALUES_STATEMENTS
+
+const Statements& statementsFor(ZAVKeyedValuesTable table) {
+    switch (table) {
+        case ZAVKeyedValuesTableLocal:
+            return localStatements;
+        case ZAVKeyedValuesTableRemote:
+            return remoteStatements;
+        case ZAVKeyedValuesTableInvalid:
+            break;
+    }
+    throw NSInternalInconsistencyException("The keyed values context names no table.");
+}
+
+}  // namespace
+
+std::optional<ZAVKeyedValues> ZAVKeyedValueRepository::keyedValuesInContext(
+    const ZAVKeyedValuesContext& context, ZAVError* error) const {
+    auto rows =
+        database().executeQuery(statementsFor(context.table()).select, context.objectDatabaseIdentifier(),
+                                context.objectType(), context.keyType());
+    if (!rows) {
+        ZAVStoreError(error, database().lastError());
+        return std::nullopt;
+    }
+    ZAVDictionary dictionary;
+    ZAVError stepError;
+    while (rows->nextWithError(&stepError)) {
+        std::string key = rows->stringForColumnIndex(0).value_or(std::string());
+        if (rows->boolForColumnIndex(2)) {
+            dictionary.set(std::move(key), rows->dataForColumnIndex(1).value_or(ZAVData()));
+        } else {
+            dictionary.set(std::move(key), rows->stringForColumnIndex(1).value_or(std::string()));
+        }
+    }
+    if (stepError) {
+        ZAVStoreError(error, stepError);
+        return std::nullopt;
+    }
+    return ZAVKeyedValues(std::move(dictionary));
+}
+
+bool ZAVKeyedValueRepository::setKeyedValuesWithDictionary(const ZAVDictionary& dictionary,
+                                                           std::optional<ZAVDate> timestamp,
+                                                           const ZAVKeyedValuesContext& context,
+                                                           ZAVError* error) const {
+    const Statements& statements = statementsFor(context.table());
+    const auto row = context.objectDatabaseIdentifier();
+    const auto fail = [&](const ZAVError& reason) {
+        ZAVStoreError(error, reason);
+        return false;
+    };
+
+    // What is no longer wanted goes last: a failure on the way leaves too much, never too little.
+    std::vector<std::string> obsoleteKeys;
+    {
+        auto rows =
+            database().executeQuery(statements.selectKeys, row, context.objectType(), context.keyType());
+        if (!rows) {
+            return fail(database().lastError());
+        }
+        ZAVError stepError;
+        while (rows->nextWithError(&stepError)) {
+            std::string key = rows->stringForColumnIndex(0).value_or(std::string());
+            if (dictionary.find(key) == nullptr) {
+                obsoleteKeys.push_back(std::move(key));
+            }
+        }
+        if (stepError) {
+            return fail(stepError);
+        }
+    }
+    for (const auto& [key, value] : dictionary) {
+        const FMParameter parameter = std::visit([](const auto& held) { return FMParameter(held); }, value);
+        if (!database().executeUpdate(statements.insert, row, context.objectType(), context.keyType(), key,
+                                      parameter, timestamp)) {
+            return fail(database().lastError());
+        }
+    }
+    for (const std::string& key : obsoleteKeys) {
+        if (!database().executeUpdate(statements.remove, row, context.objectType(), context.keyType(), key)) {
+            return fail(database().lastError());
+        }
+    }
+    return true;
+}
+
+}  // namespace zav

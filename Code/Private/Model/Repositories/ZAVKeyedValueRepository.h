@@ -1,0 +1,47 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+
+#include "Private/Foundation/ZAVDate.h"
+#include "Private/Foundation/ZAVDictionary.h"
+#include "Private/Model/Repositories/ZAVDatabaseRepository.h"
+#include "Private/Model/Repositories/ZAVKeyedValuesContext.h"
+
+namespace zav {
+
+/// The dictionary of one object as it is stored.
+class ZAVKeyedValues {
+public:
+    explicit ZAVKeyedValues(ZAVDictionary keyedValues) noexcept : keyedValues_(std::move(keyedValues)) {}
+
+    [[nodiscard]] const ZAVDictionary& keyedValues() const noexcept { return keyedValues_; }
+
+private:
+    ZAVDictionary keyedValues_;
+};
+
+/// Stores dictionaries beside the objects that they belong to. Text stays text, and bytes stay bytes.
+class ZAVKeyedValueRepository : public ZAVDatabaseRepository {
+public:
+    using ZAVDatabaseRepository::ZAVDatabaseRepository;
+
+    [[nodiscard]] static ZAVKeyedValueRepository repositoryWithDatabase(
+        std::shared_ptr<FMDatabase> database) noexcept {
+        return ZAVKeyedValueRepository(std::move(database));
+    }
+
+    /// The stored dictionary of an object; an empty one when nothing is stored.
+    /// @return null on failure, with the reason in `error`.
+    [[nodiscard]] std::optional<ZAVKeyedValues> keyedValuesInContext(const ZAVKeyedValuesContext& context,
+                                                                     ZAVError* error = nullptr) const;
+
+    /// Makes exactly `dictionary` the stored dictionary of an object: new keys are added, others replaced,
+    /// and keys that it lacks removed. A failure part-way keeps what was written before it.
+    /// @param timestamp when the values were set, kept beside each.
+    /// @return whether everything was stored; if not, the reason is in `error`.
+    bool setKeyedValuesWithDictionary(const ZAVDictionary& dictionary, std::optional<ZAVDate> timestamp,
+                                      const ZAVKeyedValuesContext& context, ZAVError* error = nullptr) const;
+};
+
+}  // namespace zav

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+#include "Private/Foundation/ZAVIdentifiers.h"
+#include "Private/Foundation/ZAVUUID.h"
+#include "Private/Model/Repositories/ZAVDatabaseRepository.h"
+
+namespace zav {
+
+/// The registry of streams. An event is stored in a stream that is registered here.
+class ZAVStreamRepository : public ZAVDatabaseRepository {
+public:
+    using ZAVDatabaseRepository::ZAVDatabaseRepository;
+
+    /// Row of the stream with this identifier; `ZAVDatabaseIdentifierNotSet` when there is none, or on
+    /// failure, with the reason in `error`.
+    [[nodiscard]] ZAVDatabaseIdentifier streamDatabaseIdentifierForUUID(const ZAVUUID& uuid,
+                                                                        ZAVError* error = nullptr) const;
+
+    /// The same, but registers the stream when there is none.
+    [[nodiscard]] ZAVDatabaseIdentifier findOrCreateStreamWithUUID(const ZAVUUID& uuid,
+                                                                   ZAVError* error = nullptr) const;
+
+    /// Registers a stream that the service does not know yet: its events wait until it gets its identifier.
+    [[nodiscard]] ZAVDatabaseIdentifier createStreamWithoutUUID(ZAVError* error = nullptr) const;
+
+    /// Gives a stream the identifier under which the service knows it.
+    bool setUUID(const ZAVUUID& uuid, ZAVDatabaseIdentifier streamDatabaseIdentifier,
+                 ZAVError* error = nullptr) const;
+
+    /// Records the stream's latest sequence.
+    bool setSeq(ZAVSequence seq, ZAVDatabaseIdentifier streamDatabaseIdentifier,
+                ZAVError* error = nullptr) const;
+
+    /// How many streams there are; none on failure.
+    [[nodiscard]] std::optional<std::uint64_t> countOfStreams(ZAVError* error = nullptr) const;
+
+private:
+    [[nodiscard]] ZAVDatabaseIdentifier insert(const std::optional<ZAVUUID>& uuid, ZAVError* error) const;
+    [[nodiscard]] bool report(bool succeeded, ZAVError* error) const;
+};
+
+}  // namespace zav

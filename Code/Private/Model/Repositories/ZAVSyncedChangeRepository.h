@@ -1,0 +1,23 @@
+#pragma once
+
+#include <string_view>
+
+#include "Private/Foundation/ZAVIdentifiers.h"
+#include "Private/Model/Repositories/ZAVDatabaseRepository.h"
+#include "Private/Model/Synchronization/ZAVSyncedChangeType.h"
+
+namespace zav {
+
+/// Records which rows changed and wait to be processed by synchronisation.
+class ZAVSyncedChangeRepository : public ZAVDatabaseRepository {
+public:
+    using ZAVDatabaseRepository::ZAVDatabaseRepository;
+
+    /// Records one change.
+    /// @param tableName the changed table, such as `ZAVSyncedChangeTableNameEvents`.
+    /// @param rowIdentifier the changed row.
+    bool recordChange(std::string_view tableName, ZAVDatabaseIdentifier rowIdentifier,
+                      ZAVSyncedChangeType type, ZAVError* error = nullptr) const;
+};
+
+}  // namespace zav

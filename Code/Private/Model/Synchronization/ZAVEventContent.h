@@ -1,0 +1,102 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "Messaging/ZAVTContent.h"
+#include "Private/Foundation/ZAVDate.h"
+#include "Private/Foundation/ZAVIdentifiers.h"
+#include "Private/Foundation/ZAVURL.h"
+#include "Private/Foundation/ZAVUUID.h"
+#include "Private/Model/Synchronization/ZAVContentTransferStatus.h"
+
+namespace zav {
+
+/// A content part of an event, with what only this device knows of it: its row, its file and its transfer.
+///
+/// The back-references to the event and its stream are set by the repository; an application reads them.
+class ZAVEventContent : public ZAVTContent {
+public:
+    /// A part that belongs to no event yet.
+    ZAVEventContent() = default;
+
+    /// @param inlineData the part's body, for a part without an external URL.
+    /// @param size the part's size in bytes, wherever its bytes are.
+    /// @param fileURL the local file, relative to the content cache directory.
+    /// @param externalURL where the service's content store holds the content; kept as its absolute string.
+    /// @param externalAccessExpiration when `externalURL` ceases to work.
+    ZAVEventContent(ZAVDatabaseIdentifier eventDatabaseIdentifier, std::optional<ZAVUUID> eventClientID,
+                    std::int64_t index, std::optional<std::string> MIMEType,
+                    std::optional<ZAVData> inlineData, std::int64_t size, std::optional<ZAVURL> fileURL,
+                    const std::optional<ZAVURL>& externalURL,
+                    std::optional<ZAVDate> externalAccessExpiration);
+
+    /// Row of the event; `ZAVDatabaseIdentifierNotSet` until the part is stored.
+    [[nodiscard]] ZAVDatabaseIdentifier eventDatabaseIdentifier() const noexcept {
+        return eventDatabaseIdentifier_;
+    }
+    void setEventDatabaseIdentifier(ZAVDatabaseIdentifier value) noexcept {
+        eventDatabaseIdentifier_ = value;
+    }
+
+    /// The event's `client_id`; none when the event's row is missing.
+    [[nodiscard]] const std::optional<ZAVUUID>& eventClientID() const noexcept { return eventClientID_; }
+    void setEventClientID(std::optional<ZAVUUID> value) noexcept { eventClientID_ = value; }
+
+    /// The event's sequence; `ZAVSequenceNotSet` while it has none.
+    [[nodiscard]] ZAVSequence eventSeq() const noexcept { return eventSeq_; }
+    void setEventSeq(ZAVSequence value) noexcept { eventSeq_ = value; }
+
+    /// Position within the event, from 0. Storing an event numbers its parts by their position in its
+    /// `content`, whatever their index says; a later update of a part finds its row by this index.
+    [[nodiscard]] std::int64_t index() const noexcept { return index_; }
+    void setIndex(std::int64_t value) noexcept { index_ = value; }
+
+    /// The stream's identifier; none while the service does not know the stream.
+    [[nodiscard]] const std::optional<ZAVUUID>& streamUUID() const noexcept { return streamUUID_; }
+    void setStreamUUID(std::optional<ZAVUUID> value) noexcept { streamUUID_ = value; }
+
+    [[nodiscard]] ZAVContentTransferStatus transferStatus() const noexcept { return transferStatus_; }
+    void setTransferStatus(ZAVContentTransferStatus value) noexcept { transferStatus_ = value; }
+
+    /// The local file of the content.
+    [[nodiscard]] const std::optional<ZAVURL>& fileURL() const noexcept { return fileURL_; }
+    void setFileURL(std::optional<ZAVURL> value) noexcept { fileURL_ = std::move(value); }
+
+    [[nodiscard]] const std::optional<ZAVDate>& lastAccessed() const noexcept { return lastAccessed_; }
+    void setLastAccessed(std::optional<ZAVDate> value) noexcept { lastAccessed_ = value; }
+
+    /// When `external_url` ceases to work. Stored with its fraction of a second, read back without.
+    [[nodiscard]] const std::optional<ZAVDate>& externalContentURLExpiration() const noexcept {
+        return externalContentURLExpiration_;
+    }
+    void setExternalContentURLExpiration(std::optional<ZAVDate> value) noexcept {
+        externalContentURLExpiration_ = value;
+    }
+
+    /// Whether the local file was removed to reclaim space.
+    [[nodiscard]] bool isPurged() const noexcept { return isPurged_; }
+    void setIsPurged(bool value) noexcept { isPurged_ = value; }
+
+    [[nodiscard]] std::string_view className() const noexcept override { return "ZAVEventContent"; }
+
+protected:
+    void describeFields(std::string& text) const override;
+
+private:
+    bool isPurged_ = false;
+    std::optional<ZAVUUID> eventClientID_;
+    std::optional<ZAVUUID> streamUUID_;
+    ZAVSequence eventSeq_ = ZAVSequenceNotSet;
+    ZAVContentTransferStatus transferStatus_ = ZAVContentTransferAwaitingUpload;
+    ZAVDatabaseIdentifier eventDatabaseIdentifier_ = ZAVDatabaseIdentifierNotSet;
+    std::int64_t index_ = 0;
+    std::optional<ZAVURL> fileURL_;
+    std::optional<ZAVDate> lastAccessed_;
+    std::optional<ZAVDate> externalContentURLExpiration_;
+};
+
+}  // namespace zav

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "Private/Foundation/ZAVObject.h"
+#include "ZAVMessage.h"
+
+namespace zav {
+
+/// A content part as part of a message.
+class ZAVMessagePart : public ZAVObject {
+public:
+    /// @param message the message, which the part shares; not null.
+    /// @param index position within the message, from 0.
+    ZAVMessagePart(std::shared_ptr<ZAVMessage> message, std::uint64_t index) noexcept
+        : message_(std::move(message)), index_(index) {}
+
+    [[nodiscard]] const std::shared_ptr<ZAVMessage>& message() const noexcept { return message_; }
+    [[nodiscard]] std::uint64_t index() const noexcept { return index_; }
+
+    [[nodiscard]] std::string_view className() const noexcept override { return "ZAVMessagePart"; }
+
+protected:
+    void describeFields(std::string& text) const override {
+        text += " message=" + message_->description() + " index=" + std::to_string(index_);
+    }
+
+private:
+    std::shared_ptr<ZAVMessage> message_;
+    std::uint64_t index_;
+};
+
+}  // namespace zav

@@ -1,0 +1,26 @@
+# Writes the migrations of a folder into one C++ source: cmake -D MIGRATIONS=<folder> -D OUTPUT=<file> -P this file.
+file(GLOB files ${MIGRATIONS}/*.sql)
+list(SORT files)
+set(entries "")
+foreach(file IN LISTS files)
+    get_filename_component(name ${file} NAME_WE)
+    file(READ ${file} sql)
+    string(APPEND entries "    {\"${name}\",\n     R\"sql(${sql})sql\"},\n")
+endforeach()
+file(WRITE ${OUTPUT} "// Generated from the folder Migrations.
+#include \"Private/Database/ZAVSchemaMigrations.h\"
+
+namespace zav {
+namespace {
+
+constexpr ZAVSchemaMigration migrations[] = {
+${entries}};
+
+}  // namespace
+
+std::span<const ZAVSchemaMigration> ZAVSchemaMigrations() noexcept {
+    return migrations;
+}
+
+}  // namespace zav
+")
