@@ -1,0 +1,43 @@
+# make run    the main job: import a sample conversation into a database file, print statistics, list what can be sent
+# make test   build everything and run all tests
+#
+# Each sets up what it needs: on Debian and Ubuntu missing packages are installed, elsewhere they are named.
+# BUILD, BUILD_TYPE, CXX and SANITIZE may be given, as in: make test CXX=clang++ SANITIZE=address,undefined BUILD=build-asan
+
+BUILD ?= build
+BUILD_TYPE ?= Release
+SANITIZE ?=
+ifeq ($(origin CXX),default)
+CXX := g++
+endif
+JOBS ?= $(shell nproc 2>/dev/null || echo 2)
+
+SAMPLE_DATABASE = $(BUILD)/sample.db
+ZAVEVENTS = $(BUILD)/Tools/zavevents/zavevents
+
+.PHONY: run test build setup format check-format clean
+
+run: build
+	rm -f $(SAMPLE_DATABASE) $(SAMPLE_DATABASE)-wal $(SAMPLE_DATABASE)-shm
+	$(ZAVEVENTS) import $(SAMPLE_DATABASE) Examples/sample-conversation.jsonl --record-changes
+	$(ZAVEVENTS) stats $(SAMPLE_DATABASE)
+	$(ZAVEVENTS) events $(SAMPLE_DATABASE) --publishable
+
+test: build
+	ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS)
+
+build: setup
+	cmake -S . -B $(BUILD) -G Ninja -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) -DCMAKE_CXX_COMPILER=$(CXX) -DZAV_SANITIZE=$(SANITIZE)
+	cmake --build $(BUILD) -j $(JOBS)
+
+setup:
+	@scripts/setup.sh
+
+format:
+	scripts/format.sh
+
+check-format:
+	scripts/format.sh --check
+
+clean:
+	rm -rf $(BUILD)

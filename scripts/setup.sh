@@ -1,0 +1,45 @@
+#!/bin/sh
+# Makes sure that the compilers, tools and libraries of the build are there: installs what is missing through apt-get
+# on Debian and Ubuntu, and names it elsewhere.
+set -eu
+
+packages="g++ clang clang-format cmake ninja-build pkg-config python3
+    libsqlite3-dev liburiparser-dev libspdlog-dev libfmt-dev
+    libcli11-dev libsimdjson-dev nlohmann-json3-dev libgtest-dev"
+
+if ! command -v dpkg-query > /dev/null || ! command -v apt-get > /dev/null; then
+    missing=""
+    for tool in cmake ninja python3 pkg-config; do
+        command -v "$tool" > /dev/null || missing="$missing $tool"
+    done
+    if [ -n "$missing" ]; then
+        echo "Please install:$missing" >&2
+        exit 1
+    fi
+    echo "Packages are installed by themselves only on Debian and Ubuntu. The build needs: a C++20 compiler, SQLite 3.15" \
+        "or later, uriparser, spdlog, fmt, CLI11, simdjson, nlohmann-json and GoogleTest." >&2
+    exit 0
+fi
+
+missing=""
+for package in $packages; do
+    status=$(dpkg-query -W -f '${Status}' "$package" 2> /dev/null || true)
+    case "$status" in
+    *"ok installed") ;;
+    *) missing="$missing $package" ;;
+    esac
+done
+[ -z "$missing" ] && exit 0
+
+sudo=""
+if [ "$(id -u)" -ne 0 ]; then
+    if ! command -v sudo > /dev/null; then
+        echo "Please install as root: apt-get install$missing" >&2
+        exit 1
+    fi
+    sudo="sudo"
+fi
+echo "Installing:$missing"
+$sudo apt-get update -qq
+# shellcheck disable=SC2086 # a list of words
+$sudo env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends $missing > /dev/null
