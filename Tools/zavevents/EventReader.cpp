@@ -1,0 +1,302 @@
+#include "EventReader.h"
+
+#include <simdjson.h>
+
+#include <limits>
+#include <utility>
+#include <vector>
+
+#include "Base64.h"
+#include "Private/Foundation/ZAVDictionary.h"
+#include "Private/Model/Repositories/ZAVEventRepository.h"
+#include "Private/Model/Repositories/ZAVMessageRepositoryCache.h"
+
+namespace zavevents {
+namespace {
+
+using namespace zav;
+using simdjson::dom::element;
+
+/// One field of an object, for reading and for complaining about it.
+struct Field {
+    std::string_view key;
+    element value;
+
+    [[noreturn]] void complain(const std::string& complaint) const {
+        throw BadLine(std::string(key) + " " + complaint);
+    }
+
+    [[nodiscard]] std::string_view text() const {
+        std::string_view result;
+        if (value.get_string().get(result) != simdjson::SUCCESS) {
+            complain("is no text");
+        }
+        return result;
+    }
+
+    template <class Number>
+    [[nodiscard]] Number number(std::int64_t least = std::numeric_limits<Number>::min(),
+                                std::int64_t most = std::numeric_limits<Number>::max()) const {
+        std::int64_t result = 0;
+        const auto status = value.get_int64().get(result);
+        if (status == simdjson::NUMBER_OUT_OF_RANGE ||
+            (status == simdjson::SUCCESS && (result < least || result > most))) {
+            complain("is out of range");
+        }
+        if (status != simdjson::SUCCESS) {
+            complain("is no whole number");
+        }
+        return static_cast<Number>(result);
+    }
+
+    [[nodiscard]] ZAVDate date() const {
+        double seconds = 0;
+        if (value.get_double().get(seconds) != simdjson::SUCCESS) {
+            complain("is no number of seconds");
+        }
+        return ZAVDateFromSecondsSince1970(seconds);
+    }
+
+    [[nodiscard]] bool boolean() const {
+        bool result = false;
+        if (value.get_bool().get(result) != simdjson::SUCCESS) {
+            complain("is neither true nor false");
+        }
+        return result;
+    }
+
+    [[nodiscard]] ZAVUUID uuid() const {
+        const auto result = ZAVUUID::fromString(text());
+        if (!result) {
+            complain("is no UUID");
+        }
+        return *result;
+    }
+
+    [[nodiscard]] ZAVData base64() const {
+        auto result = dataFromBase64(text());
+        if (!result) {
+            complain("is no base64");
+        }
+        return *std::move(result);
+    }
+
+    [[nodiscard]] simdjson::dom::object object() const {
+        simdjson::dom::object result;
+        if (value.get_object().get(result) != simdjson::SUCCESS) {
+            complain("is no object");
+        }
+        return result;
+    }
+
+    [[nodiscard]] simdjson::dom::array array() const {
+        simdjson::dom::array result;
+        if (value.get_array().get(result) != simdjson::SUCCESS) {
+            complain("is no array");
+        }
+        return result;
+    }
+};
+
+ZAVDictionary readMetadata(const Field& field) {
+    ZAVDictionary metadata;
+    for (const auto& [key, value] : field.object()) {
+        const std::string name = "transient_metadata." + std::string(key);
+        if (value.is_string()) {
+            metadata.set(std::string(key), std::string(Field{name, value}.text()));
+            continue;
+        }
+        std::optional<ZAVData> bytes;
+        for (const auto& [innerKey, innerValue] : Field{name, value}.object()) {
+            if (innerKey == "base64") {
+                bytes = Field{name, innerValue}.base64();
+            }
+        }
+        if (!bytes) {
+            Field{name, value}.complain("is neither text nor base64");
+        }
+        metadata.set(std::string(key), *std::move(bytes));
+    }
+    return metadata;
+}
+
+/// A part, and whether the line says in which transfer status it is.
+struct ReadPart {
+    std::shared_ptr<ZAVEventContent> part;
+    bool hasStatus = false;
+};
+
+ReadPart readPart(const element& source, const ZAVURL& cacheDirectory) {
+    ReadPart result{std::make_shared<ZAVEventContent>()};
+    ZAVEventContent& part = *result.part;
+    for (const auto& [key, value] : Field{"a content part", source}.object()) {
+        const Field field{key, value};
+        if (key == "media_type") {
+            part.set_media_type(std::string(field.text()));
+        } else if (key == "size") {
+            part.set_size(field.number<std::int64_t>());
+        } else if (key == "text" || key == "body") {
+            if (part.body()) {
+                field.complain("stands beside other inline data");
+            }
+            part.set_body(key == "text" ? ZAVData::fromText(field.text()) : field.base64());
+        } else if (key == "external_url") {
+            if (!ZAVURL::URLWithString(field.text())) {
+                field.complain("is no URL");
+            }
+            part.set_external_url(std::string(field.text()));
+        } else if (key == "external_content_url_expiration") {
+            part.setExternalContentURLExpiration(field.date());
+        } else if (key == "last_accessed") {
+            part.setLastAccessed(field.date());
+        } else if (key == "transfer_status") {
+            part.setTransferStatus(field.number<ZAVContentTransferStatus>(0, ZAVContentTransferComplete));
+            result.hasStatus = true;
+        } else if (key == "file_path") {
+            const auto url = ZAVURL::URLWithString(field.text(), cacheDirectory);
+            if (!url || !url->baseURL()) {
+                field.complain("is no relative path");
+            }
+            part.setFileURL(url);
+        } else if (key == "purged") {
+            part.setIsPurged(field.boolean());
+        }
+    }
+    if (part.body() && part.external_url()) {
+        throw BadLine("a content part has both inline data and an external_url");
+    }
+    if (!part.sizeIsSet()) {
+        part.set_size(part.body() ? static_cast<std::int64_t>(part.body()->size()) : 0);
+    }
+    if (!result.hasStatus && part.body()) {
+        part.setTransferStatus(ZAVContentTransferComplete);
+        result.hasStatus = true;
+    }
+    return result;
+}
+
+/// Makes the parts ready for download that a line leaves to be. Those with a status of their own stay as they
+/// are.
+void prepareForDownload(ZAVEvent& event, const std::vector<ReadPart>& parts,
+                        const std::optional<DownloadOwner>& owner) {
+    bool needed = false;
+    for (const ReadPart& read : parts) {
+        needed = needed || (!read.hasStatus && read.part->external_url());
+    }
+    if (!needed) {
+        return;
+    }
+    if (!owner) {
+        throw BadLine(
+            "a content part has an external_url and no transfer_status: --app-id and --user must say for whom to "
+            "download it");
+    }
+    struct Kept {
+        ZAVContentTransferStatus status;
+        std::optional<ZAVURL> file;
+    };
+    std::vector<Kept> kept;
+    for (const ReadPart& read : parts) {
+        kept.push_back({read.part->transferStatus(), read.part->fileURL()});
+    }
+    ZAVPrepareEventContentsForDownload(event, owner->appID, owner->userID);
+    for (std::size_t index = 0; index < parts.size(); ++index) {
+        if (parts[index].hasStatus) {
+            parts[index].part->setTransferStatus(kept[index].status);
+            parts[index].part->setFileURL(kept[index].file);
+        }
+    }
+}
+
+}  // namespace
+
+class EventReader::Parser {
+public:
+    explicit Parser(std::optional<DownloadOwner> owner)
+        : owner_(std::move(owner)), cacheDirectory_(ZAVMessageRepositoryCacheBaseDirectoryURL()) {}
+
+    ReadEvent read(std::string_view line) {
+        element document;
+        if (const auto status = json_.parse(line.data(), line.size()).get(document);
+            status != simdjson::SUCCESS) {
+            throw BadLine(std::string("is no JSON: ") + simdjson::error_message(status));
+        }
+        ReadEvent result{std::make_shared<ZAVEvent>(), std::nullopt};
+        ZAVEvent& event = *result.event;
+        std::vector<ReadPart> parts;
+        for (const auto& [key, value] : Field{"the line", document}.object()) {
+            readField(Field{key, value}, event, parts, result.unnamedStream);
+        }
+        if (!event.client_id()) {
+            throw BadLine("client_id is missing");
+        }
+        if (event.type() == 0) {
+            throw BadLine(event.typeIsSet() ? "type is 0" : "type is missing");
+        }
+        if (!parts.empty()) {
+            std::vector<std::shared_ptr<ZAVTContent>> content;
+            for (const ReadPart& part : parts) {
+                content.push_back(part.part);
+            }
+            event.set_content(std::move(content));
+            prepareForDownload(event, parts, owner_);
+        }
+        return result;
+    }
+
+private:
+    void readField(const Field& field, ZAVEvent& event, std::vector<ReadPart>& parts,
+                   std::optional<std::int64_t>& unnamedStream) const {
+        const std::string_view key = field.key;
+        if (key == "stream_id") {
+            event.set_stream_id(ZAVDataFromUUID(field.uuid()));
+        } else if (key == "client_id") {
+            event.set_client_id(ZAVDataFromUUID(field.uuid()));
+        } else if (key == "type") {
+            event.set_type(field.number<ZAVTEventType>(std::numeric_limits<std::int32_t>::min(),
+                                                       std::numeric_limits<std::int32_t>::max()));
+        } else if (key == "subtype") {
+            event.set_subtype(field.number<std::uint8_t>());
+        } else if (key == "seq") {
+            event.set_seq(field.number<ZAVSequence>());
+        } else if (key == "preceding_seq") {
+            event.set_preceding_seq(field.number<ZAVSequence>());
+        } else if (key == "client_seq") {
+            event.set_client_seq(field.number<ZAVSequence>());
+        } else if (key == "server_timestamp") {
+            event.set_server_timestamp(field.number<std::int64_t>());
+        } else if (key == "target_seq") {
+            event.set_target_seq(field.number<ZAVSequence>());
+        } else if (key == "creator_id") {
+            event.set_creator_id(std::string(field.text()));
+        } else if (key == "creator_name") {
+            event.set_creator_name(std::string(field.text()));
+        } else if (key == "member_id") {
+            event.set_member_id(std::string(field.text()));
+        } else if (key == "transient_metadata") {
+            event.set_transient_metadata(readMetadata(field));
+        } else if (key == "content") {
+            parts.clear();
+            for (const element& part : field.array()) {
+                parts.push_back(readPart(part, cacheDirectory_));
+            }
+        } else if (key == "stream_database_identifier") {
+            unnamedStream = field.number<std::int64_t>();
+        }
+    }
+
+    std::optional<DownloadOwner> owner_;
+    ZAVURL cacheDirectory_;
+    simdjson::dom::parser json_;
+};
+
+EventReader::EventReader(std::optional<DownloadOwner> owner)
+    : parser_(std::make_unique<Parser>(std::move(owner))) {}
+
+EventReader::~EventReader() = default;
+
+ReadEvent EventReader::read(std::string_view line) {
+    return parser_->read(line);
+}
+
+}  // namespace zavevents

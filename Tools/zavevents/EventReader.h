@@ -1,0 +1,51 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+#include "Private/Foundation/ZAVUUID.h"
+#include "Private/Model/Synchronization/ZAVEvent.h"
+
+namespace zavevents {
+
+/// A line that is no event; the text says why.
+class BadLine : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// For whom the files of content to download are kept.
+struct DownloadOwner {
+    zav::ZAVUUID appID;
+    std::string userID;
+};
+
+/// An event as a line gives it.
+struct ReadEvent {
+    std::shared_ptr<zav::ZAVEvent> event;
+
+    /// The line's `stream_database_identifier`, which counts only when the event has no `stream_id`: lines of
+    /// one file that carry the same number were in one stream.
+    std::optional<std::int64_t> unnamedStream;
+};
+
+/// Turns lines of JSON into events.
+class EventReader {
+public:
+    /// @param owner needed only for content that is to be downloaded.
+    explicit EventReader(std::optional<DownloadOwner> owner);
+    ~EventReader();
+
+    /// @throws BadLine
+    [[nodiscard]] ReadEvent read(std::string_view line);
+
+private:
+    class Parser;
+    std::unique_ptr<Parser> parser_;
+};
+
+}  // namespace zavevents

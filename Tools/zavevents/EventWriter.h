@@ -1,0 +1,16 @@
+#pragma once
+
+#include <string>
+
+#include "Private/Model/Synchronization/ZAVEvent.h"
+
+namespace zavevents {
+
+/// Appends an event as one line of JSON, with its line break.
+/// @param sequenced whether the service has sequenced the event, which the record does not tell.
+void appendEvent(const zav::ZAVEvent& event, bool sequenced, std::string& text);
+
+/// Appends a content part as one line of JSON, with its line break.
+void appendPart(const zav::ZAVEventContent& part, std::string& text);
+
+}  // namespace zavevents

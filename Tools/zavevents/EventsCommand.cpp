@@ -1,0 +1,161 @@
+#include <algorithm>
+#include <memory>
+#include <optional>
+#include <string>
+#include <unordered_set>
+#include <vector>
+
+#include "Arguments.h"
+#include "Commands.h"
+#include "EventWriter.h"
+#include "Output.h"
+#include "Private/Model/Repositories/ZAVEventRepository.h"
+#include "Store.h"
+#include "ToolError.h"
+
+namespace zavevents {
+namespace {
+
+using namespace zav;
+
+struct EventsOptions {
+    std::string database;
+    bool all = false;
+    bool publishable = false;
+    bool unpublishable = false;
+    bool unprocessed = false;
+    bool posted = false;
+    std::optional<std::int64_t> revived;
+    std::optional<std::int64_t> row;
+    std::optional<std::int32_t> seq;
+    std::string stream;
+};
+
+/// Tells which events the service has sequenced. A record with another `seq` than 0 tells it by itself; 0 may
+/// be read from NULL, and then the repository is asked.
+class SequencedEvents {
+public:
+    explicit SequencedEvents(const ZAVEventRepository& repository) : repository_(repository) {}
+
+    [[nodiscard]] bool contains(const ZAVEvent& event) {
+        if (event.seq() != 0) {
+            return true;
+        }
+        ZAVError error;
+        if (const auto stream = event.streamUUID()) {
+            const auto first = repository_.eventWithSeq(0, *stream, &error);
+            if (error) {
+                throw ToolError("cannot look for an event's sequence", error);
+            }
+            if (first == nullptr || first->databaseIdentifier() == event.databaseIdentifier()) {
+                return first != nullptr;
+            }
+        }
+        return posted().contains(event.databaseIdentifier());
+    }
+
+private:
+    const std::unordered_set<ZAVDatabaseIdentifier>& posted() {
+        if (!posted_) {
+            ZAVError error;
+            const auto events = repository_.postedAndProcessedEvents(&error);
+            if (!events) {
+                throw ToolError("cannot read the posted events", error);
+            }
+            posted_.emplace();
+            for (const auto& event : *events) {
+                posted_->insert(event->databaseIdentifier());
+            }
+        }
+        return *posted_;
+    }
+
+    const ZAVEventRepository& repository_;
+    std::optional<std::unordered_set<ZAVDatabaseIdentifier>> posted_;
+};
+
+/// The selected events in the order in which they are written: of the revived stream in replay order, else by
+/// row.
+std::vector<std::shared_ptr<ZAVEvent>> select(const ZAVEventRepository& repository,
+                                              const EventsOptions& options) {
+    ZAVError error;
+    std::optional<ZAVSet<ZAVEvent>> events;
+    if (options.row || options.seq) {
+        std::shared_ptr<ZAVEvent> event;
+        if (options.row) {
+            event = repository.eventForDatabaseIdentifier(*options.row, &error);
+        } else {
+            event = repository.eventWithSeq(*options.seq, uuidFrom(options.stream), &error);
+        }
+        if (!error || event) {
+            events.emplace();
+        }
+        if (event) {
+            events->insert(event);
+        }
+    } else if (options.publishable) {
+        events = repository.publishableEvents(&error);
+    } else if (options.unpublishable) {
+        events = repository.unpublishableEvents(&error);
+    } else if (options.unprocessed) {
+        events = repository.unprocessedEvents(&error);
+    } else if (options.posted) {
+        events = repository.postedAndProcessedEvents(&error);
+    } else if (options.revived) {
+        events = repository.eventsFromRevivedStreamWithStreamDatabaseIdentifier(*options.revived, &error);
+    } else {
+        events = repository.allEvents(&error);
+    }
+    if (!events || error) {
+        throw ToolError("cannot read the events", error);
+    }
+    std::vector<std::shared_ptr<ZAVEvent>> ordered(events->begin(), events->end());
+    if (!options.revived) {
+        std::stable_sort(ordered.begin(), ordered.end(), [](const auto& left, const auto& right) {
+            return left->databaseIdentifier() < right->databaseIdentifier();
+        });
+    }
+    return ordered;
+}
+
+void writeEvents(const EventsOptions& options) {
+    const ZAVEventRepository repository(openStore(options.database));
+    const auto events = select(repository, options);
+    const bool allSequenced = options.posted || options.revived || options.seq;
+    const bool noneSequenced = options.publishable || options.unpublishable;
+    SequencedEvents sequenced(repository);
+    Output output;
+    for (const auto& event : events) {
+        appendEvent(*event, allSequenced || (!noneSequenced && sequenced.contains(*event)), output.text());
+        output.flushIfLarge();
+    }
+    output.flush();
+}
+
+}  // namespace
+
+void addEventsCommand(CLI::App& app, Action& action) {
+    auto* const command = app.add_subcommand("events", "Write events as JSON Lines");
+    const auto options = std::make_shared<EventsOptions>();
+    command->add_option("DATABASE", options->database, "The database file")->required();
+    auto* const selection =
+        command->add_option_group("Selection", "Which events; all of them when nothing is said");
+    selection->add_flag("--all", options->all, "Every event");
+    selection->add_flag("--publishable", options->publishable, "Those that can be sent to the service");
+    selection->add_flag("--unpublishable", options->unpublishable,
+                        "Those whose stream the service does not know");
+    selection->add_flag("--unprocessed", options->unprocessed, "Those that wait to be processed");
+    selection->add_flag("--posted", options->posted, "Those that the service has sequenced");
+    selection->add_option("--revived", options->revived,
+                          "The sequenced events of the stream in this row, in replay order");
+    selection->add_option("--id", options->row, "The event in this row");
+    auto* const seq = selection->add_option("--seq", options->seq, "The event at this sequence of --stream");
+    selection->require_option(0, 1);
+    auto* const stream = command->add_option("--stream", options->stream, "A stream's UUID")->check(isUUID());
+    seq->needs(stream);
+    stream->needs(seq);
+    command->footer("Example: zavevents events chat.db --publishable");
+    command->callback([options, &action] { action = [options] { writeEvents(*options); }; });
+}
+
+}  // namespace zavevents

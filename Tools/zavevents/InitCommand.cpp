@@ -1,0 +1,25 @@
+#include <iostream>
+#include <memory>
+#include <string>
+
+#include "Commands.h"
+#include "Private/Database/ZAVDatabaseSchema.h"
+#include "Store.h"
+
+namespace zavevents {
+
+void addInitCommand(CLI::App& app, Action& action) {
+    auto* const command =
+        app.add_subcommand("init", "Create a database and its schema, or bring an older one up to date");
+    const auto path = std::make_shared<std::string>();
+    command->add_option("DATABASE", *path, "The database file")->required();
+    command->footer("Example: zavevents init chat.db");
+    command->callback([path, &action] {
+        action = [path] {
+            static_cast<void>(openOrCreateStore(*path));
+            std::cout << *path << ": schema version " << zav::ZAVDatabaseSchema::currentVersion() << '\n';
+        };
+    });
+}
+
+}  // namespace zavevents

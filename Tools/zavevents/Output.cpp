@@ -1,0 +1,29 @@
+#include "Output.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "ToolError.h"
+
+namespace zavevents {
+namespace {
+
+constexpr std::size_t blockSize = std::size_t{1} << 18;
+
+}  // namespace
+
+void Output::flushIfLarge() {
+    if (text_.size() >= blockSize) {
+        flush();
+    }
+}
+
+void Output::flush() {
+    if (std::fwrite(text_.data(), 1, text_.size(), stdout) != text_.size() || std::fflush(stdout) != 0) {
+        throw ToolError(std::string("standard output: ") + std::strerror(errno));
+    }
+    text_.clear();
+}
+
+}  // namespace zavevents

@@ -1,0 +1,152 @@
+#include <algorithm>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "Arguments.h"
+#include "Commands.h"
+#include "EventWriter.h"
+#include "Output.h"
+#include "Private/Model/Repositories/ZAVEventRepository.h"
+#include "Store.h"
+#include "ToolError.h"
+
+namespace zavevents {
+namespace {
+
+using namespace zav;
+
+struct PartsOptions {
+    std::string database;
+    bool unassignedURLs = false;
+    bool incompleteUploads = false;
+    bool expiredDownloads = false;
+    bool incompleteDownloads = false;
+    std::optional<std::int64_t> row;
+    std::optional<std::int64_t> event;
+    std::optional<std::int64_t> message;
+    std::string objectID;
+    std::string url;
+    std::optional<std::uint64_t> leastRecent;
+    std::int64_t index = 0;
+    std::vector<std::string> types;
+    bool noTypes = false;
+    std::uint64_t maxSize = 0;
+    std::uint64_t limit = 100;
+};
+
+/// The MIME type set that the options stand for: the given types, none at all, or no set.
+std::optional<std::set<std::string>> typeSet(const PartsOptions& options) {
+    if (options.types.empty() && !options.noTypes) {
+        return std::nullopt;
+    }
+    return std::set<std::string>(options.types.begin(), options.types.end());
+}
+
+std::vector<std::shared_ptr<ZAVEventContent>> select(const ZAVEventRepository& repository,
+                                                     const PartsOptions& options) {
+    ZAVError error;
+    std::optional<ZAVSet<ZAVEventContent>> parts;
+    std::shared_ptr<ZAVEventContent> part;
+    if (options.unassignedURLs) {
+        parts = repository.eventContentsHavingUnassignedURLsWithError(&error);
+    } else if (options.incompleteUploads) {
+        parts = repository.eventContentsHavingIncompleteUploadsWithLimit(options.limit, &error);
+    } else if (options.expiredDownloads) {
+        parts = repository.eventContentsHavingExpiredDownloadURLsWithAutoDownloadMIMETypes(
+            typeSet(options), options.maxSize, options.limit, &error);
+    } else if (options.incompleteDownloads) {
+        parts = repository.eventContentsHavingIncompleteDownloadsWithLimit(options.limit, &error);
+    } else if (options.leastRecent) {
+        parts = repository.leastRecentlyAccessedEventContentPartsForSize(*options.leastRecent, &error);
+    } else if (options.row) {
+        part = repository.eventContentDatabaseIdentifier(*options.row, &error);
+    } else if (options.event) {
+        part = repository.eventContentForEventDatabaseIdentifier(*options.event, options.index, &error);
+    } else if (options.message) {
+        part = repository.eventContentForMessagePart(
+            ZAVMessagePart(std::make_shared<ZAVMessage>(*options.message),
+                           static_cast<std::uint64_t>(options.index)),
+            &error);
+    } else if (!options.objectID.empty()) {
+        part = repository.eventContentForMessagePartObjectIdentifier(urlFrom(options.objectID), &error);
+    } else {
+        part = repository.eventContentForExternalContentURL(urlFrom(options.url), &error);
+    }
+    if (error) {
+        throw ToolError("cannot read the content parts", error);
+    }
+    std::vector<std::shared_ptr<ZAVEventContent>> selected;
+    if (parts) {
+        selected.assign(parts->begin(), parts->end());
+    } else if (part) {
+        selected.push_back(part);
+    }
+    // What to purge keeps its order, oldest first; the queues have none.
+    if (!options.leastRecent) {
+        std::stable_sort(selected.begin(), selected.end(), [](const auto& left, const auto& right) {
+            return std::tuple(left->eventDatabaseIdentifier(), left->index()) <
+                   std::tuple(right->eventDatabaseIdentifier(), right->index());
+        });
+    }
+    return selected;
+}
+
+void writeParts(const PartsOptions& options) {
+    const ZAVEventRepository repository(openStore(options.database));
+    Output output;
+    for (const auto& part : select(repository, options)) {
+        appendPart(*part, output.text());
+        output.flushIfLarge();
+    }
+    output.flush();
+}
+
+}  // namespace
+
+void addPartsCommand(CLI::App& app, Action& action) {
+    auto* const command = app.add_subcommand("parts", "Write content parts as JSON Lines");
+    const auto options = std::make_shared<PartsOptions>();
+    command->add_option("DATABASE", options->database, "The database file")->required();
+    auto* const selection = command->add_option_group("Selection", "Which parts");
+    selection->add_flag("--unassigned-urls", options->unassignedURLs, "Those that need a URL to upload to");
+    selection->add_flag("--incomplete-uploads", options->incompleteUploads, "Uploads in flight");
+    auto* const expired = selection->add_flag("--expired-downloads", options->expiredDownloads,
+                                              "Those to download that need a new URL");
+    selection->add_flag("--incomplete-downloads", options->incompleteDownloads, "Downloads in flight");
+    selection->add_option("--id", options->row, "The part in this row");
+    auto* const event =
+        selection->add_option("--event", options->event, "Part --index of the event in this row");
+    auto* const message =
+        selection->add_option("--message", options->message, "Part --index of the message in this row");
+    selection->add_option("--object-id", options->objectID, "The part that an object identifier names")
+        ->check(isURL());
+    selection->add_option("--url", options->url, "The part whose content is kept under this URL")
+        ->check(isURL());
+    selection->add_option("--least-recent", options->leastRecent,
+                          "Those to purge to free so many bytes, oldest first");
+    selection->require_option(1);
+
+    auto* const index =
+        command->add_option("--index", options->index, "Position of the part")->check(CLI::NonNegativeNumber);
+    event->needs(index);
+    message->needs(index);
+    auto* const types =
+        command->add_option("--mime", options->types, "A type that is wanted whatever its size")
+            ->check(isMediaType())
+            ->needs(expired);
+    command->add_flag("--no-mime", options->noTypes, "No type is wanted whatever its size")
+        ->needs(expired)
+        ->excludes(types);
+    command->add_option("--max-size", options->maxSize, "The size up to which any type is wanted, in bytes")
+        ->needs(expired);
+    command->add_option("--limit", options->limit, "At most so many (default: 100)");
+    command->footer(
+        "Example: zavevents parts chat.db --expired-downloads --mime image/jpeg --max-size 65536");
+    command->callback([options, &action] { action = [options] { writeParts(*options); }; });
+}
+
+}  // namespace zavevents

@@ -1,0 +1,56 @@
+#include "Store.h"
+
+#include "Private/Database/ZAVDatabaseSchema.h"
+#include "ToolError.h"
+
+namespace zavevents {
+
+using namespace zav;
+
+std::shared_ptr<FMDatabase> openOrCreateStore(const std::string& path) {
+    ZAVError error;
+    auto database = ZAVDatabaseSchema::openDatabase(path, {}, &error);
+    if (!database) {
+        throw ToolError(path, error);
+    }
+    return database;
+}
+
+std::shared_ptr<FMDatabase> openStore(const std::string& path) {
+    FMDatabaseOptions options;
+    options.access = FMDatabaseOptions::Access::readWrite;
+    options.writeAheadLog = false;
+    options.newestUserVersion = ZAVDatabaseSchema::currentVersion();
+    ZAVError error;
+    auto database = FMDatabase::databaseWithPath(path, options, &error);
+    if (!database) {
+        throw ToolError(path, error);
+    }
+    const auto version = ZAVDatabaseSchema::versionOfDatabase(*database, &error);
+    if (!version) {
+        throw ToolError(path, error);
+    }
+    // Version 0 with the table in place: another owner keeps the schema, and says nothing of its version.
+    const bool ownedByOthers =
+        *version == 0 &&
+        queryNumber(*database,
+                    "SELECT COUNT(*) FROM sqlite_master WHERE type = 'table' AND name = 'events'") == 1;
+    if (*version != ZAVDatabaseSchema::currentVersion() && !ownedByOthers) {
+        throw ToolError(path + ": " +
+                        (*version == 0 ? "this is no event store"
+                                       : "the schema has version " + std::to_string(*version) + " of " +
+                                             std::to_string(ZAVDatabaseSchema::currentVersion())) +
+                        "; 'zavevents init' brings an empty or older database up to date");
+    }
+    return database;
+}
+
+std::int64_t queryNumber(FMDatabase& database, const std::string& sql) {
+    auto rows = database.executeQuery(sql);
+    if (!rows || !rows->next()) {
+        throw ToolError(sql, database.lastError());
+    }
+    return rows->longLongIntForColumnIndex(0);
+}
+
+}  // namespace zavevents

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "Private/Database/FMDatabase.h"
+
+namespace zavevents {
+
+/// Opens a database file, makes it when there is none, and brings its schema up to date.
+/// @throws ToolError
+[[nodiscard]] std::shared_ptr<zav::FMDatabase> openOrCreateStore(const std::string& path);
+
+/// Opens an existing event store as it is.
+/// @throws ToolError when there is none, or its schema is not the one that this tool knows.
+[[nodiscard]] std::shared_ptr<zav::FMDatabase> openStore(const std::string& path);
+
+/// The first column of the only row of a query without values, as a number.
+/// @throws ToolError
+[[nodiscard]] std::int64_t queryNumber(zav::FMDatabase& database, const std::string& sql);
+
+}  // namespace zavevents
