@@ -112,7 +112,9 @@ bool FMDatabase::configure(const FMDatabaseOptions& options) {
     sqlite3_extended_result_codes(connection_, 1);
     sqlite3_busy_timeout(connection_, static_cast<int>(options.busyTimeout.count()));
     keepForeignHandsOff(connection_);
-    if (!executeStatements("PRAGMA cell_size_check=ON")) {
+    if (!executeStatements("PRAGMA cell_size_check=ON; PRAGMA cache_size=-" +
+                           std::to_string(options.pageCacheKiB) +
+                           "; PRAGMA wal_autocheckpoint=" + std::to_string(options.writeAheadLogPages))) {
         return false;
     }
     // Reading the version is the first look into the file: it tells whether there is a database in it at all.

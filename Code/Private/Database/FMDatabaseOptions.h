@@ -29,6 +29,14 @@ struct FMDatabaseOptions {
     /// has.
     bool writeAheadLog = true;
 
+    /// Memory for pages of the file, in KiB, taken as pages are read. Indexes that fit are searched without
+    /// touching the file system; 2048 suits a small phone.
+    std::int32_t pageCacheKiB = 16384;
+
+    /// How many pages the write-ahead log grows by before it is folded into the file. A page that changes
+    /// again and again in between is folded once.
+    std::int32_t writeAheadLogPages = 4000;
+
     /// How long a call waits for a lock that another connection holds before it fails.
     std::chrono::milliseconds busyTimeout{5000};
 

@@ -102,7 +102,7 @@ std::optional<ZAVDate> FMResultSet::dateForColumnIndex(int index) const noexcept
 }
 
 bool FMResultSet::boolForColumnIndex(int index) const noexcept {
-    return intForColumnIndex(index) != 0;
+    return row_ != nullptr && sqlite3_column_double(row_, index) != 0;
 }
 
 bool FMResultSet::columnIndexIsNull(int index) const noexcept {

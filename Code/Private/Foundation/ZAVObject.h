@@ -24,7 +24,7 @@ public:
 protected:
     ZAVObject() = default;
 
-    /// Appends ` name=value` for each field worth showing. A derived class calls its base first.
+    /// Appends ` name=value` for each field worth showing. A derived class also calls its base.
     virtual void describeFields(std::string& text) const;
 };
 

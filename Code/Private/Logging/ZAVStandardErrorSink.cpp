@@ -6,8 +6,10 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 
 namespace zav {
 namespace {
@@ -33,6 +35,9 @@ private:
     }
     void flush_() override { output_.flush(); }
     void set_pattern_(const std::string& pattern) override { output_.set_pattern(pattern); }
+    void set_formatter_(std::unique_ptr<spdlog::formatter> formatter) override {
+        output_.set_formatter(std::move(formatter));
+    }
 
     spdlog::sinks::stderr_sink_st output_;
     std::atomic<std::uint64_t> written_{0};

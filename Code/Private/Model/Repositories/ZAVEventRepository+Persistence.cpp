@@ -2,7 +2,6 @@
 #include <memory>
 #include <string>
 #include <string_view>
-#include <tuple>
 #include <utility>
 #include <variant>
 
@@ -243,7 +242,8 @@ bool ZAVEventRepository::persistEvents(const ZAVSet<ZAVTEvent>& events, ZAVError
     static constexpr ZAVRepositoryOperation operation{"-[ZAVEventRepository persistEvents:error:]",
                                                       "persisting %lu event(s)",
                                                       "failed to persist events:%@ with %@"};
-    return operation.runLogging(
+    operation.announce(events.size());
+    return operation.attempt(
         *this, error,
         [&](ZAVError& outError) {
             const auto keyedValues = ZAVKeyedValueRepository::repositoryWithDatabase(sharedDatabase());
@@ -254,7 +254,7 @@ bool ZAVEventRepository::persistEvents(const ZAVSet<ZAVTEvent>& events, ZAVError
             }
             return true;
         },
-        std::tuple(events.size()), std::tie(events));
+        events);
 }
 
 }  // namespace zav

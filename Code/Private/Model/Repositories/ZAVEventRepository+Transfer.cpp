@@ -1,7 +1,132 @@
+#include <cstdint>
+#include <string>
+#include <string_view>
+
 #include "Private/Model/Repositories/ZAVEventRepository.h"
+#include "Private/Model/Repositories/ZAVEventRepositoryProjections.h"
 #include "Private/Model/Repositories/ZAVMessageRepositoryCache.h"
+#include "Private/Model/Repositories/ZAVRepositoryOperation.h"
 
 namespace zav {
+namespace {
+
+/// How far an event is from the end of its stream: what is near is wanted first.
+constexpr std::string_view rank = ", (streams.seq - events.preceding_seq) AS distance_from_eos";
+
+std::string statementOf(std::string_view columns, std::string_view tail) {
+    return std::string(projections::content) + std::string(columns) +
+           std::string(projections::contentSource) + " " + std::string(tail);
+}
+
+/// The four queues share their texts, which speak of uploads.
+constexpr ZAVRepositoryOperation queueOperation(std::string_view function) {
+    return {function, "fetching event content parts awaiting uploads",
+            "failed to fetch event content parts awaiting uploads %@"};
+}
+
+/// The reading body of a queue. The set is handed out as it was built.
+template <class... Values>
+std::optional<ZAVSet<ZAVEventContent>> readQueue(const ZAVRepositoryOperation& operation,
+                                                 const ZAVEventRepository& repository, ZAVError* error,
+                                                 const std::string& statement, const Values&... values) {
+    std::optional<ZAVSet<ZAVEventContent>> contents;
+    operation.run(repository, error, [&](ZAVError& outError) {
+        auto rows = repository.database().executeQuery(statement, values...);
+        if (!rows) {
+            outError = repository.database().lastError();
+            return false;
+        }
+        contents.emplace();
+        while (rows->nextWithError(&outError)) {
+            contents->append(repository.eventContentFromResultSet(*rows));
+        }
+        if (outError) {
+            contents.reset();
+            return false;
+        }
+        rows->close();
+        return true;
+    });
+    return contents;
+}
+
+/// The types as text of the statement, in single quotes and otherwise as they are.
+std::string quotedList(const std::set<std::string>& types) {
+    std::string list;
+    for (const std::string& type : types) {
+        list += list.empty() ? "'" : ", '";
+        list += type;
+        list += '\'';
+    }
+    return list;
+}
+
+// The blanks inside these two statements are part of them.
+constexpr std::string_view expiredDownloadsOfTypes =
+    "WHERE ((url IS NULL) OR (access_expiration IS NULL) OR (access_expiration <= ?)) AND       "
+    "file_path IS NOT NULL AND (purged = 0 OR purged IS NULL) AND       "
+    "(transfer_status = ? OR (transfer_status = ? AND event_content_parts.type IN (%@)) OR "
+    "(transfer_status = ? AND size <= ?))       "
+    "ORDER BY distance_from_eos ASC, events.client_seq DESC, events.creator_id DESC       LIMIT ?";
+constexpr std::string_view expiredDownloadsOfAnyType =
+    "WHERE ((url IS NULL) OR (access_expiration IS NULL) OR (access_expiration <= ?)) AND       "
+    "file_path IS NOT NULL AND (purged = 0 OR purged IS NULL) AND       "
+    "(transfer_status = ? OR transfer_status = ? OR (transfer_status = ? AND size <= ?))      "
+    "ORDER BY distance_from_eos ASC, events.client_seq DESC, events.creator_id DESC       LIMIT ?";
+
+}  // namespace
+
+std::optional<ZAVSet<ZAVEventContent>> ZAVEventRepository::eventContentsHavingUnassignedURLsWithError(
+    ZAVError* error) const {
+    static constexpr auto operation =
+        queueOperation("-[ZAVEventRepository eventContentsHavingUnassignedURLsWithError:]");
+    static const std::string statement =
+        statementOf("",
+                    "WHERE streams.stream_id IS NOT NULL AND event_content_parts.file_path IS NOT NULL AND "
+                    "event_content_parts.url IS NULL AND (event_content_parts.transfer_status = ? OR "
+                    "event_content_parts.transfer_status = ?)");
+    return readQueue(operation, *this, error, statement, ZAVContentTransferAwaitingUpload,
+                     ZAVContentTransferUploading);
+}
+
+std::optional<ZAVSet<ZAVEventContent>> ZAVEventRepository::eventContentsHavingIncompleteUploadsWithLimit(
+    ZAVSize limit, ZAVError* error) const {
+    static constexpr auto operation =
+        queueOperation("-[ZAVEventRepository eventContentsHavingIncompleteUploadsWithLimit:error:]");
+    static const std::string statement = statementOf(
+        "",
+        "WHERE event_content_parts.file_path IS NOT NULL AND event_content_parts.url IS NOT NULL AND "
+        "event_content_parts.transfer_status = ? LIMIT ?");
+    return readQueue(operation, *this, error, statement, ZAVContentTransferUploading, limit);
+}
+
+std::optional<ZAVSet<ZAVEventContent>>
+ZAVEventRepository::eventContentsHavingExpiredDownloadURLsWithAutoDownloadMIMETypes(
+    const std::optional<std::set<std::string>>& autodownloadMIMETypes, ZAVSize autodownloadMaxSize,
+    ZAVSize limit, ZAVError* error) const {
+    static constexpr auto operation = queueOperation(
+        "-[ZAVEventRepository "
+        "eventContentsHavingExpiredDownloadURLsWithAutoDownloadMIMETypes:autodownloadMaxSize:limit:error:]");
+    const std::string statement =
+        autodownloadMIMETypes ? statementOf(rank, ZAVStringWithFormat(expiredDownloadsOfTypes,
+                                                                      quotedList(*autodownloadMIMETypes)))
+                              : statementOf(std::string(rank) + " ", expiredDownloadsOfAnyType);
+    return readQueue(operation, *this, error, statement, ZAVNow(), ZAVContentTransferDownloading,
+                     ZAVContentTransferReadyForDownload, ZAVContentTransferReadyForDownload,
+                     static_cast<std::uint32_t>(autodownloadMaxSize), limit);
+}
+
+std::optional<ZAVSet<ZAVEventContent>> ZAVEventRepository::eventContentsHavingIncompleteDownloadsWithLimit(
+    ZAVSize limit, ZAVError* error) const {
+    static constexpr auto operation =
+        queueOperation("-[ZAVEventRepository eventContentsHavingIncompleteDownloadsWithLimit:error:]");
+    static const std::string statement =
+        statementOf(rank,
+                    "WHERE ((url IS NOT NULL) AND (access_expiration > ?)) AND file_path IS NOT NULL AND "
+                    "transfer_status = ? AND (purged = 0 OR purged IS NULL) ORDER BY distance_from_eos ASC, "
+                    "events.client_seq DESC, events.creator_id DESC LIMIT ?");
+    return readQueue(operation, *this, error, statement, ZAVNow(), ZAVContentTransferDownloading, limit);
+}
 
 void ZAVPrepareEventContentsForDownload(ZAVEvent& event, const ZAVUUID& appID,
                                         std::string_view authenticatedUserID) {
@@ -12,7 +137,7 @@ void ZAVPrepareEventContentsForDownload(ZAVEvent& event, const ZAVUUID& appID,
     for (const auto& element : *event.content()) {
         const std::uint64_t position = index++;
         auto* const part = dynamic_cast<ZAVEventContent*>(element.get());
-        if (part == nullptr || part->external_url().value_or("").empty()) {
+        if (part == nullptr || !part->external_url() || part->external_url()->empty()) {
             continue;
         }
         part->setTransferStatus(ZAVContentTransferReadyForDownload);

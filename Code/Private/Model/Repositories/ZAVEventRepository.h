@@ -4,17 +4,21 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <set>
+#include <string>
 #include <string_view>
 
 #include "Private/Foundation/NSInternalInconsistencyException.h"
 #include "Private/Foundation/ZAVError.h"
 #include "Private/Foundation/ZAVIdentifiers.h"
 #include "Private/Foundation/ZAVSet.h"
+#include "Private/Foundation/ZAVURL.h"
 #include "Private/Foundation/ZAVUUID.h"
 #include "Private/Model/Repositories/ZAVDatabaseRepository.h"
 #include "Private/Model/Repositories/ZAVUnitOfWork.h"
 #include "Private/Model/Synchronization/ZAVEvent.h"
 #include "Private/Model/Synchronization/ZAVEventContent.h"
+#include "ZAVMessagePart.h"
 
 namespace zav {
 
@@ -117,6 +121,139 @@ public:
     ///     before it are stored.
     /// @return true when every event was stored, and for an empty set.
     bool persistEvents(const ZAVSet<ZAVTEvent>& events, ZAVError* error = nullptr) const;
+
+    /// @}
+    /// @name Sequence assignment
+    /// @{
+
+    /// Records on an event's row what the event acquires when it is published: `seq`, `creator_id` and
+    /// `server_timestamp`, each as the record holds it, set or not.
+    ///
+    /// This operation logs nothing and never writes `error`: a caller who wants the reason asks the database
+    /// handle.
+    /// @throws NSInternalInconsistencyException when the event has no `stream_id`.
+    /// @return whether the statement ran, also when the event has no row.
+    bool updateObject(const ZAVEvent& event, ZAVError* error = nullptr) const;
+
+    /// @}
+    /// @name Removal and tombstoning
+    /// @{
+
+    /// Forgets that events wait to be processed: removes what `synced_changes` records of them, of whatever
+    /// kind. The events stay. At most 500 go with one statement; a failing one leaves the earlier ones done.
+    /// @return whether all were forgotten; false, without an error, for an empty set.
+    bool deleteUnprocessedEvents(const ZAVSet<ZAVEvent>& events, ZAVError* error = nullptr) const;
+
+    /// Deletes the events' rows, and nothing that refers to them.
+    /// @return whether all statements ran; false, without an error, for an empty set.
+    bool deleteEvents(const ZAVSet<ZAVEvent>& events, ZAVError* error = nullptr) const;
+
+    /// Turns the event at a sequence of a stream into a tombstone, by its type alone.
+    /// @return whether the statement ran, also when there is no such event.
+    bool persistTombstoneEventWithTargetSeq(ZAVSequence targetSeq,
+                                            ZAVDatabaseIdentifier streamDatabaseIdentifier,
+                                            ZAVError* error = nullptr) const;
+
+    /// @}
+    /// @name Participant and message sequences
+    /// @{
+
+    /// Records how far a member of a stream's conversation has progressed. A smaller sequence overwrites a
+    /// larger one.
+    /// @return true when the update ran, also when the member is no participant; false, without an error,
+    /// when the
+    ///     stream has no conversation.
+    bool persistConversationsParticipantsSeq(ZAVSequence seq, std::string_view memberID,
+                                             const ZAVUUID& streamIdentifier,
+                                             ZAVError* error = nullptr) const;
+
+    /// Records the sequence of the message that an event carries.
+    /// @return whether the update ran, also when the event carries none.
+    bool persistMessageSeq(ZAVSequence seq, ZAVDatabaseIdentifier eventDatabaseIdentifier,
+                           ZAVError* error = nullptr) const;
+
+    /// @}
+    /// @name Content part lookups
+    /// Each finds one part; null when there is none, and on failure. Of several that match, the first that
+    /// the database yields.
+    /// @{
+
+    /// The part in a row of its own.
+    [[nodiscard]] std::shared_ptr<ZAVEventContent> eventContentDatabaseIdentifier(
+        ZAVDatabaseIdentifier databaseIdentifier, ZAVError* error = nullptr) const;
+
+    /// The part at a position of an event.
+    [[nodiscard]] std::shared_ptr<ZAVEventContent> eventContentForEventDatabaseIdentifier(
+        ZAVDatabaseIdentifier eventDatabaseIdentifier, std::int64_t eventContentIndex,
+        ZAVError* error = nullptr) const;
+
+    /// The part that a part of a message shows.
+    [[nodiscard]] std::shared_ptr<ZAVEventContent> eventContentForMessagePart(
+        const ZAVMessagePart& messagePart, ZAVError* error = nullptr) const;
+
+    /// The part that an object identifier names; see `ZAVMakeMessagePartObjectIdentifier`.
+    [[nodiscard]] std::shared_ptr<ZAVEventContent> eventContentForMessagePartObjectIdentifier(
+        const ZAVURL& objectIdentifier, ZAVError* error = nullptr) const;
+
+    /// The part whose content the service keeps under a URL, compared as text.
+    [[nodiscard]] std::shared_ptr<ZAVEventContent> eventContentForExternalContentURL(
+        const ZAVURL& externalContentURL, ZAVError* error = nullptr) const;
+
+    /// @}
+    /// @name Transfer queues
+    /// What to move next. Sets, none on failure; nothing is changed. Progress is recorded with
+    /// `persistEventContentUpdate`.
+    /// @{
+
+    /// Parts that were stored to a file and have no URL to upload to, in streams that the service knows.
+    [[nodiscard]] std::optional<ZAVSet<ZAVEventContent>> eventContentsHavingUnassignedURLsWithError(
+        ZAVError* error = nullptr) const;
+
+    /// Uploads that were started and not finished, at most `limit` of them.
+    [[nodiscard]] std::optional<ZAVSet<ZAVEventContent>> eventContentsHavingIncompleteUploadsWithLimit(
+        ZAVSize limit, ZAVError* error = nullptr) const;
+
+    /// Parts that need a new URL before they can be fetched: those being downloaded, and those ready for it
+    /// that are wanted without being asked for. The most recent of their streams come first; at most `limit`
+    /// of them.
+    /// @param autodownloadMIMETypes the types that are wanted whatever their size; when absent, every part
+    /// is. They
+    ///     become part of the statement as they are: a type with a quote makes the operation fail.
+    /// @param autodownloadMaxSize parts of at most so many bytes are wanted whatever their type. Only the low
+    /// 32 bits
+    ///     count.
+    [[nodiscard]] std::optional<ZAVSet<ZAVEventContent>>
+    eventContentsHavingExpiredDownloadURLsWithAutoDownloadMIMETypes(
+        const std::optional<std::set<std::string>>& autodownloadMIMETypes, ZAVSize autodownloadMaxSize,
+        ZAVSize limit, ZAVError* error = nullptr) const;
+
+    /// Downloads that were started and not finished, and whose URL still works, at most `limit` of them.
+    [[nodiscard]] std::optional<ZAVSet<ZAVEventContent>> eventContentsHavingIncompleteDownloadsWithLimit(
+        ZAVSize limit, ZAVError* error = nullptr) const;
+
+    /// @}
+    /// @name Content updates and disk accounting
+    /// @{
+
+    /// Records a part's URL and its expiration, size, transfer status, file, last access and purge mark. The
+    /// row is found by the part's event and index; its type and inline data stay.
+    /// @throws NSInternalInconsistencyException when the part belongs to no stored event.
+    /// @return whether the statement ran, also when there is no such row.
+    bool persistEventContentUpdate(const ZAVEventContent& eventContent, ZAVError* error = nullptr) const;
+
+    /// Bytes that content files occupy: of the parts that have a file and are neither purged nor still to
+    /// come.
+    ///
+    /// The sum is read as a signed 32-bit number and widened: from 2147483648 bytes on it is not the true
+    /// one.
+    /// @return the total; 18446744073709551615 on failure.
+    [[nodiscard]] ZAVSize totalDiskUtilizationOfEventContentPartsWithError(ZAVError* error = nullptr) const;
+
+    /// The parts whose files to remove, least recently accessed first, until their sizes exceed
+    /// `totalSizeInBytes`: the one that exceeds it is the last. A part that is still to be uploaded is never
+    /// chosen. None on failure.
+    [[nodiscard]] std::optional<ZAVSet<ZAVEventContent>> leastRecentlyAccessedEventContentPartsForSize(
+        ZAVSize totalSizeInBytes, ZAVError* error = nullptr) const;
 
     /// @}
 };

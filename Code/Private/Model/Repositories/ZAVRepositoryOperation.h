@@ -2,7 +2,6 @@
 
 #include <source_location>
 #include <string_view>
-#include <tuple>
 
 #include "Private/Foundation/ZAVError.h"
 #include "Private/Logging/DDLog.h"
@@ -25,39 +24,52 @@ public:
                                      std::source_location place = std::source_location::current()) noexcept
         : function_(function), verbose_(verbose), failure_(failure), line_(place.line()) {}
 
+    /// The same operation, but with its failure line as a verbose line.
+    [[nodiscard]] constexpr ZAVRepositoryOperation reportingFailureAsVerbose() const noexcept {
+        ZAVRepositoryOperation operation = *this;
+        operation.failureIsVerbose_ = true;
+        return operation;
+    }
+
     /// Runs the whole contract. `unitOfWork` takes the operation's error cell and answers whether it
     /// succeeded; the operation is judged by that cell. Both lines carry `arguments`. Returns what
     /// `attemptBlock` returned.
     template <class UnitOfWork, class... LogArguments>
     bool run(const ZAVEventRepository& repository, ZAVError* error, const UnitOfWork& unitOfWork,
              const LogArguments&... arguments) const {
-        return runLogging(repository, error, unitOfWork, std::tie(arguments...), std::tie(arguments...));
+        announce(arguments...);
+        return attempt(repository, error, unitOfWork, arguments...);
     }
 
-    /// The same, for an operation whose two lines carry different arguments, each given as a tuple.
-    template <class UnitOfWork, class Announced, class Reported>
-    bool runLogging(const ZAVEventRepository& repository, ZAVError* error, const UnitOfWork& unitOfWork,
-                    const Announced& announced, const Reported& reported) const {
-        ZAVError outError;
-        std::apply([this](const auto&... arguments) { announce(arguments...); }, announced);
-        const bool succeeded = repository.attemptBlock([&] { return unitOfWork(outError); });
-        if (outError) {
-            std::apply([&](const auto&... arguments) { reportFailure(arguments..., outError); }, reported);
-            ZAVStoreError(error, outError);
-        }
-        return succeeded;
-    }
-
-    /// The parts of the contract, for an operation that runs them otherwise.
+    /// The verbose line alone, for an operation that does something between it and the work.
     template <class... LogArguments>
     void announce(const LogArguments&... arguments) const {
         if (DDLog::verboseIsOpen(ZAVLogComponentModel)) {
             log(true, DDLogFlagVerbose, verbose_, arguments...);
         }
     }
+
+    /// The contract after the verbose line.
+    template <class UnitOfWork, class... LogArguments>
+    bool attempt(const ZAVEventRepository& repository, ZAVError* error, const UnitOfWork& unitOfWork,
+                 const LogArguments&... arguments) const {
+        ZAVError outError;
+        const bool succeeded = repository.attemptBlock([&] { return unitOfWork(outError); });
+        if (outError) {
+            reportFailure(arguments..., outError);
+            ZAVStoreError(error, outError);
+        }
+        return succeeded;
+    }
+
+    /// The failure line alone.
     template <class... LogArguments>
     void reportFailure(const LogArguments&... arguments) const {
-        if (DDLog::errorIsOpen(ZAVLogComponentModel)) {
+        if (failureIsVerbose_) {
+            if (DDLog::verboseIsOpen(ZAVLogComponentModel)) {
+                log(true, DDLogFlagVerbose, failure_, arguments...);
+            }
+        } else if (DDLog::errorIsOpen(ZAVLogComponentModel)) {
             log(false, DDLogFlagError, failure_, arguments...);
         }
     }
@@ -74,6 +86,7 @@ private:
     std::string_view verbose_;
     std::string_view failure_;
     unsigned line_;
+    bool failureIsVerbose_ = false;
 };
 
 }  // namespace zav

@@ -20,11 +20,10 @@ public:
                                                                         ZAVError* error = nullptr) const;
 
     /// The same, but registers the stream when there is none.
-    [[nodiscard]] ZAVDatabaseIdentifier findOrCreateStreamWithUUID(const ZAVUUID& uuid,
-                                                                   ZAVError* error = nullptr) const;
+    ZAVDatabaseIdentifier findOrCreateStreamWithUUID(const ZAVUUID& uuid, ZAVError* error = nullptr) const;
 
     /// Registers a stream that the service does not know yet: its events wait until it gets its identifier.
-    [[nodiscard]] ZAVDatabaseIdentifier createStreamWithoutUUID(ZAVError* error = nullptr) const;
+    ZAVDatabaseIdentifier createStreamWithoutUUID(ZAVError* error = nullptr) const;
 
     /// Gives a stream the identifier under which the service knows it.
     bool setUUID(const ZAVUUID& uuid, ZAVDatabaseIdentifier streamDatabaseIdentifier,

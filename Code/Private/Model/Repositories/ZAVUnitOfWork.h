@@ -17,16 +17,23 @@ public:
     requires(std::is_invocable_r_v<bool, Callable&> &&
              !std::is_same_v<std::remove_cvref_t<Callable>, ZAVUnitOfWork>) ZAVUnitOfWork(Callable&& callable)
     noexcept {
-        if constexpr (std::is_constructible_v<bool, Callable&> &&
-                      !std::is_convertible_v<Callable&, bool (*)()>) {
-            if (!static_cast<bool>(callable)) {
-                return;
+        using Target = std::remove_reference_t<Callable>;
+        if constexpr (std::is_function_v<Target>) {
+            callable_ = reinterpret_cast<void*>(&callable);
+            call_ = [](void* target) -> bool { return reinterpret_cast<Target*>(target)(); };
+        } else {
+            // A lambda without captures converts to a function pointer, and so to bool: it is present all the
+            // same.
+            if constexpr (std::is_pointer_v<std::remove_cv_t<Target>> ||
+                          (std::is_constructible_v<bool, Callable&> &&
+                           !std::is_convertible_v<Callable&, bool (*)()>)) {
+                if (!static_cast<bool>(callable)) {
+                    return;
+                }
             }
+            callable_ = const_cast<void*>(static_cast<const void*>(std::addressof(callable)));
+            call_ = [](void* target) -> bool { return (*static_cast<Target*>(target))(); };
         }
-        callable_ = const_cast<void*>(static_cast<const void*>(std::addressof(callable)));
-        call_ = [](void* target) -> bool {
-            return (*static_cast<std::remove_reference_t<Callable>*>(target))();
-        };
     }
 
     explicit operator bool() const noexcept { return call_ != nullptr; }

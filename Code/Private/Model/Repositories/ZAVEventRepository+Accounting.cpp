@@ -1,0 +1,127 @@
+#include <cstdint>
+#include <limits>
+#include <string>
+
+#include "Private/Model/Repositories/ZAVEventRepository.h"
+#include "Private/Model/Repositories/ZAVEventRepositoryProjections.h"
+#include "Private/Model/Repositories/ZAVRepositoryOperation.h"
+
+namespace zav {
+namespace {
+
+/// The contract of the two accounting queries: they are judged by what `attemptBlock` returns, not by the
+/// error cell, and fill the caller's out-parameter before the error line is written.
+template <class UnitOfWork, class... LogArguments>
+void account(const ZAVRepositoryOperation& operation, const ZAVEventRepository& repository, ZAVError* error,
+             const UnitOfWork& unitOfWork, const LogArguments&... arguments) {
+    ZAVError outError;
+    operation.announce(arguments...);
+    if (!repository.attemptBlock([&] { return unitOfWork(outError); })) {
+        ZAVStoreError(error, outError);
+        operation.reportFailure(arguments..., outError);
+    }
+}
+
+}  // namespace
+
+bool ZAVEventRepository::persistEventContentUpdate(const ZAVEventContent& eventContent,
+                                                   ZAVError* error) const {
+    static constexpr ZAVRepositoryOperation operation{
+        "-[ZAVEventRepository persistEventContentUpdate:error:]",
+        "persisting event content update for eventContent=%@",
+        "failed persisting event content update for eventContent=%@ with %@"};
+    operation.announce(eventContent);
+    if (eventContent.eventDatabaseIdentifier() == ZAVDatabaseIdentifierNotSet) {
+        throw NSInternalInconsistencyException(ZAVStringWithFormat(
+            "Failed to persist event content update for event content that hasn't been persisted "
+            "before; eventContent=%@",
+            eventContent));
+    }
+    bool succeeded = false;
+    operation.attempt(
+        *this, error,
+        [&](ZAVError& outError) {
+            succeeded = database().executeUpdate(
+                "UPDATE event_content_parts SET access_expiration = ?, url = ?, size = ?, transfer_status = ?, "
+                "file_path = ?, last_accessed = ?, purged = ? WHERE event_content_part_id = ? AND "
+                "event_database_identifier = ?",
+                eventContent.externalContentURLExpiration(), eventContent.external_url(), eventContent.size(),
+                eventContent.transferStatus(),
+                eventContent.fileURL() ? std::optional(eventContent.fileURL()->relativePath()) : std::nullopt,
+                eventContent.lastAccessed(), eventContent.isPurged(), eventContent.index(),
+                eventContent.eventDatabaseIdentifier());
+            if (!succeeded) {
+                outError = database().lastError();
+            }
+            return succeeded;
+        },
+        eventContent);
+    return succeeded;
+}
+
+ZAVSize ZAVEventRepository::totalDiskUtilizationOfEventContentPartsWithError(ZAVError* error) const {
+    static constexpr ZAVRepositoryOperation operation{
+        "-[ZAVEventRepository totalDiskUtilizationOfEventContentPartsWithError:]",
+        "Calculating total disk utilization of all the event content parts.",
+        "Failed calculating total disk utilization of all the event content parts with %@"};
+    ZAVSize total = std::numeric_limits<ZAVSize>::max();
+    account(operation, *this, error, [&](ZAVError& outError) {
+        auto rows = database().executeQuery(
+            "SELECT SUM(event_content_parts.size) FROM event_content_parts WHERE (transfer_status = ? OR "
+            "transfer_status = ? OR transfer_status = ?) AND file_path IS NOT NULL AND size IS NOT NULL AND "
+            "(purged = 0 OR purged IS NULL)",
+            ZAVContentTransferAwaitingUpload, ZAVContentTransferUploading, ZAVContentTransferComplete);
+        if (!rows) {
+            outError = database().lastError();
+            return false;
+        }
+        if (rows->next()) {
+            // Read as 32 bits and widened with its sign: a sum that does not fit comes out as another number.
+            total = static_cast<ZAVSize>(std::int64_t{rows->intForColumnIndex(0)});
+        }
+        return true;
+    });
+    return total;
+}
+
+std::optional<ZAVSet<ZAVEventContent>> ZAVEventRepository::leastRecentlyAccessedEventContentPartsForSize(
+    ZAVSize totalSizeInBytes, ZAVError* error) const {
+    static constexpr ZAVRepositoryOperation operation{
+        "-[ZAVEventRepository leastRecentlyAccessedEventContentPartsForSize:error:]",
+        "Collecting least recently accessed event content parts with external content with total size summing up to "
+        "%lu byte(s).",
+        "Failed collecting least recently accessed event content parts with external content with total size summing "
+        "up to %lu byte(s) with %@"};
+    static const std::string statement =
+        std::string(projections::content) + std::string(projections::contentSource) +
+        " WHERE file_path IS NOT NULL AND transfer_status != ? AND transfer_status != ? AND last_accessed IS NOT NULL "
+        "AND (purged = 0 OR purged IS NULL) ORDER BY last_accessed ASC";
+    std::optional<ZAVSet<ZAVEventContent>> contents;
+    account(
+        operation, *this, error,
+        [&](ZAVError& outError) {
+            auto rows = database().executeQuery(statement, ZAVContentTransferAwaitingUpload,
+                                                ZAVContentTransferUploading);
+            if (!rows) {
+                outError = database().lastError();
+                return false;
+            }
+            contents.emplace();
+            ZAVSize sum = 0;
+            while (sum <= totalSizeInBytes && rows->nextWithError(&outError)) {
+                // Each row is mapped twice: once for its size, once for the record that is handed out.
+                sum += static_cast<ZAVSize>(eventContentFromResultSet(*rows)->size());
+                contents->append(eventContentFromResultSet(*rows));
+            }
+            if (outError) {
+                contents.reset();
+                return false;
+            }
+            rows->close();
+            return true;
+        },
+        totalSizeInBytes);
+    return contents;
+}
+
+}  // namespace zav

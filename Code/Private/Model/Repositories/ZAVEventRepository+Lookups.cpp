@@ -1,0 +1,129 @@
+#include <string>
+#include <string_view>
+
+#include "Private/Model/Repositories/ZAVEventRepository.h"
+#include "Private/Model/Repositories/ZAVEventRepositoryProjections.h"
+#include "Private/Model/Repositories/ZAVMessagePartObjectIdentifier.h"
+#include "Private/Model/Repositories/ZAVRepositoryOperation.h"
+
+namespace zav {
+namespace {
+
+/// The statement that selects the content parts which `condition` names.
+std::string contentWhere(std::string_view condition) {
+    return std::string(projections::content) + std::string(projections::contentSource) +
+           std::string(condition);
+}
+
+/// The reading body of a single content part.
+template <class... Values>
+bool readContent(const ZAVEventRepository& repository, std::shared_ptr<ZAVEventContent>& result,
+                 ZAVError& outError, const std::string& statement, const Values&... values) {
+    auto rows = repository.database().executeQuery(statement, values...);
+    if (!rows) {
+        outError = repository.database().lastError();
+        return false;
+    }
+    if (rows->nextWithError(&outError)) {
+        result = repository.eventContentFromResultSet(*rows);
+    }
+    rows->close();
+    return !outError;
+}
+
+}  // namespace
+
+std::shared_ptr<ZAVEventContent> ZAVEventRepository::eventContentDatabaseIdentifier(
+    ZAVDatabaseIdentifier databaseIdentifier, ZAVError* error) const {
+    static constexpr ZAVRepositoryOperation operation{
+        "-[ZAVEventRepository eventContentDatabaseIdentifier:error:]",
+        "fetching event content part for databaseIdentifier=%lld",
+        "failed to fetch event for databaseIdentifier=%lld %@"};
+    static const std::string statement = contentWhere(" WHERE event_content_parts.database_identifier = ?");
+    std::shared_ptr<ZAVEventContent> content;
+    operation.run(
+        *this, error,
+        [&](ZAVError& outError) {
+            return readContent(*this, content, outError, statement, databaseIdentifier);
+        },
+        databaseIdentifier);
+    return content;
+}
+
+std::shared_ptr<ZAVEventContent> ZAVEventRepository::eventContentForEventDatabaseIdentifier(
+    ZAVDatabaseIdentifier eventDatabaseIdentifier, std::int64_t eventContentIndex, ZAVError* error) const {
+    static constexpr ZAVRepositoryOperation operation{
+        "-[ZAVEventRepository eventContentForEventDatabaseIdentifier:eventContentIndex:error:]",
+        "fetching event content part for eventDatabaseIdentifier=%lld index=%ld",
+        "failed to fetch event for eventDatabaseIdentifier=%lld index=%ld %@"};
+    static const std::string statement =
+        contentWhere(" WHERE event_database_identifier = ? AND event_content_part_id = ?");
+    std::shared_ptr<ZAVEventContent> content;
+    operation.run(
+        *this, error,
+        [&](ZAVError& outError) {
+            return readContent(*this, content, outError, statement, eventDatabaseIdentifier,
+                               eventContentIndex);
+        },
+        eventDatabaseIdentifier, eventContentIndex);
+    return content;
+}
+
+std::shared_ptr<ZAVEventContent> ZAVEventRepository::eventContentForMessagePart(
+    const ZAVMessagePart& messagePart, ZAVError* error) const {
+    static constexpr ZAVRepositoryOperation operation{
+        "-[ZAVEventRepository eventContentForMessagePart:error:]",
+        "fetching event content part for messagePart=%@", "failed to fetch event for messagePart=%@ %@"};
+    static const std::string statement = contentWhere(
+        " LEFT JOIN messages ON (event_content_parts.event_database_identifier = messages.event_database_identifier)"
+        " WHERE messages.database_identifier = ? AND event_content_part_id = ?");
+    std::shared_ptr<ZAVEventContent> content;
+    operation.run(
+        *this, error,
+        [&](ZAVError& outError) {
+            return readContent(*this, content, outError, statement,
+                               messagePart.message()->databaseIdentifier(), messagePart.index());
+        },
+        messagePart);
+    return content;
+}
+
+std::shared_ptr<ZAVEventContent> ZAVEventRepository::eventContentForMessagePartObjectIdentifier(
+    const ZAVURL& objectIdentifier, ZAVError* error) const {
+    static constexpr ZAVRepositoryOperation operation{
+        "-[ZAVEventRepository eventContentForMessagePartObjectIdentifier:error:]",
+        "fetching event content part for messagePart->objectIdentifier=%@",
+        "failed event content part for messagePart->objectIdentifier=%@ %@"};
+    static const std::string statement =
+        contentWhere(" WHERE events.client_id = ? AND event_content_parts.event_content_part_id = ?");
+    std::shared_ptr<ZAVEventContent> content;
+    operation.run(
+        *this, error,
+        [&](ZAVError& outError) {
+            // An identifier that names no event binds NULL, which no client_id equals.
+            const auto clientID = ZAVClientIdentifierForObjectIdentifier(objectIdentifier);
+            const auto index = ZAVPartIndexForObjectIdentifier(objectIdentifier);
+            return readContent(*this, content, outError, statement, clientID, index);
+        },
+        objectIdentifier);
+    return content;
+}
+
+std::shared_ptr<ZAVEventContent> ZAVEventRepository::eventContentForExternalContentURL(
+    const ZAVURL& externalContentURL, ZAVError* error) const {
+    static constexpr ZAVRepositoryOperation operation{
+        "-[ZAVEventRepository eventContentForExternalContentURL:error:]",
+        "fetching event content part for externalContentURL=%@",
+        "failed event content part for externalContentURL=%@ %@"};
+    static const std::string statement = contentWhere(" WHERE event_content_parts.url = ?");
+    std::shared_ptr<ZAVEventContent> content;
+    operation.run(
+        *this, error,
+        [&](ZAVError& outError) {
+            return readContent(*this, content, outError, statement, externalContentURL.absoluteString());
+        },
+        externalContentURL);
+    return content;
+}
+
+}  // namespace zav

@@ -1,0 +1,91 @@
+#include <cstddef>
+#include <string>
+#include <unordered_set>
+#include <vector>
+
+#include "Private/Model/Querying/ZAVSQLVector.h"
+#include "Private/Model/Repositories/ZAVEventRepository.h"
+#include "Private/Model/Repositories/ZAVRepositoryOperation.h"
+#include "Private/Model/Synchronization/ZAVSyncedChangeType.h"
+
+namespace zav {
+namespace {
+
+/// How many row identifiers go with one statement.
+constexpr std::size_t vectorLimit = 500;
+
+/// The rows of events, each once, in the set's order.
+std::vector<ZAVDatabaseIdentifier> rowsOf(const ZAVSet<ZAVEvent>& events) {
+    std::vector<ZAVDatabaseIdentifier> rows;
+    std::unordered_set<ZAVDatabaseIdentifier> seen;
+    for (const auto& event : events) {
+        if (seen.insert(event->databaseIdentifier()).second) {
+            rows.push_back(event->databaseIdentifier());
+        }
+    }
+    return rows;
+}
+
+}  // namespace
+
+bool ZAVEventRepository::deleteUnprocessedEvents(const ZAVSet<ZAVEvent>& events, ZAVError* error) const {
+    static constexpr ZAVRepositoryOperation operation{
+        "-[ZAVEventRepository deleteUnprocessedEvents:error:]",
+        "deleting unprocessed events with database identifiers: %@",
+        "failed to delete unprocessed events with %@"};
+    const std::vector<ZAVDatabaseIdentifier> rows = rowsOf(events);
+    operation.announce(rows);
+    return operation.attempt(*this, error, [&](ZAVError& outError) {
+        const auto vectors = ZAVSQLVector::arrayOfVectorsWithCollection(rows, vectorLimit);
+        for (const ZAVSQLVector& vector : vectors) {
+            const std::string statement = ZAVStringWithFormat(
+                "DELETE FROM synced_changes WHERE table_name = '%@' AND row_identifier IN %@",
+                ZAVSyncedChangeTableNameEvents, vector.stringRepresentation());
+            if (!database().executeUpdateWithArgumentsInArray(statement, vector.arguments())) {
+                outError = database().lastError();
+                return false;
+            }
+        }
+        return !vectors.empty();
+    });
+}
+
+bool ZAVEventRepository::deleteEvents(const ZAVSet<ZAVEvent>& events, ZAVError* error) const {
+    static constexpr ZAVRepositoryOperation operation{"-[ZAVEventRepository deleteEvents:error:]",
+                                                      "deleting events", "failed to delete events with %@"};
+    return operation.run(*this, error, [&](ZAVError& outError) {
+        for (const auto& event : events) {
+            if (!database().executeUpdate("DELETE FROM events WHERE database_identifier = ?",
+                                          event->databaseIdentifier())) {
+                outError = database().lastError();
+                return false;
+            }
+        }
+        return !events.empty();
+    });
+}
+
+bool ZAVEventRepository::persistTombstoneEventWithTargetSeq(ZAVSequence targetSeq,
+                                                            ZAVDatabaseIdentifier streamDatabaseIdentifier,
+                                                            ZAVError* error) const {
+    static constexpr ZAVRepositoryOperation operation{
+        "-[ZAVEventRepository persistTombstoneEventWithTargetSeq:streamDatabaseIdentifier:error:]",
+        "tombstoning event with seq:%d and streamDBID:%llu",
+        "failed to tombstone the event with seq:%d and streamDBID:%llu with %@"};
+    bool succeeded = false;
+    operation.run(
+        *this, error,
+        [&](ZAVError& outError) {
+            succeeded = database().executeUpdate(
+                "UPDATE events SET type = ? WHERE seq = ? AND stream_database_identifier = ?",
+                EventType_TOMBSTONE, targetSeq, streamDatabaseIdentifier);
+            if (!succeeded) {
+                outError = database().lastError();
+            }
+            return succeeded;
+        },
+        targetSeq, streamDatabaseIdentifier);
+    return succeeded;
+}
+
+}  // namespace zav

@@ -1,0 +1,77 @@
+#include "Private/Model/Repositories/ZAVEventRepository.h"
+#include "Private/Model/Repositories/ZAVRepositoryOperation.h"
+
+namespace zav {
+
+// Stands outside the operation frame: it logs nothing and leaves the out-parameter alone.
+bool ZAVEventRepository::updateObject(const ZAVEvent& event, ZAVError* /*error*/) const {
+    if (!event.stream_id()) {
+        throw NSInternalInconsistencyException(
+            "Failed to persist sequence by event. Event's stream_id property shouldn't be `nil`, since it's not "
+            "possible to publish events for streams that don't exist in the data source yet.");
+    }
+    return database().executeUpdate(
+        "UPDATE events SET seq = ?, creator_id = ?, timestamp = ? WHERE database_identifier = ?", event.seq(),
+        event.creator_id(), event.server_timestamp(), event.databaseIdentifier());
+}
+
+bool ZAVEventRepository::persistConversationsParticipantsSeq(ZAVSequence seq, std::string_view memberID,
+                                                             const ZAVUUID& streamIdentifier,
+                                                             ZAVError* error) const {
+    static constexpr auto operation =
+        ZAVRepositoryOperation{
+            "-[ZAVEventRepository persistConversationsParticipantsSeq:memberID:streamIdentifier:error:]",
+            "persisting conversations participant's seq:%u for member:%@ with stream identifier:%@",
+            "failed persisting conversations participant's seq:%u for member:%@ with stream identifier:%@ with %@"}
+            .reportingFailureAsVerbose();
+    bool succeeded = false;
+    operation.run(
+        *this, error,
+        [&](ZAVError& outError) {
+            auto rows = database().executeQuery(
+                "SELECT conversations.database_identifier FROM conversations WHERE conversations.stream_id = ?",
+                streamIdentifier);
+            if (!rows) {
+                outError = database().lastError();
+                return false;
+            }
+            if (!rows->nextWithError(&outError)) {
+                return !outError;  // no conversation: neither a success of the operation nor an error
+            }
+            const ZAVDatabaseIdentifier conversation = rows->longLongIntForColumn("database_identifier");
+            succeeded = database().executeUpdate(
+                "UPDATE conversation_participants SET seq = ? WHERE member_id = ? AND "
+                "conversation_database_identifier = ?",
+                seq, memberID, conversation);
+            if (!succeeded) {
+                outError = database().lastError();
+            }
+            return succeeded;
+        },
+        seq, memberID, streamIdentifier);
+    return succeeded;
+}
+
+bool ZAVEventRepository::persistMessageSeq(ZAVSequence seq, ZAVDatabaseIdentifier eventDatabaseIdentifier,
+                                           ZAVError* error) const {
+    static constexpr ZAVRepositoryOperation operation{
+        "-[ZAVEventRepository persistMessageSeq:eventDatabaseIdentifier:error:]",
+        "updating message's seq:%d event database ID:%llu",
+        "failed to update message's seq:%d event database ID:%llu with %@"};
+    bool succeeded = false;
+    operation.run(
+        *this, error,
+        [&](ZAVError& outError) {
+            succeeded =
+                database().executeUpdate("UPDATE messages SET seq = ? WHERE event_database_identifier = ?",
+                                         seq, eventDatabaseIdentifier);
+            if (!succeeded) {
+                outError = database().lastError();
+            }
+            return succeeded;
+        },
+        seq, eventDatabaseIdentifier);
+    return succeeded;
+}
+
+}  // namespace zav

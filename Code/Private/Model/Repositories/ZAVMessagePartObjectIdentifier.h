@@ -1,0 +1,21 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+#include "Private/Foundation/ZAVURL.h"
+#include "Private/Foundation/ZAVUUID.h"
+
+namespace zav {
+
+/// The object identifier of a message part: a URL that names an event by its `client_id` and a part by its
+/// index, `zav:///messages/<client_id>/parts/<index>`.
+[[nodiscard]] ZAVURL ZAVMakeMessagePartObjectIdentifier(const ZAVUUID& eventClientID, std::uint32_t index);
+
+/// The `client_id` in an object identifier; none for any other URL.
+[[nodiscard]] std::optional<ZAVUUID> ZAVClientIdentifierForObjectIdentifier(const ZAVURL& objectIdentifier);
+
+/// The part index in an object identifier; 0 for any other URL.
+[[nodiscard]] std::int64_t ZAVPartIndexForObjectIdentifier(const ZAVURL& objectIdentifier);
+
+}  // namespace zav
