@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <stdexcept>
+
 #include "Support/LogCapture.h"
 #include "Support/StatementTrace.h"
 #include "Support/TestStore.h"
@@ -7,9 +10,414 @@
 namespace zav::test {
 namespace {
 
+constexpr const char* allEventsFunction = "-[ZAVEventRepository allEvents:]";
+
+const LogRecord fetchingAllEvents =
+    verboseLine(allEventsFunction, "fetching publishable events", "fetching publishable events");
+
+LogRecord failedToFetchAllEvents(const ZAVError& error) {
+    return errorLine(allEventsFunction, "failed to fetch publishable events with %@",
+                     "failed to fetch publishable events with " + error.description());
+}
+
+const ZAVError fromBefore("Caller", 5, "from before");
+
+/// Makes every reading of event rows break off at the row with the given number.
+void breakEventsAtRow(const TestStore& store, int row) {
+    store.execute("ALTER TABLE events RENAME TO stored_events");
+    store.execute(
+        "CREATE VIEW events AS SELECT database_identifier, type, creator_id, seq, timestamp, preceding_seq, "
+        "client_seq, abs(-9223372036854775807 - (database_identifier = " +
+        std::to_string(row) +
+        ")) AS subtype, member_id, target_seq, stream_database_identifier, client_id, creator_name "
+        "FROM stored_events");
+}
+
+void addEvents(const TestStore& store, int count) {
+    for (int number = 0; number < count; ++number) {
+        store.execute("INSERT INTO events (type, client_id) VALUES (2, x'01')");
+    }
+}
+
+bool succeed() {
+    return true;
+}
+
 TEST(RepositoryFrame, AttemptingNoUnitOfWorkReturnsFalse) {
     const TestStore store;
     EXPECT_FALSE(store.repository().attemptBlock(nullptr));
+}
+
+TEST(RepositoryFrame, AnEmptyFunctionIsNoUnitOfWork) {
+    const TestStore store;
+    EXPECT_FALSE(store.repository().attemptBlock(std::function<bool()>()));
+    const std::function<bool()> empty;
+    EXPECT_FALSE(store.repository().attemptBlock(empty));
+}
+
+TEST(RepositoryFrame, ANullFunctionPointerIsNoUnitOfWork) {
+    const TestStore store;
+    bool (*none)() = nullptr;
+    const ZAVUnitOfWork unitOfWork(none);
+    ASSERT_FALSE(unitOfWork) << "there is nothing to call";
+    EXPECT_FALSE(store.repository().attemptBlock(unitOfWork));
+}
+
+TEST(RepositoryFrame, AUnitOfWorkMayBeAnythingThatCanBeCalled) {
+    const TestStore store;
+    bool (*pointer)() = succeed;
+    EXPECT_TRUE(store.repository().attemptBlock(pointer));
+    EXPECT_TRUE(store.repository().attemptBlock(succeed));
+    EXPECT_TRUE(store.repository().attemptBlock([] { return true; }));
+    EXPECT_TRUE(store.repository().attemptBlock([calls = 0]() mutable { return ++calls == 1; }));
+    EXPECT_TRUE(store.repository().attemptBlock(std::function<bool()>(succeed)));
+    const std::function<bool()> kept(succeed);
+    EXPECT_TRUE(store.repository().attemptBlock(kept));
+    struct Work {
+        bool operator()() const { return true; }
+        explicit operator bool() const { return true; }
+    };
+    EXPECT_TRUE(store.repository().attemptBlock(Work()));
+}
+
+TEST(RepositoryFrame, AUnitOfWorkIsCalledOnceAndItsAnswerReturned) {
+    const TestStore store;
+    for (const bool answer : {true, false}) {
+        int calls = 0;
+        EXPECT_EQ(store.repository().attemptBlock([&] {
+            ++calls;
+            return answer;
+        }),
+                  answer);
+        EXPECT_EQ(calls, 1) << "a unit of work that answers " << answer << " is not tried again";
+    }
+}
+
+TEST(RepositoryFrame, TheAnswerIsReturnedAlsoWhenSomethingFailedInside) {
+    const TestStore store;
+    ZAVError outError;
+    EXPECT_TRUE(store.repository().attemptBlock([&] {
+        EXPECT_FALSE(store.database().executeUpdate("INSERT INTO nowhere VALUES (1)"));
+        outError = store.database().lastError();
+        return true;
+    }));
+    EXPECT_TRUE(outError);
+    EXPECT_FALSE(store.repository().attemptBlock([] { return false; })) << "although nothing failed";
+}
+
+TEST(RepositoryFrame, AnExceptionPassesThroughAndNothingIsRolledBack) {
+    const TestStore store;
+    const LogCapture log;
+    int calls = 0;
+    EXPECT_THROW(store.repository().attemptBlock([&]() -> bool {
+        ++calls;
+        store.execute("INSERT INTO events (type, client_id) VALUES (2, x'01')");
+        throw std::runtime_error("work");
+    }),
+                 std::runtime_error);
+    EXPECT_EQ(calls, 1);
+    EXPECT_EQ(store.rows("SELECT COUNT(*) FROM events"), std::vector<std::string>{"1"});
+    EXPECT_EQ(log.records(), std::vector<LogRecord>{});
+}
+
+TEST(RepositoryFrame, AttemptingOpensNoTransactionRunsNoStatementAndLogsNothing) {
+    const TestStore store;
+    const LogCapture log;
+    const StatementTrace trace(store.database());
+    bool inTransaction = true;
+    EXPECT_FALSE(store.repository().attemptBlock([&] {
+        inTransaction = store.database().inTransaction();
+        return false;
+    }));
+    EXPECT_FALSE(inTransaction);
+    EXPECT_EQ(trace.statements(), std::vector<std::string>{});
+    EXPECT_EQ(log.records(), std::vector<LogRecord>{});
+}
+
+TEST(RepositoryFrame, ATransactionOfTheCallersIsLeftOpen) {
+    const TestStore store;
+    store.execute("BEGIN");
+    EXPECT_FALSE(store.repository().attemptBlock([&] {
+        store.execute("INSERT INTO events (type, client_id) VALUES (2, x'01')");
+        return false;
+    }));
+    ASSERT_TRUE(store.database().inTransaction());
+    store.execute("COMMIT");
+    EXPECT_EQ(store.rows("SELECT COUNT(*) FROM events"), std::vector<std::string>{"1"});
+}
+
+TEST(RepositoryFrame, AnOperationThatSucceedsWritesItsVerboseLineAndLeavesTheErrorAlone) {
+    const TestStore store;
+    addEvents(store, 2);
+    const LogCapture log;
+    ZAVError error = fromBefore;
+    const auto events = store.repository().allEvents(&error);
+    ASSERT_TRUE(events);
+    EXPECT_EQ(events->size(), 2U);
+    EXPECT_EQ(error, fromBefore);
+    EXPECT_EQ(log.records(), std::vector<LogRecord>{fetchingAllEvents});
+}
+
+TEST(RepositoryFrame, AnEmptyTableYieldsAnEmptySetRatherThanNone) {
+    const TestStore store;
+    const auto events = store.repository().allEvents();
+    ASSERT_TRUE(events);
+    EXPECT_TRUE(events->empty());
+}
+
+TEST(RepositoryFrame, TheVerboseLineIsWrittenBeforeTheWork) {
+    /// A sink that notes how many statements had been started when a line came.
+    class Sink final : public DDLogSink {
+    public:
+        explicit Sink(const StatementTrace& trace) : trace_(trace) {}
+        void write(const DDLogMessage&) override { startedBefore.push_back(trace_.statements().size()); }
+        std::vector<std::size_t> startedBefore;
+
+    private:
+        const StatementTrace& trace_;
+    };
+    const TestStore store;
+    const StatementTrace trace(store.database());
+    const auto sink = std::make_shared<Sink>(trace);
+    const LogCapture guards;
+    DDLog::setSink(sink);
+    EXPECT_EQ(store.repository().countOfEvents(), 0U);
+    EXPECT_EQ(sink->startedBefore, std::vector<std::size_t>{0});
+    EXPECT_EQ(trace.statements(), std::vector<std::string>{"SELECT COUNT(*) FROM events"});
+}
+
+TEST(RepositoryFrame, AStatementThatCannotBePreparedYieldsNothingAndIsReportedOnce) {
+    const TestStore store;
+    store.execute("DROP TABLE events");
+    const LogCapture log;
+    ZAVError error = fromBefore;
+    EXPECT_EQ(store.repository().allEvents(&error), std::nullopt);
+    EXPECT_EQ(error, store.database().lastError());
+    EXPECT_EQ(error.domain(), "SQLite");
+    EXPECT_EQ(error.code(), 1);
+    EXPECT_EQ(error.message(), "no such table: events");
+    EXPECT_EQ(log.records(), (std::vector<LogRecord>{fetchingAllEvents, failedToFetchAllEvents(error)}));
+}
+
+TEST(RepositoryFrame, AFailedCountIsZero) {
+    const TestStore store;
+    addEvents(store, 2);
+    store.execute("DROP TABLE events");
+    const LogCapture log;
+    ZAVError error;
+    EXPECT_EQ(store.repository().countOfEvents(&error), 0U);
+    EXPECT_EQ(error, store.database().lastError());
+    constexpr const char* function = "-[ZAVEventRepository countOfEvents:]";
+    EXPECT_EQ(log.records(),
+              (std::vector<LogRecord>{
+                  verboseLine(function, "fetching syncable change count", "fetching syncable change count"),
+                  errorLine(function, "failed to fetch events with %@",
+                            "failed to fetch events with " + error.description())}));
+}
+
+TEST(RepositoryFrame, AFailedLookupIsNoRecord) {
+    const TestStore store;
+    addEvents(store, 1);
+    store.execute("DROP TABLE events");
+    const LogCapture log;
+    ZAVError error;
+    EXPECT_EQ(store.repository().eventForDatabaseIdentifier(1, &error), nullptr);
+    EXPECT_EQ(error, store.database().lastError());
+    constexpr const char* function = "-[ZAVEventRepository eventForDatabaseIdentifier:error:]";
+    EXPECT_EQ(log.records(),
+              (std::vector<LogRecord>{
+                  verboseLine(function, "fetching event for database identifier:%lld",
+                              "fetching event for database identifier:1"),
+                  errorLine(function, "failed to fetch event for database identifier:%lld with %@",
+                            "failed to fetch event for database identifier:1 with " + error.description())}));
+}
+
+TEST(RepositoryFrame, AFailedWriteIsFalseAndKeepsWhatWasWrittenBefore) {
+    const TestStore store;
+    store.addStream(uuidNumber(1));
+    store.execute(
+        "CREATE TRIGGER refuse BEFORE INSERT ON events WHEN NEW.creator_id = 'refused' "
+        "BEGIN SELECT RAISE(FAIL, 'refused'); END");
+    const auto stored = makeEvent(EventType_MESSAGE, uuidNumber(1), 7);
+    const auto refused = makeEvent(EventType_MESSAGE, uuidNumber(1), 8);
+    refused->set_creator_id("refused");
+    const LogCapture log;
+    ZAVError error;
+    EXPECT_FALSE(store.repository().persistEvents({stored, refused}, &error));
+    EXPECT_EQ(error.message(), "refused");
+    EXPECT_EQ(store.rows("SELECT client_id FROM events"),
+              std::vector<std::string>{"X'11111111111111111111111111111107'"});
+    const auto records = log.records();
+    ASSERT_EQ(records.size(), 2U);
+    constexpr const char* function = "-[ZAVEventRepository persistEvents:error:]";
+    EXPECT_EQ(records[0], verboseLine(function, "persisting %lu event(s)", "persisting 2 event(s)"));
+    EXPECT_EQ(records[1], errorLine(function, "failed to persist events:%@ with %@",
+                                    "failed to persist events:{(" + stored->description() + ", " +
+                                        refused->description() + ")} with " + error.description()));
+}
+
+TEST(RepositoryFrame, ReadingThatBreaksOffYieldsNoPartOfTheResult) {
+    const TestStore store;
+    addEvents(store, 3);
+    breakEventsAtRow(store, 3);
+    const LogCapture log;
+    ZAVError error;
+    EXPECT_EQ(store.repository().allEvents(&error), std::nullopt);
+    EXPECT_EQ(error.message(), "integer overflow");
+    EXPECT_EQ(error, store.database().lastError());
+    EXPECT_EQ(log.records(), (std::vector<LogRecord>{fetchingAllEvents, failedToFetchAllEvents(error)}));
+    EXPECT_EQ(store.database().openResultSets(), 0U);
+}
+
+TEST(RepositoryFrame, AFailureWithoutAnErrorParameterIsLoggedAllTheSame) {
+    const TestStore store;
+    store.execute("DROP TABLE events");
+    const LogCapture log;
+    EXPECT_EQ(store.repository().allEvents(), std::nullopt);
+    EXPECT_EQ(log.records(), (std::vector<LogRecord>{fetchingAllEvents,
+                                                     failedToFetchAllEvents(store.database().lastError())}));
+}
+
+TEST(RepositoryFrame, AViolatedPreconditionIsThrownNotReported) {
+    const TestStore store;
+    const LogCapture log;
+    ZAVError error = fromBefore;
+    EXPECT_THROW(store.repository().persistEvents({std::make_shared<ZAVEvent>()}, &error),
+                 NSInternalInconsistencyException);
+    EXPECT_EQ(error, fromBefore);
+    EXPECT_EQ(log.records(),
+              (std::vector<LogRecord>{verboseLine("-[ZAVEventRepository persistEvents:error:]",
+                                                  "persisting %lu event(s)", "persisting 1 event(s)")}));
+    EXPECT_EQ(store.database().openResultSets(), 0U);
+}
+
+TEST(RepositoryFrame, AfterAFailureTheRepositoryWorksOn) {
+    const TestStore store;
+    const LogCapture log;
+    store.execute("ALTER TABLE events RENAME TO events_away");
+    EXPECT_EQ(store.repository().allEvents(), std::nullopt);
+    store.execute("ALTER TABLE events_away RENAME TO events");
+    ZAVError error;
+    ASSERT_TRUE(store.repository().allEvents(&error)) << error.description();
+    EXPECT_FALSE(error) << "the failure before is not this operation's";
+}
+
+/// The lines, by flag, that a failing operation writes under the given guards.
+std::vector<std::uint32_t> flagsUnder(std::int32_t preference, std::uint32_t level) {
+    const TestStore store;
+    store.execute("DROP TABLE events");
+    const LogCapture log;
+    gZAVLogPreferences[7] = preference;
+    ddLogLevel = level;
+    ZAVError error;
+    EXPECT_EQ(store.repository().allEvents(&error), std::nullopt);
+    EXPECT_TRUE(error) << "the error reaches the caller whatever is logged";
+    std::vector<std::uint32_t> flags;
+    for (const LogRecord& record : log.records()) {
+        EXPECT_EQ(record.level, level);
+        flags.push_back(record.flag);
+    }
+    return flags;
+}
+
+TEST(RepositoryFrame, AVerboseLineNeedsPreferenceFiveAndItsBitInTheLevel) {
+    using Flags = std::vector<std::uint32_t>;
+    EXPECT_EQ(flagsUnder(5, 17), (Flags{16, 1}));
+    EXPECT_EQ(flagsUnder(6, 17), (Flags{16, 1}));
+    EXPECT_EQ(flagsUnder(4, 17), Flags{1}) << "preference too low";
+    EXPECT_EQ(flagsUnder(5, 15), Flags{1}) << "bit 16 clear";
+    EXPECT_EQ(flagsUnder(5, ~16U), Flags{1}) << "bit 16 clear, every other set";
+}
+
+TEST(RepositoryFrame, AnErrorLineNeedsPreferenceOneAndItsBitInTheLevel) {
+    using Flags = std::vector<std::uint32_t>;
+    EXPECT_EQ(flagsUnder(1, 1), Flags{1});
+    EXPECT_EQ(flagsUnder(0, 17), Flags{}) << "preference too low";
+    EXPECT_EQ(flagsUnder(-1, 17), Flags{}) << "preference negative";
+    EXPECT_EQ(flagsUnder(5, 16), Flags{16}) << "bit 1 clear";
+    EXPECT_EQ(flagsUnder(5, ~1U), Flags{16}) << "bit 1 clear, every other set";
+    EXPECT_EQ(flagsUnder(5, 0), Flags{});
+}
+
+TEST(RepositoryFrame, ThePreferencesOfOtherComponentsDoNotMatter) {
+    gZAVLogPreferences[ZAVLogComponentSQLite] = 5;
+    EXPECT_EQ(flagsUnder(0, 17), std::vector<std::uint32_t>{});
+    gZAVLogPreferences[ZAVLogComponentSQLite] = 0;
+    EXPECT_EQ(flagsUnder(5, 17), (std::vector<std::uint32_t>{16, 1}));
+    gZAVLogPreferences[ZAVLogComponentSQLite] = 1;
+}
+
+TEST(RepositoryFrame, ARecordIsDescribedOnlyForALineThatIsWanted) {
+    /// An event that counts how often it is described.
+    class CountingEvent final : public ZAVEvent {
+    public:
+        mutable int descriptions = 0;
+
+    private:
+        void describeFields(std::string& text) const override {
+            ++descriptions;
+            ZAVEvent::describeFields(text);
+        }
+    };
+    const TestStore store;
+    store.execute("DROP TABLE streams");
+    const auto event = std::make_shared<CountingEvent>();
+    event->set_type(EventType_MESSAGE);
+    event->set_client_id(ZAVDataFromUUID(uuidNumber(7)));
+    event->set_stream_id(ZAVDataFromUUID(uuidNumber(1)));
+    const LogCapture log;
+    for (const auto& [preference, level] : {std::pair{0, 17U}, std::pair{5, 16U}}) {
+        gZAVLogPreferences[7] = preference;
+        ddLogLevel = level;
+        EXPECT_FALSE(store.repository().persistEvents({event}));
+        EXPECT_EQ(event->descriptions, 0) << "preference " << preference << ", level " << level;
+    }
+    ddLogLevel = 1U;
+    EXPECT_FALSE(store.repository().persistEvents({event}));
+    EXPECT_EQ(event->descriptions, 1) << "the error line prints the event";
+}
+
+TEST(RepositoryFrame, TheRowMapperIsGivenTheCallersOwnErrorParameter) {
+    /// A repository that notes what its row mapper was given.
+    class Repository final : public ZAVEventRepository {
+    public:
+        using ZAVEventRepository::ZAVEventRepository;
+        std::shared_ptr<ZAVEvent> objectFromResultSet(const FMResultSet& row,
+                                                      ZAVError* error) const override {
+            given.push_back(error);
+            return ZAVEventRepository::objectFromResultSet(row, error);
+        }
+        mutable std::vector<ZAVError*> given;
+    };
+    const TestStore store;
+    addEvents(store, 1);
+    const Repository repository(store.sharedDatabase());
+    ZAVError error;
+    EXPECT_TRUE(repository.allEvents(&error));
+    EXPECT_TRUE(repository.allEvents());
+    EXPECT_NE(repository.eventForDatabaseIdentifier(1, &error), nullptr);
+    EXPECT_EQ(repository.given, (std::vector<ZAVError*>{&error, nullptr, &error}));
+}
+
+TEST(RepositoryFrame, NoOperationOpensATransaction) {
+    const TestStore store;
+    store.addStream(uuidNumber(1));
+    const auto event = makeEvent(EventType_MESSAGE, uuidNumber(1), 7);
+    event->set_content(std::vector<std::shared_ptr<ZAVTContent>>{makeTextPart("hello")});
+    const StatementTrace trace(store.database());
+    EXPECT_TRUE(store.repository().persistEvents({event}));
+    EXPECT_TRUE(store.repository().allEvents());
+    EXPECT_FALSE(trace.statements().empty());
+    for (const std::string& statement : trace.statements()) {
+        for (const char* word : {"BEGIN", "COMMIT", "ROLLBACK", "SAVEPOINT", "RELEASE", "END"}) {
+            EXPECT_FALSE(statement.starts_with(word)) << statement;
+        }
+    }
+}
+
+TEST(RepositoryFrame, TheRepositoryWorksOnTheHandleItWasGiven) {
+    const TestStore store;
+    EXPECT_EQ(&store.repository().database(), store.sharedDatabase().get());
 }
 
 TEST(RepositoryFrame, AnEventThatWasPersistedIsReadBackWithItsContent) {

@@ -104,6 +104,7 @@ FMDatabase::FMDatabase(sqlite3* connection, std::size_t statementCacheCapacity)
     : connection_(connection), statements_(std::make_unique<ZAVStatementCache>(statementCacheCapacity)) {}
 
 FMDatabase::~FMDatabase() {
+    statements_->closeCursors();
     statements_.reset();
     sqlite3_close_v2(connection_);
 }
@@ -204,6 +205,9 @@ bool FMDatabase::update(std::string_view sql, std::span<const FMParameter> value
 /// Lends the statement `sql` with `values` bound; null on failure. Values that are not copied must stay alive
 /// until the statement is given back.
 ZAVStatement* FMDatabase::borrow(std::string_view sql, std::span<const FMParameter> values, bool copyValues) {
+    if (sql.data() == nullptr) {
+        sql = "";  // the engine takes no null
+    }
     ZAVStatement* statement = statements_->borrow(sql);
     if (statement == nullptr) {
         sqlite3_stmt* handle = nullptr;

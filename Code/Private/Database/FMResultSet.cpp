@@ -118,9 +118,13 @@ std::optional<ZAVData> FMResultSet::dataForColumn(std::string_view name) const {
 }
 
 int FMResultSet::indexForColumn(std::string_view name) const {
-    const int count = row_ == nullptr ? 0 : sqlite3_column_count(row_);
+    if (statement_ == nullptr) {
+        return -1;
+    }
+    sqlite3_stmt* const statement = statement_->handle();
+    const int count = sqlite3_column_count(statement);
     for (int index = 0; index < count; ++index) {
-        const std::string_view candidate = sqlite3_column_name(row_, index);
+        const std::string_view candidate = sqlite3_column_name(statement, index);
         if (candidate.size() == name.size() &&
             sqlite3_strnicmp(candidate.data(), name.data(), static_cast<int>(name.size())) == 0) {
             return index;

@@ -22,6 +22,26 @@ bool fail(ZAVError* error, const ZAVError& reason) {
     return false;
 }
 
+/// Whether the database can be brought up to date: it is the library's own, of a version that is known, or
+/// empty.
+bool canBeMigrated(FMDatabase& database, std::int32_t version, ZAVError* error) {
+    if (version > ZAVDatabaseSchema::currentVersion()) {
+        return fail(error, {ZAVErrorDomainDatabase, ZAVDatabaseErrorNewerSchema,
+                            "the database has schema version " + std::to_string(version) +
+                                ", but this version of the library knows only versions up to " +
+                                std::to_string(ZAVDatabaseSchema::currentVersion())});
+    }
+    const auto tables = number(database, "SELECT COUNT(*) FROM sqlite_master");
+    if (!tables) {
+        return fail(error, database.lastError());
+    }
+    if (version < 0 || (version == 0 && *tables != 0)) {
+        return fail(error, {ZAVErrorDomainDatabase, ZAVDatabaseErrorForeignSchema,
+                            "the database has tables, but no schema version of the event store"});
+    }
+    return true;
+}
+
 }  // namespace
 
 std::int32_t ZAVDatabaseSchema::currentVersion() noexcept {
@@ -31,11 +51,22 @@ std::int32_t ZAVDatabaseSchema::currentVersion() noexcept {
 std::shared_ptr<FMDatabase> ZAVDatabaseSchema::openDatabase(const std::string& path,
                                                             FMDatabaseOptions options, ZAVError* error) {
     options.newestUserVersion = currentVersion();
+    // A database that is refused keeps its journal mode too, so the log waits until it is known to be ours.
+    const bool writeAheadLog = options.writeAheadLog && options.access != FMDatabaseOptions::Access::readOnly;
+    options.writeAheadLog = false;
     auto database = FMDatabase::databaseWithPath(path, options, error);
-    if (database && !migrateDatabase(*database, error)) {
+    if (!database) {
         return nullptr;
     }
-    return database;
+    const auto version = versionOfDatabase(*database, error);
+    if (!version || !canBeMigrated(*database, *version, error)) {
+        return nullptr;
+    }
+    if (writeAheadLog && !database->executeStatements("PRAGMA journal_mode=WAL")) {
+        ZAVStoreError(error, database->lastError());
+        return nullptr;
+    }
+    return migrateDatabase(*database, error) ? database : nullptr;
 }
 
 std::optional<std::int32_t> ZAVDatabaseSchema::versionOfDatabase(FMDatabase& database, ZAVError* error) {
@@ -57,22 +88,8 @@ bool ZAVDatabaseSchema::migrateDatabase(FMDatabase& database, ZAVError* error) {
     }
     // Read again under the lock: another process may have migrated the file in between.
     const auto version = versionOfDatabase(database, error);
-    if (!version) {
+    if (!version || !canBeMigrated(database, *version, error)) {
         return false;
-    }
-    if (*version > currentVersion()) {
-        return fail(error, {ZAVErrorDomainDatabase, ZAVDatabaseErrorNewerSchema,
-                            "the database has schema version " + std::to_string(*version) +
-                                ", but this version of the library knows only versions up to " +
-                                std::to_string(currentVersion())});
-    }
-    const auto tables = number(database, "SELECT COUNT(*) FROM sqlite_master");
-    if (!tables) {
-        return fail(error, database.lastError());
-    }
-    if (*version == 0 && *tables != 0) {
-        return fail(error, {ZAVErrorDomainDatabase, ZAVDatabaseErrorForeignSchema,
-                            "the database has tables, but no schema version of the event store"});
     }
     for (const ZAVSchemaMigration& migration :
          ZAVSchemaMigrations().subspan(static_cast<std::size_t>(*version))) {

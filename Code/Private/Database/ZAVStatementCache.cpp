@@ -3,6 +3,7 @@
 #include <sqlite3.h>
 
 #include <cstring>
+#include <limits>
 #include <utility>
 
 #include "Private/Database/FMResultSet.h"
@@ -30,7 +31,11 @@ ZAVStatement::~ZAVStatement() {
     sqlite3_finalize(handle_);
 }
 
-ZAVStatementCache::~ZAVStatementCache() {
+ZAVStatementCache::~ZAVStatementCache() = default;
+
+void ZAVStatementCache::closeCursors() noexcept {
+    // Nothing may be evicted during the walk: it would take the walk's next step with it.
+    capacity_ = std::numeric_limits<std::size_t>::max();
     forEach([](ZAVStatement& statement) {
         if (statement.cursor != nullptr) {
             statement.cursor->close();

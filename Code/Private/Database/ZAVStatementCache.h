@@ -56,6 +56,9 @@ public:
     /// Takes a statement back that failed. It is not kept.
     void discard(ZAVStatement& statement) noexcept;
 
+    /// Closes every open cursor. Only for a cache that is destroyed next.
+    void closeCursors() noexcept;
+
     /// How many statements are lent to cursors.
     [[nodiscard]] std::size_t cursorCount() const noexcept;
 

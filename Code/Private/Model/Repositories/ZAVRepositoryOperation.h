@@ -1,6 +1,5 @@
 #pragma once
 
-#include <source_location>
 #include <string_view>
 
 #include "Private/Foundation/ZAVError.h"
@@ -20,9 +19,8 @@ public:
     /// @param verbose text of the line before the work.
     /// @param failure text of the line after a failure; the error is its last argument.
     constexpr ZAVRepositoryOperation(std::string_view function, std::string_view verbose,
-                                     std::string_view failure,
-                                     std::source_location place = std::source_location::current()) noexcept
-        : function_(function), verbose_(verbose), failure_(failure), line_(place.line()) {}
+                                     std::string_view failure, unsigned line = __builtin_LINE()) noexcept
+        : function_(function), verbose_(verbose), failure_(failure), line_(line) {}
 
     /// The same operation, but with its failure line as a verbose line.
     [[nodiscard]] constexpr ZAVRepositoryOperation reportingFailureAsVerbose() const noexcept {

@@ -1,0 +1,1017 @@
+#include <ZAVEventRepository/ZAVEventRepository.h>
+#include <ZAVEventRepository/ZAVSyncedChangeRepository.h>
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <limits>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "StatementInterruption.h"
+#include "Support/LogCapture.h"
+#include "Support/StatementTrace.h"
+#include "Support/TestStore.h"
+
+namespace zav::test {
+namespace {
+
+/// How many events a query answered, or that it answered none.
+using Answer = std::optional<std::size_t>;
+
+Answer answerOf(const std::optional<ZAVSet<ZAVEvent>>& events) {
+    return events ? Answer(events->size()) : std::nullopt;
+}
+
+Answer answerOf(const std::shared_ptr<ZAVEvent>& event) {
+    return event ? Answer(1) : std::nullopt;
+}
+
+struct EventQuery {
+    const char* name;
+    Answer (*run)(const ZAVEventRepository& repository, ZAVError* error);
+    std::string statement;
+    const char* function;
+    const char* verboseFormat;
+    const char* verboseMessage;
+    const char* errorFormat;
+    const char* errorMessageBeforeTheError;
+    Answer fromTheFilledStore;
+    Answer fromEmptyTables;
+    Answer onFailure;
+};
+
+void PrintTo(const EventQuery& query, std::ostream* stream) {
+    *stream << query.name;
+}
+
+const EventQuery allEvents{
+    "allEvents",
+    [](const ZAVEventRepository& repository, ZAVError* error) {
+        return answerOf(repository.allEvents(error));
+    },
+    "SELECT events.client_id, events.client_seq, events.creator_id, events.member_id, events.preceding_seq, "
+    "events.stream_database_identifier, events.subtype, events.target_seq, events.timestamp, events.type, "
+    "events.seq AS event_seq, events.database_identifier AS event_database_identifier, "
+    "streams.stream_id AS event_stream_id, streams.seq AS streams_seq, events.creator_name "
+    "FROM events LEFT JOIN streams ON (events.stream_database_identifier = streams.database_identifier)",
+    "-[ZAVEventRepository allEvents:]",
+    "fetching publishable events",
+    "fetching publishable events",
+    "failed to fetch publishable events with %@",
+    "failed to fetch publishable events with ",
+    6,
+    0,
+    std::nullopt};
+
+const EventQuery countOfEvents{"countOfEvents",
+                               [](const ZAVEventRepository& repository, ZAVError* error) {
+                                   return Answer(repository.countOfEvents(error));
+                               },
+                               "SELECT COUNT(*) FROM events",
+                               "-[ZAVEventRepository countOfEvents:]",
+                               "fetching syncable change count",
+                               "fetching syncable change count",
+                               "failed to fetch events with %@",
+                               "failed to fetch events with ",
+                               6,
+                               0,
+                               0};
+
+const EventQuery publishableEvents{
+    "publishableEvents",
+    [](const ZAVEventRepository& repository, ZAVError* error) {
+        return answerOf(repository.publishableEvents(error));
+    },
+    "SELECT events.client_id, events.client_seq, events.creator_id, events.member_id, events.preceding_seq, "
+    "events.stream_database_identifier, events.subtype, events.target_seq, events.timestamp, events.type, "
+    "events.seq AS event_seq, events.database_identifier AS event_database_identifier, "
+    "streams.stream_id AS event_stream_id, streams.seq AS streams_seq, events.creator_name "
+    "FROM events LEFT JOIN streams ON (events.stream_database_identifier = streams.database_identifier) "
+    "WHERE events.seq IS NULL AND event_stream_id IS NOT NULL",
+    "-[ZAVEventRepository publishableEvents:]",
+    "fetching publishable events",
+    "fetching publishable events",
+    "failed to fetch publishable events with %@",
+    "failed to fetch publishable events with ",
+    2,
+    0,
+    std::nullopt};
+
+const EventQuery unpublishableEvents{
+    "unpublishableEvents",
+    [](const ZAVEventRepository& repository, ZAVError* error) {
+        return answerOf(repository.unpublishableEvents(error));
+    },
+    "SELECT events.client_id, events.client_seq, events.creator_id, events.member_id, events.preceding_seq, "
+    "events.stream_database_identifier, events.subtype, events.target_seq, events.timestamp, events.type, "
+    "events.seq AS event_seq, events.database_identifier AS event_database_identifier, "
+    "streams.stream_id AS event_stream_id, streams.seq AS streams_seq, events.creator_name "
+    "FROM events LEFT JOIN streams ON (events.stream_database_identifier = streams.database_identifier) "
+    "WHERE events.seq IS NULL AND event_stream_id IS NULL",
+    "-[ZAVEventRepository unpublishableEvents:]",
+    "fetching unpublishable events",
+    "fetching unpublishable events",
+    "failed to fetch unpublishable events with %@",
+    "failed to fetch unpublishable events with ",
+    2,
+    0,
+    std::nullopt};
+
+const EventQuery unprocessedEvents{
+    "unprocessedEvents",
+    [](const ZAVEventRepository& repository, ZAVError* error) {
+        return answerOf(repository.unprocessedEvents(error));
+    },
+    "SELECT events.client_id, events.client_seq, events.creator_id, events.member_id, events.preceding_seq, "
+    "events.stream_database_identifier, events.subtype, events.target_seq, events.timestamp, events.type, "
+    "events.seq AS event_seq, events.database_identifier AS event_database_identifier, "
+    "streams.stream_id AS event_stream_id, streams.seq AS streams_seq, events.creator_name, "
+    "synced_changes.* FROM events "
+    "LEFT JOIN streams ON (events.stream_database_identifier = streams.database_identifier) "
+    "LEFT JOIN synced_changes ON (events.database_identifier = row_identifier) "
+    "WHERE synced_changes.table_name = 'events' AND change_type = 0",
+    "-[ZAVEventRepository unprocessedEvents:]",
+    "fetching unprocessed events",
+    "fetching unprocessed events",
+    "failed to fetch unprocessed events with %@",
+    "failed to fetch unprocessed events with ",
+    6,
+    0,
+    std::nullopt};
+
+const EventQuery eventsFromRevivedStream{
+    "eventsFromRevivedStream",
+    [](const ZAVEventRepository& repository, ZAVError* error) {
+        return answerOf(repository.eventsFromRevivedStreamWithStreamDatabaseIdentifier(1, error));
+    },
+    "SELECT events.client_id, events.client_seq, events.creator_id, events.member_id, events.preceding_seq, "
+    "events.stream_database_identifier, events.subtype, events.target_seq, events.timestamp, events.type, "
+    "events.seq AS event_seq, events.database_identifier AS event_database_identifier, "
+    "streams.stream_id AS event_stream_id, streams.seq AS streams_seq, events.creator_name "
+    "FROM events LEFT JOIN streams ON (events.stream_database_identifier = streams.database_identifier) "
+    "WHERE events.seq IS NOT NULL AND streams.database_identifier = 1 "
+    "ORDER BY events.preceding_seq, events.creator_id, events.client_seq",
+    "-[ZAVEventRepository eventsFromRevivedStreamWithStreamDatabaseIdentifier:error:]",
+    "fetching events for revived stream (streamDatabaseIdentifier=%lld)",
+    "fetching events for revived stream (streamDatabaseIdentifier=1)",
+    "failed to fetch events for revived stream (streamDatabaseIdentifier=%lld) with %@",
+    "failed to fetch events for revived stream (streamDatabaseIdentifier=1) with ",
+    2,
+    0,
+    std::nullopt};
+
+const EventQuery postedAndProcessedEvents{
+    "postedAndProcessedEvents",
+    [](const ZAVEventRepository& repository, ZAVError* error) {
+        return answerOf(repository.postedAndProcessedEvents(error));
+    },
+    "SELECT events.client_id, events.client_seq, events.creator_id, events.member_id, events.preceding_seq, "
+    "events.stream_database_identifier, events.subtype, events.target_seq, events.timestamp, events.type, "
+    "events.seq AS event_seq, events.database_identifier AS event_database_identifier, "
+    "streams.stream_id AS event_stream_id, streams.seq AS streams_seq, events.creator_name "
+    "FROM events LEFT JOIN streams ON (events.stream_database_identifier = streams.database_identifier) "
+    "WHERE events.seq IS NOT NULL",
+    "-[ZAVEventRepository postedAndProcessedEvents:]",
+    "fetching posted and processed events",
+    "fetching posted and processed events",
+    "failed to fetch posted and processed events with %@",
+    "failed to fetch posted and processed events with ",
+    2,
+    0,
+    std::nullopt};
+
+const EventQuery eventWithSeq{
+    "eventWithSeq",
+    [](const ZAVEventRepository& repository, ZAVError* error) {
+        return answerOf(repository.eventWithSeq(2, uuidNumber(1), error));
+    },
+    "SELECT events.client_id, events.client_seq, events.creator_id, events.member_id, events.preceding_seq, "
+    "events.stream_database_identifier, events.subtype, events.target_seq, events.timestamp, events.type, "
+    "events.seq AS event_seq, events.database_identifier AS event_database_identifier, "
+    "streams.stream_id AS event_stream_id, streams.seq AS streams_seq, events.creator_name "
+    "FROM events LEFT JOIN streams ON (events.stream_database_identifier = streams.database_identifier) "
+    "WHERE events.seq = 2 AND event_stream_id = x'11111111111111111111111111111101'",
+    "-[ZAVEventRepository eventWithSeq:streamIdentifier:error:]",
+    "fetching event by seq:%d and stream identifier:%@",
+    "fetching event by seq:2 and stream identifier:11111111-1111-1111-1111-111111111101",
+    "failed to fetch event by seq:%d and stream identifier:%@ with %@",
+    "failed to fetch event by seq:2 and stream identifier:11111111-1111-1111-1111-111111111101 with ",
+    1,
+    std::nullopt,
+    std::nullopt};
+
+const EventQuery eventForDatabaseIdentifier{
+    "eventForDatabaseIdentifier",
+    [](const ZAVEventRepository& repository, ZAVError* error) {
+        return answerOf(repository.eventForDatabaseIdentifier(3, error));
+    },
+    "SELECT events.client_id, events.client_seq, events.creator_id, events.member_id, events.preceding_seq, "
+    "events.stream_database_identifier, events.subtype, events.target_seq, events.timestamp, events.type, "
+    "events.seq AS event_seq, events.database_identifier AS event_database_identifier, "
+    "streams.stream_id AS event_stream_id, streams.seq AS streams_seq, events.creator_name "
+    "FROM events LEFT JOIN streams ON (events.stream_database_identifier = streams.database_identifier) "
+    "WHERE events.database_identifier = 3",
+    "-[ZAVEventRepository eventForDatabaseIdentifier:error:]",
+    "fetching event for database identifier:%lld",
+    "fetching event for database identifier:3",
+    "failed to fetch event for database identifier:%lld with %@",
+    "failed to fetch event for database identifier:3 with ",
+    1,
+    std::nullopt,
+    std::nullopt};
+
+std::string nameOf(const testing::TestParamInfo<EventQuery>& info) {
+    return info.param.name;
+}
+
+LogRecord announcementOf(const EventQuery& query) {
+    return verboseLine(query.function, query.verboseFormat, query.verboseMessage);
+}
+
+LogRecord failureOf(const EventQuery& query, const ZAVError& error) {
+    return errorLine(query.function, query.errorFormat,
+                     query.errorMessageBeforeTheError + error.description());
+}
+
+ZAVError errorOfSomebodyElse() {
+    return {"Elsewhere", 42, "an error of somebody else"};
+}
+
+/// A store with six events: two sequenced (rows 1 and 2) and two that are not (3 and 4) in a stream that
+/// the service knows, and two (5 and 6) in one that it does not. The insertion of each is unprocessed.
+class FilledStore : public TestStore {
+public:
+    FilledStore() {
+        execute(
+            "INSERT INTO streams (database_identifier, stream_id, seq)"
+            " VALUES (1, x'11111111111111111111111111111101', 2), (2, NULL, NULL);"
+            "INSERT INTO events (database_identifier, type, seq, stream_database_identifier, client_id)"
+            " VALUES (1, 2, 1, 1, x'01'), (2, 2, 2, 1, x'02'), (3, 2, NULL, 1, x'03'),"
+            " (4, 2, NULL, 1, x'04'), (5, 2, NULL, 2, x'05'), (6, 2, NULL, 2, x'06');"
+            "INSERT INTO synced_changes (table_name, row_identifier, change_type)"
+            " SELECT 'events', database_identifier, 0 FROM events;");
+    }
+};
+
+/// A repository that runs `afterMapping` once a row has been mapped; whatever it returns is the mapped event.
+template <class AfterMapping>
+class TamperingRepository final : public ZAVEventRepository {
+public:
+    TamperingRepository(const TestStore& store, AfterMapping afterMapping)
+        : ZAVEventRepository(store.sharedDatabase()), afterMapping_(afterMapping) {}
+
+    [[nodiscard]] std::shared_ptr<ZAVEvent> objectFromResultSet(const FMResultSet& row,
+                                                                ZAVError* error) const override {
+        return afterMapping_(ZAVEventRepository::objectFromResultSet(row, error), error);
+    }
+
+private:
+    AfterMapping afterMapping_;
+};
+
+/// Runs a query that must fail, and checks all that a caller sees of the failure.
+void expectFailure(const TestStore& store, const EventQuery& query, const ZAVEventRepository& repository,
+                   int code, const std::string& message) {
+    ZAVError error;
+    const LogCapture log;
+    EXPECT_EQ(query.run(repository, &error), query.onFailure)
+        << query.name << " answered part of a result after a failure";
+    EXPECT_EQ(error, ZAVError("SQLite", code, message)) << error.description();
+    EXPECT_EQ(error, store.database().lastError()) << "the caller did not get the handle's last error";
+    EXPECT_EQ(log.records(), (std::vector{announcementOf(query), failureOf(query, error)}));
+    expectHandleIsAtRest(store);
+}
+
+std::vector<ZAVDatabaseIdentifier> rowsOf(const std::optional<ZAVSet<ZAVEvent>>& events) {
+    std::vector<ZAVDatabaseIdentifier> rows;
+    EXPECT_TRUE(events) << "the query failed";
+    if (events) {
+        for (const auto& event : *events) {
+            rows.push_back(event->databaseIdentifier());
+        }
+    }
+    return rows;
+}
+
+std::vector<ZAVDatabaseIdentifier> sortedRowsOf(const std::optional<ZAVSet<ZAVEvent>>& events) {
+    auto rows = rowsOf(events);
+    std::sort(rows.begin(), rows.end());
+    return rows;
+}
+
+using Rows = std::vector<ZAVDatabaseIdentifier>;
+
+// What all nine queries have in common.
+
+class EveryEventQuery : public testing::TestWithParam<EventQuery> {};
+
+INSTANTIATE_TEST_SUITE_P(Of, EveryEventQuery,
+                         testing::Values(allEvents, countOfEvents, publishableEvents, unpublishableEvents,
+                                         unprocessedEvents, eventsFromRevivedStream, postedAndProcessedEvents,
+                                         eventWithSeq, eventForDatabaseIdentifier),
+                         nameOf);
+
+TEST_P(EveryEventQuery, StartsWithItsStatementAndItsValues) {
+    const FilledStore store;
+    const StatementTrace trace(store.database());
+    EXPECT_EQ(GetParam().run(store.repository(), nullptr), GetParam().fromTheFilledStore);
+    ASSERT_FALSE(trace.statements().empty()) << GetParam().name << " ran no statement";
+    EXPECT_EQ(trace.statements().front(), GetParam().statement);
+}
+
+TEST_P(EveryEventQuery, RunsItsStatementOnceAndBeginsNoTransaction) {
+    const FilledStore store;
+    const StatementTrace trace(store.database());
+    ASSERT_EQ(GetParam().run(store.repository(), nullptr), GetParam().fromTheFilledStore);
+    EXPECT_EQ(std::count(trace.statements().begin(), trace.statements().end(), GetParam().statement), 1);
+    for (const std::string& statement : trace.statements()) {
+        EXPECT_TRUE(statement.starts_with("SELECT "))
+            << GetParam().name << " only reads, but ran " << statement;
+    }
+}
+
+TEST_P(EveryEventQuery, WritesItsVerboseLineAndNoOtherWhenItSucceeds) {
+    const FilledStore store;
+    const LogCapture log;
+    EXPECT_EQ(GetParam().run(store.repository(), nullptr), GetParam().fromTheFilledStore);
+    EXPECT_EQ(log.records(), std::vector{announcementOf(GetParam())});
+}
+
+TEST_P(EveryEventQuery, LeavesTheCallersErrorAsItWasWhenItSucceeds) {
+    const FilledStore store;
+    ZAVError error = errorOfSomebodyElse();
+    EXPECT_EQ(GetParam().run(store.repository(), &error), GetParam().fromTheFilledStore);
+    EXPECT_EQ(error, errorOfSomebodyElse()) << error.description();
+}
+
+TEST_P(EveryEventQuery, LeavesNoCursorOpen) {
+    const FilledStore store;
+    for (int round = 0; round < 3; ++round) {
+        EXPECT_EQ(GetParam().run(store.repository(), nullptr), GetParam().fromTheFilledStore);
+        expectHandleIsAtRest(store);
+    }
+}
+
+TEST_P(EveryEventQuery, FindsNothingInEmptyTablesWithoutFailing) {
+    const TestStore store;
+    const LogCapture log;
+    ZAVError error = errorOfSomebodyElse();
+    EXPECT_EQ(GetParam().run(store.repository(), &error), GetParam().fromEmptyTables);
+    EXPECT_EQ(error, errorOfSomebodyElse()) << error.description();
+    EXPECT_EQ(log.records(), std::vector{announcementOf(GetParam())});
+    expectHandleIsAtRest(store);
+}
+
+TEST_P(EveryEventQuery, ReportsThatItsStatementCannotBePrepared) {
+    const FilledStore store;
+    store.execute("DROP TABLE events");
+    expectFailure(store, GetParam(), store.repository(), SQLITE_ERROR, "no such table: events");
+}
+
+TEST_P(EveryEventQuery, ReportsThatItsFirstStepFailed) {
+    const FilledStore store;
+    const std::string beginning = GetParam().statement.substr(0, 20);
+    const StatementInterruption interruption(store.database(), beginning);
+    expectFailure(store, GetParam(), store.repository(), SQLITE_INTERRUPT, "interrupted");
+}
+
+TEST_P(EveryEventQuery, WorksAgainAfterAFailure) {
+    const FilledStore store;
+    {
+        const StatementInterruption interruption(store.database(), GetParam().statement.substr(0, 20));
+        ASSERT_EQ(GetParam().run(store.repository(), nullptr), GetParam().onFailure);
+    }
+    EXPECT_EQ(GetParam().run(store.repository(), nullptr), GetParam().fromTheFilledStore);
+}
+
+TEST_P(EveryEventQuery, FailsAndLogsAsWellForACallerWhoDoesNotAskWhy) {
+    const FilledStore store;
+    store.execute("DROP TABLE events");
+    const LogCapture log;
+    EXPECT_EQ(GetParam().run(store.repository(), nullptr), GetParam().onFailure);
+    EXPECT_EQ(log.records(),
+              (std::vector{announcementOf(GetParam()), failureOf(GetParam(), store.database().lastError())}));
+}
+
+// What the queries that map rows have in common.
+
+class EveryMappingEventQuery : public testing::TestWithParam<EventQuery> {};
+
+INSTANTIATE_TEST_SUITE_P(Of, EveryMappingEventQuery,
+                         testing::Values(allEvents, publishableEvents, unpublishableEvents, unprocessedEvents,
+                                         eventsFromRevivedStream, postedAndProcessedEvents, eventWithSeq,
+                                         eventForDatabaseIdentifier),
+                         nameOf);
+
+TEST_P(EveryMappingEventQuery, ReportsThatTheStreamsAreMissing) {
+    const FilledStore store;
+    store.execute("DROP TABLE streams");
+    expectFailure(store, GetParam(), store.repository(), SQLITE_ERROR, "no such table: streams");
+}
+
+TEST_P(EveryMappingEventQuery, HandsTheMapperTheCallersOwnError) {
+    const FilledStore store;
+    std::vector<const ZAVError*> received;
+    const TamperingRepository repository(store, [&](std::shared_ptr<ZAVEvent> event, ZAVError* error) {
+        received.push_back(error);
+        return event;
+    });
+    ZAVError error;
+    ASSERT_EQ(GetParam().run(repository, &error), GetParam().fromTheFilledStore);
+    EXPECT_EQ(received, std::vector<const ZAVError*>(*GetParam().fromTheFilledStore, &error));
+    received.clear();
+    ASSERT_EQ(GetParam().run(repository, nullptr), GetParam().fromTheFilledStore);
+    EXPECT_EQ(received, std::vector<const ZAVError*>(*GetParam().fromTheFilledStore, nullptr));
+}
+
+TEST_P(EveryMappingEventQuery, ReturnsItsEventsAndTellsOnlyTheCallerWhenMetadataCannotBeRead) {
+    const FilledStore store;
+    store.execute("DROP TABLE keyed_values_remote");
+    const LogCapture log;
+    ZAVError error;
+    EXPECT_EQ(GetParam().run(store.repository(), &error), GetParam().fromTheFilledStore);
+    EXPECT_EQ(error, ZAVError("SQLite", SQLITE_ERROR, "no such table: keyed_values_remote"))
+        << error.description();
+    EXPECT_EQ(log.records(), std::vector{announcementOf(GetParam())});
+    EXPECT_EQ(GetParam().run(store.repository(), nullptr), GetParam().fromTheFilledStore);
+    expectHandleIsAtRest(store);
+}
+
+TEST_P(EveryMappingEventQuery, ReturnsItsEventsSilentlyWhenContentCannotBeRead) {
+    const FilledStore store;
+    store.execute("DROP TABLE event_content_parts");
+    const LogCapture log;
+    ZAVError error;
+    EXPECT_EQ(GetParam().run(store.repository(), &error), GetParam().fromTheFilledStore);
+    EXPECT_FALSE(error) << error.description();
+    EXPECT_EQ(log.records(), std::vector{announcementOf(GetParam())});
+    expectHandleIsAtRest(store);
+}
+
+TEST_P(EveryMappingEventQuery, PrefersItsOwnFailureToThatOfTheMapper) {
+    const FilledStore store;
+    store.execute("DROP TABLE keyed_values_remote; DROP TABLE events");
+    expectFailure(store, GetParam(), store.repository(), SQLITE_ERROR, "no such table: events");
+}
+
+TEST_P(EveryMappingEventQuery, ClosesItsCursorWhenTheMapperThrows) {
+    const FilledStore store;
+    const TamperingRepository repository(
+        store, [](const std::shared_ptr<ZAVEvent>&, ZAVError*) -> std::shared_ptr<ZAVEvent> {
+            throw std::runtime_error("no mapping today");
+        });
+    EXPECT_THROW(static_cast<void>(GetParam().run(repository, nullptr)), std::runtime_error);
+    expectHandleIsAtRest(store);
+}
+
+// What the queries that collect several events have in common.
+
+class EveryCollectingEventQuery : public testing::TestWithParam<EventQuery> {};
+
+INSTANTIATE_TEST_SUITE_P(Of, EveryCollectingEventQuery,
+                         testing::Values(allEvents, publishableEvents, unpublishableEvents, unprocessedEvents,
+                                         eventsFromRevivedStream, postedAndProcessedEvents),
+                         nameOf);
+
+TEST_P(EveryCollectingEventQuery, DropsTheRowsBeforeAStepThatFails) {
+    const FilledStore store;
+    int mapped = 0;
+    const TamperingRepository repository(store, [&](std::shared_ptr<ZAVEvent> event, ZAVError*) {
+        ++mapped;
+        sqlite3_interrupt(store.database().sqliteHandle());
+        return event;
+    });
+    expectFailure(store, GetParam(), repository, SQLITE_INTERRUPT, "interrupted");
+    EXPECT_EQ(mapped, 1) << "the step after the first row was to fail";
+}
+
+class EverySingleEventLookup : public testing::TestWithParam<EventQuery> {};
+
+INSTANTIATE_TEST_SUITE_P(Of, EverySingleEventLookup,
+                         testing::Values(eventWithSeq, eventForDatabaseIdentifier), nameOf);
+
+TEST_P(EverySingleEventLookup, AsksForOneRowOnly) {
+    const FilledStore store;
+    const TamperingRepository repository(store, [&](std::shared_ptr<ZAVEvent> event, ZAVError*) {
+        sqlite3_interrupt(store.database().sqliteHandle());
+        return event;
+    });
+    ZAVError error;
+    EXPECT_EQ(GetParam().run(repository, &error), Answer(1)) << "a step after the row was taken";
+    EXPECT_FALSE(error) << error.description();
+    expectHandleIsAtRest(store);
+}
+
+// What each query answers.
+
+/// Inserts an event of a type into a stream's row, with `columns` and their `values` beside.
+void addEvent(const TestStore& store, int row, int type, const std::string& seq, const std::string& streamRow,
+              const std::string& columns = "", const std::string& values = "") {
+    store.execute(
+        "INSERT INTO events (database_identifier, type, seq, stream_database_identifier, client_id" +
+        (columns.empty() ? "" : ", " + columns) + ") VALUES (" + std::to_string(row) + ", " +
+        std::to_string(type) + ", " + seq + ", " + streamRow + ", x'AA'" +
+        (values.empty() ? "" : ", " + values) + ")");
+}
+
+void addPart(const TestStore& store, int eventRow, int index, const std::string& transferStatus) {
+    store.execute(
+        "INSERT INTO event_content_parts (event_content_part_id, event_database_identifier, type, "
+        "transfer_status) VALUES (" +
+        std::to_string(index) + ", " + std::to_string(eventRow) + ", 'text/plain', " + transferStatus + ")");
+}
+
+void addChange(const TestStore& store, const std::string& table, int row, ZAVSyncedChangeType type) {
+    ZAVError error;
+    EXPECT_TRUE(ZAVSyncedChangeRepository(store.sharedDatabase()).recordChange(table, row, type, &error))
+        << error.description();
+}
+
+TEST(EventQueries, AllEventsAreThoseOfEveryStreamAndThoseWithout) {
+    const FilledStore store;
+    addEvent(store, 7, EventType_MESSAGE, "1", "99");
+    addEvent(store, 8, EventType_MESSAGE, "NULL", "NULL");
+    EXPECT_EQ(sortedRowsOf(store.repository().allEvents()), (Rows{1, 2, 3, 4, 5, 6, 7, 8}));
+}
+
+TEST(EventQueries, AnEventWhoseStreamIsMissingHasNoStreamIdentifierButItsStreamsRow) {
+    const TestStore store;
+    addEvent(store, 7, EventType_MESSAGE, "1", "99");
+    const auto events = store.repository().allEvents();
+    ASSERT_TRUE(events);
+    ASSERT_EQ(events->size(), 1U);
+    EXPECT_EQ((*events)[0]->stream_id(), std::nullopt);
+    EXPECT_EQ((*events)[0]->streamDatabaseIdentifier(), 99);
+}
+
+TEST(EventQueries, EachCallMakesNewRecordsThatAreTiedToNothing) {
+    const FilledStore store;
+    const auto first = store.repository().allEvents();
+    const auto second = store.repository().allEvents();
+    ASSERT_TRUE(first && second);
+    ASSERT_EQ(first->size(), second->size());
+    EXPECT_FALSE(second->contains((*first)[0])) << "two calls handed out the same record";
+    (*first)[0]->set_creator_id("changed by the caller");
+    EXPECT_EQ((*second)[0]->creator_id(), std::nullopt);
+    store.execute("DELETE FROM events");
+    EXPECT_EQ(first->size(), 6U) << "a result changed with the table";
+}
+
+TEST(EventQueries, TwoStoredEventsThatDifferOnlyInTheirRowsAreTwoEvents) {
+    const TestStore store;
+    store.addStream(uuidNumber(1));
+    store.execute(
+        "WITH RECURSIVE numbers (number) AS (SELECT 1 UNION ALL SELECT number + 1 FROM numbers LIMIT 5000)"
+        "INSERT INTO events (type, stream_database_identifier, client_id) SELECT 2, 1, x'AA' FROM numbers");
+    EXPECT_EQ(rowsOf(store.repository().allEvents()).size(), 5000U);
+    EXPECT_EQ(rowsOf(store.repository().publishableEvents()).size(), 5000U);
+    EXPECT_EQ(store.repository().countOfEvents(), 5000U);
+}
+
+TEST(EventQueries, TheCountTakesInEventsWhoseStreamIsMissing) {
+    const TestStore store;
+    addEvent(store, 1, EventType_MESSAGE, "1", "99");
+    addEvent(store, 2, EventType_MESSAGE, "NULL", "NULL");
+    EXPECT_EQ(store.repository().countOfEvents(), 2U);
+}
+
+TEST(EventQueries, TheCountReadsNoStream) {
+    const FilledStore store;
+    store.execute("DROP TABLE streams");
+    ZAVError error;
+    EXPECT_EQ(store.repository().countOfEvents(&error), 6U);
+    EXPECT_FALSE(error) << error.description();
+}
+
+TEST(EventQueries, TheCountMapsNoRowAndRunsOneStatement) {
+    const FilledStore store;
+    const StatementTrace trace(store.database());
+    ASSERT_EQ(store.repository().countOfEvents(), 6U);
+    EXPECT_EQ(trace.statements(), std::vector<std::string>{"SELECT COUNT(*) FROM events"});
+}
+
+TEST(EventQueries, AnUnsequencedEventOfAStreamThatTheServiceDoesNotKnowIsUnpublishable) {
+    const TestStore store;
+    store.execute("INSERT INTO streams (database_identifier, stream_id) VALUES (1, NULL)");
+    addEvent(store, 1, EventType_MEMBER_ADDED, "NULL", "1");
+    EXPECT_EQ(rowsOf(store.repository().unpublishableEvents()), Rows{1});
+    EXPECT_EQ(rowsOf(store.repository().publishableEvents()), Rows{});
+}
+
+TEST(EventQueries, AnUnsequencedEventWhoseStreamDoesNotExistIsUnpublishable) {
+    const TestStore store;
+    addEvent(store, 1, EventType_MEMBER_ADDED, "NULL", "99");
+    addEvent(store, 2, EventType_MEMBER_ADDED, "NULL", "NULL");
+    EXPECT_EQ(sortedRowsOf(store.repository().unpublishableEvents()), (Rows{1, 2}));
+    EXPECT_EQ(rowsOf(store.repository().publishableEvents()), Rows{});
+}
+
+TEST(EventQueries, AnUnpublishableEventBecomesPublishableOnceItsStreamHasItsIdentifier) {
+    const TestStore store;
+    const ZAVDatabaseIdentifier stream = store.streams().createStreamWithoutUUID();
+    addEvent(store, 1, EventType_MEMBER_ADDED, "NULL", std::to_string(stream));
+    ASSERT_EQ(rowsOf(store.repository().unpublishableEvents()), Rows{1});
+    ASSERT_TRUE(store.streams().setUUID(uuidNumber(1), stream));
+    EXPECT_EQ(rowsOf(store.repository().publishableEvents()), Rows{1});
+    EXPECT_EQ(rowsOf(store.repository().unpublishableEvents()), Rows{});
+}
+
+TEST(EventQueries, ASequencedEventIsNeitherPublishableNorUnpublishable) {
+    const TestStore store;
+    store.addStream(uuidNumber(1));
+    addEvent(store, 1, EventType_MEMBER_ADDED, "0", "1");
+    addEvent(store, 2, EventType_MEMBER_ADDED, "2147483647", "1");
+    addEvent(store, 3, EventType_MEMBER_ADDED, "5", "99");
+    EXPECT_EQ(rowsOf(store.repository().publishableEvents()), Rows{});
+    EXPECT_EQ(rowsOf(store.repository().unpublishableEvents()), Rows{});
+}
+
+/// The publishable rows of a store with one unsequenced message, row 1, whose parts have these statuses.
+Rows publishableWithPartsOf(ZAVTEventType type, const std::vector<std::string>& transferStatuses) {
+    const TestStore store;
+    store.addStream(uuidNumber(1));
+    addEvent(store, 1, type, "NULL", "1");
+    int index = 0;
+    for (const std::string& status : transferStatuses) {
+        addPart(store, 1, index++, status);
+    }
+    EXPECT_EQ(rowsOf(store.repository().unpublishableEvents()), Rows{});
+    return rowsOf(store.repository().publishableEvents());
+}
+
+TEST(EventQueries, AMessageWhosePartsAreAllTransferredIsPublishable) {
+    EXPECT_EQ(publishableWithPartsOf(EventType_MESSAGE, {"4"}), Rows{1});
+    EXPECT_EQ(publishableWithPartsOf(EventType_MESSAGE, {"4", "4"}), Rows{1});
+    EXPECT_EQ(publishableWithPartsOf(EventType_MESSAGE, {"4", "4", "4"}), Rows{1});
+}
+
+TEST(EventQueries, AMessageWithAPartStillUploadingIsNeitherPublishableNorUnpublishable) {
+    EXPECT_EQ(publishableWithPartsOf(EventType_MESSAGE, {"4", "1"}), Rows{});
+    EXPECT_EQ(publishableWithPartsOf(EventType_MESSAGE, {"1", "4"}), Rows{});
+}
+
+TEST(EventQueries, AMessageWithoutPartsIsNeitherPublishableNorUnpublishable) {
+    EXPECT_EQ(publishableWithPartsOf(EventType_MESSAGE, {}), Rows{});
+}
+
+TEST(EventQueries, AMessageWithAPartInAnyOtherTransferStateIsNotPublishable) {
+    for (const char* status : {"0", "1", "2", "3", "5", "-1", "NULL"}) {
+        EXPECT_EQ(publishableWithPartsOf(EventType_MESSAGE, {status}), Rows{}) << "alone: " << status;
+        EXPECT_EQ(publishableWithPartsOf(EventType_MESSAGE, {"4", status}), Rows{}) << "beside: " << status;
+    }
+}
+
+TEST(EventQueries, AnEventThatIsNoMessageIsPublishableWhateverItsParts) {
+    for (const ZAVTEventType type :
+         {EventType_APPLICATION, EventType_MEMBER_ADDED, EventType_MEMBER_REMOVED,
+          EventType_MESSAGE_DELIVERED, EventType_MESSAGE_READ, EventType_EVENT_DELETED, EventType_TOMBSTONE,
+          EventType_STREAM_DELETED}) {
+        EXPECT_EQ(publishableWithPartsOf(type, {}), Rows{1}) << "without parts, type " << type;
+        EXPECT_EQ(publishableWithPartsOf(type, {"4", "1"}), Rows{1}) << "uploading, type " << type;
+    }
+}
+
+TEST(EventQueries, AMessageThatIsHeldBackDoesNotHoldBackTheEventsAroundIt) {
+    const TestStore store;
+    store.addStream(uuidNumber(1));
+    for (const int row : {1, 2, 3}) {
+        addEvent(store, row, EventType_MESSAGE, "NULL", "1");
+        addPart(store, row, 0, row == 2 ? "1" : "4");
+    }
+    EXPECT_EQ(sortedRowsOf(store.repository().publishableEvents()), (Rows{1, 3}));
+}
+
+TEST(EventQueries, PublishableEventsStopWithoutAnErrorAtARowThatMapsToNoEvent) {
+    const FilledStore store;
+    int mapped = 0;
+    const TamperingRepository repository(
+        store, [&](std::shared_ptr<ZAVEvent> event, ZAVError*) { return ++mapped == 2 ? nullptr : event; });
+    addEvent(store, 7, EventType_MEMBER_ADDED, "NULL", "1");
+    const LogCapture log;
+    ZAVError error = errorOfSomebodyElse();
+    EXPECT_FALSE(repository.publishableEvents(&error)) << "the events before the row are not a result";
+    EXPECT_EQ(mapped, 2) << "the rows after it are not read";
+    EXPECT_EQ(error, errorOfSomebodyElse()) << error.description();
+    EXPECT_EQ(log.records(), std::vector{announcementOf(publishableEvents)});
+    expectHandleIsAtRest(store);
+}
+
+TEST(EventQueries, OnlyARecordedInsertionMakesAnEventUnprocessed) {
+    const TestStore store;
+    store.addStream(uuidNumber(1));
+    for (int row = 1; row <= 5; ++row) {
+        addEvent(store, row, EventType_MEMBER_ADDED, "NULL", "1");
+    }
+    addChange(store, "events", 1, ZAVSyncedChangeTypeInsert);
+    addChange(store, "events", 2, ZAVSyncedChangeTypeUpdate);
+    addChange(store, "events", 3, ZAVSyncedChangeTypeDelete);
+    addChange(store, "events", 4, ZAVSyncedChangeTypeUpdate);
+    addChange(store, "events", 4, ZAVSyncedChangeTypeInsert);
+    addChange(store, "messages", 5, ZAVSyncedChangeTypeInsert);
+    EXPECT_EQ(sortedRowsOf(store.repository().unprocessedEvents()), (Rows{1, 4}));
+}
+
+TEST(EventQueries, ARecordedInsertionOfAnEventThatIsGoneYieldsNothing) {
+    const TestStore store;
+    addChange(store, "events", 1, ZAVSyncedChangeTypeInsert);
+    EXPECT_EQ(rowsOf(store.repository().unprocessedEvents()), Rows{});
+}
+
+TEST(EventQueries, AnUnprocessedEventNeedsNoStreamAndNoSequence) {
+    const TestStore store;
+    addEvent(store, 1, EventType_MESSAGE, "NULL", "99");
+    addEvent(store, 2, EventType_MESSAGE, "7", "99");
+    addChange(store, "events", 1, ZAVSyncedChangeTypeInsert);
+    addChange(store, "events", 2, ZAVSyncedChangeTypeInsert);
+    EXPECT_EQ(sortedRowsOf(store.repository().unprocessedEvents()), (Rows{1, 2}));
+}
+
+TEST(EventQueries, AnEventWithSeveralRecordedInsertionsComesBackOnce) {
+    const FilledStore store;
+    for (int round = 0; round < 3; ++round) {
+        for (int row = 1; row <= 6; ++row) {
+            addChange(store, "events", row, ZAVSyncedChangeTypeInsert);
+        }
+    }
+    EXPECT_EQ(sortedRowsOf(store.repository().unprocessedEvents()), (Rows{1, 2, 3, 4, 5, 6}));
+}
+
+TEST(EventQueries, AnEventComesBackOnceInWhateverOrderItsInsertionsAreFound) {
+    const TestStore store;
+    store.addStream(uuidNumber(1));
+    for (int row = 1; row <= 4; ++row) {
+        addEvent(store, row, EventType_MEMBER_ADDED, "NULL", "1");
+    }
+    // Without the index the changes are met in the order in which they were recorded.
+    store.execute("DROP INDEX synced_changes_by_row");
+    for (const int row : {3, 1, 3, 4, 2, 1, 4, 3}) {
+        addChange(store, "events", row, ZAVSyncedChangeTypeInsert);
+    }
+    EXPECT_EQ(sortedRowsOf(store.repository().unprocessedEvents()), (Rows{1, 2, 3, 4}));
+}
+
+TEST(EventQueries, AnUnprocessedEventIsReadWithItsContentAndNotFromTheColumnsOfItsChange) {
+    const TestStore store;
+    store.addStream(uuidNumber(1));
+    addEvent(store, 7, EventType_MESSAGE, "3", "1", "creator_name", "'Ann'");
+    addPart(store, 7, 0, "4");
+    addPart(store, 7, 1, "1");
+    addChange(store, "events", 7, ZAVSyncedChangeTypeInsert);
+    const auto events = store.repository().unprocessedEvents();
+    ASSERT_EQ(rowsOf(events), Rows{7});
+    EXPECT_EQ((*events)[0]->creator_name(), "Ann");
+    EXPECT_EQ((*events)[0]->seq(), 3);
+    EXPECT_EQ(partsOf(*(*events)[0]).size(), 2U);
+}
+
+/// Adds a sequenced event to stream row 1, by what the replay order depends on.
+void addReplayed(const TestStore& store, int row, const std::string& precedingSeq, const std::string& creator,
+                 const std::string& clientSeq) {
+    addEvent(store, row, EventType_MESSAGE, std::to_string(100 - row), "1",
+             "preceding_seq, creator_id, client_seq", precedingSeq + ", " + creator + ", " + clientSeq);
+}
+
+TEST(EventQueries, TheEventsOfARevivedStreamComeByPrecedingSequenceThenCreator) {
+    const TestStore store;
+    store.addStream(uuidNumber(1));
+    addReplayed(store, 1, "5", "'a'", "1");
+    addReplayed(store, 2, "3", "'b'", "1");
+    addReplayed(store, 3, "3", "'a'", "1");
+    EXPECT_EQ(rowsOf(store.repository().eventsFromRevivedStreamWithStreamDatabaseIdentifier(1)),
+              (Rows{3, 2, 1}));
+}
+
+TEST(EventQueries, EventsOfOneCreatorAfterTheSameSequenceComeByClientSequence) {
+    const TestStore store;
+    store.addStream(uuidNumber(1));
+    addReplayed(store, 1, "3", "'a'", "10");
+    addReplayed(store, 2, "3", "'a'", "9");
+    addReplayed(store, 3, "3", "'a'", "-1");
+    addReplayed(store, 4, "2", "'z'", "99");
+    EXPECT_EQ(rowsOf(store.repository().eventsFromRevivedStreamWithStreamDatabaseIdentifier(1)),
+              (Rows{4, 3, 2, 1}));
+}
+
+TEST(EventQueries, WhatARevivedEventLacksSortsBeforeWhatOthersHave) {
+    const TestStore store;
+    store.addStream(uuidNumber(1));
+    addReplayed(store, 1, "0", "''", "1");
+    addReplayed(store, 2, "0", "NULL", "1");
+    addReplayed(store, 3, "NULL", "'z'", "1");
+    addReplayed(store, 4, "-5", "'a'", "NULL");
+    EXPECT_EQ(rowsOf(store.repository().eventsFromRevivedStreamWithStreamDatabaseIdentifier(1)),
+              (Rows{3, 4, 2, 1}));
+}
+
+TEST(EventQueries, RevivedEventsThatTieAreAllReturned) {
+    const TestStore store;
+    store.addStream(uuidNumber(1));
+    addReplayed(store, 1, "9", "'a'", "1");
+    for (const int row : {2, 3, 4}) {
+        addReplayed(store, row, "3", "'a'", "1");
+    }
+    const auto events = store.repository().eventsFromRevivedStreamWithStreamDatabaseIdentifier(1);
+    EXPECT_EQ(sortedRowsOf(events), (Rows{1, 2, 3, 4}));
+    EXPECT_EQ(rowsOf(events).back(), 1);
+}
+
+TEST(EventQueries, ARevivedStreamYieldsOnlyItsOwnSequencedEvents) {
+    const FilledStore store;
+    addEvent(store, 7, EventType_MESSAGE, "1", "2");
+    addEvent(store, 8, EventType_MESSAGE, "1", "99");
+    EXPECT_EQ(sortedRowsOf(store.repository().eventsFromRevivedStreamWithStreamDatabaseIdentifier(1)),
+              (Rows{1, 2}));
+    EXPECT_EQ(rowsOf(store.repository().eventsFromRevivedStreamWithStreamDatabaseIdentifier(2)), Rows{7})
+        << "the stream need not be known to the service";
+    EXPECT_EQ(rowsOf(store.repository().eventsFromRevivedStreamWithStreamDatabaseIdentifier(99)), Rows{})
+        << "an event whose stream is missing never matches";
+}
+
+TEST(EventQueries, AStreamRowIsBoundAndLoggedWithAllItsBits) {
+    const TestStore store;
+    const StatementTrace trace(store.database());
+    const LogCapture log;
+    EXPECT_EQ(rowsOf(store.repository().eventsFromRevivedStreamWithStreamDatabaseIdentifier(
+                  std::numeric_limits<std::int64_t>::min())),
+              Rows{});
+    ASSERT_EQ(trace.statements().size(), 1U);
+    EXPECT_NE(trace.statements()[0].find("streams.database_identifier = -9223372036854775808 ORDER BY"),
+              std::string::npos)
+        << trace.statements()[0];
+    EXPECT_EQ(log.records(),
+              std::vector{verboseLine(
+                  "-[ZAVEventRepository eventsFromRevivedStreamWithStreamDatabaseIdentifier:error:]",
+                  "fetching events for revived stream (streamDatabaseIdentifier=%lld)",
+                  "fetching events for revived stream (streamDatabaseIdentifier=-9223372036854775808)")});
+}
+
+TEST(EventQueries, PostedEventsAreThoseWithAnySequenceInAnyStream) {
+    const FilledStore store;
+    addEvent(store, 7, EventType_MESSAGE, "0", "2");
+    addEvent(store, 8, EventType_MESSAGE, "-3", "99");
+    EXPECT_EQ(sortedRowsOf(store.repository().postedAndProcessedEvents()), (Rows{1, 2, 7, 8}));
+}
+
+TEST(EventQueries, AnEventIsFoundByItsSequenceInItsOwnStreamOnly) {
+    const TestStore store;
+    store.addStream(uuidNumber(1));
+    store.addStream(uuidNumber(2));
+    addEvent(store, 1, EventType_MESSAGE, "5", "1");
+    addEvent(store, 2, EventType_MESSAGE, "5", "2");
+    addEvent(store, 3, EventType_MESSAGE, "6", "2");
+    const auto event = store.repository().eventWithSeq(5, uuidNumber(2));
+    ASSERT_NE(event, nullptr);
+    EXPECT_EQ(event->databaseIdentifier(), 2);
+    EXPECT_EQ(event->streamUUID(), uuidNumber(2));
+    EXPECT_EQ(store.repository().eventWithSeq(6, uuidNumber(1)), nullptr);
+}
+
+TEST(EventQueries, ALookupInAStreamThatDoesNotExistFindsNothingAndIsNoFailure) {
+    const FilledStore store;
+    const LogCapture log;
+    ZAVError error = errorOfSomebodyElse();
+    EXPECT_EQ(store.repository().eventWithSeq(1, *ZAVUUID::fromString("ABCDEF01-2345-6789-abcd-EF0123456789"),
+                                              &error),
+              nullptr);
+    EXPECT_EQ(error, errorOfSomebodyElse()) << error.description();
+    EXPECT_EQ(log.records(),
+              std::vector{verboseLine(
+                  "-[ZAVEventRepository eventWithSeq:streamIdentifier:error:]",
+                  "fetching event by seq:%d and stream identifier:%@",
+                  "fetching event by seq:1 and stream identifier:abcdef01-2345-6789-abcd-ef0123456789")});
+    expectHandleIsAtRest(store);
+}
+
+TEST(EventQueries, AnEventWithoutASequenceIsNotFoundBySequenceZero) {
+    const FilledStore store;
+    EXPECT_EQ(store.repository().eventWithSeq(0, uuidNumber(1)), nullptr);
+    EXPECT_EQ(store.repository().eventWithSeq(ZAVSequenceNotSet, uuidNumber(1)), nullptr);
+}
+
+TEST(EventQueries, SequencesAtBothEndsOfTheirRangeAreFoundAndLogged) {
+    const TestStore store;
+    store.addStream(uuidNumber(1));
+    addEvent(store, 1, EventType_MESSAGE, "-2147483648", "1");
+    addEvent(store, 2, EventType_MESSAGE, "2147483647", "1");
+    const LogCapture log;
+    const auto lowest =
+        store.repository().eventWithSeq(std::numeric_limits<ZAVSequence>::min(), uuidNumber(1));
+    const auto highest =
+        store.repository().eventWithSeq(std::numeric_limits<ZAVSequence>::max(), uuidNumber(1));
+    ASSERT_NE(lowest, nullptr);
+    ASSERT_NE(highest, nullptr);
+    EXPECT_EQ(lowest->databaseIdentifier(), 1);
+    EXPECT_EQ(highest->databaseIdentifier(), 2);
+    ASSERT_EQ(log.records().size(), 2U);
+    EXPECT_EQ(log.records()[0].message,
+              "fetching event by seq:-2147483648 and stream identifier:11111111-1111-1111-1111-111111111101");
+    EXPECT_EQ(log.records()[1].message,
+              "fetching event by seq:2147483647 and stream identifier:11111111-1111-1111-1111-111111111101");
+}
+
+TEST(EventQueries, OfSeveralEventsAtOneSequenceOneIsReturned) {
+    const TestStore store;
+    store.addStream(uuidNumber(1));
+    store.execute("DROP INDEX events_by_stream_and_seq");
+    addEvent(store, 1, EventType_MESSAGE, "5", "1");
+    addEvent(store, 2, EventType_MESSAGE, "5", "1");
+    int mapped = 0;
+    const TamperingRepository repository(store, [&](std::shared_ptr<ZAVEvent> event, ZAVError*) {
+        ++mapped;
+        return event;
+    });
+    ZAVError error;
+    EXPECT_NE(repository.eventWithSeq(5, uuidNumber(1), &error), nullptr);
+    EXPECT_FALSE(error) << error.description();
+    EXPECT_EQ(mapped, 1) << "rows after the first are ignored";
+    expectHandleIsAtRest(store);
+}
+
+TEST(EventQueries, AnEventIsFoundByItsRowWithEverythingThatItCarries) {
+    const TestStore store;
+    store.addStream(uuidNumber(1));
+    const auto stored = makeEvent(EventType_MESSAGE, uuidNumber(1), 7);
+    stored->set_creator_id("alice");
+    stored->set_transient_metadata(ZAVDictionary{{"colour", std::string("green")}});
+    stored->set_content(std::vector<std::shared_ptr<ZAVTContent>>{makeTextPart("one"), makeTextPart("two")});
+    ASSERT_TRUE(store.repository().persistEvents({stored}));
+    const auto event = store.repository().eventForDatabaseIdentifier(stored->databaseIdentifier());
+    ASSERT_NE(event, nullptr);
+    EXPECT_NE(event, stored) << "a read hands out a record of its own";
+    EXPECT_EQ(event->creator_id(), "alice");
+    EXPECT_EQ(event->client_id(), ZAVDataFromUUID(uuidNumber(7)));
+    EXPECT_EQ(event->transient_metadata(), (ZAVDictionary{{"colour", ZAVData::fromText("green")}}));
+    ASSERT_EQ(partsOf(*event).size(), 2U);
+    EXPECT_EQ(partsOf(*event)[1]->body(), ZAVData::fromText("two"));
+}
+
+TEST(EventQueries, AnyRowIdentifierMayBeLookedUp) {
+    const TestStore store;
+    addEvent(store, 0, EventType_MESSAGE, "1", "99");
+    addEvent(store, -1, EventType_MESSAGE, "2", "99");
+    store.execute(
+        "INSERT INTO events (database_identifier, type, client_id) VALUES (9223372036854775806, 4, x'AA')");
+    for (const ZAVDatabaseIdentifier row :
+         {ZAVDatabaseIdentifier(0), ZAVDatabaseIdentifier(-1), ZAVDatabaseIdentifier(9223372036854775806)}) {
+        const auto event = store.repository().eventForDatabaseIdentifier(row);
+        ASSERT_NE(event, nullptr) << row;
+        EXPECT_EQ(event->databaseIdentifier(), row);
+    }
+}
+
+TEST(EventQueries, ARowThatDoesNotExistIsNoFailure) {
+    const FilledStore store;
+    const LogCapture log;
+    ZAVError error = errorOfSomebodyElse();
+    EXPECT_EQ(store.repository().eventForDatabaseIdentifier(ZAVDatabaseIdentifierNotSet, &error), nullptr);
+    EXPECT_EQ(error, errorOfSomebodyElse()) << error.description();
+    EXPECT_EQ(log.records(),
+              std::vector{verboseLine("-[ZAVEventRepository eventForDatabaseIdentifier:error:]",
+                                      "fetching event for database identifier:%lld",
+                                      "fetching event for database identifier:9223372036854775807")});
+    expectHandleIsAtRest(store);
+}
+
+TEST(EventQueries, ADamagedPageAmongTheEventsFailsTheWholeQuery) {
+    const TestStore store;
+    store.execute(
+        "WITH RECURSIVE numbers (number) AS (SELECT 1 UNION ALL SELECT number + 1 FROM numbers LIMIT 500)"
+        "INSERT INTO events (type, client_id, creator_name) SELECT 2, x'AA', printf('%0200d', number)"
+        " FROM numbers;"
+        "PRAGMA wal_checkpoint(TRUNCATE)");
+    const auto pageSize = std::stoll(store.rows("PRAGMA page_size").at(0));
+    const auto root =
+        std::stoll(store.rows("SELECT rootpage FROM sqlite_master WHERE name = 'events'").at(0));
+    {
+        std::fstream file(store.path(), std::ios::in | std::ios::out | std::ios::binary);
+        char header[12] = {};
+        file.seekg((root - 1) * pageSize);
+        file.read(header, sizeof header);
+        ASSERT_EQ(header[0], 5) << "the table was to have more than one page";
+        // The page behind the last of the keys: the query meets it after many good rows.
+        std::int64_t last = 0;
+        for (int position = 8; position < 12; ++position) {
+            last = last * 256 + static_cast<unsigned char>(header[position]);
+        }
+        file.seekp((last - 1) * pageSize);
+        file << std::string(static_cast<std::size_t>(pageSize), '\xEE');
+        ASSERT_TRUE(file.good());
+    }
+    const ZAVEventRepository repository(store.secondConnection());
+    const LogCapture log;
+    ZAVError error;
+    EXPECT_FALSE(repository.allEvents(&error)) << "events of a damaged table are not a result";
+    EXPECT_EQ(error.code() & 0xFF, SQLITE_CORRUPT) << error.description();
+    EXPECT_EQ(log.records(), (std::vector{announcementOf(allEvents), failureOf(allEvents, error)}));
+    EXPECT_EQ(repository.database().openResultSets(), 0U);
+}
+
+}  // namespace
+}  // namespace zav::test

@@ -1,0 +1,391 @@
+#include <ZAVEventRepository/NSInternalInconsistencyException.h>
+#include <ZAVEventRepository/ZAVKeyedValueRepository.h>
+#include <ZAVEventRepository/ZAVMessageRepositoryCache.h>
+#include <ZAVEventRepository/ZAVStreamRepository.h>
+#include <ZAVEventRepository/ZAVSyncedChangeRepository.h>
+#include <gtest/gtest.h>
+
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "Support/TestStore.h"
+
+namespace zav::test {
+namespace {
+
+using Rows = std::vector<std::string>;
+
+ZAVKeyedValuesContext metadataOfEvent(ZAVDatabaseIdentifier row) {
+    return ZAVKeyedValuesContext::contextWithTable(ZAVKeyedValuesTableRemote, "event", row,
+                                                   ZAVKeyedValuesKeyTypeTransient);
+}
+
+ZAVDictionaryValue text(std::string_view value) {
+    return std::string(value);
+}
+
+class KeyedValues : public testing::Test {
+protected:
+    void store(const ZAVKeyedValuesContext& context, const ZAVDictionary& dictionary,
+               std::optional<ZAVDate> timestamp = std::nullopt) {
+        ZAVError error;
+        EXPECT_TRUE(values_.setKeyedValuesWithDictionary(dictionary, timestamp, context, &error))
+            << error.description();
+    }
+
+    ZAVDictionary stored(const ZAVKeyedValuesContext& context) {
+        ZAVError error;
+        const auto values = values_.keyedValuesInContext(context, &error);
+        EXPECT_TRUE(values) << error.description();
+        return values ? values->keyedValues() : ZAVDictionary();
+    }
+
+    TestStore store_;
+    ZAVKeyedValueRepository values_ =
+        ZAVKeyedValueRepository::repositoryWithDatabase(store_.sharedDatabase());
+};
+
+TEST_F(KeyedValues, AreEmptyWhenNothingIsStored) {
+    EXPECT_TRUE(stored(metadataOfEvent(1)).empty());
+}
+
+TEST_F(KeyedValues, KeepTextAsTextAndBytesAsBytes) {
+    const ZAVDictionary dictionary{
+        {"text", text("value")},
+        {"digits", text("0012")},
+        {"empty text", text("")},
+        {"zero byte", text(std::string_view("a\0b", 3))},
+        {"bytes", ZAVData::fromText("value")},
+        {"no bytes", ZAVData()},
+        {"high bytes", ZAVData::fromText("\xFF\xFE")},
+        {"", text("the key is empty")},
+        {"\xC3\xA9", text("\xF0\x9F\x98\x80")},
+    };
+    store(metadataOfEvent(1), dictionary);
+    EXPECT_EQ(stored(metadataOfEvent(1)), dictionary);
+}
+
+TEST_F(KeyedValues, AreExactlyThoseThatWereSetLast) {
+    store(metadataOfEvent(1), {{"kept", text("1")}, {"changed", text("2")}, {"dropped", text("3")}});
+    const ZAVDictionary second{
+        {"kept", text("1")}, {"changed", ZAVData::fromText("now bytes")}, {"new", text("4")}};
+    store(metadataOfEvent(1), second);
+    EXPECT_EQ(stored(metadataOfEvent(1)), second);
+    store(metadataOfEvent(1), {});
+    EXPECT_TRUE(stored(metadataOfEvent(1)).empty());
+    EXPECT_EQ(store_.rows("SELECT COUNT(*) FROM keyed_values_remote"), Rows{"0"});
+}
+
+TEST_F(KeyedValues, BelongToOneTableObjectTypeObjectAndKeyType) {
+    const auto context = [](ZAVKeyedValuesTable table, std::string_view type, ZAVDatabaseIdentifier row,
+                            ZAVKeyedValuesKeyType keyType) {
+        return ZAVKeyedValuesContext::contextWithTable(table, type, row, keyType);
+    };
+    const std::vector<ZAVKeyedValuesContext> contexts = {
+        context(ZAVKeyedValuesTableRemote, "event", 1, ZAVKeyedValuesKeyTypeTransient),
+        context(ZAVKeyedValuesTableLocal, "event", 1, ZAVKeyedValuesKeyTypeTransient),
+        context(ZAVKeyedValuesTableRemote, "message", 1, ZAVKeyedValuesKeyTypeTransient),
+        context(ZAVKeyedValuesTableRemote, "event", 2, ZAVKeyedValuesKeyTypeTransient),
+        context(ZAVKeyedValuesTableRemote, "event", 1, ZAVKeyedValuesKeyTypeSyncable),
+        context(ZAVKeyedValuesTableRemote, "event", 1, ZAVKeyedValuesKeyTypeConfiguration),
+    };
+    for (std::size_t index = 0; index < contexts.size(); ++index) {
+        store(contexts[index], {{"key", text(std::to_string(index))}});
+    }
+    store(contexts[0], {});
+    EXPECT_TRUE(stored(contexts[0]).empty());
+    for (std::size_t index = 1; index < contexts.size(); ++index) {
+        EXPECT_EQ(stored(contexts[index]), (ZAVDictionary{{"key", text(std::to_string(index))}}))
+            << "the values of one object are another's";
+    }
+}
+
+TEST_F(KeyedValues, AreStoredInTheColumnsOfTheirContext) {
+    store(metadataOfEvent(7), {{"k", text("v")}, {"l", ZAVData::fromText("b")}},
+          ZAVDateFromSecondsSince1970(1.5));
+    store(ZAVKeyedValuesContext::contextWithTable(ZAVKeyedValuesTableLocal, "message", -1,
+                                                  ZAVKeyedValuesKeyTypeConfiguration),
+          {{"k", text("v")}});
+    EXPECT_EQ(store_.rows("SELECT object_database_identifier, object_type, key_type, key, value, timestamp "
+                          "FROM keyed_values_remote ORDER BY key"),
+              (Rows{"7|event|0|k|v|1.5", "7|event|0|l|X'62'|1.5"}));
+    EXPECT_EQ(store_.rows("SELECT object_database_identifier, object_type, key_type, key, value, timestamp "
+                          "FROM keyed_values_local"),
+              Rows{"-1|message|2|k|v|NULL"});
+}
+
+TEST_F(KeyedValues, NeedATable) {
+    const auto nowhere = ZAVKeyedValuesContext::contextWithTable(ZAVKeyedValuesTableInvalid, "event", 1,
+                                                                 ZAVKeyedValuesKeyTypeTransient);
+    try {
+        static_cast<void>(values_.keyedValuesInContext(nowhere));
+        FAIL() << "values were read from no table";
+    } catch (const NSInternalInconsistencyException& exception) {
+        EXPECT_EQ(exception.reason(), "The keyed values context names no table.");
+    }
+    EXPECT_THROW(values_.setKeyedValuesWithDictionary({}, std::nullopt, nowhere),
+                 NSInternalInconsistencyException);
+}
+
+TEST_F(KeyedValues, SayWhyTheyCannotBeReadOrSet) {
+    store_.execute("DROP TABLE keyed_values_remote");
+    const ZAVError expected("SQLite", 1, "no such table: keyed_values_remote");
+    ZAVError readError;
+    EXPECT_FALSE(values_.keyedValuesInContext(metadataOfEvent(1), &readError));
+    EXPECT_EQ(readError, expected);
+    ZAVError writeError;
+    EXPECT_FALSE(values_.setKeyedValuesWithDictionary({}, std::nullopt, metadataOfEvent(1), &writeError));
+    EXPECT_EQ(writeError, expected);
+    EXPECT_FALSE(values_.keyedValuesInContext(metadataOfEvent(1))) << "nobody asked for the reason";
+    EXPECT_FALSE(values_.setKeyedValuesWithDictionary({}, std::nullopt, metadataOfEvent(1)));
+}
+
+TEST_F(KeyedValues, AreTooManyRatherThanTooFewWhenSettingThemFailsPartWay) {
+    store(metadataOfEvent(1), {{"old", text("1")}});
+    store_.execute(
+        "CREATE TEMP TRIGGER refuse BEFORE INSERT ON keyed_values_remote WHEN NEW.key = 'refused' "
+        "BEGIN SELECT RAISE(ABORT, 'refused'); END");
+    ZAVError error;
+    EXPECT_FALSE(values_.setKeyedValuesWithDictionary({{"new", text("2")}, {"refused", text("3")}},
+                                                      std::nullopt, metadataOfEvent(1), &error));
+    EXPECT_EQ(error.message(), "refused");
+    EXPECT_EQ(stored(metadataOfEvent(1)), (ZAVDictionary{{"new", text("2")}, {"old", text("1")}}));
+}
+
+class Streams : public testing::Test {
+protected:
+    TestStore store_;
+    ZAVStreamRepository streams_ = store_.streams();
+};
+
+TEST_F(Streams, AreFoundUnderTheUUIDTheyWereRegisteredWith) {
+    const auto first = streams_.findOrCreateStreamWithUUID(uuidNumber(1));
+    const auto second = streams_.findOrCreateStreamWithUUID(uuidNumber(2));
+    EXPECT_NE(first, ZAVDatabaseIdentifierNotSet);
+    EXPECT_NE(first, second);
+    EXPECT_EQ(streams_.findOrCreateStreamWithUUID(uuidNumber(1)), first) << "a stream was registered twice";
+    EXPECT_EQ(streams_.streamDatabaseIdentifierForUUID(uuidNumber(2)), second);
+    EXPECT_EQ(streams_.countOfStreams(), 2U);
+    EXPECT_EQ(store_.rows("SELECT stream_id, seq FROM streams ORDER BY database_identifier"),
+              (Rows{"X'11111111111111111111111111111101'|NULL", "X'11111111111111111111111111111102'|NULL"}));
+}
+
+TEST_F(Streams, ThatAreNotRegisteredHaveNoRowAndNoError) {
+    ZAVError error;
+    EXPECT_EQ(streams_.streamDatabaseIdentifierForUUID(uuidNumber(1), &error), ZAVDatabaseIdentifierNotSet);
+    EXPECT_FALSE(error);
+    EXPECT_EQ(streams_.countOfStreams(), 0U) << "looking a stream up registered it";
+}
+
+TEST_F(Streams, WaitForTheirUUID) {
+    const auto first = streams_.createStreamWithoutUUID();
+    const auto second = streams_.createStreamWithoutUUID();
+    EXPECT_NE(first, second);
+    EXPECT_EQ(store_.rows("SELECT stream_id FROM streams"), (Rows{"NULL", "NULL"}));
+    EXPECT_TRUE(streams_.setUUID(uuidNumber(1), second));
+    EXPECT_EQ(streams_.streamDatabaseIdentifierForUUID(uuidNumber(1)), second);
+    EXPECT_EQ(streams_.findOrCreateStreamWithUUID(uuidNumber(1)), second);
+}
+
+TEST_F(Streams, CannotShareAUUID) {
+    const auto first = streams_.findOrCreateStreamWithUUID(uuidNumber(1));
+    const auto second = streams_.createStreamWithoutUUID();
+    ZAVError error;
+    EXPECT_FALSE(streams_.setUUID(uuidNumber(1), second, &error));
+    EXPECT_EQ(error.message(), "UNIQUE constraint failed: streams.stream_id");
+    EXPECT_EQ(streams_.streamDatabaseIdentifierForUUID(uuidNumber(1)), first);
+}
+
+TEST_F(Streams, RememberTheirLatestSequence) {
+    const auto row = streams_.findOrCreateStreamWithUUID(uuidNumber(1));
+    streams_.findOrCreateStreamWithUUID(uuidNumber(2));
+    EXPECT_TRUE(streams_.setSeq(41, row));
+    EXPECT_TRUE(streams_.setSeq(42, row));
+    EXPECT_EQ(store_.rows("SELECT seq FROM streams ORDER BY database_identifier"), (Rows{"42", "NULL"}));
+}
+
+TEST_F(Streams, NeverGetTheRowOfOneThatWasDeleted) {
+    const auto first = streams_.findOrCreateStreamWithUUID(uuidNumber(1));
+    store_.execute("DELETE FROM streams");
+    EXPECT_GT(streams_.findOrCreateStreamWithUUID(uuidNumber(2)), first);
+}
+
+TEST_F(Streams, SayWhyTheyCannotBeReached) {
+    store_.execute("DROP TABLE streams");
+    const ZAVError expected("SQLite", 1, "no such table: streams");
+    ZAVError error;
+    EXPECT_EQ(streams_.streamDatabaseIdentifierForUUID(uuidNumber(1), &error), ZAVDatabaseIdentifierNotSet);
+    EXPECT_EQ(std::exchange(error, {}), expected);
+    EXPECT_EQ(streams_.findOrCreateStreamWithUUID(uuidNumber(1), &error), ZAVDatabaseIdentifierNotSet);
+    EXPECT_EQ(std::exchange(error, {}), expected);
+    EXPECT_EQ(streams_.createStreamWithoutUUID(&error), ZAVDatabaseIdentifierNotSet);
+    EXPECT_EQ(std::exchange(error, {}), expected);
+    EXPECT_FALSE(streams_.setUUID(uuidNumber(1), 1, &error));
+    EXPECT_EQ(std::exchange(error, {}), expected);
+    EXPECT_FALSE(streams_.setSeq(1, 1, &error));
+    EXPECT_EQ(std::exchange(error, {}), expected);
+    EXPECT_EQ(streams_.countOfStreams(&error), std::nullopt);
+    EXPECT_EQ(std::exchange(error, {}), expected);
+}
+
+TEST(SyncedChanges, AreRecordedOneByOne) {
+    const TestStore store;
+    const ZAVSyncedChangeRepository changes(store.sharedDatabase());
+    EXPECT_TRUE(changes.recordChange(ZAVSyncedChangeTableNameEvents, 7, ZAVSyncedChangeTypeInsert));
+    EXPECT_TRUE(changes.recordChange(ZAVSyncedChangeTableNameEvents, 7, ZAVSyncedChangeTypeInsert));
+    EXPECT_TRUE(changes.recordChange(ZAVSyncedChangeTableNameEvents, 7, ZAVSyncedChangeTypeUpdate));
+    EXPECT_TRUE(changes.recordChange("streams", -1, ZAVSyncedChangeTypeDelete));
+    EXPECT_EQ(store.rows("SELECT table_name, row_identifier, change_type FROM synced_changes ORDER BY rowid"),
+              (Rows{"events|7|0", "events|7|0", "events|7|1", "streams|-1|2"}));
+}
+
+TEST(SyncedChanges, TellUnprocessedEventsFromProcessedOnes) {
+    const TestStore store;
+    store.addStream(uuidNumber(1));
+    const auto inserted = makeEvent(EventType_MEMBER_ADDED, uuidNumber(1), 2);
+    const auto updated = makeEvent(EventType_MEMBER_ADDED, uuidNumber(1), 3);
+    ASSERT_TRUE(store.repository().persistEvents({inserted, updated}));
+    const ZAVSyncedChangeRepository changes(store.sharedDatabase());
+    ASSERT_TRUE(changes.recordChange(ZAVSyncedChangeTableNameEvents, inserted->databaseIdentifier(),
+                                     ZAVSyncedChangeTypeInsert));
+    ASSERT_TRUE(changes.recordChange(ZAVSyncedChangeTableNameEvents, updated->databaseIdentifier(),
+                                     ZAVSyncedChangeTypeUpdate));
+    const auto unprocessed = store.repository().unprocessedEvents();
+    ASSERT_TRUE(unprocessed);
+    ASSERT_EQ(unprocessed->size(), 1U);
+    EXPECT_EQ((*unprocessed)[0]->databaseIdentifier(), inserted->databaseIdentifier());
+}
+
+TEST(SyncedChanges, SayWhyTheyCannotBeRecorded) {
+    const TestStore store;
+    store.execute("DROP TABLE synced_changes");
+    ZAVError error;
+    const ZAVSyncedChangeRepository changes(store.sharedDatabase());
+    EXPECT_FALSE(changes.recordChange("events", 1, ZAVSyncedChangeTypeInsert, &error));
+    EXPECT_EQ(error, ZAVError("SQLite", 1, "no such table: synced_changes"));
+    EXPECT_FALSE(changes.recordChange("events", 1, ZAVSyncedChangeTypeInsert));
+}
+
+TEST(SyncedChanges, NameTheEventsTableWithoutAQuote) {
+    EXPECT_FALSE(ZAVSyncedChangeTableNameEvents.empty());
+    EXPECT_EQ(ZAVSyncedChangeTableNameEvents.find('\''), std::string_view::npos)
+        << "a statement carries the name between quotes";
+}
+
+/// A cache directory of the test's own.
+class ContentCache : public testing::Test {
+protected:
+    ContentCache() {
+        ZAVSetMessageRepositoryCacheBaseDirectoryURL(ZAVURL::fileURLWithDirectoryPath("/var/cache/parts"));
+    }
+    ~ContentCache() override { ZAVSetMessageRepositoryCacheBaseDirectoryURL(before_); }
+
+    /// The file of part 3 of an event of a user.
+    static ZAVURL fileOfUser(std::string_view user) {
+        const auto file = ZAVMessageRepositoryMakeMessagePartFileURL(
+            3, ZAVMessageRepositoryMakeMessagePartBaseDirectoryURL(uuidNumber(1), user, uuidNumber(2)));
+        EXPECT_TRUE(file) << "no file for the user '" << user << "'";
+        return file.value_or(ZAVURL::fileURLWithDirectoryPath("/none"));
+    }
+
+private:
+    const ZAVURL before_ = ZAVMessageRepositoryCacheBaseDirectoryURL();
+};
+
+TEST_F(ContentCache, HasTheDirectoryThatTheApplicationSet) {
+    EXPECT_EQ(ZAVMessageRepositoryCacheBaseDirectoryURL().text(), "file:///var/cache/parts/");
+    ZAVSetMessageRepositoryCacheBaseDirectoryURL(ZAVURL::fileURLWithDirectoryPath("/elsewhere"));
+    EXPECT_EQ(ZAVMessageRepositoryCacheBaseDirectoryURL().filePath(), "/elsewhere/");
+}
+
+TEST_F(ContentCache, KeepsAMessageUnderApplicationUserAndEvent) {
+    const auto directory =
+        ZAVMessageRepositoryMakeMessagePartBaseDirectoryURL(uuidNumber(1), "alice", uuidNumber(2));
+    ASSERT_TRUE(directory);
+    EXPECT_EQ(directory->relativePath(),
+              "11111111-1111-1111-1111-111111111101/alice/11111111-1111-1111-1111-111111111102/");
+    EXPECT_EQ(directory->baseURL(), ZAVMessageRepositoryCacheBaseDirectoryURL());
+    EXPECT_EQ(directory->filePath(),
+              "/var/cache/parts/11111111-1111-1111-1111-111111111101/alice/"
+              "11111111-1111-1111-1111-111111111102/");
+}
+
+TEST_F(ContentCache, NamesAFileByTheIndexOfItsPart) {
+    const auto directory =
+        ZAVMessageRepositoryMakeMessagePartBaseDirectoryURL(uuidNumber(1), "alice", uuidNumber(2));
+    const auto first = ZAVMessageRepositoryMakeMessagePartFileURL(0, directory);
+    ASSERT_TRUE(first);
+    EXPECT_EQ(first->relativePath(),
+              "11111111-1111-1111-1111-111111111101/alice/11111111-1111-1111-1111-111111111102/part-0");
+    EXPECT_EQ(first->baseURL(), ZAVMessageRepositoryCacheBaseDirectoryURL())
+        << "a stored path is relative to the cache directory";
+    EXPECT_EQ(first->absoluteString(), "file:///var/cache/parts/" + first->relativePath());
+    const auto last = ZAVMessageRepositoryMakeMessagePartFileURL(18446744073709551615U, directory);
+    ASSERT_TRUE(last);
+    EXPECT_TRUE(last->text().ends_with("/part-18446744073709551615")) << last->text();
+}
+
+TEST_F(ContentCache, HasNoDirectoryForAnEventWithoutUUID) {
+    EXPECT_EQ(ZAVMessageRepositoryMakeMessagePartBaseDirectoryURL(uuidNumber(1), "alice", std::nullopt),
+              std::nullopt);
+    EXPECT_EQ(ZAVMessageRepositoryMakeMessagePartFileURL(0, std::nullopt), std::nullopt);
+}
+
+TEST_F(ContentCache, TakesADirectoryThatStandsAlone) {
+    const auto file =
+        ZAVMessageRepositoryMakeMessagePartFileURL(4, ZAVURL::fileURLWithDirectoryPath("/some/where"));
+    ASSERT_TRUE(file);
+    EXPECT_EQ(file->absoluteString(), "file:///some/where/part-4");
+}
+
+TEST_F(ContentCache, MakesADirectoryNameOfAnyUser) {
+    const std::pair<std::string_view, const char*> cases[] = {
+        {"alice", "alice"},
+        {"Alice-1_2~", "Alice-1_2~"},
+        {"alice.example", "alice.example"},
+        {"a b", "a=20b"},
+        {"../x", "..=2Fx"},
+        {"x/..", "x=2F.."},
+        {"..", "=2E=2E"},
+        {".", "=2E"},
+        {"...", "=2E=2E=2E"},
+        {"", "="},
+        {"/", "=2F"},
+        {"a/b", "a=2Fb"},
+        {"a\\b", "a=5Cb"},
+        {"a=2Fb", "a=3D2Fb"},
+        {"a%2Fb", "a=252Fb"},
+        {"a?b#c", "a=3Fb=23c"},
+        {"user:1@example.org", "user=3A1=40example.org"},
+        {"\xC3\xA9", "=C3=A9"},
+        {std::string_view("a\0b", 3), "a=00b"},
+    };
+    std::set<std::string> names;
+    for (const auto& [user, name] : cases) {
+        const ZAVURL file = fileOfUser(user);
+        const std::string path = "11111111-1111-1111-1111-111111111101/" + std::string(name) +
+                                 "/11111111-1111-1111-1111-111111111102/part-3";
+        EXPECT_EQ(file.relativePath(), path) << "the file of the user '" << user << "'";
+        EXPECT_EQ(file.filePath(), "/var/cache/parts/" + path)
+            << "the user '" << user << "' reaches another directory";
+        EXPECT_TRUE(names.insert(file.filePath()).second) << "two users share " << file.filePath();
+    }
+}
+
+TEST_F(ContentCache, FindsAFileAgainWhenItsPathIsReadBack) {
+    for (const std::string_view user : {"alice", "../x", "..", "", "a b", "a%2Fb"}) {
+        const ZAVURL file = fileOfUser(user);
+        const auto readBack =
+            ZAVURL::URLWithString(file.relativePath(), ZAVMessageRepositoryCacheBaseDirectoryURL());
+        ASSERT_TRUE(readBack) << file.relativePath();
+        EXPECT_EQ(*readBack, file);
+        EXPECT_EQ(readBack->filePath(), file.filePath());
+    }
+}
+
+}  // namespace
+}  // namespace zav::test

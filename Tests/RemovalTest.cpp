@@ -1,0 +1,473 @@
+#include <ZAVEventRepository/ZAVEventRepository.h>
+#include <ZAVEventRepository/ZAVSQLVector.h>
+#include <ZAVEventRepository/ZAVSyncedChangeRepository.h>
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <cstddef>
+#include <memory>
+#include <numeric>
+#include <string>
+#include <vector>
+
+#include "OperationExpectations.h"
+#include "Support/LogCapture.h"
+#include "Support/TestStore.h"
+
+namespace zav::test {
+namespace {
+
+using Lines = std::vector<std::string>;
+using Rows = std::vector<ZAVDatabaseIdentifier>;
+
+/// The rows from `first` to `last`.
+Rows range(ZAVDatabaseIdentifier first, ZAVDatabaseIdentifier last) {
+    Rows rows(static_cast<std::size_t>(last - first + 1));
+    std::iota(rows.begin(), rows.end(), first);
+    return rows;
+}
+
+/// "first, second".
+std::string joined(const Rows& rows) {
+    std::string text;
+    for (const ZAVDatabaseIdentifier row : rows) {
+        text += (text.empty() ? "" : ", ") + std::to_string(row);
+    }
+    return text;
+}
+
+/// One event for each row, in that order.
+ZAVSet<ZAVEvent> eventsInRows(const Rows& rows) {
+    ZAVSet<ZAVEvent> events;
+    for (const ZAVDatabaseIdentifier row : rows) {
+        events.insert(std::make_shared<ZAVEvent>(row, 1));
+    }
+    return events;
+}
+
+// Runs of placeholders.
+
+std::vector<ZAVSQLVector> vectorsOf(const Rows& rows, std::size_t limit) {
+    return ZAVSQLVector::arrayOfVectorsWithCollection(rows, limit);
+}
+
+TEST(SQLVector, HoldsOnePlaceholderForEachValue) {
+    EXPECT_EQ(vectorsOf({7}, 500).at(0).stringRepresentation(), "(?)");
+    EXPECT_EQ(vectorsOf({7, 8}, 500).at(0).stringRepresentation(), "(?, ?)");
+    EXPECT_EQ(vectorsOf({7, 8, 9}, 500).at(0).stringRepresentation(), "(?, ?, ?)");
+}
+
+TEST(SQLVector, IsNotMadeOfAnEmptyCollection) {
+    EXPECT_TRUE(vectorsOf({}, 500).empty());
+}
+
+TEST(SQLVector, TakesAtMostTheLimitAndLeavesTheRestToTheNext) {
+    const Rows rows{5, 3, 9, -1, 3, ZAVDatabaseIdentifierNotSet, 0};
+    for (std::size_t limit = 1; limit <= rows.size() + 1; ++limit) {
+        std::vector<ZAVValue> arguments;
+        const auto vectors = vectorsOf(rows, limit);
+        EXPECT_EQ(vectors.size(), (rows.size() + limit - 1) / limit) << "with the limit " << limit;
+        for (const ZAVSQLVector& vector : vectors) {
+            EXPECT_TRUE(vector.arguments().size() == limit || &vector == &vectors.back())
+                << "only the last may hold fewer than " << limit;
+            arguments.insert(arguments.end(), vector.arguments().begin(), vector.arguments().end());
+        }
+        EXPECT_EQ(arguments, std::vector<ZAVValue>(rows.begin(), rows.end()))
+            << "every element once and in order, with the limit " << limit;
+    }
+}
+
+// Events that no longer wait to be processed.
+
+constexpr const char* unprocessedFunction = "-[ZAVEventRepository deleteUnprocessedEvents:error:]";
+
+/// Forgets events; `printed` is the collection of their rows as the line shows it.
+ExpectedOperation forgetting(const ZAVSet<ZAVEvent>& events, const std::string& printed) {
+    return {[=](const ZAVEventRepository& repository, ZAVError* error) {
+                return repository.deleteUnprocessedEvents(events, error);
+            },
+            verboseLine(unprocessedFunction, "deleting unprocessed events with database identifiers: %@",
+                        "deleting unprocessed events with database identifiers: " + printed),
+            errorLine(unprocessedFunction, "failed to delete unprocessed events with %@",
+                      "failed to delete unprocessed events with ")};
+}
+
+ExpectedOperation forgetting(const Rows& rows) {
+    return forgetting(eventsInRows(rows), "{(" + joined(rows) + ")}");
+}
+
+void addChanges(const TestStore& store, const Rows& rows) {
+    const ZAVSyncedChangeRepository changes(store.sharedDatabase());
+    for (const ZAVDatabaseIdentifier row : rows) {
+        EXPECT_TRUE(changes.recordChange("events", row, ZAVSyncedChangeTypeInsert));
+    }
+}
+
+std::string forgettingStatement(const Rows& rows) {
+    return "DELETE FROM synced_changes WHERE table_name = 'events' AND row_identifier IN (" + joined(rows) +
+           ")";
+}
+
+/// Records the statements that the engine starts on a handle as they were written, with their placeholders.
+class StatementTexts {
+public:
+    explicit StatementTexts(FMDatabase& database) : database_(database) {
+        sqlite3_trace_v2(database_.sqliteHandle(), SQLITE_TRACE_STMT, record, &texts_);
+    }
+    ~StatementTexts() { sqlite3_trace_v2(database_.sqliteHandle(), 0, nullptr, nullptr); }
+    StatementTexts(const StatementTexts&) = delete;
+    StatementTexts& operator=(const StatementTexts&) = delete;
+
+    [[nodiscard]] const Lines& texts() const { return texts_; }
+
+private:
+    static int record(unsigned, void* context, void* statement, void*) {
+        static_cast<Lines*>(context)->emplace_back(sqlite3_sql(static_cast<sqlite3_stmt*>(statement)));
+        return 0;
+    }
+
+    FMDatabase& database_;
+    Lines texts_;
+};
+
+TEST(UnprocessedEventRemoval, TakesOneStatementForAFewEventsInTheirOrder) {
+    const TestStore store;
+    EXPECT_EQ(
+        statementsOf(store, forgetting(Rows{3, 1, 2})),
+        Lines{"DELETE FROM synced_changes WHERE table_name = 'events' AND row_identifier IN (3, 1, 2)"});
+    EXPECT_EQ(statementsOf(store, forgetting(Rows{-1, 0, ZAVDatabaseIdentifierNotSet})),
+              Lines{"DELETE FROM synced_changes WHERE table_name = 'events' AND row_identifier IN "
+                    "(-1, 0, 9223372036854775807)"});
+}
+
+TEST(UnprocessedEventRemoval, WritesTheTableNameIntoTheTextAndBindsTheRows) {
+    const TestStore store;
+    const StatementTexts statements(store.database());
+    EXPECT_TRUE(store.repository().deleteUnprocessedEvents(eventsInRows({3, 1})));
+    EXPECT_EQ(statements.texts(),
+              Lines{"DELETE FROM synced_changes WHERE table_name = 'events' AND row_identifier IN (?, ?)"});
+}
+
+TEST(UnprocessedEventRemoval, TakesAStatementForEachFiveHundredEvents) {
+    const TestStore store;
+    EXPECT_EQ(statementsOf(store, forgetting(range(1, 500))), Lines{forgettingStatement(range(1, 500))});
+    EXPECT_EQ(statementsOf(store, forgetting(range(1, 501))),
+              (Lines{forgettingStatement(range(1, 500)), forgettingStatement({501})}));
+    EXPECT_EQ(statementsOf(store, forgetting(range(1, 1000))),
+              (Lines{forgettingStatement(range(1, 500)), forgettingStatement(range(501, 1000))}));
+    EXPECT_EQ(statementsOf(store, forgetting(range(1, 1201))),
+              (Lines{forgettingStatement(range(1, 500)), forgettingStatement(range(501, 1000)),
+                     forgettingStatement(range(1001, 1201))}));
+}
+
+TEST(UnprocessedEventRemoval, ForgetsManyEventsWithAllTheirChangesAndNoOthers) {
+    const TestStore store;
+    addChanges(store, range(1, 1202));
+    expectNoFailure(store, forgetting(range(1, 1201)), true);
+    EXPECT_EQ(store.rows("SELECT row_identifier FROM synced_changes"), Lines{"1202"});
+}
+
+TEST(UnprocessedEventRemoval, ForgetsEveryKindOfChangeOfTheEventsTableOnly) {
+    const TestStore store;
+    store.execute(
+        "INSERT INTO events (database_identifier, type, client_id) VALUES (1, 2, x'01');"
+        "INSERT INTO synced_changes (table_name, row_identifier, change_type) VALUES ('events', 1, 0), "
+        "('events', 1, 1), ('events', 1, 2), ('events', 1, 0), ('events', 2, 0), ('messages', 1, 0), "
+        "('Events', 1, 0)");
+    expectNoFailure(store, forgetting(Rows{1}), true);
+    EXPECT_EQ(store.rows("SELECT table_name, row_identifier, change_type FROM synced_changes "
+                         "ORDER BY database_identifier"),
+              (Lines{"events|2|0", "messages|1|0", "Events|1|0"}));
+    EXPECT_EQ(store.repository().countOfEvents(), 1U) << "the events stay";
+}
+
+TEST(UnprocessedEventRemoval, LeavesNoForgottenEventUnprocessed) {
+    const TestStore store;
+    store.execute(
+        "INSERT INTO events (database_identifier, type, client_id) VALUES (1, 2, x'01'), (2, 2, x'02')");
+    addChanges(store, {1, 2});
+    const auto unprocessed = store.repository().unprocessedEvents();
+    ASSERT_TRUE(unprocessed);
+    ASSERT_EQ(unprocessed->size(), 2U);
+    EXPECT_TRUE(store.repository().deleteUnprocessedEvents(*unprocessed));
+    EXPECT_EQ(store.repository().unprocessedEvents()->size(), 0U);
+    EXPECT_EQ(store.repository().countOfEvents(), 2U);
+}
+
+TEST(UnprocessedEventRemoval, NamesARowOnceThatSeveralEventsShare) {
+    const TestStore store;
+    const auto operation = forgetting(eventsInRows({2, 1, 2, 2, 1, 3}), "{(2, 1, 3)}");
+    expectNoFailure(store, operation, true);
+    EXPECT_EQ(statementsOf(store, operation), Lines{forgettingStatement({2, 1, 3})});
+}
+
+TEST(UnprocessedEventRemoval, OfEventsThatDoNotWaitIsNoFailure) {
+    const TestStore store;
+    expectNoFailure(store, forgetting(Rows{1, 2}), true);
+}
+
+TEST(UnprocessedEventRemoval, OfNoEventsIsFalseWithoutAStatementAndWithoutAnError) {
+    const TestStore store;
+    const auto operation = forgetting({}, "{()}");
+    expectNoFailure(store, operation, false);
+    EXPECT_EQ(statementsOf(store, operation, false), Lines{});
+    store.execute("DROP TABLE synced_changes");
+    expectNoFailure(store, operation, false);
+}
+
+TEST(UnprocessedEventRemoval, ReportsThatItsStatementCannotBePrepared) {
+    const TestStore store;
+    store.execute("DROP TABLE synced_changes");
+    expectFailure(store, forgetting(Rows{1, 2}), missingTable("synced_changes"));
+    expectFailureWithoutAsking(store, forgetting(Rows{1, 2}), missingTable("synced_changes"));
+}
+
+TEST(UnprocessedEventRemoval, ReportsThatItsStatementFailed) {
+    const TestStore store;
+    addChanges(store, {1, 2});
+    refuse(store, "DELETE ON synced_changes WHEN OLD.row_identifier = 2");
+    expectFailure(store, forgetting(Rows{1, 2}), refusal());
+    expectFailureWithoutAsking(store, forgetting(Rows{1, 2}), refusal());
+    EXPECT_EQ(store.rows("SELECT row_identifier FROM synced_changes"), (Lines{"1", "2"}))
+        << "a statement that fails deletes nothing";
+}
+
+TEST(UnprocessedEventRemoval, ReportsThatItsStatementWasBrokenOff) {
+    const TestStore store;
+    addChanges(store, {1});
+    {
+        const StatementInterruption interruption(store.database(), "DELETE FROM synced_changes");
+        expectFailure(store, forgetting(Rows{1}), interruptionError());
+    }
+    expectNoFailure(store, forgetting(Rows{1}), true);
+    EXPECT_EQ(store.rows("SELECT * FROM synced_changes"), Lines{});
+}
+
+TEST(UnprocessedEventRemoval, StopsAtTheFirstFailingStatementAndKeepsWhatTheEarlierOnesDid) {
+    const TestStore store;
+    addChanges(store, range(1, 1201));
+    refuse(store, "DELETE ON synced_changes WHEN OLD.row_identifier = 700");
+    expectFailure(store, forgetting(range(1, 1201)), refusal());
+    EXPECT_EQ(store.rows("SELECT MIN(row_identifier), MAX(row_identifier), COUNT(*) FROM synced_changes"),
+              Lines{"501|1201|701"});
+}
+
+// Rows of events.
+
+constexpr const char* deleteFunction = "-[ZAVEventRepository deleteEvents:error:]";
+
+ExpectedOperation deleting(const Rows& rows) {
+    return {[events = eventsInRows(rows)](const ZAVEventRepository& repository, ZAVError* error) {
+                return repository.deleteEvents(events, error);
+            },
+            verboseLine(deleteFunction, "deleting events", "deleting events"),
+            errorLine(deleteFunction, "failed to delete events with %@", "failed to delete events with ")};
+}
+
+/// A store with events in rows 1 to 4 at the sequences 11 to 14 of stream 1.
+class EventStore : public TestStore {
+public:
+    EventStore() {
+        execute(
+            "INSERT INTO events (database_identifier, type, creator_id, seq, timestamp, preceding_seq, "
+            "client_seq, subtype, member_id, target_seq, stream_database_identifier, client_id, "
+            "creator_name) VALUES (1, 4, 'a', 11, 1, 2, 3, 4, 'b', 5, 1, x'01', 'c'), "
+            "(2, 4, 'a', 12, 1, 2, 3, 4, 'b', 5, 1, x'02', 'c'), "
+            "(3, 4, 'a', 13, 1, 2, 3, 4, 'b', 5, 1, x'03', 'c'), "
+            "(4, 4, 'a', 14, 1, 2, 3, 4, 'b', 5, 1, x'04', 'c');"
+            "INSERT INTO event_content_parts (event_content_part_id, event_database_identifier, type, value) "
+            "VALUES (0, 1, 'text/plain', x'61'), (0, 2, 'text/plain', x'62');"
+            "INSERT INTO synced_changes (table_name, row_identifier, change_type) VALUES ('events', 1, 0);"
+            "INSERT INTO messages (event_database_identifier, seq) VALUES (1, 11);"
+            "INSERT INTO keyed_values_remote (object_database_identifier, object_type, key_type, key, value) "
+            "VALUES (1, 'event', 0, 'key', 'value');");
+    }
+
+    [[nodiscard]] Lines eventRows() const {
+        return rows("SELECT database_identifier FROM events ORDER BY database_identifier");
+    }
+
+    /// How many rows refer to events: parts, changes, messages and keyed values.
+    [[nodiscard]] Lines referringRows() const {
+        return rows(
+            "SELECT (SELECT COUNT(*) FROM event_content_parts), (SELECT COUNT(*) FROM synced_changes), "
+            "(SELECT COUNT(*) FROM messages), (SELECT COUNT(*) FROM keyed_values_remote)");
+    }
+};
+
+TEST(EventRemoval, TakesAStatementForEachEventInTheOrderOfTheSet) {
+    const EventStore store;
+    EXPECT_EQ(statementsOf(store, deleting({3, 1})),
+              (Lines{"DELETE FROM events WHERE database_identifier = 3",
+                     "DELETE FROM events WHERE database_identifier = 1"}));
+    EXPECT_EQ(store.eventRows(), (Lines{"2", "4"}));
+}
+
+TEST(EventRemoval, IsAnnouncedAndLeavesTheCallersErrorAsItWas) {
+    const EventStore store;
+    expectNoFailure(store, deleting({1, 2}), true);
+}
+
+TEST(EventRemoval, LeavesAllThatRefersToTheEvents) {
+    const EventStore store;
+    EXPECT_TRUE(store.repository().deleteEvents(eventsInRows({1, 2, 3, 4})));
+    EXPECT_EQ(store.eventRows(), Lines{});
+    EXPECT_EQ(store.referringRows(), Lines{"2|1|1|1"});
+}
+
+TEST(EventRemoval, OfTwoEventsInOneRowTakesTwoStatements) {
+    const EventStore store;
+    EXPECT_EQ(statementsOf(store, deleting({2, 2})),
+              (Lines{"DELETE FROM events WHERE database_identifier = 2",
+                     "DELETE FROM events WHERE database_identifier = 2"}));
+    EXPECT_EQ(store.eventRows(), (Lines{"1", "3", "4"}));
+    expectNoFailure(store, deleting({2, 2}), true);
+}
+
+TEST(EventRemoval, OfAnEventWithoutARowIsNoFailure) {
+    const EventStore store;
+    EXPECT_EQ(statementsOf(store, deleting({ZAVDatabaseIdentifierNotSet, -1, 0})),
+              (Lines{"DELETE FROM events WHERE database_identifier = 9223372036854775807",
+                     "DELETE FROM events WHERE database_identifier = -1",
+                     "DELETE FROM events WHERE database_identifier = 0"}));
+    EXPECT_EQ(store.eventRows(), (Lines{"1", "2", "3", "4"}));
+}
+
+TEST(EventRemoval, OfNoEventsIsFalseWithoutAStatementAndWithoutAnError) {
+    const EventStore store;
+    expectNoFailure(store, deleting({}), false);
+    EXPECT_EQ(statementsOf(store, deleting({}), false), Lines{});
+    store.execute("DROP TABLE events");
+    expectNoFailure(store, deleting({}), false);
+}
+
+TEST(EventRemoval, ReportsThatItsStatementCannotBePrepared) {
+    const EventStore store;
+    store.execute("DROP TABLE events");
+    expectFailure(store, deleting({1}), missingTable("events"));
+    expectFailureWithoutAsking(store, deleting({1}), missingTable("events"));
+}
+
+TEST(EventRemoval, StopsAtTheFirstFailingStatementAndKeepsWhatTheEarlierOnesDid) {
+    const EventStore store;
+    refuse(store, "DELETE ON events WHEN OLD.database_identifier = 2");
+    expectFailure(store, deleting({4, 2, 1}), refusal());
+    EXPECT_EQ(store.eventRows(), (Lines{"1", "2", "3"}));
+    expectFailureWithoutAsking(store, deleting({2, 1}), refusal());
+}
+
+TEST(EventRemoval, ReportsThatItsStatementWasBrokenOff) {
+    const EventStore store;
+    {
+        const StatementInterruption interruption(store.database(), "DELETE FROM events");
+        expectFailure(store, deleting({1}), interruptionError());
+    }
+    EXPECT_EQ(store.eventRows(), (Lines{"1", "2", "3", "4"}));
+    expectNoFailure(store, deleting({1}), true);
+}
+
+// Tombstones.
+
+constexpr const char* tombstoneFunction =
+    "-[ZAVEventRepository persistTombstoneEventWithTargetSeq:streamDatabaseIdentifier:error:]";
+
+/// Tombstones the event at a sequence of a stream; `printed` is what the lines make of the stream's row.
+ExpectedOperation tombstoning(ZAVSequence seq, ZAVDatabaseIdentifier stream, const std::string& printed) {
+    const std::string of = "event with seq:" + std::to_string(seq) + " and streamDBID:" + printed;
+    return {
+        [=](const ZAVEventRepository& repository, ZAVError* error) {
+            return repository.persistTombstoneEventWithTargetSeq(seq, stream, error);
+        },
+        verboseLine(tombstoneFunction, "tombstoning event with seq:%d and streamDBID:%llu",
+                    "tombstoning " + of),
+        errorLine(tombstoneFunction, "failed to tombstone the event with seq:%d and streamDBID:%llu with %@",
+                  "failed to tombstone the " + of + " with ")};
+}
+
+const ExpectedOperation tombstoningTwelve = tombstoning(12, 1, "1");
+
+Lines typesOf(const TestStore& store) {
+    return store.rows("SELECT database_identifier, type FROM events ORDER BY database_identifier");
+}
+
+const Lines untouchedTypes{"1|4", "2|4", "3|4", "4|4"};
+
+TEST(Tombstoning, TakesOneStatementForTheSequenceOfTheStream) {
+    const EventStore store;
+    EXPECT_EQ(statementsOf(store, tombstoningTwelve),
+              Lines{"UPDATE events SET type = 10 WHERE seq = 12 AND stream_database_identifier = 1"});
+    EXPECT_EQ(
+        statementsOf(store, tombstoning(-1, 5000000000, "5000000000")),
+        Lines{"UPDATE events SET type = 10 WHERE seq = -1 AND stream_database_identifier = 5000000000"});
+}
+
+TEST(Tombstoning, ChangesTheTypeAndNothingElse) {
+    const EventStore store;
+    store.execute(
+        "INSERT INTO events (database_identifier, type, seq, stream_database_identifier, client_id) "
+        "VALUES (5, 4, 12, 2, x'05'), (6, 4, 12, NULL, x'06')");
+    expectNoFailure(store, tombstoningTwelve, true);
+    EXPECT_EQ(store.rows("SELECT * FROM events WHERE database_identifier = 2"),
+              Lines{"2|10|a|12|1|2|3|4|b|5|1|X'02'|c"});
+    EXPECT_EQ(typesOf(store), (Lines{"1|4", "2|10", "3|4", "4|4", "5|4", "6|4"}));
+    EXPECT_EQ(store.referringRows(), Lines{"2|1|1|1"});
+}
+
+TEST(Tombstoning, OfASequenceThatDoesNotExistIsNoFailure) {
+    const EventStore store;
+    expectNoFailure(store, tombstoning(99, 1, "1"), true);
+    expectNoFailure(store, tombstoning(12, 2, "2"), true);
+    expectNoFailure(store, tombstoning(2147483647, 1, "1"), true);
+    EXPECT_EQ(typesOf(store), untouchedTypes);
+}
+
+TEST(Tombstoning, NeverReachesAnEventThatIsNotSequenced) {
+    const EventStore store;
+    store.execute("UPDATE events SET seq = NULL");
+    expectNoFailure(store, tombstoning(0, 1, "1"), true);
+    EXPECT_EQ(typesOf(store), untouchedTypes);
+}
+
+TEST(Tombstoning, OfATombstoneIsNoFailure) {
+    const EventStore store;
+    expectNoFailure(store, tombstoningTwelve, true);
+    const Lines once = store.rows("SELECT * FROM events");
+    expectNoFailure(store, tombstoningTwelve, true);
+    EXPECT_EQ(store.rows("SELECT * FROM events"), once);
+}
+
+TEST(Tombstoning, PrintsTheSequenceSignedAndTheStreamUnsigned) {
+    const EventStore store;
+    const auto operation = tombstoning(-7, -1, "18446744073709551615");
+    expectNoFailure(store, operation, true);
+    store.execute("DROP TABLE events");
+    expectFailure(store, operation, missingTable("events"));
+}
+
+TEST(Tombstoning, ReportsThatItsStatementCannotBePrepared) {
+    const EventStore store;
+    store.execute("DROP TABLE events");
+    expectFailure(store, tombstoningTwelve, missingTable("events"));
+    expectFailureWithoutAsking(store, tombstoningTwelve, missingTable("events"));
+}
+
+TEST(Tombstoning, ReportsThatItsStatementFailed) {
+    const EventStore store;
+    refuse(store, "UPDATE ON events");
+    expectFailure(store, tombstoningTwelve, refusal());
+    expectFailureWithoutAsking(store, tombstoningTwelve, refusal());
+    EXPECT_EQ(typesOf(store), untouchedTypes);
+}
+
+TEST(Tombstoning, ReportsThatItsStatementWasBrokenOff) {
+    const EventStore store;
+    {
+        const StatementInterruption interruption(store.database(), "UPDATE events");
+        expectFailure(store, tombstoningTwelve, interruptionError());
+    }
+    EXPECT_EQ(typesOf(store), untouchedTypes);
+    expectNoFailure(store, tombstoningTwelve, true);
+}
+
+}  // namespace
+}  // namespace zav::test
