@@ -98,9 +98,11 @@ ExpectedOperation forgetting(const Rows& rows) {
 
 void addChanges(const TestStore& store, const Rows& rows) {
     const ZAVSyncedChangeRepository changes(store.sharedDatabase());
+    store.execute("BEGIN");
     for (const ZAVDatabaseIdentifier row : rows) {
         EXPECT_TRUE(changes.recordChange("events", row, ZAVSyncedChangeTypeInsert));
     }
+    store.execute("COMMIT");
 }
 
 std::string forgettingStatement(const Rows& rows) {

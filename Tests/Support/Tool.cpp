@@ -179,7 +179,7 @@ ToolRun runTool(const std::vector<std::string>& arguments, const ToolCircumstanc
     output.theirs.close();
     errors.theirs.close();
     ToolRun run;
-    converse(input, circumstances.input.value_or(""), output, run.out, errors, run.err);
+    converse(input, circumstances.input, output, run.out, errors, run.err);
     int status = 0;
     while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
     }

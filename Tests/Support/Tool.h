@@ -25,11 +25,11 @@ struct ToolRun {
 
 /// The circumstances of a run.
 struct ToolCircumstances {
-    std::optional<std::string> input;  ///< standard input's text; without it standard input is empty
-    std::vector<std::pair<std::string, std::string>> environment;  ///< variables to add or replace
-    std::string outputPath;  ///< a file to use as standard output; `ToolRun::out` then stays empty
-    std::optional<rlim_t> fileSizeLimit;  ///< writing a file beyond it fails instead of ending the process
-    std::optional<uid_t> user;            ///< the user and group to become; needs a privileged caller
+    std::string input{};  ///< what standard input holds
+    std::vector<std::pair<std::string, std::string>> environment{};  ///< variables to add or replace
+    std::string outputPath{};  ///< a file to use as standard output; `ToolRun::out` then stays empty
+    std::optional<rlim_t> fileSizeLimit{};  ///< writing a file beyond it fails instead of ending the process
+    std::optional<uid_t> user{};            ///< the user and group to become; needs a privileged caller
 };
 
 /// Runs the tool as a process of its own and waits for its end.

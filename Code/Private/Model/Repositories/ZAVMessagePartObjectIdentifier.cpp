@@ -26,7 +26,8 @@ std::optional<Parts> parse(const ZAVURL& objectIdentifier) {
     }
     text.remove_prefix(prefix.size());
     const auto clientID = ZAVUUID::fromString(text.substr(0, uuidLength));
-    if (!clientID || text.substr(uuidLength, middle.size()) != middle) {
+    if (!clientID || clientID->UUIDString() != text.substr(0, uuidLength) ||
+        text.substr(uuidLength, middle.size()) != middle) {
         return std::nullopt;
     }
     text.remove_prefix(uuidLength + middle.size());

@@ -1,0 +1,552 @@
+#include <ZAVEventRepository/ZAVEventRepository.h>
+#include <ZAVEventRepository/ZAVMessagePartObjectIdentifier.h>
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <cstdint>
+#include <limits>
+#include <memory>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "OperationExpectations.h"
+#include "Support/LogCapture.h"
+#include "Support/StatementTrace.h"
+#include "Support/TestStore.h"
+
+namespace zav::test {
+namespace {
+
+using Lines = std::vector<std::string>;
+using Part = std::shared_ptr<ZAVEventContent>;
+
+ZAVURL url(const std::string& text) {
+    const auto parsed = ZAVURL::URLWithString(text);
+    EXPECT_TRUE(parsed) << text << " is no URL";
+    return parsed.value();
+}
+
+ZAVMessagePart messagePart(ZAVDatabaseIdentifier message, std::uint64_t index) {
+    return {std::make_shared<ZAVMessage>(message), index};
+}
+
+/// The identifier of a part of the event whose client identifier is `uuidNumber(7)`.
+ZAVURL identifierOfPart(std::uint32_t index) {
+    return ZAVMakeMessagePartObjectIdentifier(uuidNumber(7), index);
+}
+
+/// A store in which each lookup finds the same part, the one at index 2 of the event in row 3. The event, at
+/// sequence 5 of stream 1, is shown by message 9.
+class PartStore : public TestStore {
+public:
+    PartStore() {
+        addStream(uuidNumber(1));
+        execute(
+            "INSERT INTO events (database_identifier, type, seq, stream_database_identifier, client_id) "
+            "VALUES (3, 4, 5, 1, x'11111111111111111111111111111107');"
+            "INSERT INTO messages (database_identifier, event_database_identifier) VALUES (8, 1), (9, 3);"
+            "INSERT INTO event_content_parts (database_identifier, event_content_part_id, "
+            "event_database_identifier, type, value, access_expiration, url, size, transfer_status, "
+            "file_path, last_accessed, purged) VALUES "
+            "(20, 0, 3, 'text/plain', x'61', NULL, NULL, 1, 4, NULL, NULL, NULL), "
+            "(21, 2, 3, 'image/png', NULL, 77, 'https://store.example/A%2Fb', 9, 3, 'a/b', 1.5, 1), "
+            "(22, 2, 4, 'text/plain', x'62', NULL, 'https://store.example/other', 1, 4, NULL, NULL, NULL)");
+    }
+};
+
+struct Lookup {
+    const char* name;
+    Part (*find)(const ZAVEventRepository& repository, ZAVError* error);
+    std::string statement;
+    LogRecord announcement;
+    LogRecord failure;
+
+    [[nodiscard]] ExpectedOperation operation() const {
+        return {[find = find](const ZAVEventRepository& repository, ZAVError* error) {
+                    return find(repository, error) != nullptr;
+                },
+                announcement, failure};
+    }
+};
+
+void PrintTo(const Lookup& lookup, std::ostream* stream) {
+    *stream << lookup.name;
+}
+
+const Lookup byRow{
+    "byRow",
+    [](const ZAVEventRepository& repository, ZAVError* error) {
+        return repository.eventContentDatabaseIdentifier(21, error);
+    },
+    "SELECT event_content_parts.event_content_part_id, event_content_parts.event_database_identifier, "
+    "event_content_parts.type, event_content_parts.value, event_content_parts.access_expiration, "
+    "event_content_parts.url, event_content_parts.size, event_content_parts.transfer_status, "
+    "event_content_parts.file_path, event_content_parts.last_accessed, event_content_parts.purged, "
+    "events.client_id, events.seq, streams.stream_id FROM event_content_parts "
+    "LEFT JOIN events ON (events.database_identifier = event_content_parts.event_database_identifier) "
+    "LEFT JOIN streams ON (streams.database_identifier = events.stream_database_identifier) "
+    "WHERE event_content_parts.database_identifier = 21",
+    verboseLine("-[ZAVEventRepository eventContentDatabaseIdentifier:error:]",
+                "fetching event content part for databaseIdentifier=%lld",
+                "fetching event content part for databaseIdentifier=21"),
+    errorLine("-[ZAVEventRepository eventContentDatabaseIdentifier:error:]",
+              "failed to fetch event for databaseIdentifier=%lld %@",
+              "failed to fetch event for databaseIdentifier=21 ")};
+
+const Lookup byEventAndIndex{
+    "byEventAndIndex",
+    [](const ZAVEventRepository& repository, ZAVError* error) {
+        return repository.eventContentForEventDatabaseIdentifier(3, 2, error);
+    },
+    "SELECT event_content_parts.event_content_part_id, event_content_parts.event_database_identifier, "
+    "event_content_parts.type, event_content_parts.value, event_content_parts.access_expiration, "
+    "event_content_parts.url, event_content_parts.size, event_content_parts.transfer_status, "
+    "event_content_parts.file_path, event_content_parts.last_accessed, event_content_parts.purged, "
+    "events.client_id, events.seq, streams.stream_id FROM event_content_parts "
+    "LEFT JOIN events ON (events.database_identifier = event_content_parts.event_database_identifier) "
+    "LEFT JOIN streams ON (streams.database_identifier = events.stream_database_identifier) "
+    "WHERE event_database_identifier = 3 AND event_content_part_id = 2",
+    verboseLine("-[ZAVEventRepository eventContentForEventDatabaseIdentifier:eventContentIndex:error:]",
+                "fetching event content part for eventDatabaseIdentifier=%lld index=%ld",
+                "fetching event content part for eventDatabaseIdentifier=3 index=2"),
+    errorLine("-[ZAVEventRepository eventContentForEventDatabaseIdentifier:eventContentIndex:error:]",
+              "failed to fetch event for eventDatabaseIdentifier=%lld index=%ld %@",
+              "failed to fetch event for eventDatabaseIdentifier=3 index=2 ")};
+
+const Lookup byMessagePart{
+    "byMessagePart",
+    [](const ZAVEventRepository& repository, ZAVError* error) {
+        return repository.eventContentForMessagePart(messagePart(9, 2), error);
+    },
+    "SELECT event_content_parts.event_content_part_id, event_content_parts.event_database_identifier, "
+    "event_content_parts.type, event_content_parts.value, event_content_parts.access_expiration, "
+    "event_content_parts.url, event_content_parts.size, event_content_parts.transfer_status, "
+    "event_content_parts.file_path, event_content_parts.last_accessed, event_content_parts.purged, "
+    "events.client_id, events.seq, streams.stream_id FROM event_content_parts "
+    "LEFT JOIN events ON (events.database_identifier = event_content_parts.event_database_identifier) "
+    "LEFT JOIN streams ON (streams.database_identifier = events.stream_database_identifier) "
+    "LEFT JOIN messages ON "
+    "(event_content_parts.event_database_identifier = messages.event_database_identifier) "
+    "WHERE messages.database_identifier = 9 AND event_content_part_id = 2",
+    verboseLine("-[ZAVEventRepository eventContentForMessagePart:error:]",
+                "fetching event content part for messagePart=%@",
+                "fetching event content part for "
+                "messagePart=<ZAVMessagePart message=<ZAVMessage databaseIdentifier=9> index=2>"),
+    errorLine("-[ZAVEventRepository eventContentForMessagePart:error:]",
+              "failed to fetch event for messagePart=%@ %@",
+              "failed to fetch event for "
+              "messagePart=<ZAVMessagePart message=<ZAVMessage databaseIdentifier=9> index=2> ")};
+
+const Lookup byObjectIdentifier{
+    "byObjectIdentifier",
+    [](const ZAVEventRepository& repository, ZAVError* error) {
+        return repository.eventContentForMessagePartObjectIdentifier(identifierOfPart(2), error);
+    },
+    "SELECT event_content_parts.event_content_part_id, event_content_parts.event_database_identifier, "
+    "event_content_parts.type, event_content_parts.value, event_content_parts.access_expiration, "
+    "event_content_parts.url, event_content_parts.size, event_content_parts.transfer_status, "
+    "event_content_parts.file_path, event_content_parts.last_accessed, event_content_parts.purged, "
+    "events.client_id, events.seq, streams.stream_id FROM event_content_parts "
+    "LEFT JOIN events ON (events.database_identifier = event_content_parts.event_database_identifier) "
+    "LEFT JOIN streams ON (streams.database_identifier = events.stream_database_identifier) "
+    "WHERE events.client_id = x'11111111111111111111111111111107' "
+    "AND event_content_parts.event_content_part_id = 2",
+    verboseLine("-[ZAVEventRepository eventContentForMessagePartObjectIdentifier:error:]",
+                "fetching event content part for messagePart->objectIdentifier=%@",
+                "fetching event content part for "
+                "messagePart->objectIdentifier=zav:///messages/11111111-1111-1111-1111-111111111107/parts/2"),
+    errorLine("-[ZAVEventRepository eventContentForMessagePartObjectIdentifier:error:]",
+              "failed event content part for messagePart->objectIdentifier=%@ %@",
+              "failed event content part for "
+              "messagePart->objectIdentifier=zav:///messages/11111111-1111-1111-1111-111111111107/parts/2 ")};
+
+const Lookup byExternalURL{
+    "byExternalURL",
+    [](const ZAVEventRepository& repository, ZAVError* error) {
+        return repository.eventContentForExternalContentURL(url("https://store.example/A%2Fb"), error);
+    },
+    "SELECT event_content_parts.event_content_part_id, event_content_parts.event_database_identifier, "
+    "event_content_parts.type, event_content_parts.value, event_content_parts.access_expiration, "
+    "event_content_parts.url, event_content_parts.size, event_content_parts.transfer_status, "
+    "event_content_parts.file_path, event_content_parts.last_accessed, event_content_parts.purged, "
+    "events.client_id, events.seq, streams.stream_id FROM event_content_parts "
+    "LEFT JOIN events ON (events.database_identifier = event_content_parts.event_database_identifier) "
+    "LEFT JOIN streams ON (streams.database_identifier = events.stream_database_identifier) "
+    "WHERE event_content_parts.url = 'https://store.example/A%2Fb'",
+    verboseLine("-[ZAVEventRepository eventContentForExternalContentURL:error:]",
+                "fetching event content part for externalContentURL=%@",
+                "fetching event content part for externalContentURL=https://store.example/A%2Fb"),
+    errorLine("-[ZAVEventRepository eventContentForExternalContentURL:error:]",
+              "failed event content part for externalContentURL=%@ %@",
+              "failed event content part for externalContentURL=https://store.example/A%2Fb ")};
+
+/// The WHERE clause, with its values, of the only statement that a call runs.
+template <class Call>
+std::string conditionOf(const TestStore& store, Call call) {
+    const StatementTrace trace(store.database());
+    static_cast<void>(call());
+    EXPECT_EQ(trace.statements().size(), 1U) << "a lookup is one statement";
+    const std::string statement = trace.statements().empty() ? "" : trace.statements().front();
+    const auto where = statement.find(" WHERE ");
+    return where == std::string::npos ? statement : statement.substr(where + 1);
+}
+
+// What all five lookups have in common.
+
+std::string nameOf(const testing::TestParamInfo<Lookup>& info) {
+    return info.param.name;
+}
+
+class EveryContentLookup : public testing::TestWithParam<Lookup> {};
+
+INSTANTIATE_TEST_SUITE_P(Of, EveryContentLookup,
+                         testing::Values(byRow, byEventAndIndex, byMessagePart, byObjectIdentifier,
+                                         byExternalURL),
+                         nameOf);
+
+TEST_P(EveryContentLookup, RunsItsStatementAndNoOther) {
+    const PartStore store;
+    EXPECT_EQ(statementsOf(store, GetParam().operation()), Lines{GetParam().statement});
+}
+
+TEST_P(EveryContentLookup, MapsTheWholePart) {
+    const PartStore store;
+    const Part part = GetParam().find(store.repository(), nullptr);
+    ASSERT_NE(part, nullptr);
+    EXPECT_EQ(part->index(), 2);
+    EXPECT_EQ(part->eventDatabaseIdentifier(), 3);
+    EXPECT_EQ(part->media_type(), "image/png");
+    EXPECT_EQ(part->body(), std::nullopt);
+    EXPECT_EQ(part->externalContentURLExpiration(), ZAVDateFromSecondsSince1970(77));
+    EXPECT_EQ(part->external_url(), "https://store.example/A%2Fb");
+    EXPECT_EQ(part->size(), 9);
+    EXPECT_EQ(part->transferStatus(), ZAVContentTransferDownloading);
+    ASSERT_TRUE(part->fileURL());
+    EXPECT_EQ(part->fileURL()->relativePath(), "a/b");
+    EXPECT_EQ(part->lastAccessed(), ZAVDateFromSecondsSince1970(1.5));
+    EXPECT_TRUE(part->isPurged());
+    EXPECT_EQ(part->eventClientID(), uuidNumber(7));
+    EXPECT_EQ(part->eventSeq(), 5);
+    EXPECT_EQ(part->streamUUID(), uuidNumber(1));
+}
+
+TEST_P(EveryContentLookup, IsAnnouncedAndLeavesTheCallersErrorAsItWas) {
+    const PartStore store;
+    expectNoFailure(store, GetParam().operation(), true);
+}
+
+TEST_P(EveryContentLookup, FindsNothingInEmptyTablesWithoutFailing) {
+    const TestStore store;
+    expectNoFailure(store, GetParam().operation(), false);
+}
+
+TEST_P(EveryContentLookup, MakesANewRecordEachTime) {
+    const PartStore store;
+    const Part first = GetParam().find(store.repository(), nullptr);
+    const Part second = GetParam().find(store.repository(), nullptr);
+    ASSERT_TRUE(first && second);
+    EXPECT_NE(first, second) << "two calls handed out the same record";
+}
+
+TEST_P(EveryContentLookup, ReportsThatItsStatementCannotBePrepared) {
+    for (const std::string table : {"events", "streams", "event_content_parts"}) {
+        const PartStore store;
+        store.execute("DROP TABLE " + table);
+        expectFailure(store, GetParam().operation(), missingTable(table));
+        expectFailureWithoutAsking(store, GetParam().operation(), missingTable(table));
+    }
+}
+
+TEST_P(EveryContentLookup, ReportsThatItsStepFailed) {
+    const PartStore store;
+    {
+        const StatementInterruption interruption(store.database(), "SELECT event_content_parts");
+        expectFailure(store, GetParam().operation(), interruptionError());
+        expectFailureWithoutAsking(store, GetParam().operation(), interruptionError());
+    }
+    expectNoFailure(store, GetParam().operation(), true);
+}
+
+TEST_P(EveryContentLookup, ChangesNothing) {
+    const PartStore store;
+    const Lines before = store.rows("SELECT * FROM event_content_parts");
+    const int changes = sqlite3_total_changes(store.database().sqliteHandle());
+    EXPECT_NE(GetParam().find(store.repository(), nullptr), nullptr);
+    EXPECT_EQ(sqlite3_total_changes(store.database().sqliteHandle()), changes);
+    EXPECT_EQ(store.rows("SELECT * FROM event_content_parts"), before);
+}
+
+// What each lookup binds and finds.
+
+TEST(ContentLookups, BindTheRowOfAPartAsItIs) {
+    const PartStore store;
+    const auto conditionFor = [&](ZAVDatabaseIdentifier row) {
+        return conditionOf(store, [&] { return store.repository().eventContentDatabaseIdentifier(row); });
+    };
+    EXPECT_EQ(conditionFor(-1), "WHERE event_content_parts.database_identifier = -1");
+    EXPECT_EQ(conditionFor(ZAVDatabaseIdentifierNotSet),
+              "WHERE event_content_parts.database_identifier = 9223372036854775807");
+}
+
+TEST(ContentLookups, BindAnIndexInAnEventSigned) {
+    const PartStore store;
+    const auto conditionFor = [&](ZAVDatabaseIdentifier event, std::int64_t index) {
+        return conditionOf(
+            store, [&] { return store.repository().eventContentForEventDatabaseIdentifier(event, index); });
+    };
+    EXPECT_EQ(conditionFor(3, -1), "WHERE event_database_identifier = 3 AND event_content_part_id = -1");
+    EXPECT_EQ(conditionFor(-3, 5000000000),
+              "WHERE event_database_identifier = -3 AND event_content_part_id = 5000000000");
+}
+
+TEST(ContentLookups, PrintTheEventAndTheIndexSigned) {
+    const TestStore store;
+    const LogCapture log;
+    EXPECT_EQ(store.repository().eventContentForEventDatabaseIdentifier(-3, -5000000000), nullptr);
+    ASSERT_EQ(log.records().size(), 1U);
+    EXPECT_EQ(log.records()[0].message,
+              "fetching event content part for eventDatabaseIdentifier=-3 index=-5000000000");
+}
+
+TEST(ContentLookups, BindAnIndexInAMessageByItsSixtyFourBits) {
+    const PartStore store;
+    const auto conditionFor = [&](std::uint64_t index) {
+        return conditionOf(
+            store, [&] { return store.repository().eventContentForMessagePart(messagePart(9, index)); });
+    };
+    EXPECT_EQ(conditionFor(5000000000),
+              "WHERE messages.database_identifier = 9 AND event_content_part_id = 5000000000");
+    EXPECT_EQ(conditionFor(std::numeric_limits<std::uint64_t>::max()),
+              "WHERE messages.database_identifier = 9 AND event_content_part_id = -1");
+}
+
+TEST(ContentLookups, FindNothingForAMessageWithoutARow) {
+    const PartStore store;
+    ZAVError error = unrelatedError();
+    for (const ZAVDatabaseIdentifier message : {ZAVDatabaseIdentifier(99), ZAVDatabaseIdentifierNotSet}) {
+        EXPECT_EQ(store.repository().eventContentForMessagePart(messagePart(message, 2), &error), nullptr)
+            << message;
+    }
+    EXPECT_EQ(error, unrelatedError()) << error.description();
+}
+
+TEST(ContentLookups, FindNothingForAnIndexWithoutAPart) {
+    const PartStore store;
+    ZAVError error = unrelatedError();
+    EXPECT_EQ(store.repository().eventContentForMessagePart(messagePart(9, 1), &error), nullptr);
+    EXPECT_EQ(store.repository().eventContentForEventDatabaseIdentifier(3, 1, &error), nullptr);
+    EXPECT_EQ(store.repository().eventContentForMessagePartObjectIdentifier(identifierOfPart(1), &error),
+              nullptr);
+    EXPECT_EQ(error, unrelatedError()) << error.description();
+}
+
+TEST(ContentLookups, FindThePartsOfTheMessagesOwnEventOnly) {
+    const PartStore store;
+    EXPECT_EQ(store.repository().eventContentForMessagePart(messagePart(8, 2)), nullptr)
+        << "message 8 shows an event without parts";
+    store.execute("UPDATE messages SET event_database_identifier = 4 WHERE database_identifier = 8");
+    const Part part = store.repository().eventContentForMessagePart(messagePart(8, 2));
+    ASSERT_NE(part, nullptr);
+    EXPECT_EQ(part->eventDatabaseIdentifier(), 4);
+}
+
+TEST(ContentLookups, FindAPartWhoseEventIsMissingUnlessTheyAskForTheEventsClientIdentifier) {
+    const PartStore store;
+    store.execute("DELETE FROM events");
+    for (const Lookup& lookup : {byRow, byEventAndIndex, byMessagePart, byExternalURL}) {
+        const Part part = lookup.find(store.repository(), nullptr);
+        ASSERT_NE(part, nullptr) << lookup.name;
+        EXPECT_EQ(part->eventDatabaseIdentifier(), 3) << lookup.name;
+        EXPECT_EQ(part->eventClientID(), std::nullopt) << lookup.name;
+        EXPECT_EQ(part->streamUUID(), std::nullopt) << lookup.name;
+        EXPECT_EQ(part->eventSeq(), 2147483647) << lookup.name;
+    }
+    expectNoFailure(store, byObjectIdentifier.operation(), false);
+}
+
+TEST(ContentLookups, CompareAnExternalURLAsTextAndByNothingElse) {
+    const PartStore store;
+    ZAVError error = unrelatedError();
+    for (const std::string other :
+         {"https://store.example/a%2Fb", "https://store.example/A%2fb", "https://store.example/A/b",
+          "HTTPS://store.example/A%2Fb", "https://STORE.example/A%2Fb", "https://store.example/%41%2Fb",
+          "https://store.example/A%2Fb/", "https://store.example/A%2Fb?", "https://store.example/A%2Fb#",
+          "https://store.example:443/A%2Fb", "https://store.example/./A%2Fb"}) {
+        EXPECT_EQ(store.repository().eventContentForExternalContentURL(url(other), &error), nullptr) << other;
+    }
+    EXPECT_EQ(error, unrelatedError()) << error.description();
+}
+
+TEST(ContentLookups, AskForTheAbsoluteStringOfAURLThatHasABase) {
+    const PartStore store;
+    const auto relative = ZAVURL::URLWithString("A%2Fb", url("https://store.example/x"));
+    ASSERT_TRUE(relative);
+    EXPECT_EQ(
+        conditionOf(store, [&] { return store.repository().eventContentForExternalContentURL(*relative); }),
+        "WHERE event_content_parts.url = 'https://store.example/A%2Fb'");
+    EXPECT_NE(store.repository().eventContentForExternalContentURL(*relative), nullptr);
+}
+
+TEST(ContentLookups, NeverFindAPartWithoutAURLByAnEmptyOne) {
+    const PartStore store;
+    EXPECT_EQ(
+        conditionOf(store, [&] { return store.repository().eventContentForExternalContentURL(url("")); }),
+        "WHERE event_content_parts.url = ''");
+    EXPECT_EQ(store.repository().eventContentForExternalContentURL(url("")), nullptr);
+}
+
+TEST(ContentLookups, TakeTheFirstOfSeveralPartsAndLeaveTheRest) {
+    const PartStore store;
+    store.execute("UPDATE event_content_parts SET url = 'https://store.example/A%2Fb'");
+    const std::string first = store.rows(
+        "SELECT event_content_parts.event_content_part_id, event_content_parts.event_database_identifier, "
+        "event_content_parts.type, event_content_parts.value, event_content_parts.access_expiration, "
+        "event_content_parts.url, event_content_parts.size, event_content_parts.transfer_status, "
+        "event_content_parts.file_path, event_content_parts.last_accessed, event_content_parts.purged, "
+        "events.client_id, events.seq, streams.stream_id FROM event_content_parts "
+        "LEFT JOIN events ON (events.database_identifier = event_content_parts.event_database_identifier) "
+        "LEFT JOIN streams ON (streams.database_identifier = events.stream_database_identifier) "
+        "WHERE event_content_parts.url = 'https://store.example/A%2Fb'")[0];
+    const Part part = byExternalURL.find(store.repository(), nullptr);
+    ASSERT_NE(part, nullptr);
+    EXPECT_TRUE(first.starts_with(std::to_string(part->index()) + "|" +
+                                  std::to_string(part->eventDatabaseIdentifier()) + "|"))
+        << "the database yields first: " << first;
+    expectNoFailure(store, byExternalURL.operation(), true);
+}
+
+TEST(ContentLookups, ReportThatTheMessagesAreMissing) {
+    const PartStore store;
+    store.execute("DROP TABLE messages");
+    expectFailure(store, byMessagePart.operation(), missingTable("messages"));
+}
+
+TEST(ContentLookups, FindNothingUnderAnObjectIdentifierThatNamesNoEvent) {
+    const PartStore store;
+    for (const std::string text : {"https://store.example/A%2Fb", "zav:///messages/7/parts/0", ""}) {
+        const ZAVURL identifier = url(text);
+        const ExpectedOperation operation{
+            [=](const ZAVEventRepository& repository, ZAVError* error) {
+                return repository.eventContentForMessagePartObjectIdentifier(identifier, error) != nullptr;
+            },
+            verboseLine("-[ZAVEventRepository eventContentForMessagePartObjectIdentifier:error:]",
+                        "fetching event content part for messagePart->objectIdentifier=%@",
+                        "fetching event content part for messagePart->objectIdentifier=" + text),
+            {}};
+        expectNoFailure(store, operation, false);
+        EXPECT_EQ(conditionOf(store, [&] { return operation.run(store.repository(), nullptr); }),
+                  "WHERE events.client_id = NULL AND event_content_parts.event_content_part_id = 0");
+    }
+    store.execute("DELETE FROM events");
+    EXPECT_EQ(store.repository().eventContentForMessagePartObjectIdentifier(url("zav:///")), nullptr)
+        << "a part whose event is missing has no client identifier, and none was asked for";
+}
+
+// Object identifiers.
+
+constexpr const char* letters = "abcdefab-cdef-4abc-8def-abcdefabcdef";
+
+TEST(ObjectIdentifier, NamesAnEventByItsClientIdentifierAndAPartByItsIndex) {
+    EXPECT_EQ(ZAVMakeMessagePartObjectIdentifier(uuidNumber(7), 2).absoluteString(),
+              "zav:///messages/11111111-1111-1111-1111-111111111107/parts/2");
+    EXPECT_EQ(ZAVMakeMessagePartObjectIdentifier(ZAVUUID(), 0).absoluteString(),
+              "zav:///messages/00000000-0000-0000-0000-000000000000/parts/0");
+    EXPECT_EQ(ZAVMakeMessagePartObjectIdentifier(*ZAVUUID::fromString(letters), 10).absoluteString(),
+              "zav:///messages/abcdefab-cdef-4abc-8def-abcdefabcdef/parts/10");
+}
+
+TEST(ObjectIdentifier, IsReadBackAsItWasMade) {
+    const std::vector<ZAVUUID> clientIDs{uuidNumber(7), ZAVUUID(), *ZAVUUID::fromString(letters)};
+    for (const ZAVUUID& clientID : clientIDs) {
+        for (const std::uint32_t index : {0U, 1U, 10U, 100U, 4294967295U}) {
+            const ZAVURL identifier = ZAVMakeMessagePartObjectIdentifier(clientID, index);
+            EXPECT_EQ(ZAVClientIdentifierForObjectIdentifier(identifier), clientID)
+                << identifier.absoluteString();
+            EXPECT_EQ(ZAVPartIndexForObjectIdentifier(identifier), std::int64_t{index})
+                << identifier.absoluteString();
+        }
+    }
+}
+
+TEST(ObjectIdentifier, IsReadAsItsAbsoluteString) {
+    const auto relative =
+        ZAVURL::URLWithString("2", url("zav:///messages/11111111-1111-1111-1111-111111111107/parts/1"));
+    ASSERT_TRUE(relative);
+    EXPECT_EQ(ZAVClientIdentifierForObjectIdentifier(*relative), uuidNumber(7));
+    EXPECT_EQ(ZAVPartIndexForObjectIdentifier(*relative), 2);
+}
+
+/// A URL that is no object identifier, and why.
+struct Stranger {
+    const char* why;
+    std::string text;
+};
+
+void PrintTo(const Stranger& stranger, std::ostream* stream) {
+    *stream << stranger.text;
+}
+
+std::string reasonOf(const testing::TestParamInfo<Stranger>& info) {
+    return info.param.why;
+}
+
+class URLThatIsNoObjectIdentifier : public testing::TestWithParam<Stranger> {};
+
+const std::string ofEvent = "zav:///messages/abcdefab-cdef-4abc-8def-abcdefabcdef";
+
+INSTANTIATE_TEST_SUITE_P(
+    Because, URLThatIsNoObjectIdentifier,
+    testing::Values(
+        Stranger{"ItIsEmpty", ""}, Stranger{"ItIsTheBareScheme", "zav:///"},
+        Stranger{"ItHasAnotherScheme", "https:///messages/abcdefab-cdef-4abc-8def-abcdefabcdef/parts/2"},
+        Stranger{"ItsSchemeIsLonger", "zavs:///messages/abcdefab-cdef-4abc-8def-abcdefabcdef/parts/2"},
+        Stranger{"ItsSchemeIsUpperCase", "ZAV:///messages/abcdefab-cdef-4abc-8def-abcdefabcdef/parts/2"},
+        Stranger{"ItHasNoScheme", "/messages/abcdefab-cdef-4abc-8def-abcdefabcdef/parts/2"},
+        Stranger{"ItHasAHost", "zav://host/messages/abcdefab-cdef-4abc-8def-abcdefabcdef/parts/2"},
+        Stranger{"ItHasNoAuthority", "zav:/messages/abcdefab-cdef-4abc-8def-abcdefabcdef/parts/2"},
+        Stranger{"ItsPathBeginsDeeper", "zav:///x/messages/abcdefab-cdef-4abc-8def-abcdefabcdef/parts/2"},
+        Stranger{"ItNamesNoMessages", "zav:///events/abcdefab-cdef-4abc-8def-abcdefabcdef/parts/2"},
+        Stranger{"MessagesIsUpperCase", "zav:///Messages/abcdefab-cdef-4abc-8def-abcdefabcdef/parts/2"},
+        Stranger{"PartsIsUpperCase", ofEvent + "/Parts/2"},
+        Stranger{"ItNamesNoParts", ofEvent + "/content/2"},
+        Stranger{"ItHasNoUUID", "zav:///messages//parts/2"},
+        Stranger{"ItsUUIDIsANumber", "zav:///messages/7/parts/2"},
+        Stranger{"ItsUUIDHasNoHyphens", "zav:///messages/abcdefabcdef4abc8defabcdefabcdef/parts/2"},
+        Stranger{"ItsUUIDIsTooShort", "zav:///messages/abcdefab-cdef-4abc-8def-abcdefabcde/parts/2"},
+        Stranger{"ItsUUIDIsTooLong", ofEvent + "0/parts/2"},
+        Stranger{"ItsUUIDHasAForeignLetter", "zav:///messages/gbcdefab-cdef-4abc-8def-abcdefabcdef/parts/2"},
+        Stranger{"ItsUUIDIsUpperCase", "zav:///messages/ABCDEFAB-CDEF-4ABC-8DEF-ABCDEFABCDEF/parts/2"},
+        Stranger{"ItsUUIDIsPartlyUpperCase", "zav:///messages/abcdefab-cdef-4abc-8def-abcdefabcdeF/parts/2"},
+        Stranger{"ItsUUIDIsEscaped", "zav:///messages/%61bcdefab-cdef-4abc-8def-abcdefabcdef/parts/2"},
+        Stranger{"ItEndsAfterTheUUID", ofEvent}, Stranger{"ItEndsAfterTheUUIDsSlash", ofEvent + "/"},
+        Stranger{"ItEndsAfterParts", ofEvent + "/parts"}, Stranger{"ItHasNoIndex", ofEvent + "/parts/"},
+        Stranger{"ItsIndexHasALeadingZero", ofEvent + "/parts/02"},
+        Stranger{"ItsIndexIsTwoZeros", ofEvent + "/parts/00"},
+        Stranger{"ItsIndexIsNegative", ofEvent + "/parts/-1"},
+        Stranger{"ItsIndexHasAPlus", ofEvent + "/parts/+2"},
+        Stranger{"ItsIndexIsAWord", ofEvent + "/parts/two"},
+        Stranger{"ItsIndexIsHexadecimal", ofEvent + "/parts/0x2"},
+        Stranger{"ItsIndexIsAFraction", ofEvent + "/parts/2.0"},
+        Stranger{"ItsIndexIsEscaped", ofEvent + "/parts/%32"},
+        Stranger{"ItsIndexTakesMoreThan32Bits", ofEvent + "/parts/4294967296"},
+        Stranger{"ItsIndexTakes64Bits", ofEvent + "/parts/9223372036854775808"},
+        Stranger{"ItsIndexTakesMoreThan64Bits", ofEvent + "/parts/18446744073709551616"},
+        Stranger{"ItHasAClosingSlash", ofEvent + "/parts/2/"},
+        Stranger{"ItsPathGoesOn", ofEvent + "/parts/2/x"}, Stranger{"ItHasTwoSlashes", ofEvent + "//parts/2"},
+        Stranger{"ItHasDotSegments", ofEvent + "/parts/../parts/2"},
+        Stranger{"ItHasAQuery", ofEvent + "/parts/2?size=1"},
+        Stranger{"ItHasAnEmptyQuery", ofEvent + "/parts/2?"},
+        Stranger{"ItHasAFragment", ofEvent + "/parts/2#top"},
+        Stranger{"ItHasAnEmptyFragment", ofEvent + "/parts/2#"}),
+    reasonOf);
+
+TEST_P(URLThatIsNoObjectIdentifier, NamesNeitherAnEventNorAPart) {
+    const ZAVURL stranger = url(GetParam().text);
+    EXPECT_EQ(ZAVClientIdentifierForObjectIdentifier(stranger), std::nullopt) << GetParam().text;
+    EXPECT_EQ(ZAVPartIndexForObjectIdentifier(stranger), 0) << GetParam().text;
+}
+
+}  // namespace
+}  // namespace zav::test
