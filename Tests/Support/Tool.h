@@ -25,7 +25,7 @@ struct ToolRun {
 
 /// The circumstances of a run.
 struct ToolCircumstances {
-    std::string input{};  ///< what standard input holds
+    std::string input{};                                             ///< what standard input holds
     std::vector<std::pair<std::string, std::string>> environment{};  ///< variables to add or replace
     std::string outputPath{};  ///< a file to use as standard output; `ToolRun::out` then stays empty
     std::optional<rlim_t> fileSizeLimit{};  ///< writing a file beyond it fails instead of ending the process

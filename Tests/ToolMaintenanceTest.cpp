@@ -1,0 +1,627 @@
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "Support/Tool.h"
+
+namespace zav::test {
+namespace {
+
+using nlohmann::json;
+using Options = std::vector<std::string>;
+using Rows = std::vector<std::string>;
+
+constexpr int expired = 1000;
+constexpr std::int64_t valid = 40000000000;
+
+/// A part with a file, in a transfer status.
+json filePart(int status, const json& changes = json::object()) {
+    json part = {
+        {"media_type", "image/png"}, {"size", 50}, {"transfer_status", status}, {"file_path", "a/b"}};
+    part.merge_patch(changes);
+    return part;
+}
+
+/// A part whose content the service keeps under a URL that ends with `name`.
+json remotePart(int status, const std::string& name, std::int64_t expiration,
+                const json& changes = json::object()) {
+    json part = filePart(status, {{"external_url", "https://content.test/" + name},
+                                  {"external_content_url_expiration", expiration}});
+    part.merge_patch(changes);
+    return part;
+}
+
+json message(int number, const json& parts, const json& changes = json::object()) {
+    json event = eventJSON(number, {{"type", 4}, {"content", parts}});
+    event.merge_patch(changes);
+    return event;
+}
+
+/// A store with two messages: a received one in row 1, and in row 2 one that is being sent.
+class QueueStore : public ToolStore {
+public:
+    QueueStore() {
+        importWell(
+            lines({message(1,
+                           {{{"media_type", "text/plain"}, {"text", "hello"}},
+                            remotePart(2, "ready", expired, {{"last_accessed", 3000}}),
+                            remotePart(3, "in-flight", valid, {{"last_accessed", 1000}}),
+                            remotePart(3, "in-flight-expired", expired),
+                            remotePart(2, "small", expired, {{"media_type", "video/mp4"}, {"size", 5}})},
+                           {{"seq", 5}}),
+                   message(2, {filePart(0), remotePart(1, "up-1", valid), remotePart(1, "up-2", valid)})}));
+        execute("INSERT INTO messages (database_identifier, event_database_identifier) VALUES (70, 1)");
+    }
+
+    /// The selected parts as "event.index", in the order in which they are written.
+    [[nodiscard]] Rows parts(const Options& selection) const {
+        const ToolRun listed = run("parts", selection);
+        EXPECT_EQ(listed.status, 0) << listed.err;
+        EXPECT_EQ(listed.err, "");
+        Rows names;
+        for (const json& part : parsedLines(listed.out)) {
+            names.push_back(part.at("event_database_identifier").dump() + "." + part.at("index").dump());
+        }
+        return names;
+    }
+
+    void expectWrongCommandLine(const Options& selection) const {
+        const ToolRun refused = run("parts", selection);
+        EXPECT_EQ(refused.status, 2) << "the command line is wrong: " << json(selection);
+        EXPECT_EQ(refused.out, "") << json(selection);
+        EXPECT_NE(refused.err, "") << json(selection);
+    }
+};
+
+void expectFailure(const ToolRun& run, const std::string& message) {
+    EXPECT_EQ(run.status, 1) << run.out;
+    EXPECT_EQ(run.err, "zavevents: " + message + "\n");
+}
+
+void expectDone(const ToolRun& run, const std::string& out) {
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(run.err, "");
+    EXPECT_EQ(run.out, out);
+}
+
+// Parts
+
+TEST(ToolParts, UnassignedUrlsAreThoseOfStoredFilesToUpload) {
+    EXPECT_EQ(QueueStore().parts({"--unassigned-urls"}), (Rows{"2.0"}));
+}
+
+TEST(ToolParts, IncompleteUploadsAreThoseInFlight) {
+    const QueueStore store;
+    EXPECT_EQ(store.parts({"--incomplete-uploads"}), (Rows{"2.1", "2.2"}));
+    EXPECT_EQ(store.parts({"--incomplete-uploads", "--limit", "1"}).size(), 1U) << "a limit caps the uploads";
+    EXPECT_EQ(store.parts({"--incomplete-uploads", "--limit", "0"}), Rows{});
+}
+
+TEST(ToolParts, IncompleteDownloadsAreThoseInFlightWhoseUrlIsStillValid) {
+    const QueueStore store;
+    EXPECT_EQ(store.parts({"--incomplete-downloads"}), (Rows{"1.2"}));
+    EXPECT_EQ(store.parts({"--incomplete-downloads", "--limit", "0"}), Rows{});
+}
+
+TEST(ToolParts, WithoutATypeSetEveryExpiredDownloadIsWanted) {
+    const QueueStore store;
+    EXPECT_EQ(store.parts({"--expired-downloads"}), (Rows{"1.1", "1.3", "1.4"}));
+    EXPECT_EQ(store.parts({"--expired-downloads", "--limit", "2"}).size(), 2U);
+}
+
+TEST(ToolParts, WithAnEmptyTypeSetOnlyWhatIsSmallOrInFlightIsWanted) {
+    const QueueStore store;
+    EXPECT_EQ(store.parts({"--expired-downloads", "--no-mime"}), (Rows{"1.3"}));
+    EXPECT_EQ(store.parts({"--expired-downloads", "--no-mime", "--max-size", "4"}), (Rows{"1.3"}));
+    EXPECT_EQ(store.parts({"--expired-downloads", "--no-mime", "--max-size", "5"}), (Rows{"1.3", "1.4"}));
+}
+
+TEST(ToolParts, WithATypeSetItsTypesAreWantedWhateverTheirSize) {
+    const QueueStore store;
+    EXPECT_EQ(store.parts({"--expired-downloads", "--mime", "image/png"}), (Rows{"1.1", "1.3"}));
+    EXPECT_EQ(store.parts({"--expired-downloads", "--mime", "image/png", "--max-size", "5"}),
+              (Rows{"1.1", "1.3", "1.4"}));
+    EXPECT_EQ(store.parts({"--expired-downloads", "--mime", "image/png", "--mime", "video/mp4"}),
+              (Rows{"1.1", "1.3", "1.4"}));
+    EXPECT_EQ(store.parts({"--expired-downloads", "--mime", "audio/ogg"}), (Rows{"1.3"}));
+}
+
+TEST(ToolParts, AHundredPartsAreWrittenUnlessALimitSaysOtherwise) {
+    const ToolStore store;
+    json parts = json::array();
+    for (int index = 0; index < 101; ++index) {
+        parts.push_back(remotePart(1, std::to_string(index), valid));
+    }
+    store.importWell(lines({message(1, parts)}));
+    EXPECT_EQ(parsedLines(store.run("parts", {"--incomplete-uploads"}).out).size(), 100U);
+    EXPECT_EQ(parsedLines(store.run("parts", {"--incomplete-uploads", "--limit", "500"}).out).size(), 101U);
+}
+
+TEST(ToolParts, ASinglePartIsFoundByEachOfItsKeys) {
+    const QueueStore store;
+    EXPECT_EQ(store.parts({"--id", "2"}), (Rows{"1.1"}));
+    EXPECT_EQ(store.parts({"--event", "1", "--index", "2"}), (Rows{"1.2"}));
+    EXPECT_EQ(store.parts({"--message", "70", "--index", "3"}), (Rows{"1.3"}));
+    EXPECT_EQ(store.parts({"--object-id", "zav:///messages/" + uuidText(1) + "/parts/4"}), (Rows{"1.4"}));
+    EXPECT_EQ(store.parts({"--url", "https://content.test/up-2"}), (Rows{"2.2"}));
+}
+
+TEST(ToolParts, APartThatIsNotThereIsNoFailure) {
+    const QueueStore store;
+    EXPECT_EQ(store.parts({"--id", "99"}), Rows{});
+    EXPECT_EQ(store.parts({"--event", "1", "--index", "5"}), Rows{});
+    EXPECT_EQ(store.parts({"--message", "71", "--index", "0"}), Rows{});
+    EXPECT_EQ(store.parts({"--object-id", "https://content.test/ready"}), Rows{});
+    EXPECT_EQ(store.parts({"--url", "https://content.test/none"}), Rows{});
+}
+
+TEST(ToolParts, WhatToPurgeIsWrittenOldestAccessFirst) {
+    const QueueStore store;
+    EXPECT_EQ(store.parts({"--least-recent", "1000"}), (Rows{"1.2", "1.1"}));
+    EXPECT_EQ(store.parts({"--least-recent", "49"}), (Rows{"1.2"}));
+    EXPECT_EQ(store.parts({"--least-recent", "50"}), (Rows{"1.2", "1.1"}))
+        << "the sum must exceed the request";
+}
+
+TEST(ToolParts, APartIsWrittenWithAllThatIsKnownOfIt) {
+    const ToolRun listed = QueueStore().run("parts", {"--id", "2"});
+    expectDone(listed, R"({"media_type":"image/png","size":50,"external_url":"https://content.test/ready",)"
+                       R"("external_content_url_expiration":1000,"last_accessed":3000,"transfer_status":2,)"
+                       R"("file_path":"a/b","purged":false,"index":1,"event_database_identifier":1,)"
+                       R"("event_client_id":"11111111-1111-1111-1111-111111111101","event_seq":5,)"
+                       R"("stream_id":"11111111-1111-1111-1111-1111111111aa"})"
+                       "\n");
+}
+
+TEST(ToolParts, ATypeThatIsNoMediaTypeNameIsRefused) {
+    const QueueStore store;
+    const std::string tooLong(128, 'a');
+    for (const std::string& type :
+         Options{"image", "image/", "/png", "/", "", "image/png/x", "image/p ng", "image/png'",
+                 "image/png; q=1", "image/*", ".image/png", "image/+png", "im\xC3\xA4ge/png",
+                 "image/" + tooLong, tooLong + "/png", "x') OR ('1' = '1/a"}) {
+        store.expectWrongCommandLine({"--expired-downloads", "--mime", type});
+    }
+}
+
+TEST(ToolParts, EveryMediaTypeNameIsAccepted) {
+    const QueueStore store;
+    const std::string longest(127, 'a');
+    for (const std::string& type : Options{"image/svg+xml", "application/vnd.a-b.c_d",
+                                           "x!#$&-^_.+/1!#$&-^_.+", longest + "/" + longest, "IMAGE/PNG"}) {
+        SCOPED_TRACE(type);
+        EXPECT_EQ(store.parts({"--expired-downloads", "--mime", type}), (Rows{"1.3"}))
+            << "only the part in flight is wanted, no part has this type";
+    }
+}
+
+TEST(ToolParts, ExactlyOneSelectionIsWanted) {
+    const QueueStore store;
+    store.expectWrongCommandLine({});
+    store.expectWrongCommandLine({"--unassigned-urls", "--incomplete-uploads"});
+    store.expectWrongCommandLine({"--event", "1"});
+    store.expectWrongCommandLine({"--message", "1"});
+    store.expectWrongCommandLine({"--url", "no url"});
+    store.expectWrongCommandLine({"--object-id", "no url"});
+}
+
+TEST(ToolParts, TheOptionsOfExpiredDownloadsGoWithNothingElse) {
+    const QueueStore store;
+    store.expectWrongCommandLine({"--incomplete-downloads", "--mime", "image/png"});
+    store.expectWrongCommandLine({"--incomplete-downloads", "--no-mime"});
+    store.expectWrongCommandLine({"--incomplete-downloads", "--max-size", "5"});
+    store.expectWrongCommandLine({"--expired-downloads", "--mime", "image/png", "--no-mime"});
+}
+
+TEST(ToolParts, NegativeAmountsAreRefused) {
+    const QueueStore store;
+    store.expectWrongCommandLine({"--incomplete-uploads", "--limit", "-1"});
+    store.expectWrongCommandLine({"--expired-downloads", "--max-size", "-1"});
+    store.expectWrongCommandLine({"--least-recent", "-1"});
+    store.expectWrongCommandLine({"--event", "1", "--index", "-1"});
+}
+
+// Sequences
+
+const Options assigned = {"--seq", "12", "--creator", "ada", "--timestamp", "1760000492000"};
+
+Options inRow(const std::string& row, const Options& more) {
+    Options options{"--id", row};
+    options.insert(options.end(), more.begin(), more.end());
+    return options;
+}
+
+TEST(ToolSequence, RecordsWhatTheServiceAssigned) {
+    const ToolStore store;
+    store.importWell(lines({eventJSON(1, {{"creator_name", "Ada"}, {"client_seq", 7}})}));
+    expectDone(store.run("sequence", inRow("1", assigned)), "1 event sequenced\n");
+    const json event = parsedLines(store.events({"--posted"})).at(0);
+    EXPECT_EQ(event.at("seq"), 12);
+    EXPECT_EQ(event.at("creator_id"), "ada");
+    EXPECT_EQ(event.at("server_timestamp"), 1760000492000);
+    EXPECT_EQ(event.at("creator_name"), "Ada") << "what the service does not assign stays";
+    EXPECT_EQ(event.at("client_seq"), 7) << "what the service does not assign stays";
+}
+
+TEST(ToolSequence, AnEventThatIsNotThereCannotBeSequenced) {
+    const ToolStore store;
+    store.importWell(lines({eventJSON(1)}));
+    expectFailure(store.run("sequence", inRow("9", assigned)), "there is no event in row 9");
+}
+
+TEST(ToolSequence, AnEventOfAStreamThatTheServiceDoesNotKnowCannotBeSequenced) {
+    const ToolStore store;
+    store.importWell(lines({eventJSON(1, {{"stream_id", nullptr}, {"stream_database_identifier", 3}})}));
+    expectFailure(
+        store.run("sequence", inRow("1", assigned)),
+        "Failed to persist sequence by event. Event's stream_id property shouldn't be `nil`, since it's "
+        "not possible to publish events for streams that don't exist in the data source yet.");
+    EXPECT_EQ(fieldOfLines(store.events(), "seq"), (std::vector<json>{nullptr})) << "nothing is recorded";
+}
+
+TEST(ToolSequence, ASequenceThatIsTakenIsRefusedInTheDatabasesWords) {
+    const ToolStore store;
+    store.importWell(lines({eventJSON(1, {{"seq", 12}}), eventJSON(2)}));
+    const ToolRun run = store.run("sequence", inRow("2", assigned));
+    EXPECT_EQ(run.status, 1);
+    EXPECT_NE(run.err.find("zavevents: cannot record the sequence"), std::string::npos) << run.err;
+    EXPECT_NE(run.err.find("UNIQUE constraint failed"), std::string::npos) << run.err;
+    EXPECT_EQ(fieldOfLines(store.events(), "seq"), (std::vector<json>{12, nullptr}));
+}
+
+TEST(ToolSequence, EveryOptionIsWantedAndInRange) {
+    const ToolStore store;
+    store.importWell(lines({eventJSON(1)}));
+    EXPECT_EQ(store.run("sequence", {"--id", "1", "--seq", "1", "--creator", "ada"}).status, 2);
+    EXPECT_EQ(store.run("sequence", assigned).status, 2);
+    EXPECT_EQ(
+        store.run("sequence", {"--id", "1", "--seq", "2147483648", "--creator", "ada", "--timestamp", "1"})
+            .status,
+        2)
+        << "a sequence has 32 bits";
+}
+
+// Removal
+
+TEST(ToolTombstone, OnlyTheTypeOfTheEventAtTheSequenceChanges) {
+    const ToolStore store;
+    store.importWell(lines({eventJSON(1, {{"seq", 4}}), eventJSON(2, {{"seq", 5}, {"creator_id", "ada"}})}));
+    const auto before = parsedLines(store.events());
+    expectDone(store.run("tombstone", {"--stream-row", "1", "--seq", "5"}), "1 event tombstoned\n");
+    const auto after = parsedLines(store.events());
+    json expected = before.at(1);
+    expected["type"] = 10;
+    EXPECT_EQ(after.at(0), before.at(0)) << "the other event stays";
+    EXPECT_EQ(after.at(1), expected) << "nothing but the type changes";
+    expectDone(store.run("tombstone", {"--stream-row", "1", "--seq", "5"}), "1 event tombstoned\n");
+}
+
+TEST(ToolTombstone, ASequenceThatIsNotThereIsNoFailure) {
+    const ToolStore store;
+    store.importWell(lines({eventJSON(1, {{"seq", 4}})}));
+    expectDone(store.run("tombstone", {"--stream-row", "1", "--seq", "5"}), "0 event tombstoned\n");
+    expectDone(store.run("tombstone", {"--stream-row", "2", "--seq", "4"}), "0 event tombstoned\n");
+    EXPECT_EQ(fieldOfLines(store.events(), "type"), (std::vector<json>{2}));
+}
+
+TEST(ToolDelete, TheEventsGoAndTheirPartsStay) {
+    const QueueStore store;
+    expectDone(store.run("delete", {"--id", "2", "1", "9"}), "2 events deleted\n");
+    EXPECT_EQ(store.events(), "");
+    EXPECT_EQ(store.execute("SELECT COUNT(*) FROM event_content_parts"), (Rows{"8"}))
+        << "the parts are not the events'";
+    expectDone(store.run("delete", {"--id", "2"}), "0 events deleted\n");
+}
+
+TEST(ToolProcessed, OnlyTheGivenEventsAreForgotten) {
+    const ToolStore store;
+    store.importWell(lines({eventJSON(1), eventJSON(2), eventJSON(3)}), {"--record-changes"});
+    const auto rows = [&] { return fieldOfLines(store.events({"--unprocessed"}), "database_identifier"); };
+    EXPECT_EQ(rows(), (std::vector<json>{1, 2, 3}));
+    expectDone(store.run("processed", {"--id", "1", "3", "9"}), "done\n");
+    EXPECT_EQ(rows(), (std::vector<json>{2}));
+    EXPECT_EQ(parsedLines(store.events()).size(), 3U) << "the events themselves stay";
+}
+
+TEST(ToolProcessed, WithoutARowTheCommandLineIsWrong) {
+    const ToolStore store;
+    store.importWell(lines({eventJSON(1)}));
+    EXPECT_EQ(store.run("processed").status, 2);
+    EXPECT_EQ(store.run("delete").status, 2);
+    EXPECT_EQ(store.run("delete", {"--id", "first"}).status, 2);
+    EXPECT_EQ(parsedLines(store.events()).size(), 1U);
+}
+
+// The rows that mirror a sequence
+
+class ConversationStore : public ToolStore {
+public:
+    ConversationStore() {
+        importWell(lines({eventJSON(1)}));
+        execute(
+            "INSERT INTO conversations SELECT 3, stream_id FROM streams;"
+            "INSERT INTO conversation_participants (conversation_database_identifier, member_id, seq)"
+            " VALUES (3, 'ada', 1), (3, 'bob', 2), (4, 'ada', 3);"
+            "INSERT INTO messages (event_database_identifier, seq) VALUES (1, 1), (2, 2)");
+    }
+
+    [[nodiscard]] ToolRun progress(const std::string& stream, const std::string& member) const {
+        return run("participant-seq", {"--stream", stream, "--member", member, "--seq", "12"});
+    }
+    [[nodiscard]] Rows participants() const {
+        return execute("SELECT seq FROM conversation_participants ORDER BY database_identifier");
+    }
+};
+
+TEST(ToolParticipantSeq, TheMemberOfTheStreamsConversationProgresses) {
+    const ConversationStore store;
+    expectDone(store.progress(uuidText(0xAA), "ada"), "1 participant updated\n");
+    EXPECT_EQ(store.participants(), (Rows{"12", "2", "3"}));
+}
+
+TEST(ToolParticipantSeq, SomebodyWhoIsNoMemberIsNoFailure) {
+    const ConversationStore store;
+    expectDone(store.progress(uuidText(0xAA), "eve"), "0 participant updated\n");
+    EXPECT_EQ(store.participants(), (Rows{"1", "2", "3"}));
+}
+
+TEST(ToolParticipantSeq, AStreamWithoutAConversationIsAFailureThatNamesIt) {
+    const ConversationStore store;
+    expectFailure(store.progress(uuidText(0xBB), "ada"),
+                  "the stream 11111111-1111-1111-1111-1111111111bb has no conversation");
+    EXPECT_EQ(store.participants(), (Rows{"1", "2", "3"}));
+}
+
+TEST(ToolParticipantSeq, AStreamThatIsNoUuidIsAWrongCommandLine) {
+    EXPECT_EQ(ConversationStore().progress("aa", "ada").status, 2);
+}
+
+TEST(ToolMessageSeq, TheMessageOfTheEventIsUpdated) {
+    const ConversationStore store;
+    expectDone(store.run("message-seq", {"--event", "1", "--seq", "12"}), "1 message updated\n");
+    EXPECT_EQ(store.execute("SELECT seq FROM messages ORDER BY database_identifier"), (Rows{"12", "2"}));
+    expectDone(store.run("message-seq", {"--event", "9", "--seq", "12"}), "0 message updated\n");
+}
+
+// Transfer
+
+/// A store with one part, in which everything is set.
+class TransferStore : public ToolStore {
+public:
+    TransferStore() {
+        importWell(lines({message(1, {remotePart(2, "old", valid)})}));
+        reset();
+    }
+
+    void reset() const {
+        execute(
+            "UPDATE event_content_parts SET access_expiration = 4000000000.75, url = 'https://content.test/old',"
+            " size = 50, transfer_status = 2, file_path = 'a/b', last_accessed = 1700000000.25, purged = 0");
+    }
+    [[nodiscard]] ToolRun transfer(const Options& changes) const {
+        Options options{"--event", "1", "--index", "0"};
+        options.insert(options.end(), changes.begin(), changes.end());
+        return run("transfer", options);
+    }
+    [[nodiscard]] std::string row() const {
+        return execute(
+                   "SELECT access_expiration, url, size, transfer_status, file_path, last_accessed, purged, type"
+                   " FROM event_content_parts")
+            .at(0);
+    }
+    void expectRefusal(const Options& changes, const std::string& message) const {
+        const std::string before = row();
+        expectFailure(transfer(changes), message);
+        EXPECT_EQ(row(), before) << "a refused update writes nothing";
+    }
+};
+
+TEST(ToolTransfer, EachOptionChangesItsFieldAndWhatIsNotGivenStays) {
+    const TransferStore store;
+    const struct {
+        Options changes;
+        std::string row;
+    } cases[] = {
+        {{}, "4000000000.75|https://content.test/old|50|2|a/b|1700000000.25|0|image/png"},
+        {{"--status", "4"}, "4000000000.75|https://content.test/old|50|4|a/b|1700000000.25|0|image/png"},
+        {{"--status", "0"}, "4000000000.75|https://content.test/old|50|0|a/b|1700000000.25|0|image/png"},
+        {{"--url", "https://content.test/new"},
+         "4000000000.75|https://content.test/new|50|2|a/b|1700000000.25|0|image/png"},
+        {{"--expires", "5000000000.5"},
+         "5000000000.5|https://content.test/old|50|2|a/b|1700000000.25|0|image/png"},
+        {{"--size", "9000000000"},
+         "4000000000.75|https://content.test/old|9000000000|2|a/b|1700000000.25|0|image/png"},
+        {{"--file", "c/d%20e"},
+         "4000000000.75|https://content.test/old|50|2|c/d%20e|1700000000.25|0|image/png"},
+        {{"--accessed", "1700000001.5"},
+         "4000000000.75|https://content.test/old|50|2|a/b|1700000001.5|0|image/png"},
+        {{"--purged", "1"}, "4000000000.75|https://content.test/old|50|2|a/b|1700000000.25|1|image/png"},
+        {{"--status", "3", "--size", "1", "--purged", "0"},
+         "4000000000.75|https://content.test/old|1|3|a/b|1700000000.25|0|image/png"},
+    };
+    for (const auto& [changes, row] : cases) {
+        SCOPED_TRACE(json(changes));
+        store.reset();
+        expectDone(store.transfer(changes), "1 part updated\n");
+        EXPECT_EQ(store.row(), row);
+    }
+}
+
+TEST(ToolTransfer, APurgedPartStaysPurgedUntilItIsSaidOtherwise) {
+    const TransferStore store;
+    store.execute("UPDATE event_content_parts SET purged = 1");
+    expectDone(store.transfer({"--status", "2"}), "1 part updated\n");
+    EXPECT_EQ(store.execute("SELECT purged FROM event_content_parts"), (Rows{"1"}));
+    expectDone(store.transfer({"--purged", "0"}), "1 part updated\n");
+    EXPECT_EQ(store.execute("SELECT purged FROM event_content_parts"), (Rows{"0"}));
+}
+
+TEST(ToolTransfer, WhatIsAbsentStaysAbsent) {
+    const TransferStore store;
+    store.execute(
+        "UPDATE event_content_parts SET access_expiration = NULL, url = NULL, file_path = NULL,"
+        " last_accessed = NULL");
+    expectDone(store.transfer({"--status", "1"}), "1 part updated\n");
+    EXPECT_EQ(store.row(), "NULL|NULL|50|1|NULL|NULL|0|image/png");
+}
+
+TEST(ToolTransfer, InlineDataStays) {
+    const ToolStore store;
+    store.importWell(lines({message(1, {{{"media_type", "text/plain"}, {"text", "hello"}}})}));
+    expectDone(store.run("transfer", {"--event", "1", "--index", "0", "--status", "0"}), "1 part updated\n");
+    EXPECT_EQ(store.execute("SELECT CAST(value AS TEXT), transfer_status FROM event_content_parts"),
+              (Rows{"hello|0"}));
+}
+
+TEST(ToolTransfer, AStoredUrlThatIsNoUrlIsNotLost) {
+    const TransferStore store;
+    store.execute("UPDATE event_content_parts SET url = 'no url'");
+    store.expectRefusal({"--status", "4"}, "the stored url is no URL and would be lost: give --url");
+    expectDone(store.transfer({"--url", "https://content.test/new"}), "1 part updated\n");
+    EXPECT_EQ(store.execute("SELECT url FROM event_content_parts"), (Rows{"https://content.test/new"}));
+}
+
+TEST(ToolTransfer, AStoredFilePathThatIsNoPathIsNotLost) {
+    const TransferStore store;
+    store.execute("UPDATE event_content_parts SET file_path = 'no path'");
+    store.expectRefusal({"--status", "4"},
+                        "the stored file_path is no relative path and would be lost: give --file");
+    expectDone(store.transfer({"--file", "c/d"}), "1 part updated\n");
+    EXPECT_EQ(store.execute("SELECT file_path FROM event_content_parts"), (Rows{"c/d"}));
+}
+
+TEST(ToolTransfer, AStoredFilePathThatIsAnAbsoluteUrlIsNotLost) {
+    const TransferStore store;
+    store.execute("UPDATE event_content_parts SET file_path = 'file:///a/b'");
+    store.expectRefusal({"--status", "4"},
+                        "the stored file_path is no relative path and would be lost: give --file");
+}
+
+TEST(ToolTransfer, AFileThatIsNoRelativePathIsRefused) {
+    const TransferStore store;
+    store.expectRefusal({"--file", "file:///a/b"}, "--file is no relative path: file:///a/b");
+    store.expectRefusal({"--file", "no path"}, "--file is no relative path: no path");
+}
+
+TEST(ToolTransfer, APartThatIsNotThereCannotBeUpdated) {
+    const TransferStore store;
+    expectFailure(store.run("transfer", {"--event", "1", "--index", "7", "--status", "4"}),
+                  "event 1 has no part 7");
+    expectFailure(store.run("transfer", {"--event", "9", "--index", "0", "--status", "4"}),
+                  "event 9 has no part 0");
+}
+
+TEST(ToolTransfer, ValuesThatMeanNothingAreAWrongCommandLine) {
+    const TransferStore store;
+    const std::string before = store.row();
+    for (const Options& changes : std::vector<Options>{{"--status", "5"},
+                                                       {"--status", "-1"},
+                                                       {"--url", "no url"},
+                                                       {"--expires", "soon"},
+                                                       {"--size", "big"},
+                                                       {"--purged", "perhaps"}}) {
+        EXPECT_EQ(store.transfer(changes).status, 2) << json(changes);
+    }
+    EXPECT_EQ(store.row(), before);
+}
+
+// Check and stats
+
+json checked(const ToolStore& store, int status = 0) {
+    const ToolRun run = store.run("check", {"--json"});
+    EXPECT_EQ(run.status, status) << run.err;
+    EXPECT_EQ(parsedLines(run.out).size(), 1U) << "one object is written: " << run.out;
+    return json::parse(run.out);
+}
+
+TEST(ToolCheck, AnIntactStoreIsReportedAsSuch) {
+    const QueueStore store;
+    expectDone(store.run("check"),
+               "integrity               ok\n"
+               "schema version          1\n"
+               "parts without an event  0\n"
+               "events without a stream 0\n");
+    expectDone(store.run("check", {"--json"}),
+               R"({"integrity":["ok"],"schema_version":1,"parts_without_event":0,"events_without_stream":0})"
+               "\n");
+}
+
+TEST(ToolCheck, WhatLacksItsParentIsCountedAndIsNoDamage) {
+    const QueueStore store;
+    EXPECT_EQ(store.run("delete", {"--id", "1"}).status, 0);
+    store.execute("DELETE FROM streams");
+    const json report = checked(store);
+    EXPECT_EQ(report.at("integrity"), json::array({"ok"}));
+    EXPECT_EQ(report.at("parts_without_event"), 5);
+    EXPECT_EQ(report.at("events_without_stream"), 1);
+}
+
+TEST(ToolCheck, ADamagedFileIsAFailureThatSaysWhatIsWrong) {
+    const QueueStore store;
+    const std::string row =
+        store.execute("SELECT rootpage FROM sqlite_master WHERE name = 'events_by_client_id'").at(0);
+    const std::string pageSize = store.execute("PRAGMA page_size").at(0);
+    store.execute("PRAGMA wal_checkpoint(TRUNCATE)");
+    std::fstream file(store.path(), std::ios::in | std::ios::out | std::ios::binary);
+    file.seekp((std::stoll(row) - 1) * std::stoll(pageSize));
+    file << std::string(64, '\xFF');
+    file.close();
+    const ToolRun run = store.run("check");
+    EXPECT_EQ(run.status, 1) << run.out;
+    EXPECT_NE(run.err.find("zavevents: " + store.path() + ": the database is damaged\n"), std::string::npos)
+        << run.err;
+    EXPECT_NE(run.out.find("integrity               "), std::string::npos) << run.out;
+    EXPECT_EQ(run.out.find("integrity               ok\n"), std::string::npos) << run.out;
+    const json report = checked(store, 1);
+    EXPECT_NE(report.at("integrity"), json::array({"ok"})) << "a script must see the damage too";
+    EXPECT_FALSE(report.at("integrity").empty()) << "a script must see the damage too";
+}
+
+TEST(ToolCheck, AFileThatIsNoDatabaseIsAFailureInTheDatabasesWords) {
+    const ToolStore store;
+    store.write("chat.db", std::string(5000, 'x'));
+    const ToolRun run = store.run("check");
+    EXPECT_EQ(run.status, 1);
+    EXPECT_NE(run.err.find("file is not a database"), std::string::npos) << run.err;
+    EXPECT_EQ(run.out, "");
+}
+
+TEST(ToolStatsOfDisk, BelowTheSignedHalfTheDiskUseHasNoSecondFigure) {
+    const ToolStore store;
+    store.importWell(lines({message(1, {filePart(4, {{"size", 2147483647}})})}));
+    const json stats = store.stats();
+    EXPECT_EQ(stats.at("disk_utilization"), 2147483647);
+    EXPECT_FALSE(stats.contains("disk_utilization_exact")) << "the figure is exact by itself";
+}
+
+TEST(ToolStatsOfDisk, TheExactDiskUseStandsBesideANarrowedOne) {
+    const ToolStore store;
+    store.importWell(lines({message(1, {filePart(4, {{"size", 2000000000}}),
+                                        filePart(0, {{"size", 1000000000}}), filePart(3, {{"size", 77}})})}));
+    const json stats = store.stats();
+    EXPECT_EQ(stats.at("disk_utilization"), 18446744072414584320ULL);
+    EXPECT_EQ(stats.at("disk_utilization_exact"), 3000000000);
+    const ToolRun text = store.run("stats");
+    EXPECT_NE(text.out.find("disk_utilization        18446744072414584320\n"), std::string::npos) << text.out;
+    EXPECT_NE(text.out.find("disk_utilization_exact  3000000000\n"), std::string::npos) << text.out;
+}
+
+TEST(ToolStatsOfDisk, AllThatIsCountedIsOneObject) {
+    const json stats = QueueStore().stats();
+    const json expected = {{"events", 2},
+                           {"by_type", {{"4", 2}}},
+                           {"publishable", 0},
+                           {"unpublishable", 0},
+                           {"unprocessed", 0},
+                           {"posted_and_processed", 1},
+                           {"streams", 1},
+                           {"parts", 8},
+                           {"by_transfer_status", {{"0", 1}, {"1", 2}, {"2", 2}, {"3", 2}, {"4", 1}}},
+                           {"disk_utilization", 150}};
+    EXPECT_EQ(stats, expected);
+}
+
+}  // namespace
+}  // namespace zav::test
