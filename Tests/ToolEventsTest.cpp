@@ -80,7 +80,8 @@ TEST_F(ToolEvents, TheUnprocessedOnesAreRecordedAsInserts) {
     EXPECT_EQ(selected(store, {"--unprocessed"}), rows({}));
     store.execute(
         "INSERT INTO synced_changes (table_name, row_identifier, change_type) VALUES"
-        " ('events', 8, 0), ('events', 2, 0), ('events', 2, 0), ('events', 3, 1), ('events', 4, 2), ('messages', 5, 0)");
+        " ('events', 8, 0), ('events', 2, 0), ('events', 2, 0), ('events', 3, 1), ('events', 4, 2),"
+        " ('messages', 5, 0)");
     EXPECT_EQ(selected(store, {"--unprocessed"}), rows({2, 8})) << "each once, by row";
 }
 

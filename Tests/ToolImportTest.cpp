@@ -678,8 +678,9 @@ TEST(ToolImport, OnlyNewEventsAreRecordedAsChanges) {
     EXPECT_EQ(fieldOfLines(store.events({"--unprocessed"}), "client_id"),
               (std::vector<json>{uuidText(3), uuidText(4)}));
     store.importWell(lines({eventJSON(3, {{"seq", 7}}), eventJSON(4)}), recording);
-    EXPECT_EQ(store.execute("SELECT row_identifier, change_type FROM synced_changes ORDER BY row_identifier"),
-              (std::vector<std::string>{"3|0", "4|0"}))
+    EXPECT_EQ(store.execute("SELECT hex(substr(client_id, -1)), change_type FROM synced_changes"
+                            " JOIN events ON row_identifier = events.database_identifier ORDER BY 1"),
+              (std::vector<std::string>{"03|0", "04|0"}))
         << "an event is recorded once, as an insert";
 }
 

@@ -16,6 +16,10 @@ using Rows = std::vector<std::string>;
 constexpr int expired = 1000;
 constexpr std::int64_t valid = 40000000000;
 
+json textPart() {
+    return {{"media_type", "text/plain"}, {"text", "hello"}};
+}
+
 /// A part with a file, in a transfer status.
 json filePart(int status, const json& changes = json::object()) {
     json part = {
@@ -33,7 +37,7 @@ json remotePart(int status, const std::string& name, std::int64_t expiration,
     return part;
 }
 
-json message(int number, const json& parts, const json& changes = json::object()) {
+json message(int number, const std::vector<json>& parts, const json& changes = json::object()) {
     json event = eventJSON(number, {{"type", 4}, {"content", parts}});
     event.merge_patch(changes);
     return event;
@@ -45,8 +49,7 @@ public:
     QueueStore() {
         importWell(
             lines({message(1,
-                           {{{"media_type", "text/plain"}, {"text", "hello"}},
-                            remotePart(2, "ready", expired, {{"last_accessed", 3000}}),
+                           {textPart(), remotePart(2, "ready", expired, {{"last_accessed", 3000}}),
                             remotePart(3, "in-flight", valid, {{"last_accessed", 1000}}),
                             remotePart(3, "in-flight-expired", expired),
                             remotePart(2, "small", expired, {{"media_type", "video/mp4"}, {"size", 5}})},
@@ -130,7 +133,7 @@ TEST(ToolParts, WithATypeSetItsTypesAreWantedWhateverTheirSize) {
 
 TEST(ToolParts, AHundredPartsAreWrittenUnlessALimitSaysOtherwise) {
     const ToolStore store;
-    json parts = json::array();
+    std::vector<json> parts;
     for (int index = 0; index < 101; ++index) {
         parts.push_back(remotePart(1, std::to_string(index), valid));
     }
@@ -469,7 +472,7 @@ TEST(ToolTransfer, WhatIsAbsentStaysAbsent) {
 
 TEST(ToolTransfer, InlineDataStays) {
     const ToolStore store;
-    store.importWell(lines({message(1, {{{"media_type", "text/plain"}, {"text", "hello"}}})}));
+    store.importWell(lines({message(1, {textPart()})}));
     expectDone(store.run("transfer", {"--event", "1", "--index", "0", "--status", "0"}), "1 part updated\n");
     EXPECT_EQ(store.execute("SELECT CAST(value AS TEXT), transfer_status FROM event_content_parts"),
               (Rows{"hello|0"}));
