@@ -481,7 +481,7 @@ TEST(ToolTransfer, InlineDataStays) {
 TEST(ToolTransfer, AStoredUrlThatIsNoUrlIsNotLost) {
     const TransferStore store;
     store.execute("UPDATE event_content_parts SET url = 'no url'");
-    store.expectRefusal({"--status", "4"}, "the stored url is no URL and would be lost: give --url");
+    store.expectRefusal({"--status", "4"}, "event 1 part 0: the stored url is no URL and would be lost");
     expectDone(store.transfer({"--url", "https://content.test/new"}), "1 part updated\n");
     EXPECT_EQ(store.execute("SELECT url FROM event_content_parts"), (Rows{"https://content.test/new"}));
 }
@@ -490,7 +490,7 @@ TEST(ToolTransfer, AStoredFilePathThatIsNoPathIsNotLost) {
     const TransferStore store;
     store.execute("UPDATE event_content_parts SET file_path = 'no path'");
     store.expectRefusal({"--status", "4"},
-                        "the stored file_path is no relative path and would be lost: give --file");
+                        "event 1 part 0: the stored file_path is no relative path and would be lost");
     expectDone(store.transfer({"--file", "c/d"}), "1 part updated\n");
     EXPECT_EQ(store.execute("SELECT file_path FROM event_content_parts"), (Rows{"c/d"}));
 }
@@ -499,7 +499,7 @@ TEST(ToolTransfer, AStoredFilePathThatIsAnAbsoluteUrlIsNotLost) {
     const TransferStore store;
     store.execute("UPDATE event_content_parts SET file_path = 'file:///a/b'");
     store.expectRefusal({"--status", "4"},
-                        "the stored file_path is no relative path and would be lost: give --file");
+                        "event 1 part 0: the stored file_path is no relative path and would be lost");
 }
 
 TEST(ToolTransfer, AFileThatIsNoRelativePathIsRefused) {

@@ -1,6 +1,9 @@
 #include "Arguments.h"
 
+#include <charconv>
+#include <cstdint>
 #include <string_view>
+#include <system_error>
 
 namespace zavevents {
 namespace {
@@ -30,6 +33,13 @@ bool isMediaTypeName(std::string_view text) {
            isRestrictedName(text.substr(slash + 1));
 }
 
+template <class Number>
+bool isWhole(const std::string& text) {
+    Number number{};
+    const auto [end, status] = std::from_chars(text.data(), text.data() + text.size(), number);
+    return status == std::errc() && end == text.data() + text.size();
+}
+
 /// A validator for what `test` accepts, which it calls a `kind`.
 template <class Test>
 CLI::Validator validator(const char* kind, Test test) {
@@ -42,6 +52,12 @@ CLI::Validator validator(const char* kind, Test test) {
 
 }  // namespace
 
+void addDatabaseOption(CLI::App& command, std::string& path) {
+    command.add_option("DATABASE", path, "The database file")
+        ->required()
+        ->check(validator("file name", [](const std::string& text) { return !text.empty(); }));
+}
+
 CLI::Validator isUUID() {
     return validator("UUID",
                      [](const std::string& text) { return zav::ZAVUUID::fromString(text).has_value(); });
@@ -50,6 +66,14 @@ CLI::Validator isUUID() {
 CLI::Validator isURL() {
     return validator("URL",
                      [](const std::string& text) { return zav::ZAVURL::URLWithString(text).has_value(); });
+}
+
+CLI::Validator isNumber() {
+    return validator("64-bit number", isWhole<std::int64_t>);
+}
+
+CLI::Validator isAmount() {
+    return validator("amount", isWhole<std::uint64_t>);
 }
 
 CLI::Validator isMediaType() {

@@ -8,9 +8,16 @@
 
 namespace zavevents {
 
+/// Adds the positional argument that every command has first.
+void addDatabaseOption(CLI::App& command, std::string& path);
+
 /// Checks for option values. What they refuse is a wrong command line.
 [[nodiscard]] CLI::Validator isUUID();
 [[nodiscard]] CLI::Validator isURL();
+
+/// A signed 64-bit number, and an unsigned one. The parser alone would bend what does not fit.
+[[nodiscard]] CLI::Validator isNumber();
+[[nodiscard]] CLI::Validator isAmount();
 
 /// A media type name, `type/subtype`, as RFC 6838 has them. It holds no quote, so that it is safe inside a
 /// statement.

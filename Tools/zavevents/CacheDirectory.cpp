@@ -39,7 +39,9 @@ private:
 /// The names on the way from `directory` to `path`.
 /// @throws ToolError when the way leads out of the directory.
 std::vector<std::string> namesBelow(const std::string& directory, const std::string& path) {
-    const auto leadsOut = [&] { return ToolError(path + ": leads out of the cache directory"); };
+    const auto leadsOut = [&] {
+        return ToolError(path.c_str() + std::string(": leads out of the cache directory"));
+    };
     const std::string prefix = directory.ends_with('/') ? directory : directory + "/";
     if (!path.starts_with(prefix) || path.find('\0') != std::string::npos) {
         throw leadsOut();
@@ -100,8 +102,11 @@ std::optional<std::uint64_t> CacheDirectory::removeFile(const zav::ZAVURL& file,
         directory = std::move(next);
     }
     struct stat status {};
-    if (::fstatat(directory.get(), last.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 ||
-        (!dryRun && ::unlinkat(directory.get(), last.c_str(), 0) != 0)) {
+    const bool found = ::fstatat(directory.get(), last.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+    if (found && S_ISDIR(status.st_mode)) {
+        throw ToolError(path + ": " + std::strerror(EISDIR));
+    }
+    if (!found || (!dryRun && ::unlinkat(directory.get(), last.c_str(), 0) != 0)) {
         if (errno == ENOENT) {
             return std::nullopt;
         }

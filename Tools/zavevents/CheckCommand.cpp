@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
+#include "Arguments.h"
 #include "Commands.h"
 #include "Private/Database/ZAVDatabaseSchema.h"
 #include "Store.h"
@@ -69,7 +70,7 @@ void addCheckCommand(CLI::App& app, Action& action) {
     auto* const command =
         app.add_subcommand("check", "Check that the database is intact, and count what lacks its parent");
     const auto options = std::make_shared<CheckOptions>();
-    command->add_option("DATABASE", options->database, "The database file")->required();
+    addDatabaseOption(*command, options->database);
     command->add_flag("--json", options->json, "Write one JSON object");
     command->footer("Example: zavevents check chat.db");
     command->callback([options, &action] { action = [options] { check(*options); }; });

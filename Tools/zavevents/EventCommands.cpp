@@ -36,7 +36,7 @@ struct EventCommand {
     EventCommand(CLI::App& app, const std::string& name, const std::string& description,
                  const std::string& example)
         : command(app.add_subcommand(name, description)) {
-        command->add_option("DATABASE", options->database, "The database file")->required();
+        addDatabaseOption(*command, options->database);
         command->footer("Example: zavevents " + name + " chat.db " + example);
     }
 
@@ -86,16 +86,20 @@ void recordSequence(const ZAVEventRepository& repository, const EventOptions& op
 void addEventCommands(CLI::App& app, Action& action) {
     const EventCommand sequence(app, "sequence", "Record what the service assigned to a posted event",
                                 "--id 17 --seq 12 --creator ada --timestamp 1760000492000");
-    sequence.command->add_option("--id", sequence.options->row, "Row of the event")->required();
+    sequence.command->add_option("--id", sequence.options->row, "Row of the event")
+        ->check(isNumber())
+        ->required();
     sequence.command->add_option("--seq", sequence.options->seq, "The event's sequence")->required();
     sequence.command->add_option("--creator", sequence.options->creator, "The event's author")->required();
     sequence.command->add_option("--timestamp", sequence.options->timestamp, "The service's time")
+        ->check(isNumber())
         ->required();
     sequence.does(action, recordSequence);
 
     const EventCommand tombstone(app, "tombstone", "Turn an event into a tombstone",
                                  "--stream-row 1 --seq 5");
     tombstone.command->add_option("--stream-row", tombstone.options->streamRow, "Row of the stream")
+        ->check(isNumber())
         ->required();
     tombstone.command->add_option("--seq", tombstone.options->seq, "The event's sequence")->required();
     tombstone.does(action, [](const ZAVEventRepository& repository, const EventOptions& options) {
@@ -106,7 +110,9 @@ void addEventCommands(CLI::App& app, Action& action) {
     });
 
     const EventCommand remove(app, "delete", "Delete events; their content parts stay", "--id 18 19");
-    remove.command->add_option("--id", remove.options->rows, "Rows of the events")->required();
+    remove.command->add_option("--id", remove.options->rows, "Rows of the events")
+        ->check(isNumber())
+        ->required();
     remove.does(action, [](const ZAVEventRepository& repository, const EventOptions& options) {
         ZAVError error;
         const auto before = repository.countOfEvents(&error);
@@ -116,7 +122,9 @@ void addEventCommands(CLI::App& app, Action& action) {
     });
 
     const EventCommand processed(app, "processed", "Forget that events wait to be processed", "--id 1 2 3");
-    processed.command->add_option("--id", processed.options->rows, "Rows of the events")->required();
+    processed.command->add_option("--id", processed.options->rows, "Rows of the events")
+        ->check(isNumber())
+        ->required();
     processed.does(action, [](const ZAVEventRepository& repository, const EventOptions& options) {
         ZAVError error;
         require(repository.deleteUnprocessedEvents(eventsInRows(options.rows), &error),
@@ -144,7 +152,9 @@ void addEventCommands(CLI::App& app, Action& action) {
 
     const EventCommand message(app, "message-seq", "Record the sequence of the message that an event carries",
                                "--event 17 --seq 12");
-    message.command->add_option("--event", message.options->row, "Row of the event")->required();
+    message.command->add_option("--event", message.options->row, "Row of the event")
+        ->check(isNumber())
+        ->required();
     message.command->add_option("--seq", message.options->seq, "The sequence")->required();
     message.does(action, [](const ZAVEventRepository& repository, const EventOptions& options) {
         ZAVError error;

@@ -154,7 +154,7 @@ ReadPart readPart(const element& source, const ZAVURL& cacheDirectory) {
             result.hasStatus = true;
         } else if (key == "file_path") {
             const auto url = ZAVURL::URLWithString(field.text(), cacheDirectory);
-            if (!url || !url->baseURL()) {
+            if (!url || !url->baseURL() || field.text().starts_with('/')) {
                 field.complain("is no relative path");
             }
             part.setFileURL(url);
@@ -258,7 +258,9 @@ private:
         } else if (key == "subtype") {
             event.set_subtype(field.number<std::uint8_t>());
         } else if (key == "seq") {
-            event.set_seq(field.number<ZAVSequence>());
+            if (const auto seq = field.number<ZAVSequence>(); seq != ZAVSequenceNotSet) {
+                event.set_seq(seq);
+            }
         } else if (key == "preceding_seq") {
             event.set_preceding_seq(field.number<ZAVSequence>());
         } else if (key == "client_seq") {
@@ -281,7 +283,10 @@ private:
                 parts.push_back(readPart(part, cacheDirectory_));
             }
         } else if (key == "stream_database_identifier") {
-            unnamedStream = field.number<std::int64_t>();
+            std::int64_t number = 0;
+            if (field.value.get_int64().get(number) == simdjson::SUCCESS) {
+                unnamedStream = number;
+            }
         }
     }
 

@@ -110,8 +110,13 @@ public:
         const double seconds = ZAVSecondsSince1970(date);
         if (std::isfinite(seconds)) {  // JSON has no other numbers
             key(name);
-            char digits[32];
-            out_.append(digits, std::to_chars(digits, digits + sizeof digits, seconds).ptr);
+            char digits[64];
+            // Whole seconds in plain digits; else whatever is shortest and reads back the same.
+            const bool plain = seconds == std::trunc(seconds) && std::abs(seconds) < 1e15;
+            const auto end =
+                plain ? std::to_chars(digits, digits + sizeof digits, seconds, std::chars_format::fixed)
+                      : std::to_chars(digits, digits + sizeof digits, seconds);
+            out_.append(digits, end.ptr);
         }
     }
     template <class T>

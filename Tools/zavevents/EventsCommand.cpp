@@ -137,7 +137,7 @@ void writeEvents(const EventsOptions& options) {
 void addEventsCommand(CLI::App& app, Action& action) {
     auto* const command = app.add_subcommand("events", "Write events as JSON Lines");
     const auto options = std::make_shared<EventsOptions>();
-    command->add_option("DATABASE", options->database, "The database file")->required();
+    addDatabaseOption(*command, options->database);
     auto* const selection =
         command->add_option_group("Selection", "Which events; all of them when nothing is said");
     selection->add_flag("--all", options->all, "Every event");
@@ -146,9 +146,11 @@ void addEventsCommand(CLI::App& app, Action& action) {
                         "Those whose stream the service does not know");
     selection->add_flag("--unprocessed", options->unprocessed, "Those that wait to be processed");
     selection->add_flag("--posted", options->posted, "Those that the service has sequenced");
-    selection->add_option("--revived", options->revived,
-                          "The sequenced events of the stream in this row, in replay order");
-    selection->add_option("--id", options->row, "The event in this row");
+    selection
+        ->add_option("--revived", options->revived,
+                     "The sequenced events of the stream in this row, in replay order")
+        ->check(isNumber());
+    selection->add_option("--id", options->row, "The event in this row")->check(isNumber());
     auto* const seq = selection->add_option("--seq", options->seq, "The event at this sequence of --stream");
     selection->require_option(0, 1);
     auto* const stream = command->add_option("--stream", options->stream, "A stream's UUID")->check(isUUID());

@@ -113,8 +113,7 @@ void import(const ImportOptions& options) {
 void addImportCommand(CLI::App& app, Action& action) {
     auto* const command = app.add_subcommand("import", "Store the events of a JSON Lines file");
     const auto options = std::make_shared<ImportOptions>();
-    command->add_option("DATABASE", options->database, "The database file, made when there is none")
-        ->required();
+    addDatabaseOption(*command, options->database);
     command->add_option("FILE", options->file, "The events, one a line (default: standard input, also as -)");
     command->add_option("--batch", options->batch, "How many events are stored together (default: 1000)")
         ->check(CLI::Range(std::size_t{1}, std::size_t{1000000}));

@@ -4,6 +4,8 @@
 #include <string>
 #include <utility>
 
+#include "Private/Foundation/ZAVUTF8.h"
+#include "Private/Model/Repositories/ZAVKeyedValueRepository.h"
 #include "Private/Model/Repositories/ZAVSyncedChangeRepository.h"
 #include "Store.h"
 #include "ToolError.h"
@@ -24,15 +26,17 @@ void Importer::add(const ReadEvent& read) {
         begin();
     }
     ZAVEvent& event = *read.event;
-    if (!event.seqIsSet() && pendingUnsequenced_.contains(*event.client_id())) {
-        persistPending();  // the same event again: its first appearance must be in the database to be
-                           // recognised
+    // The same event again: its first appearance must be in the database to be recognised.
+    if (event.seqIsSet() && event.stream_id() ? pendingUnsequenced_.contains(*event.client_id())
+                                              : pendingClients_.contains(*event.client_id())) {
+        persistPending();
     }
     adoptStoredEvent(event);
     placeInStream(read);
     if (!event.seqIsSet()) {
         pendingUnsequenced_.insert(*event.client_id());
     }
+    pendingClients_.insert(*event.client_id());
     pending_.insert(read.event);
     if (++inBatch_ == batchSize_) {
         commit();
@@ -59,19 +63,18 @@ void Importer::begin() {
 
 /// Gives the event the row of the stored one that it is, where the repository cannot tell by itself.
 void Importer::adoptStoredEvent(ZAVEvent& event) {
-    if (event.seqIsSet() && !storeHasUnsequenced_ && pendingUnsequenced_.empty()) {
+    if (event.seqIsSet() && event.stream_id() && !storeHasUnsequenced_ && pendingUnsequenced_.empty()) {
         return;
-    }
-    if (event.seqIsSet() && pendingUnsequenced_.contains(*event.client_id())) {
-        persistPending();
     }
     auto rows =
         event.seqIsSet()
             ? database_->executeQuery(
                   "SELECT database_identifier, stream_database_identifier, seq FROM events AS stored"
-                  " WHERE client_id = ? AND seq IS NULL AND NOT EXISTS (SELECT 1 FROM events AS taken WHERE"
-                  " taken.stream_database_identifier = stored.stream_database_identifier AND taken.seq = ?)",
-                  event.client_id(), event.seq())
+                  " WHERE client_id = ? AND (seq IS NULL OR (seq = ? AND ?)) AND NOT EXISTS (SELECT 1 FROM events AS taken WHERE"
+                  " taken.stream_database_identifier = stored.stream_database_identifier AND taken.seq = ? AND"
+                  " taken.database_identifier != stored.database_identifier)"
+                  " ORDER BY seq IS NULL, database_identifier LIMIT 1",
+                  event.client_id(), event.seq(), !event.stream_id().has_value(), event.seq())
             : database_->executeQuery(
                   "SELECT database_identifier, stream_database_identifier, seq FROM events"
                   " WHERE client_id = ? ORDER BY database_identifier LIMIT 1",
@@ -121,6 +124,9 @@ void Importer::persistPending() {
     if (!events_.persistEvents(pending_, &error)) {
         throw ToolError("cannot store events", error);
     }
+    for (const auto& event : pending_) {
+        storeBinaryMetadata(*event);
+    }
     const ZAVSyncedChangeRepository changes(database_);
     for (const auto& event : pending_) {
         if (event->databaseIdentifier() <= newestRow_) {
@@ -137,7 +143,36 @@ void Importer::persistPending() {
     }
     storeHasUnsequenced_ = storeHasUnsequenced_ || !pendingUnsequenced_.empty();
     pendingUnsequenced_.clear();
+    pendingClients_.clear();
     pending_.clear();
+}
+
+/// Stores metadata that holds bytes beside its text: the repository keeps only what is text.
+void Importer::storeBinaryMetadata(const ZAVEvent& event) {
+    const auto& metadata = event.transient_metadata();
+    const auto isBinary = [](const auto& entry) {
+        const auto* bytes = std::get_if<ZAVData>(&entry.second);
+        return bytes != nullptr && !ZAVIsUTF8(bytes->asText());
+    };
+    if (!metadata || std::none_of(metadata->begin(), metadata->end(), isBinary)) {
+        return;
+    }
+    ZAVDictionary kept;
+    for (const auto& [key, value] : *metadata) {
+        const auto* bytes = std::get_if<ZAVData>(&value);
+        if (bytes != nullptr && ZAVIsUTF8(bytes->asText())) {
+            kept.set(key, std::string(bytes->asText()));
+        } else {
+            kept.set(key, value);
+        }
+    }
+    ZAVError error;
+    const auto context = ZAVKeyedValuesContext::contextWithTable(
+        ZAVKeyedValuesTableRemote, "event", event.databaseIdentifier(), ZAVKeyedValuesKeyTypeTransient);
+    if (!ZAVKeyedValueRepository(database_).setKeyedValuesWithDictionary(kept, std::nullopt, context,
+                                                                         &error)) {
+        throw ToolError("cannot store metadata", error);
+    }
 }
 
 void Importer::commit() {

@@ -49,6 +49,7 @@ private:
     void adoptStoredEvent(zav::ZAVEvent& event);
     void placeInStream(const ReadEvent& read);
     void persistPending();
+    void storeBinaryMetadata(const zav::ZAVEvent& event);
     void commit();
 
     std::shared_ptr<zav::FMDatabase> database_;
@@ -60,6 +61,7 @@ private:
     std::optional<zav::ZAVTransaction> transaction_;
     zav::ZAVSet<zav::ZAVEvent> pending_;
     std::set<zav::ZAVData> pendingUnsequenced_;  ///< the client_ids of pending events without a sequence
+    std::set<zav::ZAVData> pendingClients_;      ///< the client_ids of all pending events
     std::size_t inBatch_ = 0;
     zav::ZAVDatabaseIdentifier newestRow_ = 0;
     bool storeHasUnsequenced_ = false;

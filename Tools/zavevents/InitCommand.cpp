@@ -2,6 +2,7 @@
 #include <memory>
 #include <string>
 
+#include "Arguments.h"
 #include "Commands.h"
 #include "Private/Database/ZAVDatabaseSchema.h"
 #include "Store.h"
@@ -12,7 +13,7 @@ void addInitCommand(CLI::App& app, Action& action) {
     auto* const command =
         app.add_subcommand("init", "Create a database and its schema, or bring an older one up to date");
     const auto path = std::make_shared<std::string>();
-    command->add_option("DATABASE", *path, "The database file")->required();
+    addDatabaseOption(*command, *path);
     command->footer("Example: zavevents init chat.db");
     command->callback([path, &action] {
         action = [path] {

@@ -110,28 +110,33 @@ void writeParts(const PartsOptions& options) {
 void addPartsCommand(CLI::App& app, Action& action) {
     auto* const command = app.add_subcommand("parts", "Write content parts as JSON Lines");
     const auto options = std::make_shared<PartsOptions>();
-    command->add_option("DATABASE", options->database, "The database file")->required();
+    addDatabaseOption(*command, options->database);
     auto* const selection = command->add_option_group("Selection", "Which parts");
     selection->add_flag("--unassigned-urls", options->unassignedURLs, "Those that need a URL to upload to");
     selection->add_flag("--incomplete-uploads", options->incompleteUploads, "Uploads in flight");
     auto* const expired = selection->add_flag("--expired-downloads", options->expiredDownloads,
                                               "Those to download that need a new URL");
     selection->add_flag("--incomplete-downloads", options->incompleteDownloads, "Downloads in flight");
-    selection->add_option("--id", options->row, "The part in this row");
+    selection->add_option("--id", options->row, "The part in this row")->check(isNumber());
     auto* const event =
-        selection->add_option("--event", options->event, "Part --index of the event in this row");
+        selection->add_option("--event", options->event, "Part --index of the event in this row")
+            ->check(isNumber());
     auto* const message =
-        selection->add_option("--message", options->message, "Part --index of the message in this row");
+        selection->add_option("--message", options->message, "Part --index of the message in this row")
+            ->check(isNumber());
     selection->add_option("--object-id", options->objectID, "The part that an object identifier names")
         ->check(isURL());
     selection->add_option("--url", options->url, "The part whose content is kept under this URL")
         ->check(isURL());
-    selection->add_option("--least-recent", options->leastRecent,
-                          "Those to purge to free so many bytes, oldest first");
+    selection
+        ->add_option("--least-recent", options->leastRecent,
+                     "Those to purge to free so many bytes, oldest first")
+        ->check(isAmount());
     selection->require_option(1);
 
-    auto* const index =
-        command->add_option("--index", options->index, "Position of the part")->check(CLI::NonNegativeNumber);
+    auto* const index = command->add_option("--index", options->index, "Position of the part")
+                            ->check(isNumber())
+                            ->check(CLI::NonNegativeNumber);
     event->needs(index);
     message->needs(index);
     auto* const types =
@@ -142,8 +147,9 @@ void addPartsCommand(CLI::App& app, Action& action) {
         ->needs(expired)
         ->excludes(types);
     command->add_option("--max-size", options->maxSize, "The size up to which any type is wanted, in bytes")
+        ->check(isAmount())
         ->needs(expired);
-    command->add_option("--limit", options->limit, "At most so many (default: 100)");
+    command->add_option("--limit", options->limit, "At most so many (default: 100)")->check(isAmount());
     command->footer(
         "Example: zavevents parts chat.db --expired-downloads --mime image/jpeg --max-size 65536");
     command->callback([options, &action] { action = [options] { writeParts(*options); }; });

@@ -2,11 +2,13 @@
 #include <memory>
 #include <string>
 
+#include "Arguments.h"
 #include "CacheDirectory.h"
 #include "Commands.h"
 #include "Private/Model/Repositories/ZAVEventRepository.h"
 #include "Private/Model/Repositories/ZAVMessageRepositoryCache.h"
 #include "Store.h"
+#include "StoredPart.h"
 #include "ToolError.h"
 
 namespace zavevents {
@@ -24,10 +26,7 @@ struct ReclaimOptions {
 /// Removes a part's file and marks the part purged. Returns the bytes that this freed.
 std::uint64_t reclaimPart(const ZAVEventRepository& repository, const CacheDirectory& cache,
                           ZAVEventContent& part, bool dryRun) {
-    if (!part.fileURL()) {
-        throw ToolError("event " + std::to_string(part.eventDatabaseIdentifier()) + " part " +
-                        std::to_string(part.index()) + ": its file_path is no relative path");
-    }
+    keepStoredFields(repository.database(), part, false, false);
     const auto size = cache.removeFile(*part.fileURL(), dryRun);
     std::cout << part.fileURL()->relativePath() << ": "
               << (size ? std::to_string(*size) + " bytes" : std::string("was gone already")) << '\n';
@@ -72,8 +71,8 @@ void addReclaimCommand(CLI::App& app, Action& action) {
     auto* const command = app.add_subcommand(
         "reclaim", "Remove the files of the least recently accessed parts and mark them purged");
     const auto options = std::make_shared<ReclaimOptions>();
-    command->add_option("DATABASE", options->database, "The database file")->required();
-    command->add_option("--bytes", options->bytes, "How much to free")->required();
+    addDatabaseOption(*command, options->database);
+    command->add_option("--bytes", options->bytes, "How much to free")->required()->check(isAmount());
     command->add_option("--cache", options->cache, "The cache directory; nothing outside it is touched")
         ->required();
     command->add_flag("--dry-run", options->dryRun, "Say what would be removed, and remove nothing");

@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
+#include "Arguments.h"
 #include "Commands.h"
 #include "Private/Model/Repositories/ZAVEventRepository.h"
 #include "Private/Model/Repositories/ZAVStreamRepository.h"
@@ -104,7 +105,7 @@ void addStatsCommand(CLI::App& app, Action& action) {
     auto* const command =
         app.add_subcommand("stats", "Count events, streams, content parts and the disk use of content");
     const auto options = std::make_shared<StatsOptions>();
-    command->add_option("DATABASE", options->database, "The database file")->required();
+    addDatabaseOption(*command, options->database);
     command->add_flag("--json", options->json, "Write one JSON object");
     command->footer("Example: zavevents stats chat.db --json");
     command->callback([options, &action] {

@@ -8,6 +8,7 @@
 #include "Private/Model/Repositories/ZAVEventRepository.h"
 #include "Private/Model/Repositories/ZAVMessageRepositoryCache.h"
 #include "Store.h"
+#include "StoredPart.h"
 #include "ToolError.h"
 
 namespace zavevents {
@@ -28,24 +29,6 @@ struct TransferOptions {
     std::optional<bool> purged;
 };
 
-/// What a part's row holds that a record does not carry over as it stands.
-struct StoredTexts {
-    bool url;
-    bool filePath;
-    std::optional<ZAVDate> expiration;
-};
-
-StoredTexts storedTexts(FMDatabase& database, const TransferOptions& options) {
-    auto rows = database.executeQuery(
-        "SELECT url IS NOT NULL, file_path IS NOT NULL, access_expiration FROM event_content_parts"
-        " WHERE event_database_identifier = ? AND event_content_part_id = ?",
-        options.event, options.index);
-    if (!rows || !rows->next()) {
-        throw ToolError("cannot read the content part", database.lastError());
-    }
-    return {rows->boolForColumnIndex(0), rows->boolForColumnIndex(1), rows->dateForColumnIndex(2)};
-}
-
 void transfer(const TransferOptions& options) {
     const ZAVEventRepository repository(openStore(options.database));
     ZAVError error;
@@ -57,16 +40,10 @@ void transfer(const TransferOptions& options) {
         throw ToolError("event " + std::to_string(options.event) + " has no part " +
                         std::to_string(options.index));
     }
-    // What is not given stays, also where reading it into the record has lost it.
-    const StoredTexts stored = storedTexts(repository.database(), options);
-    if (stored.url && !part->external_url() && !options.url) {
-        throw ToolError("the stored url is no URL and would be lost: give --url");
+    keepStoredFields(repository.database(), *part, options.url.has_value(), options.file.has_value());
+    if (options.expires) {
+        part->setExternalContentURLExpiration(ZAVDateFromSecondsSince1970(*options.expires));
     }
-    if (stored.filePath && !part->fileURL() && !options.file) {
-        throw ToolError("the stored file_path is no relative path and would be lost: give --file");
-    }
-    part->setExternalContentURLExpiration(options.expires ? ZAVDateFromSecondsSince1970(*options.expires)
-                                                          : stored.expiration);
     if (options.status) {
         part->setTransferStatus(static_cast<ZAVContentTransferStatus>(*options.status));
     }
@@ -101,14 +78,14 @@ void addTransferCommand(CLI::App& app, Action& action) {
     auto* const command =
         app.add_subcommand("transfer", "Update one part's transfer state; what is not given stays");
     const auto options = std::make_shared<TransferOptions>();
-    command->add_option("DATABASE", options->database, "The database file")->required();
-    command->add_option("--event", options->event, "Row of the event")->required();
-    command->add_option("--index", options->index, "Position of the part")->required();
+    addDatabaseOption(*command, options->database);
+    command->add_option("--event", options->event, "Row of the event")->check(isNumber())->required();
+    command->add_option("--index", options->index, "Position of the part")->check(isNumber())->required();
     command->add_option("--status", options->status, "Transfer status, 0 to 4")
         ->check(CLI::Range(0, static_cast<int>(ZAVContentTransferComplete)));
     command->add_option("--url", options->url, "Where the service keeps the content")->check(isURL());
     command->add_option("--expires", options->expires, "When the URL ceases to work, in seconds since 1970");
-    command->add_option("--size", options->size, "Size in bytes");
+    command->add_option("--size", options->size, "Size in bytes")->check(isNumber());
     command->add_option("--file", options->file, "Path of the file, relative to the cache directory");
     command->add_option("--accessed", options->accessed, "Last access, in seconds since 1970");
     command->add_option("--purged", options->purged, "Whether the file was removed to reclaim space, 0 or 1");

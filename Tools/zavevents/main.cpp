@@ -1,20 +1,29 @@
 #include <CLI/CLI.hpp>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
 #include <exception>
 #include <iostream>
-#include <map>
 #include <string>
 
 #include "Commands.h"
 #include "Private/Logging/DDLog.h"
+#include "ToolError.h"
 
 namespace {
 
-enum class LogChoice { off, error, verbose };
-
-void setLogGuards(LogChoice choice) {
-    const int level = choice == LogChoice::verbose ? 5 : choice == LogChoice::error ? 1 : 0;
+void setLogGuards(const std::string& choice) {
+    const int level = choice == "verbose" ? 5 : choice == "error" ? 1 : 0;
     for (auto& preference : zav::gZAVLogPreferences) {
         preference = level;
+    }
+}
+
+/// What is still buffered goes out now: a result that cannot be written is a failure, not a short file.
+void flushStandardOutput() {
+    errno = 0;
+    if (!std::cout.flush() || std::fflush(stdout) != 0) {
+        throw zavevents::ToolError(std::string("standard output: ") + std::strerror(errno));
     }
 }
 
@@ -24,13 +33,10 @@ int main(int argc, char** argv) {
     CLI::App app("Stores, lists and maintains the events of a messaging client's database.", "zavevents");
     app.require_subcommand(1);
     app.fallthrough();
-    LogChoice log = LogChoice::error;
+    std::string log = "error";
     app.add_option("--log", log,
                    "What the library logs to standard error: verbose, error or off (default: error)")
-        ->transform(CLI::CheckedTransformer(
-            std::map<std::string, LogChoice>{
-                {"verbose", LogChoice::verbose}, {"error", LogChoice::error}, {"off", LogChoice::off}},
-            CLI::ignore_case));
+        ->check(CLI::IsMember({"verbose", "error", "off"}));
 
     zavevents::Action action;
     zavevents::addInitCommand(app, action);
@@ -44,13 +50,16 @@ int main(int argc, char** argv) {
     zavevents::addCheckCommand(app, action);
 
     try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? 0 : 2;
-    }
-    try {
-        setLogGuards(log);
-        action();
+        try {
+            app.parse(argc, argv);
+            setLogGuards(log);
+            action();
+        } catch (const CLI::ParseError& error) {
+            if (app.exit(error) != 0) {
+                return 2;
+            }
+        }
+        flushStandardOutput();
     } catch (const std::exception& error) {
         zav::DDLog::flush();
         std::cerr << "zavevents: " << error.what() << '\n';
