@@ -3,7 +3,7 @@
 # on Debian and Ubuntu, and names it elsewhere.
 set -eu
 
-packages="g++ clang clang-format cmake ninja-build pkg-config python3
+packages="g++ clang libclang-rt-dev clang-format cmake ninja-build pkg-config python3
     libsqlite3-dev liburiparser-dev libspdlog-dev libfmt-dev
     libcli11-dev libsimdjson-dev nlohmann-json3-dev libgtest-dev"
 
