@@ -5,6 +5,7 @@
 #include "Private/Model/Repositories/ZAVEventRepository.h"
 #include "Private/Model/Repositories/ZAVEventRepositoryProjections.h"
 #include "Private/Model/Repositories/ZAVRepositoryOperation.h"
+#include "Private/Model/Repositories/ZAVRepositoryStatements.h"
 
 namespace zav {
 namespace {
@@ -41,7 +42,8 @@ bool ZAVEventRepository::persistEventContentUpdate(const ZAVEventContent& eventC
     operation.attempt(
         *this, error,
         [&](ZAVError& outError) {
-            succeeded = database().executeUpdate(
+            succeeded = runUpdate(
+                *this, outError,
                 "UPDATE event_content_parts SET access_expiration = ?, url = ?, size = ?, transfer_status = ?, "
                 "file_path = ?, last_accessed = ?, purged = ? WHERE event_content_part_id = ? AND "
                 "event_database_identifier = ?",
@@ -50,9 +52,6 @@ bool ZAVEventRepository::persistEventContentUpdate(const ZAVEventContent& eventC
                 eventContent.fileURL() ? std::optional(eventContent.fileURL()->relativePath()) : std::nullopt,
                 eventContent.lastAccessed(), eventContent.isPurged(), eventContent.index(),
                 eventContent.eventDatabaseIdentifier());
-            if (!succeeded) {
-                outError = database().lastError();
-            }
             return succeeded;
         },
         eventContent);

@@ -5,6 +5,7 @@
 #include "Private/Model/Repositories/ZAVEventRepositoryProjections.h"
 #include "Private/Model/Repositories/ZAVMessagePartObjectIdentifier.h"
 #include "Private/Model/Repositories/ZAVRepositoryOperation.h"
+#include "Private/Model/Repositories/ZAVRepositoryStatements.h"
 
 namespace zav {
 namespace {
@@ -19,16 +20,10 @@ std::string contentWhere(std::string_view condition) {
 template <class... Values>
 bool readContent(const ZAVEventRepository& repository, std::shared_ptr<ZAVEventContent>& result,
                  ZAVError& outError, const std::string& statement, const Values&... values) {
-    auto rows = repository.database().executeQuery(statement, values...);
-    if (!rows) {
-        outError = repository.database().lastError();
-        return false;
-    }
-    if (rows->nextWithError(&outError)) {
-        result = repository.eventContentFromResultSet(*rows);
-    }
-    rows->close();
-    return !outError;
+    return readFirstRow(
+        repository, result, outError,
+        [&](const FMResultSet& row) { return repository.eventContentFromResultSet(row); }, statement,
+        values...);
 }
 
 }  // namespace

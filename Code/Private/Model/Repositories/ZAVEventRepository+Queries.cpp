@@ -7,6 +7,7 @@
 #include "Private/Model/Repositories/ZAVEventRepository.h"
 #include "Private/Model/Repositories/ZAVEventRepositoryProjections.h"
 #include "Private/Model/Repositories/ZAVRepositoryOperation.h"
+#include "Private/Model/Repositories/ZAVRepositoryStatements.h"
 #include "Private/Model/Synchronization/ZAVSyncedChangeType.h"
 
 namespace zav {
@@ -41,16 +42,10 @@ bool readEvents(const ZAVEventRepository& repository, std::optional<ZAVSet<ZAVEv
 template <class... Values>
 bool readEvent(const ZAVEventRepository& repository, std::shared_ptr<ZAVEvent>& result, ZAVError& outError,
                ZAVError* error, const std::string& statement, const Values&... values) {
-    auto rows = repository.database().executeQuery(statement, values...);
-    if (!rows) {
-        outError = repository.database().lastError();
-        return false;
-    }
-    if (rows->nextWithError(&outError)) {
-        result = repository.objectFromResultSet(*rows, error);
-    }
-    rows->close();
-    return !outError;
+    return readFirstRow(
+        repository, result, outError,
+        [&](const FMResultSet& row) { return repository.objectFromResultSet(row, error); }, statement,
+        values...);
 }
 
 /// A message can be sent when it has content and all of it has been transferred; any other event always can.

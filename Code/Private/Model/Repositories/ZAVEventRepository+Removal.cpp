@@ -6,6 +6,7 @@
 #include "Private/Model/Querying/ZAVSQLVector.h"
 #include "Private/Model/Repositories/ZAVEventRepository.h"
 #include "Private/Model/Repositories/ZAVRepositoryOperation.h"
+#include "Private/Model/Repositories/ZAVRepositoryStatements.h"
 #include "Private/Model/Synchronization/ZAVSyncedChangeType.h"
 
 namespace zav {
@@ -76,12 +77,10 @@ bool ZAVEventRepository::persistTombstoneEventWithTargetSeq(ZAVSequence targetSe
     operation.run(
         *this, error,
         [&](ZAVError& outError) {
-            succeeded = database().executeUpdate(
-                "UPDATE events SET type = ? WHERE seq = ? AND stream_database_identifier = ?",
-                EventType_TOMBSTONE, targetSeq, streamDatabaseIdentifier);
-            if (!succeeded) {
-                outError = database().lastError();
-            }
+            succeeded =
+                runUpdate(*this, outError,
+                          "UPDATE events SET type = ? WHERE seq = ? AND stream_database_identifier = ?",
+                          EventType_TOMBSTONE, targetSeq, streamDatabaseIdentifier);
             return succeeded;
         },
         targetSeq, streamDatabaseIdentifier);

@@ -1,5 +1,6 @@
 #include "Private/Model/Repositories/ZAVEventRepository.h"
 #include "Private/Model/Repositories/ZAVRepositoryOperation.h"
+#include "Private/Model/Repositories/ZAVRepositoryStatements.h"
 
 namespace zav {
 
@@ -39,13 +40,10 @@ bool ZAVEventRepository::persistConversationsParticipantsSeq(ZAVSequence seq, st
                 return !outError;  // no conversation: neither a success of the operation nor an error
             }
             const ZAVDatabaseIdentifier conversation = rows->longLongIntForColumn("database_identifier");
-            succeeded = database().executeUpdate(
-                "UPDATE conversation_participants SET seq = ? WHERE member_id = ? AND "
-                "conversation_database_identifier = ?",
-                seq, memberID, conversation);
-            if (!succeeded) {
-                outError = database().lastError();
-            }
+            succeeded = runUpdate(*this, outError,
+                                  "UPDATE conversation_participants SET seq = ? WHERE member_id = ? AND "
+                                  "conversation_database_identifier = ?",
+                                  seq, memberID, conversation);
             return succeeded;
         },
         seq, memberID, streamIdentifier);
@@ -63,11 +61,8 @@ bool ZAVEventRepository::persistMessageSeq(ZAVSequence seq, ZAVDatabaseIdentifie
         *this, error,
         [&](ZAVError& outError) {
             succeeded =
-                database().executeUpdate("UPDATE messages SET seq = ? WHERE event_database_identifier = ?",
-                                         seq, eventDatabaseIdentifier);
-            if (!succeeded) {
-                outError = database().lastError();
-            }
+                runUpdate(*this, outError, "UPDATE messages SET seq = ? WHERE event_database_identifier = ?",
+                          seq, eventDatabaseIdentifier);
             return succeeded;
         },
         seq, eventDatabaseIdentifier);
