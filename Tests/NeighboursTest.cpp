@@ -1,10 +1,14 @@
 #include <ZAVEventRepository/NSInternalInconsistencyException.h>
+#include <ZAVEventRepository/ZAVConversationRepository.h>
 #include <ZAVEventRepository/ZAVKeyedValueRepository.h>
+#include <ZAVEventRepository/ZAVMessageRepository.h>
 #include <ZAVEventRepository/ZAVMessageRepositoryCache.h>
 #include <ZAVEventRepository/ZAVStreamRepository.h>
 #include <ZAVEventRepository/ZAVSyncedChangeRepository.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <iostream>
 #include <optional>
 #include <set>
 #include <string>
@@ -156,6 +160,17 @@ TEST_F(KeyedValues, AreTooManyRatherThanTooFewWhenSettingThemFailsPartWay) {
     EXPECT_EQ(stored(metadataOfEvent(1)), (ZAVDictionary{{"new", text("2")}, {"old", text("1")}}));
 }
 
+TEST_F(KeyedValues, AreTooManyRatherThanTooFewWhenWhatIsObsoleteCannotBeRemoved) {
+    store(metadataOfEvent(1), {{"old", text("1")}});
+    store_.execute(
+        "CREATE TEMP TRIGGER keep BEFORE DELETE ON keyed_values_remote BEGIN SELECT RAISE(ABORT, 'kept'); END");
+    ZAVError error;
+    EXPECT_FALSE(
+        values_.setKeyedValuesWithDictionary({{"new", text("2")}}, std::nullopt, metadataOfEvent(1), &error));
+    EXPECT_EQ(error.message(), "kept");
+    EXPECT_EQ(stored(metadataOfEvent(1)), (ZAVDictionary{{"new", text("2")}, {"old", text("1")}}));
+}
+
 class Streams : public testing::Test {
 protected:
     TestStore store_;
@@ -296,6 +311,36 @@ private:
     const ZAVURL before_ = ZAVMessageRepositoryCacheBaseDirectoryURL();
 };
 
+/// Expects a process with these environment variables, of which null ones are not set, to have a directory by
+/// default.
+void expectDefaultDirectory(const char* cacheHome, const char* home, const std::string& expected) {
+    const auto set = [](const char* name, const char* value) {
+        return value == nullptr ? ::unsetenv(name) : ::setenv(name, value, 1);
+    };
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            const bool ready = set("XDG_CACHE_HOME", cacheHome) == 0 && set("HOME", home) == 0;
+            std::cerr << ZAVMessageRepositoryCacheBaseDirectoryURL().text();
+            std::exit(ready ? 0 : 1);
+        },
+        testing::ExitedWithCode(0), "^" + expected + "$");
+}
+
+TEST(ContentCacheDeathTest, LiesInTheUsersCacheDirectoryUntilTheApplicationSetsOne) {
+    expectDefaultDirectory("/caches", "/home/somebody", "file:///caches/ZAVEventRepository/");
+    expectDefaultDirectory(nullptr, "/home/somebody", "file:///home/somebody/.cache/ZAVEventRepository/");
+}
+
+TEST(ContentCacheDeathTest, PassesOverDirectoriesThatDependOnWhereTheProcessIs) {
+    expectDefaultDirectory("caches", "/home/somebody", "file:///home/somebody/.cache/ZAVEventRepository/");
+    expectDefaultDirectory("", "somebody", "file:///var/tmp/ZAVEventRepository/");
+}
+
+TEST(ContentCacheDeathTest, LiesWhereTemporaryFilesSurviveForAUserWithoutAHome) {
+    expectDefaultDirectory(nullptr, nullptr, "file:///var/tmp/ZAVEventRepository/");
+}
+
 TEST_F(ContentCache, HasTheDirectoryThatTheApplicationSet) {
     EXPECT_EQ(ZAVMessageRepositoryCacheBaseDirectoryURL().text(), "file:///var/cache/parts/");
     ZAVSetMessageRepositoryCacheBaseDirectoryURL(ZAVURL::fileURLWithDirectoryPath("/elsewhere"));
@@ -385,6 +430,88 @@ TEST_F(ContentCache, FindsAFileAgainWhenItsPathIsReadBack) {
         EXPECT_EQ(*readBack, file);
         EXPECT_EQ(readBack->filePath(), file.filePath());
     }
+}
+
+TEST(Conversations, OfAStreamAreMadeOnce) {
+    const TestStore store;
+    const ZAVConversationRepository conversations(store.sharedDatabase());
+    const auto first = conversations.findOrCreateConversationWithStreamUUID(uuidNumber(1));
+    const auto second = conversations.findOrCreateConversationWithStreamUUID(uuidNumber(2));
+    EXPECT_NE(first, ZAVDatabaseIdentifierNotSet);
+    EXPECT_NE(second, first) << "another stream has a conversation of its own";
+    EXPECT_EQ(conversations.findOrCreateConversationWithStreamUUID(uuidNumber(1)), first);
+    EXPECT_EQ(store.rows("SELECT stream_id FROM conversations ORDER BY database_identifier"),
+              (Rows{"X'11111111111111111111111111111101'", "X'11111111111111111111111111111102'"}));
+}
+
+TEST(Conversations, KeepHowFarAParticipantIsWhenItIsAddedAgain) {
+    const TestStore store;
+    const ZAVConversationRepository conversations(store.sharedDatabase());
+    const auto conversation = conversations.findOrCreateConversationWithStreamUUID(uuidNumber(1));
+    ASSERT_TRUE(conversations.addParticipant("ada", conversation));
+    ASSERT_TRUE(conversations.addParticipant("bob", conversation));
+    EXPECT_EQ(conversations.seqOfParticipant("ada", conversation), std::nullopt);
+    ASSERT_TRUE(store.repository().persistConversationsParticipantsSeq(7, "ada", uuidNumber(1)));
+    ASSERT_TRUE(conversations.addParticipant("ada", conversation));
+    EXPECT_EQ(conversations.seqOfParticipant("ada", conversation), 7);
+    EXPECT_EQ(conversations.seqOfParticipant("bob", conversation), std::nullopt);
+    EXPECT_EQ(conversations.seqOfParticipant("nobody", conversation), std::nullopt);
+}
+
+TEST(Messages, OfAnEventAreRecordedOnce) {
+    const TestStore store;
+    const ZAVMessageRepository messages(store.sharedDatabase());
+    const auto message = messages.findOrCreateMessageForEventDatabaseIdentifier(5);
+    ASSERT_NE(message, nullptr);
+    EXPECT_EQ(messages.findOrCreateMessageForEventDatabaseIdentifier(5)->databaseIdentifier(),
+              message->databaseIdentifier());
+    EXPECT_NE(messages.findOrCreateMessageForEventDatabaseIdentifier(6)->databaseIdentifier(),
+              message->databaseIdentifier());
+    EXPECT_EQ(store.rows("SELECT event_database_identifier FROM messages ORDER BY 1"), (Rows{"5", "6"}));
+}
+
+TEST(Messages, HaveTheSequenceThatWasPersistedForTheirEvent) {
+    const TestStore store;
+    const ZAVMessageRepository messages(store.sharedDatabase());
+    const auto message = messages.findOrCreateMessageForEventDatabaseIdentifier(5);
+    EXPECT_EQ(messages.seqOfMessage(*message), std::nullopt);
+    ASSERT_TRUE(store.repository().persistMessageSeq(12, 5));
+    EXPECT_EQ(messages.seqOfMessage(*message), 12);
+    EXPECT_EQ(messages.seqOfMessage(ZAVMessage(99)), std::nullopt) << "there is no such message";
+}
+
+TEST(Messages, ShowThePartsOfTheirEvent) {
+    const TestStore store;
+    store.addStream(uuidNumber(1));
+    const auto event = makeEvent(EventType_MESSAGE, uuidNumber(1), 1);
+    event->set_content(std::vector<std::shared_ptr<ZAVTContent>>{makeTextPart("hello"), makeTextPart("you")});
+    ASSERT_TRUE(store.repository().persistEvents({event}));
+    const auto message = ZAVMessageRepository(store.sharedDatabase())
+                             .findOrCreateMessageForEventDatabaseIdentifier(event->databaseIdentifier());
+    const auto part = store.repository().eventContentForMessagePart(ZAVMessagePart(message, 1));
+    ASSERT_NE(part, nullptr);
+    EXPECT_EQ(part->body()->asText(), "you");
+}
+
+TEST(ConversationsAndMessages, TellWhyTheyFail) {
+    const TestStore store;
+    const ZAVConversationRepository conversations(store.sharedDatabase());
+    const ZAVMessageRepository messages(store.sharedDatabase());
+    store.execute("DROP TABLE conversations; DROP TABLE conversation_participants; DROP TABLE messages");
+    ZAVError error;
+    EXPECT_EQ(conversations.findOrCreateConversationWithStreamUUID(uuidNumber(1), &error),
+              ZAVDatabaseIdentifierNotSet);
+    EXPECT_EQ(error, ZAVError("SQLite", 1, "no such table: conversations"));
+    EXPECT_FALSE(conversations.addParticipant("ada", 1, &error));
+    EXPECT_EQ(error, ZAVError("SQLite", 1, "no such table: conversation_participants"));
+    error = {};
+    EXPECT_EQ(conversations.seqOfParticipant("ada", 1, &error), std::nullopt);
+    EXPECT_EQ(error, ZAVError("SQLite", 1, "no such table: conversation_participants"));
+    EXPECT_EQ(messages.findOrCreateMessageForEventDatabaseIdentifier(1, &error), nullptr);
+    EXPECT_EQ(error, ZAVError("SQLite", 1, "no such table: messages"));
+    error = {};
+    EXPECT_EQ(messages.seqOfMessage(ZAVMessage(1), &error), std::nullopt);
+    EXPECT_EQ(error, ZAVError("SQLite", 1, "no such table: messages"));
 }
 
 }  // namespace

@@ -93,6 +93,10 @@ TEST(URLParsing, TakesATextThatHasNoCharactersAtAll) {
     const auto parsed = ZAVURL::URLWithString(std::string_view());
     ASSERT_TRUE(parsed) << "the empty text is a reference";
     EXPECT_EQ(parsed->text(), "");
+    const auto based = ZAVURL::URLWithString(std::string_view(), cacheDirectory());
+    ASSERT_TRUE(based) << "the empty text is a reference to the base itself";
+    EXPECT_EQ(based->text(), "");
+    EXPECT_EQ(based->absoluteString(), "file:///var/cache/store/");
 }
 
 TEST(URLParsing, OwnsItsText) {
@@ -204,6 +208,12 @@ TEST(URLResolution, GoesThroughABaseThatHasABaseItself) {
     EXPECT_EQ(file.relativePath(), "part-0");
 }
 
+TEST(URLResolution, LeavesTheTextAsItIsWhenTheBaseIsRelativeItself) {
+    const ZAVURL file = url("part-0?x", url("app/user/"));
+    EXPECT_EQ(file.absoluteString(), "part-0?x") << "there is no absolute URL to resolve against";
+    EXPECT_EQ(file.filePath(), "part-0");
+}
+
 TEST(URLResolution, WaitsUntilItIsAskedFor) {
     const ZAVURL file = url("a/../b", cacheDirectory());
     EXPECT_EQ(file.text(), "a/../b");
@@ -254,6 +264,15 @@ TEST(URLCopy, OutlivesItsOriginalAndItsBase) {
         copy = original;
     }
     EXPECT_EQ(copy->absoluteString(), "https://example.org/a/b");
+}
+
+TEST(ZAVURL, APathDoesNotBecomeAHostWhenItIsResolved) {
+    const auto base = ZAVURL::URLWithString("z:/");
+    ASSERT_TRUE(base);
+    const auto resolved = ZAVURL::URLWithString("/.//h:x", *base);
+    ASSERT_TRUE(resolved);
+    EXPECT_EQ(resolved->absoluteString(), "z:/.//h:x");
+    EXPECT_TRUE(ZAVURL::URLWithString(resolved->absoluteString())) << "what was resolved is no URL";
 }
 
 }  // namespace

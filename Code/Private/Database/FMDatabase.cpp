@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "Private/Database/ZAVDatabaseCompanions.h"
 #include "Private/Database/ZAVStatementCache.h"
 
 namespace zav {
@@ -36,7 +37,8 @@ void leaveUntouchedOnClose(sqlite3* connection) noexcept {
 #endif
 }
 
-int prepare(sqlite3* connection, std::string_view sql, sqlite3_stmt** statement, const char** tail) noexcept {
+int prepareStatement(sqlite3* connection, std::string_view sql, sqlite3_stmt** statement,
+                     const char** tail) noexcept {
     const int size = static_cast<int>(sql.size());
 #ifdef SQLITE_PREPARE_PERSISTENT
     return sqlite3_prepare_v3(connection, sql.data(), size, SQLITE_PREPARE_PERSISTENT, statement, tail);
@@ -84,10 +86,14 @@ std::shared_ptr<FMDatabase> FMDatabase::databaseWithPath(const std::string& path
             flags |= SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
             break;
     }
+    if (const auto hazard = ZAVHazardBesideDatabase(path)) {
+        ZAVStoreError(error, {ZAVErrorDomainDatabase, ZAVDatabaseErrorUnsafeCompanion, *hazard});
+        return nullptr;
+    }
     sqlite3* connection = nullptr;
     const char* vfs = options.vfs.empty() ? nullptr : options.vfs.c_str();
     const int status = sqlite3_open_v2(path.c_str(), &connection, flags, vfs);
-    const std::shared_ptr<FMDatabase> database(new FMDatabase(connection, options.statementCacheCapacity));
+    std::shared_ptr<FMDatabase> database(new FMDatabase(connection, options.statementCacheCapacity));
     if (status != SQLITE_OK) {
         ZAVStoreError(error, engineError(connection));
         return nullptr;
@@ -134,13 +140,29 @@ bool FMDatabase::configure(const FMDatabaseOptions& options) {
                          ", but this version of the library knows only versions up to " +
                          std::to_string(*options.newestUserVersion)});
     }
-    if (options.writeAheadLog && options.access != FMDatabaseOptions::Access::readOnly &&
-        !executeStatements("PRAGMA journal_mode=WAL")) {
+    busyTimeout_ = options.busyTimeout;
+    isDurable_ = options.synchronous == FMDatabaseOptions::Synchronous::full;
+    // A journal's deletion is the commit, and it has to reach the device too: FULL alone does not wait for
+    // that.
+    if (!executeStatements(isDurable_ ? "PRAGMA synchronous=EXTRA" : "PRAGMA synchronous=NORMAL")) {
         return false;
     }
-    return executeStatements(options.synchronous == FMDatabaseOptions::Synchronous::full
-                                 ? "PRAGMA synchronous=FULL"
-                                 : "PRAGMA synchronous=NORMAL");
+    return !options.writeAheadLog || options.access == FMDatabaseOptions::Access::readOnly ||
+           useWriteAheadLog();
+}
+
+bool FMDatabase::useWriteAheadLog() {
+    // While another connection does the same the engine fails at once instead of waiting.
+    constexpr int pauseInMilliseconds = 2;
+    const auto deadline = std::chrono::steady_clock::now() + busyTimeout_;
+    while (!executeStatements("PRAGMA journal_mode=WAL")) {
+        if ((lastError_.code() & 0xFF) != SQLITE_BUSY || std::chrono::steady_clock::now() >= deadline) {
+            return false;
+        }
+        sqlite3_sleep(pauseInMilliseconds);
+    }
+    // With a log nothing is deleted at a commit, and FULL is enough.
+    return !isDurable_ || executeStatements("PRAGMA synchronous=FULL");
 }
 
 std::optional<FMResultSet> FMDatabase::executeQueryWithArgumentsInArray(std::string_view sql,
@@ -155,7 +177,19 @@ bool FMDatabase::executeUpdateWithArgumentsInArray(std::string_view sql,
     return update(sql, parameters);
 }
 
+bool FMDatabase::prepare(std::string_view sql) {
+    ZAVStatement* const statement = lend(sql);
+    if (statement == nullptr) {
+        return false;
+    }
+    statements_->giveBack(*statement);
+    return true;
+}
+
 bool FMDatabase::executeStatements(const std::string& script) {
+    if (!leaveAbandonedTransaction()) {
+        return false;
+    }
     return sqlite3_exec(connection_, script.c_str(), nullptr, nullptr, nullptr) == SQLITE_OK ||
            failWithEngineError();
 }
@@ -170,6 +204,20 @@ std::int64_t FMDatabase::lastInsertRowId() const noexcept {
 
 bool FMDatabase::inTransaction() const noexcept {
     return sqlite3_get_autocommit(connection_) == 0;
+}
+
+void FMDatabase::rollback() {
+    // The engine undoes the transaction by itself after some failures; there is then nothing left to do.
+    transactionIsAbandoned_ = false;
+    transactionIsAbandoned_ = inTransaction() && !executeUpdate("ROLLBACK") && inTransaction();
+}
+
+/// What is written into an abandoned transaction would be acknowledged, and lost.
+bool FMDatabase::leaveAbandonedTransaction() {
+    if (transactionIsAbandoned_) {
+        rollback();
+    }
+    return !transactionIsAbandoned_;
 }
 
 std::size_t FMDatabase::openResultSets() const noexcept {
@@ -205,29 +253,9 @@ bool FMDatabase::update(std::string_view sql, std::span<const FMParameter> value
 /// Lends the statement `sql` with `values` bound; null on failure. Values that are not copied must stay alive
 /// until the statement is given back.
 ZAVStatement* FMDatabase::borrow(std::string_view sql, std::span<const FMParameter> values, bool copyValues) {
-    if (sql.data() == nullptr) {
-        sql = "";  // the engine takes no null
-    }
-    ZAVStatement* statement = statements_->borrow(sql);
+    ZAVStatement* const statement = lend(sql);
     if (statement == nullptr) {
-        sqlite3_stmt* handle = nullptr;
-        const char* tail = nullptr;
-        if (prepare(connection_, sql, &handle, &tail) != SQLITE_OK) {
-            failWithEngineError();
-            return nullptr;
-        }
-        if (handle == nullptr) {
-            fail({ZAVErrorDomainDatabase, ZAVDatabaseErrorNoStatement, "the text holds no statement"});
-            return nullptr;
-        }
-        const std::string_view rest = sql.substr(static_cast<std::size_t>(tail - sql.data()));
-        if (!isBlank(rest)) {
-            sqlite3_finalize(handle);
-            fail({ZAVErrorDomainDatabase, ZAVDatabaseErrorTrailingText,
-                  "there is text after the first statement: " + std::string(rest)});
-            return nullptr;
-        }
-        statement = &statements_->add(handle, sql);
+        return nullptr;
     }
     const auto expected = static_cast<std::size_t>(sqlite3_bind_parameter_count(statement->handle()));
     if (expected != values.size()) {
@@ -247,6 +275,37 @@ ZAVStatement* FMDatabase::borrow(std::string_view sql, std::span<const FMParamet
         }
     }
     return statement;
+}
+
+/// Lends the statement `sql`, from the cache or prepared now; null on failure.
+ZAVStatement* FMDatabase::lend(std::string_view sql) {
+    if (!leaveAbandonedTransaction()) {
+        return nullptr;
+    }
+    if (sql.data() == nullptr) {
+        sql = "";  // the engine takes no null
+    }
+    if (ZAVStatement* const statement = statements_->borrow(sql)) {
+        return statement;
+    }
+    sqlite3_stmt* handle = nullptr;
+    const char* tail = nullptr;
+    if (prepareStatement(connection_, sql, &handle, &tail) != SQLITE_OK) {
+        failWithEngineError();
+        return nullptr;
+    }
+    if (handle == nullptr) {
+        fail({ZAVErrorDomainDatabase, ZAVDatabaseErrorNoStatement, "the text holds no statement"});
+        return nullptr;
+    }
+    const std::string_view rest = sql.substr(static_cast<std::size_t>(tail - sql.data()));
+    if (!isBlank(rest)) {
+        sqlite3_finalize(handle);
+        fail({ZAVErrorDomainDatabase, ZAVDatabaseErrorTrailingText,
+              "there is text after the first statement: " + std::string(rest)});
+        return nullptr;
+    }
+    return &statements_->add(handle, sql);
 }
 
 bool FMDatabase::fail(ZAVError error) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -64,6 +65,9 @@ public:
         return update(sql, parameters);
     }
 
+    /// Prepares a statement ahead of its use and keeps it, so that running it needs no memory.
+    bool prepare(std::string_view sql);
+
     /// `executeQuery` and `executeUpdate` for a list of values whose length is known only at run time.
     [[nodiscard]] std::optional<FMResultSet> executeQueryWithArgumentsInArray(
         std::string_view sql, std::span<const ZAVValue> arguments);
@@ -72,6 +76,10 @@ public:
     /// Runs the statements of a script one after the other, without values, and stops at the first that
     /// fails.
     bool executeStatements(const std::string& script);
+
+    /// Lets one connection read while another writes, from now on and for whoever opens the file; see
+    /// `FMDatabaseOptions::writeAheadLog`, which does this on opening.
+    bool useWriteAheadLog();
 
     /// The error of the most recent failed call on this handle or one of its cursors; empty before the first.
     [[nodiscard]] const ZAVError& lastError() const noexcept { return lastError_; }
@@ -84,6 +92,11 @@ public:
 
     /// Whether a transaction is open.
     [[nodiscard]] bool inTransaction() const noexcept;
+
+    /// Undoes the open transaction, if there is one. When the engine cannot, for want of memory, say, the
+    /// transaction is abandoned: nothing runs on this handle until it has been undone, which each call tries
+    /// first.
+    void rollback();
 
     /// How many cursors are open.
     [[nodiscard]] std::size_t openResultSets() const noexcept;
@@ -101,12 +114,17 @@ private:
     bool update(std::string_view sql, std::span<const FMParameter> values);
     [[nodiscard]] ZAVStatement* borrow(std::string_view sql, std::span<const FMParameter> values,
                                        bool copyValues);
+    [[nodiscard]] ZAVStatement* lend(std::string_view sql);
+    [[nodiscard]] bool leaveAbandonedTransaction();
     bool fail(ZAVError error);
     bool failWithEngineError();
 
     sqlite3* connection_;
     std::unique_ptr<ZAVStatementCache> statements_;
     ZAVError lastError_;
+    std::chrono::milliseconds busyTimeout_{0};
+    bool isDurable_ = false;
+    bool transactionIsAbandoned_ = false;
 };
 
 }  // namespace zav

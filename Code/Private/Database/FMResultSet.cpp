@@ -57,10 +57,22 @@ bool FMResultSet::nextWithError(ZAVError* error) {
 }
 
 void FMResultSet::close() noexcept {
-    row_ = nullptr;
-    if (ZAVStatement* const statement = std::exchange(statement_, nullptr)) {
-        database_->statements_->giveBack(*statement);
+    static_cast<void>(giveBack());
+}
+
+bool FMResultSet::closeWithError(ZAVError* error) {
+    if (giveBack() == SQLITE_OK) {
+        return true;
     }
+    database_->failWithEngineError();
+    ZAVStoreError(error, database_->lastError());
+    return false;
+}
+
+int FMResultSet::giveBack() noexcept {
+    row_ = nullptr;
+    ZAVStatement* const statement = std::exchange(statement_, nullptr);
+    return statement == nullptr ? SQLITE_OK : database_->statements_->giveBack(*statement);
 }
 
 std::int32_t FMResultSet::intForColumnIndex(int index) const noexcept {

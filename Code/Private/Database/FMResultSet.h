@@ -42,6 +42,11 @@ public:
     /// Gives the statement back. Doing so twice does no harm.
     void close() noexcept;
 
+    /// As `close`, for a caller who leaves before the end: false when memory ran out while a value of the
+    /// current row was being converted. What was read from that row is then not what is stored; the reason
+    /// is in `error`, if given, and the handle's last error. At the end, `nextWithError` tells the same.
+    bool closeWithError(ZAVError* error);
+
     /// NULL reads as 0; a number that does not fit is cut to its low 32 bits.
     [[nodiscard]] std::int32_t intForColumnIndex(int index) const noexcept;
 
@@ -75,6 +80,7 @@ private:
     FMResultSet(FMDatabase& database, ZAVStatement& statement) noexcept;
 
     void adopt(FMResultSet& other) noexcept;
+    [[nodiscard]] int giveBack() noexcept;
     [[nodiscard]] int indexForColumn(std::string_view name) const;
 
     FMDatabase* database_ = nullptr;

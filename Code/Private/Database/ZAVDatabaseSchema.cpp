@@ -22,24 +22,29 @@ bool fail(ZAVError* error, const ZAVError& reason) {
     return false;
 }
 
-/// Whether the database can be brought up to date: it is the library's own, of a version that is known, or
-/// empty.
-bool canBeMigrated(FMDatabase& database, std::int32_t version, ZAVError* error) {
-    if (version > ZAVDatabaseSchema::currentVersion()) {
-        return fail(error, {ZAVErrorDomainDatabase, ZAVDatabaseErrorNewerSchema,
-                            "the database has schema version " + std::to_string(version) +
-                                ", but this version of the library knows only versions up to " +
-                                std::to_string(ZAVDatabaseSchema::currentVersion())});
-    }
+/// The version of a database that can be brought up to date: it is the library's own, of a version that is
+/// known, or empty. None for any other.
+std::optional<std::int32_t> migratableVersion(FMDatabase& database, ZAVError* error) {
+    // The tables before the version: whoever makes the tables meanwhile writes the version with them.
     const auto tables = number(database, "SELECT COUNT(*) FROM sqlite_master");
     if (!tables) {
-        return fail(error, database.lastError());
+        ZAVStoreError(error, database.lastError());
+        return std::nullopt;
     }
-    if (version < 0 || (version == 0 && *tables != 0)) {
-        return fail(error, {ZAVErrorDomainDatabase, ZAVDatabaseErrorForeignSchema,
-                            "the database has tables, but no schema version of the event store"});
+    const auto version = ZAVDatabaseSchema::versionOfDatabase(database, error);
+    if (version && *version > ZAVDatabaseSchema::currentVersion()) {
+        ZAVStoreError(error, {ZAVErrorDomainDatabase, ZAVDatabaseErrorNewerSchema,
+                              "the database has schema version " + std::to_string(*version) +
+                                  ", but this version of the library knows only versions up to " +
+                                  std::to_string(ZAVDatabaseSchema::currentVersion())});
+        return std::nullopt;
     }
-    return true;
+    if (version && (*version < 0 || (*version == 0 && *tables != 0))) {
+        ZAVStoreError(error, {ZAVErrorDomainDatabase, ZAVDatabaseErrorForeignSchema,
+                              "the database has tables, but no schema version of the event store"});
+        return std::nullopt;
+    }
+    return version;
 }
 
 }  // namespace
@@ -58,11 +63,10 @@ std::shared_ptr<FMDatabase> ZAVDatabaseSchema::openDatabase(const std::string& p
     if (!database) {
         return nullptr;
     }
-    const auto version = versionOfDatabase(*database, error);
-    if (!version || !canBeMigrated(*database, *version, error)) {
+    if (!migratableVersion(*database, error)) {
         return nullptr;
     }
-    if (writeAheadLog && !database->executeStatements("PRAGMA journal_mode=WAL")) {
+    if (writeAheadLog && !database->useWriteAheadLog()) {
         ZAVStoreError(error, database->lastError());
         return nullptr;
     }
@@ -87,8 +91,8 @@ bool ZAVDatabaseSchema::migrateDatabase(FMDatabase& database, ZAVError* error) {
         return false;
     }
     // Read again under the lock: another process may have migrated the file in between.
-    const auto version = versionOfDatabase(database, error);
-    if (!version || !canBeMigrated(database, *version, error)) {
+    const auto version = migratableVersion(database, error);
+    if (!version) {
         return false;
     }
     for (const ZAVSchemaMigration& migration :

@@ -2,6 +2,7 @@
 
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <cstring>
 #include <limits>
 #include <utility>
@@ -16,7 +17,7 @@ namespace {
 std::size_t bucketFor(std::string_view sql, std::size_t bucketCount) noexcept {
     std::uint64_t end = 0;
     std::uint64_t middle = 0;
-    const std::size_t taken = sql.size() < sizeof end ? sql.size() : sizeof end;
+    const std::size_t taken = std::min(sql.size(), sizeof end);
     if (taken != 0) {
         std::memcpy(&end, sql.data() + sql.size() - taken, taken);
         std::memcpy(&middle, sql.data() + (sql.size() - taken) / 2, taken);
@@ -64,15 +65,16 @@ ZAVStatement& ZAVStatementCache::add(sqlite3_stmt* handle, std::string_view sql)
     return *bucket;
 }
 
-void ZAVStatementCache::giveBack(ZAVStatement& statement) noexcept {
+int ZAVStatementCache::giveBack(ZAVStatement& statement) noexcept {
     statement.cursor = nullptr;
-    sqlite3_reset(statement.handle_);
+    const int status = sqlite3_reset(statement.handle_);
     sqlite3_clear_bindings(statement.handle_);
     statement.lent_ = false;
     statement.lastUse_ = ++clock_;
     if (++idle_ > capacity_) {
-        removeLeastRecentlyUsed();
+        removeLeastRecentlyUsed(statement);
     }
+    return status;
 }
 
 void ZAVStatementCache::discard(ZAVStatement& statement) noexcept {
@@ -104,10 +106,10 @@ void ZAVStatementCache::remove(ZAVStatement& statement) noexcept {
     *link = std::move(statement.next_);
 }
 
-void ZAVStatementCache::removeLeastRecentlyUsed() noexcept {
-    ZAVStatement* oldest = nullptr;
+void ZAVStatementCache::removeLeastRecentlyUsed(ZAVStatement& idle) noexcept {
+    ZAVStatement* oldest = &idle;
     forEach([&](ZAVStatement& statement) {
-        if (!statement.lent_ && (oldest == nullptr || statement.lastUse_ < oldest->lastUse_)) {
+        if (!statement.lent_ && statement.lastUse_ < oldest->lastUse_) {
             oldest = &statement;
         }
     });

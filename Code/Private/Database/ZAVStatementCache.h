@@ -43,6 +43,8 @@ class ZAVStatementCache {
 public:
     explicit ZAVStatementCache(std::size_t capacity) : capacity_(capacity) {}
     ~ZAVStatementCache();
+    ZAVStatementCache(const ZAVStatementCache&) = delete;
+    ZAVStatementCache& operator=(const ZAVStatementCache&) = delete;
 
     /// An idle statement with this text, lent to the caller; null when there is none.
     [[nodiscard]] ZAVStatement* borrow(std::string_view sql) noexcept;
@@ -50,8 +52,9 @@ public:
     /// Takes a statement in that was prepared just now, and lends it to the caller.
     [[nodiscard]] ZAVStatement& add(sqlite3_stmt* handle, std::string_view sql);
 
-    /// Takes a statement back, reset and with its bindings cleared.
-    void giveBack(ZAVStatement& statement) noexcept;
+    /// Takes a statement back, reset and with its bindings cleared. Returns what the engine says of it at the
+    /// end: whether a value of its last row could not be handed out.
+    int giveBack(ZAVStatement& statement) noexcept;
 
     /// Takes a statement back that failed. It is not kept.
     void discard(ZAVStatement& statement) noexcept;
@@ -68,7 +71,8 @@ private:
     template <class Visit>
     void forEach(const Visit& visit) const;
     void remove(ZAVStatement& statement) noexcept;
-    void removeLeastRecentlyUsed() noexcept;
+    /// `idle` is one that may go; whichever has been idle longest goes.
+    void removeLeastRecentlyUsed(ZAVStatement& idle) noexcept;
 
     std::array<std::unique_ptr<ZAVStatement>, bucketCount> buckets_;
     std::size_t capacity_;

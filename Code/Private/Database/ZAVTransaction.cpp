@@ -3,7 +3,9 @@
 namespace zav {
 
 std::optional<ZAVTransaction> ZAVTransaction::begin(FMDatabase& database, ZAVError* error) {
-    if (!database.executeUpdate("BEGIN IMMEDIATE")) {
+    // What ends a transaction is made ready before it begins, for when memory is short.
+    if (!database.prepare("ROLLBACK") || !database.prepare("COMMIT") ||
+        !database.executeUpdate("BEGIN IMMEDIATE")) {
         ZAVStoreError(error, database.lastError());
         return std::nullopt;
     }
@@ -23,10 +25,8 @@ bool ZAVTransaction::commit(ZAVError* error) {
 }
 
 void ZAVTransaction::rollback() noexcept {
-    FMDatabase* const database = std::exchange(database_, nullptr);
-    // The engine rolls some failures back by itself; there is then nothing left to undo.
-    if (database != nullptr && database->inTransaction()) {
-        database->executeStatements("ROLLBACK");
+    if (FMDatabase* const database = std::exchange(database_, nullptr)) {
+        database->rollback();
     }
 }
 

@@ -12,6 +12,9 @@ namespace zav {
 ///
 /// The repositories never open one. A caller who wants several operations stored together, or not at all,
 /// puts one around them; the write lock is taken when it begins.
+///
+/// The engine undoes the whole transaction by itself when it runs out of space or memory on the way. The call
+/// that met this fails; a caller who goes on after a failure stores each further row on its own.
 class ZAVTransaction {
 public:
     /// @param database must outlive the transaction and have none open.

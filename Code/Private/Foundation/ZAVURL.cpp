@@ -29,7 +29,7 @@ public:
     ParsedReference& operator=(const ParsedReference&) = delete;
 
     [[nodiscard]] bool valid() const noexcept { return valid_; }
-    [[nodiscard]] bool hasScheme() const noexcept { return valid_ && uri.scheme.first != nullptr; }
+    [[nodiscard]] bool hasScheme() const noexcept { return uri.scheme.first != nullptr; }
 
     UriUriA uri{};
 
@@ -66,6 +66,14 @@ std::string resolved(const std::string& text, const std::string& base) {
         uriToStringA(result.data(), &absolute, capacity + 1, &written);
         result.resize(written > 0 ? static_cast<std::size_t>(written) - 1 : 0);
     }
+    // Removing dot segments may leave a path that begins with two slashes. Where there is no authority, what
+    // follows them would be read as one.
+    if (absolute.hostText.first == nullptr) {
+        const std::size_t path = result.find(':') + 1;
+        if (result.compare(path, 2, "//") == 0) {
+            result.insert(path, "/.");
+        }
+    }
     uriFreeUriMembersA(&absolute);
     return result;
 }
@@ -95,7 +103,7 @@ std::optional<ZAVURL> ZAVURL::URLWithString(std::string_view text, const ZAVURL&
 ZAVURL ZAVURL::fileURLWithDirectoryPath(std::string_view path) {
     static constexpr std::string_view unescaped =
         "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~/!$&'()*+,;=:@";
-    static constexpr char digits[] = "0123456789ABCDEF";
+    static constexpr std::string_view digits = "0123456789ABCDEF";
     std::string text = "file://";
     for (const char character : path) {
         if (unescaped.find(character) != std::string_view::npos) {
@@ -147,14 +155,14 @@ std::string ZAVURL::filePath() const {
 }
 
 bool operator==(const ZAVURL& left, const ZAVURL& right) noexcept {
-    const ZAVURL::Reference* a = left.reference_.get();
-    const ZAVURL::Reference* b = right.reference_.get();
-    while (a != b) {
-        if (a == nullptr || b == nullptr || a->text != b->text) {
+    const ZAVURL::Reference* one = left.reference_.get();
+    const ZAVURL::Reference* other = right.reference_.get();
+    while (one != other) {
+        if (one == nullptr || other == nullptr || one->text != other->text) {
             return false;
         }
-        a = a->base.get();
-        b = b->base.get();
+        one = one->base.get();
+        other = other->base.get();
     }
     return true;
 }

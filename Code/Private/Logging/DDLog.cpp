@@ -1,5 +1,6 @@
 #include "Private/Logging/DDLog.h"
 
+#include <cstdlib>
 #include <mutex>
 #include <utility>
 
@@ -40,15 +41,29 @@ private:
     std::shared_ptr<DDLogSink> sink_;
 };
 
+std::atomic<bool> processEnds = false;
+
 CurrentSink& currentSink() {
-    static CurrentSink current;
+    // Never destroyed: threads and static objects may log until the process is gone. What was logged is
+    // written when the process exits, and from then on each line at once.
+    static CurrentSink& current = []() -> CurrentSink& {
+        static_cast<void>(std::atexit([] {
+            processEnds = true;
+            DDLog::flush();
+        }));
+        return *new CurrentSink;
+    }();
     return current;
 }
 
 }  // namespace
 
 void DDLog::write(const DDLogMessage& message) {
-    currentSink().get()->write(message);
+    const auto sink = currentSink().get();
+    sink->write(message);
+    if (processEnds) {
+        sink->flush();
+    }
 }
 
 void DDLog::setSink(std::shared_ptr<DDLogSink> sink) {

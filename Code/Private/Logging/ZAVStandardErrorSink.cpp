@@ -34,7 +34,6 @@ private:
         written_.notify_all();
     }
     void flush_() override { output_.flush(); }
-    void set_pattern_(const std::string& pattern) override { output_.set_pattern(pattern); }
     void set_formatter_(std::unique_ptr<spdlog::formatter> formatter) override {
         output_.set_formatter(std::move(formatter));
     }

@@ -14,6 +14,8 @@ class ZAVStandardErrorSink final : public DDLogSink {
 public:
     ZAVStandardErrorSink();
     ~ZAVStandardErrorSink() override;
+    ZAVStandardErrorSink(const ZAVStandardErrorSink&) = delete;
+    ZAVStandardErrorSink& operator=(const ZAVStandardErrorSink&) = delete;
 
     void write(const DDLogMessage& message) override;
     void flush() override;

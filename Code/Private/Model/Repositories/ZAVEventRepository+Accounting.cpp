@@ -112,11 +112,10 @@ std::optional<ZAVSet<ZAVEventContent>> ZAVEventRepository::leastRecentlyAccessed
                 sum += static_cast<ZAVSize>(eventContentFromResultSet(*rows)->size());
                 contents->append(eventContentFromResultSet(*rows));
             }
-            if (outError) {
+            if (outError || !rows->closeWithError(&outError)) {
                 contents.reset();
                 return false;
             }
-            rows->close();
             return true;
         },
         totalSizeInBytes);

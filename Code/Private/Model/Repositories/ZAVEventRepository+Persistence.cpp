@@ -99,8 +99,7 @@ private:
                 event_.setStreamDatabaseIdentifier(rows->longLongIntForColumn("database_identifier"));
             }
             event_.set_stream_id(rows->dataForColumn("stream_id"));
-            rows->close();
-            return true;
+            return rows->closeWithError(&outError_);
         }
         if (outError_) {
             return false;

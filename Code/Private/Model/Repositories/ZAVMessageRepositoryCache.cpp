@@ -33,7 +33,7 @@ ZAVURL& currentDirectory() {
 std::string directoryName(std::string_view text) {
     static constexpr std::string_view plain =
         "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_~";
-    static constexpr char digits[] = "0123456789ABCDEF";
+    static constexpr std::string_view digits = "0123456789ABCDEF";
     const bool onlyDots = text.find_first_not_of('.') == std::string_view::npos;
     std::string name;
     for (const char character : text) {

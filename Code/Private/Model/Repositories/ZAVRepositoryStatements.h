@@ -29,8 +29,10 @@ bool readFirstRow(const ZAVEventRepository& repository, Result& result, ZAVError
     }
     if (rows->nextWithError(&outError)) {
         result = map(*rows);
+        if (!rows->closeWithError(&outError)) {
+            result = {};
+        }
     }
-    rows->close();
     return !outError;
 }
 

@@ -1,70 +1,45 @@
 #include "Private/Model/Repositories/ZAVStreamRepository.h"
 
+#include "Private/Model/Repositories/ZAVNeighbourStatements.h"
+
 namespace zav {
+namespace {
+
+constexpr std::string_view selectByUUID = "SELECT database_identifier FROM streams WHERE stream_id = ?";
+constexpr std::string_view insertWithUUID = "INSERT INTO streams (stream_id) VALUES (?)";
+
+}  // namespace
 
 ZAVDatabaseIdentifier ZAVStreamRepository::streamDatabaseIdentifierForUUID(const ZAVUUID& uuid,
                                                                            ZAVError* error) const {
-    auto rows = database().executeQuery("SELECT database_identifier FROM streams WHERE stream_id = ?", uuid);
-    if (!rows) {
-        ZAVStoreError(error, database().lastError());
-        return ZAVDatabaseIdentifierNotSet;
-    }
-    return rows->nextWithError(error) ? rows->longLongIntForColumnIndex(0) : ZAVDatabaseIdentifierNotSet;
+    return readNumber(database(), error, selectByUUID, uuid).value_or(ZAVDatabaseIdentifierNotSet);
 }
 
 ZAVDatabaseIdentifier ZAVStreamRepository::findOrCreateStreamWithUUID(const ZAVUUID& uuid,
                                                                       ZAVError* error) const {
-    ZAVError lookupError;
-    const ZAVDatabaseIdentifier existing = streamDatabaseIdentifierForUUID(uuid, &lookupError);
-    if (lookupError) {
-        ZAVStoreError(error, lookupError);
-        return ZAVDatabaseIdentifierNotSet;
-    }
-    return existing != ZAVDatabaseIdentifierNotSet ? existing : insert(uuid, error);
+    return findOrInsert(database(), error, selectByUUID, insertWithUUID, uuid);
 }
 
 ZAVDatabaseIdentifier ZAVStreamRepository::createStreamWithoutUUID(ZAVError* error) const {
-    return insert(std::nullopt, error);
+    return update(database(), error, insertWithUUID, std::nullopt) ? database().lastInsertRowId()
+                                                                   : ZAVDatabaseIdentifierNotSet;
 }
 
 bool ZAVStreamRepository::setUUID(const ZAVUUID& uuid, ZAVDatabaseIdentifier streamDatabaseIdentifier,
                                   ZAVError* error) const {
-    return report(database().executeUpdate("UPDATE streams SET stream_id = ? WHERE database_identifier = ?",
-                                           uuid, streamDatabaseIdentifier),
-                  error);
+    return update(database(), error, "UPDATE streams SET stream_id = ? WHERE database_identifier = ?", uuid,
+                  streamDatabaseIdentifier);
 }
 
 bool ZAVStreamRepository::setSeq(ZAVSequence seq, ZAVDatabaseIdentifier streamDatabaseIdentifier,
                                  ZAVError* error) const {
-    return report(database().executeUpdate("UPDATE streams SET seq = ? WHERE database_identifier = ?", seq,
-                                           streamDatabaseIdentifier),
-                  error);
+    return update(database(), error, "UPDATE streams SET seq = ? WHERE database_identifier = ?", seq,
+                  streamDatabaseIdentifier);
 }
 
 std::optional<std::uint64_t> ZAVStreamRepository::countOfStreams(ZAVError* error) const {
-    auto rows = database().executeQuery("SELECT COUNT(*) FROM streams");
-    if (!rows) {
-        ZAVStoreError(error, database().lastError());
-        return std::nullopt;
-    }
-    if (!rows->nextWithError(error)) {
-        return std::nullopt;
-    }
-    return rows->unsignedLongLongIntForColumnIndex(0);
-}
-
-ZAVDatabaseIdentifier ZAVStreamRepository::insert(const std::optional<ZAVUUID>& uuid, ZAVError* error) const {
-    if (!report(database().executeUpdate("INSERT INTO streams (stream_id) VALUES (?)", uuid), error)) {
-        return ZAVDatabaseIdentifierNotSet;
-    }
-    return database().lastInsertRowId();
-}
-
-bool ZAVStreamRepository::report(bool succeeded, ZAVError* error) const {
-    if (!succeeded) {
-        ZAVStoreError(error, database().lastError());
-    }
-    return succeeded;
+    const auto count = readNumber(database(), error, "SELECT COUNT(*) FROM streams");
+    return count ? std::optional(static_cast<std::uint64_t>(*count)) : std::nullopt;
 }
 
 }  // namespace zav

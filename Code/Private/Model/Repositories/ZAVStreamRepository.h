@@ -35,10 +35,6 @@ public:
 
     /// How many streams there are; none on failure.
     [[nodiscard]] std::optional<std::uint64_t> countOfStreams(ZAVError* error = nullptr) const;
-
-private:
-    [[nodiscard]] ZAVDatabaseIdentifier insert(const std::optional<ZAVUUID>& uuid, ZAVError* error) const;
-    [[nodiscard]] bool report(bool succeeded, ZAVError* error) const;
 };
 
 }  // namespace zav

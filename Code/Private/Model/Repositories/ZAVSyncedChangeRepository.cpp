@@ -1,16 +1,14 @@
 #include "Private/Model/Repositories/ZAVSyncedChangeRepository.h"
 
+#include "Private/Model/Repositories/ZAVNeighbourStatements.h"
+
 namespace zav {
 
 bool ZAVSyncedChangeRepository::recordChange(std::string_view tableName, ZAVDatabaseIdentifier rowIdentifier,
                                              ZAVSyncedChangeType type, ZAVError* error) const {
-    if (!database().executeUpdate(
-            "INSERT INTO synced_changes (table_name, row_identifier, change_type) VALUES (?, ?, ?)",
-            tableName, rowIdentifier, type)) {
-        ZAVStoreError(error, database().lastError());
-        return false;
-    }
-    return true;
+    return update(database(), error,
+                  "INSERT INTO synced_changes (table_name, row_identifier, change_type) VALUES (?, ?, ?)",
+                  tableName, rowIdentifier, type);
 }
 
 }  // namespace zav

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <optional>
+#include <string_view>
+
+#include "Private/Foundation/ZAVIdentifiers.h"
+#include "Private/Foundation/ZAVUUID.h"
+#include "Private/Model/Repositories/ZAVDatabaseRepository.h"
+
+namespace zav {
+
+/// The conversations of this device, and who takes part in them. A conversation shows one stream; how far
+/// each participant has progressed in it is recorded by
+/// `ZAVEventRepository::persistConversationsParticipantsSeq`.
+class ZAVConversationRepository : public ZAVDatabaseRepository {
+public:
+    using ZAVDatabaseRepository::ZAVDatabaseRepository;
+
+    /// Row of the conversation that shows a stream, which is made when there is none;
+    /// `ZAVDatabaseIdentifierNotSet` on failure, with the reason in `error`.
+    ZAVDatabaseIdentifier findOrCreateConversationWithStreamUUID(const ZAVUUID& streamUUID,
+                                                                 ZAVError* error = nullptr) const;
+
+    /// Makes somebody a participant; who is one already stays as recorded.
+    /// @return whether the statement ran.
+    bool addParticipant(std::string_view memberID, ZAVDatabaseIdentifier conversationDatabaseIdentifier,
+                        ZAVError* error = nullptr) const;
+
+    /// How far a participant has progressed; none for a participant without a sequence, for somebody who is
+    /// no participant, and on failure, with the reason in `error`.
+    [[nodiscard]] std::optional<ZAVSequence> seqOfParticipant(
+        std::string_view memberID, ZAVDatabaseIdentifier conversationDatabaseIdentifier,
+        ZAVError* error = nullptr) const;
+};
+
+}  // namespace zav

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+
+#include "Private/Foundation/ZAVIdentifiers.h"
+#include "Private/Model/Repositories/ZAVDatabaseRepository.h"
+#include "ZAVMessage.h"
+
+namespace zav {
+
+/// The messages that an application shows, each carried by one event. The parts of a message are the content
+/// parts of its event; see `ZAVMessagePart` and `ZAVEventRepository::eventContentForMessagePart`.
+class ZAVMessageRepository : public ZAVDatabaseRepository {
+public:
+    using ZAVDatabaseRepository::ZAVDatabaseRepository;
+
+    /// The message that an event carries, which is recorded when there is none yet; null on failure, with the
+    /// reason in `error`.
+    [[nodiscard]] std::shared_ptr<ZAVMessage> findOrCreateMessageForEventDatabaseIdentifier(
+        ZAVDatabaseIdentifier eventDatabaseIdentifier, ZAVError* error = nullptr) const;
+
+    /// A message's sequence; none while it has none, when there is no such message, and on failure, with the
+    /// reason in `error`.
+    [[nodiscard]] std::optional<ZAVSequence> seqOfMessage(const ZAVMessage& message,
+                                                          ZAVError* error = nullptr) const;
+};
+
+}  // namespace zav
