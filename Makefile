@@ -1,5 +1,10 @@
-# make run    the main job: import a sample conversation into a database file, print statistics, list what can be sent
-# make test   build everything and run all tests
+# make run         the main job: import a sample conversation into a database file, print statistics, list what can be sent
+# make test        build everything and run all tests
+# make test-long   the sweeps, crashes and random sequences again, at length (some 20 minutes)
+# make fuzz        the fuzzers, FUZZ_SECONDS each
+# make static      clang-tidy and cppcheck
+# make valgrind    the tests under memcheck
+# make coverage    the tests with coverage, and its lower limits
 #
 # Each sets up what it needs: on Debian and Ubuntu missing packages are installed, elsewhere they are named.
 # BUILD, BUILD_TYPE, CXX and SANITIZE may be given, as in: make test CXX=clang++ SANITIZE=address,undefined BUILD=build-asan
@@ -15,7 +20,9 @@ JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 SAMPLE_DATABASE = $(BUILD)/sample.db
 ZAVEVENTS = $(BUILD)/Tools/zavevents/zavevents
 
-.PHONY: run test build setup format check-format clean
+FUZZ_SECONDS ?= 600
+
+.PHONY: run test test-long fuzz static valgrind coverage build setup setup-checks format check-format clean
 
 run: build
 	rm -f $(SAMPLE_DATABASE) $(SAMPLE_DATABASE)-wal $(SAMPLE_DATABASE)-shm
@@ -25,6 +32,23 @@ run: build
 
 test: build
 	ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS)
+	@scripts/report-sweeps.sh $(BUILD)/Testing/Temporary/LastTest.log
+
+test-long: build
+	ZAV_TEST_EFFORT=long ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS) -L long
+	@scripts/report-sweeps.sh $(BUILD)/Testing/Temporary/LastTest.log
+
+fuzz: setup
+	scripts/fuzz.sh $(FUZZ_SECONDS) $(BUILD)/fuzz
+
+static: build setup-checks
+	scripts/check-static.sh $(BUILD)
+
+valgrind: build setup-checks
+	scripts/valgrind.sh $(BUILD)
+
+coverage: setup-checks
+	scripts/coverage.sh $(BUILD)/coverage
 
 build: setup
 	cmake -S . -B $(BUILD) -G Ninja -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) -DCMAKE_CXX_COMPILER=$(CXX) -DZAV_SANITIZE=$(SANITIZE)
@@ -32,6 +56,9 @@ build: setup
 
 setup:
 	@scripts/setup.sh
+
+setup-checks:
+	@scripts/setup.sh --checks
 
 format:
 	scripts/format.sh

@@ -1,11 +1,15 @@
 #!/bin/sh
 # Makes sure that the compilers, tools and libraries of the build are there: installs what is missing through apt-get
-# on Debian and Ubuntu, and names it elsewhere.
+# on Debian and Ubuntu, and names it elsewhere. With --checks also what the static checks, valgrind, coverage and the
+# benchmarks need.
 set -eu
 
 packages="g++ clang libclang-rt-dev clang-format cmake ninja-build pkg-config python3
     libsqlite3-dev liburiparser-dev libspdlog-dev libfmt-dev
-    libcli11-dev libsimdjson-dev nlohmann-json3-dev libgtest-dev"
+    libcli11-dev libsimdjson-dev nlohmann-json3-dev libgtest-dev librapidcheck-dev"
+if [ "${1:-}" = --checks ]; then
+    packages="$packages clang-tidy cppcheck valgrind gcovr libbenchmark-dev libsqlitecpp-dev libsoci-dev"
+fi
 
 if ! command -v dpkg-query > /dev/null || ! command -v apt-get > /dev/null; then
     missing=""
@@ -17,7 +21,7 @@ if ! command -v dpkg-query > /dev/null || ! command -v apt-get > /dev/null; then
         exit 1
     fi
     echo "Packages are installed by themselves only on Debian and Ubuntu. The build needs: a C++20 compiler, SQLite 3.15" \
-        "or later, uriparser, spdlog, fmt, CLI11, simdjson, nlohmann-json and GoogleTest." >&2
+        "or later, uriparser, spdlog, fmt, CLI11, simdjson, nlohmann-json, GoogleTest and RapidCheck." >&2
     exit 0
 fi
 

@@ -1,5 +1,6 @@
 #include "Arguments.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstdint>
 #include <string_view>
@@ -14,17 +15,13 @@ bool isRestrictedName(std::string_view name) {
     static constexpr std::string_view alphanumeric =
         "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
     static constexpr std::string_view others = "!#$&-^_.+";
-    if (name.empty() || name.size() > longestName ||
-        alphanumeric.find(name.front()) == std::string_view::npos) {
-        return false;
-    }
-    for (const char character : name) {
-        if (alphanumeric.find(character) == std::string_view::npos &&
-            others.find(character) == std::string_view::npos) {
-            return false;
-        }
-    }
-    return true;
+    const auto isIn = [](std::string_view characters) {
+        return [characters](char character) { return characters.find(character) != std::string_view::npos; };
+    };
+    return !name.empty() && name.size() <= longestName && isIn(alphanumeric)(name.front()) &&
+           std::all_of(name.begin(), name.end(), [&](char character) {
+               return isIn(alphanumeric)(character) || isIn(others)(character);
+           });
 }
 
 bool isMediaTypeName(std::string_view text) {

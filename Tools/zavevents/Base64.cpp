@@ -9,7 +9,7 @@ namespace {
 constexpr std::string_view alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 constexpr std::uint8_t notInAlphabet = 64;
 
-constexpr std::array<std::uint8_t, 256> values = [] {
+constexpr std::array<std::uint8_t, 256> values = []() {
     std::array<std::uint8_t, 256> table{};
     table.fill(notInAlphabet);
     for (std::size_t index = 0; index < alphabet.size(); ++index) {

@@ -29,6 +29,8 @@ public:
         std::swap(value_, other.value_);
         return *this;
     }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
 
     [[nodiscard]] int get() const { return value_; }
 
@@ -40,7 +42,7 @@ private:
 /// @throws ToolError when the way leads out of the directory.
 std::vector<std::string> namesBelow(const std::string& directory, const std::string& path) {
     const auto leadsOut = [&] {
-        return ToolError(path.c_str() + std::string(": leads out of the cache directory"));
+        return ToolError(path.substr(0, path.find('\0')) + ": leads out of the cache directory");
     };
     const std::string prefix = directory.ends_with('/') ? directory : directory + "/";
     if (!path.starts_with(prefix) || path.find('\0') != std::string::npos) {
@@ -63,8 +65,9 @@ std::vector<std::string> namesBelow(const std::string& directory, const std::str
 
 }  // namespace
 
-CacheDirectory::CacheDirectory(const std::string& path) : descriptor_(-1) {
+CacheDirectory::CacheDirectory(const std::string& path) {
     std::error_code error;
+    // cppcheck-suppress useInitializationList ; the error is wanted as well
     path_ = std::filesystem::canonical(path, error).string();
     if (!error) {
         descriptor_ = ::open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);

@@ -29,7 +29,7 @@ public:
 
 private:
     std::string path_;  ///< absolute, without links
-    int descriptor_;
+    int descriptor_ = -1;
 };
 
 }  // namespace zavevents

@@ -54,7 +54,7 @@ struct Field {
         if (value.get_double().get(seconds) != simdjson::SUCCESS) {
             complain("is no number of seconds");
         }
-        return ZAVDateFromSecondsSince1970(seconds);
+        return ZAVDateFromSecondsSince1970(seconds + 0.0);  // negative zero is stored as plain zero
     }
 
     [[nodiscard]] bool boolean() const {
@@ -196,6 +196,7 @@ void prepareForDownload(ZAVEvent& event, const std::vector<ReadPart>& parts,
         std::optional<ZAVURL> file;
     };
     std::vector<Kept> kept;
+    kept.reserve(parts.size());
     for (const ReadPart& read : parts) {
         kept.push_back({read.part->transferStatus(), read.part->fileURL()});
     }
@@ -235,6 +236,7 @@ public:
         }
         if (!parts.empty()) {
             std::vector<std::shared_ptr<ZAVTContent>> content;
+            content.reserve(parts.size());
             for (const ReadPart& part : parts) {
                 content.push_back(part.part);
             }

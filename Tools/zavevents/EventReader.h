@@ -39,6 +39,8 @@ public:
     /// @param owner needed only for content that is to be downloaded.
     explicit EventReader(std::optional<DownloadOwner> owner);
     ~EventReader();
+    EventReader(const EventReader&) = delete;
+    EventReader& operator=(const EventReader&) = delete;
 
     /// @throws BadLine
     [[nodiscard]] ReadEvent read(std::string_view line);

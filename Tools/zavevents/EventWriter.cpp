@@ -1,5 +1,6 @@
 #include "EventWriter.h"
 
+#include <array>
 #include <charconv>
 #include <cmath>
 #include <concepts>
@@ -16,7 +17,7 @@ namespace {
 using namespace zav;
 
 void appendEscaped(std::string_view text, std::string& out) {
-    static constexpr char digits[] = "0123456789abcdef";
+    static constexpr std::string_view digits = "0123456789abcdef";
     std::size_t plainFrom = 0;
     for (std::size_t position = 0; position < text.size(); ++position) {
         const auto byte = static_cast<unsigned char>(text[position]);
@@ -93,8 +94,8 @@ public:
     template <std::integral Number>
     void add(std::string_view name, Number number) {
         key(name);
-        char digits[24];
-        out_.append(digits, std::to_chars(digits, digits + sizeof digits, number).ptr);
+        std::array<char, 24> digits;
+        out_.append(digits.data(), std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr);
     }
     void add(std::string_view name, bool flag) {
         key(name);
@@ -110,13 +111,14 @@ public:
         const double seconds = ZAVSecondsSince1970(date);
         if (std::isfinite(seconds)) {  // JSON has no other numbers
             key(name);
-            char digits[64];
+            std::array<char, 64> digits;
+            char* const begin = digits.data();
+            char* const limit = begin + digits.size();
             // Whole seconds in plain digits; else whatever is shortest and reads back the same.
             const bool plain = seconds == std::trunc(seconds) && std::abs(seconds) < 1e15;
-            const auto end =
-                plain ? std::to_chars(digits, digits + sizeof digits, seconds, std::chars_format::fixed)
-                      : std::to_chars(digits, digits + sizeof digits, seconds);
-            out_.append(digits, end.ptr);
+            const auto end = plain ? std::to_chars(begin, limit, seconds, std::chars_format::fixed)
+                                   : std::to_chars(begin, limit, seconds);
+            out_.append(begin, end.ptr);
         }
     }
     template <class T>
@@ -152,7 +154,7 @@ void appendMetadata(const ZAVDictionary& metadata, std::string& out) {
         if (ZAVIsUTF8(bytes)) {
             appendString(bytes, out);
         } else {
-            out += "{\"base64\":\"";
+            out += R"({"base64":")";
             appendBase64(bytes, out);
             out += "\"}";
         }

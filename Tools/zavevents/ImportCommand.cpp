@@ -1,6 +1,5 @@
 #include <unistd.h>
 
-#include <cstdio>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -32,15 +31,18 @@ struct ImportOptions {
 /// Shows how far a long import is, on a terminal only.
 class Progress {
 public:
+    Progress() = default;
+    Progress(const Progress&) = delete;
+    Progress& operator=(const Progress&) = delete;
     void show(std::uint64_t lines) {
         if (isTerminal_ && lines % 10000 == 0) {
-            std::fprintf(stderr, "\r%llu lines", static_cast<unsigned long long>(lines));
+            std::cerr << '\r' << lines << " lines";
             shown_ = true;
         }
     }
     ~Progress() {
         if (shown_) {
-            std::fprintf(stderr, "\r\033[K");
+            std::cerr << "\r\033[K";
         }
     }
 

@@ -27,9 +27,7 @@ void flushStandardOutput() {
     }
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int run(int argc, char** argv) {
     CLI::App app("Stores, lists and maintains the events of a messaging client's database.", "zavevents");
     app.require_subcommand(1);
     app.fallthrough();
@@ -50,20 +48,26 @@ int main(int argc, char** argv) {
     zavevents::addCheckCommand(app, action);
 
     try {
-        try {
-            app.parse(argc, argv);
-            setLogGuards(log);
-            action();
-        } catch (const CLI::ParseError& error) {
-            if (app.exit(error) != 0) {
-                return 2;
-            }
+        app.parse(argc, argv);
+        setLogGuards(log);
+        action();
+    } catch (const CLI::ParseError& error) {
+        if (app.exit(error) != 0) {
+            return 2;
         }
-        flushStandardOutput();
+    }
+    flushStandardOutput();
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return run(argc, argv);
     } catch (const std::exception& error) {
         zav::DDLog::flush();
         std::cerr << "zavevents: " << error.what() << '\n';
         return 1;
     }
-    return 0;
 }
