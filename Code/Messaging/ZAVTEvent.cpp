@@ -15,7 +15,7 @@ void ZAVTEvent::describeFields(std::string& text) const {
     }
     if (ephemeralIsSet_) {
         text += " ephemeral=";
-        text += std::to_string(ephemeral_);
+        text += ephemeral_ ? "1" : "0";
     }
     if (creator_idIsSet_ && creator_id_) {
         text += " creator_id=";

@@ -157,6 +157,8 @@ def record_source(name, record):
             value = f"std::to_string({field.name}_->size()) + \" key(s)\""
         elif field.is_object:
             value = f"*{field.name}_"
+        elif field.kind == "bool":
+            value = f'{field.name}_ ? "1" : "0"'
         else:
             value = f"std::to_string({field.name}_)"
         out += [f"    if ({condition}) {{", f'        text += " {field.name}=";', f"        text += {value};", "    }"]

@@ -265,10 +265,14 @@ ZAVStatement* FMDatabase::borrow(std::string_view sql, std::span<const FMParamet
                   std::to_string(values.size()) + " values were given: " + std::string(sql)});
         return nullptr;
     }
+    const sqlite3_destructor_type lifetime = copyValues ? SQLITE_TRANSIENT : SQLITE_STATIC;
     int position = 0;
     for (const FMParameter& value : values) {
-        if (bind(statement->handle(), ++position, value, copyValues ? SQLITE_TRANSIENT : SQLITE_STATIC) !=
-            SQLITE_OK) {
+        ++position;
+        if (value.refersToBytes()) {
+            statement->noteBytesAt(position);
+        }
+        if (bind(statement->handle(), position, value, lifetime) != SQLITE_OK) {
             failWithEngineError();
             statements_->discard(*statement);
             return nullptr;

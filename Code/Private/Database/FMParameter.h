@@ -51,11 +51,14 @@ public:
         }
     }
 
+    // A ZAVValue always holds a value, since all that it may hold moves without throwing: the visit cannot
+    // fail. NOLINTNEXTLINE(bugprone-exception-escape)
     FMParameter(const ZAVValue& value) noexcept : FMParameter(nullptr) {
         std::visit([this](const auto& held) { *this = FMParameter(held); }, value.storage());
     }
 
     [[nodiscard]] Kind kind() const noexcept { return kind_; }
+    [[nodiscard]] bool refersToBytes() const noexcept { return kind_ == Kind::text || kind_ == Kind::blob; }
     [[nodiscard]] std::int64_t integer() const noexcept { return integer_; }
     [[nodiscard]] double real() const noexcept { return real_; }
     [[nodiscard]] const void* bytes() const noexcept { return bytes_; }

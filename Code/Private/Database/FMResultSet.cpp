@@ -88,22 +88,27 @@ std::uint64_t FMResultSet::unsignedLongLongIntForColumnIndex(int index) const no
 }
 
 std::optional<std::string> FMResultSet::stringForColumnIndex(int index) const {
-    if (columnIndexIsNull(index)) {
-        return std::nullopt;
-    }
-    const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(row_, index));
+    // NULL, and nothing else that can be read, has no text: there is no need to ask for the type first.
+    const auto* const text =
+        row_ == nullptr ? nullptr : reinterpret_cast<const char*>(sqlite3_column_text(row_, index));
     if (text == nullptr) {
         return std::nullopt;
     }
-    return std::string(text, static_cast<std::size_t>(sqlite3_column_bytes(row_, index)));
+    return std::optional<std::string>(std::in_place, text,
+                                      static_cast<std::size_t>(sqlite3_column_bytes(row_, index)));
 }
 
 std::optional<ZAVData> FMResultSet::dataForColumnIndex(int index) const {
-    if (columnIndexIsNull(index)) {
+    if (row_ == nullptr) {
         return std::nullopt;
     }
-    const void* bytes = sqlite3_column_blob(row_, index);
-    return ZAVData(bytes, bytes == nullptr ? 0 : static_cast<std::size_t>(sqlite3_column_bytes(row_, index)));
+    // Only NULL and a blob without bytes have none: most columns need not be asked for their type.
+    const void* const bytes = sqlite3_column_blob(row_, index);
+    if (bytes == nullptr) {
+        return columnIndexIsNull(index) ? std::nullopt : std::optional<ZAVData>(std::in_place);
+    }
+    return std::optional<ZAVData>(std::in_place, bytes,
+                                  static_cast<std::size_t>(sqlite3_column_bytes(row_, index)));
 }
 
 std::optional<ZAVDate> FMResultSet::dateForColumnIndex(int index) const noexcept {
@@ -138,7 +143,8 @@ int FMResultSet::indexForColumn(std::string_view name) const {
     for (int index = 0; index < count; ++index) {
         const std::string_view candidate = sqlite3_column_name(statement, index);
         if (candidate.size() == name.size() &&
-            sqlite3_strnicmp(candidate.data(), name.data(), static_cast<int>(name.size())) == 0) {
+            (candidate == name ||
+             sqlite3_strnicmp(candidate.data(), name.data(), static_cast<int>(name.size())) == 0)) {
             return index;
         }
     }

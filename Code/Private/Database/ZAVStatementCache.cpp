@@ -3,6 +3,7 @@
 #include <sqlite3.h>
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 #include <limits>
 #include <utility>
@@ -30,6 +31,18 @@ std::size_t bucketFor(std::string_view sql, std::size_t bucketCount) noexcept {
 
 ZAVStatement::~ZAVStatement() {
     sqlite3_finalize(handle_);
+}
+
+void ZAVStatement::releaseBytes() noexcept {
+    std::uint64_t positions = std::exchange(bytesAt_, 0);
+    if (positions >> lastNotedPosition != 0) {
+        sqlite3_clear_bindings(handle_);
+        return;
+    }
+    while (positions != 0) {
+        sqlite3_bind_null(handle_, std::countr_zero(positions));
+        positions &= positions - 1;
+    }
 }
 
 ZAVStatementCache::~ZAVStatementCache() = default;
@@ -68,7 +81,7 @@ ZAVStatement& ZAVStatementCache::add(sqlite3_stmt* handle, std::string_view sql)
 int ZAVStatementCache::giveBack(ZAVStatement& statement) noexcept {
     statement.cursor = nullptr;
     const int status = sqlite3_reset(statement.handle_);
-    sqlite3_clear_bindings(statement.handle_);
+    statement.releaseBytes();
     statement.lent_ = false;
     statement.lastUse_ = ++clock_;
     if (++idle_ > capacity_) {

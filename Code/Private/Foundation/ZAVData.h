@@ -57,6 +57,8 @@ private:
     void takeFrom(ZAVData& other) noexcept;
 
     union {
+        // Plain storage: a std::array could be used only while it is the active member.
+        // NOLINTNEXTLINE(modernize-avoid-c-arrays)
         std::uint8_t inline_[inlineCapacity];
         std::uint8_t* heap_;
     };

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <concepts>
 #include <cstdint>
 #include <memory>
@@ -89,12 +90,8 @@ private:
 
 template <class... Arguments>
 [[nodiscard]] std::string ZAVStringWithFormat(std::string_view format, const Arguments&... arguments) {
-    if constexpr (sizeof...(Arguments) == 0) {
-        return ZAVStringWithFormatArguments(format, {});
-    } else {
-        const ZAVFormatArgument packed[] = {ZAVFormatArgument(arguments)...};
-        return ZAVStringWithFormatArguments(format, packed);
-    }
+    const std::array<ZAVFormatArgument, sizeof...(Arguments)> packed{ZAVFormatArgument(arguments)...};
+    return ZAVStringWithFormatArguments(format, packed);
 }
 
 }  // namespace zav

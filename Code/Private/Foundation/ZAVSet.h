@@ -106,8 +106,8 @@ private:
     /// The slot that holds `element`, or the free one where it belongs. Open addressing with linear probing.
     [[nodiscard]] std::size_t slotOf(const T* element) const noexcept {
         const std::size_t mask = slots_.size() - 1;
-        std::uint64_t hash = reinterpret_cast<std::uintptr_t>(element);
-        hash *= 0x9E3779B97F4A7C15U;
+        const std::uint64_t hash =
+            reinterpret_cast<std::uintptr_t>(element) * std::uint64_t{0x9E3779B97F4A7C15U};
         std::size_t slot = static_cast<std::size_t>(hash >> 20) & mask;
         while (slots_[slot] != 0 && elements_[slots_[slot] - 1].get() != element) {
             slot = (slot + 1) & mask;

@@ -62,7 +62,7 @@ std::optional<ZAVUUID> ZAVUUID::fromString(std::string_view text) noexcept {
 }
 
 std::string ZAVUUID::UUIDString() const {
-    static constexpr char digits[] = "0123456789abcdef";
+    static constexpr std::string_view digits = "0123456789abcdef";
     std::string text(textLength, '-');
     std::size_t position = 0;
     for (const std::uint8_t byte : bytes_) {

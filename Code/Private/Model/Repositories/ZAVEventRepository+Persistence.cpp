@@ -2,6 +2,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <typeinfo>
 #include <utility>
 #include <variant>
 
@@ -22,10 +23,20 @@ std::string_view classNameOf(const ZAVObject* object) noexcept {
     return object == nullptr ? "(null)" : object->className();
 }
 
+/// `object` as a `Record`; null when it is none. A record of that very class, which nearly every one is, is
+/// recognised without a search through its bases.
+template <class Record, class Object>
+Record* as(Object* object) noexcept {
+    if (object != nullptr && typeid(*object) == typeid(Record)) {
+        return static_cast<Record*>(object);
+    }
+    return dynamic_cast<Record*>(object);
+}
+
 /// The element as an event that can be stored.
 /// @throws NSInternalInconsistencyException when it is none.
 ZAVEvent& requireStorable(const std::shared_ptr<ZAVTEvent>& element) {
-    auto* const event = dynamic_cast<ZAVEvent*>(element.get());
+    auto* const event = as<ZAVEvent>(element.get());
     if (event == nullptr) {
         raise("Failed to persist an event. Expected '%@' but received an object of type '%@'",
               std::string_view("ZAVEvent"), classNameOf(element.get()));
@@ -41,7 +52,7 @@ ZAVEvent& requireStorable(const std::shared_ptr<ZAVTEvent>& element) {
     }
     if (event->content()) {
         for (const auto& part : *event->content()) {
-            if (dynamic_cast<const ZAVEventContent*>(part.get()) == nullptr) {
+            if (as<ZAVEventContent>(part.get()) == nullptr) {
                 raise(
                     "Failed to persist an event's content. Expected '%@' but received an object of type '%@'",
                     std::string_view("ZAVEventContent"), classNameOf(part.get()));

@@ -18,11 +18,16 @@ constexpr std::size_t vectorLimit = 500;
 /// The rows of events, each once, in the set's order.
 std::vector<ZAVDatabaseIdentifier> rowsOf(const ZAVSet<ZAVEvent>& events) {
     std::vector<ZAVDatabaseIdentifier> rows;
-    std::unordered_set<ZAVDatabaseIdentifier> seen;
+    rows.reserve(events.size());
+    // Sets that were read from the database ascend; only others need to be looked through for duplicates.
+    bool ascending = true;
     for (const auto& event : events) {
-        if (seen.insert(event->databaseIdentifier()).second) {
-            rows.push_back(event->databaseIdentifier());
-        }
+        ascending = ascending && (rows.empty() || rows.back() < event->databaseIdentifier());
+        rows.push_back(event->databaseIdentifier());
+    }
+    if (!ascending) {
+        std::unordered_set<ZAVDatabaseIdentifier> seen;
+        std::erase_if(rows, [&](ZAVDatabaseIdentifier row) { return !seen.insert(row).second; });
     }
     return rows;
 }
