@@ -5,6 +5,7 @@
 # make static      clang-tidy and cppcheck
 # make valgrind    the tests under memcheck
 # make coverage    the tests with coverage, and its lower limits
+# make bench       the library beside hand-written C and other ways to use the engine
 #
 # Each sets up what it needs: on Debian and Ubuntu missing packages are installed, elsewhere they are named.
 # BUILD, BUILD_TYPE, CXX and SANITIZE may be given, as in: make test CXX=clang++ SANITIZE=address,undefined BUILD=build-asan
@@ -22,7 +23,7 @@ ZAVEVENTS = $(BUILD)/Tools/zavevents/zavevents
 
 FUZZ_SECONDS ?= 600
 
-.PHONY: run test test-long fuzz static valgrind coverage build setup setup-checks format check-format clean
+.PHONY: run test test-long fuzz static valgrind coverage bench build setup setup-checks format check-format clean
 
 run: build
 	rm -f $(SAMPLE_DATABASE) $(SAMPLE_DATABASE)-wal $(SAMPLE_DATABASE)-shm
@@ -46,6 +47,12 @@ static: build setup-checks
 
 valgrind: build setup-checks
 	scripts/valgrind.sh $(BUILD)
+
+bench: setup-checks
+	cmake -S . -B $(BUILD)/bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_COMPILER=$(CXX) -DZAV_BUILD_BENCHMARKS=ON \
+		-DZAV_BUILD_TESTS=OFF -DZAV_BUILD_TOOLS=OFF -DZAV_BUILD_EXAMPLES=OFF
+	cmake --build $(BUILD)/bench -j $(JOBS)
+	$(BUILD)/bench/Benchmarks/zav_benchmarks
 
 coverage: setup-checks
 	scripts/coverage.sh $(BUILD)/coverage

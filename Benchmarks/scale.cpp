@@ -1,0 +1,138 @@
+#include <array>
+#include <charconv>
+#include <cstdio>
+#include <exception>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Support/TemporaryDirectory.h"
+#include "Timer.h"
+#include "Workloads.h"
+
+namespace zav::bench {
+namespace {
+
+constexpr std::size_t rounds = 7;
+constexpr std::size_t largestReadWhole = 100'000;
+
+struct Options {
+    std::vector<std::size_t> sizes{1'000, 10'000, 100'000, 1'000'000};
+    std::string output = "scale.csv";
+};
+
+/// `--sizes=1000,10000` and `--output=FILE`; throws for anything else.
+Options parse(int count, char** arguments) {
+    Options options;
+    for (int index = 1; index < count; ++index) {
+        std::string_view argument = arguments[index];
+        if (argument.starts_with("--output=")) {
+            options.output = argument.substr(argument.find('=') + 1);
+        } else if (argument.starts_with("--sizes=")) {
+            options.sizes.clear();
+            argument.remove_prefix(argument.find('=') + 1);
+            while (!argument.empty()) {
+                std::size_t size = 0;
+                const auto [end, status] =
+                    std::from_chars(argument.data(), argument.data() + argument.size(), size);
+                if (status != std::errc() || size < 1'000) {
+                    throw std::invalid_argument("a size is a number of events, 1000 or more");
+                }
+                options.sizes.push_back(size);
+                argument.remove_prefix(static_cast<std::size_t>(end - argument.data()));
+                argument.remove_prefix(argument.starts_with(',') ? 1 : 0);
+            }
+        } else {
+            throw std::invalid_argument("usage: zav_scale [--sizes=N,N...] [--output=FILE]");
+        }
+    }
+    return options;
+}
+
+constexpr std::array contenders{ContenderKind{"library", openLibrary}, ContenderKind{"floor", openFloor}};
+
+/// Whether a workload's cost says something about the size of the store. Storing again is not among them: it
+/// begins with storing, and the store would grow.
+bool isOfInterest(const Workload& workload, std::size_t size) {
+    return workload.writes != Workload::Writes::undone && workload.name != "persist/again" &&
+           (workload.name != "events/all" || size <= largestReadWhole);
+}
+
+/// Both contenders work on the one file in turn; what they write is undone, so that it keeps its size.
+void measure(std::ostream& output, const std::string& path, std::size_t size) {
+    const Samples samples = takeSamples(path, 1'000);
+    std::vector<std::unique_ptr<Contender>> opened;
+    for (const ContenderKind& kind : contenders) {
+        opened.push_back(kind.open(path));
+    }
+    for (Workload workload : makeWorkloads()) {
+        if (!isOfInterest(workload, size)) {
+            continue;
+        }
+        if (workload.writes == Workload::Writes::kept) {
+            workload.writes = Workload::Writes::undone;
+        }
+        std::vector<Session> sessions;
+        for (const auto& contender : opened) {
+            runOnce(workload, sessions.emplace_back(*contender, samples));
+        }
+        std::array<std::vector<double>, contenders.size()> times;
+        for (std::size_t round = 0; round < rounds; ++round) {
+            for (std::size_t turn = 0; turn < sessions.size(); ++turn) {
+                const std::size_t index = (turn + round) % sessions.size();
+                times[index].push_back(runOnce(workload, sessions[index]));
+            }
+        }
+        const Session& answered = sessions.front();
+        const std::size_t units =
+            workload.units != 0 ? workload.units : answered.events.size() + answered.parts.size();
+        if (units == 0) {
+            throw std::runtime_error(workload.name + ": nothing was answered");
+        }
+        for (std::size_t index = 0; index < contenders.size(); ++index) {
+            output << size << ',' << contenders[index].name << ',' << workload.name << ',' << workload.unit
+                   << ',' << median(times[index]) / static_cast<double>(units) * 1e6 << '\n';
+        }
+    }
+}
+
+int run(int count, char** arguments) {
+    const Options options = parse(count, arguments);
+    std::ofstream output(options.output);
+    output << "events,contender,workload,unit,microseconds\n";
+    for (const std::size_t size : options.sizes) {
+        const test::TemporaryDirectory directory;
+        const std::string path = directory.file("store.db");
+        StoreShape shape;
+        shape.events = size;
+        shape.unprocessed = 1'000;
+        shape.unsequenced = 100;
+        const double before = processorSeconds();
+        makeStore(path, shape);
+        std::printf("%zu events: %.1f MB, made in %.1f s\n", size,
+                    static_cast<double>(std::filesystem::file_size(path)) / 1e6, processorSeconds() - before);
+        std::fflush(stdout);
+        measure(output, path, size);
+    }
+    output.close();
+    if (!output) {
+        throw std::runtime_error("cannot write " + options.output);
+    }
+    return 0;
+}
+
+}  // namespace
+}  // namespace zav::bench
+
+int main(int count, char** arguments) {
+    try {
+        return zav::bench::run(count, arguments);
+    } catch (const std::exception& exception) {
+        std::fprintf(stderr, "%s\n", exception.what());
+        return 2;
+    }
+}
