@@ -91,11 +91,12 @@ struct SharedFile {
         FMDatabaseOptions options;
         options.writeAheadLog = writeAheadLog;
         options.busyTimeout = std::chrono::milliseconds(0);
-        const std::string path = directory.file("shared.db");
-        first = openHandle(path, options);
+        first = openHandle(path(), options);
         run(*first, "CREATE TABLE t (a UNIQUE); INSERT INTO t VALUES (1), (2), (3)");
-        second = openHandle(path, options);
+        second = openHandle(path(), options);
     }
+
+    [[nodiscard]] std::string path() const { return directory.file("shared.db"); }
 
     TemporaryDirectory directory;
     std::shared_ptr<FMDatabase> first;

@@ -121,6 +121,31 @@ TEST_F(Schema, IsNotMadeWhileAnotherConnectionWrites) {
     EXPECT_TRUE(ZAVDatabaseSchema::migrateDatabase(*database, &error)) << error.description();
 }
 
+TEST_F(Schema, IsMadeWithoutAWriteAheadLogWhenNoneIsAskedFor) {
+    FMDatabaseOptions options;
+    options.writeAheadLog = false;
+    ZAVError error;
+    const auto database = ZAVDatabaseSchema::openDatabase(path_, options, &error);
+    ASSERT_NE(database, nullptr) << error.description();
+    EXPECT_EQ(scalar(*database, "PRAGMA journal_mode"), "delete");
+    EXPECT_EQ(ZAVDatabaseSchema::versionOfDatabase(*database), ZAVDatabaseSchema::currentVersion());
+}
+
+TEST_F(Schema, IsNotOpenedWithAWriteAheadLogWhileAnotherConnectionReadsWithoutOne) {
+    FMDatabaseOptions options;
+    options.writeAheadLog = false;
+    const auto reader = ZAVDatabaseSchema::openDatabase(path_, options);
+    ASSERT_NE(reader, nullptr);
+    auto reading = reader->executeQuery("SELECT name FROM sqlite_master");
+    ASSERT_TRUE(reading && reading->next());
+    options.writeAheadLog = true;
+    options.busyTimeout = std::chrono::milliseconds(0);
+    ZAVError error;
+    EXPECT_EQ(ZAVDatabaseSchema::openDatabase(path_, options, &error), nullptr);
+    EXPECT_EQ(error.code() & 0xFF, SQLITE_BUSY) << error.description();
+    EXPECT_EQ(scalar(*reader, "PRAGMA journal_mode"), "delete") << "the mode changed under a reader";
+}
+
 TEST_F(Schema, IsNotMadeInAFileThatMayOnlyBeRead) {
     openHandle(path_).reset();
     FMDatabaseOptions options;

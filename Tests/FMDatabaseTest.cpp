@@ -513,6 +513,20 @@ TEST(TwoHandles, WaitForALockNoLongerThanTheyMay) {
         << "a statement that met a lock was spoilt: " << file.second->lastError().description();
 }
 
+TEST(TwoHandles, CannotAgreeOnAWriteAheadLogWhileOneOfThemReads) {
+    SharedFile file(false);
+    FMDatabaseOptions withLog;
+    withLog.busyTimeout = std::chrono::milliseconds(0);
+    auto reading = file.first->executeQuery("SELECT a FROM t");
+    ASSERT_TRUE(reading && reading->next());
+    ZAVError error;
+    EXPECT_EQ(FMDatabase::databaseWithPath(file.path(), withLog, &error), nullptr)
+        << "a handle was opened that does not keep a log, though one was asked for";
+    EXPECT_EQ(error.code() & 0xFF, SQLITE_BUSY) << error.description();
+    reading->close();
+    EXPECT_EQ(scalar(*openHandle(file.path(), withLog), "PRAGMA journal_mode"), "wal");
+}
+
 TEST(TwoHandles, HaveErrorsOfTheirOwn) {
     SharedFile file;
     EXPECT_FALSE(file.first->executeUpdate("DELETE FROM absent"));

@@ -298,6 +298,15 @@ TEST_F(Cursor, TakesItsPlaceAlongWhenItIsMoved) {
     EXPECT_EQ(database_->openResultSets(), 1U);
 }
 
+TEST_F(Cursor, StaysClosedWhenItIsMoved) {
+    FMResultSet closed = onFirstRow("SELECT a FROM t ORDER BY a");
+    closed.close();
+    FMResultSet moved = std::move(closed);
+    EXPECT_FALSE(moved.next()) << "a closed cursor was opened by moving it";
+    expectNoRow(moved);
+    EXPECT_EQ(database_->openResultSets(), 0U);
+}
+
 TEST_F(Cursor, ClosesWhatItIsMovedOver) {
     FMResultSet target = onFirstRow("SELECT a FROM t ORDER BY a");
     FMResultSet source = onFirstRow("SELECT a + 10 FROM t ORDER BY a");

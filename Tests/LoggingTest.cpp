@@ -275,6 +275,16 @@ TEST(Logger, FlushingHandsOnToTheSink) {
     EXPECT_EQ(sink->flushes, 1);
 }
 
+TEST(Logger, FlushingASinkThatHasNothingToFlushDoesNothing) {
+    const DefaultSinkAfterwards afterwards;
+    const auto sink = std::make_shared<KeepingSink>();
+    DDLog::setSink(sink);
+    DDLog::log(true, 31, 16, 0, "file", "-[Subject act:]", 1, nullptr, "before");
+    DDLog::flush();
+    DDLog::log(true, 31, 16, 0, "file", "-[Subject act:]", 1, nullptr, "after");
+    EXPECT_EQ(sink->messages(), (std::vector<std::string>{"before", "after"}));
+}
+
 TEST(Logger, FlushingTheDefaultSinkWritesTheVerboseLines) {
     DDLog::setSink(nullptr);
     const StandardErrorFile standardError;

@@ -40,6 +40,13 @@ TEST(Description, OfAnEventShowsEveryFieldThatIsSet) {
               "client_id=11111111-1111-1111-1111-111111111107 client_timestamp=5 creator_name=Name>");
 }
 
+TEST(Description, ShowsFieldsThatAreSetToFalseOrZero) {
+    ZAVTEvent event;
+    event.set_ephemeral(false);
+    event.set_seq(0);
+    EXPECT_EQ(event.description(), "<ZAVTEvent ephemeral=0 seq=0>");
+}
+
 TEST(Description, LeavesOutFieldsThatAreUnsetOrSetToNothing) {
     ZAVEvent event(0, -1);
     event.set_type(EventType_MESSAGE);
@@ -49,7 +56,17 @@ TEST(Description, LeavesOutFieldsThatAreUnsetOrSetToNothing) {
     event.set_transient_metadata(std::nullopt);
     event.set_client_id(std::nullopt);
     event.set_stream_id(std::nullopt);
+    event.set_member_id(std::nullopt);
+    event.set_creator_name(std::nullopt);
     EXPECT_EQ(event.description(), "<ZAVEvent databaseIdentifier=0 streamDatabaseIdentifier=-1>");
+
+    ZAVTContent content;
+    content.set_media_type(std::nullopt);
+    content.set_size(3);
+    content.unset_size();
+    content.set_body(std::nullopt);
+    content.set_external_url(std::nullopt);
+    EXPECT_EQ(content.description(), "<ZAVTContent>");
 }
 
 TEST(Description, OfIdentifiersThatAreNoUuidShowsNone) {

@@ -446,7 +446,7 @@ bool runOnSmallFileSystem(const std::string& directory, const char* size, Body b
     bool mounted = false;
     std::thread([&] {
         mounted = ::unshare(CLONE_NEWNS) == 0 &&
-                  ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+                  ::mount("none", "/", "", MS_REC | MS_PRIVATE, nullptr) == 0 &&
                   ::mount("tmpfs", directory.c_str(), "tmpfs", 0, size) == 0;
         if (mounted) {
             body();

@@ -21,6 +21,12 @@ TEST(Dictionary, IsEmptyAtFirst) {
     EXPECT_EQ(dictionary, ZAVDictionary{});
 }
 
+TEST(Dictionary, IsEmptyWhenItIsMadeOfNoEntries) {
+    const ZAVDictionary dictionary(std::initializer_list<ZAVDictionary::Entries::value_type>{});
+    EXPECT_TRUE(dictionary.empty());
+    EXPECT_EQ(dictionary, ZAVDictionary());
+}
+
 TEST(Dictionary, HoldsTextAndBytesApart) {
     const ZAVDictionary dictionary{{"text", text("value")}, {"bytes", ZAVData::fromText("value")}};
     ASSERT_NE(dictionary.find("text"), nullptr);

@@ -11,14 +11,25 @@ if [ $# -eq 0 ]; then
         set -- "$@" "$(basename "$program")"
     done
 fi
+shards=$(nproc 2> /dev/null || echo 2)
+
+# The tool, and tests that run in a process of their own, are followed as well: what valgrind has to say of them fails
+# the test that started them. One of them runs as another user, who could not serve a debugger.
+memcheck="valgrind --quiet --vgdb=no --error-exitcode=99 --leak-check=full --errors-for-leak-kinds=definite,indirect
+    --show-leak-kinds=definite,indirect --trace-children=yes --num-callers=30"
 
 status=0
 for program in "$@"; do
-    echo "$program"
-    # The tool, and tests that run in a process of their own, are followed as well: what valgrind has to say of them
-    # fails the test that started them.
-    valgrind --quiet --error-exitcode=99 --leak-check=full --errors-for-leak-kinds=definite,indirect \
-        --show-leak-kinds=definite,indirect --trace-children=yes --num-callers=30 \
-        "$build/Tests/$program" --gtest_brief=1 || status=1
+    # Valgrind runs one thread at a time, so each processor gets a share of the tests.
+    processes=""
+    for shard in $(seq 0 $((shards - 1))); do
+        GTEST_TOTAL_SHARDS=$shards GTEST_SHARD_INDEX=$shard $memcheck "$build/Tests/$program" --gtest_brief=1 \
+            > "$build/$program-valgrind-$shard.txt" 2>&1 &
+        processes="$processes $!"
+    done
+    for process in $processes; do
+        wait "$process" || status=1
+    done
+    cat "$build/$program"-valgrind-*.txt
 done
 exit $status

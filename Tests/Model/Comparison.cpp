@@ -449,7 +449,7 @@ void Comparison::beginInterruptibleWork(int steps) {
     sqlite3_progress_handler(database_->sqliteHandle(), 1, countDown, &stepsLeft_);
 }
 
-bool Comparison::endInterruptibleWork() {
+void Comparison::endInterruptibleWork() {
     sqlite3_progress_handler(database_->sqliteHandle(), 0, nullptr, nullptr);
     storeAlone_ = false;
     rollback();
@@ -457,7 +457,7 @@ bool Comparison::endInterruptibleWork() {
     for (std::size_t slot = 0; slot < eventSlots; ++slot) {
         eventRecords_[slot] = recordOf(*events_[slot]);
     }
-    return stepsLeft_ <= 0;
+    outcomes_.interrupted += stepsLeft_ <= 0 ? 1 : 0;
 }
 
 // --- Results -----------------------------------------------------------------------------------------------

@@ -31,8 +31,9 @@ public:
 struct Outcomes {
     long foundSomething = 0;  ///< queries and lookups that yielded records
     long foundNothing = 0;
-    long failed = 0;  ///< with an error, as they should
-    long threw = 0;   ///< as they should
+    long failed = 0;       ///< with an error, as they should
+    long threw = 0;        ///< as they should
+    long interrupted = 0;  ///< before they were through
 };
 
 /// A store in memory beside its model. Each operation is asked of both, and what they answer is compared.
@@ -160,12 +161,11 @@ public:
     /// Runs `work` on the store alone, in a transaction, makes the engine give up on it after some of its
     /// steps, and rolls everything back. How far the work came nobody can tell; afterwards nothing of it may
     /// be left. A transaction that is open is the one that is rolled back.
-    /// @return whether the work took so many steps.
     template <class Work>
-    bool interrupt(int steps, const Work& work) {
+    void interrupt(int steps, const Work& work) {
         beginInterruptibleWork(steps);
         work();
-        return endInterruptibleWork();
+        endInterruptibleWork();
     }
     /// @}
 
@@ -175,7 +175,7 @@ private:
     void compareThrown(const std::optional<std::string>& thrown,
                        const std::optional<std::string>& expected) const;
     void beginInterruptibleWork(int steps);
-    bool endInterruptibleWork();
+    void endInterruptibleWork();
 
     LogCapture log_;  ///< every line is formatted, and none printed
     std::shared_ptr<FMDatabase> database_;
@@ -219,6 +219,16 @@ private:
 [[nodiscard]] std::optional<std::string> objection(const std::shared_ptr<ZAVEventContent>& observed,
                                                    const StoreModel::Part& expected);
 
+/// Whether a result says that there is none, as only a failed operation answers.
+template <class Result>
+[[nodiscard]] bool isNothing(const Result&) {
+    return false;
+}
+template <class T>
+[[nodiscard]] bool isNothing(const std::optional<T>& result) {
+    return !result;
+}
+
 /// Whether there are records to choose from; of other values, nothing is known.
 template <class Value>
 [[nodiscard]] std::optional<bool> findsSomething(const Value&) {
@@ -247,6 +257,9 @@ void Comparison::agree(const Call& call, const Ask& ask) {
         thrown = exception.reason();
     }
     if (storeAlone_) {
+        if (result && isNothing(*result) && givesErrorParameter_ && error == untouched()) {
+            throw Disagreement("the operation answered nothing and did not say why");
+        }
         return;
     }
     std::optional<Expected> expected;

@@ -167,22 +167,6 @@ rc::Gen<Step> persistEventContentUpdate() {
     });
 }
 
-/// Records what a transfer has come to for the part at a position of an event.
-rc::Gen<Step> persistNewContentUpdate() {
-    return rc::gen::exec([] {
-        const std::size_t slot = *values::number(Comparison::partSlots);
-        PartRecord record = *values::part();
-        record.isBareWireRecord = false;
-        record.eventDatabaseIdentifier = *values::eventRow();
-        record.index = *values::partIndex();
-        return Step{"persistEventContentUpdate", "part #" + std::to_string(slot) + ", new " + printed(record),
-                    [=](Comparison& both) {
-                        both.putPart(slot, record);
-                        updatePart(both, {std::nullopt, slot});
-                    }};
-    });
-}
-
 rc::Gen<Step> totalDiskUtilization() {
     return rc::gen::just(comparedStep(
         "totalDiskUtilizationOfEventContentPartsWithError", "",
@@ -206,6 +190,21 @@ rc::Gen<Step> leastRecentlyAccessed() {
 
 }  // namespace
 
+rc::Gen<Step> persistNewContentUpdate() {
+    return rc::gen::exec([] {
+        const std::size_t slot = *values::number(Comparison::partSlots);
+        PartRecord record = *values::part();
+        record.isBareWireRecord = false;
+        record.eventDatabaseIdentifier = *values::eventRow();
+        record.index = *values::partIndex();
+        return Step{"persistEventContentUpdate", "part #" + std::to_string(slot) + ", new " + printed(record),
+                    [=](Comparison& both) {
+                        both.putPart(slot, record);
+                        updatePart(both, {std::nullopt, slot});
+                    }};
+    });
+}
+
 WeightedSteps lookupSteps() {
     return {{2, partInRow()},
             {3, partOfEvent()},
@@ -215,7 +214,7 @@ WeightedSteps lookupSteps() {
 }
 
 WeightedSteps transferSteps() {
-    return {{2, unassignedURLs()},       {2, incompleteUploads()},         {3, expiredDownloadURLs()},
+    return {{2, unassignedURLs()},       {2, incompleteUploads()},         {4, expiredDownloadURLs()},
             {2, incompleteDownloads()},  {2, persistEventContentUpdate()}, {3, persistNewContentUpdate()},
             {2, totalDiskUtilization()}, {3, leastRecentlyAccessed()},     {2, foreignPartValue()}};
 }

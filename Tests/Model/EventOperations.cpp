@@ -75,6 +75,92 @@ rc::Gen<Step> changedPart() {
     });
 }
 
+/// A query without arguments.
+template <class Call, class Ask>
+rc::Gen<Step> query(const char* kind, Call call, Ask ask) {
+    return rc::gen::just(comparedStep(
+        kind, "", [call](Comparison& both, ZAVError* error) { return (both.repository().*call)(error); },
+        [ask](StoreModel& model) { return (model.*ask)(); }));
+}
+
+rc::Gen<Step> eventsFromRevivedStream() {
+    return rc::gen::exec([] {
+        const auto stream = *values::streamRow();
+        return comparedStep(
+            "eventsFromRevivedStreamWithStreamDatabaseIdentifier", list(stream),
+            [=](Comparison& both, ZAVError* error) {
+                return both.repository().eventsFromRevivedStreamWithStreamDatabaseIdentifier(stream, error);
+            },
+            [=](StoreModel& model) { return model.eventsFromRevivedStream(stream); });
+    });
+}
+
+auto keepingEvent(std::optional<std::size_t> slot) {
+    return [slot](Comparison& both, const std::shared_ptr<ZAVEvent>& found) {
+        if (slot) {
+            both.keepEvent(*slot, found);
+        }
+    };
+}
+
+std::string keptIn(std::optional<std::size_t> slot) {
+    return slot ? ", to keep as #" + std::to_string(*slot) : "";
+}
+
+rc::Gen<Step> eventWithSeq() {
+    return rc::gen::exec([] {
+        const auto seq = *values::sequence();
+        const auto stream = *values::streamUUID();
+        const auto slot = *values::slotToKeepIn(Comparison::eventSlots);
+        return comparedStep(
+            "eventWithSeq", list(seq, stream) + keptIn(slot),
+            [=](Comparison& both, ZAVError* error) {
+                return both.repository().eventWithSeq(seq, stream, error);
+            },
+            [=](StoreModel& model) { return model.eventWithSeq(seq, stream); }, keepingEvent(slot));
+    });
+}
+
+rc::Gen<Step> eventForDatabaseIdentifier() {
+    return rc::gen::exec([] {
+        const auto row = *values::eventRow();
+        const auto slot = *values::slotToKeepIn(Comparison::eventSlots);
+        return comparedStep(
+            "eventForDatabaseIdentifier", list(row) + keptIn(slot),
+            [=](Comparison& both, ZAVError* error) {
+                return both.repository().eventForDatabaseIdentifier(row, error);
+            },
+            [=](StoreModel& model) { return model.eventForDatabaseIdentifier(row); }, keepingEvent(slot));
+    });
+}
+
+/// A unit of work that is present answers what it answers, after one call; an absent one answers false.
+rc::Gen<Step> attemptBlock() {
+    return rc::gen::exec([] {
+        const bool isPresent = values::usually(3);
+        const bool answer = *values::from<bool>({true, false});
+        return Step{
+            "attemptBlock", isPresent ? answer ? "true" : "false" : "none", [=](Comparison& both) {
+                int calls = 0;
+                const auto work = [&] {
+                    ++calls;
+                    return answer;
+                };
+                both.agree(
+                    [&](ZAVError*) {
+                        return isPresent ? both.repository().attemptBlock(work)
+                                         : both.repository().attemptBlock(nullptr);
+                    },
+                    [&] { return Answer<bool>{isPresent && answer}; });
+                if (calls != (isPresent ? 1 : 0)) {
+                    throw Disagreement("the unit of work was called " + std::to_string(calls) + " times");
+                }
+            }};
+    });
+}
+
+}  // namespace
+
 rc::Gen<Step> persistEvents() {
     return rc::gen::exec([] {
         const auto slots = *values::eventSlots();
@@ -168,92 +254,6 @@ rc::Gen<Step> persistMessageSeq() {
     });
 }
 
-/// A query without arguments.
-template <class Call, class Ask>
-rc::Gen<Step> query(const char* kind, Call call, Ask ask) {
-    return rc::gen::just(comparedStep(
-        kind, "", [call](Comparison& both, ZAVError* error) { return (both.repository().*call)(error); },
-        [ask](StoreModel& model) { return (model.*ask)(); }));
-}
-
-rc::Gen<Step> eventsFromRevivedStream() {
-    return rc::gen::exec([] {
-        const auto stream = *values::streamRow();
-        return comparedStep(
-            "eventsFromRevivedStreamWithStreamDatabaseIdentifier", list(stream),
-            [=](Comparison& both, ZAVError* error) {
-                return both.repository().eventsFromRevivedStreamWithStreamDatabaseIdentifier(stream, error);
-            },
-            [=](StoreModel& model) { return model.eventsFromRevivedStream(stream); });
-    });
-}
-
-auto keepingEvent(std::optional<std::size_t> slot) {
-    return [slot](Comparison& both, const std::shared_ptr<ZAVEvent>& found) {
-        if (slot) {
-            both.keepEvent(*slot, found);
-        }
-    };
-}
-
-std::string keptIn(std::optional<std::size_t> slot) {
-    return slot ? ", to keep as #" + std::to_string(*slot) : "";
-}
-
-rc::Gen<Step> eventWithSeq() {
-    return rc::gen::exec([] {
-        const auto seq = *values::sequence();
-        const auto stream = *values::streamUUID();
-        const auto slot = *values::slotToKeepIn(Comparison::eventSlots);
-        return comparedStep(
-            "eventWithSeq", list(seq, stream) + keptIn(slot),
-            [=](Comparison& both, ZAVError* error) {
-                return both.repository().eventWithSeq(seq, stream, error);
-            },
-            [=](StoreModel& model) { return model.eventWithSeq(seq, stream); }, keepingEvent(slot));
-    });
-}
-
-rc::Gen<Step> eventForDatabaseIdentifier() {
-    return rc::gen::exec([] {
-        const auto row = *values::eventRow();
-        const auto slot = *values::slotToKeepIn(Comparison::eventSlots);
-        return comparedStep(
-            "eventForDatabaseIdentifier", list(row) + keptIn(slot),
-            [=](Comparison& both, ZAVError* error) {
-                return both.repository().eventForDatabaseIdentifier(row, error);
-            },
-            [=](StoreModel& model) { return model.eventForDatabaseIdentifier(row); }, keepingEvent(slot));
-    });
-}
-
-/// A unit of work that is present answers what it answers, after one call; an absent one answers false.
-rc::Gen<Step> attemptBlock() {
-    return rc::gen::exec([] {
-        const bool isPresent = values::usually(3);
-        const bool answer = *values::from<bool>({true, false});
-        return Step{
-            "attemptBlock", isPresent ? answer ? "true" : "false" : "none", [=](Comparison& both) {
-                int calls = 0;
-                const auto work = [&] {
-                    ++calls;
-                    return answer;
-                };
-                both.agree(
-                    [&](ZAVError*) {
-                        return isPresent ? both.repository().attemptBlock(work)
-                                         : both.repository().attemptBlock(nullptr);
-                    },
-                    [&] { return Answer<bool>{isPresent && answer}; });
-                if (calls != (isPresent ? 1 : 0)) {
-                    throw Disagreement("the unit of work was called " + std::to_string(calls) + " times");
-                }
-            }};
-    });
-}
-
-}  // namespace
-
 rc::Gen<Step> persistNewEvent() {
     return rc::gen::exec([] {
         const std::size_t slot = *values::number(Comparison::eventSlots);
@@ -270,7 +270,7 @@ rc::Gen<Step> persistNewEvent() {
 }
 
 WeightedSteps recordSteps() {
-    return {{3, newEvent()}, {4, changedEvent()}, {2, preparedEvent()}, {1, newPart()}, {3, changedPart()}};
+    return {{3, newEvent()}, {4, changedEvent()}, {3, preparedEvent()}, {1, newPart()}, {3, changedPart()}};
 }
 
 WeightedSteps eventSteps() {

@@ -56,6 +56,7 @@ struct Tally {
         outcomes.foundNothing += others.foundNothing;
         outcomes.failed += others.failed;
         outcomes.threw += others.threw;
+        outcomes.interrupted += others.interrupted;
     }
     [[nodiscard]] long operations() const {
         return std::accumulate(kinds.begin(), kinds.end(), 0L,
@@ -121,7 +122,7 @@ Tally expectAgreement(const std::string& subject, const Mixture& mixture, int ca
                 std::to_string(params.seed) + "); of the queries " + std::to_string(outcomes.foundSomething) +
                 " found something and " + std::to_string(outcomes.foundNothing) + " nothing, " +
                 std::to_string(outcomes.failed) + " operations failed and " + std::to_string(outcomes.threw) +
-                " threw as they should");
+                " threw as they should, and " + std::to_string(outcomes.interrupted) + " were interrupted");
     return tally;
 }
 
@@ -169,7 +170,7 @@ TEST(EventStore, DoesWhatItsModelDoes) {
                                          .neighbours = 4,
                                          .transactions = 1,
                                          .disturbances = 2},
-                                        rounds(30, 400), 1);
+                                        rounds(40, 400), 1);
     if (!HasFailure() && !isRepetition()) {
         for (const char* const operation : operationsOfTheEventRepository) {
             EXPECT_GT(tally.kinds.count(operation), 0U) << "no sequence tried " << operation;
@@ -200,7 +201,7 @@ TEST(EventStore, DoesWhatItsModelDoesWithContentOnItsWay) {
                      .neighbours = 3,
                      .transactions = 1,
                      .disturbances = 1},
-                    rounds(30, 400), 3);
+                    rounds(40, 400), 3);
 }
 
 TEST(EventStore, DoesWhatItsModelDoesWhenTheEngineFails) {
@@ -213,7 +214,7 @@ TEST(EventStore, DoesWhatItsModelDoesWhenTheEngineFails) {
                      .neighbours = 2,
                      .transactions = 2,
                      .disturbances = 12},
-                    rounds(30, 400), 4);
+                    rounds(40, 400), 4);
 }
 
 }  // namespace

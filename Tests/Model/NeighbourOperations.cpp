@@ -332,21 +332,24 @@ rc::Gen<Step> withRefusedStatement() {
         const char* text;
         rc::Gen<Step> step;
     };
+    const auto persisting = oneOf({{2, persistNewEvent()}, {1, persistEvents()}});
+    const auto updating = oneOf({{2, persistEvents()}, {1, updateObject()}, {1, persistTombstone()}});
     // A statement is worth refusing to an operation that runs it.
     const std::vector<Choice> choices = {
-        {Refusal::insertOfEvent, "no insert of an event", oneOf(eventSteps())},
-        {Refusal::insertOfEventSilently, "each insert of an event ignored", persistNewEvent()},
-        {Refusal::insertOfEventSilently, "each insert of an event ignored", oneOf(eventSteps())},
-        {Refusal::updateOfEvent, "no update of an event", oneOf(eventSteps())},
-        {Refusal::deletionOfEventInEvenRow, "no deletion of an event in an even row", oneOf(eventSteps())},
-        {Refusal::insertOfSecondPart, "no insert of a second part", oneOf(eventSteps())},
-        {Refusal::updateOfPart, "no update of a part", oneOf(transferSteps())},
-        {Refusal::insertOfMetadataB, "no insert of metadata 'b'", anyOperation()},
-        {Refusal::deletionOfMetadata, "no deletion of metadata", anyOperation()},
+        {Refusal::insertOfEvent, "no insert of an event", persisting},
+        {Refusal::insertOfEventSilently, "each insert of an event ignored", persisting},
+        {Refusal::updateOfEvent, "no update of an event", updating},
+        {Refusal::deletionOfEventInEvenRow, "no deletion of an event in an even row", deleteEvents()},
+        {Refusal::insertOfSecondPart, "no insert of a second part", persisting},
+        {Refusal::updateOfPart, "no update of a part", persistNewContentUpdate()},
+        {Refusal::insertOfMetadataB, "no insert of metadata 'b'", persisting},
+        {Refusal::insertOfMetadataB, "no insert of metadata 'b'", setKeyedValues()},
+        {Refusal::deletionOfMetadata, "no deletion of metadata", persistEvents()},
+        {Refusal::deletionOfMetadata, "no deletion of metadata", setKeyedValues()},
         {Refusal::insertOfChange, "no insert of a change", recordChange()},
-        {Refusal::deletionOfChange, "no deletion of a change", oneOf(eventSteps())},
-        {Refusal::updateOfMessage, "no update of a message", oneOf(eventSteps())},
-        {Refusal::updateOfParticipant, "no update of a participant", oneOf(eventSteps())},
+        {Refusal::deletionOfChange, "no deletion of a change", deleteUnprocessedEvents()},
+        {Refusal::updateOfMessage, "no update of a message", persistMessageSeq()},
+        {Refusal::updateOfParticipant, "no update of a participant", persistParticipantsSeq()},
         {Refusal::insertOfStream, "no insert of a stream",
          oneOf({{1, findOrCreateStream()}, {1, createStreamWithoutUUID()}})},
         {Refusal::updateOfStream, "no update of a stream",
@@ -378,7 +381,7 @@ rc::Gen<Step> withWithheldTable() {
 
 rc::Gen<Step> interrupted() {
     return rc::gen::exec([] {
-        const int steps = *rc::gen::inRange(1, 400);
+        const int steps = *rc::gen::inRange(1, 150);
         const Step step = *anyOperation();
         return Step{"interrupted", "after " + std::to_string(steps) + " steps: " + within(step),
                     [steps, run = step.run](Comparison& both) { both.interrupt(steps, [&] { run(both); }); }};

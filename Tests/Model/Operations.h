@@ -53,11 +53,25 @@ struct Mixture {
 [[nodiscard]] WeightedSteps disturbanceSteps();
 /// @}
 
+/// @name Operations that are drawn for themselves as well
+/// @{
+
 /// Stores an event that is made at the same time.
 [[nodiscard]] rc::Gen<Step> persistNewEvent();
+[[nodiscard]] rc::Gen<Step> persistEvents();
+[[nodiscard]] rc::Gen<Step> updateObject();
+[[nodiscard]] rc::Gen<Step> deleteUnprocessedEvents();
+[[nodiscard]] rc::Gen<Step> deleteEvents();
+[[nodiscard]] rc::Gen<Step> persistTombstone();
+[[nodiscard]] rc::Gen<Step> persistParticipantsSeq();
+[[nodiscard]] rc::Gen<Step> persistMessageSeq();
+
+/// Records what a transfer has come to for the part at a position of an event.
+[[nodiscard]] rc::Gen<Step> persistNewContentUpdate();
 
 /// Writes a column of a content part as the library would not.
 [[nodiscard]] rc::Gen<Step> foreignPartValue();
+/// @}
 
 /// One of several, by weight.
 [[nodiscard]] rc::Gen<Step> oneOf(const WeightedSteps& steps);

@@ -188,6 +188,13 @@ void StoreModel::touch(std::initializer_list<const char*> names) const {
     }
 }
 
+/// Engines before 3.19 do not ask whether a table may be touched of which no column is read.
+void StoreModel::touchWithoutColumns(const char* name) const {
+    if (sqlite3_libversion_number() >= 3019000) {
+        touch({name});
+    }
+}
+
 void StoreModel::failIfRefused(Refusal statement) const {
     if (refusal == statement) {
         throw StatementFailure{SQLITE_CONSTRAINT_TRIGGER};
@@ -368,7 +375,7 @@ Answer<StoreModel::Events> StoreModel::allEvents() {
 
 Answer<std::uint64_t> StoreModel::countOfEvents() {
     return attempt(std::uint64_t{0}, [&] {
-        touch({"events"});
+        touchWithoutColumns("events");
         return std::uint64_t{tables.events.size()};
     });
 }
@@ -770,8 +777,8 @@ Answer<StoreModel::Part> StoreModel::partOfEvent(Row event, std::int64_t index) 
     });
 }
 
-Answer<StoreModel::Part> StoreModel::partOfMessage(Row message, std::uint64_t index) {
-    const auto carrying = tables.messages.find(message);
+Answer<StoreModel::Part> StoreModel::partOfMessage(Row messageRow, std::uint64_t index) {
+    const auto carrying = tables.messages.find(messageRow);
     auto answer = selectPart([&](Row, const Tables::Part& part) {
         return carrying != tables.messages.end() &&
                carrying->second.event_database_identifier == part.event_database_identifier &&
@@ -1049,7 +1056,7 @@ Answer<bool> StoreModel::setStreamSeq(ZAVSequence seq, Row row) {
 
 Answer<std::optional<std::uint64_t>> StoreModel::countOfStreams() {
     return attempt(std::optional<std::uint64_t>(), [&] {
-        touch({"streams"});
+        touchWithoutColumns("streams");
         return std::optional(std::uint64_t{tables.streams.size()});
     });
 }

@@ -180,7 +180,7 @@ public:
     /// @{
     [[nodiscard]] Answer<Part> partInRow(Row row);
     [[nodiscard]] Answer<Part> partOfEvent(Row event, std::int64_t index);
-    [[nodiscard]] Answer<Part> partOfMessage(Row message, std::uint64_t index);
+    [[nodiscard]] Answer<Part> partOfMessage(Row messageRow, std::uint64_t index);
     [[nodiscard]] Answer<Part> partOfClientID(const std::optional<Bytes>& clientID, std::int64_t index);
     [[nodiscard]] Answer<Part> partWithURL(const std::string& url);
     [[nodiscard]] Answer<Parts> partsHavingUnassignedURLs();
@@ -227,6 +227,7 @@ private:
 
     /// A statement that touches these tables.
     void touch(std::initializer_list<const char*> names) const;
+    void touchWithoutColumns(const char* name) const;
     void failIfRefused(Refusal statement) const;
 
     [[nodiscard]] Row nextCountedRow(const std::string& table);
