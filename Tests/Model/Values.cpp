@@ -58,6 +58,7 @@ template <class T, class Value>
 void drawOrLeave(Field<T>& field, const rc::Gen<Value>& values) {
     field = *onceIn(2, values::field<T>(values));
 }
+
 /// Elements, as many as is drawn from `counts`.
 template <class T>
 rc::Gen<std::vector<T>> some(const rc::Gen<T>& elements, const rc::Gen<std::size_t>& counts,
