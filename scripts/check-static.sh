@@ -1,5 +1,5 @@
 #!/bin/sh
-# Static analysis of what a configured build directory compiles: scripts/check-static.sh [BUILD_DIR]
+# Static analysis of what was compiled in a build directory: scripts/check-static.sh [BUILD_DIR]
 # cppcheck reads all of it; clang-tidy reads the library, the tool and the examples, with the checks that .clang-tidy
 # chooses. Fails when either finds something.
 set -eu
@@ -10,7 +10,7 @@ for tool in cppcheck clang-tidy; do
     command -v "$tool" > /dev/null || { echo "$tool is missing" >&2; exit 2; }
 done
 if [ ! -f "$build/compile_commands.json" ]; then
-    echo "$build is no configured build directory" >&2
+    echo "nothing was built in $build" >&2
     exit 2
 fi
 status=0
