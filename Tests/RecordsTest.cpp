@@ -20,6 +20,8 @@
 namespace zav::test {
 namespace {
 
+using namespace std::string_literals;
+
 template <class Enumeration>
 constexpr bool isSigned = std::is_signed_v<std::underlying_type_t<Enumeration>>;
 
@@ -313,6 +315,13 @@ TEST(InternalInconsistency, IsALogicErrorWithANameAndAReason) {
     EXPECT_EQ(exception.reason(), "The reason, in full.");
     EXPECT_STREQ(exception.what(), "The reason, in full.");
     EXPECT_TRUE((std::is_base_of_v<std::logic_error, NSInternalInconsistencyException>));
+}
+
+TEST(InternalInconsistency, KeepsAReasonThatHoldsANul) {
+    const std::string reason = "The event \0 is described in full."s;
+    const NSInternalInconsistencyException exception(reason);
+    const NSInternalInconsistencyException copy = exception;
+    EXPECT_EQ(copy.reason(), reason) << "the reason was cut at the NUL of a record's text";
 }
 
 }  // namespace

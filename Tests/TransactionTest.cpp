@@ -153,6 +153,57 @@ TEST_F(Transaction, HasNothingToUndoWhenTheEngineHasRolledBack) {
     EXPECT_EQ(stored(), "1,2,3");
 }
 
+/// Makes the engine undo the open transaction, as it does by itself when the device is full.
+class TransactionUndoneByTheEngine : public Transaction {
+protected:
+    void SetUp() override {
+        insert(4);
+        ASSERT_FALSE(file_.first->executeUpdate("INSERT OR ROLLBACK INTO t VALUES (1)"));
+    }
+
+    std::optional<ZAVTransaction> undone_ = begin();
+};
+
+TEST_F(TransactionUndoneByTheEngine, CannotBeCommitted) {
+    ZAVError error;
+    EXPECT_FALSE(undone_->commit(&error)) << "a transaction that was undone was reported as committed";
+    EXPECT_EQ(error, ZAVError("ZAVDatabase", 7, "the transaction is no longer open"));
+    EXPECT_EQ(stored(), "1,2,3");
+}
+
+TEST_F(TransactionUndoneByTheEngine, DoesNotUndoALaterOneWhenItEnds) {
+    auto later = begin();
+    insert(5);
+    undone_.reset();
+    EXPECT_TRUE(file_.first->inTransaction()) << "the first transaction undid the second";
+    ZAVError error;
+    EXPECT_TRUE(later->commit(&error)) << error.description();
+    EXPECT_EQ(stored(), "1,2,3,5");
+}
+
+TEST_F(TransactionUndoneByTheEngine, DoesNotCommitALaterOne) {
+    auto later = begin();
+    insert(5);
+    EXPECT_FALSE(undone_->commit());
+    EXPECT_EQ(stored(), "1,2,3") << "the first transaction committed the second";
+    later->rollback();
+    EXPECT_EQ(stored(), "1,2,3");
+}
+
+TEST_F(TransactionUndoneByTheEngine, DoesNotUndoOneThatIsBegunBySQL) {
+    ASSERT_TRUE(file_.first->executeUpdate("BEGIN"));
+    insert(5);
+    undone_.reset();
+    ASSERT_TRUE(file_.first->executeUpdate("COMMIT")) << file_.first->lastError().description();
+    EXPECT_EQ(stored(), "1,2,3,5");
+}
+
+TEST_F(TransactionUndoneByTheEngine, LeavesWhatIsStoredAfterwardsAlone) {
+    insert(5);
+    undone_.reset();
+    EXPECT_EQ(stored(), "1,2,3,5");
+}
+
 TEST_F(Transaction, GoesOnWhereItIsMovedTo) {
     auto original = begin();
     {

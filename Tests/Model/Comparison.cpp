@@ -277,7 +277,8 @@ bool Comparison::execute(const std::string& sql) {
     return database_->executeStatements(sql);
 }
 
-void Comparison::compareErrors(const ZAVError& error, std::optional<int> expected, bool isOptional) const {
+void Comparison::compareErrors(const ZAVError& error, const std::optional<ErrorCode>& expected,
+                               bool isOptional) const {
     const bool isUntouched = error == untouched();
     if (!givesErrorParameter_ || (isUntouched && (!expected || isOptional))) {
         return;
@@ -288,11 +289,11 @@ void Comparison::compareErrors(const ZAVError& error, std::optional<int> expecte
     }
     if (isUntouched) {
         throw Disagreement("the error out-parameter received nothing instead of an error with the code " +
-                           std::to_string(*expected));
+                           std::to_string(expected->code));
     }
-    if (error.domain() != ZAVErrorDomainSQLite || error.code() != *expected) {
+    if (error.domain() != expected->domain || error.code() != expected->code) {
         throw Disagreement("the error out-parameter received " + error.description() +
-                           " instead of an error with the code " + std::to_string(*expected));
+                           " instead of an error with the code " + std::to_string(expected->code));
     }
     if (error != database_->lastError()) {
         throw Disagreement("the error out-parameter received " + error.description() +
@@ -302,9 +303,7 @@ void Comparison::compareErrors(const ZAVError& error, std::optional<int> expecte
 
 void Comparison::compareThrown(const std::optional<std::string>& thrown,
                                const std::optional<std::string>& expected) const {
-    // A reason is C text as well, and ends where that ends: at a NUL in a record's field, if there is one.
-    const auto asThrown = expected ? std::optional<std::string>(expected->c_str()) : std::nullopt;
-    if (thrown != asThrown) {
+    if (thrown != expected) {
         throw Disagreement((thrown ? "thrown was\n  " + *thrown : "nothing was thrown") + "\ninstead of\n  " +
                            expected.value_or("nothing"));
     }

@@ -171,7 +171,8 @@ public:
 
 private:
     [[nodiscard]] static ZAVError untouched() { return {"the caller's own", 77, "not to be touched"}; }
-    void compareErrors(const ZAVError& error, std::optional<int> expected, bool isOptional) const;
+    void compareErrors(const ZAVError& error, const std::optional<ErrorCode>& expected,
+                       bool isOptional) const;
     void compareThrown(const std::optional<std::string>& thrown,
                        const std::optional<std::string>& expected) const;
     void beginInterruptibleWork(int steps);

@@ -167,7 +167,7 @@ Answer<bool> StoreModel::begin() {
 
 Answer<bool> StoreModel::commit() {
     if (!inTransaction()) {
-        return {false, SQLITE_ERROR};
+        return {false, ErrorCode(ZAVDatabaseErrorTransactionEnded, ZAVErrorDomainDatabase)};
     }
     tablesBeforeTransaction_.reset();
     return {true};

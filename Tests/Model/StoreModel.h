@@ -1,11 +1,14 @@
 #pragma once
 
+#include <ZAVEventRepository/ZAVError.h>
+
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 #include <tuple>
 #include <vector>
 
@@ -96,12 +99,21 @@ struct Selection {
     std::optional<std::uint64_t> bytes{};  ///< no more than it takes for the sizes to exceed this
 };
 
+/// The domain and code of an error; a number alone is the engine's.
+struct ErrorCode {
+    ErrorCode(int number, std::string_view reporter = ZAVErrorDomainSQLite)
+        : code(number), domain(reporter) {}
+
+    int code;
+    std::string_view domain;
+};
+
 /// What an operation is expected to answer.
 template <class Value>
 struct Answer {
     Value value{};
-    std::optional<int> error{};    ///< the engine's code of what the out-parameter receives, if it does
-    bool errorIsOptional = false;  ///< whether a failure shows depends on when the engine finds it
+    std::optional<ErrorCode> error{};  ///< what the out-parameter receives, if it does
+    bool errorIsOptional = false;      ///< whether a failure shows depends on when the engine finds it
 };
 
 /// A precondition that was violated; the reason as it is thrown.

@@ -318,6 +318,10 @@ bool FMDatabase::fail(ZAVError error) {
 }
 
 bool FMDatabase::failWithEngineError() {
+    // A failure may have ended the transaction: whoever began it must not take a later one for it.
+    if (!inTransaction()) {
+        ++transactionNumber_;
+    }
     return fail(engineError(connection_));
 }
 

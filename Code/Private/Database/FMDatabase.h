@@ -106,6 +106,7 @@ public:
 
 private:
     friend class FMResultSet;
+    friend class ZAVTransaction;
 
     FMDatabase(sqlite3* connection, std::size_t statementCacheCapacity);
 
@@ -123,6 +124,8 @@ private:
     std::unique_ptr<ZAVStatementCache> statements_;
     ZAVError lastError_;
     std::chrono::milliseconds busyTimeout_{0};
+    std::uint64_t transactionNumber_ =
+        0;  ///< another one for each transaction that a `ZAVTransaction` begins
     bool isDurable_ = false;
     bool transactionIsAbandoned_ = false;
 };

@@ -12,22 +12,39 @@ std::optional<ZAVTransaction> ZAVTransaction::begin(FMDatabase& database, ZAVErr
     return ZAVTransaction(database);
 }
 
+ZAVTransaction::ZAVTransaction(FMDatabase& database) noexcept
+    : database_(&database), number_(++database.transactionNumber_) {}
+
+bool ZAVTransaction::isOpen() const noexcept {
+    return database_ != nullptr && database_->transactionNumber_ == number_ && database_->inTransaction();
+}
+
 bool ZAVTransaction::commit(ZAVError* error) {
-    if (database_ == nullptr || !database_->executeUpdate("COMMIT")) {
-        if (database_ != nullptr) {
-            ZAVStoreError(error, database_->lastError());
-        }
+    const auto fail = [&](const ZAVError& reason) {
+        ZAVStoreError(error, reason);
         rollback();
         return false;
+    };
+    if (!isOpen()) {
+        const ZAVError ended(ZAVErrorDomainDatabase, ZAVDatabaseErrorTransactionEnded,
+                             "the transaction is no longer open");
+        if (database_ != nullptr) {
+            database_->fail(ended);
+        }
+        return fail(ended);
+    }
+    if (!database_->executeUpdate("COMMIT")) {
+        return fail(database_->lastError());
     }
     database_ = nullptr;
     return true;
 }
 
 void ZAVTransaction::rollback() noexcept {
-    if (FMDatabase* const database = std::exchange(database_, nullptr)) {
-        database->rollback();
+    if (isOpen()) {
+        database_->rollback();
     }
+    database_ = nullptr;
 }
 
 }  // namespace zav

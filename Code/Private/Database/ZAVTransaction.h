@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <utility>
 
@@ -14,29 +15,37 @@ namespace zav {
 /// puts one around them; the write lock is taken when it begins.
 ///
 /// The engine undoes the whole transaction by itself when it runs out of space or memory on the way. The call
-/// that met this fails; a caller who goes on after a failure stores each further row on its own.
+/// that met this fails; a caller who goes on after a failure stores each further row on its own, and what it
+/// stores is out of this object's reach, also in another transaction.
 class ZAVTransaction {
 public:
     /// @param database must outlive the transaction and have none open.
     /// @return none when the write lock cannot be had, with the reason in `error`.
     [[nodiscard]] static std::optional<ZAVTransaction> begin(FMDatabase& database, ZAVError* error = nullptr);
 
-    ZAVTransaction(ZAVTransaction&& other) noexcept : database_(std::exchange(other.database_, nullptr)) {}
+    ZAVTransaction(ZAVTransaction&& other) noexcept
+        : database_(std::exchange(other.database_, nullptr)), number_(other.number_) {}
     ZAVTransaction(const ZAVTransaction&) = delete;
     ZAVTransaction& operator=(const ZAVTransaction&) = delete;
     ZAVTransaction& operator=(ZAVTransaction&&) = delete;
     ~ZAVTransaction() { rollback(); }
 
     /// Makes everything since `begin` permanent. When this fails the transaction is rolled back.
+    /// @return false also when there is nothing to commit any more: after `commit`, `rollback`, or a failure
+    /// that made the engine undo everything.
     bool commit(ZAVError* error = nullptr);
 
     /// Undoes everything since `begin`. Nothing happens after `commit`.
     void rollback() noexcept;
 
 private:
-    explicit ZAVTransaction(FMDatabase& database) noexcept : database_(&database) {}
+    explicit ZAVTransaction(FMDatabase& database) noexcept;
+
+    /// Whether the handle's open transaction is the one that this object began.
+    [[nodiscard]] bool isOpen() const noexcept;
 
     FMDatabase* database_;  ///< null once ended
+    std::uint64_t number_;  ///< what the handle calls the transaction
 };
 
 }  // namespace zav

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -9,12 +10,16 @@ namespace zav {
 /// A violated precondition: a programming error of the caller, never a failure of the database.
 class NSInternalInconsistencyException : public std::logic_error {
 public:
-    explicit NSInternalInconsistencyException(const std::string& reason) : std::logic_error(reason) {}
+    explicit NSInternalInconsistencyException(const std::string& reason)
+        : std::logic_error(reason), reason_(std::make_shared<const std::string>(reason)) {}
 
     [[nodiscard]] std::string_view name() const noexcept { return "NSInternalInconsistencyException"; }
 
-    /// The formatted reason; the same text as `what()`.
-    [[nodiscard]] std::string reason() const { return what(); }
+    /// The formatted reason, whole. `what()` is the same text, but being a C string ends at its first NUL.
+    [[nodiscard]] const std::string& reason() const noexcept { return *reason_; }
+
+private:
+    std::shared_ptr<const std::string> reason_;  ///< shared, so that copying an exception cannot fail
 };
 
 }  // namespace zav

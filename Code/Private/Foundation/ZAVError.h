@@ -45,11 +45,12 @@ inline constexpr std::string_view ZAVErrorDomainDatabase = "ZAVDatabase";
 enum ZAVDatabaseErrorCode : int {
     ZAVDatabaseErrorWrongValueCount =
         1,  ///< a statement was given more or fewer values than it has placeholders
-    ZAVDatabaseErrorTrailingText = 2,     ///< there is text after the first statement
-    ZAVDatabaseErrorNoStatement = 3,      ///< the text holds no statement
-    ZAVDatabaseErrorNewerSchema = 4,      ///< the database was made by a newer version of the library
-    ZAVDatabaseErrorForeignSchema = 5,    ///< the database has tables, but not those of the library
-    ZAVDatabaseErrorUnsafeCompanion = 6,  ///< what stands beside the file as its journal must not be used
+    ZAVDatabaseErrorTrailingText = 2,      ///< there is text after the first statement
+    ZAVDatabaseErrorNoStatement = 3,       ///< the text holds no statement
+    ZAVDatabaseErrorNewerSchema = 4,       ///< the database was made by a newer version of the library
+    ZAVDatabaseErrorForeignSchema = 5,     ///< the database has tables, but not those of the library
+    ZAVDatabaseErrorUnsafeCompanion = 6,   ///< what stands beside the file as its journal must not be used
+    ZAVDatabaseErrorTransactionEnded = 7,  ///< the transaction to commit is no longer open
 };
 
 /// Stores `error` where the caller asked for it, if the caller did.
