@@ -3,13 +3,14 @@
 #include <string>
 #include <string_view>
 
+#include "Private/Foundation/ZAVExport.h"
 #include "Private/Foundation/ZAVIdentifiers.h"
 #include "Private/Foundation/ZAVObject.h"
 
 namespace zav {
 
 /// A message as an application sees it: a row of `messages`, which an event carries.
-class ZAVMessage : public ZAVObject {
+class ZAV_EXPORT ZAVMessage : public ZAVObject {
 public:
     explicit ZAVMessage(ZAVDatabaseIdentifier databaseIdentifier = ZAVDatabaseIdentifierNotSet) noexcept
         : databaseIdentifier_(databaseIdentifier) {}

@@ -6,13 +6,14 @@
 #include <string_view>
 #include <utility>
 
+#include "Private/Foundation/ZAVExport.h"
 #include "Private/Foundation/ZAVObject.h"
 #include "ZAVMessage.h"
 
 namespace zav {
 
 /// A content part as part of a message.
-class ZAVMessagePart : public ZAVObject {
+class ZAV_EXPORT ZAVMessagePart : public ZAVObject {
 public:
     /// @param message the message, which the part shares; not null.
     /// @param index position within the message, from 0.

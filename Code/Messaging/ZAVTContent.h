@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "Private/Foundation/ZAVData.h"
+#include "Private/Foundation/ZAVExport.h"
 #include "Private/Foundation/ZAVObject.h"
 
 namespace zav {
@@ -16,7 +17,7 @@ namespace zav {
 ///
 /// Each field has a getter, a setter that also raises its is-set flag, `unset_`, which lowers the flag and leaves
 /// the value readable, and the flag itself.
-class ZAVTContent : public ZAVObject {
+class ZAV_EXPORT ZAVTContent : public ZAVObject {
 public:
     /// MIME type
     [[nodiscard]] const std::optional<std::string>& media_type() const noexcept { return media_type_; }

@@ -13,6 +13,7 @@
 #include "Messaging/ZAVTEventType.h"
 #include "Private/Foundation/ZAVData.h"
 #include "Private/Foundation/ZAVDictionary.h"
+#include "Private/Foundation/ZAVExport.h"
 #include "Private/Foundation/ZAVObject.h"
 
 namespace zav {
@@ -21,7 +22,7 @@ namespace zav {
 ///
 /// Each field has a getter, a setter that also raises its is-set flag, `unset_`, which lowers the flag and leaves
 /// the value readable, and the flag itself.
-class ZAVTEvent : public ZAVObject {
+class ZAV_EXPORT ZAVTEvent : public ZAVObject {
 public:
     /// kind of event; 0 is invalid
     [[nodiscard]] ZAVTEventType type() const noexcept { return type_; }

@@ -96,8 +96,8 @@ def enum_header(name, enum):
 
 
 def includes(fields):
-    headers = {header for field in fields for header in field.headers} | {'"Private/Foundation/ZAVObject.h"'}
-    headers.add("<string_view>")
+    headers = {header for field in fields for header in field.headers}
+    headers |= {"<string_view>", '"Private/Foundation/ZAVExport.h"', '"Private/Foundation/ZAVObject.h"'}
     system = sorted(h for h in headers if h.startswith("<"))
     own = sorted(h for h in headers if h.startswith('"'))
     return "\n".join(f"#include {h}" for h in system) + "\n\n" + "\n".join(f"#include {h}" for h in own) + "\n"
@@ -110,7 +110,7 @@ def record_header(name, record):
     out.append("///")
     out.append("/// Each field has a getter, a setter that also raises its is-set flag, `unset_`, which lowers the flag and leaves")
     out.append("/// the value readable, and the flag itself.")
-    out.append(f"class {name} : public ZAVObject {{")
+    out.append(f"class ZAV_EXPORT {name} : public ZAVObject {{")
     out.append("public:")
     for field in fields:
         argument = "std::move(value)" if field.is_object else "value"

@@ -13,6 +13,7 @@
 #include "Private/Database/FMParameter.h"
 #include "Private/Database/FMResultSet.h"
 #include "Private/Foundation/ZAVError.h"
+#include "Private/Foundation/ZAVExport.h"
 #include "Private/Foundation/ZAVValue.h"
 
 struct sqlite3;
@@ -28,7 +29,7 @@ class ZAVStatementCache;
 ///
 /// Failures are reported by result, with the reason in `lastError`; nothing here throws but memory running
 /// out.
-class FMDatabase {
+class ZAV_EXPORT FMDatabase {
 public:
     /// Opens a database file, or makes one.
     ///

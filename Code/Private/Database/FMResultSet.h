@@ -8,6 +8,7 @@
 #include "Private/Foundation/ZAVData.h"
 #include "Private/Foundation/ZAVDate.h"
 #include "Private/Foundation/ZAVError.h"
+#include "Private/Foundation/ZAVExport.h"
 
 struct sqlite3_stmt;
 
@@ -24,7 +25,7 @@ class ZAVStatement;
 ///
 /// Columns are addressed by their zero-based position in the select list. The getters convert as the engine
 /// does; before the first row, after the last and for a position that does not exist they answer as for NULL.
-class FMResultSet {
+class ZAV_EXPORT FMResultSet {
 public:
     FMResultSet(FMResultSet&& other) noexcept;
     FMResultSet& operator=(FMResultSet&& other) noexcept;

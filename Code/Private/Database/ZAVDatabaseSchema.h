@@ -6,11 +6,12 @@
 #include <string>
 
 #include "Private/Database/FMDatabase.h"
+#include "Private/Foundation/ZAVExport.h"
 
 namespace zav {
 
 /// The tables and indexes of the event store, in numbered versions (`PRAGMA user_version`).
-class ZAVDatabaseSchema {
+class ZAV_EXPORT ZAVDatabaseSchema {
 public:
     /// The version that this library makes and works on.
     [[nodiscard]] static std::int32_t currentVersion() noexcept;

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "Private/Database/FMDatabase.h"
+#include "Private/Foundation/ZAVExport.h"
 
 namespace zav {
 
@@ -17,7 +18,7 @@ namespace zav {
 /// The engine undoes the whole transaction by itself when it runs out of space or memory on the way. The call
 /// that met this fails; a caller who goes on after a failure stores each further row on its own, and what it
 /// stores is out of this object's reach, also in another transaction.
-class ZAVTransaction {
+class ZAV_EXPORT ZAVTransaction {
 public:
     /// @param database must outlive the transaction and have none open.
     /// @return none when the write lock cannot be had, with the reason in `error`.

@@ -5,10 +5,12 @@
 #include <string>
 #include <string_view>
 
+#include "Private/Foundation/ZAVExport.h"
+
 namespace zav {
 
 /// A violated precondition: a programming error of the caller, never a failure of the database.
-class NSInternalInconsistencyException : public std::logic_error {
+class ZAV_EXPORT NSInternalInconsistencyException : public std::logic_error {
 public:
     explicit NSInternalInconsistencyException(const std::string& reason)
         : std::logic_error(reason), reason_(std::make_shared<const std::string>(reason)) {}

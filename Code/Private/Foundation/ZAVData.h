@@ -5,6 +5,8 @@
 #include <span>
 #include <string_view>
 
+#include "Private/Foundation/ZAVExport.h"
+
 namespace zav {
 
 /// An owned, resizable-by-assignment byte string.
@@ -12,7 +14,7 @@ namespace zav {
 /// Sixteen bytes or fewer live inside the object: nearly every byte string that passes through the event
 /// store is the binary form of a UUID, and two heap blocks for every event read would cost more than reading
 /// its columns.
-class ZAVData {
+class ZAV_EXPORT ZAVData {
 public:
     static constexpr std::size_t inlineCapacity = 16;
 

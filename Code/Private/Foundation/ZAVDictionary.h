@@ -8,6 +8,7 @@
 #include <variant>
 
 #include "Private/Foundation/ZAVData.h"
+#include "Private/Foundation/ZAVExport.h"
 
 namespace zav {
 
@@ -18,7 +19,7 @@ using ZAVDictionaryValue = std::variant<std::string, ZAVData>;
 ///
 /// An empty dictionary is one null pointer: every event that is read carries one, and nearly all of them are
 /// empty.
-class ZAVDictionary {
+class ZAV_EXPORT ZAVDictionary {
 public:
     using Entries = std::map<std::string, ZAVDictionaryValue, std::less<>>;
     using const_iterator = Entries::const_iterator;

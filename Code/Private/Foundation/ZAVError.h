@@ -3,12 +3,14 @@
 #include <string>
 #include <string_view>
 
+#include "Private/Foundation/ZAVExport.h"
+
 namespace zav {
 
 /// Why an operation failed, or nothing: a default-constructed error is empty and converts to false.
 ///
 /// Operations take a pointer to one (or null) as their last argument and write it only when they fail.
-class ZAVError {
+class ZAV_EXPORT ZAVError {
 public:
     ZAVError() = default;
     ZAVError(std::string_view domain, int code, std::string_view message)

@@ -12,6 +12,7 @@
 #include <variant>
 
 #include "Private/Foundation/ZAVError.h"
+#include "Private/Foundation/ZAVExport.h"
 #include "Private/Foundation/ZAVObject.h"
 #include "Private/Foundation/ZAVSet.h"
 #include "Private/Foundation/ZAVURL.h"
@@ -66,7 +67,7 @@ requires requires(const Range& range) {
 }
 
 /// One argument of a printf-style format: a number as 64 bits, or an object as its printable form.
-class ZAVFormatArgument {
+class ZAV_EXPORT ZAVFormatArgument {
 public:
     template <std::integral Number>
     ZAVFormatArgument(Number number)
@@ -85,8 +86,8 @@ private:
 
 /// Formats as printf does, with the directives `%@` (objects), `%d` `%u` (32 bits), `%ld` `%lld` `%lu` `%llu`
 /// (64 bits) and `%%`. A directive without an argument is printed as it stands.
-[[nodiscard]] std::string ZAVStringWithFormatArguments(std::string_view format,
-                                                       std::span<const ZAVFormatArgument> arguments);
+[[nodiscard]] ZAV_EXPORT std::string ZAVStringWithFormatArguments(
+    std::string_view format, std::span<const ZAVFormatArgument> arguments);
 
 template <class... Arguments>
 [[nodiscard]] std::string ZAVStringWithFormat(std::string_view format, const Arguments&... arguments) {

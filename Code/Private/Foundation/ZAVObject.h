@@ -3,13 +3,15 @@
 #include <string>
 #include <string_view>
 
+#include "Private/Foundation/ZAVExport.h"
+
 namespace zav {
 
 /// Root of the records: a class name and a printable description.
 ///
 /// Records are shared, mutable objects with identity; they are handed around by `std::shared_ptr` and never
 /// copied.
-class ZAVObject {
+class ZAV_EXPORT ZAVObject {
 public:
     virtual ~ZAVObject() = default;
     ZAVObject(const ZAVObject&) = delete;

@@ -5,13 +5,15 @@
 #include <string>
 #include <string_view>
 
+#include "Private/Foundation/ZAVExport.h"
+
 namespace zav {
 
 /// A URL: an RFC 3986 reference, alone or relative to a base. Immutable, and cheap to copy.
 ///
 /// Parsing is strict: text with a blank, a raw non-ASCII letter or a broken percent escape is no URL. The
 /// text is kept as given; resolving against the base happens when `absoluteString` is asked for, not before.
-class ZAVURL {
+class ZAV_EXPORT ZAVURL {
 public:
     /// Parses `text`; none when it is no RFC 3986 reference. The empty text is a reference.
     [[nodiscard]] static std::optional<ZAVURL> URLWithString(std::string_view text);
@@ -43,7 +45,7 @@ public:
     [[nodiscard]] std::string filePath() const;
 
     /// Equal when text and base are equal.
-    friend bool operator==(const ZAVURL& left, const ZAVURL& right) noexcept;
+    friend ZAV_EXPORT bool operator==(const ZAVURL& left, const ZAVURL& right) noexcept;
 
 private:
     struct Reference;

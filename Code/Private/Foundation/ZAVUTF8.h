@@ -2,9 +2,11 @@
 
 #include <string_view>
 
+#include "Private/Foundation/ZAVExport.h"
+
 namespace zav {
 
 /// Whether `text` is well-formed UTF-8: no overlong form, no surrogate, nothing past U+10FFFF.
-[[nodiscard]] bool ZAVIsUTF8(std::string_view text) noexcept;
+[[nodiscard]] ZAV_EXPORT bool ZAVIsUTF8(std::string_view text) noexcept;
 
 }  // namespace zav

@@ -8,11 +8,12 @@
 #include <string_view>
 
 #include "Private/Foundation/ZAVData.h"
+#include "Private/Foundation/ZAVExport.h"
 
 namespace zav {
 
 /// A UUID: 16 bytes in the order of its canonical text, which is also the order in which it is stored.
-class ZAVUUID {
+class ZAV_EXPORT ZAVUUID {
 public:
     using Bytes = std::array<std::uint8_t, 16>;
 
@@ -39,9 +40,9 @@ private:
 };
 
 /// The UUID whose 16 bytes `data` holds; none when there is no data or it is not 16 bytes long.
-[[nodiscard]] std::optional<ZAVUUID> ZAVUUIDFromData(const std::optional<ZAVData>& data) noexcept;
+[[nodiscard]] ZAV_EXPORT std::optional<ZAVUUID> ZAVUUIDFromData(const std::optional<ZAVData>& data) noexcept;
 
 /// The 16 bytes of `uuid`; none when there is no UUID.
-[[nodiscard]] std::optional<ZAVData> ZAVDataFromUUID(const std::optional<ZAVUUID>& uuid);
+[[nodiscard]] ZAV_EXPORT std::optional<ZAVData> ZAVDataFromUUID(const std::optional<ZAVUUID>& uuid);
 
 }  // namespace zav

@@ -6,6 +6,7 @@
 #include <memory>
 #include <string_view>
 
+#include "Private/Foundation/ZAVExport.h"
 #include "Private/Foundation/ZAVFormat.h"
 #include "Private/Logging/DDLogSink.h"
 #include "Private/Logging/ZAVLogComponent.h"
@@ -14,13 +15,13 @@ namespace zav {
 
 /// Log level of each component, indexed by `ZAVLogComponent`: 1 and above lets error lines pass, 5 and above
 /// verbose lines too. Every component starts at 1. The application sets it; any thread may, at any time.
-extern std::array<std::atomic<std::int32_t>, ZAVLogComponentCount> gZAVLogPreferences;
+extern ZAV_EXPORT std::array<std::atomic<std::int32_t>, ZAVLogComponentCount> gZAVLogPreferences;
 
 /// Mask of the severities that pass, of `DDLogFlag`. Starts with every bit set.
-extern std::atomic<std::uint32_t> ddLogLevel;
+extern ZAV_EXPORT std::atomic<std::uint32_t> ddLogLevel;
 
 /// The logger. Every function may be called on any thread.
-class DDLog {
+class ZAV_EXPORT DDLog {
 public:
     /// Formats one line and hands it to the sink. Whether the line is wanted is for the caller to test first,
     /// with `verboseIsOpen` or `errorIsOpen`, so that a line that nobody wants costs nothing.

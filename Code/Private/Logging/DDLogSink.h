@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <string_view>
 
+#include "Private/Foundation/ZAVExport.h"
+
 namespace zav {
 
 enum DDLogFlag : std::uint32_t {
@@ -26,7 +28,7 @@ struct DDLogMessage {
 };
 
 /// Where log lines go. `write` and `flush` are called on whichever thread logs, by several threads at once.
-class DDLogSink {
+class ZAV_EXPORT DDLogSink {
 public:
     virtual ~DDLogSink() = default;
 

@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "Private/Foundation/ZAVExport.h"
 #include "Private/Logging/DDLogSink.h"
 
 namespace zav {
@@ -10,7 +11,7 @@ namespace zav {
 /// error line waits for its turn in the same queue, so that it is written when `write` returns and the order
 /// is kept. A full queue makes the caller wait: no line is dropped. Destroying the sink writes what is still
 /// queued.
-class ZAVStandardErrorSink final : public DDLogSink {
+class ZAV_EXPORT ZAVStandardErrorSink final : public DDLogSink {
 public:
     ZAVStandardErrorSink();
     ~ZAVStandardErrorSink() override;

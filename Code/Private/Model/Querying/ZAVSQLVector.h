@@ -5,13 +5,14 @@
 #include <string>
 #include <vector>
 
+#include "Private/Foundation/ZAVExport.h"
 #include "Private/Foundation/ZAVIdentifiers.h"
 #include "Private/Foundation/ZAVValue.h"
 
 namespace zav {
 
 /// A run of row identifiers for the right side of an IN: the placeholders, and the values that go with them.
-class ZAVSQLVector {
+class ZAV_EXPORT ZAVSQLVector {
 public:
     /// Cuts a collection into consecutive runs of at most `limit` elements, in order. An empty collection
     /// makes none.

@@ -3,6 +3,7 @@
 #include <optional>
 #include <string_view>
 
+#include "Private/Foundation/ZAVExport.h"
 #include "Private/Foundation/ZAVIdentifiers.h"
 #include "Private/Foundation/ZAVUUID.h"
 #include "Private/Model/Repositories/ZAVDatabaseRepository.h"
@@ -12,7 +13,7 @@ namespace zav {
 /// The conversations of this device, and who takes part in them. A conversation shows one stream; how far
 /// each participant has progressed in it is recorded by
 /// `ZAVEventRepository::persistConversationsParticipantsSeq`.
-class ZAVConversationRepository : public ZAVDatabaseRepository {
+class ZAV_EXPORT ZAVConversationRepository : public ZAVDatabaseRepository {
 public:
     using ZAVDatabaseRepository::ZAVDatabaseRepository;
 

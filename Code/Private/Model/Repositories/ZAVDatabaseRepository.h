@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "Private/Database/FMDatabase.h"
+#include "Private/Foundation/ZAVExport.h"
 
 namespace zav {
 
@@ -12,7 +13,7 @@ namespace zav {
 /// A repository shares the handle and never opens, closes or reconfigures it. It keeps no state of its own
 /// between calls, so that any number of repositories may stand on one handle, all of them on the handle's one
 /// thread.
-class ZAVDatabaseRepository {
+class ZAV_EXPORT ZAVDatabaseRepository {
 public:
     /// @param database an open handle; not null.
     explicit ZAVDatabaseRepository(std::shared_ptr<FMDatabase> database) noexcept

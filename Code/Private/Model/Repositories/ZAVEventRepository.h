@@ -10,6 +10,7 @@
 
 #include "Private/Foundation/NSInternalInconsistencyException.h"
 #include "Private/Foundation/ZAVError.h"
+#include "Private/Foundation/ZAVExport.h"
 #include "Private/Foundation/ZAVIdentifiers.h"
 #include "Private/Foundation/ZAVSet.h"
 #include "Private/Foundation/ZAVURL.h"
@@ -39,7 +40,7 @@ namespace zav {
 /// and nothing is logged.
 ///
 /// The records that are returned are the caller's: new with each call, complete, and tied to nothing.
-class ZAVEventRepository : public ZAVDatabaseRepository {
+class ZAV_EXPORT ZAVEventRepository : public ZAVDatabaseRepository {
 public:
     using ZAVDatabaseRepository::ZAVDatabaseRepository;
 
@@ -261,7 +262,7 @@ public:
 /// Makes the content parts of a received event ready for download: each part with an external URL gets the
 /// status `ZAVContentTransferReadyForDownload` and its local file. Records only; the database is not touched.
 /// @param appID the application, and `authenticatedUserID` its user, for whom the file is kept.
-void ZAVPrepareEventContentsForDownload(ZAVEvent& event, const ZAVUUID& appID,
-                                        std::string_view authenticatedUserID);
+ZAV_EXPORT void ZAVPrepareEventContentsForDownload(ZAVEvent& event, const ZAVUUID& appID,
+                                                   std::string_view authenticatedUserID);
 
 }  // namespace zav

@@ -5,6 +5,7 @@
 
 #include "Private/Foundation/ZAVDate.h"
 #include "Private/Foundation/ZAVDictionary.h"
+#include "Private/Foundation/ZAVExport.h"
 #include "Private/Model/Repositories/ZAVDatabaseRepository.h"
 #include "Private/Model/Repositories/ZAVKeyedValuesContext.h"
 
@@ -22,7 +23,7 @@ private:
 };
 
 /// Stores dictionaries beside the objects that they belong to. Text stays text, and bytes stay bytes.
-class ZAVKeyedValueRepository : public ZAVDatabaseRepository {
+class ZAV_EXPORT ZAVKeyedValueRepository : public ZAVDatabaseRepository {
 public:
     using ZAVDatabaseRepository::ZAVDatabaseRepository;
 

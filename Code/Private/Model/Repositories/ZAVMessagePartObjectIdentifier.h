@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <optional>
 
+#include "Private/Foundation/ZAVExport.h"
 #include "Private/Foundation/ZAVURL.h"
 #include "Private/Foundation/ZAVUUID.h"
 
@@ -10,12 +11,14 @@ namespace zav {
 
 /// The object identifier of a message part: a URL that names an event by its `client_id` and a part by its
 /// index, `zav:///messages/<client_id>/parts/<index>`.
-[[nodiscard]] ZAVURL ZAVMakeMessagePartObjectIdentifier(const ZAVUUID& eventClientID, std::uint32_t index);
+[[nodiscard]] ZAV_EXPORT ZAVURL ZAVMakeMessagePartObjectIdentifier(const ZAVUUID& eventClientID,
+                                                                   std::uint32_t index);
 
 /// The `client_id` in an object identifier; none for any other URL.
-[[nodiscard]] std::optional<ZAVUUID> ZAVClientIdentifierForObjectIdentifier(const ZAVURL& objectIdentifier);
+[[nodiscard]] ZAV_EXPORT std::optional<ZAVUUID> ZAVClientIdentifierForObjectIdentifier(
+    const ZAVURL& objectIdentifier);
 
 /// The part index in an object identifier; 0 for any other URL.
-[[nodiscard]] std::int64_t ZAVPartIndexForObjectIdentifier(const ZAVURL& objectIdentifier);
+[[nodiscard]] ZAV_EXPORT std::int64_t ZAVPartIndexForObjectIdentifier(const ZAVURL& objectIdentifier);
 
 }  // namespace zav

@@ -3,6 +3,7 @@
 #include <memory>
 #include <optional>
 
+#include "Private/Foundation/ZAVExport.h"
 #include "Private/Foundation/ZAVIdentifiers.h"
 #include "Private/Model/Repositories/ZAVDatabaseRepository.h"
 #include "ZAVMessage.h"
@@ -11,7 +12,7 @@ namespace zav {
 
 /// The messages that an application shows, each carried by one event. The parts of a message are the content
 /// parts of its event; see `ZAVMessagePart` and `ZAVEventRepository::eventContentForMessagePart`.
-class ZAVMessageRepository : public ZAVDatabaseRepository {
+class ZAV_EXPORT ZAVMessageRepository : public ZAVDatabaseRepository {
 public:
     using ZAVDatabaseRepository::ZAVDatabaseRepository;
 

@@ -4,6 +4,7 @@
 #include <optional>
 #include <string_view>
 
+#include "Private/Foundation/ZAVExport.h"
 #include "Private/Foundation/ZAVURL.h"
 #include "Private/Foundation/ZAVUUID.h"
 
@@ -11,21 +12,21 @@ namespace zav {
 
 /// The directory below which the files of content parts are kept. Until an application sets its own it is
 /// "ZAVEventRepository" in the user's cache directory. Any thread may call it.
-[[nodiscard]] ZAVURL ZAVMessageRepositoryCacheBaseDirectoryURL();
+[[nodiscard]] ZAV_EXPORT ZAVURL ZAVMessageRepositoryCacheBaseDirectoryURL();
 
 /// Sets the directory for the whole process. `directory` is a URL whose path ends with a slash; see
 /// `ZAVURL::fileURLWithDirectoryPath`.
-void ZAVSetMessageRepositoryCacheBaseDirectoryURL(const ZAVURL& directory);
+ZAV_EXPORT void ZAVSetMessageRepositoryCacheBaseDirectoryURL(const ZAVURL& directory);
 
 /// The directory of one message's files, relative to the cache directory:
 /// `<application>/<user>/<event>/`, with "=XX" for each byte of the user's name that a directory name should
 /// not hold. None when the event has no UUID.
-[[nodiscard]] std::optional<ZAVURL> ZAVMessageRepositoryMakeMessagePartBaseDirectoryURL(
+[[nodiscard]] ZAV_EXPORT std::optional<ZAVURL> ZAVMessageRepositoryMakeMessagePartBaseDirectoryURL(
     const ZAVUUID& appID, std::string_view authenticatedUserID, const std::optional<ZAVUUID>& eventUUID);
 
 /// The file of the part with the given index inside a message's directory, relative to the cache directory:
 /// `<directory>part-<index>`. None when there is no directory.
-[[nodiscard]] std::optional<ZAVURL> ZAVMessageRepositoryMakeMessagePartFileURL(
+[[nodiscard]] ZAV_EXPORT std::optional<ZAVURL> ZAVMessageRepositoryMakeMessagePartFileURL(
     std::uint64_t index, const std::optional<ZAVURL>& baseDirectoryURL);
 
 }  // namespace zav

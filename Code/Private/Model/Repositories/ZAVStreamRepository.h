@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <optional>
 
+#include "Private/Foundation/ZAVExport.h"
 #include "Private/Foundation/ZAVIdentifiers.h"
 #include "Private/Foundation/ZAVUUID.h"
 #include "Private/Model/Repositories/ZAVDatabaseRepository.h"
@@ -10,7 +11,7 @@
 namespace zav {
 
 /// The registry of streams. An event is stored in a stream that is registered here.
-class ZAVStreamRepository : public ZAVDatabaseRepository {
+class ZAV_EXPORT ZAVStreamRepository : public ZAVDatabaseRepository {
 public:
     using ZAVDatabaseRepository::ZAVDatabaseRepository;
 

@@ -2,6 +2,7 @@
 
 #include <string_view>
 
+#include "Private/Foundation/ZAVExport.h"
 #include "Private/Foundation/ZAVIdentifiers.h"
 #include "Private/Model/Repositories/ZAVDatabaseRepository.h"
 #include "Private/Model/Synchronization/ZAVSyncedChangeType.h"
@@ -9,7 +10,7 @@
 namespace zav {
 
 /// Records which rows changed and wait to be processed by synchronisation.
-class ZAVSyncedChangeRepository : public ZAVDatabaseRepository {
+class ZAV_EXPORT ZAVSyncedChangeRepository : public ZAVDatabaseRepository {
 public:
     using ZAVDatabaseRepository::ZAVDatabaseRepository;
 

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "Messaging/ZAVTEvent.h"
+#include "Private/Foundation/ZAVExport.h"
 #include "Private/Foundation/ZAVIdentifiers.h"
 #include "Private/Foundation/ZAVUUID.h"
 #include "Private/Model/Synchronization/ZAVEventContent.h"
@@ -21,7 +22,7 @@ namespace zav {
 /// An event that was read from the database has its `seq` set by the setter: `seqIsSet` is true also when the
 /// service has not sequenced the event, and `seq` is then 0. Which events have no sequence is a question for
 /// the repository's queries, not for the record.
-class ZAVEvent : public ZAVTEvent {
+class ZAV_EXPORT ZAVEvent : public ZAVTEvent {
 public:
     /// An event that has not been stored, in a stream yet to be named.
     ZAVEvent() = default;

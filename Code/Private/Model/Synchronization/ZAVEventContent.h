@@ -8,6 +8,7 @@
 
 #include "Messaging/ZAVTContent.h"
 #include "Private/Foundation/ZAVDate.h"
+#include "Private/Foundation/ZAVExport.h"
 #include "Private/Foundation/ZAVIdentifiers.h"
 #include "Private/Foundation/ZAVURL.h"
 #include "Private/Foundation/ZAVUUID.h"
@@ -18,7 +19,7 @@ namespace zav {
 /// A content part of an event, with what only this device knows of it: its row, its file and its transfer.
 ///
 /// The back-references to the event and its stream are set by the repository; an application reads them.
-class ZAVEventContent : public ZAVTContent {
+class ZAV_EXPORT ZAVEventContent : public ZAVTContent {
 public:
     /// A part that belongs to no event yet.
     ZAVEventContent() = default;
