@@ -20,7 +20,10 @@ public:
     ZAVMessagePart(std::shared_ptr<ZAVMessage> message, std::uint64_t index) noexcept
         : message_(std::move(message)), index_(index) {}
 
+    /// The message, shared; never null.
     [[nodiscard]] const std::shared_ptr<ZAVMessage>& message() const noexcept { return message_; }
+
+    /// Position within the message, from 0.
     [[nodiscard]] std::uint64_t index() const noexcept { return index_; }
 
     [[nodiscard]] std::string_view className() const noexcept override { return "ZAVMessagePart"; }

@@ -21,47 +21,62 @@ class ZAV_EXPORT ZAVTContent : public ZAVObject {
 public:
     /// MIME type
     [[nodiscard]] const std::optional<std::string>& media_type() const noexcept { return media_type_; }
+    /// Sets `media_type` and takes the value over.
     void set_media_type(std::optional<std::string> value) {
         media_type_ = std::move(value);
         media_typeIsSet_ = true;
     }
+    /// Marks `media_type` as not set.
     void unset_media_type() noexcept { media_typeIsSet_ = false; }
+    /// Whether `media_type` is set.
     [[nodiscard]] bool media_typeIsSet() const noexcept { return media_typeIsSet_; }
 
     /// size in bytes
     [[nodiscard]] std::int64_t size() const noexcept { return size_; }
+    /// Sets `size`.
     void set_size(std::int64_t value) noexcept {
         size_ = value;
         sizeIsSet_ = true;
     }
+    /// Marks `size` as not set.
     void unset_size() noexcept { sizeIsSet_ = false; }
+    /// Whether `size` is set.
     [[nodiscard]] bool sizeIsSet() const noexcept { return sizeIsSet_; }
 
     /// inline data
     [[nodiscard]] const std::optional<ZAVData>& body() const noexcept { return body_; }
+    /// Sets `body` and takes the value over.
     void set_body(std::optional<ZAVData> value) {
         body_ = std::move(value);
         bodyIsSet_ = true;
     }
+    /// Marks `body` as not set.
     void unset_body() noexcept { bodyIsSet_ = false; }
+    /// Whether `body` is set.
     [[nodiscard]] bool bodyIsSet() const noexcept { return bodyIsSet_; }
 
     /// where the service's content store holds the content
     [[nodiscard]] const std::optional<std::string>& external_url() const noexcept { return external_url_; }
+    /// Sets `external_url` and takes the value over.
     void set_external_url(std::optional<std::string> value) {
         external_url_ = std::move(value);
         external_urlIsSet_ = true;
     }
+    /// Marks `external_url` as not set.
     void unset_external_url() noexcept { external_urlIsSet_ = false; }
+    /// Whether `external_url` is set.
     [[nodiscard]] bool external_urlIsSet() const noexcept { return external_urlIsSet_; }
 
     /// expiry of external_url as sent on the wire
     [[nodiscard]] std::int64_t external_access_expiration() const noexcept { return external_access_expiration_; }
+    /// Sets `external_access_expiration`.
     void set_external_access_expiration(std::int64_t value) noexcept {
         external_access_expiration_ = value;
         external_access_expirationIsSet_ = true;
     }
+    /// Marks `external_access_expiration` as not set.
     void unset_external_access_expiration() noexcept { external_access_expirationIsSet_ = false; }
+    /// Whether `external_access_expiration` is set.
     [[nodiscard]] bool external_access_expirationIsSet() const noexcept { return external_access_expirationIsSet_; }
 
     [[nodiscard]] std::string_view className() const noexcept override { return "ZAVTContent"; }

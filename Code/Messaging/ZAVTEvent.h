@@ -26,137 +26,182 @@ class ZAV_EXPORT ZAVTEvent : public ZAVObject {
 public:
     /// kind of event; 0 is invalid
     [[nodiscard]] ZAVTEventType type() const noexcept { return type_; }
+    /// Sets `type`.
     void set_type(ZAVTEventType value) noexcept {
         type_ = value;
         typeIsSet_ = true;
     }
+    /// Marks `type` as not set.
     void unset_type() noexcept { typeIsSet_ = false; }
+    /// Whether `type` is set.
     [[nodiscard]] bool typeIsSet() const noexcept { return typeIsSet_; }
 
     /// not stored
     [[nodiscard]] bool ephemeral() const noexcept { return ephemeral_; }
+    /// Sets `ephemeral`.
     void set_ephemeral(bool value) noexcept {
         ephemeral_ = value;
         ephemeralIsSet_ = true;
     }
+    /// Marks `ephemeral` as not set.
     void unset_ephemeral() noexcept { ephemeralIsSet_ = false; }
+    /// Whether `ephemeral` is set.
     [[nodiscard]] bool ephemeralIsSet() const noexcept { return ephemeralIsSet_; }
 
     /// author of the event
     [[nodiscard]] const std::optional<std::string>& creator_id() const noexcept { return creator_id_; }
+    /// Sets `creator_id` and takes the value over.
     void set_creator_id(std::optional<std::string> value) {
         creator_id_ = std::move(value);
         creator_idIsSet_ = true;
     }
+    /// Marks `creator_id` as not set.
     void unset_creator_id() noexcept { creator_idIsSet_ = false; }
+    /// Whether `creator_id` is set.
     [[nodiscard]] bool creator_idIsSet() const noexcept { return creator_idIsSet_; }
 
     /// position in its stream, assigned by the service
     [[nodiscard]] std::int32_t seq() const noexcept { return seq_; }
+    /// Sets `seq`.
     void set_seq(std::int32_t value) noexcept {
         seq_ = value;
         seqIsSet_ = true;
     }
+    /// Marks `seq` as not set.
     void unset_seq() noexcept { seqIsSet_ = false; }
+    /// Whether `seq` is set.
     [[nodiscard]] bool seqIsSet() const noexcept { return seqIsSet_; }
 
     /// service time of the event
     [[nodiscard]] std::int64_t server_timestamp() const noexcept { return server_timestamp_; }
+    /// Sets `server_timestamp`.
     void set_server_timestamp(std::int64_t value) noexcept {
         server_timestamp_ = value;
         server_timestampIsSet_ = true;
     }
+    /// Marks `server_timestamp` as not set.
     void unset_server_timestamp() noexcept { server_timestampIsSet_ = false; }
+    /// Whether `server_timestamp` is set.
     [[nodiscard]] bool server_timestampIsSet() const noexcept { return server_timestampIsSet_; }
 
     /// sequence of the last event of the stream that the author had seen
     [[nodiscard]] std::int32_t preceding_seq() const noexcept { return preceding_seq_; }
+    /// Sets `preceding_seq`.
     void set_preceding_seq(std::int32_t value) noexcept {
         preceding_seq_ = value;
         preceding_seqIsSet_ = true;
     }
+    /// Marks `preceding_seq` as not set.
     void unset_preceding_seq() noexcept { preceding_seqIsSet_ = false; }
+    /// Whether `preceding_seq` is set.
     [[nodiscard]] bool preceding_seqIsSet() const noexcept { return preceding_seqIsSet_; }
 
     /// sequence assigned by the authoring client
     [[nodiscard]] std::int32_t client_seq() const noexcept { return client_seq_; }
+    /// Sets `client_seq`.
     void set_client_seq(std::int32_t value) noexcept {
         client_seq_ = value;
         client_seqIsSet_ = true;
     }
+    /// Marks `client_seq` as not set.
     void unset_client_seq() noexcept { client_seqIsSet_ = false; }
+    /// Whether `client_seq` is set.
     [[nodiscard]] bool client_seqIsSet() const noexcept { return client_seqIsSet_; }
 
     /// sub-kind
     [[nodiscard]] std::uint8_t subtype() const noexcept { return subtype_; }
+    /// Sets `subtype`.
     void set_subtype(std::uint8_t value) noexcept {
         subtype_ = value;
         subtypeIsSet_ = true;
     }
+    /// Marks `subtype` as not set.
     void unset_subtype() noexcept { subtypeIsSet_ = false; }
+    /// Whether `subtype` is set.
     [[nodiscard]] bool subtypeIsSet() const noexcept { return subtypeIsSet_; }
 
     /// content parts in order; a part's position is its index
     [[nodiscard]] const std::optional<std::vector<std::shared_ptr<ZAVTContent>>>& content() const noexcept { return content_; }
+    /// Sets `content` and takes the value over.
     void set_content(std::optional<std::vector<std::shared_ptr<ZAVTContent>>> value) {
         content_ = std::move(value);
         contentIsSet_ = true;
     }
+    /// Marks `content` as not set.
     void unset_content() noexcept { contentIsSet_ = false; }
+    /// Whether `content` is set.
     [[nodiscard]] bool contentIsSet() const noexcept { return contentIsSet_; }
 
     /// member that a membership event concerns
     [[nodiscard]] const std::optional<std::string>& member_id() const noexcept { return member_id_; }
+    /// Sets `member_id` and takes the value over.
     void set_member_id(std::optional<std::string> value) {
         member_id_ = std::move(value);
         member_idIsSet_ = true;
     }
+    /// Marks `member_id` as not set.
     void unset_member_id() noexcept { member_idIsSet_ = false; }
+    /// Whether `member_id` is set.
     [[nodiscard]] bool member_idIsSet() const noexcept { return member_idIsSet_; }
 
     /// sequence of the event that this one targets (receipts, deletions)
     [[nodiscard]] std::int32_t target_seq() const noexcept { return target_seq_; }
+    /// Sets `target_seq`.
     void set_target_seq(std::int32_t value) noexcept {
         target_seq_ = value;
         target_seqIsSet_ = true;
     }
+    /// Marks `target_seq` as not set.
     void unset_target_seq() noexcept { target_seqIsSet_ = false; }
+    /// Whether `target_seq` is set.
     [[nodiscard]] bool target_seqIsSet() const noexcept { return target_seqIsSet_; }
 
     /// metadata that is kept beside the event
     [[nodiscard]] const std::optional<ZAVDictionary>& transient_metadata() const noexcept { return transient_metadata_; }
+    /// Sets `transient_metadata` and takes the value over.
     void set_transient_metadata(std::optional<ZAVDictionary> value) {
         transient_metadata_ = std::move(value);
         transient_metadataIsSet_ = true;
     }
+    /// Marks `transient_metadata` as not set.
     void unset_transient_metadata() noexcept { transient_metadataIsSet_ = false; }
+    /// Whether `transient_metadata` is set.
     [[nodiscard]] bool transient_metadataIsSet() const noexcept { return transient_metadataIsSet_; }
 
     /// identity chosen by the authoring client
     [[nodiscard]] const std::optional<ZAVData>& client_id() const noexcept { return client_id_; }
+    /// Sets `client_id` and takes the value over.
     void set_client_id(std::optional<ZAVData> value) {
         client_id_ = std::move(value);
         client_idIsSet_ = true;
     }
+    /// Marks `client_id` as not set.
     void unset_client_id() noexcept { client_idIsSet_ = false; }
+    /// Whether `client_id` is set.
     [[nodiscard]] bool client_idIsSet() const noexcept { return client_idIsSet_; }
 
     /// not stored
     [[nodiscard]] std::int64_t client_timestamp() const noexcept { return client_timestamp_; }
+    /// Sets `client_timestamp`.
     void set_client_timestamp(std::int64_t value) noexcept {
         client_timestamp_ = value;
         client_timestampIsSet_ = true;
     }
+    /// Marks `client_timestamp` as not set.
     void unset_client_timestamp() noexcept { client_timestampIsSet_ = false; }
+    /// Whether `client_timestamp` is set.
     [[nodiscard]] bool client_timestampIsSet() const noexcept { return client_timestampIsSet_; }
 
     /// display name of the author
     [[nodiscard]] const std::optional<std::string>& creator_name() const noexcept { return creator_name_; }
+    /// Sets `creator_name` and takes the value over.
     void set_creator_name(std::optional<std::string> value) {
         creator_name_ = std::move(value);
         creator_nameIsSet_ = true;
     }
+    /// Marks `creator_name` as not set.
     void unset_creator_name() noexcept { creator_nameIsSet_ = false; }
+    /// Whether `creator_name` is set.
     [[nodiscard]] bool creator_nameIsSet() const noexcept { return creator_nameIsSet_; }
 
     [[nodiscard]] std::string_view className() const noexcept override { return "ZAVTEvent"; }

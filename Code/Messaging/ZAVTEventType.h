@@ -7,17 +7,17 @@ namespace zav {
 
 /// Stored as its number; a stored number without a name here is kept as it is.
 enum ZAVTEventType : std::int32_t {
-    EventType_APPLICATION = 1,
-    EventType_MEMBER_ADDED = 2,
-    EventType_MEMBER_REMOVED = 3,
-    EventType_MESSAGE = 4,
-    EventType_MESSAGE_DELIVERED = 5,
-    EventType_MESSAGE_READ = 6,
+    EventType_APPLICATION = 1,  ///< of the application's own
+    EventType_MEMBER_ADDED = 2,  ///< somebody joined the stream
+    EventType_MEMBER_REMOVED = 3,  ///< somebody left the stream
+    EventType_MESSAGE = 4,  ///< a message, which has content
+    EventType_MESSAGE_DELIVERED = 5,  ///< a member has received an event
+    EventType_MESSAGE_READ = 6,  ///< a member has read up to an event
     EventType_UNUSED__METADATA_ADDED = 7,  ///< reserved, never written
     EventType_UNUSED__METADATA_REMOVED = 8,  ///< reserved, never written
-    EventType_EVENT_DELETED = 9,
-    EventType_TOMBSTONE = 10,
-    EventType_STREAM_DELETED = 11,
+    EventType_EVENT_DELETED = 9,  ///< an event was deleted
+    EventType_TOMBSTONE = 10,  ///< what is left of a deleted event
+    EventType_STREAM_DELETED = 11,  ///< the stream was deleted
 };
 
 }  // namespace zav

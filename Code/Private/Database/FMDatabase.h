@@ -72,6 +72,9 @@ public:
     /// `executeQuery` and `executeUpdate` for a list of values whose length is known only at run time.
     [[nodiscard]] std::optional<FMResultSet> executeQueryWithArgumentsInArray(
         std::string_view sql, std::span<const ZAVValue> arguments);
+
+    /// As `executeUpdate`, for a list of values.
+    /// @return whether it succeeded.
     bool executeUpdateWithArgumentsInArray(std::string_view sql, std::span<const ZAVValue> arguments);
 
     /// Runs the statements of a script one after the other, without values, and stops at the first that

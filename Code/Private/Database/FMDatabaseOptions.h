@@ -10,6 +10,7 @@ namespace zav {
 
 /// How a database is opened. The defaults are what a client wants.
 struct FMDatabaseOptions {
+    /// What the handle may do with the file.
     enum class Access {
         readOnly,         ///< an existing file, which is not written
         readWrite,        ///< an existing file
@@ -22,7 +23,10 @@ struct FMDatabaseOptions {
         normal,  ///< a power cut may cost the last transactions, never the file
     };
 
+    /// By default a file is made when there is none.
     Access access = Access::readWriteCreate;
+
+    /// By default what was acknowledged survives a power cut.
     Synchronous synchronous = Synchronous::full;
 
     /// A write-ahead log lets one connection read while another writes. Without it the file keeps the mode it

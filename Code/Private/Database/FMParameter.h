@@ -19,9 +19,13 @@ namespace zav {
 /// given.
 class FMParameter {
 public:
+    /// How the value is bound: the storage classes of the engine.
     enum class Kind : std::uint8_t { null, integer, real, text, blob };
 
+    /// Bound as NULL.
     FMParameter(std::nullptr_t) noexcept {}
+
+    /// Bound as NULL.
     FMParameter(std::nullopt_t) noexcept {}
 
     /// An integer or enumeration; unsigned 64-bit numbers are stored by their bits. A boolean is 0 or 1.
@@ -29,11 +33,17 @@ public:
     requires(std::is_integral_v<Number> || std::is_enum_v<Number>) FMParameter(Number number)
     noexcept : kind_(Kind::integer), integer_(static_cast<std::int64_t>(number)) {}
 
+    /// Bound as text, which is UTF-8 and may be of any length.
     FMParameter(std::string_view text) noexcept
         : kind_(Kind::text), bytes_(text.data()), size_(text.size()) {}
+
+    /// Bound as text.
     FMParameter(const std::string& text) noexcept : FMParameter(std::string_view(text)) {}
+
+    /// Bound as text; not null, and ended by a zero byte.
     FMParameter(const char* text) noexcept : FMParameter(std::string_view(text)) {}
 
+    /// Bound as a blob, a zero-length one when empty.
     FMParameter(const ZAVData& data) noexcept : kind_(Kind::blob), bytes_(data.data()), size_(data.size()) {}
 
     /// Bound as its 16 bytes.
@@ -51,17 +61,29 @@ public:
         }
     }
 
+    /// Bound as what it holds.
     // A ZAVValue always holds a value, since all that it may hold moves without throwing: the visit cannot
     // fail. NOLINTNEXTLINE(bugprone-exception-escape)
     FMParameter(const ZAVValue& value) noexcept : FMParameter(nullptr) {
         std::visit([this](const auto& held) { *this = FMParameter(held); }, value.storage());
     }
 
+    /// Which of the getters below answers.
     [[nodiscard]] Kind kind() const noexcept { return kind_; }
+
+    /// Whether the value is text or a blob, and so lives elsewhere.
     [[nodiscard]] bool refersToBytes() const noexcept { return kind_ == Kind::text || kind_ == Kind::blob; }
+
+    /// The number of a `Kind::integer`.
     [[nodiscard]] std::int64_t integer() const noexcept { return integer_; }
+
+    /// The number of a `Kind::real`.
     [[nodiscard]] double real() const noexcept { return real_; }
+
+    /// The bytes of a `Kind::text` or `Kind::blob`, which belong to whoever made the parameter.
     [[nodiscard]] const void* bytes() const noexcept { return bytes_; }
+
+    /// How many bytes `bytes` points at.
     [[nodiscard]] std::size_t size() const noexcept { return size_; }
 
 private:

@@ -27,7 +27,10 @@ class ZAVStatement;
 /// does; before the first row, after the last and for a position that does not exist they answer as for NULL.
 class ZAV_EXPORT FMResultSet {
 public:
+    /// Takes the cursor over; `other` is closed.
     FMResultSet(FMResultSet&& other) noexcept;
+
+    /// Closes this cursor and takes the other one over.
     FMResultSet& operator=(FMResultSet&& other) noexcept;
     FMResultSet(const FMResultSet&) = delete;
     FMResultSet& operator=(const FMResultSet&) = delete;
@@ -69,11 +72,15 @@ public:
     /// True when the column is a number other than 0; NULL reads as false.
     [[nodiscard]] bool boolForColumnIndex(int index) const noexcept;
 
+    /// Whether the column is NULL.
     [[nodiscard]] bool columnIndexIsNull(int index) const noexcept;
 
     /// The same by column name or alias, compared without regard to case.
     /// @throws NSInternalInconsistencyException when the query selects no such column.
     [[nodiscard]] std::int64_t longLongIntForColumn(std::string_view name) const;
+
+    /// `dataForColumnIndex` by column name or alias.
+    /// @throws NSInternalInconsistencyException when the query selects no such column.
     [[nodiscard]] std::optional<ZAVData> dataForColumn(std::string_view name) const;
 
 private:

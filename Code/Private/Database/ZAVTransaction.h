@@ -24,6 +24,7 @@ public:
     /// @return none when the write lock cannot be had, with the reason in `error`.
     [[nodiscard]] static std::optional<ZAVTransaction> begin(FMDatabase& database, ZAVError* error = nullptr);
 
+    /// Takes the transaction over; `other` ends without effect.
     ZAVTransaction(ZAVTransaction&& other) noexcept
         : database_(std::exchange(other.database_, nullptr)), number_(other.number_) {}
     ZAVTransaction(const ZAVTransaction&) = delete;

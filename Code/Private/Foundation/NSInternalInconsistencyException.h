@@ -12,9 +12,11 @@ namespace zav {
 /// A violated precondition: a programming error of the caller, never a failure of the database.
 class ZAV_EXPORT NSInternalInconsistencyException : public std::logic_error {
 public:
+    /// @param reason what was violated, complete and readable.
     explicit NSInternalInconsistencyException(const std::string& reason)
         : std::logic_error(reason), reason_(std::make_shared<const std::string>(reason)) {}
 
+    /// Always "NSInternalInconsistencyException".
     [[nodiscard]] std::string_view name() const noexcept { return "NSInternalInconsistencyException"; }
 
     /// The formatted reason, whole. `what()` is the same text, but being a C string ends at its first NUL.

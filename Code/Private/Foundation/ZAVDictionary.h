@@ -21,14 +21,28 @@ using ZAVDictionaryValue = std::variant<std::string, ZAVData>;
 /// empty.
 class ZAV_EXPORT ZAVDictionary {
 public:
+    /// Keys with their values.
     using Entries = std::map<std::string, ZAVDictionaryValue, std::less<>>;
+
+    /// Points at a key with its value; valid until the dictionary changes.
     using const_iterator = Entries::const_iterator;
 
+    /// Empty.
     ZAVDictionary() noexcept = default;
+
+    /// Of a key that is given twice the first value counts.
     ZAVDictionary(std::initializer_list<Entries::value_type> entries);
+
+    /// Copies keys and values.
     ZAVDictionary(const ZAVDictionary& other);
+
+    /// Takes keys and values over and leaves the other empty.
     ZAVDictionary(ZAVDictionary&&) noexcept = default;
+
+    /// Replaces keys and values by copies of others.
     ZAVDictionary& operator=(const ZAVDictionary& other);
+
+    /// Replaces keys and values by others, taken over from an object that is left empty.
     ZAVDictionary& operator=(ZAVDictionary&&) noexcept = default;
     ~ZAVDictionary() = default;
 
@@ -41,11 +55,19 @@ public:
     /// The value of `key`, or null; valid until the dictionary changes.
     [[nodiscard]] const ZAVDictionaryValue* find(std::string_view key) const;
 
+    /// How many keys there are.
     [[nodiscard]] std::size_t size() const noexcept { return entries().size(); }
+
+    /// Whether there are none.
     [[nodiscard]] bool empty() const noexcept { return entries().empty(); }
+
+    /// The entry with the least key.
     [[nodiscard]] const_iterator begin() const noexcept { return entries().begin(); }
+
+    /// One past the last entry.
     [[nodiscard]] const_iterator end() const noexcept { return entries().end(); }
 
+    /// Whether keys and values are the same; text and bytes are never equal.
     friend bool operator==(const ZAVDictionary& left, const ZAVDictionary& right) {
         return left.entries() == right.entries();
     }

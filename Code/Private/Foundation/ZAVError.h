@@ -12,10 +12,16 @@ namespace zav {
 /// Operations take a pointer to one (or null) as their last argument and write it only when they fail.
 class ZAV_EXPORT ZAVError {
 public:
+    /// No error.
     ZAVError() = default;
+
+    /// @param domain who reports.
+    /// @param code what, in the domain's own numbers.
+    /// @param message for a reader; copied, as the domain is.
     ZAVError(std::string_view domain, int code, std::string_view message)
         : domain_(domain), message_(message), code_(code), set_(true) {}
 
+    /// Whether there is an error.
     explicit operator bool() const noexcept { return set_; }
 
     /// Who reports: `ZAVErrorDomainSQLite` for the engine, `ZAVErrorDomainDatabase` for the handle around it.
@@ -24,11 +30,13 @@ public:
     /// The engine's extended result code, or a code of the domain's own.
     [[nodiscard]] int code() const noexcept { return code_; }
 
+    /// What happened, for a reader; empty when there is no error.
     [[nodiscard]] const std::string& message() const noexcept { return message_; }
 
     /// One line with domain, code and message.
     [[nodiscard]] std::string description() const;
 
+    /// Whether domain, code and message are the same.
     friend bool operator==(const ZAVError&, const ZAVError&) = default;
 
 private:
@@ -44,6 +52,7 @@ inline constexpr std::string_view ZAVErrorDomainSQLite = "SQLite";
 /// Errors that the database handle or the schema finds by itself; the code is a `ZAVDatabaseErrorCode`.
 inline constexpr std::string_view ZAVErrorDomainDatabase = "ZAVDatabase";
 
+/// The codes of `ZAVErrorDomainDatabase`.
 enum ZAVDatabaseErrorCode : int {
     ZAVDatabaseErrorWrongValueCount =
         1,  ///< a statement was given more or fewer values than it has placeholders

@@ -24,27 +24,39 @@ namespace zav {
 [[nodiscard]] inline std::string ZAVDescription(std::string_view text) {
     return std::string(text);
 }
+
+/// The canonical text.
 [[nodiscard]] inline std::string ZAVDescription(const ZAVUUID& uuid) {
     return uuid.UUIDString();
 }
+
+/// The absolute string.
 [[nodiscard]] inline std::string ZAVDescription(const ZAVURL& url) {
     return url.absoluteString();
 }
+
+/// Domain, code and message.
 [[nodiscard]] inline std::string ZAVDescription(const ZAVError& error) {
     return error.description();
 }
+
+/// Class and fields.
 [[nodiscard]] inline std::string ZAVDescription(const ZAVObject& object) {
     return object.description();
 }
+
+/// Decimal digits.
 [[nodiscard]] inline std::string ZAVDescription(std::int64_t number) {
     return std::to_string(number);
 }
 
+/// That of the value, or "(null)".
 template <class T>
 [[nodiscard]] std::string ZAVDescription(const std::optional<T>& value) {
     return value ? ZAVDescription(*value) : "(null)";
 }
 
+/// That of the object, or "(null)".
 template <class T>
 [[nodiscard]] std::string ZAVDescription(const std::shared_ptr<T>& value) {
     return value ? ZAVDescription(*value) : "(null)";
@@ -69,10 +81,12 @@ requires requires(const Range& range) {
 /// One argument of a printf-style format: a number as 64 bits, or an object as its printable form.
 class ZAV_EXPORT ZAVFormatArgument {
 public:
+    /// A number, sign-extended to 64 bits.
     template <std::integral Number>
     ZAVFormatArgument(Number number)
         : value_(static_cast<std::uint64_t>(static_cast<std::int64_t>(number))) {}
 
+    /// An object as its printable form, made at once.
     template <class Object>
     requires(!std::integral<Object>) ZAVFormatArgument(const Object& object)
         : value_(ZAVDescription(object)) {}
@@ -89,6 +103,7 @@ private:
 [[nodiscard]] ZAV_EXPORT std::string ZAVStringWithFormatArguments(
     std::string_view format, std::span<const ZAVFormatArgument> arguments);
 
+/// `ZAVStringWithFormatArguments` of whatever a `ZAVFormatArgument` is made from.
 template <class... Arguments>
 [[nodiscard]] std::string ZAVStringWithFormat(std::string_view format, const Arguments&... arguments) {
     const std::array<ZAVFormatArgument, sizeof...(Arguments)> packed{ZAVFormatArgument(arguments)...};

@@ -4,6 +4,8 @@
 #include <limits>
 #include <string>
 
+/// @namespace zav
+/// The event store of a messaging client. Everything public is in this namespace.
 namespace zav {
 
 /// Row identifier: the value of a `database_identifier` column.

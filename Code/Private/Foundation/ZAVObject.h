@@ -17,6 +17,7 @@ public:
     ZAVObject(const ZAVObject&) = delete;
     ZAVObject& operator=(const ZAVObject&) = delete;
 
+    /// The name of the record's class, such as "ZAVEvent".
     [[nodiscard]] virtual std::string_view className() const noexcept = 0;
 
     /// One line: the class name and the fields that are set, such as `<ZAVEvent databaseIdentifier=7

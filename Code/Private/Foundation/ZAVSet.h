@@ -20,11 +20,20 @@ namespace zav {
 template <class T>
 class ZAVSet {
 public:
+    /// A shared record.
     using value_type = std::shared_ptr<T>;
+
+    /// Points at an element; valid until the set changes.
     using const_iterator = typename std::vector<value_type>::const_iterator;
+
+    /// Elements are not replaced through an iterator.
     using iterator = const_iterator;
 
+    /// Empty.
     ZAVSet() = default;
+
+    /// The elements in the order given, each once.
+    /// @throws std::invalid_argument when one is null.
     ZAVSet(std::initializer_list<value_type> elements) {
         for (const value_type& element : elements) {
             insert(element);
@@ -59,10 +68,13 @@ public:
         slots_.clear();
     }
 
+    /// Whether that very object is in the set.
     [[nodiscard]] bool contains(const T* element) const {
         indexElements();
         return slots_[slotOf(element)] != 0;
     }
+
+    /// Whether that very object is in the set.
     [[nodiscard]] bool contains(const value_type& element) const { return contains(element.get()); }
 
     /// Removes `element`; false when it is not in the set. Takes time linear in the size: the order is kept.
@@ -72,15 +84,25 @@ public:
         return found;
     }
 
+    /// Removes all elements.
     void clear() noexcept {
         elements_.clear();
         slots_.clear();
     }
+
+    /// Makes room for so many elements.
     void reserve(std::size_t count) { elements_.reserve(count); }
 
+    /// How many elements there are.
     [[nodiscard]] std::size_t size() const noexcept { return elements_.size(); }
+
+    /// Whether there are none.
     [[nodiscard]] bool empty() const noexcept { return elements_.empty(); }
+
+    /// The element that was inserted first.
     [[nodiscard]] const_iterator begin() const noexcept { return elements_.begin(); }
+
+    /// One past the last element.
     [[nodiscard]] const_iterator end() const noexcept { return elements_.end(); }
 
     /// The element at a position in insertion order, which must be less than `size()`.

@@ -15,9 +15,13 @@ namespace zav {
 /// A UUID: 16 bytes in the order of its canonical text, which is also the order in which it is stored.
 class ZAV_EXPORT ZAVUUID {
 public:
+    /// In the order of the canonical text.
     using Bytes = std::array<std::uint8_t, 16>;
 
+    /// The UUID of sixteen zero bytes.
     constexpr ZAVUUID() noexcept = default;
+
+    /// The UUID with these bytes, whatever version they say.
     explicit constexpr ZAVUUID(const Bytes& bytes) noexcept : bytes_(bytes) {}
 
     /// A new random UUID (version 4).
@@ -27,12 +31,16 @@ public:
     /// else is no UUID.
     [[nodiscard]] static std::optional<ZAVUUID> fromString(std::string_view text) noexcept;
 
+    /// The 16 bytes.
     [[nodiscard]] constexpr const Bytes& bytes() const noexcept { return bytes_; }
 
     /// The canonical form, 36 characters with lower-case digits.
     [[nodiscard]] std::string UUIDString() const;
 
+    /// Whether the bytes are the same.
     friend constexpr bool operator==(const ZAVUUID&, const ZAVUUID&) noexcept = default;
+
+    /// Compares byte by byte, which is the order of the canonical texts.
     friend constexpr auto operator<=>(const ZAVUUID&, const ZAVUUID&) noexcept = default;
 
 private:

@@ -33,9 +33,12 @@ public:
         write({asynchronous, level, flag, context, file, function, line, tag, format, message});
     }
 
+    /// Whether verbose lines of a component are wanted.
     [[nodiscard]] static bool verboseIsOpen(ZAVLogComponent component) noexcept {
         return isOpen(component, 5, DDLogFlagVerbose);
     }
+
+    /// Whether error lines of a component are wanted.
     [[nodiscard]] static bool errorIsOpen(ZAVLogComponent component) noexcept {
         return isOpen(component, 1, DDLogFlagError);
     }

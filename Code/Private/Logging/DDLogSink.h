@@ -7,9 +7,10 @@
 
 namespace zav {
 
+/// The severities, as bits of `ddLogLevel`.
 enum DDLogFlag : std::uint32_t {
-    DDLogFlagError = 1,
-    DDLogFlagVerbose = 16,
+    DDLogFlagError = 1,     ///< after a failure
+    DDLogFlagVerbose = 16,  ///< before the work
 };
 
 /// One log line as it reaches a sink. The texts are valid during the call that hands the line over.

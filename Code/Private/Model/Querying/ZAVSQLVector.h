@@ -22,6 +22,7 @@ public:
     /// One placeholder for each value: "(?, ?, ?)".
     [[nodiscard]] std::string stringRepresentation() const;
 
+    /// The values in the order of the placeholders, for `executeUpdateWithArgumentsInArray`.
     [[nodiscard]] const std::vector<ZAVValue>& arguments() const noexcept { return arguments_; }
 
 private:

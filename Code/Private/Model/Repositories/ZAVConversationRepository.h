@@ -15,6 +15,7 @@ namespace zav {
 /// `ZAVEventRepository::persistConversationsParticipantsSeq`.
 class ZAV_EXPORT ZAVConversationRepository : public ZAVDatabaseRepository {
 public:
+    /// Sets a repository on an open handle, which it shares; not null.
     using ZAVDatabaseRepository::ZAVDatabaseRepository;
 
     /// Row of the conversation that shows a stream, which is made when there is none;

@@ -20,10 +20,14 @@ public:
         : database_(std::move(database)) {}
     virtual ~ZAVDatabaseRepository() = default;
 
+    /// The handle, alive for as long as the repository.
     [[nodiscard]] FMDatabase& database() const noexcept { return *database_; }
 
 protected:
+    /// A copy stands on the same handle.
     ZAVDatabaseRepository(const ZAVDatabaseRepository&) = default;
+
+    /// Moves this repository to the handle of another.
     ZAVDatabaseRepository& operator=(const ZAVDatabaseRepository&) = default;
 
     /// The handle itself, to set a further repository on it.

@@ -42,6 +42,7 @@ namespace zav {
 /// The records that are returned are the caller's: new with each call, complete, and tied to nothing.
 class ZAV_EXPORT ZAVEventRepository : public ZAVDatabaseRepository {
 public:
+    /// Sets a repository on an open handle, which it shares; not null.
     using ZAVDatabaseRepository::ZAVDatabaseRepository;
 
     /// Calls `unitOfWork` once, on this thread, and returns what it returns; false when it is absent. Nothing

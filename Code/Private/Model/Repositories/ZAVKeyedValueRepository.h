@@ -14,8 +14,10 @@ namespace zav {
 /// The dictionary of one object as it is stored.
 class ZAVKeyedValues {
 public:
+    /// @param keyedValues the dictionary, which is taken over.
     explicit ZAVKeyedValues(ZAVDictionary keyedValues) noexcept : keyedValues_(std::move(keyedValues)) {}
 
+    /// Keys with text or bytes, in ascending order of the keys.
     [[nodiscard]] const ZAVDictionary& keyedValues() const noexcept { return keyedValues_; }
 
 private:
@@ -25,8 +27,10 @@ private:
 /// Stores dictionaries beside the objects that they belong to. Text stays text, and bytes stay bytes.
 class ZAV_EXPORT ZAVKeyedValueRepository : public ZAVDatabaseRepository {
 public:
+    /// Sets a repository on an open handle, which it shares; not null.
     using ZAVDatabaseRepository::ZAVDatabaseRepository;
 
+    /// A repository on an open handle, which it shares; not null.
     [[nodiscard]] static ZAVKeyedValueRepository repositoryWithDatabase(
         std::shared_ptr<FMDatabase> database) noexcept {
         return ZAVKeyedValueRepository(std::move(database));

@@ -9,16 +9,16 @@ namespace zav {
 
 /// Which store a keyed value lives in.
 enum ZAVKeyedValuesTable : std::int32_t {
-    ZAVKeyedValuesTableInvalid = -1,
-    ZAVKeyedValuesTableLocal = 0,
-    ZAVKeyedValuesTableRemote = 1,
+    ZAVKeyedValuesTableInvalid = -1,  ///< names no store: using it throws
+    ZAVKeyedValuesTableLocal = 0,     ///< values of this device
+    ZAVKeyedValuesTableRemote = 1,  ///< values that the service has a part in, such as the metadata of events
 };
 
 /// What a key is for.
 enum ZAVKeyedValuesKeyType : std::uint32_t {
-    ZAVKeyedValuesKeyTypeTransient = 0,
-    ZAVKeyedValuesKeyTypeSyncable = 1,
-    ZAVKeyedValuesKeyTypeConfiguration = 2,
+    ZAVKeyedValuesKeyTypeTransient = 0,      ///< belongs to the object and goes with it
+    ZAVKeyedValuesKeyTypeSyncable = 1,       ///< is to be shared with the service
+    ZAVKeyedValuesKeyTypeConfiguration = 2,  ///< a setting
 };
 
 /// Names the one dictionary of an object: the table, what kind of object, its row and the kind of keys.
@@ -31,11 +31,18 @@ public:
         return {table, objectType, objectDatabaseIdentifier, keyType};
     }
 
+    /// Which store.
     [[nodiscard]] ZAVKeyedValuesTable table() const noexcept { return table_; }
+
+    /// The kind of object; the text that was given, not a copy.
     [[nodiscard]] std::string_view objectType() const noexcept { return objectType_; }
+
+    /// The object's row in the table of its kind.
     [[nodiscard]] ZAVDatabaseIdentifier objectDatabaseIdentifier() const noexcept {
         return objectDatabaseIdentifier_;
     }
+
+    /// What the keys are for.
     [[nodiscard]] ZAVKeyedValuesKeyType keyType() const noexcept { return keyType_; }
 
 private:

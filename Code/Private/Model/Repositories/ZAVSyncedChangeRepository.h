@@ -12,6 +12,7 @@ namespace zav {
 /// Records which rows changed and wait to be processed by synchronisation.
 class ZAV_EXPORT ZAVSyncedChangeRepository : public ZAVDatabaseRepository {
 public:
+    /// Sets a repository on an open handle, which it shares; not null.
     using ZAVDatabaseRepository::ZAVDatabaseRepository;
 
     /// Records one change.

@@ -10,6 +10,7 @@ namespace zav {
 /// is for passing down a call, not for keeping.
 class ZAVUnitOfWork {
 public:
+    /// An absent unit of work.
     ZAVUnitOfWork(std::nullptr_t) noexcept {}
 
     /// An empty `std::function` or a null function pointer makes an absent unit of work.
@@ -36,7 +37,10 @@ public:
         }
     }
 
+    /// Whether it is present.
     explicit operator bool() const noexcept { return call_ != nullptr; }
+
+    /// Calls it; it must be present.
     bool operator()() const { return call_(callable_); }
 
 private:

@@ -27,6 +27,8 @@ public:
     /// An event that has not been stored, in a stream yet to be named.
     ZAVEvent() = default;
 
+    /// @param databaseIdentifier the row of a stored event, or `ZAVDatabaseIdentifierNotSet`.
+    /// @param streamDatabaseIdentifier the row of its stream, or `ZAVDatabaseIdentifierNotSet`.
     ZAVEvent(ZAVDatabaseIdentifier databaseIdentifier,
              ZAVDatabaseIdentifier streamDatabaseIdentifier) noexcept
         : databaseIdentifier_(databaseIdentifier), streamDatabaseIdentifier_(streamDatabaseIdentifier) {}
@@ -34,18 +36,24 @@ public:
     /// Row of the event; `ZAVDatabaseIdentifierNotSet` until it is stored. Any other value, 0 included, names
     /// a row.
     [[nodiscard]] ZAVDatabaseIdentifier databaseIdentifier() const noexcept { return databaseIdentifier_; }
+
+    /// For the repository, which sets it when the event is stored, and to store an event anew in another row.
     void setDatabaseIdentifier(ZAVDatabaseIdentifier value) noexcept { databaseIdentifier_ = value; }
 
     /// Row of the event's stream; `ZAVDatabaseIdentifierNotSet` until it is known.
     [[nodiscard]] ZAVDatabaseIdentifier streamDatabaseIdentifier() const noexcept {
         return streamDatabaseIdentifier_;
     }
+
+    /// Names the stream by its row; `persistEvents` then fills in `stream_id`.
     void setStreamDatabaseIdentifier(ZAVDatabaseIdentifier value) noexcept {
         streamDatabaseIdentifier_ = value;
     }
 
     /// The stream's identifier, 16 bytes; none while the service does not know the stream.
     [[nodiscard]] const std::optional<ZAVData>& stream_id() const noexcept { return streamID_; }
+
+    /// Names the stream by its identifier; `persistEvents` then fills in its row, if that is not set.
     void set_stream_id(std::optional<ZAVData> value) { streamID_ = std::move(value); }
 
     /// `stream_id` as a UUID.

@@ -39,47 +39,71 @@ public:
     [[nodiscard]] ZAVDatabaseIdentifier eventDatabaseIdentifier() const noexcept {
         return eventDatabaseIdentifier_;
     }
+
+    /// For the repository.
     void setEventDatabaseIdentifier(ZAVDatabaseIdentifier value) noexcept {
         eventDatabaseIdentifier_ = value;
     }
 
     /// The event's `client_id`; none when the event's row is missing.
     [[nodiscard]] const std::optional<ZAVUUID>& eventClientID() const noexcept { return eventClientID_; }
+
+    /// For the repository.
     void setEventClientID(std::optional<ZAVUUID> value) noexcept { eventClientID_ = value; }
 
     /// The event's sequence; `ZAVSequenceNotSet` while it has none.
     [[nodiscard]] ZAVSequence eventSeq() const noexcept { return eventSeq_; }
+
+    /// For the repository.
     void setEventSeq(ZAVSequence value) noexcept { eventSeq_ = value; }
 
     /// Position within the event, from 0. Storing an event numbers its parts by their position in its
     /// `content`, whatever their index says; a later update of a part finds its row by this index.
     [[nodiscard]] std::int64_t index() const noexcept { return index_; }
+
+    /// Names another row for the next update of this part.
     void setIndex(std::int64_t value) noexcept { index_ = value; }
 
     /// The stream's identifier; none while the service does not know the stream.
     [[nodiscard]] const std::optional<ZAVUUID>& streamUUID() const noexcept { return streamUUID_; }
+
+    /// For the repository.
     void setStreamUUID(std::optional<ZAVUUID> value) noexcept { streamUUID_ = value; }
 
+    /// Where the part stands; a new one awaits its upload. A stored number that has no name is kept as it is.
     [[nodiscard]] ZAVContentTransferStatus transferStatus() const noexcept { return transferStatus_; }
+
+    /// Stored by the next update of the part.
     void setTransferStatus(ZAVContentTransferStatus value) noexcept { transferStatus_ = value; }
 
     /// The local file of the content.
     [[nodiscard]] const std::optional<ZAVURL>& fileURL() const noexcept { return fileURL_; }
+
+    /// Sets the local file, which is stored as its relative path: see
+    /// `ZAVMessageRepositoryMakeMessagePartFileURL`.
     void setFileURL(std::optional<ZAVURL> value) noexcept { fileURL_ = std::move(value); }
 
+    /// When the file was last used. A part without it is never chosen to be purged.
     [[nodiscard]] const std::optional<ZAVDate>& lastAccessed() const noexcept { return lastAccessed_; }
+
+    /// Stored by the next update of the part.
     void setLastAccessed(std::optional<ZAVDate> value) noexcept { lastAccessed_ = value; }
 
     /// When `external_url` ceases to work. Stored with its fraction of a second, read back without.
     [[nodiscard]] const std::optional<ZAVDate>& externalContentURLExpiration() const noexcept {
         return externalContentURLExpiration_;
     }
+
+    /// Stored with the part. The wire field `external_access_expiration` is not: who receives an event
+    /// carries it over.
     void setExternalContentURLExpiration(std::optional<ZAVDate> value) noexcept {
         externalContentURLExpiration_ = value;
     }
 
     /// Whether the local file was removed to reclaim space.
     [[nodiscard]] bool isPurged() const noexcept { return isPurged_; }
+
+    /// Stored by the next update of the part. The file is the caller's to remove.
     void setIsPurged(bool value) noexcept { isPurged_ = value; }
 
     [[nodiscard]] std::string_view className() const noexcept override { return "ZAVEventContent"; }
