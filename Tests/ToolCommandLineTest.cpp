@@ -1,3 +1,4 @@
+#include <ZAVEventRepository/ZAVVersion.h>
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sqlite3.h>
@@ -63,6 +64,13 @@ std::string eventsOfSize(std::size_t bytes) {
 
 void expectIntact(const ToolStore& store) {
     EXPECT_EQ(store.execute("PRAGMA integrity_check"), std::vector<std::string>{"ok"});
+}
+
+TEST(ToolCommandLine, VersionIsThatOfTheLibrary) {
+    const ToolRun run = runTool({"--version"});
+    EXPECT_EQ(run.status, 0) << "to ask for the version is right";
+    EXPECT_EQ(run.out, "zavevents " + std::string(ZAVLibraryVersion()) + "\n");
+    EXPECT_EQ(run.err, "") << "a version that was asked for is a result";
 }
 
 TEST(ToolCommandLine, HelpOfTheToolNamesItsCommands) {

@@ -1,3 +1,5 @@
+#include <ZAVEventRepository/ZAVVersion.h>
+
 #include <CLI/CLI.hpp>
 #include <cerrno>
 #include <cstdio>
@@ -31,6 +33,8 @@ int run(int argc, char** argv) {
     CLI::App app("Stores, lists and maintains the events of a messaging client's database.", "zavevents");
     app.require_subcommand(1);
     app.fallthrough();
+    app.set_version_flag("--version", "zavevents " + std::string(zav::ZAVLibraryVersion()),
+                         "Print the version and exit");
     std::string log = "error";
     app.add_option("--log", log,
                    "What the library logs to standard error: verbose, error or off (default: error)")
