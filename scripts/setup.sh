@@ -4,7 +4,7 @@
 # benchmarks need.
 set -eu
 
-packages="g++ clang libclang-rt-dev clang-format cmake ninja-build pkg-config python3 binutils
+packages="g++ clang libclang-rt-dev clang-format cmake ninja-build pkg-config python3 binutils dpkg-dev file
     libsqlite3-dev liburiparser-dev libspdlog-dev libfmt-dev
     libcli11-dev libsimdjson-dev nlohmann-json3-dev libgtest-dev librapidcheck-dev"
 if [ "${1:-}" = --checks ]; then
