@@ -1,14 +1,16 @@
 #!/usr/bin/env python3
 """Builds and runs the README's first program as a project of its own: use_library.py SETTINGS WAY KIND
 
-WAY is one that the README shows: find_package, pkg_config, add_subdirectory or fetch_content.
+WAY is one that the README shows: find_package, pkg_config, add_subdirectory or fetch_content; or conan, which builds
+the program that Conan's recipe tries its package with.
 """
 
 import os
 import shlex
 
-from packaging import (ARGUMENTS, CMAKE, COMPILER, QUICKLY, SOURCE, WORK, build, configure, expect, expect_linked_as,
-                       expect_program_works, fresh, only, prefix_of, readme_block, run, write_program)
+from packaging import (ARGUMENTS, CMAKE, COMPILER, QUICKLY, SOURCE, VERSION, WORK, build, configure, expect,
+                       expect_linked_as, expect_program_works, fresh, only, prefix_of, readme_block, run,
+                       write_program)
 
 # What a project has that takes the sources in must not change for the rest of it.
 UNTOUCHED = """
@@ -88,8 +90,15 @@ def use_by_fetch_content(folder):
                 "-DCMAKE_DISABLE_FIND_PACKAGE_uriparser=ON")
 
 
+def use_by_conan(folder):
+    configure(SOURCE / "packaging/conan/test_package", folder / "build", f"-DCMAKE_PREFIX_PATH={prefix_of(kind)}")
+    build(folder / "build")
+    told = run(folder / "build/my_client")
+    expect(told == f"ZAVEventRepository {VERSION}\n", f"the program of Conan's recipe tells the version: {told}")
+
+
 way, kind = ARGUMENTS
 place = fresh(WORK / "use" / f"{way}-{kind}")
 write_program(place)
 {"find_package": use_by_find_package, "pkg_config": use_by_pkg_config, "add_subdirectory": use_by_add_subdirectory,
- "fetch_content": use_by_fetch_content}[way](place)
+ "fetch_content": use_by_fetch_content, "conan": use_by_conan}[way](place)
