@@ -6,6 +6,7 @@
 # make valgrind    the tests under memcheck
 # make coverage    the tests with coverage, and its lower limits
 # make bench       the library beside hand-written C and other ways to use the engine
+# make presets     configures, builds and tests with each of PRESETS (shared)
 #
 # Each sets up what it needs: on Debian and Ubuntu missing packages are installed, elsewhere they are named.
 # BUILD, BUILD_TYPE, CXX and SANITIZE may be given, as in: make test CXX=clang++ SANITIZE=address,undefined BUILD=build-asan
@@ -22,8 +23,9 @@ SAMPLE_DATABASE = $(BUILD)/sample.db
 ZAVEVENTS = $(BUILD)/Tools/zavevents/zavevents
 
 FUZZ_SECONDS ?= 600
+PRESETS ?= shared
 
-.PHONY: run test test-long fuzz static valgrind coverage bench build setup setup-checks format check-format clean
+.PHONY: run test test-long fuzz static valgrind coverage bench presets build setup setup-checks format check-format clean
 
 run: build
 	rm -f $(SAMPLE_DATABASE) $(SAMPLE_DATABASE)-wal $(SAMPLE_DATABASE)-shm
@@ -56,6 +58,9 @@ bench: setup-checks
 
 coverage: setup-checks
 	scripts/coverage.sh $(BUILD)/coverage
+
+presets: setup
+	scripts/check-presets.sh $(PRESETS)
 
 build: setup
 	cmake -S . -B $(BUILD) -G Ninja -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) -DCMAKE_CXX_COMPILER=$(CXX) -DZAV_SANITIZE=$(SANITIZE)

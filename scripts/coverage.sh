@@ -10,8 +10,7 @@ jobs=$(nproc 2> /dev/null || echo 2)
 # One test runs the tool as a user without privileges, who must be able to count too.
 umask 0
 
-cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_COMPILER=g++ -DZAV_BUILD_EXAMPLES=OFF \
-    -DCMAKE_CXX_FLAGS="--coverage -O0 -fno-inline -fprofile-update=atomic"
+cmake --preset coverage -B "$build"
 cmake --build "$build" -j "$jobs"
 find "$build" -name '*.gcda' -delete
 ctest --test-dir "$build" --output-on-failure -j "$jobs"
