@@ -7,6 +7,8 @@
 # make coverage    the tests with coverage, and its lower limits
 # make bench       the library beside hand-written C and other ways to use the engine
 # make presets     configures, builds and tests with each of PRESETS (shared)
+# make check       all that has to pass before a change is accepted
+# make hooks       has git check the format and the layers of what is staged, before each commit in this clone
 #
 # Each sets up what it needs: on Debian and Ubuntu missing packages are installed, elsewhere they are named.
 # BUILD, BUILD_TYPE, CXX and SANITIZE may be given, as in: make test CXX=clang++ SANITIZE=address,undefined BUILD=build-asan
@@ -25,7 +27,7 @@ ZAVEVENTS = $(BUILD)/Tools/zavevents/zavevents
 FUZZ_SECONDS ?= 600
 PRESETS ?= shared
 
-.PHONY: run test test-long fuzz static valgrind coverage bench presets build setup setup-checks format check-format clean
+.PHONY: run test test-long fuzz static valgrind coverage bench presets check hooks build setup setup-checks format check-format clean
 
 run: build
 	rm -f $(SAMPLE_DATABASE) $(SAMPLE_DATABASE)-wal $(SAMPLE_DATABASE)-shm
@@ -61,6 +63,12 @@ coverage: setup-checks
 
 presets: setup
 	scripts/check-presets.sh $(PRESETS)
+
+check:
+	.ci/run
+
+hooks:
+	git config core.hooksPath .githooks
 
 build: setup
 	cmake -S . -B $(BUILD) -G Ninja -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) -DCMAKE_CXX_COMPILER=$(CXX) -DZAV_SANITIZE=$(SANITIZE)

@@ -4,7 +4,7 @@
 # benchmarks need.
 set -eu
 
-packages="g++ clang libclang-rt-dev clang-format cmake ninja-build pkg-config python3 binutils dpkg-dev file
+packages="g++ clang libclang-rt-dev clang-format cmake ninja-build pkg-config python3 binutils dpkg-dev file git
     libsqlite3-dev liburiparser-dev libspdlog-dev libfmt-dev
     libcli11-dev libsimdjson-dev nlohmann-json3-dev libgtest-dev librapidcheck-dev"
 if [ "${1:-}" = --checks ]; then
@@ -13,7 +13,7 @@ fi
 
 if ! command -v dpkg-query > /dev/null || ! command -v apt-get > /dev/null; then
     missing=""
-    for tool in cmake ninja python3 pkg-config readelf; do
+    for tool in cmake ninja python3 pkg-config git readelf; do
         command -v "$tool" > /dev/null || missing="$missing $tool"
     done
     if [ -n "$missing" ]; then
