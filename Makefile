@@ -5,6 +5,7 @@
 # make static      clang-tidy and cppcheck
 # make valgrind    the tests under memcheck
 # make coverage    the tests with coverage, and its lower limits
+# make docs        the reference of the public headers, in $(BUILD)/reference
 # make bench       the library beside hand-written C and other ways to use the engine
 # make presets     configures, builds and tests with each of PRESETS (shared)
 # make check       all that has to pass before a change is accepted
@@ -27,7 +28,7 @@ ZAVEVENTS = $(BUILD)/Tools/zavevents/zavevents
 FUZZ_SECONDS ?= 600
 PRESETS ?= shared
 
-.PHONY: run test test-long fuzz static valgrind coverage bench presets check hooks build setup setup-checks format check-format clean
+.PHONY: run test test-long fuzz static valgrind coverage docs bench presets check hooks build setup setup-checks format check-format clean
 
 run: build
 	rm -f $(SAMPLE_DATABASE) $(SAMPLE_DATABASE)-wal $(SAMPLE_DATABASE)-shm
@@ -57,6 +58,10 @@ bench: setup-checks
 		-DZAV_BUILD_TESTS=OFF -DZAV_BUILD_TOOLS=OFF -DZAV_BUILD_EXAMPLES=OFF
 	cmake --build $(BUILD)/bench -j $(JOBS)
 	$(BUILD)/bench/Benchmarks/zav_benchmarks
+
+docs: setup setup-checks
+	cmake -S . -B $(BUILD) -G Ninja -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) -DCMAKE_CXX_COMPILER=$(CXX) -DZAV_SANITIZE=$(SANITIZE)
+	cmake --build $(BUILD) --target docs
 
 coverage: setup-checks
 	scripts/coverage.sh $(BUILD)/coverage
