@@ -6,7 +6,8 @@ set -eu
 
 packages="g++ clang libclang-rt-dev clang-format cmake ninja-build pkg-config python3 binutils dpkg-dev file git
     libsqlite3-dev liburiparser-dev libspdlog-dev libfmt-dev
-    libcli11-dev libsimdjson-dev nlohmann-json3-dev libgtest-dev librapidcheck-dev"
+    libcli11-dev libsimdjson-dev nlohmann-json3-dev libgtest-dev librapidcheck-dev
+    libcpp-httplib-dev"
 if [ "${1:-}" = --checks ]; then
     packages="$packages doxygen clang-tidy cppcheck valgrind gcovr libbenchmark-dev libsqlitecpp-dev libsoci-dev"
 fi
@@ -21,7 +22,8 @@ if ! command -v dpkg-query > /dev/null || ! command -v apt-get > /dev/null; then
         exit 1
     fi
     echo "Packages are installed by themselves only on Debian and Ubuntu. The build needs: a C++20 compiler, SQLite 3.15" \
-        "or later, uriparser, spdlog, fmt, CLI11, simdjson, nlohmann-json, GoogleTest and RapidCheck." >&2
+        "or later, uriparser, spdlog, fmt, CLI11, simdjson, nlohmann-json, GoogleTest and RapidCheck;" \
+        "one example also cpp-httplib." >&2
     exit 0
 fi
 
