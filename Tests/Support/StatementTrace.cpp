@@ -3,19 +3,22 @@
 #include <sqlite3.h>
 
 namespace zav::test {
-namespace {
 
-int record(unsigned, void* context, void* statement, void*) {
-    char* const expanded = sqlite3_expanded_sql(static_cast<sqlite3_stmt*>(statement));
-    static_cast<std::vector<std::string>*>(context)->emplace_back(expanded == nullptr ? "" : expanded);
+int StatementTrace::record(unsigned, void* trace, void* statement, void*) {
+    auto& self = *static_cast<StatementTrace*>(trace);
+    auto* const prepared = static_cast<sqlite3_stmt*>(statement);
+    if (self.text_ == Text::asPrepared) {
+        self.statements_.emplace_back(sqlite3_sql(prepared));
+        return 0;
+    }
+    char* const expanded = sqlite3_expanded_sql(prepared);
+    self.statements_.emplace_back(expanded == nullptr ? "" : expanded);
     sqlite3_free(expanded);
     return 0;
 }
 
-}  // namespace
-
-StatementTrace::StatementTrace(FMDatabase& database) : database_(database) {
-    sqlite3_trace_v2(database_.sqliteHandle(), SQLITE_TRACE_STMT, record, &statements_);
+StatementTrace::StatementTrace(FMDatabase& database, Text text) : database_(database), text_(text) {
+    sqlite3_trace_v2(database_.sqliteHandle(), SQLITE_TRACE_STMT, record, this);
 }
 
 StatementTrace::~StatementTrace() {

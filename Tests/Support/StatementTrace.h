@@ -7,11 +7,15 @@
 
 namespace zav::test {
 
-/// Records every statement that the engine starts on a handle, with its values filled in (the engine's
-/// expanded SQL), for as long as it lives.
+/// Records every statement that the engine starts on a handle, for as long as it lives.
 class StatementTrace {
 public:
-    explicit StatementTrace(FMDatabase& database);
+    enum class Text {
+        withValues,  ///< the values filled in (the engine's expanded SQL)
+        asPrepared,
+    };
+
+    explicit StatementTrace(FMDatabase& database, Text text = Text::withValues);
     ~StatementTrace();
     StatementTrace(const StatementTrace&) = delete;
     StatementTrace& operator=(const StatementTrace&) = delete;
@@ -20,7 +24,10 @@ public:
     void clear() { statements_.clear(); }
 
 private:
+    static int record(unsigned event, void* trace, void* statement, void* detail);
+
     FMDatabase& database_;
+    Text text_;
     std::vector<std::string> statements_;
 };
 
