@@ -11,8 +11,9 @@
 #include <string>
 #include <vector>
 
-#include "OperationExpectations.h"
+#include "Support/ContentParts.h"
 #include "Support/LogCapture.h"
+#include "Support/OperationExpectations.h"
 #include "Support/StatementTrace.h"
 #include "Support/TestStore.h"
 
@@ -75,39 +76,24 @@ void PrintTo(const Lookup& lookup, std::ostream* stream) {
     *stream << lookup.name;
 }
 
-const Lookup byRow{
-    "byRow",
-    [](const ZAVEventRepository& repository, ZAVError* error) {
-        return repository.eventContentDatabaseIdentifier(21, error);
-    },
-    "SELECT event_content_parts.event_content_part_id, event_content_parts.event_database_identifier, "
-    "event_content_parts.type, event_content_parts.value, event_content_parts.access_expiration, "
-    "event_content_parts.url, event_content_parts.size, event_content_parts.transfer_status, "
-    "event_content_parts.file_path, event_content_parts.last_accessed, event_content_parts.purged, "
-    "events.client_id, events.seq, streams.stream_id FROM event_content_parts "
-    "LEFT JOIN events ON (events.database_identifier = event_content_parts.event_database_identifier) "
-    "LEFT JOIN streams ON (streams.database_identifier = events.stream_database_identifier) "
-    "WHERE event_content_parts.database_identifier = 21",
-    verboseLine("-[ZAVEventRepository eventContentDatabaseIdentifier:error:]",
-                "fetching event content part for databaseIdentifier=%lld",
-                "fetching event content part for databaseIdentifier=21"),
-    errorLine("-[ZAVEventRepository eventContentDatabaseIdentifier:error:]",
-              "failed to fetch event for databaseIdentifier=%lld %@",
-              "failed to fetch event for databaseIdentifier=21 ")};
+const Lookup byRow{"byRow",
+                   [](const ZAVEventRepository& repository, ZAVError* error) {
+                       return repository.eventContentDatabaseIdentifier(21, error);
+                   },
+                   partQuery("WHERE event_content_parts.database_identifier = 21"),
+                   verboseLine("-[ZAVEventRepository eventContentDatabaseIdentifier:error:]",
+                               "fetching event content part for databaseIdentifier=%lld",
+                               "fetching event content part for databaseIdentifier=21"),
+                   errorLine("-[ZAVEventRepository eventContentDatabaseIdentifier:error:]",
+                             "failed to fetch event for databaseIdentifier=%lld %@",
+                             "failed to fetch event for databaseIdentifier=21 ")};
 
 const Lookup byEventAndIndex{
     "byEventAndIndex",
     [](const ZAVEventRepository& repository, ZAVError* error) {
         return repository.eventContentForEventDatabaseIdentifier(3, 2, error);
     },
-    "SELECT event_content_parts.event_content_part_id, event_content_parts.event_database_identifier, "
-    "event_content_parts.type, event_content_parts.value, event_content_parts.access_expiration, "
-    "event_content_parts.url, event_content_parts.size, event_content_parts.transfer_status, "
-    "event_content_parts.file_path, event_content_parts.last_accessed, event_content_parts.purged, "
-    "events.client_id, events.seq, streams.stream_id FROM event_content_parts "
-    "LEFT JOIN events ON (events.database_identifier = event_content_parts.event_database_identifier) "
-    "LEFT JOIN streams ON (streams.database_identifier = events.stream_database_identifier) "
-    "WHERE event_database_identifier = 3 AND event_content_part_id = 2",
+    partQuery("WHERE event_database_identifier = 3 AND event_content_part_id = 2"),
     verboseLine("-[ZAVEventRepository eventContentForEventDatabaseIdentifier:eventContentIndex:error:]",
                 "fetching event content part for eventDatabaseIdentifier=%lld index=%ld",
                 "fetching event content part for eventDatabaseIdentifier=3 index=2"),
@@ -120,16 +106,9 @@ const Lookup byMessagePart{
     [](const ZAVEventRepository& repository, ZAVError* error) {
         return repository.eventContentForMessagePart(messagePart(9, 2), error);
     },
-    "SELECT event_content_parts.event_content_part_id, event_content_parts.event_database_identifier, "
-    "event_content_parts.type, event_content_parts.value, event_content_parts.access_expiration, "
-    "event_content_parts.url, event_content_parts.size, event_content_parts.transfer_status, "
-    "event_content_parts.file_path, event_content_parts.last_accessed, event_content_parts.purged, "
-    "events.client_id, events.seq, streams.stream_id FROM event_content_parts "
-    "LEFT JOIN events ON (events.database_identifier = event_content_parts.event_database_identifier) "
-    "LEFT JOIN streams ON (streams.database_identifier = events.stream_database_identifier) "
-    "LEFT JOIN messages ON "
-    "(event_content_parts.event_database_identifier = messages.event_database_identifier) "
-    "WHERE messages.database_identifier = 9 AND event_content_part_id = 2",
+    partQuery("LEFT JOIN messages ON (event_content_parts.event_database_identifier = "
+              "messages.event_database_identifier) WHERE messages.database_identifier = 9 AND "
+              "event_content_part_id = 2"),
     verboseLine("-[ZAVEventRepository eventContentForMessagePart:error:]",
                 "fetching event content part for messagePart=%@",
                 "fetching event content part for "
@@ -144,15 +123,8 @@ const Lookup byObjectIdentifier{
     [](const ZAVEventRepository& repository, ZAVError* error) {
         return repository.eventContentForMessagePartObjectIdentifier(identifierOfPart(2), error);
     },
-    "SELECT event_content_parts.event_content_part_id, event_content_parts.event_database_identifier, "
-    "event_content_parts.type, event_content_parts.value, event_content_parts.access_expiration, "
-    "event_content_parts.url, event_content_parts.size, event_content_parts.transfer_status, "
-    "event_content_parts.file_path, event_content_parts.last_accessed, event_content_parts.purged, "
-    "events.client_id, events.seq, streams.stream_id FROM event_content_parts "
-    "LEFT JOIN events ON (events.database_identifier = event_content_parts.event_database_identifier) "
-    "LEFT JOIN streams ON (streams.database_identifier = events.stream_database_identifier) "
-    "WHERE events.client_id = x'11111111111111111111111111111107' "
-    "AND event_content_parts.event_content_part_id = 2",
+    partQuery("WHERE events.client_id = x'11111111111111111111111111111107' AND "
+              "event_content_parts.event_content_part_id = 2"),
     verboseLine("-[ZAVEventRepository eventContentForMessagePartObjectIdentifier:error:]",
                 "fetching event content part for messagePart->objectIdentifier=%@",
                 "fetching event content part for "
@@ -167,14 +139,7 @@ const Lookup byExternalURL{
     [](const ZAVEventRepository& repository, ZAVError* error) {
         return repository.eventContentForExternalContentURL(url("https://store.example/A%2Fb"), error);
     },
-    "SELECT event_content_parts.event_content_part_id, event_content_parts.event_database_identifier, "
-    "event_content_parts.type, event_content_parts.value, event_content_parts.access_expiration, "
-    "event_content_parts.url, event_content_parts.size, event_content_parts.transfer_status, "
-    "event_content_parts.file_path, event_content_parts.last_accessed, event_content_parts.purged, "
-    "events.client_id, events.seq, streams.stream_id FROM event_content_parts "
-    "LEFT JOIN events ON (events.database_identifier = event_content_parts.event_database_identifier) "
-    "LEFT JOIN streams ON (streams.database_identifier = events.stream_database_identifier) "
-    "WHERE event_content_parts.url = 'https://store.example/A%2Fb'",
+    partQuery("WHERE event_content_parts.url = 'https://store.example/A%2Fb'"),
     verboseLine("-[ZAVEventRepository eventContentForExternalContentURL:error:]",
                 "fetching event content part for externalContentURL=%@",
                 "fetching event content part for externalContentURL=https://store.example/A%2Fb"),
@@ -324,22 +289,22 @@ TEST(ContentLookups, BindAnIndexInAMessageByItsSixtyFourBits) {
 
 TEST(ContentLookups, FindNothingForAMessageWithoutARow) {
     const PartStore store;
-    ZAVError error = unrelatedError();
+    ZAVError error = errorOfSomebodyElse();
     for (const ZAVDatabaseIdentifier message : {ZAVDatabaseIdentifier(99), ZAVDatabaseIdentifierNotSet}) {
         EXPECT_EQ(store.repository().eventContentForMessagePart(messagePart(message, 2), &error), nullptr)
             << message;
     }
-    EXPECT_EQ(error, unrelatedError()) << error.description();
+    EXPECT_EQ(error, errorOfSomebodyElse()) << error.description();
 }
 
 TEST(ContentLookups, FindNothingForAnIndexWithoutAPart) {
     const PartStore store;
-    ZAVError error = unrelatedError();
+    ZAVError error = errorOfSomebodyElse();
     EXPECT_EQ(store.repository().eventContentForMessagePart(messagePart(9, 1), &error), nullptr);
     EXPECT_EQ(store.repository().eventContentForEventDatabaseIdentifier(3, 1, &error), nullptr);
     EXPECT_EQ(store.repository().eventContentForMessagePartObjectIdentifier(identifierOfPart(1), &error),
               nullptr);
-    EXPECT_EQ(error, unrelatedError()) << error.description();
+    EXPECT_EQ(error, errorOfSomebodyElse()) << error.description();
 }
 
 TEST(ContentLookups, FindThePartsOfTheMessagesOwnEventOnly) {
@@ -368,7 +333,7 @@ TEST(ContentLookups, FindAPartWhoseEventIsMissingUnlessTheyAskForTheEventsClient
 
 TEST(ContentLookups, CompareAnExternalURLAsTextAndByNothingElse) {
     const PartStore store;
-    ZAVError error = unrelatedError();
+    ZAVError error = errorOfSomebodyElse();
     for (const std::string other :
          {"https://store.example/a%2Fb", "https://store.example/A%2fb", "https://store.example/A/b",
           "HTTPS://store.example/A%2Fb", "https://STORE.example/A%2Fb", "https://store.example/%41%2Fb",
@@ -376,7 +341,7 @@ TEST(ContentLookups, CompareAnExternalURLAsTextAndByNothingElse) {
           "https://store.example:443/A%2Fb", "https://store.example/./A%2Fb"}) {
         EXPECT_EQ(store.repository().eventContentForExternalContentURL(url(other), &error), nullptr) << other;
     }
-    EXPECT_EQ(error, unrelatedError()) << error.description();
+    EXPECT_EQ(error, errorOfSomebodyElse()) << error.description();
 }
 
 TEST(ContentLookups, AskForTheAbsoluteStringOfAURLThatHasABase) {
@@ -400,15 +365,8 @@ TEST(ContentLookups, NeverFindAPartWithoutAURLByAnEmptyOne) {
 TEST(ContentLookups, TakeTheFirstOfSeveralPartsAndLeaveTheRest) {
     const PartStore store;
     store.execute("UPDATE event_content_parts SET url = 'https://store.example/A%2Fb'");
-    const std::string first = store.rows(
-        "SELECT event_content_parts.event_content_part_id, event_content_parts.event_database_identifier, "
-        "event_content_parts.type, event_content_parts.value, event_content_parts.access_expiration, "
-        "event_content_parts.url, event_content_parts.size, event_content_parts.transfer_status, "
-        "event_content_parts.file_path, event_content_parts.last_accessed, event_content_parts.purged, "
-        "events.client_id, events.seq, streams.stream_id FROM event_content_parts "
-        "LEFT JOIN events ON (events.database_identifier = event_content_parts.event_database_identifier) "
-        "LEFT JOIN streams ON (streams.database_identifier = events.stream_database_identifier) "
-        "WHERE event_content_parts.url = 'https://store.example/A%2Fb'")[0];
+    const std::string first =
+        store.rows(partQuery("WHERE event_content_parts.url = 'https://store.example/A%2Fb'"))[0];
     const Part part = byExternalURL.find(store.repository(), nullptr);
     ASSERT_NE(part, nullptr);
     EXPECT_TRUE(first.starts_with(std::to_string(part->index()) + "|" +

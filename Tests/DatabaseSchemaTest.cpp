@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "DatabaseHandles.h"
+#include "Support/DatabaseHandles.h"
 #include "Support/StatementTrace.h"
 #include "Support/TestStore.h"
 

@@ -10,9 +10,9 @@
 #include <utility>
 #include <vector>
 
-#include "ContentParts.h"
-#include "StatementInterruption.h"
+#include "Support/ContentParts.h"
 #include "Support/LogCapture.h"
+#include "Support/StatementInterruption.h"
 #include "Support/StatementTrace.h"
 #include "Support/TestStore.h"
 
@@ -491,16 +491,10 @@ TEST(DiskUtilization, HasAllBitsSetAndNoErrorWhenTheSumOverflows) {
 
 // The choice.
 
-const std::string choiceStatement =
-    "SELECT event_content_parts.event_content_part_id, event_content_parts.event_database_identifier, "
-    "event_content_parts.type, event_content_parts.value, event_content_parts.access_expiration, "
-    "event_content_parts.url, event_content_parts.size, event_content_parts.transfer_status, "
-    "event_content_parts.file_path, event_content_parts.last_accessed, event_content_parts.purged, "
-    "events.client_id, events.seq, streams.stream_id FROM event_content_parts LEFT JOIN events ON "
-    "(events.database_identifier = event_content_parts.event_database_identifier) LEFT JOIN streams ON "
-    "(streams.database_identifier = events.stream_database_identifier) WHERE file_path IS NOT NULL AND "
-    "transfer_status != 0 AND transfer_status != 1 AND last_accessed IS NOT NULL AND (purged = 0 OR purged "
-    "IS NULL) ORDER BY last_accessed ASC";
+const std::string choiceStatement = partQuery(
+    "WHERE file_path IS NOT NULL AND transfer_status != 0 AND transfer_status != 1 AND "
+    "last_accessed IS NOT NULL AND (purged = 0 OR purged IS NULL) ORDER BY last_accessed "
+    "ASC");
 
 LogRecord choiceLine(const std::string& size) {
     return verboseLine("-[ZAVEventRepository leastRecentlyAccessedEventContentPartsForSize:error:]",

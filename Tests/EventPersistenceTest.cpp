@@ -13,8 +13,8 @@
 #include <utility>
 #include <vector>
 
-#include "StatementInterruption.h"
 #include "Support/LogCapture.h"
+#include "Support/OperationExpectations.h"
 #include "Support/StatementTrace.h"
 #include "Support/TestStore.h"
 
@@ -51,10 +51,6 @@ Lines statementsPersisting(const TestStore& store, const ZAVSet<ZAVTEvent>& even
     return trace.statements();
 }
 
-ZAVError errorOfSomebodyElse() {
-    return {"Elsewhere", 42, "an error of somebody else"};
-}
-
 LogRecord announcementOf(const std::string& message) {
     return verboseLine("-[ZAVEventRepository persistEvents:error:]", "persisting %lu event(s)", message);
 }
@@ -73,12 +69,11 @@ std::string descriptionOf(const ZAVSet<ZAVTEvent>& events) {
 }
 
 /// Stores events that the database must refuse, and checks all that a caller sees of the failure.
-void expectFailure(const TestStore& store, const ZAVSet<ZAVTEvent>& events, int code,
-                   const std::string& message) {
+void expectFailure(const TestStore& store, const ZAVSet<ZAVTEvent>& events, const ZAVError& expected) {
     ZAVError error;
     const LogCapture log;
     EXPECT_FALSE(store.repository().persistEvents(events, &error)) << "the failure was not reported";
-    EXPECT_EQ(error, ZAVError("SQLite", code, message)) << error.description();
+    EXPECT_EQ(error, expected) << error.description();
     EXPECT_EQ(error, store.database().lastError()) << "the caller did not get the handle's last error";
     EXPECT_EQ(log.records(), (std::vector{announcementOf(announcementFor(events)),
                                           errorLine("-[ZAVEventRepository persistEvents:error:]",
@@ -106,15 +101,6 @@ std::string refusalOf(const TestStore& store, const ZAVSet<ZAVTEvent>& events) {
     expectHandleIsAtRest(store);
     return reason;
 }
-
-void abortOn(const TestStore& store, const std::string& when) {
-    store.execute("CREATE TRIGGER refusing BEFORE " + when +
-                  " BEGIN SELECT RAISE(ABORT, 'refused by the test'); END");
-}
-
-/// What a trigger made by `abortOn` fails with.
-constexpr int refused = SQLITE_CONSTRAINT_TRIGGER;
-constexpr const char* refusedMessage = "refused by the test";
 
 // The statements.
 
@@ -886,7 +872,7 @@ TEST(EventPersistence, EmptyMetadataAreHandedToTheirStoreAsWell) {
     store.execute("DROP TABLE keyed_values_remote");
     const auto event = makeMessage(7);
     event->set_transient_metadata(ZAVDictionary());
-    expectFailure(store, {event}, SQLITE_ERROR, "no such table: keyed_values_remote");
+    expectFailure(store, {event}, missingTable("keyed_values_remote"));
 }
 
 // Nothing else is touched.
@@ -1063,30 +1049,30 @@ TEST(EventPersistence, AStreamLookupThatCannotBePreparedFails) {
     const StreamStore store;
     store.execute("DROP TABLE streams");
     const auto byIdentifier = makeMessage(7);
-    expectFailure(store, {byIdentifier}, SQLITE_ERROR, "no such table: streams");
+    expectFailure(store, {byIdentifier}, missingTable("streams"));
     EXPECT_EQ(byIdentifier->streamDatabaseIdentifier(), ZAVDatabaseIdentifierNotSet);
     const auto byRow = makeMessage(8);
     byRow->setStreamDatabaseIdentifier(1);
-    expectFailure(store, {byRow}, SQLITE_ERROR, "no such table: streams");
+    expectFailure(store, {byRow}, missingTable("streams"));
     EXPECT_EQ(store.repository().countOfEvents(), 0U);
 }
 
 TEST(EventPersistence, AStepOfTheStreamLookupThatFailsIsAnErrorAndNotAMissingStream) {
     const StreamStore store;
     const StatementInterruption interruption(store.database(), "SELECT * FROM streams");
-    expectFailure(store, {makeMessage(7)}, SQLITE_INTERRUPT, "interrupted");
+    expectFailure(store, {makeMessage(7)}, interruptionError());
     const auto byRow = makeMessage(8);
     byRow->setStreamDatabaseIdentifier(99);
-    expectFailure(store, {byRow}, SQLITE_INTERRUPT, "interrupted");
+    expectFailure(store, {byRow}, interruptionError());
 }
 
 TEST(EventPersistence, AnInsertThatFailsLeavesTheEventWithoutARow) {
     const StreamStore store;
-    abortOn(store, "INSERT ON events");
+    refuse(store, "INSERT ON events");
     const auto event = makeMessage(7);
     event->set_content(Content{makeTextPart("hi")});
     event->set_transient_metadata(ZAVDictionary{{"key", std::string("value")}});
-    expectFailure(store, {event}, refused, refusedMessage);
+    expectFailure(store, {event}, refusal());
     EXPECT_EQ(event->databaseIdentifier(), ZAVDatabaseIdentifierNotSet);
     EXPECT_EQ(event->streamDatabaseIdentifier(), 1) << "the stream had been resolved";
     EXPECT_EQ(partsOf(*event)[0]->eventDatabaseIdentifier(), ZAVDatabaseIdentifierNotSet);
@@ -1098,7 +1084,7 @@ TEST(EventPersistence, AnInsertThatFailsLeavesTheEventWithoutARow) {
 TEST(EventPersistence, AnInsertWithoutItsTableFails) {
     const StreamStore store;
     store.execute("DROP TABLE events");
-    expectFailure(store, {makeMessage(7)}, SQLITE_ERROR, "no such table: events");
+    expectFailure(store, {makeMessage(7)}, missingTable("events"));
 }
 
 TEST(EventPersistence, AnInsertThatMeetsALockFails) {
@@ -1123,7 +1109,7 @@ TEST(EventPersistence, TheLookupOfACollidingEventThatFailsIsAnErrorAndNoExceptio
     persist(store, {makeMessage(7, 12)});
     const auto event = makeMessage(8, 12);
     const StatementInterruption interruption(store.database(), "SELECT * FROM events");
-    expectFailure(store, {event}, SQLITE_INTERRUPT, "interrupted");
+    expectFailure(store, {event}, interruptionError());
     EXPECT_EQ(event->databaseIdentifier(), ZAVDatabaseIdentifierNotSet);
     EXPECT_EQ(store.rows("SELECT client_id FROM events"), Lines{"X'11111111111111111111111111111107'"});
 }
@@ -1140,7 +1126,8 @@ TEST(EventPersistence, TheLookupOfACollidingEventThatCannotBePreparedFails) {
             return denied ? SQLITE_DENY : SQLITE_OK;
         },
         nullptr);
-    expectFailure(store, {makeMessage(8, 12)}, SQLITE_AUTH, "access to events.creator_name is prohibited");
+    expectFailure(store, {makeMessage(8, 12)},
+                  ZAVError("SQLite", SQLITE_AUTH, "access to events.creator_name is prohibited"));
     sqlite3_set_authorizer(store.database().sqliteHandle(), nullptr, nullptr);
     EXPECT_EQ(store.rows("SELECT client_id FROM events"), Lines{"X'11111111111111111111111111111107'"});
 }
@@ -1148,10 +1135,10 @@ TEST(EventPersistence, TheLookupOfACollidingEventThatCannotBePreparedFails) {
 TEST(EventPersistence, AnUpdateThatFailsKeepsTheStoredRowAndTheAdoptedIdentifier) {
     const StreamStore store;
     persist(store, {makeMessage(7, 12)});
-    abortOn(store, "UPDATE ON events");
+    refuse(store, "UPDATE ON events");
     const auto event = makeMessage(8, 12);
     event->set_content(Content{makeTextPart("hi")});
-    expectFailure(store, {event}, refused, refusedMessage);
+    expectFailure(store, {event}, refusal());
     EXPECT_EQ(event->databaseIdentifier(), 1);
     EXPECT_EQ(store.rows("SELECT client_id FROM events"), Lines{"X'11111111111111111111111111111107'"});
     EXPECT_EQ(store.rows("SELECT COUNT(*) FROM event_content_parts"), Lines{"0"});
@@ -1163,19 +1150,20 @@ TEST(EventPersistence, AnUpdateThatWouldTakeASequenceTwiceFails) {
     const auto second = makeMessage(8, 13);
     persist(store, {first, second});
     second->set_seq(12);
-    expectFailure(store, {second}, SQLITE_CONSTRAINT_UNIQUE,
-                  "UNIQUE constraint failed: events.stream_database_identifier, events.seq");
+    expectFailure(store, {second},
+                  ZAVError("SQLite", SQLITE_CONSTRAINT_UNIQUE,
+                           "UNIQUE constraint failed: events.stream_database_identifier, events.seq"));
     EXPECT_EQ(store.rows("SELECT seq FROM events ORDER BY 1"), (Lines{"12", "13"}));
 }
 
 TEST(EventPersistence, MetadataThatCannotBeStoredFailTheEventAndItsPartsAreNotWritten) {
     const StreamStore store;
-    abortOn(store, "INSERT ON keyed_values_remote WHEN NEW.key = 'b'");
+    refuse(store, "INSERT ON keyed_values_remote WHEN NEW.key = 'b'");
     const auto event = makeMessage(7);
     event->set_transient_metadata(
         ZAVDictionary{{"a", std::string("1")}, {"b", std::string("2")}, {"c", std::string("3")}});
     event->set_content(Content{makeTextPart("hi")});
-    expectFailure(store, {event}, refused, refusedMessage);
+    expectFailure(store, {event}, refusal());
     EXPECT_EQ(event->databaseIdentifier(), 1) << "the event's row had been written";
     EXPECT_EQ(store.repository().countOfEvents(), 1U);
     EXPECT_EQ(store.rows("SELECT key FROM keyed_values_remote"), Lines{"a"})
@@ -1189,16 +1177,16 @@ TEST(EventPersistence, MetadataWithoutTheirTableFailTheEvent) {
     store.execute("DROP TABLE keyed_values_remote");
     const auto event = makeMessage(7);
     event->set_transient_metadata(ZAVDictionary{{"key", std::string("value")}});
-    expectFailure(store, {event}, SQLITE_ERROR, "no such table: keyed_values_remote");
+    expectFailure(store, {event}, missingTable("keyed_values_remote"));
     EXPECT_EQ(store.rows("SELECT database_identifier FROM events"), Lines{"1"});
 }
 
 TEST(EventPersistence, APartThatFailsStopsItsEventAndKeepsThePartsBeforeIt) {
     const StreamStore store;
-    abortOn(store, "INSERT ON event_content_parts WHEN NEW.event_content_part_id = 1");
+    refuse(store, "INSERT ON event_content_parts WHEN NEW.event_content_part_id = 1");
     const auto event = makeMessage(7);
     event->set_content(Content{makeTextPart("one"), makeTextPart("two"), makeTextPart("three")});
-    expectFailure(store, {event}, refused, refusedMessage);
+    expectFailure(store, {event}, refusal());
     EXPECT_EQ(store.rows("SELECT event_content_part_id FROM event_content_parts"), Lines{"0"});
     const auto parts = partsOf(*event);
     EXPECT_EQ(parts[0]->eventDatabaseIdentifier(), 1);
@@ -1212,7 +1200,7 @@ TEST(EventPersistence, APartWithoutItsTableFailsTheEvent) {
     store.execute("DROP TABLE event_content_parts");
     const auto event = makeMessage(7);
     event->set_content(Content{makeTextPart("hi")});
-    expectFailure(store, {event}, SQLITE_ERROR, "no such table: event_content_parts");
+    expectFailure(store, {event}, missingTable("event_content_parts"));
     persist(store, {makeMessage(8)});
 }
 
@@ -1225,13 +1213,13 @@ TEST(EventPersistence, EveryWritingStatementMayBeInterrupted) {
         const auto event = makeMessage(8, 12);
         event->set_content(Content{makeTextPart("hi")});
         const StatementInterruption interruption(store.database(), beginning);
-        expectFailure(store, {event}, SQLITE_INTERRUPT, "interrupted");
+        expectFailure(store, {event}, interruptionError());
     }
 }
 
 TEST(EventPersistence, AFailureKeepsTheEventsBeforeItAndTouchesNoneAfterIt) {
     const StreamStore store;
-    abortOn(store, "INSERT ON event_content_parts WHEN NEW.type = 'text/failing'");
+    refuse(store, "INSERT ON event_content_parts WHEN NEW.type = 'text/failing'");
     const auto before = makeMessage(7);
     before->set_content(Content{makeTextPart("hi")});
     const auto failing = makeMessage(8);
@@ -1239,7 +1227,7 @@ TEST(EventPersistence, AFailureKeepsTheEventsBeforeItAndTouchesNoneAfterIt) {
     part->set_media_type("text/failing");
     failing->set_content(Content{part});
     const auto after = makeMessage(9);
-    expectFailure(store, {before, failing, after}, refused, refusedMessage);
+    expectFailure(store, {before, failing, after}, refusal());
     EXPECT_EQ(store.rows("SELECT database_identifier, client_id FROM events ORDER BY 1"),
               (Lines{"1|X'11111111111111111111111111111107'", "2|X'11111111111111111111111111111108'"}));
     EXPECT_EQ(before->databaseIdentifier(), 1);
@@ -1250,11 +1238,11 @@ TEST(EventPersistence, AFailureKeepsTheEventsBeforeItAndTouchesNoneAfterIt) {
 
 TEST(EventPersistence, TheSameSetCanBeStoredOnceTheCauseOfItsFailureIsGone) {
     const StreamStore store;
-    abortOn(store, "INSERT ON event_content_parts WHEN NEW.event_content_part_id = 1");
+    refuse(store, "INSERT ON event_content_parts WHEN NEW.event_content_part_id = 1");
     const auto event = makeMessage(7);
     event->set_content(Content{makeTextPart("one"), makeTextPart("two")});
     const ZAVSet<ZAVTEvent> events{event, makeMessage(8)};
-    expectFailure(store, events, refused, refusedMessage);
+    expectFailure(store, events, refusal());
     store.execute("DROP TRIGGER refusing");
     persist(store, events);
     EXPECT_EQ(store.repository().countOfEvents(), 2U);

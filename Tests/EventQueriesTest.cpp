@@ -14,8 +14,8 @@
 #include <string>
 #include <vector>
 
-#include "StatementInterruption.h"
 #include "Support/LogCapture.h"
+#include "Support/StatementInterruption.h"
 #include "Support/StatementTrace.h"
 #include "Support/TestStore.h"
 
@@ -238,10 +238,6 @@ LogRecord announcementOf(const EventQuery& query) {
 LogRecord failureOf(const EventQuery& query, const ZAVError& error) {
     return errorLine(query.function, query.errorFormat,
                      query.errorMessageBeforeTheError + error.description());
-}
-
-ZAVError errorOfSomebodyElse() {
-    return {"Elsewhere", 42, "an error of somebody else"};
 }
 
 /// A store with six events: two sequenced (rows 1 and 2) and two that are not (3 and 4) in a stream that

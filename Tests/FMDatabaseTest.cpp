@@ -14,7 +14,7 @@
 #include <string_view>
 #include <vector>
 
-#include "DatabaseHandles.h"
+#include "Support/DatabaseHandles.h"
 
 namespace zav::test {
 namespace {

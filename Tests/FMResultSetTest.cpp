@@ -13,7 +13,7 @@
 #include <utility>
 #include <vector>
 
-#include "DatabaseHandles.h"
+#include "Support/DatabaseHandles.h"
 
 namespace zav::test {
 namespace {

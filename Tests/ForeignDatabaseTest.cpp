@@ -14,7 +14,7 @@
 #include <utility>
 #include <vector>
 
-#include "DatabaseHandles.h"
+#include "Support/DatabaseHandles.h"
 #include "Support/TemporaryDirectory.h"
 #include "Support/TestStore.h"
 

@@ -25,7 +25,7 @@
 #include <utility>
 #include <vector>
 
-#include "DatabaseHandles.h"
+#include "Support/DatabaseHandles.h"
 #include "Support/EveryOperation.h"
 #include "Support/LogCapture.h"
 #include "Support/TemporaryDirectory.h"

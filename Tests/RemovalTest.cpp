@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "OperationExpectations.h"
 #include "Support/LogCapture.h"
+#include "Support/OperationExpectations.h"
 #include "Support/TestStore.h"
 
 namespace zav::test {

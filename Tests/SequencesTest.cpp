@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "OperationExpectations.h"
 #include "Support/LogCapture.h"
+#include "Support/OperationExpectations.h"
 #include "Support/StatementTrace.h"
 #include "Support/TestStore.h"
 
@@ -62,10 +62,10 @@ Lines statementsUpdating(const TestStore& store, const ZAVEvent& event) {
 
 /// Updates an event, which must fail, and checks that the reason stays with the handle.
 void expectSilentFailure(const TestStore& store, const ZAVEvent& event, const ZAVError& expected) {
-    ZAVError error = unrelatedError();
+    ZAVError error = errorOfSomebodyElse();
     const LogCapture log;
     EXPECT_FALSE(store.repository().updateObject(event, &error)) << "the failure was not reported";
-    EXPECT_EQ(error, unrelatedError()) << "the caller's error was written: " << error.description();
+    EXPECT_EQ(error, errorOfSomebodyElse()) << "the caller's error was written: " << error.description();
     EXPECT_EQ(store.database().lastError(), expected) << store.database().lastError().description();
     EXPECT_FALSE(store.repository().updateObject(event)) << "without an error the failure was not reported";
     EXPECT_EQ(log.records(), std::vector<LogRecord>{}) << "updating an event logs nothing";
@@ -161,10 +161,10 @@ TEST(EventSequence, OfAnEventWhoseRowWasDeletedIsNoFailure) {
 
 TEST(EventSequence, IsRecordedWithoutALineAndWithoutTouchingTheCallersError) {
     const UnpublishedStore store;
-    ZAVError error = unrelatedError();
+    ZAVError error = errorOfSomebodyElse();
     const LogCapture log;
     EXPECT_TRUE(store.repository().updateObject(*publishedEvent(), &error));
-    EXPECT_EQ(error, unrelatedError()) << error.description();
+    EXPECT_EQ(error, errorOfSomebodyElse()) << error.description();
     EXPECT_EQ(log.records(), std::vector<LogRecord>{});
     expectHandleIsAtRest(store);
 }
@@ -193,7 +193,7 @@ TEST(EventSequence, NeedsAStreamIdentifierWhateverElseTheEventHas) {
     const auto event = publishedEvent();
     event->set_stream_id(std::nullopt);
     event->setStreamDatabaseIdentifier(1);
-    ZAVError error = unrelatedError();
+    ZAVError error = errorOfSomebodyElse();
     const LogCapture log;
     const StatementTrace trace(store.database());
     try {
@@ -205,7 +205,7 @@ TEST(EventSequence, NeedsAStreamIdentifierWhateverElseTheEventHas) {
                   "Failed to persist sequence by event. Event's stream_id property shouldn't be `nil`, since "
                   "it's not possible to publish events for streams that don't exist in the data source yet.");
     }
-    EXPECT_EQ(error, unrelatedError()) << "an exception is no error: " << error.description();
+    EXPECT_EQ(error, errorOfSomebodyElse()) << "an exception is no error: " << error.description();
     EXPECT_EQ(log.records(), std::vector<LogRecord>{});
     EXPECT_EQ(trace.statements(), Lines{});
     EXPECT_EQ(store.events(), unpublished);

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "DatabaseHandles.h"
+#include "Support/DatabaseHandles.h"
 
 namespace zav::test {
 namespace {

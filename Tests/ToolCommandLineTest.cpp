@@ -412,6 +412,20 @@ TEST(ToolFailure, HelpThatCannotBeWrittenIsAFailure) {
     EXPECT_EQ(runTool({"events", "--help"}, full).status, 1);
 }
 
+/// An import of `eventsOfSize` in batches of ten that had no room for all has stored the first of them.
+void expectFirstBatchesOfTen(const ToolStore& store, const ToolRun& imported) {
+    EXPECT_EQ(imported.status, 1) << "the events do not fit";
+    const auto kept = fieldOfLines(store.events(), "seq");
+    ASSERT_FALSE(kept.empty()) << "the first batches fit";
+    EXPECT_EQ(kept.size() % 10, 0U) << "a batch is stored whole or not at all";
+    EXPECT_EQ(kept.back(), 999 + kept.size()) << "they are the first ones";
+    EXPECT_NE(imported.err.find("\n" + std::to_string(kept.size()) +
+                                " events of the batches before are stored, none of this batch\n"),
+              std::string::npos)
+        << imported.err;
+    expectIntact(store);
+}
+
 TEST(ToolFailure, AnImportThatTheFileSizeLimitEndsLeavesWhatWasStored) {
     const ToolStore store;
     store.importWell(lines({eventJSON(1, {{"seq", 1}}), eventJSON(2)}));
@@ -435,16 +449,7 @@ TEST(ToolFailure, AnImportThatTheFileSizeLimitEndsKeepsTheBatchesBefore) {
     ToolCircumstances limited;
     limited.fileSizeLimit = 400000;
     const ToolRun imported = store.import(eventsOfSize(4000000), {"--log", "off", "--batch", "10"}, limited);
-    EXPECT_EQ(imported.status, 1) << "the events do not fit";
-    const auto kept = fieldOfLines(store.events(), "seq");
-    ASSERT_FALSE(kept.empty()) << "the first batches fit";
-    EXPECT_EQ(kept.size() % 10, 0U) << "a batch is stored whole or not at all";
-    EXPECT_EQ(kept.back(), 999 + kept.size()) << "they are the first ones";
-    EXPECT_NE(imported.err.find("\n" + std::to_string(kept.size()) +
-                                " events of the batches before are stored, none of this batch\n"),
-              std::string::npos)
-        << imported.err;
-    expectIntact(store);
+    expectFirstBatchesOfTen(store, imported);
 }
 
 /// Runs `body` where a small file system of its own is mounted on `directory`; false when that cannot be had.
@@ -491,16 +496,7 @@ TEST(ToolFailure, AnImportThatFillsTheDiskKeepsTheBatchesBefore) {
         const ToolStore store(directory);
         const ToolRun imported =
             store.run("import", {"-", "--log", "off", "--batch", "10"}, {.input = eventsOfSize(8000000)});
-        EXPECT_EQ(imported.status, 1) << "the events do not fit";
-        const auto kept = fieldOfLines(store.events(), "seq");
-        ASSERT_FALSE(kept.empty()) << "the first batches fit";
-        EXPECT_EQ(kept.size() % 10, 0U) << "a batch is stored whole or not at all";
-        EXPECT_EQ(kept.back(), 999 + kept.size()) << "they are the first ones";
-        EXPECT_NE(imported.err.find("\n" + std::to_string(kept.size()) +
-                                    " events of the batches before are stored, none of this batch\n"),
-                  std::string::npos)
-            << imported.err;
-        expectIntact(store);
+        expectFirstBatchesOfTen(store, imported);
     };
     if (!runOnSmallFileSystem(directory, "size=2m", body)) {
         GTEST_SKIP() << "a file system can be mounted by a privileged user only";

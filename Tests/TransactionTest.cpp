@@ -8,7 +8,7 @@
 #include <string>
 #include <utility>
 
-#include "DatabaseHandles.h"
+#include "Support/DatabaseHandles.h"
 #include "Support/TestStore.h"
 
 namespace zav::test {

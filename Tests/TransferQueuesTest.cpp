@@ -17,9 +17,9 @@
 #include <utility>
 #include <vector>
 
-#include "ContentParts.h"
-#include "StatementInterruption.h"
+#include "Support/ContentParts.h"
 #include "Support/LogCapture.h"
+#include "Support/StatementInterruption.h"
 #include "Support/StatementTrace.h"
 #include "Support/TestStore.h"
 
@@ -48,15 +48,9 @@ const TransferQueue unassignedURLs{
         return repository.eventContentsHavingUnassignedURLsWithError(error);
     },
     false,
-    "SELECT event_content_parts.event_content_part_id, event_content_parts.event_database_identifier, "
-    "event_content_parts.type, event_content_parts.value, event_content_parts.access_expiration, "
-    "event_content_parts.url, event_content_parts.size, event_content_parts.transfer_status, "
-    "event_content_parts.file_path, event_content_parts.last_accessed, event_content_parts.purged, "
-    "events.client_id, events.seq, streams.stream_id FROM event_content_parts LEFT JOIN events ON "
-    "(events.database_identifier = event_content_parts.event_database_identifier) LEFT JOIN streams ON "
-    "(streams.database_identifier = events.stream_database_identifier) WHERE streams.stream_id IS NOT NULL "
-    "AND event_content_parts.file_path IS NOT NULL AND event_content_parts.url IS NULL AND "
-    "(event_content_parts.transfer_status = 0 OR event_content_parts.transfer_status = 1)",
+    partQuery("WHERE streams.stream_id IS NOT NULL AND event_content_parts.file_path IS NOT NULL "
+              "AND event_content_parts.url IS NULL AND (event_content_parts.transfer_status = 0 OR "
+              "event_content_parts.transfer_status = 1)"),
     "-[ZAVEventRepository eventContentsHavingUnassignedURLsWithError:]",
     {0, 1}};
 
@@ -66,14 +60,8 @@ const TransferQueue incompleteUploads{
         return repository.eventContentsHavingIncompleteUploadsWithLimit(limit, error);
     },
     true,
-    "SELECT event_content_parts.event_content_part_id, event_content_parts.event_database_identifier, "
-    "event_content_parts.type, event_content_parts.value, event_content_parts.access_expiration, "
-    "event_content_parts.url, event_content_parts.size, event_content_parts.transfer_status, "
-    "event_content_parts.file_path, event_content_parts.last_accessed, event_content_parts.purged, "
-    "events.client_id, events.seq, streams.stream_id FROM event_content_parts LEFT JOIN events ON "
-    "(events.database_identifier = event_content_parts.event_database_identifier) LEFT JOIN streams ON "
-    "(streams.database_identifier = events.stream_database_identifier) WHERE event_content_parts.file_path "
-    "IS NOT NULL AND event_content_parts.url IS NOT NULL AND event_content_parts.transfer_status = 1 LIMIT 7",
+    partQuery("WHERE event_content_parts.file_path IS NOT NULL AND event_content_parts.url IS NOT "
+              "NULL AND event_content_parts.transfer_status = 1 LIMIT 7"),
     "-[ZAVEventRepository eventContentsHavingIncompleteUploadsWithLimit:error:]",
     {2, 3}};
 
@@ -84,18 +72,13 @@ const TransferQueue expiredDownloadsOfTypes{
             std::set<std::string>{"text/plain", "image/png"}, 1000, limit, error);
     },
     true,
-    "SELECT event_content_parts.event_content_part_id, event_content_parts.event_database_identifier, "
-    "event_content_parts.type, event_content_parts.value, event_content_parts.access_expiration, "
-    "event_content_parts.url, event_content_parts.size, event_content_parts.transfer_status, "
-    "event_content_parts.file_path, event_content_parts.last_accessed, event_content_parts.purged, "
-    "events.client_id, events.seq, streams.stream_id, (streams.seq - events.preceding_seq) AS "
-    "distance_from_eos FROM event_content_parts LEFT JOIN events ON "
-    "(events.database_identifier = event_content_parts.event_database_identifier) LEFT JOIN streams ON "
-    "(streams.database_identifier = events.stream_database_identifier) WHERE ((url IS NULL) OR "
-    "(access_expiration IS NULL) OR (access_expiration <= NOW)) AND       file_path IS NOT NULL AND "
-    "(purged = 0 OR purged IS NULL) AND       (transfer_status = 3 OR (transfer_status = 2 AND "
-    "event_content_parts.type IN ('image/png', 'text/plain')) OR (transfer_status = 2 AND size <= 1000))"
-    "       ORDER BY distance_from_eos ASC, events.client_seq DESC, events.creator_id DESC       LIMIT 7",
+    partQuery("WHERE ((url IS NULL) OR (access_expiration IS NULL) OR (access_expiration <= NOW)) "
+              "AND       file_path IS NOT NULL AND (purged = 0 OR purged IS NULL) AND       "
+              "(transfer_status = 3 OR (transfer_status = 2 AND event_content_parts.type IN "
+              "('image/png', 'text/plain')) OR (transfer_status = 2 AND size <= 1000))       ORDER "
+              "BY distance_from_eos ASC, events.client_seq DESC, events.creator_id DESC       LIMIT "
+              "7",
+              ", (streams.seq - events.preceding_seq) AS distance_from_eos"),
     "-[ZAVEventRepository "
     "eventContentsHavingExpiredDownloadURLsWithAutoDownloadMIMETypes:autodownloadMaxSize:limit:error:]",
     {4, 5}};
@@ -107,18 +90,12 @@ const TransferQueue expiredDownloadsOfAnyType{
                                                                                           limit, error);
     },
     true,
-    "SELECT event_content_parts.event_content_part_id, event_content_parts.event_database_identifier, "
-    "event_content_parts.type, event_content_parts.value, event_content_parts.access_expiration, "
-    "event_content_parts.url, event_content_parts.size, event_content_parts.transfer_status, "
-    "event_content_parts.file_path, event_content_parts.last_accessed, event_content_parts.purged, "
-    "events.client_id, events.seq, streams.stream_id, (streams.seq - events.preceding_seq) AS "
-    "distance_from_eos  FROM event_content_parts LEFT JOIN events ON "
-    "(events.database_identifier = event_content_parts.event_database_identifier) LEFT JOIN streams ON "
-    "(streams.database_identifier = events.stream_database_identifier) WHERE ((url IS NULL) OR "
-    "(access_expiration IS NULL) OR (access_expiration <= NOW)) AND       file_path IS NOT NULL AND "
-    "(purged = 0 OR purged IS NULL) AND       (transfer_status = 3 OR transfer_status = 2 OR "
-    "(transfer_status = 2 AND size <= 1000))      "
-    "ORDER BY distance_from_eos ASC, events.client_seq DESC, events.creator_id DESC       LIMIT 7",
+    partQuery("WHERE ((url IS NULL) OR (access_expiration IS NULL) OR (access_expiration <= NOW)) "
+              "AND       file_path IS NOT NULL AND (purged = 0 OR purged IS NULL) AND       "
+              "(transfer_status = 3 OR transfer_status = 2 OR (transfer_status = 2 AND size <= "
+              "1000))      ORDER BY distance_from_eos ASC, events.client_seq DESC, "
+              "events.creator_id DESC       LIMIT 7",
+              ", (streams.seq - events.preceding_seq) AS distance_from_eos "),
     "-[ZAVEventRepository "
     "eventContentsHavingExpiredDownloadURLsWithAutoDownloadMIMETypes:autodownloadMaxSize:limit:error:]",
     {4, 5, 8}};
@@ -129,16 +106,10 @@ const TransferQueue incompleteDownloads{
         return repository.eventContentsHavingIncompleteDownloadsWithLimit(limit, error);
     },
     true,
-    "SELECT event_content_parts.event_content_part_id, event_content_parts.event_database_identifier, "
-    "event_content_parts.type, event_content_parts.value, event_content_parts.access_expiration, "
-    "event_content_parts.url, event_content_parts.size, event_content_parts.transfer_status, "
-    "event_content_parts.file_path, event_content_parts.last_accessed, event_content_parts.purged, "
-    "events.client_id, events.seq, streams.stream_id, (streams.seq - events.preceding_seq) AS "
-    "distance_from_eos FROM event_content_parts LEFT JOIN events ON "
-    "(events.database_identifier = event_content_parts.event_database_identifier) LEFT JOIN streams ON "
-    "(streams.database_identifier = events.stream_database_identifier) WHERE ((url IS NOT NULL) AND "
-    "(access_expiration > NOW)) AND file_path IS NOT NULL AND transfer_status = 3 AND (purged = 0 OR purged "
-    "IS NULL) ORDER BY distance_from_eos ASC, events.client_seq DESC, events.creator_id DESC LIMIT 7",
+    partQuery("WHERE ((url IS NOT NULL) AND (access_expiration > NOW)) AND file_path IS NOT NULL "
+              "AND transfer_status = 3 AND (purged = 0 OR purged IS NULL) ORDER BY "
+              "distance_from_eos ASC, events.client_seq DESC, events.creator_id DESC LIMIT 7",
+              ", (streams.seq - events.preceding_seq) AS distance_from_eos"),
     "-[ZAVEventRepository eventContentsHavingIncompleteDownloadsWithLimit:error:]",
     {6, 7}};
 

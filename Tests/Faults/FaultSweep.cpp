@@ -10,7 +10,7 @@
 #include <set>
 #include <stdexcept>
 
-#include "DatabaseHandles.h"
+#include "Support/DatabaseHandles.h"
 #include "Support/LogCapture.h"
 #include "Support/TemporaryDirectory.h"
 

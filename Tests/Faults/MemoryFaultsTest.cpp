@@ -2,10 +2,10 @@
 #include <ZAVEventRepository/ZAVTransaction.h>
 #include <gtest/gtest.h>
 
-#include "DatabaseHandles.h"
 #include "Faults/FaultSweep.h"
 #include "Faults/FaultyAllocator.h"
 #include "Faults/FaultyFileSystem.h"
+#include "Support/DatabaseHandles.h"
 #include "Support/TestEffort.h"
 #include "Support/TestStore.h"
 

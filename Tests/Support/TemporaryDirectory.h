@@ -20,4 +20,7 @@ private:
     std::filesystem::path path_;
 };
 
+/// The bytes of a file; throws when it cannot be read.
+[[nodiscard]] std::string bytesOfFile(const std::string& path);
+
 }  // namespace zav::test

@@ -74,6 +74,10 @@ std::shared_ptr<FMDatabase> TestStore::secondConnection(int busyTimeoutMilliseco
     return database;
 }
 
+ZAVError errorOfSomebodyElse() {
+    return {"Elsewhere", 42, "an error of somebody else"};
+}
+
 ZAVUUID uuidNumber(int number) {
     ZAVUUID::Bytes bytes;
     bytes.fill(0x11);

@@ -43,6 +43,9 @@ private:
     ZAVEventRepository repository_;
 };
 
+/// What a caller's error cell holds before a call, to see whether the call writes it.
+[[nodiscard]] ZAVError errorOfSomebodyElse();
+
 /// A UUID whose last byte is `number` and whose others are 0x11.
 [[nodiscard]] ZAVUUID uuidNumber(int number);
 

@@ -13,7 +13,6 @@
 #include <csignal>
 #include <cstring>
 #include <fstream>
-#include <iterator>
 #include <sstream>
 #include <stdexcept>
 #include <string_view>
@@ -288,14 +287,6 @@ std::vector<nlohmann::json> fieldOfLines(const std::string& text, const std::str
         values.push_back(line.value(field, nlohmann::json()));
     }
     return values;
-}
-
-std::string bytesOfFile(const std::string& path) {
-    std::ifstream stream(path, std::ios::binary);
-    if (!stream) {
-        throw std::runtime_error("cannot read " + path);
-    }
-    return {std::istreambuf_iterator<char>(stream), {}};
 }
 
 }  // namespace zav::test

@@ -93,6 +93,4 @@ private:
 /// One field of each of the lines; null where a line has none.
 [[nodiscard]] std::vector<nlohmann::json> fieldOfLines(const std::string& text, const std::string& field);
 
-[[nodiscard]] std::string bytesOfFile(const std::string& path);
-
 }  // namespace zav::test

@@ -3,8 +3,6 @@
 #include <ZAVEventRepository/FMDatabase.h>
 #include <sqlite3.h>
 
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -77,12 +75,6 @@ inline void run(FMDatabase& database, const std::string& script) {
         count += sqlite3_stmt_busy(statement) != 0 ? 1 : 0;
     }
     return count;
-}
-
-/// The bytes of a file; none when there is no such file.
-[[nodiscard]] inline std::string bytesOfFile(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
 /// A file with a table `t (a)` of three rows, and two connections to it.

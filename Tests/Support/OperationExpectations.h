@@ -8,8 +8,8 @@
 #include <utility>
 #include <vector>
 
-#include "StatementInterruption.h"
 #include "Support/LogCapture.h"
+#include "Support/StatementInterruption.h"
 #include "Support/StatementTrace.h"
 #include "Support/TestStore.h"
 
@@ -27,10 +27,6 @@ struct ExpectedOperation {
     LogRecord failure;
 };
 
-inline ZAVError unrelatedError() {
-    return {"Elsewhere", 42, "an error of somebody else"};
-}
-
 /// The failure of `operation` with the error appended to its message.
 inline LogRecord failureWith(const ExpectedOperation& operation, const ZAVError& error) {
     LogRecord line = operation.failure;
@@ -41,10 +37,10 @@ inline LogRecord failureWith(const ExpectedOperation& operation, const ZAVError&
 /// Runs an operation that does not fail, and checks that it answers `answer`, says no more than its verbose
 /// line and leaves the caller's error as it was.
 inline void expectNoFailure(const TestStore& store, const ExpectedOperation& operation, bool answer) {
-    ZAVError error = unrelatedError();
+    ZAVError error = errorOfSomebodyElse();
     const LogCapture log;
     EXPECT_EQ(operation.run(store.repository(), &error), answer) << operation.announcement.message;
-    EXPECT_EQ(error, unrelatedError())
+    EXPECT_EQ(error, errorOfSomebodyElse())
         << "nothing failed, yet the caller's error became " << error.description();
     EXPECT_EQ(log.records(), std::vector{operation.announcement});
     EXPECT_EQ(operation.run(store.repository(), nullptr), answer) << "without an error to fill";
@@ -54,7 +50,7 @@ inline void expectNoFailure(const TestStore& store, const ExpectedOperation& ope
 /// Runs an operation that must fail, and checks all that a caller sees of it.
 inline void expectFailure(const TestStore& store, const ExpectedOperation& operation,
                           const ZAVError& expected) {
-    ZAVError error = unrelatedError();
+    ZAVError error = errorOfSomebodyElse();
     const LogCapture log;
     const std::vector lines{operation.announcement, failureWith(operation, expected)};
     EXPECT_FALSE(operation.run(store.repository(), &error)) << "the failure was not reported";

@@ -28,6 +28,24 @@ inline void addPart(const TestStore& store, int index, const std::string& column
                   values + ")");
 }
 
+/// The statement of a lookup or a queue: the columns of a part and of what it belongs to, and
+/// `furtherColumn`, where `condition` holds.
+[[nodiscard]] inline std::string partQuery(const std::string& condition,
+                                           const std::string& furtherColumn = "") {
+    return "SELECT event_content_parts.event_content_part_id, "
+           "event_content_parts.event_database_identifier, event_content_parts.type, "
+           "event_content_parts.value, event_content_parts.access_expiration, "
+           "event_content_parts.url, event_content_parts.size, "
+           "event_content_parts.transfer_status, event_content_parts.file_path, "
+           "event_content_parts.last_accessed, event_content_parts.purged, events.client_id, "
+           "events.seq, streams.stream_id" +
+           furtherColumn +
+           " FROM event_content_parts LEFT JOIN events ON (events.database_identifier = "
+           "event_content_parts.event_database_identifier) LEFT JOIN streams ON "
+           "(streams.database_identifier = events.stream_database_identifier) " +
+           condition;
+}
+
 /// The indexes of the parts that an operation answered, in the set's order.
 [[nodiscard]] inline Indexes indexesOf(const std::optional<ZAVSet<ZAVEventContent>>& parts) {
     Indexes indexes;
@@ -94,10 +112,6 @@ template <class Call>
     DDLog::setSink(sink);
     call(&sink->error);
     return sink->lines;
-}
-
-[[nodiscard]] inline ZAVError errorOfSomebodyElse() {
-    return {"Elsewhere", 42, "an error of somebody else"};
 }
 
 }  // namespace zav::test
