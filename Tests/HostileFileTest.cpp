@@ -332,6 +332,17 @@ private:
     sqlite3* connection_ = nullptr;
 };
 
+/// The names of the tables that the event store makes.
+Lines tablesOf(FMDatabase& database) {
+    Lines names;
+    auto rows = database.executeQuery(
+        "SELECT name FROM sqlite_master WHERE type = 'table' AND name NOT LIKE 'sqlite%' ORDER BY name");
+    while (rows && rows->next()) {
+        names.push_back(rows->stringForColumnIndex(0).value_or(""));
+    }
+    return names;
+}
+
 /// What came of opening a file and running every operation on it.
 struct Outcome {
     bool opened = false;
@@ -529,17 +540,36 @@ protected:
         if (sqlite3_libversion_number() < GetParam().neededEngine) {
             GTEST_SKIP() << "this engine is too old for it";
         }
-        const std::string failure = AttackersConnection(path_).attempt(GetParam().script);
+        const std::string copy = directory_.file("copy.db");
+        writeFile(copy, genuineStore());
+        const std::string failure = AttackersConnection(copy).attempt(GetParam().script);
         if (failure.starts_with("no such module")) {
             GTEST_SKIP() << "this engine was built without it: " << failure;
         }
         ASSERT_EQ(failure, "") << GetParam().script;
         sideEffects = 0;
     }
+
+    /// What opening refuses can still be put behind a handle that is open already.
+    Outcome useWhileItIsTamperedWith() {
+        return use([this](FMDatabase&) {
+            tamper(GetParam().script);
+            sideEffects = 0;
+        });
+    }
 };
 
 TEST_P(TamperedSchema, IsRefusedOrUsedWithoutHarm) {
+    tamper(GetParam().script);
+    sideEffects = 0;
     const Outcome outcome = use();
+    EXPECT_EQ(outcome.stopped, std::set<std::string>{}) << "these went on and on";
+    EXPECT_EQ(sideEffects, 0);
+}
+
+TEST_P(TamperedSchema, IsUsedWithoutHarmByAHandleThatWasOpenBefore) {
+    const Outcome outcome = useWhileItIsTamperedWith();
+    ASSERT_TRUE(outcome.opened) << outcome.refusal.description();
     EXPECT_EQ(outcome.stopped, std::set<std::string>{}) << "these went on and on";
     EXPECT_EQ(sideEffects, 0);
 }
@@ -772,9 +802,10 @@ const std::string everyUse =
 class SchemaWithSideEffects : public TamperedSchema {};
 
 TEST_P(SchemaWithSideEffects, CausesNone) {
-    ASSERT_NO_FATAL_FAILURE(use());
+    ASSERT_NO_FATAL_FAILURE(useWhileItIsTamperedWith());
     EXPECT_EQ(sideEffects, 0) << "the schema called what it must not call";
-    expectNothingElseTouched();
+    ASSERT_NO_FATAL_FAILURE(use());
+    EXPECT_EQ(sideEffects, 0) << "the schema of a file that is opened called what it must not call";
 
     writeFile(path_, genuineStore());
     const AttackersConnection attacker(path_);
@@ -896,41 +927,199 @@ INSTANTIATE_TEST_SUITE_P(
     nameOf);
 
 TEST_F(HostileFile, AViewThatNeverEndsCanBeInterrupted) {
-    tamper(inPlaceOf("streams", "CREATE VIEW streams AS " + endlessNumbers));
-    const Outcome outcome = use();
+    const Outcome outcome = use(
+        [this](FMDatabase&) { tamper(inPlaceOf("streams", "CREATE VIEW streams AS " + endlessNumbers)); });
+    ASSERT_TRUE(outcome.opened) << outcome.refusal.description();
     for (const std::string& name : outcome.stopped) {
         EXPECT_TRUE(outcome.codes.contains(name)) << name << " was interrupted and said nothing of it";
     }
-    if (outcome.opened) {
-        EXPECT_TRUE(outcome.stopped.contains("allEvents")) << "nothing was proved: the view ended";
-        EXPECT_EQ(outcome.codes.at("allEvents"), SQLITE_INTERRUPT);
-    }
+    EXPECT_TRUE(outcome.stopped.contains("allEvents")) << "nothing was proved: the view ended";
+    EXPECT_EQ(outcome.codes.at("allEvents"), SQLITE_INTERRUPT);
 }
 
 TEST_F(HostileFile, ATriggerThatNeverEndsCanBeInterruptedAndLeavesNothingBehind) {
-    tamper(
-        "CREATE TRIGGER t AFTER INSERT ON synced_changes BEGIN INSERT INTO messages (seq) SELECT seq FROM (" +
-        endlessNumbers + "); END");
-    const Outcome outcome = use();
-    if (outcome.opened) {
-        EXPECT_EQ(outcome.stopped, std::set<std::string>{"recordChange"});
-        EXPECT_EQ(outcome.codes.at("recordChange"), SQLITE_INTERRUPT);
-    }
+    const Outcome outcome = use([this](FMDatabase&) {
+        tamper(
+            "CREATE TRIGGER t AFTER INSERT ON synced_changes BEGIN INSERT INTO messages (seq) SELECT seq "
+            "FROM (" +
+            endlessNumbers + "); END");
+    });
+    ASSERT_TRUE(outcome.opened) << outcome.refusal.description();
+    EXPECT_EQ(outcome.stopped, std::set<std::string>{"recordChange"});
+    EXPECT_EQ(outcome.codes.at("recordChange"), SQLITE_INTERRUPT);
     EXPECT_EQ(
         scalar(*openHandle(path_), "SELECT COUNT(*) FROM messages WHERE event_database_identifier IS NULL"),
         "0")
         << "half of an endless statement was stored";
 }
 
-TEST_F(HostileFile, ASchemaThatIsMissingIsFoundByEachOperation) {
-    fs::remove(path_);
-    tamper("PRAGMA user_version = " + std::to_string(ZAVDatabaseSchema::currentVersion()));
-    const Outcome outcome = use();
+TEST_F(HostileFile, ASchemaThatGoesMissingIsFoundByEachOperation) {
+    const Outcome outcome = use([this](FMDatabase& database) {
+        std::string script;
+        for (const std::string& table : tablesOf(database)) {
+            script += "DROP TABLE " + table + ";";
+        }
+        tamper(script);
+    });
+    ASSERT_TRUE(outcome.opened) << outcome.refusal.description();
     for (const Operation& operation : everyOperation()) {
-        if (outcome.opened && operation.report != FailureReport::nothing) {
+        if (operation.report != FailureReport::nothing) {
             EXPECT_TRUE(outcome.codes.contains(operation.name)) << operation.name << " needs no table";
         }
     }
+}
+
+/// The first line in which two texts differ, from both; empty when they do not.
+std::string firstDifference(const Lines& left, const Lines& right) {
+    const auto lineOf = [](const Lines& lines, std::size_t index) {
+        return index < lines.size() ? lines[index].substr(0, 300) : std::string("nothing");
+    };
+    const auto [one, other] = std::mismatch(left.begin(), left.end(), right.begin(), right.end());
+    if (one == left.end() && other == right.end()) {
+        return {};
+    }
+    const auto index = static_cast<std::size_t>(one - left.begin());
+    return lineOf(left, index) + "\n" + lineOf(right, index);
+}
+
+// What is refused, and what is the application's own
+
+class ObjectionableSchema : public HostileFile {
+protected:
+    /// Opening answers an error that says `message`, and leaves the database and its log as they are.
+    void expectRefusal(const std::string& message) const {
+        const Lines before = databaseAndLog();
+        ZAVError error;
+        EXPECT_EQ(ZAVDatabaseSchema::openDatabase(path_, {}, &error), nullptr);
+        EXPECT_EQ(error, ZAVError("ZAVDatabase", ZAVDatabaseErrorForeignSchema, message));
+        EXPECT_EQ(firstDifference(databaseAndLog(), before), "") << "a file that was refused was written";
+    }
+
+    void expectRefusalAfter(const std::string& script, const std::string& message) const {
+        SCOPED_TRACE(script);
+        writeFile(path_, genuineStore());
+        ASSERT_NO_FATAL_FAILURE(tamper(script));
+        expectRefusal(message);
+    }
+
+private:
+    /// An empty log is none.
+    [[nodiscard]] Lines databaseAndLog() const {
+        const std::string log = path_ + "-wal";
+        return {bytesOfFile(path_), fs::exists(log) ? bytesOfFile(log) : ""};
+    }
+};
+
+TEST_F(ObjectionableSchema, WithATriggerIsRefused) {
+    for (const std::string table : {"events", "EVENTS", "synced_changes", "keyed_values_local"}) {
+        expectRefusalAfter("CREATE TRIGGER planted AFTER INSERT ON " + table + " BEGIN SELECT 1; END",
+                           "the database has the trigger planted, which the event store does not make");
+    }
+}
+
+TEST_F(ObjectionableSchema, WithATriggerOfAnApplicationsTableIsRefused) {
+    expectRefusalAfter(
+        "CREATE TABLE notes (a); CREATE TRIGGER planted AFTER INSERT ON notes BEGIN DELETE "
+        "FROM events; END",
+        "the database has the trigger planted, which the event store does not make");
+}
+
+TEST_F(ObjectionableSchema, WithATriggerThatClaimsToBeSomethingElseIsRefused) {
+    for (const std::string type : {"TRIGGER", "Trigger"}) {
+        expectRefusalAfter("CREATE TRIGGER planted AFTER INSERT ON events BEGIN DELETE FROM streams; END;" +
+                               ofSchemaRow("planted", "type = '" + type + "'"),
+                           "the database has the " + type + " planted, which the event store does not make");
+    }
+}
+
+TEST_F(ObjectionableSchema, WithAViewIsRefused) {
+    expectRefusalAfter("CREATE VIEW summary AS SELECT COUNT(*) FROM events",
+                       "the database has the view summary, which the event store does not make");
+    for (const std::string& table : tablesOf(*ZAVDatabaseSchema::openDatabase(":memory:"))) {
+        expectRefusalAfter(inPlaceOf(table, "CREATE VIEW " + table + " AS SELECT * FROM stored"),
+                           "the database has the view " + table + ", which the event store does not make");
+    }
+}
+
+TEST_F(ObjectionableSchema, WithoutATableIsRefused) {
+    for (const std::string& table : tablesOf(*ZAVDatabaseSchema::openDatabase(":memory:"))) {
+        expectRefusalAfter("DROP TABLE " + table,
+                           "the database lacks the table " + table + " of the event store");
+    }
+}
+
+TEST_F(ObjectionableSchema, WithAnIndexOfTheNameOfATableThatIsMissingIsRefused) {
+    expectRefusalAfter("DROP TABLE events; CREATE INDEX events ON streams (seq)",
+                       "the database lacks the table events of the event store");
+}
+
+TEST_F(ObjectionableSchema, WithoutAnyTableIsRefused) {
+    fs::remove(path_);
+    tamper("PRAGMA user_version = " + std::to_string(ZAVDatabaseSchema::currentVersion()));
+    expectRefusal("the database lacks the table conversation_participants of the event store");
+}
+
+TEST_F(ObjectionableSchema, WithAVirtualTableInPlaceOfOneIsRefused) {
+    const std::string script =
+        inPlaceOf("streams", "CREATE VIRTUAL TABLE streams USING rtree(database_identifier, stream_id, seq)");
+    if (const std::string failure = AttackersConnection(path_).attempt(script);
+        failure.starts_with("no such module")) {
+        GTEST_SKIP() << failure;
+    }
+    const std::string message =
+        "the database has the virtual table streams in place of the event store's table";
+    expectRefusalAfter(script, message);
+    expectRefusalAfter(script + ofSchemaRow("streams", "rootpage = 5"), message);
+}
+
+TEST_F(ObjectionableSchema, WhoseColumnsContradictItsStatementsIsRefusedByTheEngine) {
+    if (sqlite3_libversion_number() < 3040000) {
+        GTEST_SKIP() << "an older engine may believe it";
+    }
+    tamper(inPlaceOf("streams", "CREATE VIEW streams AS SELECT * FROM stored") + "CREATE TABLE empty (a);" +
+           ofSchemaRow("streams", "type = 'table', name = 'x', tbl_name = 'x'") +
+           ofSchemaRow("empty", "name = 'streams', tbl_name = 'streams'"));
+    ZAVError error;
+    EXPECT_EQ(ZAVDatabaseSchema::openDatabase(path_, {}, &error), nullptr);
+    EXPECT_EQ(error.code() & 0xFF, SQLITE_CORRUPT) << error.description();
+}
+
+TEST_F(ObjectionableSchema, WithAStatementThatTheEngineDoesNotWriteIsRefused) {
+    expectRefusalAfter(ofSchemaRow("streams", "sql = replace(sql, 'CREATE TABLE', 'create/**/table')"),
+                       "the database has the table streams, which the event store does not make");
+}
+
+TEST_F(ObjectionableSchema, InALogThatIsNotYetFoldedIsRefusedAndTheLogIsKept) {
+    const std::string victim = directory_.file("victim.db");
+    writeFile(victim, genuineStore());
+    const AttackersConnection attacker(victim);
+    ASSERT_EQ(attacker.attempt("CREATE TRIGGER planted AFTER INSERT ON events BEGIN SELECT 1; END"), "");
+    writeFile(path_, bytesOfFile(victim));
+    writeFile(path_ + "-wal", bytesOfFile(victim + "-wal"));
+    ASSERT_GT(fs::file_size(path_ + "-wal"), 0U) << "nothing was proved: the log was folded";
+    expectRefusal("the database has the trigger planted, which the event store does not make");
+}
+
+TEST_F(ObjectionableSchema, IsRefusedToWhoeverOnlyReadsAsWell) {
+    tamper("CREATE VIEW summary AS SELECT 1");
+    FMDatabaseOptions options;
+    options.access = FMDatabaseOptions::Access::readOnly;
+    ZAVError error;
+    EXPECT_EQ(ZAVDatabaseSchema::openDatabase(path_, options, &error), nullptr);
+    EXPECT_EQ(error.code(), ZAVDatabaseErrorForeignSchema) << error.description();
+}
+
+TEST_F(HostileFile, WithTablesAndIndexesOfTheApplicationIsNotHostile) {
+    tamper(
+        "CREATE TABLE notes (a PRIMARY KEY, b REFERENCES events); CREATE TABLE more AS SELECT * FROM streams;"
+        "CREATE UNIQUE INDEX notes_by_b ON notes (b); CREATE INDEX events_by_type ON events (type);"
+        "CREATE TABLE numbered (a INTEGER PRIMARY KEY AUTOINCREMENT) ; ANALYZE");
+    static_cast<void>(
+        AttackersConnection(path_).attempt("CREATE VIRTUAL TABLE words USING fts5(a); INSERT INTO words "
+                                           "VALUES ('x')"));
+    const Outcome outcome = use();
+    EXPECT_TRUE(outcome.opened) << outcome.refusal.description();
+    EXPECT_EQ(outcome.succeeded.size(), everyOperation().size());
 }
 
 TEST_F(HostileFile, TheTablesBehindAFullTextIndexCannotBeWritten) {
@@ -975,19 +1164,6 @@ Lines answersOn(const std::shared_ptr<FMDatabase>& database) {
         EXPECT_FALSE(error) << operation.name << ": " << error.description();
     }
     return texts;
-}
-
-/// The first line in which two texts differ, from both; empty when they do not.
-std::string firstDifference(const Lines& left, const Lines& right) {
-    const auto lineOf = [](const Lines& lines, std::size_t index) {
-        return index < lines.size() ? lines[index].substr(0, 300) : std::string("nothing");
-    };
-    const auto [one, other] = std::mismatch(left.begin(), left.end(), right.begin(), right.end());
-    if (one == left.end() && other == right.end()) {
-        return {};
-    }
-    const auto index = static_cast<std::size_t>(one - left.begin());
-    return lineOf(left, index) + "\n" + lineOf(right, index);
 }
 
 class FileOfAnotherForm : public testing::TestWithParam<Form> {};

@@ -28,15 +28,6 @@ void keepForeignHandsOff(sqlite3* connection) noexcept {
 #endif
 }
 
-/// A file that is refused is left as it was found: not even its write-ahead log is folded into it.
-void leaveUntouchedOnClose(sqlite3* connection) noexcept {
-#ifdef SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE
-    sqlite3_db_config(connection, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
-#else
-    static_cast<void>(connection);
-#endif
-}
-
 int prepareStatement(sqlite3* connection, std::string_view sql, sqlite3_stmt** statement,
                      const char** tail) noexcept {
     const int size = static_cast<int>(sql.size());
@@ -99,7 +90,7 @@ std::shared_ptr<FMDatabase> FMDatabase::databaseWithPath(const std::string& path
         return nullptr;
     }
     if (!database->configure(options)) {
-        leaveUntouchedOnClose(connection);
+        database->leaveUntouchedOnClose();
         ZAVStoreError(error, database->lastError());
         return nullptr;
     }
@@ -149,6 +140,13 @@ bool FMDatabase::configure(const FMDatabaseOptions& options) {
     }
     return !options.writeAheadLog || options.access == FMDatabaseOptions::Access::readOnly ||
            useWriteAheadLog();
+}
+
+/// A file that is refused is left as it was found: not even its write-ahead log is folded into it.
+void FMDatabase::leaveUntouchedOnClose() noexcept {
+#ifdef SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE
+    sqlite3_db_config(connection_, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+#endif
 }
 
 bool FMDatabase::useWriteAheadLog() {

@@ -110,11 +110,13 @@ public:
 
 private:
     friend class FMResultSet;
+    friend class ZAVDatabaseSchema;
     friend class ZAVTransaction;
 
     FMDatabase(sqlite3* connection, std::size_t statementCacheCapacity);
 
     [[nodiscard]] bool configure(const FMDatabaseOptions& options);
+    void leaveUntouchedOnClose() noexcept;
     [[nodiscard]] std::optional<FMResultSet> query(std::string_view sql, std::span<const FMParameter> values);
     bool update(std::string_view sql, std::span<const FMParameter> values);
     [[nodiscard]] ZAVStatement* borrow(std::string_view sql, std::span<const FMParameter> values,

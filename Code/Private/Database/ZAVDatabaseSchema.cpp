@@ -1,5 +1,8 @@
 #include "Private/Database/ZAVDatabaseSchema.h"
 
+#include <initializer_list>
+#include <set>
+#include <string_view>
 #include <utility>
 
 #include "Private/Database/ZAVSchemaMigrations.h"
@@ -22,6 +25,14 @@ bool fail(ZAVError* error, const ZAVError& reason) {
     return false;
 }
 
+ZAVError foreignSchema(std::initializer_list<std::string_view> words) {
+    std::string message = "the database ";
+    for (const std::string_view word : words) {
+        message += word;
+    }
+    return {ZAVErrorDomainDatabase, ZAVDatabaseErrorForeignSchema, message};
+}
+
 /// The version of a database that can be brought up to date: it is the library's own, of a version that is
 /// known, or empty. None for any other.
 std::optional<std::int32_t> migratableVersion(FMDatabase& database, ZAVError* error) {
@@ -40,11 +51,86 @@ std::optional<std::int32_t> migratableVersion(FMDatabase& database, ZAVError* er
         return std::nullopt;
     }
     if (version && (*version < 0 || (*version == 0 && *tables != 0))) {
-        ZAVStoreError(error, {ZAVErrorDomainDatabase, ZAVDatabaseErrorForeignSchema,
-                              "the database has tables, but no schema version of the event store"});
+        ZAVStoreError(error, foreignSchema({"has tables, but no schema version of the event store"}));
         return std::nullopt;
     }
     return version;
+}
+
+using Names = std::set<std::string, std::less<>>;
+
+constexpr std::string_view makesTableOnItsLine = "\nCREATE TABLE ";
+constexpr std::string_view makesTable = makesTableOnItsLine.substr(1);
+constexpr std::string_view makesVirtualTable = "CREATE VIRTUAL TABLE ";
+
+/// The tables that the first `version` migrations make.
+Names tablesOfVersion(std::int32_t version) {
+    Names names;
+    for (const ZAVSchemaMigration& migration :
+         ZAVSchemaMigrations().first(static_cast<std::size_t>(version))) {
+        const std::string_view sql = migration.sql;
+        for (auto at = sql.find(makesTableOnItsLine); at != std::string_view::npos;
+             at = sql.find(makesTableOnItsLine, at)) {
+            at += makesTableOnItsLine.size();
+            names.emplace(sql.substr(at, sql.find(' ', at) - at));
+        }
+    }
+    return names;
+}
+
+/// One row of the schema table.
+struct SchemaRow {
+    std::string type;
+    std::string name;
+    std::string sql;  ///< empty for an index that the engine made by itself
+};
+
+/// Whether a row makes a table or an index. Its statement tells, which the engine writes in this form and
+/// acts upon; the other columns of a file from hostile hands may say anything.
+bool isTableOrIndex(const SchemaRow& row) {
+    return row.sql.empty() || row.sql.starts_with(makesTable) || row.sql.starts_with(makesVirtualTable) ||
+           row.sql.starts_with("CREATE INDEX ") || row.sql.starts_with("CREATE UNIQUE INDEX ");
+}
+
+/// What makes a row unacceptable beside the event store's `tables`; empty when nothing does. Tables and
+/// indexes of other names belong to the application.
+ZAVError objectionTo(const SchemaRow& row, const Names& tables) {
+    if (!isTableOrIndex(row)) {
+        return foreignSchema({"has the ", row.type, " ", row.name, ", which the event store does not make"});
+    }
+    if (row.sql.starts_with(makesVirtualTable) && tables.contains(row.name)) {
+        return foreignSchema({"has the virtual table ", row.name, " in place of the event store's table"});
+    }
+    return {};
+}
+
+/// Whether the tables of a database are those of the event store, and no trigger or view stands in between:
+/// what an operation reads and writes is then what its description says.
+bool hasTablesOfVersion(FMDatabase& database, std::int32_t version, ZAVError* error) {
+    const Names tables = tablesOfVersion(version);
+    Names missing = tables;
+    ZAVError objection;
+    ZAVError failure;
+    auto rows = database.executeQuery("SELECT type, substr(name, 1, 100), sql FROM sqlite_master");
+    if (!rows) {
+        return fail(error, database.lastError());
+    }
+    while (!objection && rows->nextWithError(&failure)) {
+        const SchemaRow row{rows->stringForColumnIndex(0).value_or(""),
+                            rows->stringForColumnIndex(1).value_or(""),
+                            rows->stringForColumnIndex(2).value_or("")};
+        objection = objectionTo(row, tables);
+        if (row.sql.starts_with(makesTable)) {
+            missing.erase(row.name);
+        }
+    }
+    if (failure || !rows->closeWithError(&failure)) {
+        return fail(error, failure);
+    }
+    if (!objection && !missing.empty()) {
+        objection = foreignSchema({"lacks the table ", *missing.begin(), " of the event store"});
+    }
+    return !objection || fail(error, objection);
 }
 
 }  // namespace
@@ -63,7 +149,9 @@ std::shared_ptr<FMDatabase> ZAVDatabaseSchema::openDatabase(const std::string& p
     if (!database) {
         return nullptr;
     }
-    if (!migratableVersion(*database, error)) {
+    const auto version = migratableVersion(*database, error);
+    if (!version || (*version > 0 && !hasTablesOfVersion(*database, *version, error))) {
+        database->leaveUntouchedOnClose();
         return nullptr;
     }
     if (writeAheadLog && !database->useWriteAheadLog()) {

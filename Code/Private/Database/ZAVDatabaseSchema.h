@@ -18,7 +18,9 @@ public:
 
     /// Opens a database file, makes it if there is none, and brings its schema up to date.
     ///
-    /// A database made by a newer version of the library is refused and left untouched.
+    /// A database made by a newer version of the library is refused and left untouched. So is one of the
+    /// library's own that lacks one of its tables, or has a trigger or a view: the error names it. Tables of
+    /// other names, virtual ones too, and further indexes belong to the application and may stand beside.
     /// @return the open handle; null on failure, with the reason in `error`.
     [[nodiscard]] static std::shared_ptr<FMDatabase> openDatabase(const std::string& path,
                                                                   FMDatabaseOptions options = {},

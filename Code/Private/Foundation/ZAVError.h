@@ -59,7 +59,7 @@ enum ZAVDatabaseErrorCode : int {
     ZAVDatabaseErrorTrailingText = 2,      ///< there is text after the first statement
     ZAVDatabaseErrorNoStatement = 3,       ///< the text holds no statement
     ZAVDatabaseErrorNewerSchema = 4,       ///< the database was made by a newer version of the library
-    ZAVDatabaseErrorForeignSchema = 5,     ///< the database has tables, but not those of the library
+    ZAVDatabaseErrorForeignSchema = 5,     ///< the tables, triggers and views are not those of the library
     ZAVDatabaseErrorUnsafeCompanion = 6,   ///< what stands beside the file as its journal must not be used
     ZAVDatabaseErrorTransactionEnded = 7,  ///< the transaction to commit is no longer open
 };
