@@ -10,6 +10,7 @@
 #include <limits>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -416,6 +417,53 @@ TEST_F(OpeningADatabase, KeepsTheModeOfTheFileWhenNoWriteAheadLogIsAskedFor) {
     FMDatabaseOptions chosen;
     chosen.writeAheadLog = false;
     EXPECT_EQ(scalar(*openHandle(path_, chosen), "PRAGMA journal_mode"), "wal");
+}
+
+/// The engine's own file system without shared memory, which a write-ahead log needs.
+class FileSystemWithoutSharedMemory {
+public:
+    static constexpr const char* name = "zav-without-shared-memory";
+
+    FileSystemWithoutSharedMemory() : reduced_(*original()) {
+        reduced_.zName = name;
+        reduced_.pNext = nullptr;
+        reduced_.xOpen = open;
+        if (sqlite3_vfs_register(&reduced_, 0) != SQLITE_OK) {
+            throw std::runtime_error("cannot register the file system");
+        }
+    }
+    ~FileSystemWithoutSharedMemory() { sqlite3_vfs_unregister(&reduced_); }
+    FileSystemWithoutSharedMemory(const FileSystemWithoutSharedMemory&) = delete;
+    FileSystemWithoutSharedMemory& operator=(const FileSystemWithoutSharedMemory&) = delete;
+
+private:
+    static sqlite3_vfs* original() {
+        static sqlite3_vfs* const vfs = sqlite3_vfs_find(nullptr);
+        return vfs;
+    }
+
+    static int open(sqlite3_vfs*, const char* path, sqlite3_file* file, int flags, int* flagsOut) {
+        const int status = original()->xOpen(original(), path, file, flags, flagsOut);
+        if (status == SQLITE_OK && (flags & SQLITE_OPEN_MAIN_DB) != 0) {
+            static sqlite3_io_methods methods = *file->pMethods;
+            methods.iVersion = 1;  // the version that knows nothing of shared memory
+            file->pMethods = &methods;
+        }
+        return status;
+    }
+
+    sqlite3_vfs reduced_;
+};
+
+TEST_F(OpeningADatabase, WaitsForTheDeviceAsAJournalNeedsItWhereNoWriteAheadLogCanBeHad) {
+    const FileSystemWithoutSharedMemory files;
+    FMDatabaseOptions options;
+    options.vfs = FileSystemWithoutSharedMemory::name;
+    const auto database = openHandle(path_, options);
+    run(*database, "CREATE TABLE t (a)");
+    EXPECT_EQ(scalar(*database, "PRAGMA journal_mode"), "delete");
+    EXPECT_EQ(scalar(*database, "PRAGMA synchronous"), "3")
+        << "a journal's deletion is the commit, and was not waited for";
 }
 
 TEST_F(OpeningADatabase, TakesADatabaseInMemory) {

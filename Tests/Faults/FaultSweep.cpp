@@ -327,6 +327,14 @@ SweepTally sweepOpening(bool exists, const FaultInjector& injector, const FMData
         ++(database ? tally.absorbed : tally.reported);
         EXPECT_EQ(error == fromBefore, database != nullptr) << "the answer and the error do not agree";
         EXPECT_NE(error, ZAVError()) << "opening failed with an empty error";
+        EXPECT_NE(error.domain(), ZAVErrorDomainDatabase)
+            << "a fault was taken for a mistake in the store: " << error.description();
+        if (database) {
+            EXPECT_EQ(scalar(*database, "PRAGMA journal_mode"), options.writeAheadLog ? "wal" : "delete")
+                << "the store was opened in another mode than was asked for";
+            EXPECT_EQ(scalar(*database, "PRAGMA synchronous"), options.writeAheadLog ? "2" : "3")
+                << "the store waits for the device less than was asked for";
+        }
         database.reset();
         database = ZAVDatabaseSchema::openDatabase(path, options, &error);
         EXPECT_NE(database, nullptr) << "the store cannot be opened any more: " << error.description();

@@ -159,8 +159,17 @@ bool FMDatabase::useWriteAheadLog() {
         }
         sqlite3_sleep(pauseInMilliseconds);
     }
+    // Where the file system shares no memory, and in memory, the engine keeps to the journal without a word.
+    auto mode = executeQuery("PRAGMA journal_mode");
+    if (!mode || !mode->next()) {
+        return false;
+    }
+    const bool hasLog = mode->stringForColumnIndex(0) == "wal";
+    if (!mode->closeWithError(nullptr)) {
+        return false;
+    }
     // With a log nothing is deleted at a commit, and FULL is enough.
-    return !isDurable_ || executeStatements("PRAGMA synchronous=FULL");
+    return !isDurable_ || !hasLog || executeStatements("PRAGMA synchronous=FULL");
 }
 
 std::optional<FMResultSet> FMDatabase::executeQueryWithArgumentsInArray(std::string_view sql,
