@@ -3,7 +3,6 @@
 #include <sqlite3.h>
 
 #include <utility>
-#include <vector>
 
 #include "Private/Database/ZAVDatabaseCompanions.h"
 #include "Private/Database/ZAVStatementCache.h"
@@ -36,25 +35,6 @@ int prepareStatement(sqlite3* connection, std::string_view sql, sqlite3_stmt** s
 #else
     return sqlite3_prepare_v2(connection, sql.data(), size, statement, tail);
 #endif
-}
-
-int bind(sqlite3_stmt* statement, int position, const FMParameter& value,
-         sqlite3_destructor_type lifetime) noexcept {
-    switch (value.kind()) {
-        case FMParameter::Kind::integer:
-            return sqlite3_bind_int64(statement, position, value.integer());
-        case FMParameter::Kind::real:
-            return sqlite3_bind_double(statement, position, value.real());
-        case FMParameter::Kind::text: {
-            const char* text = value.bytes() == nullptr ? "" : static_cast<const char*>(value.bytes());
-            return sqlite3_bind_text64(statement, position, text, value.size(), lifetime, SQLITE_UTF8);
-        }
-        case FMParameter::Kind::blob:
-            return sqlite3_bind_blob64(statement, position, value.bytes(), value.size(), lifetime);
-        case FMParameter::Kind::null:
-            break;
-    }
-    return sqlite3_bind_null(statement, position);
 }
 
 bool isBlank(std::string_view text) noexcept {
@@ -174,14 +154,12 @@ bool FMDatabase::useWriteAheadLog() {
 
 std::optional<FMResultSet> FMDatabase::executeQueryWithArgumentsInArray(std::string_view sql,
                                                                         std::span<const ZAVValue> arguments) {
-    const std::vector<FMParameter> parameters(arguments.begin(), arguments.end());
-    return query(sql, parameters);
+    return query(statementWithArguments(sql, Bytes::copied, arguments));
 }
 
 bool FMDatabase::executeUpdateWithArgumentsInArray(std::string_view sql,
                                                    std::span<const ZAVValue> arguments) {
-    const std::vector<FMParameter> parameters(arguments.begin(), arguments.end());
-    return update(sql, parameters);
+    return update(statementWithArguments(sql, Bytes::referredTo, arguments));
 }
 
 bool FMDatabase::prepare(std::string_view sql) {
@@ -231,16 +209,66 @@ std::size_t FMDatabase::openResultSets() const noexcept {
     return statements_->cursorCount();
 }
 
-std::optional<FMResultSet> FMDatabase::query(std::string_view sql, std::span<const FMParameter> values) {
-    ZAVStatement* const statement = borrow(sql, values, true);
+ZAVStatement* FMDatabase::statementWithArguments(std::string_view sql, Bytes bytes,
+                                                 std::span<const ZAVValue> arguments) {
+    ZAVStatement* const statement = lendForValues(sql, arguments.size());
+    if (statement == nullptr) {
+        return nullptr;
+    }
+    int position = 0;
+    for (const ZAVValue& argument : arguments) {
+        if (!bind(*statement, ++position, argument, bytes)) {
+            return nullptr;
+        }
+    }
+    return statement;
+}
+
+bool FMDatabase::bindInteger(ZAVStatement& statement, int position, std::int64_t value) {
+    return sqlite3_bind_int64(statement.handle(), position, value) == SQLITE_OK || discardUnbound(statement);
+}
+
+bool FMDatabase::bindReal(ZAVStatement& statement, int position, double value) {
+    return sqlite3_bind_double(statement.handle(), position, value) == SQLITE_OK || discardUnbound(statement);
+}
+
+bool FMDatabase::bindBytes(ZAVStatement& statement, int position, const FMParameter& value, Bytes bytes) {
+    statement.noteBytesAt(position);
+    const void* content = value.bytes() == nullptr ? "" : value.bytes();
+    sqlite3_destructor_type lifetime = SQLITE_STATIC;
+    if (bytes == Bytes::copied) {
+        if (const void* const kept = statement.keep(content, value.size())) {
+            content = kept;
+        } else {
+            lifetime = SQLITE_TRANSIENT;
+        }
+    }
+    sqlite3_stmt* const handle = statement.handle();
+    const int status = value.kind() == FMParameter::Kind::text
+                           ? sqlite3_bind_text64(handle, position, static_cast<const char*>(content),
+                                                 value.size(), lifetime, SQLITE_UTF8)
+                           : sqlite3_bind_blob64(handle, position, content, value.size(), lifetime);
+    return status == SQLITE_OK || discardUnbound(statement);
+}
+
+bool FMDatabase::bindNull(ZAVStatement& statement, int position) {
+    return sqlite3_bind_null(statement.handle(), position) == SQLITE_OK || discardUnbound(statement);
+}
+
+bool FMDatabase::discardUnbound(ZAVStatement& statement) {
+    failWithEngineError();
+    statements_->discard(statement);
+    return false;
+}
+
+std::optional<FMResultSet> FMDatabase::query(ZAVStatement* statement) {
     if (statement == nullptr) {
         return std::nullopt;
     }
     return FMResultSet(*this, *statement);
 }
 
-bool FMDatabase::update(std::string_view sql, std::span<const FMParameter> values) {
-    ZAVStatement* const statement = borrow(sql, values, false);
+bool FMDatabase::update(ZAVStatement* statement) {
     if (statement == nullptr) {
         return false;
     }
@@ -257,35 +285,17 @@ bool FMDatabase::update(std::string_view sql, std::span<const FMParameter> value
     return true;
 }
 
-/// Lends the statement `sql` with `values` bound; null on failure. Values that are not copied must stay alive
-/// until the statement is given back.
-ZAVStatement* FMDatabase::borrow(std::string_view sql, std::span<const FMParameter> values, bool copyValues) {
+/// Lends the statement `sql` to bind so many values to; null on failure.
+ZAVStatement* FMDatabase::lendForValues(std::string_view sql, std::size_t valueCount) {
     ZAVStatement* const statement = lend(sql);
-    if (statement == nullptr) {
-        return nullptr;
+    if (statement == nullptr || statement->placeholderCount() == valueCount) {
+        return statement;
     }
-    const auto expected = static_cast<std::size_t>(sqlite3_bind_parameter_count(statement->handle()));
-    if (expected != values.size()) {
-        statements_->giveBack(*statement);
-        fail({ZAVErrorDomainDatabase, ZAVDatabaseErrorWrongValueCount,
-              "the statement has " + std::to_string(expected) + " placeholders, but " +
-                  std::to_string(values.size()) + " values were given: " + std::string(sql)});
-        return nullptr;
-    }
-    const sqlite3_destructor_type lifetime = copyValues ? SQLITE_TRANSIENT : SQLITE_STATIC;
-    int position = 0;
-    for (const FMParameter& value : values) {
-        ++position;
-        if (value.refersToBytes()) {
-            statement->noteBytesAt(position);
-        }
-        if (bind(statement->handle(), position, value, lifetime) != SQLITE_OK) {
-            failWithEngineError();
-            statements_->discard(*statement);
-            return nullptr;
-        }
-    }
-    return statement;
+    fail({ZAVErrorDomainDatabase, ZAVDatabaseErrorWrongValueCount,
+          "the statement has " + std::to_string(statement->placeholderCount()) + " placeholders, but " +
+              std::to_string(valueCount) + " values were given: " + std::string(sql)});
+    statements_->giveBack(*statement);
+    return nullptr;
 }
 
 /// Lends the statement `sql`, from the cache or prepared now; null on failure.

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <array>
 #include <chrono>
 #include <cstdint>
 #include <memory>
@@ -54,16 +53,14 @@ public:
     /// @return a cursor before the first row, or none on failure.
     template <class... Values>
     [[nodiscard]] std::optional<FMResultSet> executeQuery(std::string_view sql, const Values&... values) {
-        const std::array<FMParameter, sizeof...(Values)> parameters{FMParameter(values)...};
-        return query(sql, parameters);
+        return query(statementWithValues(sql, Bytes::copied, values...));
     }
 
     /// Runs a statement to its end. Rows that it may yield are passed over.
     /// @return whether it succeeded.
     template <class... Values>
     bool executeUpdate(std::string_view sql, const Values&... values) {
-        const std::array<FMParameter, sizeof...(Values)> parameters{FMParameter(values)...};
-        return update(sql, parameters);
+        return update(statementWithValues(sql, Bytes::referredTo, values...));
     }
 
     /// Prepares a statement ahead of its use and keeps it, so that running it needs no memory.
@@ -117,11 +114,50 @@ private:
 
     [[nodiscard]] bool configure(const FMDatabaseOptions& options);
     void leaveUntouchedOnClose() noexcept;
-    [[nodiscard]] std::optional<FMResultSet> query(std::string_view sql, std::span<const FMParameter> values);
-    bool update(std::string_view sql, std::span<const FMParameter> values);
-    [[nodiscard]] ZAVStatement* borrow(std::string_view sql, std::span<const FMParameter> values,
-                                       bool copyValues);
+    /// Whether a statement keeps a copy of the texts and byte strings bound to it. Those that it only refers
+    /// to must stay alive until it is given back.
+    enum class Bytes : bool { referredTo, copied };
+
+    /// Lends the statement `sql` with `values` bound; null on failure.
+    template <class... Values>
+    [[nodiscard]] ZAVStatement* statementWithValues(std::string_view sql, [[maybe_unused]] Bytes bytes,
+                                                    const Values&... values) {
+        ZAVStatement* const statement = lendForValues(sql, sizeof...(Values));
+        // Value by value, and not from an array: the compiler knows the kind of most.
+        [[maybe_unused]] int position = 0;
+        return statement != nullptr && (bind(*statement, ++position, FMParameter(values), bytes) && ...)
+                   ? statement
+                   : nullptr;
+    }
+    [[nodiscard]] ZAVStatement* statementWithArguments(std::string_view sql, Bytes bytes,
+                                                       std::span<const ZAVValue> arguments);
+
+    /// Binds one value. On failure the statement is discarded.
+    [[nodiscard]] bool bind(ZAVStatement& statement, int position, const FMParameter& value, Bytes bytes) {
+        switch (value.kind()) {
+            case FMParameter::Kind::integer:
+                return bindInteger(statement, position, value.integer());
+            case FMParameter::Kind::real:
+                return bindReal(statement, position, value.real());
+            case FMParameter::Kind::text:
+            case FMParameter::Kind::blob:
+                return bindBytes(statement, position, value, bytes);
+            case FMParameter::Kind::null:
+                break;
+        }
+        return bindNull(statement, position);
+    }
+    [[nodiscard]] bool bindInteger(ZAVStatement& statement, int position, std::int64_t value);
+    [[nodiscard]] bool bindReal(ZAVStatement& statement, int position, double value);
+    [[nodiscard]] bool bindBytes(ZAVStatement& statement, int position, const FMParameter& value,
+                                 Bytes bytes);
+    [[nodiscard]] bool bindNull(ZAVStatement& statement, int position);
+    bool discardUnbound(ZAVStatement& statement);
+
+    [[nodiscard]] std::optional<FMResultSet> query(ZAVStatement* statement);
+    bool update(ZAVStatement* statement);
     [[nodiscard]] ZAVStatement* lend(std::string_view sql);
+    [[nodiscard]] ZAVStatement* lendForValues(std::string_view sql, std::size_t valueCount);
     [[nodiscard]] bool leaveAbandonedTransaction();
     bool fail(ZAVError error);
     bool failWithEngineError();
@@ -130,8 +166,7 @@ private:
     std::unique_ptr<ZAVStatementCache> statements_;
     ZAVError lastError_;
     std::chrono::milliseconds busyTimeout_{0};
-    std::uint64_t transactionNumber_ =
-        0;  ///< another one for each transaction that a `ZAVTransaction` begins
+    std::uint64_t transactionNumber_ = 0;  ///< another for each transaction that a `ZAVTransaction` begins
     bool isDurable_ = false;
     bool transactionIsAbandoned_ = false;
 };

@@ -72,7 +72,6 @@ public:
     [[nodiscard]] Kind kind() const noexcept { return kind_; }
 
     /// Whether the value is text or a blob, and so lives elsewhere.
-    [[nodiscard]] bool refersToBytes() const noexcept { return kind_ == Kind::text || kind_ == Kind::blob; }
 
     /// The number of a `Kind::integer`.
     [[nodiscard]] std::int64_t integer() const noexcept { return integer_; }

@@ -29,19 +29,30 @@ std::size_t bucketFor(std::string_view sql, std::size_t bucketCount) noexcept {
 
 }  // namespace
 
+ZAVStatement::ZAVStatement(sqlite3_stmt* handle, std::string_view sql)
+    : handle_(handle),
+      sql_(sql),
+      placeholderCount_(static_cast<std::size_t>(sqlite3_bind_parameter_count(handle))) {}
+
 ZAVStatement::~ZAVStatement() {
     sqlite3_finalize(handle_);
 }
 
 void ZAVStatement::releaseBytes() noexcept {
-    std::uint64_t positions = std::exchange(bytesAt_, 0);
-    if (positions >> lastNotedPosition != 0) {
+    keptSize_ = 0;
+    const std::uint64_t positions = std::exchange(bytesAt_, 0);
+    if (positions == 0) {
+        return;
+    }
+    const std::uint64_t allButFirst = positions & (positions - 1);
+    const std::uint64_t allButTwo = allButFirst & (allButFirst - 1);
+    if (allButTwo != 0 || positions >> lastNotedPosition != 0) {
         sqlite3_clear_bindings(handle_);
         return;
     }
-    while (positions != 0) {
-        sqlite3_bind_null(handle_, std::countr_zero(positions));
-        positions &= positions - 1;
+    sqlite3_bind_null(handle_, std::countr_zero(positions));
+    if (allButFirst != 0) {
+        sqlite3_bind_null(handle_, std::countr_zero(allButFirst));
     }
 }
 

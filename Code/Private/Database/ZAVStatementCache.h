@@ -3,6 +3,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -17,12 +18,14 @@ class FMResultSet;
 /// A prepared statement, lent to at most one user at a time.
 class ZAVStatement {
 public:
-    ZAVStatement(sqlite3_stmt* handle, std::string_view sql) : handle_(handle), sql_(sql) {}
+    ZAVStatement(sqlite3_stmt* handle, std::string_view sql);
     ~ZAVStatement();
     ZAVStatement(const ZAVStatement&) = delete;
     ZAVStatement& operator=(const ZAVStatement&) = delete;
 
     [[nodiscard]] sqlite3_stmt* handle() const noexcept { return handle_; }
+
+    [[nodiscard]] std::size_t placeholderCount() const noexcept { return placeholderCount_; }
 
     /// The cursor that uses the statement; null for an update.
     FMResultSet* cursor = nullptr;
@@ -33,18 +36,32 @@ public:
         bytesAt_ |= std::uint64_t{1} << (position < lastNotedPosition ? position : lastNotedPosition);
     }
 
+    /// Keeps a copy of a few bytes until the statement is given back, which spares the engine a heap block
+    /// for each UUID or short name that a query looks for. Null when there is no room for them.
+    [[nodiscard]] const void* keep(const void* bytes, std::size_t size) noexcept {
+        if (size > kept_.size() - keptSize_) {
+            return nullptr;
+        }
+        void* const copy = std::memcpy(kept_.data() + keptSize_, bytes, size);
+        keptSize_ += size;
+        return copy;
+    }
+
 private:
     friend class ZAVStatementCache;
 
     /// The highest bit stands for this position and all after it.
     static constexpr int lastNotedPosition = 63;
 
-    /// Lets go of every text and byte string. Going for those few alone spares most of what clearing all
-    /// bindings costs, which would be a fiftieth of storing an event.
+    /// Lets go of every text and byte string. One or two are let go by themselves, which costs less than
+    /// clearing all bindings.
     void releaseBytes() noexcept;
 
     sqlite3_stmt* handle_;
     std::string sql_;
+    std::size_t placeholderCount_;
+    std::array<char, 64> kept_{};
+    std::size_t keptSize_ = 0;
     std::uint64_t bytesAt_ = 0;
     std::uint64_t lastUse_ = 0;
     bool lent_ = false;

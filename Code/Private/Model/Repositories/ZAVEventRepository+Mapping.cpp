@@ -26,7 +26,7 @@ ZAVDictionary metadataFromKeyedValues(const std::optional<ZAVKeyedValues>& store
 
 /// The UUID in a column that may be NULL, or hold bytes that are none.
 std::optional<ZAVUUID> UUIDForColumn(const FMResultSet& row, int column) {
-    return row.columnIndexIsNull(column) ? std::nullopt : ZAVUUIDFromData(row.dataForColumnIndex(column));
+    return ZAVUUIDFromData(row.dataForColumnIndex(column));
 }
 
 }  // namespace

@@ -108,8 +108,9 @@ private:
         if (rows->nextWithError(&outError_)) {
             if (byIdentifier) {
                 event_.setStreamDatabaseIdentifier(rows->longLongIntForColumn("database_identifier"));
+            } else {
+                event_.set_stream_id(rows->dataForColumn("stream_id"));
             }
-            event_.set_stream_id(rows->dataForColumn("stream_id"));
             return rows->closeWithError(&outError_);
         }
         if (outError_) {
