@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <memory>
+#include <regex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -237,6 +238,19 @@ TEST(ToolLog, TheChoicesHaveNoOtherNames) {
     for (const char* choice : {"0", "1", "2", "5", "warning", ""}) {
         EXPECT_EQ(store.run("events", {"--log", choice}).status, 2) << "'" << choice << "' is no choice";
     }
+}
+
+TEST(ToolTrace, PrintsEachStatementWithItsTimeAndRowsToStandardError) {
+    const ToolStore store;
+    ASSERT_EQ(store.import(lines({eventJSON(1)})).status, 0);
+    const ToolRun quiet = store.run("events");
+    const ToolRun traced = store.run("events", {"--trace"});
+    EXPECT_EQ(traced.status, 0);
+    EXPECT_EQ(traced.out, quiet.out) << "what is traced is no result";
+    EXPECT_EQ(quiet.err, "") << "nobody asked for a trace";
+    EXPECT_TRUE(std::regex_search(traced.err, std::regex("(^|\\n) +[0-9]+\\.[0-9]{3} ms +1 rows  SELECT ")))
+        << "no statement was traced that read one row:\n"
+        << traced.err;
 }
 
 TEST(ToolInit, ANewDatabaseHasTheSchema) {

@@ -1,5 +1,9 @@
 #include "Store.h"
 
+#include <chrono>
+#include <cstdio>
+#include <utility>
+
 #include "Private/Database/ZAVDatabaseSchema.h"
 #include "ToolError.h"
 
@@ -7,13 +11,37 @@ namespace zavevents {
 
 using namespace zav;
 
+namespace {
+
+bool tracing = false;
+
+void printRun(const FMStatementRun& run) {
+    const std::chrono::duration<double, std::milli> milliseconds = run.duration;
+    std::fprintf(stderr, "%10.3f ms %8llu rows  %.*s%s\n", milliseconds.count(),
+                 static_cast<unsigned long long>(run.rows), static_cast<int>(run.sql.size()), run.sql.data(),
+                 run.succeeded ? "" : "  -- failed");
+}
+
+std::shared_ptr<FMDatabase> watched(std::shared_ptr<FMDatabase> database) {
+    if (tracing) {
+        database->setStatementObserver(printRun);
+    }
+    return database;
+}
+
+}  // namespace
+
+void traceStatements() {
+    tracing = true;
+}
+
 std::shared_ptr<FMDatabase> openOrCreateStore(const std::string& path) {
     ZAVError error;
     auto database = ZAVDatabaseSchema::openDatabase(path, {}, &error);
     if (!database) {
         throw ToolError(path, error);
     }
-    return database;
+    return watched(std::move(database));
 }
 
 std::shared_ptr<FMDatabase> openStore(const std::string& path) {
@@ -42,7 +70,7 @@ std::shared_ptr<FMDatabase> openStore(const std::string& path) {
                                              std::to_string(ZAVDatabaseSchema::currentVersion())) +
                         "; 'zavevents init' brings an empty or older database up to date");
     }
-    return database;
+    return watched(std::move(database));
 }
 
 std::int64_t queryNumber(FMDatabase& database, const std::string& sql) {

@@ -7,6 +7,10 @@
 
 namespace zavevents {
 
+/// Has each statement that runs in a store opened from now on printed to standard error, with its time and
+/// rows.
+void traceStatements();
+
 /// Opens a database file, makes it when there is none, and brings its schema up to date.
 /// @throws ToolError
 [[nodiscard]] std::shared_ptr<zav::FMDatabase> openOrCreateStore(const std::string& path);

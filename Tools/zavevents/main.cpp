@@ -10,6 +10,7 @@
 
 #include "Commands.h"
 #include "Private/Logging/DDLog.h"
+#include "Store.h"
 #include "ToolError.h"
 
 namespace {
@@ -39,6 +40,9 @@ int run(int argc, char** argv) {
     app.add_option("--log", log,
                    "What the library logs to standard error: verbose, error or off (default: error)")
         ->check(CLI::IsMember({"verbose", "error", "off"}));
+
+    app.add_flag_callback("--trace", zavevents::traceStatements,
+                          "Print each statement to standard error: its time, the rows read, its text");
 
     zavevents::Action action;
     zavevents::addInitCommand(app, action);

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "Private/Database/ZAVDatabaseCompanions.h"
+#include "Private/Database/ZAVObservation.h"
 #include "Private/Database/ZAVStatementCache.h"
 
 namespace zav {
@@ -81,6 +82,7 @@ FMDatabase::FMDatabase(sqlite3* connection, std::size_t statementCacheCapacity)
     : connection_(connection), statements_(std::make_unique<ZAVStatementCache>(statementCacheCapacity)) {}
 
 FMDatabase::~FMDatabase() {
+    observation_.reset();  // nobody is told of what closing does
     statements_->closeCursors();
     statements_.reset();
     sqlite3_close_v2(connection_);
@@ -175,8 +177,15 @@ bool FMDatabase::executeStatements(const std::string& script) {
     if (!leaveAbandonedTransaction()) {
         return false;
     }
-    return sqlite3_exec(connection_, script.c_str(), nullptr, nullptr, nullptr) == SQLITE_OK ||
-           failWithEngineError();
+    const auto start = std::chrono::steady_clock::now();
+    const bool succeeded =
+        sqlite3_exec(connection_, script.c_str(), nullptr, nullptr, nullptr) == SQLITE_OK ||
+        failWithEngineError();
+    if (observation_ != nullptr && observation_->statements) {
+        observation_->statements({script, std::chrono::steady_clock::now() - start, 0, succeeded});
+    }
+    deliverChanges();
+    return succeeded;
 }
 
 int FMDatabase::changes() const noexcept {
@@ -272,17 +281,78 @@ bool FMDatabase::update(ZAVStatement* statement) {
     if (statement == nullptr) {
         return false;
     }
+    const std::size_t changesBefore =
+        observation_ != nullptr && observation_->changes != nullptr ? observation_->changes->pending() : 0;
     int status = SQLITE_ROW;
     while (status == SQLITE_ROW) {
-        status = sqlite3_step(statement->handle());
+        status = step(*statement);
     }
     if (status != SQLITE_DONE) {
         failWithEngineError();
-        statements_->discard(*statement);
+        if (observation_ != nullptr && observation_->changes != nullptr) {
+            observation_->changes->keepFirst(changesBefore);
+        }
+        discardFailed(*statement);
         return false;
     }
-    statements_->giveBack(*statement);
+    giveBack(*statement);
     return true;
+}
+
+int FMDatabase::step(ZAVStatement& statement) noexcept {
+    return observation_ == nullptr ? sqlite3_step(statement.handle()) : ZAVObservation::step(statement);
+}
+
+/// Takes a statement back that ran, and says what the engine says of it at the end.
+int FMDatabase::giveBack(ZAVStatement& statement) noexcept {
+    if (observation_ != nullptr) {
+        observation_->statementEnds(statement, true);
+    }
+    const int status = statements_->giveBack(statement);
+    deliverChanges();
+    return status;
+}
+
+void FMDatabase::discardFailed(ZAVStatement& statement) noexcept {
+    if (observation_ != nullptr) {
+        observation_->statementEnds(statement, false);
+    }
+    statements_->discard(statement);
+}
+
+void FMDatabase::deliverChanges() noexcept {
+    if (observation_ != nullptr) {
+        if (const auto changes = observation_->changes) {
+            changes->deliver();
+        }
+    }
+}
+
+void FMDatabase::setStatementObserver(FMStatementObserver observer) {
+    changeObservation([&](ZAVObservation& observation) { observation.statements = std::move(observer); });
+}
+
+void FMDatabase::setChangeObserver(FMChangeObserver observer) {
+    changeObservation([&](ZAVObservation& observation) {
+        if (observation.changes != nullptr) {
+            observation.changes->stop();  // it may live on for the delivery that this is called from
+            observation.changes.reset();
+        }
+        if (observer) {
+            observation.changes = std::make_shared<ZAVChangeCollector>(connection_, std::move(observer));
+        }
+    });
+}
+
+template <class Change>
+void FMDatabase::changeObservation(const Change& change) {
+    if (observation_ == nullptr) {
+        observation_ = std::make_unique<ZAVObservation>();
+    }
+    change(*observation_);
+    if (observation_->isIdle()) {
+        observation_.reset();
+    }
 }
 
 /// Lends the statement `sql` to bind so many values to; null on failure.

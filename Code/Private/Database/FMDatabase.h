@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "Private/Database/FMDatabaseOptions.h"
+#include "Private/Database/FMObservation.h"
 #include "Private/Database/FMParameter.h"
 #include "Private/Database/FMResultSet.h"
 #include "Private/Foundation/ZAVError.h"
@@ -19,6 +20,7 @@ struct sqlite3;
 
 namespace zav {
 
+struct ZAVObservation;
 class ZAVStatementCache;
 
 /// A handle on one SQLite database: one connection, with its prepared statements.
@@ -99,6 +101,21 @@ public:
     /// first.
     void rollback();
 
+    /// Has `observer` told of each run of a statement on this handle, once it has ended, and of each script;
+    /// an empty one ends that. For seeing what the store does, and how long it takes.
+    void setStatementObserver(FMStatementObserver observer);
+
+    /// Has `observer` told of the rows that each commit on this handle changed in the database file, after
+    /// the statement that committed; an empty one ends that. For showing conversations while they change.
+    /// Changes wait in memory for their commit.
+    ///
+    /// Not told are: keyed values, whose tables have no row identifiers; a row that another one replaced; the
+    /// removal of all rows of a table by one statement without a condition. What `ROLLBACK TO` takes back is
+    /// told all the same.
+    ///
+    /// It takes the place of the engine's update and rollback hooks of the connection.
+    void setChangeObserver(FMChangeObserver observer);
+
     /// How many cursors are open.
     [[nodiscard]] std::size_t openResultSets() const noexcept;
 
@@ -159,11 +176,18 @@ private:
     [[nodiscard]] ZAVStatement* lend(std::string_view sql);
     [[nodiscard]] ZAVStatement* lendForValues(std::string_view sql, std::size_t valueCount);
     [[nodiscard]] bool leaveAbandonedTransaction();
+    [[nodiscard]] int step(ZAVStatement& statement) noexcept;
+    int giveBack(ZAVStatement& statement) noexcept;
+    void discardFailed(ZAVStatement& statement) noexcept;
+    void deliverChanges() noexcept;
+    template <class Change>
+    void changeObservation(const Change& change);
     bool fail(ZAVError error);
     bool failWithEngineError();
 
     sqlite3* connection_;
     std::unique_ptr<ZAVStatementCache> statements_;
+    std::unique_ptr<ZAVObservation> observation_;  ///< null unless somebody watches
     ZAVError lastError_;
     std::chrono::milliseconds busyTimeout_{0};
     std::uint64_t transactionNumber_ = 0;  ///< another for each transaction that a `ZAVTransaction` begins

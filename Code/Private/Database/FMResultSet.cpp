@@ -40,7 +40,7 @@ bool FMResultSet::nextWithError(ZAVError* error) {
     if (statement_ == nullptr) {
         return false;
     }
-    switch (sqlite3_step(statement_->handle())) {
+    switch (database_->step(*statement_)) {
         case SQLITE_ROW:
             row_ = statement_->handle();
             return true;
@@ -51,7 +51,7 @@ bool FMResultSet::nextWithError(ZAVError* error) {
             database_->failWithEngineError();
             ZAVStoreError(error, database_->lastError());
             row_ = nullptr;
-            database_->statements_->discard(*std::exchange(statement_, nullptr));
+            database_->discardFailed(*std::exchange(statement_, nullptr));
             return false;
     }
 }
@@ -72,7 +72,7 @@ bool FMResultSet::closeWithError(ZAVError* error) {
 int FMResultSet::giveBack() noexcept {
     row_ = nullptr;
     ZAVStatement* const statement = std::exchange(statement_, nullptr);
-    return statement == nullptr ? SQLITE_OK : database_->statements_->giveBack(*statement);
+    return statement == nullptr ? SQLITE_OK : database_->giveBack(*statement);
 }
 
 std::int32_t FMResultSet::intForColumnIndex(int index) const noexcept {

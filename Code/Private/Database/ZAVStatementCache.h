@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -25,10 +26,15 @@ public:
 
     [[nodiscard]] sqlite3_stmt* handle() const noexcept { return handle_; }
 
+    [[nodiscard]] const std::string& sql() const noexcept { return sql_; }
     [[nodiscard]] std::size_t placeholderCount() const noexcept { return placeholderCount_; }
 
     /// The cursor that uses the statement; null for an update.
     FMResultSet* cursor = nullptr;
+
+    /// Time spent in the present run and rows that it yielded, counted while somebody watches.
+    std::chrono::nanoseconds duration{0};
+    std::uint64_t rows = 0;
 
     /// Notes that a text or a byte string is bound to the placeholder at a position, counted from 1. It must
     /// not stay when the statement is given back. Numbers may: the next use binds every placeholder anew.
