@@ -17,9 +17,10 @@ bool tracing = false;
 
 void printRun(const FMStatementRun& run) {
     const std::chrono::duration<double, std::milli> milliseconds = run.duration;
-    std::fprintf(stderr, "%10.3f ms %8llu rows  %.*s%s\n", milliseconds.count(),
-                 static_cast<unsigned long long>(run.rows), static_cast<int>(run.sql.size()), run.sql.data(),
-                 run.succeeded ? "" : "  -- failed");
+    static_cast<void>(std::fprintf(stderr, "%10.3f ms %8llu rows  %.*s%s\n", milliseconds.count(),
+                                   static_cast<unsigned long long>(run.rows),
+                                   static_cast<int>(run.sql.size()), run.sql.data(),
+                                   run.succeeded ? "" : "  -- failed"));
 }
 
 std::shared_ptr<FMDatabase> watched(std::shared_ptr<FMDatabase> database) {
