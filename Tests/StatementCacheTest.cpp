@@ -31,6 +31,16 @@ std::vector<std::string> sortedKept(FMDatabase& database) {
     return texts;
 }
 
+/// No statement that the handle keeps has a value bound that holds the word "secret".
+void expectNoSecretIn(FMDatabase& database) {
+    for (sqlite3_stmt* const statement : preparedStatements(database)) {
+        char* const expanded = sqlite3_expanded_sql(statement);
+        EXPECT_EQ(std::string(expanded).find("secret"), std::string::npos)
+            << "a value outlived its call: " << expanded;
+        sqlite3_free(expanded);
+    }
+}
+
 using Texts = std::vector<std::string>;
 
 TEST(StatementCache, PreparesAStatementOnce) {
@@ -63,11 +73,20 @@ TEST(StatementCache, KeepsNoValueOfAnIdleStatement) {
     ASSERT_TRUE(rows->next());
     rows->close();
     ASSERT_EQ(keptStatements(*database).size(), 2U);
-    for (sqlite3_stmt* const statement : preparedStatements(*database)) {
-        char* const expanded = sqlite3_expanded_sql(statement);
-        EXPECT_EQ(std::string(expanded).find("secret"), std::string::npos)
-            << "a value outlived its call: " << expanded;
-        sqlite3_free(expanded);
+    expectNoSecretIn(*database);
+}
+
+TEST(StatementCache, KeepsNoValueOfAnIdleStatementHoweverManyThereWere) {
+    for (const std::size_t count : {62U, 63U, 64U, 65U, 130U}) {
+        const auto database = openHandle();
+        std::string sql = "SELECT ?";
+        for (std::size_t position = 1; position < count; ++position) {
+            sql += ", ?";
+        }
+        const std::vector<ZAVValue> arguments(count, ZAVValue(std::string("secret")));
+        ASSERT_TRUE(database->executeUpdateWithArgumentsInArray(sql, arguments)) << count;
+        ASSERT_EQ(keptStatements(*database).size(), 1U);
+        expectNoSecretIn(*database);
     }
 }
 

@@ -147,9 +147,7 @@ bool FMDatabase::useWriteAheadLog() {
         return false;
     }
     const bool hasLog = mode->stringForColumnIndex(0) == "wal";
-    if (!mode->closeWithError(nullptr)) {
-        return false;
-    }
+    mode->close();
     // With a log nothing is deleted at a commit, and FULL is enough.
     return !isDurable_ || !hasLog || executeStatements("PRAGMA synchronous=FULL");
 }
