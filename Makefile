@@ -1,15 +1,18 @@
-# make run         the main job: import a sample conversation into a database file, print statistics, list what can be sent
-# make test        build everything and run all tests
-# make test-long   the sweeps, crashes and random sequences again, at length (some 20 minutes)
-# make fuzz        the fuzzers, FUZZ_SECONDS each
-# make static      clang-tidy and cppcheck
-# make valgrind    the tests under memcheck
-# make coverage    the tests with coverage, and its lower limits
-# make docs        the reference of the public headers, in $(BUILD)/reference
-# make bench       the library beside hand-written C and other ways to use the engine
-# make presets     configures, builds and tests with each of PRESETS (shared)
-# make check       all that has to pass before a change is accepted
-# make hooks       has git check the format and the layers of what is staged, before each commit in this clone
+# make run           the main job: import a sample conversation into a database file, print statistics, list what can be sent
+# make test          build everything and run all tests
+# make test-long     the sweeps, crashes and random sequences again, at length (some 20 minutes)
+# make fuzz          the fuzzers, FUZZ_SECONDS each
+# make static        clang-tidy and cppcheck
+# make valgrind      the tests under memcheck
+# make coverage      the tests with coverage, and its lower limits
+# make docs          the reference of the public headers, in $(BUILD)/reference
+# make bench         the library beside hand-written C and other ways to use the engine
+# make instructions  the instructions of small workloads, and their upper limits
+# make scale         what each operation costs as the store grows, in $(BUILD)/scale; SIZES may be given
+# make memory        what records take in memory, and whether memory grows with use
+# make presets       configures, builds and tests with each of PRESETS (shared)
+# make check         all that has to pass before a change is accepted
+# make hooks         has git check the format and the layers of what is staged, before each commit in this clone
 #
 # Each sets up what it needs: on Debian and Ubuntu missing packages are installed, elsewhere they are named.
 # BUILD, BUILD_TYPE, CXX and SANITIZE may be given, as in: make test CXX=clang++ SANITIZE=address,undefined BUILD=build-asan
@@ -26,9 +29,12 @@ SAMPLE_DATABASE = $(BUILD)/sample.db
 ZAVEVENTS = $(BUILD)/Tools/zavevents/zavevents
 
 FUZZ_SECONDS ?= 600
+BENCH = $(BUILD)/bench
+SIZES ?= 1000,10000,100000,1000000
 PRESETS ?= shared
 
-.PHONY: run test test-long fuzz static valgrind coverage docs bench presets check hooks build setup setup-checks format check-format clean
+.PHONY: run test test-long fuzz static valgrind coverage docs bench configure-bench instructions scale memory \
+	presets check hooks build setup setup-checks format check-format clean
 
 run: build
 	rm -f $(SAMPLE_DATABASE) $(SAMPLE_DATABASE)-wal $(SAMPLE_DATABASE)-shm
@@ -53,11 +59,26 @@ static: build setup-checks
 valgrind: build setup-checks
 	scripts/valgrind.sh $(BUILD)
 
-bench: setup-checks
-	cmake -S . -B $(BUILD)/bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_COMPILER=$(CXX) -DZAV_BUILD_BENCHMARKS=ON \
+bench: configure-bench
+	cmake --build $(BENCH) -j $(JOBS) --target zav_benchmarks
+	$(BENCH)/Benchmarks/zav_benchmarks
+
+instructions: configure-bench
+	cmake --build $(BENCH) -j $(JOBS) --target zav_instructions
+	python3 Benchmarks/check_instructions.py $(BENCH)
+
+scale: configure-bench
+	cmake --build $(BENCH) -j $(JOBS) --target zav_scale
+	$(BENCH)/Benchmarks/zav_scale --sizes=$(SIZES) --output=$(BENCH)/scale.csv
+	python3 Benchmarks/plot.py $(BENCH)/scale.csv $(BUILD)/scale
+
+memory: configure-bench
+	cmake --build $(BENCH) -j $(JOBS) --target zav_memory
+	$(BENCH)/Benchmarks/zav_memory
+
+configure-bench: setup-checks
+	cmake -S . -B $(BENCH) -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_COMPILER=$(CXX) -DZAV_BUILD_BENCHMARKS=ON \
 		-DZAV_BUILD_TESTS=OFF -DZAV_BUILD_TOOLS=OFF -DZAV_BUILD_EXAMPLES=OFF
-	cmake --build $(BUILD)/bench -j $(JOBS)
-	$(BUILD)/bench/Benchmarks/zav_benchmarks
 
 docs: setup setup-checks
 	cmake -S . -B $(BUILD) -G Ninja -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) -DCMAKE_CXX_COMPILER=$(CXX) -DZAV_SANITIZE=$(SANITIZE)

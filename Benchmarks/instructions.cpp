@@ -17,6 +17,7 @@ namespace zav::bench {
 namespace {
 
 constexpr std::size_t eventCount = 1'000;
+constexpr ZAVSize purgedSize = 1'000'000;
 
 struct Job {
     std::function<void(Session&)> prepare;
@@ -36,6 +37,18 @@ const std::map<std::string, Job, std::less<>>& jobs() {
               session.toStore = makeEvents({1, false}, eventCount, session.run);
           },
           [](Session& session) { session.contender.persist(session.toStore); }}},
+        {"persist_again",
+         {[](Session& session) {
+              if (session.toStore.empty()) {
+                  session.toStore = makeEvents({1, false}, eventCount, session.run);
+              }
+          },
+          [](Session& session) { session.contender.persist(session.toStore); }}},
+        {"purge",
+         {[](Session&) {},
+          [](Session& session) {
+              repeat(100, [&] { session.parts = session.contender.leastRecentlyAccessed(purgedSize); });
+          }}},
         {"read_all",
          {[](Session&) {}, [](Session& session) { session.events = session.contender.allEvents(); }}},
         {"by_row",
