@@ -15,8 +15,8 @@ ZAVEventContent::ZAVEventContent(ZAVDatabaseIdentifier eventDatabaseIdentifier,
     : eventClientID_(eventClientID),
       eventDatabaseIdentifier_(eventDatabaseIdentifier),
       index_(index),
-      fileURL_(std::move(fileURL)),
-      externalContentURLExpiration_(externalAccessExpiration) {
+      fileURL_(std::move(fileURL)) {
+    setExternalContentURLExpiration(externalAccessExpiration);
     set_media_type(std::move(MIMEType));
     set_size(size);
     if (inlineData) {

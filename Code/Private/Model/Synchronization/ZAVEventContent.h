@@ -84,20 +84,26 @@ public:
     void setFileURL(std::optional<ZAVURL> value) noexcept { fileURL_ = std::move(value); }
 
     /// When the file was last used. A part without it is never chosen to be purged.
-    [[nodiscard]] const std::optional<ZAVDate>& lastAccessed() const noexcept { return lastAccessed_; }
+    [[nodiscard]] std::optional<ZAVDate> lastAccessed() const noexcept {
+        return hasLastAccessed_ ? std::optional(lastAccessed_) : std::nullopt;
+    }
 
     /// Stored by the next update of the part.
-    void setLastAccessed(std::optional<ZAVDate> value) noexcept { lastAccessed_ = value; }
+    void setLastAccessed(std::optional<ZAVDate> value) noexcept {
+        lastAccessed_ = value.value_or(ZAVDate());
+        hasLastAccessed_ = value.has_value();
+    }
 
     /// When `external_url` ceases to work. Stored with its fraction of a second, read back without.
-    [[nodiscard]] const std::optional<ZAVDate>& externalContentURLExpiration() const noexcept {
-        return externalContentURLExpiration_;
+    [[nodiscard]] std::optional<ZAVDate> externalContentURLExpiration() const noexcept {
+        return hasExternalContentURLExpiration_ ? std::optional(externalContentURLExpiration_) : std::nullopt;
     }
 
     /// Stored with the part. The wire field `external_access_expiration` is not: who receives an event
     /// carries it over.
     void setExternalContentURLExpiration(std::optional<ZAVDate> value) noexcept {
-        externalContentURLExpiration_ = value;
+        externalContentURLExpiration_ = value.value_or(ZAVDate());
+        hasExternalContentURLExpiration_ = value.has_value();
     }
 
     /// Whether the local file was removed to reclaim space.
@@ -112,7 +118,11 @@ protected:
     void describeFields(std::string& text) const override;
 
 private:
+    // The presence of the dates is kept apart from them: two optional dates would pad 14 bytes into every
+    // part.
     bool isPurged_ = false;
+    bool hasLastAccessed_ = false;
+    bool hasExternalContentURLExpiration_ = false;
     std::optional<ZAVUUID> eventClientID_;
     std::optional<ZAVUUID> streamUUID_;
     ZAVSequence eventSeq_ = ZAVSequenceNotSet;
@@ -120,8 +130,8 @@ private:
     ZAVDatabaseIdentifier eventDatabaseIdentifier_ = ZAVDatabaseIdentifierNotSet;
     std::int64_t index_ = 0;
     std::optional<ZAVURL> fileURL_;
-    std::optional<ZAVDate> lastAccessed_;
-    std::optional<ZAVDate> externalContentURLExpiration_;
+    ZAVDate lastAccessed_;
+    ZAVDate externalContentURLExpiration_;
 };
 
 }  // namespace zav
