@@ -533,7 +533,6 @@ TEST_F(OpeningADatabase, RefusesANewerVersionAndLeavesTheFileAlone) {
 }
 
 TEST_F(OpeningADatabase, RefusesANewerVersionAndLeavesTheWriteAheadLogAlone) {
-#ifdef SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE
     // A copy of the files of a database that is in use is what a crash leaves behind.
     const std::string crashed = directory_.file("crashed.db");
     const auto database = openHandle(path_);
@@ -546,9 +545,6 @@ TEST_F(OpeningADatabase, RefusesANewerVersionAndLeavesTheWriteAheadLogAlone) {
     expectRefusal(crashed, knowingVersionsUpTo(8), "ZAVDatabase", ZAVDatabaseErrorNewerSchema);
     EXPECT_EQ(bytesOfFile(crashed), before) << "the log of a file that was refused was folded into it";
     EXPECT_EQ(bytesOfFile(crashed + "-wal"), logBefore);
-#else
-    GTEST_SKIP() << "this engine always folds the log into the file";
-#endif
 }
 
 TEST(TwoHandles, WaitForALockNoLongerThanTheyMay) {

@@ -19,7 +19,8 @@ namespace zav::test {
 namespace {
 
 /// Its first row is a number; stepping to its second fails.
-constexpr const char* failingQuery = "SELECT abs(column1) FROM (VALUES (1), (-9223372036854775808))";
+constexpr const char* failingQuery =
+    "SELECT abs(a) FROM (SELECT 1 AS a UNION ALL SELECT -9223372036854775808)";
 
 /// Cursors on a database in memory with a table `t (a)` of three rows, 1 to 3.
 class Cursor : public testing::Test {

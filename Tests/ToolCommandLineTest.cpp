@@ -310,7 +310,8 @@ TEST(ToolFailure, AMissingDatabaseIsNotMadeByReadingIt) {
 TEST(ToolFailure, AFileThatIsNoDatabaseIsRefusedAndLeftAsItIs) {
     const ToolStore store;
     store.write("chat.db", eventsOfSize(20000));
-    expectEveryCommandToFail(store, "file is not a database", "file is not a database");
+    const std::string inTheEnginesWords = sqlite3_errstr(SQLITE_NOTADB);
+    expectEveryCommandToFail(store, inTheEnginesWords, inTheEnginesWords);
 }
 
 TEST(ToolFailure, ADatabaseOfSomebodyElseIsRefusedAndLeftAsItIs) {

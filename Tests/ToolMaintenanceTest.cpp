@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 
 #include <fstream>
 #include <string>
@@ -587,7 +588,7 @@ TEST(ToolCheck, AFileThatIsNoDatabaseIsAFailureInTheDatabasesWords) {
     store.write("chat.db", std::string(5000, 'x'));
     const ToolRun run = store.run("check");
     EXPECT_EQ(run.status, 1);
-    EXPECT_NE(run.err.find("file is not a database"), std::string::npos) << run.err;
+    EXPECT_NE(run.err.find(sqlite3_errstr(SQLITE_NOTADB)), std::string::npos) << run.err;
     EXPECT_EQ(run.out, "");
 }
 

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -41,20 +42,33 @@ public:
         if (event.seq() != 0) {
             return true;
         }
-        ZAVError error;
         if (const auto stream = event.streamUUID()) {
-            const auto first = repository_.eventWithSeq(0, *stream, &error);
-            if (error) {
-                throw ToolError("cannot look for an event's sequence", error);
-            }
-            if (first == nullptr || first->databaseIdentifier() == event.databaseIdentifier()) {
-                return first != nullptr;
+            const auto found = withSequenceZero(*stream);
+            if (!found || *found == event.databaseIdentifier()) {
+                return found.has_value();
             }
         }
         return posted().contains(event.databaseIdentifier());
     }
 
 private:
+    /// The event that is found for the sequence 0 of a stream. Asked once a stream: an engine that is old may
+    /// look through all events for it.
+    std::optional<ZAVDatabaseIdentifier> withSequenceZero(const ZAVUUID& stream) {
+        const auto [entry, isNew] = withSequenceZero_.try_emplace(stream);
+        if (isNew) {
+            ZAVError error;
+            const auto event = repository_.eventWithSeq(0, stream, &error);
+            if (error) {
+                throw ToolError("cannot look for an event's sequence", error);
+            }
+            if (event != nullptr) {
+                entry->second = event->databaseIdentifier();
+            }
+        }
+        return entry->second;
+    }
+
     const std::unordered_set<ZAVDatabaseIdentifier>& posted() {
         if (!posted_) {
             ZAVError error;
@@ -71,6 +85,7 @@ private:
     }
 
     const ZAVEventRepository& repository_;
+    std::map<ZAVUUID, std::optional<ZAVDatabaseIdentifier>> withSequenceZero_;
     std::optional<std::unordered_set<ZAVDatabaseIdentifier>> posted_;
 };
 

@@ -71,8 +71,8 @@ std::shared_ptr<FMDatabase> FMDatabase::databaseWithPath(const std::string& path
         return nullptr;
     }
     if (!database->configure(options)) {
-        database->leaveUntouchedOnClose();
         ZAVStoreError(error, database->lastError());
+        database->closeUntouched();
         return nullptr;
     }
     return database;
@@ -82,10 +82,16 @@ FMDatabase::FMDatabase(sqlite3* connection, std::size_t statementCacheCapacity)
     : connection_(connection), statements_(std::make_unique<ZAVStatementCache>(statementCacheCapacity)) {}
 
 FMDatabase::~FMDatabase() {
+    close();
+}
+
+void FMDatabase::close() noexcept {
     observation_.reset();  // nobody is told of what closing does
-    statements_->closeCursors();
-    statements_.reset();
-    sqlite3_close_v2(connection_);
+    if (statements_ != nullptr) {
+        statements_->closeCursors();
+        statements_.reset();
+    }
+    sqlite3_close_v2(std::exchange(connection_, nullptr));
 }
 
 bool FMDatabase::configure(const FMDatabaseOptions& options) {
@@ -125,10 +131,26 @@ bool FMDatabase::configure(const FMDatabaseOptions& options) {
 }
 
 /// A file that is refused is left as it was found: not even its write-ahead log is folded into it.
-void FMDatabase::leaveUntouchedOnClose() noexcept {
+void FMDatabase::closeUntouched() noexcept {
 #ifdef SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE
-    sqlite3_db_config(connection_, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+    if (sqlite3_db_config(connection_, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr) == SQLITE_OK) {
+        close();
+        return;
+    }
 #endif
+    // An older engine folds the log whenever the last connection goes. One that only reads cannot, so it goes
+    // after this one.
+    sqlite3_vfs* vfs = nullptr;
+    sqlite3_file_control(connection_, "main", SQLITE_FCNTL_VFS_POINTER, &vfs);
+    const char* const path = sqlite3_db_filename(connection_, "main");
+    sqlite3* reader = nullptr;
+    if (path != nullptr && *path != '\0') {
+        sqlite3_open_v2(path, &reader, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX,
+                        vfs == nullptr ? nullptr : vfs->zName);
+        sqlite3_exec(reader, "PRAGMA user_version", nullptr, nullptr, nullptr);
+    }
+    close();
+    sqlite3_close_v2(reader);
 }
 
 bool FMDatabase::useWriteAheadLog() {

@@ -130,7 +130,8 @@ private:
     FMDatabase(sqlite3* connection, std::size_t statementCacheCapacity);
 
     [[nodiscard]] bool configure(const FMDatabaseOptions& options);
-    void leaveUntouchedOnClose() noexcept;
+    void close() noexcept;
+    void closeUntouched() noexcept;
     /// Whether a statement keeps a copy of the texts and byte strings bound to it. Those that it only refers
     /// to must stay alive until it is given back.
     enum class Bytes : bool { referredTo, copied };

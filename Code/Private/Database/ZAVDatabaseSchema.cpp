@@ -63,6 +63,11 @@ constexpr std::string_view makesTableOnItsLine = "\nCREATE TABLE ";
 constexpr std::string_view makesTable = makesTableOnItsLine.substr(1);
 constexpr std::string_view makesVirtualTable = "CREATE VIRTUAL TABLE ";
 
+/// The engine's own table beside tables whose rows are numbered. Old engines crash where it is missing or
+/// another.
+constexpr std::string_view sequenceTable = "sqlite_sequence";
+constexpr std::string_view makesSequenceTable = "CREATE TABLE sqlite_sequence(name,seq)";
+
 /// The tables that the first `version` migrations make.
 Names tablesOfVersion(std::int32_t version) {
     Names names;
@@ -75,6 +80,7 @@ Names tablesOfVersion(std::int32_t version) {
             names.emplace(sql.substr(at, sql.find(' ', at) - at));
         }
     }
+    names.emplace(sequenceTable);
     return names;
 }
 
@@ -100,6 +106,9 @@ ZAVError objectionTo(const SchemaRow& row, const Names& tables) {
     }
     if (row.sql.starts_with(makesVirtualTable) && tables.contains(row.name)) {
         return foreignSchema({"has the virtual table ", row.name, " in place of the event store's table"});
+    }
+    if (row.name == sequenceTable && row.sql != makesSequenceTable) {
+        return foreignSchema({"has another table ", sequenceTable, " than the engine makes"});
     }
     return {};
 }
@@ -151,7 +160,7 @@ std::shared_ptr<FMDatabase> ZAVDatabaseSchema::openDatabase(const std::string& p
     }
     const auto version = migratableVersion(*database, error);
     if (!version || (*version > 0 && !hasTablesOfVersion(*database, *version, error))) {
-        database->leaveUntouchedOnClose();
+        database->closeUntouched();
         return nullptr;
     }
     if (writeAheadLog && !database->useWriteAheadLog()) {
