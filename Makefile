@@ -10,7 +10,7 @@
 # make instructions  the instructions of small workloads, and their upper limits
 # make scale         what each operation costs as the store grows, in $(BUILD)/scale; SIZES may be given
 # make memory        what records take in memory, and whether memory grows with use
-# make presets       configures, builds and tests with each of PRESETS (shared)
+# make presets       configures, builds and tests with each of PRESETS (shared sqlcipher)
 # make check         all that has to pass before a change is accepted
 # make hooks         has git check the format and the layers of what is staged, before each commit in this clone
 #
@@ -31,7 +31,7 @@ ZAVEVENTS = $(BUILD)/Tools/zavevents/zavevents
 FUZZ_SECONDS ?= 600
 BENCH = $(BUILD)/bench
 SIZES ?= 1000,10000,100000,1000000
-PRESETS ?= shared
+PRESETS ?= shared sqlcipher
 
 .PHONY: run test test-long fuzz static valgrind coverage docs bench configure-bench instructions scale memory \
 	presets check hooks build setup setup-checks format check-format clean
@@ -87,7 +87,7 @@ docs: setup setup-checks
 coverage: setup-checks
 	scripts/coverage.sh $(BUILD)/coverage
 
-presets: setup
+presets: setup setup-checks
 	scripts/check-presets.sh $(PRESETS)
 
 check:

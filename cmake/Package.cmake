@@ -34,6 +34,6 @@ if(BUILD_SHARED_LIBS)
     set(CPACK_COMPONENT_TOOLS_DEPENDS runtime)
 else()
     set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
-        "libsqlite3-dev (>= 3.15), liburiparser-dev, libspdlog-dev, libfmt-dev")
+        "${zav_engine_for_debian}, liburiparser-dev, libspdlog-dev, libfmt-dev")
 endif()
 include(CPack)

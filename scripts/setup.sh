@@ -1,7 +1,7 @@
 #!/bin/sh
 # Makes sure that the compilers, tools and libraries of the build are there: installs what is missing through apt-get
 # on Debian and Ubuntu, and names it elsewhere. With --checks also what the static checks, valgrind, coverage, the
-# benchmarks and the reference need.
+# benchmarks, the reference and the engine that can encrypt need.
 set -eu
 
 packages="g++ clang libclang-rt-dev clang-format cmake ninja-build pkg-config python3 binutils dpkg-dev file git
@@ -9,7 +9,8 @@ packages="g++ clang libclang-rt-dev clang-format cmake ninja-build pkg-config py
     libcli11-dev libsimdjson-dev nlohmann-json3-dev libgtest-dev librapidcheck-dev
     libcpp-httplib-dev"
 if [ "${1:-}" = --checks ]; then
-    packages="$packages doxygen clang-tidy cppcheck valgrind gcovr libbenchmark-dev libsqlitecpp-dev libsoci-dev"
+    packages="$packages doxygen clang-tidy cppcheck valgrind gcovr libbenchmark-dev libsqlitecpp-dev libsoci-dev
+        libsqlcipher-dev"
 fi
 
 if ! command -v dpkg-query > /dev/null || ! command -v apt-get > /dev/null; then

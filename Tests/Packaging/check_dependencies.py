@@ -6,15 +6,15 @@ A shared library needs nothing to be found; a static one says which of its own i
 
 import re
 
-from packaging import (ARGUMENTS, CMAKE, SOURCE, VERSION, WORK, build, build_of, configure, expect, expect_program_works,
-                       fresh, only, prefix_of, readme_block, run, write_program)
+from packaging import (ARGUMENTS, CMAKE, ENGINE, SOURCE, VERSION, WORK, build, build_of, configure, expect,
+                       expect_program_works, fresh, only, prefix_of, readme_block, run, write_program)
 
 kind = ARGUMENTS[0]
 folder = fresh(WORK / "use" / f"dependencies-{kind}")
 (folder / "CMakeLists.txt").write_text(readme_block("cmake", "find_package"), encoding="utf-8")
 write_program(folder)
 
-packages = ["SQLite3", "fmt", "spdlog", "uriparser"]
+packages = ["PkgConfig" if ENGINE == "sqlcipher" else "SQLite3", "fmt", "spdlog", "uriparser"]
 prefix = f"-DCMAKE_PREFIX_PATH={prefix_of(kind)}"
 if kind == "shared":
     configure(folder, folder / "build", prefix, *[f"-DCMAKE_DISABLE_FIND_PACKAGE_{name}=ON" for name in packages])

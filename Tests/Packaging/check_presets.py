@@ -12,7 +12,7 @@ from packaging import CMAKE, SOURCE, expect, run
 
 presets = json.loads((SOURCE / "CMakePresets.json").read_text(encoding="utf-8"))
 shown = {preset["name"]: preset for preset in presets["configurePresets"] if not preset.get("hidden")}
-wanted = {"debug", "release", "asan", "tsan", "shared", "static", "coverage"}
+wanted = {"debug", "release", "asan", "tsan", "shared", "static", "coverage", "sqlcipher"}
 expect(wanted <= set(shown), f"there are presets for {sorted(wanted - set(shown))} too")
 
 listed = run(CMAKE, "--list-presets=configure", SOURCE, cwd=SOURCE)
@@ -23,7 +23,7 @@ for kind, names in (("build", set(shown)), ("test", set(shown) - {"package"}), (
     offered = set(re.findall(r'^ +"([\w-]+)"', listed, re.MULTILINE))
     expect(offered == names, f"presets to {kind} are those wanted, apart from {sorted(offered ^ names)}:\n{listed}")
 
-project = (SOURCE / "CMakeLists.txt").read_text(encoding="utf-8")
+project = "".join((SOURCE / name).read_text(encoding="utf-8") for name in ("CMakeLists.txt", "cmake/Engine.cmake"))
 for name, preset in shown.items():
     for variable in preset.get("cacheVariables", {}):
         expect(variable.startswith("CMAKE_") or re.search(rf"\b(option|set)\({variable} ", project),

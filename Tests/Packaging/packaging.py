@@ -15,6 +15,8 @@ WORK = pathlib.Path(SETTINGS["work"])
 VERSION = SETTINGS["version"]
 CMAKE = SETTINGS["cmake"]
 COMPILER = SETTINGS["compiler"]
+ENGINE = SETTINGS["engine"]
+ENGINE_LIBRARY = {"sqlite": "libsqlite3", "sqlcipher": "libsqlcipher"}[ENGINE]
 LIBRARY = f"libZAVEventRepository.so.{SETTINGS['soversion']}"
 
 # One compilation instead of forty, for a library that is only to be linked.
@@ -102,5 +104,5 @@ def expect_linked_as(kind, program):
     """A static library has become part of the program; of a shared one the program needs that alone."""
     needed = needed_libraries(program)
     expect((LIBRARY in needed) == (kind == "shared"), f"a program of the {kind} kind needs {needed}")
-    behind = [name for name in needed if re.search("sqlite|spdlog|fmt|uriparser", name)]
+    behind = [name for name in needed if re.search("sqlite|sqlcipher|spdlog|fmt|uriparser", name)]
     expect(bool(behind) == (kind != "shared"), f"a program of the {kind} kind needs {needed}")

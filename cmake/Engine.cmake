@@ -1,0 +1,20 @@
+# The database engine, ZAV_ENGINE: zav_engine_target is what to link, and with it <sqlite3.h> is the engine's own.
+# The others name the packages that whoever links the static library needs.
+set(ZAV_ENGINE sqlite CACHE STRING "Database engine: sqlite, or sqlcipher, which can encrypt")
+set_property(CACHE ZAV_ENGINE PROPERTY STRINGS sqlite sqlcipher)
+if(ZAV_ENGINE STREQUAL "sqlite")
+    find_package(SQLite3 3.15 REQUIRED)
+    set(zav_engine_target SQLite::SQLite3)
+    set(zav_engine_for_pkg_config "sqlite3 >= 3.15")
+    set(zav_engine_for_debian "libsqlite3-dev (>= 3.15)")
+elseif(ZAV_ENGINE STREQUAL "sqlcipher")
+    find_package(PkgConfig REQUIRED)
+    pkg_check_modules(sqlcipher REQUIRED IMPORTED_TARGET sqlcipher>=3.4)
+    set(zav_engine_target PkgConfig::sqlcipher)
+    set(zav_engine_for_pkg_config "sqlcipher >= 3.4")
+    set(zav_engine_for_debian "libsqlcipher-dev (>= 3.4)")
+    # Its header declares the functions for keys to those who say that the engine has them.
+    set_property(TARGET PkgConfig::sqlcipher APPEND PROPERTY INTERFACE_COMPILE_DEFINITIONS SQLITE_HAS_CODEC)
+else()
+    message(FATAL_ERROR "ZAV_ENGINE is sqlite or sqlcipher, not '${ZAV_ENGINE}'")
+endif()
