@@ -1,7 +1,11 @@
 #include "Store.h"
 
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <optional>
 #include <utility>
 
 #include "Private/Database/ZAVDatabaseSchema.h"
@@ -12,6 +16,11 @@ namespace zavevents {
 using namespace zav;
 
 namespace {
+
+constexpr std::size_t longestKey = 4096;
+
+/// What `--key-file` says, for all of this process.
+std::optional<std::string> key;
 
 bool tracing = false;
 
@@ -36,9 +45,31 @@ void traceStatements() {
     tracing = true;
 }
 
+void useKeyFile(const std::string& path) {
+    errno = 0;
+    std::ifstream file(path, std::ios::binary);
+    std::string bytes(longestKey + 1, '\0');
+    file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    if (file.bad() || !file.is_open()) {
+        throw ToolError(path + ": " + std::strerror(errno));
+    }
+    bytes.resize(static_cast<std::size_t>(file.gcount()));
+    if (bytes.size() > longestKey) {
+        throw ToolError(path + ": a key has at most " + std::to_string(longestKey) + " bytes");
+    }
+    for (const char lineEnd : {'\n', '\r'}) {
+        if (bytes.ends_with(lineEnd)) {
+            bytes.pop_back();
+        }
+    }
+    key = bytes;
+}
+
 std::shared_ptr<FMDatabase> openOrCreateStore(const std::string& path) {
+    FMDatabaseOptions options;
+    options.key = key;
     ZAVError error;
-    auto database = ZAVDatabaseSchema::openDatabase(path, {}, &error);
+    auto database = ZAVDatabaseSchema::openDatabase(path, options, &error);
     if (!database) {
         throw ToolError(path, error);
     }
@@ -49,6 +80,7 @@ std::shared_ptr<FMDatabase> openStore(const std::string& path) {
     FMDatabaseOptions options;
     options.access = FMDatabaseOptions::Access::readWrite;
     options.writeAheadLog = false;
+    options.key = key;
     options.newestUserVersion = ZAVDatabaseSchema::currentVersion();
     ZAVError error;
     auto database = FMDatabase::databaseWithPath(path, options, &error);

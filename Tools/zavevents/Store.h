@@ -11,6 +11,11 @@ namespace zavevents {
 /// rows.
 void traceStatements();
 
+/// Opens every database from now on with the key that a file holds: its bytes without a line break at the
+/// end.
+/// @throws ToolError when the file cannot be read or is too long for a key.
+void useKeyFile(const std::string& path);
+
 /// Opens a database file, makes it when there is none, and brings its schema up to date.
 /// @throws ToolError
 [[nodiscard]] std::shared_ptr<zav::FMDatabase> openOrCreateStore(const std::string& path);

@@ -40,6 +40,9 @@ int run(int argc, char** argv) {
     app.add_option("--log", log,
                    "What the library logs to standard error: verbose, error or off (default: error)")
         ->check(CLI::IsMember({"verbose", "error", "off"}));
+    std::string keyFile;
+    app.add_option("--key-file", keyFile,
+                   "A file with the key of an encrypted database; a line break at its end is no part of it");
 
     app.add_flag_callback("--trace", zavevents::traceStatements,
                           "Print each statement to standard error: its time, the rows read, its text");
@@ -58,6 +61,9 @@ int run(int argc, char** argv) {
     try {
         app.parse(argc, argv);
         setLogGuards(log);
+        if (app.count("--key-file") != 0) {
+            zavevents::useKeyFile(keyFile);
+        }
         action();
     } catch (const CLI::ParseError& error) {
         if (app.exit(error) != 0) {

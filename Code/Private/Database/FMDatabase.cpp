@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "Private/Database/ZAVDatabaseCompanions.h"
+#include "Private/Database/ZAVEncryption.h"
 #include "Private/Database/ZAVObservation.h"
 #include "Private/Database/ZAVStatementCache.h"
 
@@ -58,6 +59,10 @@ std::shared_ptr<FMDatabase> FMDatabase::databaseWithPath(const std::string& path
             flags |= SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
             break;
     }
+    if (const ZAVError objection = ZAVObjectionToKey(options.key)) {
+        ZAVStoreError(error, objection);
+        return nullptr;
+    }
     if (const auto hazard = ZAVHazardBesideDatabase(path)) {
         ZAVStoreError(error, {ZAVErrorDomainDatabase, ZAVDatabaseErrorUnsafeCompanion, *hazard});
         return nullptr;
@@ -71,7 +76,7 @@ std::shared_ptr<FMDatabase> FMDatabase::databaseWithPath(const std::string& path
         return nullptr;
     }
     if (!database->configure(options)) {
-        ZAVStoreError(error, database->lastError());
+        ZAVStoreError(error, ZAVErrorOfKey(database->lastError(), connection, path, options.key.has_value()));
         database->closeUntouched();
         return nullptr;
     }
@@ -98,6 +103,9 @@ bool FMDatabase::configure(const FMDatabaseOptions& options) {
     sqlite3_extended_result_codes(connection_, 1);
     sqlite3_busy_timeout(connection_, static_cast<int>(options.busyTimeout.count()));
     keepForeignHandsOff(connection_);
+    if (options.key && ZAVUseKey(connection_, *options.key) != SQLITE_OK) {
+        return failWithEngineError();
+    }
     if (!executeStatements("PRAGMA cell_size_check=ON; PRAGMA cache_size=-" +
                            std::to_string(options.pageCacheKiB) +
                            "; PRAGMA wal_autocheckpoint=" + std::to_string(options.writeAheadLogPages))) {

@@ -51,6 +51,15 @@ struct FMDatabaseOptions {
     /// anything is written to it.
     std::optional<std::int32_t> newestUserVersion;
 
+    /// The key of an encrypted file: a pass phrase, any bytes but none, from which the engine derives what it
+    /// encrypts with. A file that is made by opening it with a key is encrypted from its first byte, as are
+    /// its journal and its write-ahead log. The key is given before anything is read; one that is not the
+    /// file's is refused and leaves the file as it is, and so is any key where the build's engine cannot
+    /// encrypt.
+    ///
+    /// The engine keeps a copy while the handle is open, and this library none. Nobody wipes these options.
+    std::optional<std::string> key;
+
     /// Name of the engine's virtual file system; empty for the engine's default.
     std::string vfs;
 };

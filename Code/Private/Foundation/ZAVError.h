@@ -62,6 +62,8 @@ enum ZAVDatabaseErrorCode : int {
     ZAVDatabaseErrorForeignSchema = 5,     ///< the tables, triggers and views are not those of the library
     ZAVDatabaseErrorUnsafeCompanion = 6,   ///< what stands beside the file as its journal must not be used
     ZAVDatabaseErrorTransactionEnded = 7,  ///< the transaction to commit is no longer open
+    ZAVDatabaseErrorWrongKey = 8,      ///< the key is not the file's: another, one too many, or one missing
+    ZAVDatabaseErrorNoEncryption = 9,  ///< a key was given, but the build's engine cannot encrypt
 };
 
 /// Stores `error` where the caller asked for it, if the caller did.
