@@ -1,5 +1,7 @@
 #include "Private/Database/ZAVDatabaseSchema.h"
 
+#include <algorithm>
+#include <cctype>
 #include <initializer_list>
 #include <set>
 #include <string_view>
@@ -63,8 +65,8 @@ constexpr std::string_view makesTableOnItsLine = "\nCREATE TABLE ";
 constexpr std::string_view makesTable = makesTableOnItsLine.substr(1);
 constexpr std::string_view makesVirtualTable = "CREATE VIRTUAL TABLE ";
 
-/// The engine's own table beside tables whose rows are numbered. Old engines crash where it is missing or
-/// another.
+/// The engine's own table beside tables that never use a row identifier twice. Old engines crash where it is
+/// missing or another.
 constexpr std::string_view sequenceTable = "sqlite_sequence";
 constexpr std::string_view makesSequenceTable = "CREATE TABLE sqlite_sequence(name,seq)";
 
@@ -80,7 +82,6 @@ Names tablesOfVersion(std::int32_t version) {
             names.emplace(sql.substr(at, sql.find(' ', at) - at));
         }
     }
-    names.emplace(sequenceTable);
     return names;
 }
 
@@ -96,6 +97,16 @@ struct SchemaRow {
 bool isTableOrIndex(const SchemaRow& row) {
     return row.sql.empty() || row.sql.starts_with(makesTable) || row.sql.starts_with(makesVirtualTable) ||
            row.sql.starts_with("CREATE INDEX ") || row.sql.starts_with("CREATE UNIQUE INDEX ");
+}
+
+/// Whether a row makes a table that needs `sequenceTable`.
+bool needsSequenceTable(const SchemaRow& row) {
+    constexpr std::string_view word = "AUTOINCREMENT";
+    const auto isSameLetter = [](char left, char right) {
+        return std::toupper(static_cast<unsigned char>(left)) == right;
+    };
+    return std::search(row.sql.begin(), row.sql.end(), word.begin(), word.end(), isSameLetter) !=
+           row.sql.end();
 }
 
 /// What makes a row unacceptable beside the event store's `tables`; empty when nothing does. Tables and
@@ -118,6 +129,8 @@ ZAVError objectionTo(const SchemaRow& row, const Names& tables) {
 bool hasTablesOfVersion(FMDatabase& database, std::int32_t version, ZAVError* error) {
     const Names tables = tablesOfVersion(version);
     Names missing = tables;
+    bool needsSequences = false;
+    bool hasSequences = false;
     ZAVError objection;
     ZAVError failure;
     auto rows = database.executeQuery("SELECT type, substr(name, 1, 100), sql FROM sqlite_master");
@@ -132,9 +145,14 @@ bool hasTablesOfVersion(FMDatabase& database, std::int32_t version, ZAVError* er
         if (row.sql.starts_with(makesTable)) {
             missing.erase(row.name);
         }
+        needsSequences = needsSequences || needsSequenceTable(row);
+        hasSequences = hasSequences || row.name == sequenceTable;
     }
     if (failure || !rows->closeWithError(&failure)) {
         return fail(error, failure);
+    }
+    if (needsSequences && !hasSequences) {
+        missing.emplace(sequenceTable);
     }
     if (!objection && !missing.empty()) {
         objection = foreignSchema({"lacks the table ", *missing.begin(), " of the event store"});
