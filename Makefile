@@ -8,8 +8,9 @@
 # make docs          the reference of the public headers, in $(BUILD)/reference
 # make bench         the library beside hand-written C and other ways to use the engine
 # make instructions  the instructions of small workloads, and their upper limits
-# make scale         what each operation costs as the store grows, in $(BUILD)/scale; SIZES may be given
+# make scale         what each operation costs as the store grows, in $(BUILD)/scale; SIZES and SCALE_OPTIONS may be given
 # make memory        what records take in memory, and whether memory grows with use
+# make tool-cost     the tool beside the library alone, at the events of EVENTS, a JSON Lines file
 # make presets       configures, builds and tests with each of PRESETS (shared sqlcipher)
 # make check         all that has to pass before a change is accepted
 # make hooks         has git check the format and the layers of what is staged, before each commit in this clone
@@ -31,9 +32,10 @@ ZAVEVENTS = $(BUILD)/Tools/zavevents/zavevents
 FUZZ_SECONDS ?= 600
 BENCH = $(BUILD)/bench
 SIZES ?= 1000,10000,100000,1000000
+SCALE_OPTIONS ?=
 PRESETS ?= shared sqlcipher
 
-.PHONY: run test test-long fuzz static valgrind coverage docs bench configure-bench instructions scale memory \
+.PHONY: run test test-long fuzz static valgrind coverage docs bench configure-bench instructions scale memory tool-cost \
 	presets check hooks build setup setup-checks format check-format clean
 
 run: build
@@ -69,12 +71,16 @@ instructions: configure-bench
 
 scale: configure-bench
 	cmake --build $(BENCH) -j $(JOBS) --target zav_scale
-	$(BENCH)/Benchmarks/zav_scale --sizes=$(SIZES) --output=$(BENCH)/scale.csv
+	$(BENCH)/Benchmarks/zav_scale --sizes=$(SIZES) $(SCALE_OPTIONS) --output=$(BENCH)/scale.csv
 	python3 Benchmarks/plot.py $(BENCH)/scale.csv $(BUILD)/scale
 
 memory: configure-bench
 	cmake --build $(BENCH) -j $(JOBS) --target zav_memory
 	$(BENCH)/Benchmarks/zav_memory
+
+tool-cost: build configure-bench
+	cmake --build $(BENCH) -j $(JOBS) --target zav_replay
+	python3 Benchmarks/compare_tool.py $(ZAVEVENTS) $(BENCH) $(EVENTS)
 
 configure-bench: setup-checks
 	cmake -S . -B $(BENCH) -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_COMPILER=$(CXX) -DZAV_BUILD_BENCHMARKS=ON \

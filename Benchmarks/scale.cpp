@@ -1,3 +1,6 @@
+#include <ZAVEventRepository/FMDatabaseOptions.h>
+
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cstdio>
@@ -10,6 +13,7 @@
 #include <string_view>
 #include <vector>
 
+#include "Connection.h"
 #include "Support/TemporaryDirectory.h"
 #include "Timer.h"
 #include "Workloads.h"
@@ -23,9 +27,25 @@ constexpr std::size_t largestReadWhole = 100'000;
 struct Options {
     std::vector<std::size_t> sizes{1'000, 10'000, 100'000, 1'000'000};
     std::string output = "scale.csv";
+    std::size_t incomplete = 0;  ///< parts that are not completely transferred; 0: one in a hundred
+    std::int32_t pageCacheKiB = FMDatabaseOptions().pageCacheKiB;
 };
 
-/// `--sizes=1000,10000` and `--output=FILE`; throws for anything else.
+constexpr const char* usage =
+    "usage: zav_scale [--sizes=N,N...] [--output=FILE] "
+    "[--page-cache=KIB] [--incomplete=N]";
+
+std::size_t numberAtBegin(std::string_view& text) {
+    std::size_t number = 0;
+    const auto [end, status] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (status != std::errc() || number > 1'000'000'000) {
+        throw std::invalid_argument(usage);
+    }
+    text.remove_prefix(static_cast<std::size_t>(end - text.data()));
+    return number;
+}
+
+/// Throws for anything that `usage` does not say.
 Options parse(int count, char** arguments) {
     Options options;
     for (int index = 1; index < count; ++index) {
@@ -36,18 +56,21 @@ Options parse(int count, char** arguments) {
             options.sizes.clear();
             argument.remove_prefix(argument.find('=') + 1);
             while (!argument.empty()) {
-                std::size_t size = 0;
-                const auto [end, status] =
-                    std::from_chars(argument.data(), argument.data() + argument.size(), size);
-                if (status != std::errc() || size < 1'000) {
+                const std::size_t size = numberAtBegin(argument);
+                if (size < 1'000) {
                     throw std::invalid_argument("a size is a number of events, 1000 or more");
                 }
                 options.sizes.push_back(size);
-                argument.remove_prefix(static_cast<std::size_t>(end - argument.data()));
                 argument.remove_prefix(argument.starts_with(',') ? 1 : 0);
             }
+        } else if (argument.starts_with("--page-cache=")) {
+            argument.remove_prefix(argument.find('=') + 1);
+            options.pageCacheKiB = static_cast<std::int32_t>(numberAtBegin(argument));
+        } else if (argument.starts_with("--incomplete=")) {
+            argument.remove_prefix(argument.find('=') + 1);
+            options.incomplete = numberAtBegin(argument);
         } else {
-            throw std::invalid_argument("usage: zav_scale [--sizes=N,N...] [--output=FILE]");
+            throw std::invalid_argument(usage);
         }
     }
     return options;
@@ -63,11 +86,12 @@ bool isOfInterest(const Workload& workload, std::size_t size) {
 }
 
 /// Both contenders work on the one file in turn; what they write is undone, so that it keeps its size.
-void measure(std::ostream& output, const std::string& path, std::size_t size) {
+void measure(std::ostream& output, const std::string& path, std::size_t size, std::int32_t pageCacheKiB) {
     const Samples samples = takeSamples(path, 1'000);
     std::vector<std::unique_ptr<Contender>> opened;
     for (const ContenderKind& kind : contenders) {
         opened.push_back(kind.open(path));
+        execute(opened.back()->connection(), "PRAGMA cache_size=-" + std::to_string(pageCacheKiB));
     }
     for (Workload workload : makeWorkloads()) {
         if (!isOfInterest(workload, size)) {
@@ -111,12 +135,15 @@ int run(int count, char** arguments) {
         shape.events = size;
         shape.unprocessed = 1'000;
         shape.unsequenced = 100;
+        if (options.incomplete != 0) {
+            shape.incompleteEvery = std::max<std::size_t>(1, size / options.incomplete);
+        }
         const double before = processorSeconds();
         makeStore(path, shape);
         std::printf("%zu events: %.1f MB, made in %.1f s\n", size,
                     static_cast<double>(std::filesystem::file_size(path)) / 1e6, processorSeconds() - before);
         std::fflush(stdout);
-        measure(output, path, size);
+        measure(output, path, size, options.pageCacheKiB);
     }
     output.close();
     if (!output) {
