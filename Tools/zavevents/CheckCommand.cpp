@@ -5,6 +5,7 @@
 
 #include "Arguments.h"
 #include "Commands.h"
+#include "Help.h"
 #include "Private/Database/ZAVDatabaseSchema.h"
 #include "Store.h"
 #include "ToolError.h"
@@ -72,7 +73,7 @@ void addCheckCommand(CLI::App& app, Action& action) {
     const auto options = std::make_shared<CheckOptions>();
     addDatabaseOption(*command, options->database);
     command->add_flag("--json", options->json, "Write one JSON object");
-    command->footer("Example: zavevents check chat.db");
+    setExample(*command, "chat.db");
     command->callback([options, &action] { action = [options] { check(*options); }; });
 }
 

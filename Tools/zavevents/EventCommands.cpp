@@ -7,6 +7,7 @@
 
 #include "Arguments.h"
 #include "Commands.h"
+#include "Help.h"
 #include "Private/Model/Repositories/ZAVEventRepository.h"
 #include "Store.h"
 #include "ToolError.h"
@@ -37,7 +38,7 @@ struct EventCommand {
                  const std::string& example)
         : command(app.add_subcommand(name, description)) {
         addDatabaseOption(*command, options->database);
-        command->footer("Example: zavevents " + name + " chat.db " + example);
+        setExample(*command, "chat.db " + example);
     }
 
     template <class Work>

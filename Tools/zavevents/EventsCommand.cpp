@@ -9,6 +9,7 @@
 #include "Arguments.h"
 #include "Commands.h"
 #include "EventWriter.h"
+#include "Help.h"
 #include "Output.h"
 #include "Private/Model/Repositories/ZAVEventRepository.h"
 #include "Store.h"
@@ -171,7 +172,7 @@ void addEventsCommand(CLI::App& app, Action& action) {
     auto* const stream = command->add_option("--stream", options->stream, "A stream's UUID")->check(isUUID());
     seq->needs(stream);
     stream->needs(seq);
-    command->footer("Example: zavevents events chat.db --publishable");
+    setExample(*command, "chat.db --publishable");
     command->callback([options, &action] { action = [options] { writeEvents(*options); }; });
 }
 

@@ -7,6 +7,7 @@
 
 #include "Arguments.h"
 #include "Commands.h"
+#include "Help.h"
 #include "Importer.h"
 #include "LineReader.h"
 #include "Private/Foundation/NSInternalInconsistencyException.h"
@@ -130,7 +131,7 @@ void addImportCommand(CLI::App& app, Action& action) {
         command->add_option("--user", options->user, "The user that content is downloaded for");
     appID->needs(user);
     user->needs(appID);
-    command->footer("Example: zcat chat.jsonl.gz | zavevents import chat.db -");
+    setExample(*command, "chat.db events.jsonl");
     command->callback([options, &action] { action = [options] { import(*options); }; });
 }
 

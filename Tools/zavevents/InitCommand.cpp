@@ -4,6 +4,7 @@
 
 #include "Arguments.h"
 #include "Commands.h"
+#include "Help.h"
 #include "Private/Database/ZAVDatabaseSchema.h"
 #include "Store.h"
 
@@ -14,7 +15,7 @@ void addInitCommand(CLI::App& app, Action& action) {
         app.add_subcommand("init", "Create a database and its schema, or bring an older one up to date");
     const auto path = std::make_shared<std::string>();
     addDatabaseOption(*command, *path);
-    command->footer("Example: zavevents init chat.db");
+    setExample(*command, "chat.db");
     command->callback([path, &action] {
         action = [path] {
             static_cast<void>(openOrCreateStore(*path));

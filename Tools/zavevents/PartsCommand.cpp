@@ -9,6 +9,7 @@
 #include "Arguments.h"
 #include "Commands.h"
 #include "EventWriter.h"
+#include "Help.h"
 #include "Output.h"
 #include "Private/Model/Repositories/ZAVEventRepository.h"
 #include "Store.h"
@@ -150,8 +151,7 @@ void addPartsCommand(CLI::App& app, Action& action) {
         ->check(isAmount())
         ->needs(expired);
     command->add_option("--limit", options->limit, "At most so many (default: 100)")->check(isAmount());
-    command->footer(
-        "Example: zavevents parts chat.db --expired-downloads --mime image/jpeg --max-size 65536");
+    setExample(*command, "chat.db --expired-downloads --mime image/jpeg --max-size 65536");
     command->callback([options, &action] { action = [options] { writeParts(*options); }; });
 }
 

@@ -5,6 +5,7 @@
 #include "Arguments.h"
 #include "CacheDirectory.h"
 #include "Commands.h"
+#include "Help.h"
 #include "Private/Model/Repositories/ZAVEventRepository.h"
 #include "Private/Model/Repositories/ZAVMessageRepositoryCache.h"
 #include "Store.h"
@@ -76,8 +77,7 @@ void addReclaimCommand(CLI::App& app, Action& action) {
     command->add_option("--cache", options->cache, "The cache directory; nothing outside it is touched")
         ->required();
     command->add_flag("--dry-run", options->dryRun, "Say what would be removed, and remove nothing");
-    command->footer(
-        "Example: zavevents reclaim chat.db --bytes 100000000 --cache ~/.cache/ZAVEventRepository --dry-run");
+    setExample(*command, "chat.db --bytes 100000000 --cache ~/.cache/ZAVEventRepository --dry-run");
     command->callback([options, &action] { action = [options] { reclaim(*options); }; });
 }
 

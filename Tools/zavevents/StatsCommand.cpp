@@ -6,6 +6,7 @@
 
 #include "Arguments.h"
 #include "Commands.h"
+#include "Help.h"
 #include "Private/Model/Repositories/ZAVEventRepository.h"
 #include "Private/Model/Repositories/ZAVStreamRepository.h"
 #include "Store.h"
@@ -107,7 +108,7 @@ void addStatsCommand(CLI::App& app, Action& action) {
     const auto options = std::make_shared<StatsOptions>();
     addDatabaseOption(*command, options->database);
     command->add_flag("--json", options->json, "Write one JSON object");
-    command->footer("Example: zavevents stats chat.db --json");
+    setExample(*command, "chat.db --json");
     command->callback([options, &action] {
         action = [options] {
             const ordered_json stats = collect(openStore(options->database));

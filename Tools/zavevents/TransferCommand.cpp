@@ -5,6 +5,7 @@
 
 #include "Arguments.h"
 #include "Commands.h"
+#include "Help.h"
 #include "Private/Model/Repositories/ZAVEventRepository.h"
 #include "Private/Model/Repositories/ZAVMessageRepositoryCache.h"
 #include "Store.h"
@@ -89,8 +90,7 @@ void addTransferCommand(CLI::App& app, Action& action) {
     command->add_option("--file", options->file, "Path of the file, relative to the cache directory");
     command->add_option("--accessed", options->accessed, "Last access, in seconds since 1970");
     command->add_option("--purged", options->purged, "Whether the file was removed to reclaim space, 0 or 1");
-    command->footer(
-        "Example: zavevents transfer chat.db --event 7 --index 1 --status 4 --accessed 1760090000");
+    setExample(*command, "chat.db --event 7 --index 1 --status 4 --accessed 1760090000");
     command->callback([options, &action] { action = [options] { transfer(*options); }; });
 }
 

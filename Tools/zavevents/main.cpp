@@ -6,9 +6,11 @@
 #include <cstring>
 #include <exception>
 #include <iostream>
+#include <memory>
 #include <string>
 
 #include "Commands.h"
+#include "Help.h"
 #include "Private/Logging/DDLog.h"
 #include "Store.h"
 #include "ToolError.h"
@@ -32,6 +34,7 @@ void flushStandardOutput() {
 
 int run(int argc, char** argv) {
     CLI::App app("Stores, lists and maintains the events of a messaging client's database.", "zavevents");
+    app.formatter(std::make_shared<zavevents::HelpFormatter>());
     app.require_subcommand(1);
     app.fallthrough();
     app.set_version_flag("--version", "zavevents " + std::string(zav::ZAVLibraryVersion()),
@@ -57,6 +60,7 @@ int run(int argc, char** argv) {
     zavevents::addTransferCommand(app, action);
     zavevents::addReclaimCommand(app, action);
     zavevents::addCheckCommand(app, action);
+    zavevents::setExample(app, "--trace stats chat.db");
 
     try {
         app.parse(argc, argv);
