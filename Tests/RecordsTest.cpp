@@ -185,6 +185,24 @@ TEST(NewContentPart, KeepsAnExternalURLAsItsAbsoluteString) {
     EXPECT_FALSE(part.fileURL());
 }
 
+TEST(ContentPart, KeepsEachDateApartFromTheOtherAndFromNone) {
+    const ZAVDate beginning = ZAVDateFromSecondsSince1970(0);
+    const ZAVDate later = ZAVDateFromSecondsSince1970(1700000000.25);
+    ZAVEventContent part;
+    part.setLastAccessed(beginning);
+    EXPECT_EQ(part.lastAccessed(), beginning) << "the beginning of 1970 is a date like any other";
+    EXPECT_EQ(part.externalContentURLExpiration(), std::nullopt) << "only the other date was set";
+    part.setExternalContentURLExpiration(beginning);
+    part.setLastAccessed(std::nullopt);
+    EXPECT_EQ(part.externalContentURLExpiration(), beginning)
+        << "the beginning of 1970 is a date like any other";
+    EXPECT_EQ(part.lastAccessed(), std::nullopt) << "the date was taken away";
+    part.setLastAccessed(later);
+    part.setExternalContentURLExpiration(std::nullopt);
+    EXPECT_EQ(part.lastAccessed(), later);
+    EXPECT_EQ(part.externalContentURLExpiration(), std::nullopt) << "the date was taken away";
+}
+
 /// Sets a field, lowers its flag, and raises it again.
 #define EXPECT_FLAG_FOLLOWS_FIELD(Record, field, value)                                              \
     do {                                                                                             \
