@@ -10,7 +10,7 @@ import json
 import re
 import shutil
 
-from packaging import SOURCE, VERSION, expect, run
+from packaging import SOURCE, VERSION, WORK, configure, expect, fresh, run
 
 # What the library links, and what the tool adds to it: the names of vcpkg, then those of Conan.
 LIBRARY = {"sqlite3": "sqlite3", "uriparser": "uriparser", "spdlog": "spdlog", "fmt": "fmt"}
@@ -58,6 +58,24 @@ def assigned(recipe, name):
     return ast.literal_eval(values[0])
 
 
+def check_export(patterns):
+    """What the recipe takes along is all that the project needs to be built and installed."""
+    exported = fresh(WORK / "recipes/exported")
+    for pattern in patterns:
+        found = list(SOURCE.glob(pattern))
+        expect(found, f"there is {pattern} to take along")
+        for path in found:
+            to = exported / path.relative_to(SOURCE)
+            to.parent.mkdir(parents=True, exist_ok=True)
+            (shutil.copytree if path.is_dir() else shutil.copy2)(path, to)
+    configure(exported, WORK / "recipes/build", "-DZAV_BUILD_TOOLS=ON", "-DZAV_BUILD_EXAMPLES=OFF",
+              "-DZAV_BUILD_TESTS=OFF")
+    rules = (SOURCE / "cmake/Install.cmake").read_text(encoding="utf-8")
+    needed = set(re.findall(r"\$\{PROJECT_SOURCE_DIR\}/([\w./-]+)", rules))
+    missing = [path for path in sorted(needed) if not (exported / path).exists()]
+    expect(needed and not missing, f"the recipe leaves behind {missing}, which is installed")
+
+
 def check_conan():
     text = (SOURCE / "packaging/conan/conanfile.py").read_text(encoding="utf-8")
     module = ast.parse(text)
@@ -79,8 +97,8 @@ def check_conan():
     pattern = re.search(r're\.search\(r"(.*)", project\)', text)[1]
     told = re.search(pattern, (SOURCE / "CMakeLists.txt").read_text(encoding="utf-8"))
     expect(told and told[1] == VERSION, f"Conan's recipe reads version {VERSION} from the project")
-    for exported in re.search(r"for pattern in \((.*)\)", text)[1].split(", "):
-        expect(list(SOURCE.glob(ast.literal_eval(exported))), f"there is {exported} to take along")
+    check_export([ast.literal_eval(pattern)
+                  for pattern in re.search(r"for pattern in \((.*)\)", text)[1].split(", ")])
 
     ast.parse((SOURCE / "packaging/conan/test_package/conanfile.py").read_text(encoding="utf-8"))
     if shutil.which("conan"):

@@ -27,7 +27,7 @@ class ZAVEventRepositoryConan(ConanFile):
 
     def export_sources(self):
         repository = os.path.join(self.recipe_folder, REPOSITORY)
-        for pattern in ("CMakeLists.txt", "LICENSE", "Code/*", "Tools/*", "cmake/*"):
+        for pattern in ("CMakeLists.txt", "LICENSE", "Code/*", "Documentation/*", "Tools/*", "cmake/*"):
             copy(self, pattern, src=repository, dst=self.export_sources_folder)
 
     def requirements(self):
