@@ -68,6 +68,8 @@ if(TARGET zavevents)
         set_target_properties(zavevents PROPERTIES INSTALL_RPATH "$ORIGIN/${path}")
     endif()
     install(TARGETS zavevents RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+    install(FILES ${PROJECT_SOURCE_DIR}/Documentation/zavevents.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
+        COMPONENT tools)
 endif()
 
 # Each component may be installed without the others, and brings the licence under its package's name.

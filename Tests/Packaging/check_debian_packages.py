@@ -46,7 +46,9 @@ if kind == "shared":
            {LIBRARY, f"libZAVEventRepository.so.{VERSION}"}, f"the library is in its package: {sorted(files[runtime])}")
     expect(not [file for file in files[runtime] if file.endswith((".so", ".h"))],
            f"what only developers need is in their package: {sorted(files[runtime])}")
-    expect("usr/bin/zavevents" in files["zavevents"], f"the tool is in its package: {sorted(files['zavevents'])}")
+    manual = {"usr/share/man/man1/zavevents.1"}
+    expect({"usr/bin/zavevents"} | manual <= files["zavevents"],
+           f"the tool is in its package, with its manual: {sorted(files['zavevents'])}")
     told = run(root / "bin/zavevents", "--version", environment={"LD_LIBRARY_PATH": str(libraries)})
     expect(told == f"zavevents {VERSION}\n", f"the packaged tool runs: {told}")
     dynamic = run("readelf", "-d", root / "bin/zavevents", environment={"LC_ALL": "C"})
