@@ -70,6 +70,16 @@ if(TARGET zavevents)
     install(TARGETS zavevents RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
     install(FILES ${PROJECT_SOURCE_DIR}/Documentation/zavevents.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
         COMPONENT tools)
+    install(FILES ${PROJECT_SOURCE_DIR}/Tools/zavevents/completion/zavevents.bash
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME zavevents COMPONENT tools)
+    # Where zsh looks by itself: Debian's keeps what its packages bring apart.
+    if(CMAKE_INSTALL_PREFIX STREQUAL "/usr" AND EXISTS /etc/debian_version)
+        set(zsh_folder zsh/vendor-completions)
+    else()
+        set(zsh_folder zsh/site-functions)
+    endif()
+    install(FILES ${PROJECT_SOURCE_DIR}/Tools/zavevents/completion/_zavevents
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/${zsh_folder} COMPONENT tools)
 endif()
 
 # Each component may be installed without the others, and brings the licence under its package's name.

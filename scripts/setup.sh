@@ -1,7 +1,7 @@
 #!/bin/sh
 # Makes sure that the compilers, tools and libraries of the build are there: installs what is missing through apt-get
 # on Debian and Ubuntu, and names it elsewhere. With --checks also what the static checks, valgrind, coverage, the
-# benchmarks, the reference, the engine that can encrypt and those tests need that ask mandoc.
+# benchmarks, the reference, the engine that can encrypt and those tests need that ask mandoc and zsh.
 set -eu
 
 packages="g++ clang libclang-rt-dev clang-format cmake ninja-build pkg-config python3 binutils dpkg-dev file git
@@ -10,7 +10,7 @@ packages="g++ clang libclang-rt-dev clang-format cmake ninja-build pkg-config py
     libcpp-httplib-dev"
 if [ "${1:-}" = --checks ]; then
     packages="$packages doxygen clang-tidy cppcheck valgrind gcovr libbenchmark-dev libsqlitecpp-dev libsoci-dev
-        libsqlcipher-dev groff-base mandoc"
+        libsqlcipher-dev groff-base mandoc zsh"
 fi
 
 if ! command -v dpkg-query > /dev/null || ! command -v apt-get > /dev/null; then

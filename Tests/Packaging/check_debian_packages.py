@@ -46,7 +46,8 @@ if kind == "shared":
            {LIBRARY, f"libZAVEventRepository.so.{VERSION}"}, f"the library is in its package: {sorted(files[runtime])}")
     expect(not [file for file in files[runtime] if file.endswith((".so", ".h"))],
            f"what only developers need is in their package: {sorted(files[runtime])}")
-    manual = {"usr/share/man/man1/zavevents.1"}
+    manual = {"usr/share/man/man1/zavevents.1", "usr/share/bash-completion/completions/zavevents",
+              "usr/share/zsh/vendor-completions/_zavevents"}
     expect({"usr/bin/zavevents"} | manual <= files["zavevents"],
            f"the tool is in its package, with its manual: {sorted(files['zavevents'])}")
     told = run(root / "bin/zavevents", "--version", environment={"LD_LIBRARY_PATH": str(libraries)})

@@ -23,7 +23,8 @@ expected = {f"{package}Config.cmake", f"{package}ConfigVersion.cmake", f"{packag
 if kind == "shared":
     expected |= {"lib/libZAVEventRepository.so", f"lib/{LIBRARY}", f"lib/libZAVEventRepository.so.{VERSION}",
                  f"share/doc/{LIBRARY.replace('.so.', '').lower()}/copyright", "bin/zavevents",
-                 "share/doc/zavevents/copyright", "share/man/man1/zavevents.1"}
+                 "share/doc/zavevents/copyright", "share/man/man1/zavevents.1",
+                 "share/bash-completion/completions/zavevents", "share/zsh/site-functions/_zavevents"}
 else:
     expected |= {"lib/libZAVEventRepository.a"}
 expect(installed - headers == expected, f"beside the headers is installed {sorted(installed - headers)}")

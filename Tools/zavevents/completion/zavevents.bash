@@ -1,0 +1,96 @@
+# Completion of zavevents for bash.
+
+_zavevents_options() {
+    case $1 in
+    "") echo --help --key-file --log --trace --version ;;
+    check | stats) echo --help --json ;;
+    delete | processed) echo --help --id ;;
+    events) echo --all --help --id --posted --publishable --revived --seq --stream --unprocessed --unpublishable ;;
+    import) echo --app-id --batch --help --record-changes --skip-bad-lines --user ;;
+    init) echo --help ;;
+    message-seq) echo --event --help --seq ;;
+    participant-seq) echo --help --member --seq --stream ;;
+    parts)
+        echo --event --expired-downloads --help --id --incomplete-downloads --incomplete-uploads --index \
+            --least-recent --limit --max-size --message --mime --no-mime --object-id --unassigned-urls --url
+        ;;
+    reclaim) echo --bytes --cache --dry-run --help ;;
+    sequence) echo --creator --help --id --seq --timestamp ;;
+    tombstone) echo --help --seq --stream-row ;;
+    transfer) echo --accessed --event --expires --file --help --index --purged --size --status --url ;;
+    esac
+    # A command takes these too.
+    [ -z "$1" ] || echo --key-file --log --trace
+}
+
+_zavevents_takes_value() {
+    case $1 in
+    --all | --dry-run | --expired-downloads | --help | -h | --incomplete-downloads | --incomplete-uploads | --json | \
+        --no-mime | --posted | --publishable | --record-changes | --skip-bad-lines | --trace | --unassigned-urls | \
+        --unprocessed | --unpublishable | --version) return 1 ;;
+    --*=*) return 1 ;;
+    -*) return 0 ;;
+    *) return 1 ;;
+    esac
+}
+
+_zavevents_words() {
+    mapfile -t COMPREPLY < <(compgen -W "$1" -- "$2")
+}
+
+_zavevents_files() {
+    mapfile -t COMPREPLY < <(compgen -f -- "$1")
+    compopt -o filenames 2> /dev/null
+}
+
+_zavevents_directories() {
+    mapfile -t COMPREPLY < <(compgen -d -- "$1")
+    compopt -o filenames 2> /dev/null
+}
+
+_zavevents_value() {
+    case $1 in
+    --cache) _zavevents_directories "$2" ;;
+    --key-file) _zavevents_files "$2" ;;
+    --log) _zavevents_words "verbose error off" "$2" ;;
+    --purged) _zavevents_words "0 1" "$2" ;;
+    --status) _zavevents_words "0 1 2 3 4" "$2" ;;
+    esac
+}
+
+_zavevents() {
+    local current=${COMP_WORDS[COMP_CWORD]} command="" option="" word
+    local -i positionals=0 index
+    COMPREPLY=()
+    for ((index = 1; index < COMP_CWORD; ++index)); do
+        word=${COMP_WORDS[index]}
+        if [ "$word" = = ]; then
+            # As the shell splits --option=value: the option still waits for it.
+            continue
+        elif [ -n "$option" ]; then
+            option=""
+        elif _zavevents_takes_value "$word"; then
+            option=$word
+        elif [[ $word != -* ]]; then
+            if [ -z "$command" ]; then
+                command=$word
+            else
+                positionals+=1
+            fi
+        fi
+    done
+    [ "$current" = = ] && current=""
+
+    if [ -n "$option" ]; then
+        _zavevents_value "$option" "$current"
+    elif [[ $current == -* ]]; then
+        _zavevents_words "$(_zavevents_options "$command")" "$current"
+    elif [ -z "$command" ]; then
+        _zavevents_words "check delete events import init message-seq participant-seq parts processed reclaim sequence \
+            stats tombstone transfer" "$current"
+    elif ((positionals == 0)) || { ((positionals == 1)) && [ "$command" = import ]; }; then
+        _zavevents_files "$current"
+    fi
+}
+
+complete -F _zavevents zavevents
