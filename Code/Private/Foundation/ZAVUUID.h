@@ -41,6 +41,8 @@ public:
     friend constexpr bool operator==(const ZAVUUID&, const ZAVUUID&) noexcept = default;
 
     /// Compares byte by byte, which is the order of the canonical texts.
+    // The check takes the zero that a generated comparison is compared with for a pointer.
+    // NOLINTNEXTLINE(modernize-use-nullptr)
     friend constexpr auto operator<=>(const ZAVUUID&, const ZAVUUID&) noexcept = default;
 
 private:
