@@ -57,6 +57,9 @@ class CompletionTest:
                 with self.subTest(command, option=option):
                     after = choices.get(option, PATHS.get(option, set())) if takes_value else self.files
                     self.assertEqual(self.complete(command, option, ""), after)
+                    words = [option, "1", "chat.db", ""] if takes_value else [option, "chat.db", ""]
+                    second = self.files if len(told.positionals) == 2 else set()
+                    self.assertEqual(self.words_but_options(command, *words), second, "after it and the database")
                     seen.add(option)
         self.assertLessEqual(set(choices) | set(PATHS), seen, "every choice is one of an option")
 
