@@ -174,11 +174,11 @@ void expectSound(const std::string& path, const FMDatabaseOptions& options, cons
         << "another connection sees other rows " << when;
 }
 
-/// Calls `round` with 1 and on by `stride`, until it answers that the fault was not met.
+/// Calls `round` with 1 and on by `step`, until it answers that the fault was not met.
 template <class RunRound>
 void forEachFault(const std::string& subject, const FaultInjector& injector, const FMDatabaseOptions& options,
-                  bool fromThenOn, int stride, const RunRound& runRound) {
-    for (int number = 1; number < mostCalls; number += stride) {
+                  bool fromThenOn, int step, const RunRound& runRound) {
+    for (int number = 1; number < mostCalls; number += step) {
         SCOPED_TRACE(subject + " with " + injector.name + " failing at call " + std::to_string(number) +
                      (fromThenOn ? " and from then on" : "") +
                      (options.writeAheadLog ? "" : ", without write-ahead log"));
@@ -293,23 +293,23 @@ std::string SweepTally::description() const {
 }
 
 SweepTally sweep(const Operation& operation, const FaultInjector& injector, const FMDatabaseOptions& options,
-                 bool fromThenOn, int stride) {
+                 bool fromThenOn, int step) {
     const Expectation expectation = expectationOf(operation, options);
     SweepTally tally;
-    forEachFault(operation.name, injector, options, fromThenOn, stride, [&](int number) {
+    forEachFault(operation.name, injector, options, fromThenOn, step, [&](int number) {
         return Round(operation, expectation, options).run(injector, number, fromThenOn, tally);
     });
     return tally;
 }
 
 SweepTally sweepOpening(bool exists, const FaultInjector& injector, const FMDatabaseOptions& options,
-                        bool fromThenOn, int stride) {
+                        bool fromThenOn, int step) {
     Rows stored;
     if (exists) {
         stored = rowsOfAllTables(*openHandle(Template::pathFor(options.writeAheadLog), options));
     }
     SweepTally tally;
-    forEachFault("opening", injector, options, fromThenOn, stride, [&](int number) {
+    forEachFault("opening", injector, options, fromThenOn, step, [&](int number) {
         const TemporaryDirectory directory;
         const std::string path = directory.file("store.db");
         if (exists) {

@@ -33,7 +33,7 @@ struct SweepTally {
 };
 
 /// Runs an operation again and again, each time on a fresh copy of one filled store, with the first, the
-/// second, the third call failing, and so on by `stride`, until it is through without meeting the fault.
+/// second, the third call failing, and so on by `step`, until it is through without meeting the fault.
 /// After each round it checks, and reports as test failures, that
 ///  - answer, error, handle and log agree about what happened,
 ///  - nothing is left open,
@@ -41,11 +41,11 @@ struct SweepTally {
 ///  - the handle does the operation when the fault is gone,
 ///  - the database passes the engine's own check.
 SweepTally sweep(const Operation& operation, const FaultInjector& injector, const FMDatabaseOptions& options,
-                 bool fromThenOn, int stride = 1);
+                 bool fromThenOn, int step);
 
 /// The same for opening: a store that is there and filled, or a file that is still to be made. A store that
 /// could not be opened can be opened when the fault is gone, and holds what it held.
 SweepTally sweepOpening(bool exists, const FaultInjector& injector, const FMDatabaseOptions& options,
-                        bool fromThenOn, int stride = 1);
+                        bool fromThenOn, int step);
 
 }  // namespace zav::test

@@ -13,7 +13,8 @@ constexpr FileCall everyFileCall[] = {FileCall::open,     FileCall::read,   File
                                       FileCall::truncate, FileCall::sync,   FileCall::fileSize,
                                       FileCall::lock,     FileCall::remove, FileCall::sharedMemory};
 
-using Sweep = std::function<SweepTally(const FaultInjector&, const FMDatabaseOptions&, bool fromThenOn)>;
+using Sweep =
+    std::function<SweepTally(const FaultInjector&, const FMDatabaseOptions&, bool fromThenOn, int step)>;
 
 /// Sweeps over every kind of call, with each way of writing: through the log, through a log that is folded
 /// into the file at every commit, and with a journal.
@@ -36,7 +37,7 @@ SweepTally sweepEveryCall(const Sweep& sweep) {
                 [&](int number, bool fromThenOn) { files.fail(call, number, fromThenOn); },
                 [&] { files.heal(); }, [&] { return files.failures(); }};
             for (const bool fromThenOn : {false, true}) {
-                tally += sweep(injector, options, fromThenOn);
+                tally += sweep(injector, options, fromThenOn, stride(1, 1));
             }
         }
     }
@@ -47,9 +48,10 @@ SweepTally sweepEveryCall(const Sweep& sweep) {
 class FileFaults : public testing::TestWithParam<Operation> {};
 
 TEST_P(FileFaults, AreReportedOrWithoutEffectAndNothingStoredIsLost) {
-    const SweepTally tally = sweepEveryCall([](const auto& injector, const auto& options, bool fromThenOn) {
-        return sweep(GetParam(), injector, options, fromThenOn);
-    });
+    const SweepTally tally =
+        sweepEveryCall([](const auto& injector, const auto& options, bool fromThenOn, int step) {
+            return sweep(GetParam(), injector, options, fromThenOn, step);
+        });
     reportSweep("file faults in " + GetParam().name + ": " + tally.description());
 }
 
@@ -57,16 +59,18 @@ INSTANTIATE_TEST_SUITE_P(In, FileFaults, testing::ValuesIn(everyOperation()),
                          [](const auto& parameter) { return parameter.param.name; });
 
 TEST(FileFaultsInOpening, LeaveAStoreThatCanBeOpenedAndHoldsWhatItHeld) {
-    const SweepTally tally = sweepEveryCall([](const auto& injector, const auto& options, bool fromThenOn) {
-        return sweepOpening(true, injector, options, fromThenOn);
-    });
+    const SweepTally tally =
+        sweepEveryCall([](const auto& injector, const auto& options, bool fromThenOn, int step) {
+            return sweepOpening(true, injector, options, fromThenOn, step);
+        });
     reportSweep("file faults in opening a store: " + tally.description());
 }
 
 TEST(FileFaultsInOpening, LeaveAFileInWhichAStoreCanBeMade) {
-    const SweepTally tally = sweepEveryCall([](const auto& injector, const auto& options, bool fromThenOn) {
-        return sweepOpening(false, injector, options, fromThenOn);
-    });
+    const SweepTally tally =
+        sweepEveryCall([](const auto& injector, const auto& options, bool fromThenOn, int step) {
+            return sweepOpening(false, injector, options, fromThenOn, step);
+        });
     reportSweep("file faults in making a store: " + tally.description());
 }
 

@@ -23,7 +23,7 @@ SweepTally sweepEveryRequest(const Sweep& sweep) {
     options.busyTimeout = std::chrono::milliseconds(0);
     SweepTally tally;
     for (const bool fromThenOn : {false, true}) {
-        tally += sweep(memory, options, fromThenOn, rounds(4, 1));
+        tally += sweep(memory, options, fromThenOn, stride(4, 1));
     }
     EXPECT_GT(tally.faults, 0) << "no fault was ever met";
     return tally;
@@ -33,8 +33,8 @@ class MemoryFaults : public testing::TestWithParam<Operation> {};
 
 TEST_P(MemoryFaults, AreReportedOrWithoutEffectAndNothingStoredIsLost) {
     const SweepTally tally =
-        sweepEveryRequest([](const auto& memory, const auto& options, bool fromThenOn, int stride) {
-            return sweep(GetParam(), memory, options, fromThenOn, stride);
+        sweepEveryRequest([](const auto& memory, const auto& options, bool fromThenOn, int step) {
+            return sweep(GetParam(), memory, options, fromThenOn, step);
         });
     reportSweep("memory faults in " + GetParam().name + ": " + tally.description());
 }
@@ -44,16 +44,16 @@ INSTANTIATE_TEST_SUITE_P(In, MemoryFaults, testing::ValuesIn(everyOperation()),
 
 TEST(MemoryFaultsInOpening, LeaveAStoreThatCanBeOpenedAndHoldsWhatItHeld) {
     const SweepTally tally =
-        sweepEveryRequest([](const auto& memory, const auto& options, bool fromThenOn, int stride) {
-            return sweepOpening(true, memory, options, fromThenOn, stride);
+        sweepEveryRequest([](const auto& memory, const auto& options, bool fromThenOn, int step) {
+            return sweepOpening(true, memory, options, fromThenOn, step);
         });
     reportSweep("memory faults in opening a store: " + tally.description());
 }
 
 TEST(MemoryFaultsInOpening, LeaveAFileInWhichAStoreCanBeMade) {
     const SweepTally tally =
-        sweepEveryRequest([](const auto& memory, const auto& options, bool fromThenOn, int stride) {
-            return sweepOpening(false, memory, options, fromThenOn, stride);
+        sweepEveryRequest([](const auto& memory, const auto& options, bool fromThenOn, int step) {
+            return sweepOpening(false, memory, options, fromThenOn, step);
         });
     reportSweep("memory faults in making a store: " + tally.description());
 }

@@ -7,15 +7,25 @@
 
 namespace zav::test {
 
-/// Whether the tests run at length (`make test-long`) or as often as a developer runs them.
-[[nodiscard]] inline bool runsAtLength() {
+/// What the environment says of how far the tests should go: nothing, for a developer's ordinary run; "long"
+/// (`make test-long`); or "brief", under a tool that makes them many times as slow (`make valgrind`).
+[[nodiscard]] inline std::string_view effort() {
     const char* const effort = std::getenv("ZAV_TEST_EFFORT");
-    return effort != nullptr && std::string_view(effort) == "long";
+    return effort != nullptr ? effort : std::string_view();
+}
+
+[[nodiscard]] inline bool runsAtLength() {
+    return effort() == "long";
 }
 
 /// How many rounds a sweep makes.
 [[nodiscard]] inline int rounds(int ordinarily, int atLength) {
     return runsAtLength() ? atLength : ordinarily;
+}
+
+/// How far a sweep goes from one fault to the next; in a brief run it takes one of seven.
+[[nodiscard]] inline int stride(int ordinarily, int atLength) {
+    return effort() == "brief" ? 7 * ordinarily : rounds(ordinarily, atLength);
 }
 
 /// What a sweep has to say of itself; `make test` repeats these lines at its end.
