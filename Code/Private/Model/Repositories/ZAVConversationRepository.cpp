@@ -1,6 +1,6 @@
 #include "Private/Model/Repositories/ZAVConversationRepository.h"
 
-#include "Private/Model/Repositories/ZAVNeighbourStatements.h"
+#include "Private/Model/Repositories/ZAVRepositoryStatements.h"
 
 namespace zav {
 
@@ -14,7 +14,7 @@ ZAVDatabaseIdentifier ZAVConversationRepository::findOrCreateConversationWithStr
 bool ZAVConversationRepository::addParticipant(std::string_view memberID,
                                                ZAVDatabaseIdentifier conversationDatabaseIdentifier,
                                                ZAVError* error) const {
-    return update(
+    return runUpdate(
         database(), error,
         "INSERT OR IGNORE INTO conversation_participants (conversation_database_identifier, member_id) "
         "VALUES (?, ?)",

@@ -43,7 +43,7 @@ bool ZAVEventRepository::persistEventContentUpdate(const ZAVEventContent& eventC
         *this, error,
         [&](ZAVError& outError) {
             succeeded = runUpdate(
-                *this, outError,
+                database(), &outError,
                 "UPDATE event_content_parts SET access_expiration = ?, url = ?, size = ?, transfer_status = ?, "
                 "file_path = ?, last_accessed = ?, purged = ? WHERE event_content_part_id = ? AND "
                 "event_database_identifier = ?",

@@ -21,7 +21,7 @@ template <class... Values>
 bool readContent(const ZAVEventRepository& repository, std::shared_ptr<ZAVEventContent>& result,
                  ZAVError& outError, const std::string& statement, const Values&... values) {
     return readFirstRow(
-        repository, result, outError,
+        repository.database(), result, outError,
         [&](const FMResultSet& row) { return repository.eventContentFromResultSet(row); }, statement,
         values...);
 }

@@ -43,7 +43,7 @@ template <class... Values>
 bool readEvent(const ZAVEventRepository& repository, std::shared_ptr<ZAVEvent>& result, ZAVError& outError,
                ZAVError* error, const std::string& statement, const Values&... values) {
     return readFirstRow(
-        repository, result, outError,
+        repository.database(), result, outError,
         [&](const FMResultSet& row) { return repository.objectFromResultSet(row, error); }, statement,
         values...);
 }

@@ -83,7 +83,7 @@ bool ZAVEventRepository::persistTombstoneEventWithTargetSeq(ZAVSequence targetSe
         *this, error,
         [&](ZAVError& outError) {
             succeeded =
-                runUpdate(*this, outError,
+                runUpdate(database(), &outError,
                           "UPDATE events SET type = ? WHERE seq = ? AND stream_database_identifier = ?",
                           EventType_TOMBSTONE, targetSeq, streamDatabaseIdentifier);
             return succeeded;

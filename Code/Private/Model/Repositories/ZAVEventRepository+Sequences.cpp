@@ -40,7 +40,7 @@ bool ZAVEventRepository::persistConversationsParticipantsSeq(ZAVSequence seq, st
                 return !outError;  // no conversation: neither a success of the operation nor an error
             }
             const ZAVDatabaseIdentifier conversation = rows->longLongIntForColumn("database_identifier");
-            succeeded = runUpdate(*this, outError,
+            succeeded = runUpdate(database(), &outError,
                                   "UPDATE conversation_participants SET seq = ? WHERE member_id = ? AND "
                                   "conversation_database_identifier = ?",
                                   seq, memberID, conversation);
@@ -60,9 +60,9 @@ bool ZAVEventRepository::persistMessageSeq(ZAVSequence seq, ZAVDatabaseIdentifie
     operation.run(
         *this, error,
         [&](ZAVError& outError) {
-            succeeded =
-                runUpdate(*this, outError, "UPDATE messages SET seq = ? WHERE event_database_identifier = ?",
-                          seq, eventDatabaseIdentifier);
+            succeeded = runUpdate(database(), &outError,
+                                  "UPDATE messages SET seq = ? WHERE event_database_identifier = ?", seq,
+                                  eventDatabaseIdentifier);
             return succeeded;
         },
         seq, eventDatabaseIdentifier);

@@ -1,6 +1,6 @@
 #include "Private/Model/Repositories/ZAVMessageRepository.h"
 
-#include "Private/Model/Repositories/ZAVNeighbourStatements.h"
+#include "Private/Model/Repositories/ZAVRepositoryStatements.h"
 
 namespace zav {
 

@@ -1,6 +1,6 @@
 #include "Private/Model/Repositories/ZAVStreamRepository.h"
 
-#include "Private/Model/Repositories/ZAVNeighbourStatements.h"
+#include "Private/Model/Repositories/ZAVRepositoryStatements.h"
 
 namespace zav {
 namespace {
@@ -21,20 +21,20 @@ ZAVDatabaseIdentifier ZAVStreamRepository::findOrCreateStreamWithUUID(const ZAVU
 }
 
 ZAVDatabaseIdentifier ZAVStreamRepository::createStreamWithoutUUID(ZAVError* error) const {
-    return update(database(), error, insertWithUUID, std::nullopt) ? database().lastInsertRowId()
-                                                                   : ZAVDatabaseIdentifierNotSet;
+    return runUpdate(database(), error, insertWithUUID, std::nullopt) ? database().lastInsertRowId()
+                                                                      : ZAVDatabaseIdentifierNotSet;
 }
 
 bool ZAVStreamRepository::setUUID(const ZAVUUID& uuid, ZAVDatabaseIdentifier streamDatabaseIdentifier,
                                   ZAVError* error) const {
-    return update(database(), error, "UPDATE streams SET stream_id = ? WHERE database_identifier = ?", uuid,
-                  streamDatabaseIdentifier);
+    return runUpdate(database(), error, "UPDATE streams SET stream_id = ? WHERE database_identifier = ?",
+                     uuid, streamDatabaseIdentifier);
 }
 
 bool ZAVStreamRepository::setSeq(ZAVSequence seq, ZAVDatabaseIdentifier streamDatabaseIdentifier,
                                  ZAVError* error) const {
-    return update(database(), error, "UPDATE streams SET seq = ? WHERE database_identifier = ?", seq,
-                  streamDatabaseIdentifier);
+    return runUpdate(database(), error, "UPDATE streams SET seq = ? WHERE database_identifier = ?", seq,
+                     streamDatabaseIdentifier);
 }
 
 std::optional<std::uint64_t> ZAVStreamRepository::countOfStreams(ZAVError* error) const {

@@ -1,14 +1,14 @@
 #include "Private/Model/Repositories/ZAVSyncedChangeRepository.h"
 
-#include "Private/Model/Repositories/ZAVNeighbourStatements.h"
+#include "Private/Model/Repositories/ZAVRepositoryStatements.h"
 
 namespace zav {
 
 bool ZAVSyncedChangeRepository::recordChange(std::string_view tableName, ZAVDatabaseIdentifier rowIdentifier,
                                              ZAVSyncedChangeType type, ZAVError* error) const {
-    return update(database(), error,
-                  "INSERT INTO synced_changes (table_name, row_identifier, change_type) VALUES (?, ?, ?)",
-                  tableName, rowIdentifier, type);
+    return runUpdate(database(), error,
+                     "INSERT INTO synced_changes (table_name, row_identifier, change_type) VALUES (?, ?, ?)",
+                     tableName, rowIdentifier, type);
 }
 
 }  // namespace zav
