@@ -65,7 +65,8 @@ public:
         return update(statementWithValues(sql, Bytes::referredTo, values...));
     }
 
-    /// Prepares a statement ahead of its use and keeps it, so that running it needs no memory.
+    /// Prepares a statement ahead of its use, and keeps it if any are kept, so that running it needs no
+    /// memory.
     bool prepare(std::string_view sql);
 
     /// `executeQuery` and `executeUpdate` for a list of values whose length is known only at run time.

@@ -71,8 +71,6 @@ public:
     /// Which of the getters below answers.
     [[nodiscard]] Kind kind() const noexcept { return kind_; }
 
-    /// Whether the value is text or a blob, and so lives elsewhere.
-
     /// The number of a `Kind::integer`.
     [[nodiscard]] std::int64_t integer() const noexcept { return integer_; }
 

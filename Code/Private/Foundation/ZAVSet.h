@@ -16,7 +16,8 @@ namespace zav {
 /// Two elements are equal when they are the same object: membership depends on no field, so records may
 /// change while they sit in a set, and two records of one row may sit in it side by side. It holds no null.
 ///
-/// `insert` and `contains` take constant time on average. Not synchronised; copies share the records.
+/// `insert` and `contains` take constant time on average. Not synchronised, not even for two
+/// calls of `contains`: the first one builds an index. Copies share the records.
 template <class T>
 class ZAVSet {
 public:
