@@ -562,16 +562,20 @@ TEST(ToolCheck, WhatLacksItsParentIsCountedAndIsNoDamage) {
     EXPECT_EQ(report.at("events_without_stream"), 1);
 }
 
-TEST(ToolCheck, ADamagedFileIsAFailureThatSaysWhatIsWrong) {
-    const QueueStore store;
-    const std::string row =
-        store.execute("SELECT rootpage FROM sqlite_master WHERE name = 'events_by_client_id'").at(0);
+/// Overwrites where a table or an index begins.
+void damage(const ToolStore& store, const std::string& name) {
+    const std::string page =
+        store.execute("SELECT rootpage FROM sqlite_master WHERE name = '" + name + "'").at(0);
     const std::string pageSize = store.execute("PRAGMA page_size").at(0);
     store.execute("PRAGMA wal_checkpoint(TRUNCATE)");
     std::fstream file(store.path(), std::ios::in | std::ios::out | std::ios::binary);
-    file.seekp((std::stoll(row) - 1) * std::stoll(pageSize));
+    file.seekp((std::stoll(page) - 1) * std::stoll(pageSize));
     file << std::string(64, '\xFF');
-    file.close();
+}
+
+TEST(ToolCheck, ADamagedFileIsAFailureThatSaysWhatIsWrong) {
+    const QueueStore store;
+    damage(store, "events_by_client_id");
     const ToolRun run = store.run("check");
     EXPECT_EQ(run.status, 1) << run.out;
     EXPECT_NE(run.err.find("zavevents: " + store.path() + ": the database is damaged\n"), std::string::npos)
@@ -581,6 +585,17 @@ TEST(ToolCheck, ADamagedFileIsAFailureThatSaysWhatIsWrong) {
     const json report = checked(store, 1);
     EXPECT_NE(report.at("integrity"), json::array({"ok"})) << "a script must see the damage too";
     EXPECT_FALSE(report.at("integrity").empty()) << "a script must see the damage too";
+}
+
+TEST(ToolCheck, WhatCannotBeCountedForDamageIsUnknownAndHidesNoFinding) {
+    const QueueStore store;
+    damage(store, "events");
+    const ToolRun run = store.run("check");
+    EXPECT_EQ(run.status, 1);
+    EXPECT_NE(run.err.find("the database is damaged\n"), std::string::npos) << run.err;
+    EXPECT_NE(run.out.find("integrity               "), std::string::npos) << run.out;
+    EXPECT_NE(run.out.find("events without a stream unknown\n"), std::string::npos) << run.out;
+    EXPECT_TRUE(checked(store, 1).at("events_without_stream").is_null());
 }
 
 TEST(ToolCheck, AFileThatIsNoDatabaseIsAFailureInTheDatabasesWords) {

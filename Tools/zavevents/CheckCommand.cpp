@@ -35,6 +35,22 @@ std::vector<std::string> integrity(FMDatabase& database) {
     return findings;
 }
 
+/// The answer of a count; null where damage keeps it from being made.
+ordered_json countIn(FMDatabase& database, const std::string& sql, bool intact) {
+    try {
+        return queryNumber(database, sql);
+    } catch (const ToolError&) {
+        if (intact) {
+            throw;
+        }
+        return nullptr;
+    }
+}
+
+std::string orUnknown(const ordered_json& count) {
+    return count.is_null() ? "unknown" : count.dump();
+}
+
 void check(const CheckOptions& options) {
     const auto database = openStore(options.database);
     const auto findings = integrity(*database);
@@ -43,13 +59,15 @@ void check(const CheckOptions& options) {
     report["integrity"] = findings;
     report["schema_version"] = ZAVDatabaseSchema::versionOfDatabase(*database).value_or(0);
     report["parts_without_event"] =
-        queryNumber(*database,
-                    "SELECT COUNT(*) FROM event_content_parts WHERE NOT EXISTS (SELECT 1 FROM events"
-                    " WHERE events.database_identifier = event_content_parts.event_database_identifier)");
+        countIn(*database,
+                "SELECT COUNT(*) FROM event_content_parts WHERE NOT EXISTS (SELECT 1 FROM events"
+                " WHERE events.database_identifier = event_content_parts.event_database_identifier)",
+                intact);
     report["events_without_stream"] =
-        queryNumber(*database,
-                    "SELECT COUNT(*) FROM events WHERE NOT EXISTS (SELECT 1 FROM streams"
-                    " WHERE streams.database_identifier = events.stream_database_identifier)");
+        countIn(*database,
+                "SELECT COUNT(*) FROM events WHERE NOT EXISTS (SELECT 1 FROM streams"
+                " WHERE streams.database_identifier = events.stream_database_identifier)",
+                intact);
     if (options.json) {
         std::cout << report.dump() << '\n';
     } else {
@@ -57,8 +75,8 @@ void check(const CheckOptions& options) {
             std::cout << "integrity               " << finding << '\n';
         }
         std::cout << "schema version          " << report["schema_version"] << '\n'
-                  << "parts without an event  " << report["parts_without_event"] << '\n'
-                  << "events without a stream " << report["events_without_stream"] << '\n';
+                  << "parts without an event  " << orUnknown(report["parts_without_event"]) << '\n'
+                  << "events without a stream " << orUnknown(report["events_without_stream"]) << '\n';
     }
     if (!intact) {
         throw ToolError(options.database + ": the database is damaged");

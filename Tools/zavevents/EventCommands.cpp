@@ -60,6 +60,13 @@ void printChanges(const ZAVEventRepository& repository, const std::string& what)
     std::cout << repository.database().changes() << ' ' << what << '\n';
 }
 
+std::uint64_t countOfEvents(const ZAVEventRepository& repository) {
+    ZAVError error;
+    const auto count = repository.countOfEvents(&error);
+    require(!error, "cannot count the events", error);
+    return count;
+}
+
 ZAVSet<ZAVEvent> eventsInRows(const std::vector<std::int64_t>& rows) {
     ZAVSet<ZAVEvent> events;
     for (const std::int64_t row : rows) {
@@ -116,10 +123,10 @@ void addEventCommands(CLI::App& app, Action& action) {
         ->required();
     remove.does(action, [](const ZAVEventRepository& repository, const EventOptions& options) {
         ZAVError error;
-        const auto before = repository.countOfEvents(&error);
+        const auto before = countOfEvents(repository);
         require(repository.deleteEvents(eventsInRows(options.rows), &error), "cannot delete the events",
                 error);
-        std::cout << before - repository.countOfEvents(&error) << " events deleted\n";
+        std::cout << before - countOfEvents(repository) << " events deleted\n";
     });
 
     const EventCommand processed(app, "processed", "Forget that events wait to be processed", "--id 1 2 3");
