@@ -36,7 +36,7 @@ public:
     /// Whether `type` is set.
     [[nodiscard]] bool typeIsSet() const noexcept { return typeIsSet_; }
 
-    /// not stored
+    /// whether the event is short-lived; not stored
     [[nodiscard]] bool ephemeral() const noexcept { return ephemeral_; }
     /// Sets `ephemeral`.
     void set_ephemeral(bool value) noexcept {
@@ -72,7 +72,7 @@ public:
     /// Whether `seq` is set.
     [[nodiscard]] bool seqIsSet() const noexcept { return seqIsSet_; }
 
-    /// service time of the event
+    /// the service's time, in its own unit; stored as it is
     [[nodiscard]] std::int64_t server_timestamp() const noexcept { return server_timestamp_; }
     /// Sets `server_timestamp`.
     void set_server_timestamp(std::int64_t value) noexcept {
@@ -108,7 +108,7 @@ public:
     /// Whether `client_seq` is set.
     [[nodiscard]] bool client_seqIsSet() const noexcept { return client_seqIsSet_; }
 
-    /// sub-kind
+    /// kind within the type, 0 to 255; the library gives it no meaning
     [[nodiscard]] std::uint8_t subtype() const noexcept { return subtype_; }
     /// Sets `subtype`.
     void set_subtype(std::uint8_t value) noexcept {
@@ -180,7 +180,7 @@ public:
     /// Whether `client_id` is set.
     [[nodiscard]] bool client_idIsSet() const noexcept { return client_idIsSet_; }
 
-    /// not stored
+    /// the author's clock; not stored
     [[nodiscard]] std::int64_t client_timestamp() const noexcept { return client_timestamp_; }
     /// Sets `client_timestamp`.
     void set_client_timestamp(std::int64_t value) noexcept {

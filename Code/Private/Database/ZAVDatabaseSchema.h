@@ -21,6 +21,10 @@ public:
     /// A database made by a newer version of the library is refused and left untouched. So is one of the
     /// library's own that lacks one of its tables, or has a trigger or a view: the error names it. Tables of
     /// other names, virtual ones too, and further indexes belong to the application and may stand beside.
+    ///
+    /// `options.newestUserVersion` is set to `currentVersion`, whatever it was. With read-only access a file
+    /// must have the current version already: an empty or older one fails, because it cannot be brought up
+    /// to date.
     /// @return the open handle; null on failure, with the reason in `error`.
     [[nodiscard]] static std::shared_ptr<FMDatabase> openDatabase(const std::string& path,
                                                                   FMDatabaseOptions options = {},
@@ -32,6 +36,7 @@ public:
 
     /// Applies the migrations that the database lacks, all of them in one transaction: on failure the schema
     /// is what it was. A database that has tables but no version belongs to somebody else and is refused.
+    /// Unlike `openDatabase` this does not look for a missing table, a trigger or a view.
     static bool migrateDatabase(FMDatabase& database, ZAVError* error = nullptr);
 };
 

@@ -36,10 +36,11 @@ namespace zav {
 /// cursor stays open.
 ///
 /// `error` is left as it was when nothing failed, with one exception: an operation that reads events also
-/// stores there why an event's transient metadata could not be read. The event is then returned without them,
-/// and nothing is logged.
+/// stores there why an event's transient metadata could not be read. The event then has an empty dictionary,
+/// and nothing is logged. A content part that cannot be read is missing from its event, and neither `error`
+/// nor the log tells.
 ///
-/// The records that are returned are the caller's: new with each call, complete, and tied to nothing.
+/// The records that are returned are the caller's: new with each call, and tied to nothing.
 class ZAV_EXPORT ZAVEventRepository : public ZAVDatabaseRepository {
 public:
     /// Sets a repository on an open handle, which it shares; not null.
@@ -55,8 +56,10 @@ public:
     /// The event on the current row of an event query (columns: `ZAVEventMapperColumn`), with its transient
     /// metadata and content parts, for which it runs two further queries on the handle. Never null.
     ///
-    /// The event's `seq` is set, and its `seqIsSet` true, also when the column was NULL: it is then 0.
-    /// @param error receives why the metadata could not be read; the event has none then.
+    /// The event's `seq` is set, and its `seqIsSet` true, also when the column was NULL: it is then 0. Its
+    /// `transient_metadata` are always present: an empty dictionary when there are none, and when they could
+    /// not be read. Parts that could not be read are missing from its `content`, and nothing tells.
+    /// @param error receives why the metadata could not be read.
     [[nodiscard]] virtual std::shared_ptr<ZAVEvent> objectFromResultSet(const FMResultSet& row,
                                                                         ZAVError* error = nullptr) const;
 
@@ -77,7 +80,8 @@ public:
     [[nodiscard]] std::size_t countOfEvents(ZAVError* error = nullptr) const;
 
     /// The events that can be sent to the service: not yet sequenced, in a stream that the service knows; of
-    /// messages only those that have content parts, all of them completely transferred. None on failure.
+    /// messages only those that have content parts, all of them completely transferred. Judged are the parts
+    /// that could be read: one that could not does not hold its message back. None on failure.
     [[nodiscard]] std::optional<ZAVSet<ZAVEvent>> publishableEvents(ZAVError* error = nullptr) const;
 
     /// The events that are not yet sequenced and whose stream the service does not know, or that have no
@@ -113,14 +117,17 @@ public:
     /// An event's stream is named by its row or, if that is not set, by `stream_id`; the other is filled in.
     /// An event that collides with a stored one, by its row or by stream and `seq`, overwrites every column
     /// of it. Content parts are numbered by their position, and a part that is stored already is kept as it
-    /// is stored. Metadata given as bytes are stored as text, and left out when they are no UTF-8.
+    /// is stored. `transient_metadata`, when present, replace all that is stored, so an empty dictionary
+    /// deletes it; `set_transient_metadata(std::nullopt)` leaves what is stored alone. Metadata given as
+    /// bytes are stored as text, and left out when they are no UTF-8.
     ///
-    /// The records are changed as they are stored: events get their rows and `stream_id`, parts their
-    /// back-references. They keep these also when a later event fails.
+    /// The records are changed as they are stored: events get their rows and `stream_id`, parts the row and
+    /// `client_id` of their event and the identifier of its stream. They keep these also when a later event
+    /// fails. Parts do not get their `index` and `eventSeq`: before a part but the first is updated, set its
+    /// index or read it again.
     /// @throws NSInternalInconsistencyException for an element that is no `ZAVEvent`, an event without a
-    /// type, stream
-    ///     or `client_id`, content that is no `ZAVEventContent`, and a stream that is not registered. Events
-    ///     before it are stored.
+    /// type, stream or `client_id`, content that is no `ZAVEventContent`, and a stream that is not
+    /// registered. Events before it are stored.
     /// @return true when every event was stored, and for an empty set.
     bool persistEvents(const ZAVSet<ZAVTEvent>& events, ZAVError* error = nullptr) const;
 
@@ -134,7 +141,7 @@ public:
     /// This operation logs nothing and never writes `error`: a caller who wants the reason asks the database
     /// handle.
     /// @throws NSInternalInconsistencyException when the event has no `stream_id`.
-    /// @return whether the statement ran, also when the event has no row.
+    /// @return true when the statement ran, even if it matched no row: ask `database().changes()`.
     bool updateObject(const ZAVEvent& event, ZAVError* error = nullptr) const;
 
     /// @}
@@ -146,12 +153,14 @@ public:
     /// @return whether all were forgotten; false, without an error, for an empty set.
     bool deleteUnprocessedEvents(const ZAVSet<ZAVEvent>& events, ZAVError* error = nullptr) const;
 
-    /// Deletes the events' rows, and nothing that refers to them.
+    /// Deletes the events' rows, and nothing that refers to them. Content parts that stay behind are still
+    /// found by the transfer queues, where no operation removes them: delete them as well.
     /// @return whether all statements ran; false, without an error, for an empty set.
     bool deleteEvents(const ZAVSet<ZAVEvent>& events, ZAVError* error = nullptr) const;
 
-    /// Turns the event at a sequence of a stream into a tombstone, by its type alone.
-    /// @return whether the statement ran, also when there is no such event.
+    /// Turns the event at a sequence of a stream into a tombstone, by its type alone: its content and
+    /// metadata stay, and to store the event again makes it what it was.
+    /// @return true when the statement ran, even if it matched no row: ask `database().changes()`.
     bool persistTombstoneEventWithTargetSeq(ZAVSequence targetSeq,
                                             ZAVDatabaseIdentifier streamDatabaseIdentifier,
                                             ZAVError* error = nullptr) const;
@@ -162,15 +171,14 @@ public:
 
     /// Records how far a member of a stream's conversation has progressed. A smaller sequence overwrites a
     /// larger one.
-    /// @return true when the update ran, also when the member is no participant; false, without an error,
-    /// when the
-    ///     stream has no conversation.
+    /// @return true when the update ran, even if it matched no row: ask `database().changes()`. False,
+    /// without an error, when the stream has no conversation.
     bool persistConversationsParticipantsSeq(ZAVSequence seq, std::string_view memberID,
                                              const ZAVUUID& streamIdentifier,
                                              ZAVError* error = nullptr) const;
 
     /// Records the sequence of the message that an event carries.
-    /// @return whether the update ran, also when the event carries none.
+    /// @return true when the update ran, even if it matched no row: ask `database().changes()`.
     bool persistMessageSeq(ZAVSequence seq, ZAVDatabaseIdentifier eventDatabaseIdentifier,
                            ZAVError* error = nullptr) const;
 
@@ -216,20 +224,20 @@ public:
         ZAVSize limit, ZAVError* error = nullptr) const;
 
     /// Parts that need a new URL before they can be fetched: those being downloaded, and those ready for it
-    /// that are wanted without being asked for. The most recent of their streams come first; at most `limit`
-    /// of them.
+    /// that are wanted without being asked for. A URL without an expiration counts as expired. The most
+    /// recent of their streams come first, counted from what `ZAVStreamRepository::setSeq` recorded: where
+    /// nothing was, recency is not known, and the part comes before all others. At most `limit` of them.
     /// @param autodownloadMIMETypes the types that are wanted whatever their size; when absent, every part
-    /// is. They
-    ///     become part of the statement as they are: a type with a quote makes the operation fail.
+    /// is. They become part of the statement as they are: a type with a quote makes the operation fail.
     /// @param autodownloadMaxSize parts of at most so many bytes are wanted whatever their type. Only the low
-    /// 32 bits
-    ///     count.
+    /// 32 bits count.
     [[nodiscard]] std::optional<ZAVSet<ZAVEventContent>>
     eventContentsHavingExpiredDownloadURLsWithAutoDownloadMIMETypes(
         const std::optional<std::set<std::string>>& autodownloadMIMETypes, ZAVSize autodownloadMaxSize,
         ZAVSize limit, ZAVError* error = nullptr) const;
 
-    /// Downloads that were started and not finished, and whose URL still works, at most `limit` of them.
+    /// Downloads that were started and not finished, and whose URL has an expiration that is still to come,
+    /// in the same order, at most `limit` of them.
     [[nodiscard]] std::optional<ZAVSet<ZAVEventContent>> eventContentsHavingIncompleteDownloadsWithLimit(
         ZAVSize limit, ZAVError* error = nullptr) const;
 
@@ -239,8 +247,11 @@ public:
 
     /// Records a part's URL and its expiration, size, transfer status, file, last access and purge mark. The
     /// row is found by the part's event and index; its type and inline data stay.
+    ///
+    /// A stored URL or path that is none of RFC 3986 was read as absent: this erases it, unless another is
+    /// set before. An expiration loses its fraction of a second in the same way.
     /// @throws NSInternalInconsistencyException when the part belongs to no stored event.
-    /// @return whether the statement ran, also when there is no such row.
+    /// @return true when the statement ran, even if it matched no row: ask `database().changes()`.
     bool persistEventContentUpdate(const ZAVEventContent& eventContent, ZAVError* error = nullptr) const;
 
     /// Bytes that content files occupy: of the parts that have a file and are neither purged nor still to
@@ -248,12 +259,13 @@ public:
     ///
     /// The sum is read as a signed 32-bit number and widened: from 2147483648 bytes on it is not the true
     /// one.
-    /// @return the total; 18446744073709551615 on failure.
+    /// @return the total; 18446744073709551615 on failure, without an error when only reading the sum failed.
     [[nodiscard]] ZAVSize totalDiskUtilizationOfEventContentPartsWithError(ZAVError* error = nullptr) const;
 
     /// The parts whose files to remove, least recently accessed first, until their sizes exceed
     /// `totalSizeInBytes`: the one that exceeds it is the last. A part that is still to be uploaded is never
-    /// chosen. None on failure.
+    /// chosen; one that is still to be downloaded may be, though the total does not count it. None on
+    /// failure.
     [[nodiscard]] std::optional<ZAVSet<ZAVEventContent>> leastRecentlyAccessedEventContentPartsForSize(
         ZAVSize totalSizeInBytes, ZAVError* error = nullptr) const;
 
@@ -261,7 +273,8 @@ public:
 };
 
 /// Makes the content parts of a received event ready for download: each part with an external URL gets the
-/// status `ZAVContentTransferReadyForDownload` and its local file. Records only; the database is not touched.
+/// status `ZAVContentTransferReadyForDownload` and the path where its file will be. Records only; the
+/// database and the file system are not touched.
 /// @param appID the application, and `authenticatedUserID` its user, for whom the file is kept.
 ZAV_EXPORT void ZAVPrepareEventContentsForDownload(ZAVEvent& event, const ZAVUUID& appID,
                                                    std::string_view authenticatedUserID);

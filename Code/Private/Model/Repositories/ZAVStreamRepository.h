@@ -31,7 +31,8 @@ public:
     bool setUUID(const ZAVUUID& uuid, ZAVDatabaseIdentifier streamDatabaseIdentifier,
                  ZAVError* error = nullptr) const;
 
-    /// Records the stream's latest sequence.
+    /// Records the stream's latest sequence, by which the download queues tell what is recent. No other
+    /// operation writes it.
     bool setSeq(ZAVSequence seq, ZAVDatabaseIdentifier streamDatabaseIdentifier,
                 ZAVError* error = nullptr) const;
 

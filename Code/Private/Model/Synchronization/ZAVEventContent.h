@@ -19,6 +19,7 @@ namespace zav {
 /// A content part of an event, with what only this device knows of it: its row, its file and its transfer.
 ///
 /// The back-references to the event and its stream are set by the repository; an application reads them.
+/// Reading a part sets all of them and its index; storing it sets neither its index nor `eventSeq`.
 class ZAV_EXPORT ZAVEventContent : public ZAVTContent {
 public:
     /// A part that belongs to no event yet.
@@ -51,14 +52,16 @@ public:
     /// For the repository.
     void setEventClientID(std::optional<ZAVUUID> value) noexcept { eventClientID_ = value; }
 
-    /// The event's sequence; `ZAVSequenceNotSet` while it has none.
+    /// The event's sequence when the part was read; `ZAVSequenceNotSet` when it had none, and in a part that
+    /// was not read from the database.
     [[nodiscard]] ZAVSequence eventSeq() const noexcept { return eventSeq_; }
 
     /// For the repository.
     void setEventSeq(ZAVSequence value) noexcept { eventSeq_ = value; }
 
     /// Position within the event, from 0. Storing an event numbers its parts by their position in its
-    /// `content`, whatever their index says; a later update of a part finds its row by this index.
+    /// `content`, whatever their index says, and does not set it; a later update of a part finds its row by
+    /// this index.
     [[nodiscard]] std::int64_t index() const noexcept { return index_; }
 
     /// Names another row for the next update of this part.
@@ -70,7 +73,8 @@ public:
     /// For the repository.
     void setStreamUUID(std::optional<ZAVUUID> value) noexcept { streamUUID_ = value; }
 
-    /// Where the part stands; a new one awaits its upload. A stored number that has no name is kept as it is.
+    /// Where the part stands; a new one awaits its upload, so set another for one that holds its body. A
+    /// stored number that has no name is kept as it is.
     [[nodiscard]] ZAVContentTransferStatus transferStatus() const noexcept { return transferStatus_; }
 
     /// Stored by the next update of the part.
@@ -94,7 +98,8 @@ public:
         hasLastAccessed_ = value.has_value();
     }
 
-    /// When `external_url` ceases to work. Stored with its fraction of a second, read back without.
+    /// When `external_url` ceases to work; without it the URL counts as expired. Stored with its fraction of
+    /// a second, read back without.
     [[nodiscard]] std::optional<ZAVDate> externalContentURLExpiration() const noexcept {
         return hasExternalContentURLExpiration_ ? std::optional(externalContentURLExpiration_) : std::nullopt;
     }
