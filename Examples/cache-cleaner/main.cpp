@@ -22,16 +22,20 @@ public:
     CacheCleaner(std::shared_ptr<FMDatabase> database, fs::path cache)
         : repository_(std::move(database)), cache_(std::move(cache)) {}
 
-    /// Bytes that the files occupy, as the database knows them. The library reads the sum as 32 bits, so this
-    /// has to be run before a cache reaches 2 GiB.
+    /// Bytes that the files occupy, as the database knows them. The library's own total is read as 32 bits,
+    /// which a cache of 2 GiB exceeds.
     [[nodiscard]] ZAVSize occupied() const {
-        ZAVError error;
-        const ZAVSize bytes = repository_.totalDiskUtilizationOfEventContentPartsWithError(&error);
-        require(!error, error);
-        if (bytes > INT32_MAX) {
-            throw std::runtime_error("the cache is larger than 2 GiB, and its size cannot be told");
+        FMDatabase& database = repository_.database();
+        auto rows = database.executeQuery(
+            "SELECT SUM(size) FROM event_content_parts WHERE transfer_status IN (?, ?, ?) AND file_path IS NOT NULL "
+            "AND (purged = 0 OR purged IS NULL)",
+            ZAVContentTransferAwaitingUpload, ZAVContentTransferUploading, ZAVContentTransferComplete);
+        require(rows && rows->next(), database.lastError());
+        const std::int64_t bytes = rows->longLongIntForColumnIndex(0);
+        if (bytes < 0) {
+            throw std::runtime_error("the stored sizes make up no size");
         }
-        return bytes;
+        return static_cast<ZAVSize>(bytes);
     }
 
     /// Removes files until at most `limit` bytes are occupied, or nothing is left that may go.
