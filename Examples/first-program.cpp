@@ -13,7 +13,11 @@ int main() {
         return 1;
     }
     const ZAVUUID stream = ZAVUUID::random();
-    ZAVStreamRepository(database).findOrCreateStreamWithUUID(stream);
+    const auto row = ZAVStreamRepository(database).findOrCreateStreamWithUUID(stream, &error);
+    if (row == ZAVDatabaseIdentifierNotSet) {
+        std::cerr << error.message() << '\n';
+        return 1;
+    }
 
     const auto part = std::make_shared<ZAVEventContent>();
     part->set_media_type("text/plain");
@@ -31,6 +35,10 @@ int main() {
         std::cerr << error.message() << '\n';
         return 1;
     }
-    const auto stored = repository.eventForDatabaseIdentifier(event->databaseIdentifier());
+    const auto stored = repository.eventForDatabaseIdentifier(event->databaseIdentifier(), &error);
+    if (!stored || !stored->content()) {
+        std::cerr << error.message() << '\n';
+        return 1;
+    }
     std::cout << stored->description() << '\n' << stored->content()->front()->body()->asText() << '\n';
 }
