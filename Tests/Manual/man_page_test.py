@@ -1,14 +1,39 @@
 #!/usr/bin/env python3
 """The manual page: its form, and whether it tells of the commands and options that there are."""
 
+import json
 import re
 import shutil
 import unittest
 
 import manual
 
-SECTIONS = ["NAME", "SYNOPSIS", "DESCRIPTION", "COMMANDS", "OPTIONS", "ENVIRONMENT", "FILES", "EXIT STATUS", "EXAMPLES",
-            "SEE ALSO"]
+SECTIONS = ["NAME", "SYNOPSIS", "DESCRIPTION", "COMMANDS", "OPTIONS", "EVENTS", "ENVIRONMENT", "FILES", "EXIT STATUS",
+            "EXAMPLES", "SEE ALSO"]
+
+
+# With what the tool adds it has every field that events and parts can have.
+FULL_EVENT = {
+    "client_id": "00000000-0000-4000-8000-000000000002", "stream_id": str(manual.SAMPLE_STREAM), "type": 4,
+    "subtype": 1, "seq": 14, "preceding_seq": 13, "client_seq": 2, "server_timestamp": 5, "target_seq": 3,
+    "creator_id": "ada", "creator_name": "Ada", "member_id": "bruno",
+    "transient_metadata": {"text": "a", "bytes": {"base64": "/w=="}},
+    "content": [{"media_type": "text/plain", "size": 9, "text": "a", "transfer_status": 1, "purged": True,
+                 "last_accessed": 4.5, "file_path": "sample/2"},
+                {"body": "/w=="},
+                {"external_url": "https://content.example/2", "external_content_url_expiration": 6,
+                 "transfer_status": 3}]}
+
+
+def listed_fields(text):
+    """The fields that each list of a section is about."""
+    return [[field for fields in re.findall(r"^\.It Li (.*)$", fields, re.MULTILINE) for field in fields.split(" , ")]
+            for fields in re.findall(r"^\.Bl\b.*?^\.El", text, re.MULTILINE | re.DOTALL)]
+
+
+def listed_keys(text):
+    """The keys of a JSON object that an option is about."""
+    return set(re.findall(r"^\.Li (\w+[a-z])(?: [,.;])?$", text, re.MULTILINE)) - {"null"}
 
 
 def split_at(macro, text):
@@ -75,6 +100,47 @@ class ManPage(manual.ManualTest):
         done = [manual.run(manual.TOOL, *words, cwd=home).returncode
                 for words in (["stats", "chat.db"], ["stats", "none.db"], ["stats"])]
         self.assertEqual([int(status) for status in told], done)
+
+    def imported(self, event):
+        """What the tool writes of an event that it has read."""
+        database = self.directory / "imported.db"
+        done = manual.run(manual.TOOL, "import", database, input=json.dumps(event))
+        self.assertEqual(done.returncode, 0, done.stderr)
+        return json.loads(manual.run(manual.TOOL, "events", database).stdout)
+
+    def test_tells_of_the_fields_that_are_written(self):
+        of_events, of_parts = listed_fields(self.sections["EVENTS"])
+        event = self.imported(FULL_EVENT)
+        self.assertEqual(sorted(of_events), sorted(event))
+        self.assertEqual(sorted(of_parts), sorted({field for part in event["content"] for field in part}))
+
+    def test_tells_of_fields_that_are_read(self):
+        of_events, _ = listed_fields(self.sections["EVENTS"])
+        self.assertEqual(set(of_events) - set(FULL_EVENT), {"database_identifier", "stream_database_identifier"})
+        event = self.imported(FULL_EVENT)
+        event["content"] = [{field: part.get(field) for field in given}
+                            for part, given in zip(event["content"], FULL_EVENT["content"])]
+        self.assertEqual({field: event.get(field) for field in FULL_EVENT}, FULL_EVENT)
+
+    def test_tells_the_defaults_of_fields(self):
+        event = self.imported({"client_id": "00000000-0000-4000-8000-000000000003", "type": 4, "unknown": 1,
+                               "content": [{"text": "four"}, {}]})
+        told = {field: int(default) for fields, default in
+                re.findall(r"^\.It Li (.*)\n(?:(?!\.It).*\n)*?.*; (\d+) by default\.$", self.sections["EVENTS"],
+                           re.MULTILINE) for field in fields.split(" , ")}
+        self.assertEqual({field: event[field] for field in told}, told)
+        self.assertEqual(sorted(told), ["client_seq", "preceding_seq", "server_timestamp", "subtype"])
+        with_data, without = event["content"]
+        self.assertEqual((with_data["size"], with_data["transfer_status"]), (4, 4))
+        self.assertEqual((without["size"], without["transfer_status"], without["purged"]), (0, 0, False))
+        self.assertEqual(without["media_type"], re.search(r"\.Li (application/\S+)", self.sections["EVENTS"])[1])
+
+    def test_tells_the_keys_of_json_objects(self):
+        home = self.home_with_sample()
+        for command in ["check", "stats"]:
+            report = json.loads(manual.run(manual.TOOL, command, "chat.db", "--json", cwd=home).stdout)
+            told = listed_keys(re.search(r"^\.It Fl -json$.*", self.commands[command][1], re.MULTILINE | re.DOTALL)[0])
+            self.assertEqual(told - {"disk_utilization_exact"}, set(report), command)
 
     def test_has_examples_that_work(self):
         examples = re.findall(r"^zavevents .*$", self.sections["EXAMPLES"], re.MULTILINE)
