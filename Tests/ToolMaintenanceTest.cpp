@@ -594,8 +594,8 @@ TEST(ToolCheck, WhatCannotBeCountedForDamageIsUnknownAndHidesNoFinding) {
     EXPECT_EQ(run.status, 1);
     EXPECT_NE(run.err.find("the database is damaged\n"), std::string::npos) << run.err;
     EXPECT_NE(run.out.find("integrity               "), std::string::npos) << run.out;
-    EXPECT_NE(run.out.find("events without a stream unknown\n"), std::string::npos) << run.out;
-    EXPECT_TRUE(checked(store, 1).at("events_without_stream").is_null());
+    EXPECT_NE(run.out.find("parts without an event  unknown\n"), std::string::npos) << run.out;
+    EXPECT_TRUE(checked(store, 1).at("parts_without_event").is_null());
 }
 
 TEST(ToolCheck, AFileThatIsNoDatabaseIsAFailureInTheDatabasesWords) {

@@ -75,6 +75,11 @@ private:
     /// Removes a part's file, then marks the part: who is interrupted in between finds the file gone next
     /// time, and marks the part then. False for a file that is not ours to remove.
     bool purge(ZAVEventContent& part) const {
+        if (part.transferStatus() != ZAVContentTransferComplete) {
+            std::cerr << "left alone: event " << part.eventDatabaseIdentifier() << " part " << part.index()
+                      << " is not here as a whole\n";
+            return false;
+        }
         const auto file = fileInCache(part);
         if (!file) {
             std::cerr << "left alone: the file of event " << part.eventDatabaseIdentifier() << " part "

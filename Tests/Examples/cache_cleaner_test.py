@@ -113,6 +113,13 @@ class CacheCleaner(example_programs.ExampleTest):
         self.clean(0, status=1)
         self.assertEqual(self.files(), ["own"])
 
+    def test_leaves_a_download_in_progress(self):
+        self.store(("fetched", 30, 1000), ("old", 10, 2000), ("new", 20, 3000))
+        self.query("UPDATE event_content_parts SET transfer_status = 3 WHERE event_content_part_id = 0")
+        self.clean(20)
+        self.assertEqual(self.files(), ["fetched", "new"], "another part goes instead")
+        self.assertEqual(self.purged(), [False, True, False], "a purged download would never be finished")
+
     def test_refuses_a_limit_that_is_no_number(self):
         self.store(("old", 30, 1000))
         for limit in ["", "-1", "10x", "1e3"]:

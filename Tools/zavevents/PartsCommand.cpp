@@ -141,13 +141,17 @@ void addPartsCommand(CLI::App& app, Action& action) {
     event->needs(index);
     message->needs(index);
     auto* const types =
-        command->add_option("--mime", options->types, "A type that is wanted whatever its size")
+        command
+            ->add_option("--mime", options->types,
+                         "A type that is wanted whatever its size; all are, without --mime and --no-mime")
             ->check(isMediaType())
             ->needs(expired);
     command->add_flag("--no-mime", options->noTypes, "No type is wanted whatever its size")
         ->needs(expired)
         ->excludes(types);
-    command->add_option("--max-size", options->maxSize, "The size up to which any type is wanted, in bytes")
+    command
+        ->add_option("--max-size", options->maxSize,
+                     "The size up to which other types than those are wanted, in bytes (default: 0)")
         ->check(isAmount())
         ->needs(expired);
     command->add_option("--limit", options->limit, "At most so many (default: 100)")->check(isAmount());

@@ -16,7 +16,7 @@
 
 namespace zav {
 
-/// A content part of an event, with what only this device knows of it: its row, its file and its transfer.
+/// A content part of an event, with what only this device knows of it: its event, its file and its transfer.
 ///
 /// The back-references to the event and its stream are set by the repository; an application reads them.
 /// Reading a part sets all of them and its index; storing it sets neither its index nor `eventSeq`.
