@@ -108,10 +108,7 @@ Comparison::Result Comparison::run(const Workload& workload, double seconds) {
         requireSame(workload.name + ": " + contenderKinds[index].name, expected,
                     observe(workload, sessions[index]));
     }
-    const auto& answered = sessions[libraryIndex];
-    const std::size_t units =
-        workload.units != 0 ? workload.units : answered.events.size() + answered.parts.size();
-
+    const std::size_t units = workload.units != 0 ? workload.units : sessions[libraryIndex].answered;
     if (units == 0) {
         throw std::runtime_error(workload.name + ": nothing was answered");
     }

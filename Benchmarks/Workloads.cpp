@@ -87,6 +87,21 @@ void chooseUnprocessed(Session& session) {
     }
 }
 
+/// Events of which each has a row already.
+void prepareToStoreAgain(Session& session) {
+    session.toStore = makeEvents({1, false}, batch, 9 * generations);
+    if (session.rows.empty()) {
+        session.contender.persist(session.toStore);
+        for (const auto& event : session.toStore) {
+            session.rows.push_back(static_cast<const ZAVEvent&>(*event).databaseIdentifier());
+        }
+    }
+    auto row = session.rows.begin();
+    for (const auto& event : session.toStore) {
+        static_cast<ZAVEvent&>(*event).setDatabaseIdentifier(*row++);
+    }
+}
+
 /// A transaction, unless there is no connection. Undone at its end if it was not committed.
 class Transaction {
 public:
@@ -116,13 +131,7 @@ std::vector<Workload> makeWorkloads() {
         persisting("persist/no_part", {0, false}),
         persisting("persist/one_part", {1, false}),
         persisting("persist/three_parts_and_metadata", {3, true}),
-        {"persist/again", persistTarget, "event", batch, Writes::kept,
-         [](Session& session) {
-             if (session.toStore.empty()) {
-                 session.toStore = makeEvents({1, false}, batch, 9 * generations);
-                 session.contender.persist(session.toStore);
-             }
-         },
+        {"persist/again", persistTarget, "event", batch, Writes::kept, prepareToStoreAgain,
          [](Session& session) { session.contender.persist(session.toStore); }},
 
         readingEvents("events/all", [](Contender& contender) { return contender.allEvents(); }),
@@ -205,8 +214,6 @@ std::vector<Workload> makeWorkloads() {
 }
 
 double runOnce(const Workload& workload, Session& session, const std::function<void()>& inspect) {
-    session.events.clear();
-    session.parts.clear();
     workload.prepare(session);
     Transaction transaction(workload.writes == Writes::none ? nullptr : session.contender.connection());
     const double before = processorSeconds();
@@ -218,6 +225,11 @@ double runOnce(const Workload& workload, Session& session, const std::function<v
     if (workload.writes == Writes::kept) {
         transaction.commit();
     }
+    session.answered = session.events.size() + session.parts.size();
+    // Whoever is next finds the same free memory, not what the others' records leave of it.
+    session.events.clear();
+    session.parts.clear();
+    session.toStore.clear();
     ++session.run;
     return seconds;
 }

@@ -20,12 +20,14 @@ struct Session {
     std::size_t run = 0;
 
     ZAVSet<ZAVTEvent> toStore;
+    std::vector<ZAVDatabaseIdentifier> rows;  ///< of what is stored already, and now again
     Contender::Parts toUpdate;
     Contender::Events chosen;
 
     Contender::Events events;
     Contender::Parts parts;
     ZAVSize number = 0;
+    std::size_t answered = 0;  ///< how many records the last run answered
 };
 
 /// A job that is timed.

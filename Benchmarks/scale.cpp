@@ -111,9 +111,7 @@ void measure(std::ostream& output, const std::string& path, std::size_t size, st
                 times[index].push_back(runOnce(workload, sessions[index]));
             }
         }
-        const Session& answered = sessions.front();
-        const std::size_t units =
-            workload.units != 0 ? workload.units : answered.events.size() + answered.parts.size();
+        const std::size_t units = workload.units != 0 ? workload.units : sessions.front().answered;
         if (units == 0) {
             throw std::runtime_error(workload.name + ": nothing was answered");
         }
