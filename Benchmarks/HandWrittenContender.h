@@ -13,7 +13,7 @@
 
 #include "Contender.h"
 #include "Mapping.h"
-#include "Private/Model/Repositories/ZAVEventCollector.h"
+#include "Private/Model/Repositories/ZAVDistinctRows.h"
 #include "Statements.h"
 
 namespace zav::bench {
@@ -88,12 +88,15 @@ public:
         return events;
     }
     Events unprocessedEvents() override {
-        ZAVEventCollector events;
+        Events events;
+        ZAVDistinctRows seen;
         auto&& rows = engine_.query(Sql::unprocessedEvents, eventsTable_, 0);
         while (rows.next()) {
-            events.add(readEvent(rows));
+            if (auto event = readEvent(rows); seen.insert(event->databaseIdentifier())) {
+                events.append(std::move(event));
+            }
         }
-        return events.take();
+        return events;
     }
     Events revivedStream(ZAVDatabaseIdentifier stream) override {
         return readEvents(Sql::revivedStream, stream);

@@ -3,7 +3,7 @@
 #include <string_view>
 #include <utility>
 
-#include "Private/Model/Repositories/ZAVEventCollector.h"
+#include "Private/Model/Repositories/ZAVDistinctRows.h"
 #include "Private/Model/Repositories/ZAVEventRepository.h"
 #include "Private/Model/Repositories/ZAVEventRepositoryProjections.h"
 #include "Private/Model/Repositories/ZAVRepositoryOperation.h"
@@ -18,23 +18,33 @@ std::string eventsWhere(std::string_view condition) {
     return std::string(projections::event) + std::string(projections::eventSource) + std::string(condition);
 }
 
-/// The reading body of a set of events. `error` is the caller's own out-parameter, for the mapper.
-template <class... Values>
+constexpr auto everyEvent = [](const ZAVEvent&) { return true; };
+
+/// The reading body of a set: those events of a query that `belongs` accepts. `error` is the caller's own
+/// out-parameter, for the mapper. A mapper that answers null fails the operation.
+template <class Belongs, class... Values>
 bool readEvents(const ZAVEventRepository& repository, std::optional<ZAVSet<ZAVEvent>>& result,
-                ZAVError& outError, ZAVError* error, const std::string& statement, const Values&... values) {
+                ZAVError& outError, ZAVError* error, const Belongs& belongs, const std::string& statement,
+                const Values&... values) {
     auto rows = repository.database().executeQuery(statement, values...);
     if (!rows) {
         outError = repository.database().lastError();
         return false;
     }
-    ZAVEventCollector events;
+    ZAVSet<ZAVEvent> events;
     while (rows->nextWithError(&outError)) {
-        events.add(repository.objectFromResultSet(*rows, error));
+        auto event = repository.objectFromResultSet(*rows, error);
+        if (event == nullptr) {
+            return false;
+        }
+        if (belongs(*event)) {
+            events.append(std::move(event));
+        }
     }
     if (outError) {
         return false;
     }
-    result = events.take();
+    result = std::move(events);
     return true;
 }
 
@@ -68,8 +78,9 @@ std::optional<ZAVSet<ZAVEvent>> ZAVEventRepository::allEvents(ZAVError* error) c
                                                       "failed to fetch publishable events with %@"};
     static const std::string statement = eventsWhere("");
     std::optional<ZAVSet<ZAVEvent>> events;
-    operation.run(*this, error,
-                  [&](ZAVError& outError) { return readEvents(*this, events, outError, error, statement); });
+    operation.run(*this, error, [&](ZAVError& outError) {
+        return readEvents(*this, events, outError, error, everyEvent, statement);
+    });
     return events;
 }
 
@@ -100,30 +111,11 @@ std::optional<ZAVSet<ZAVEvent>> ZAVEventRepository::publishableEvents(ZAVError* 
                                                       "failed to fetch publishable events with %@"};
     static const std::string statement =
         eventsWhere(" WHERE events.seq IS NULL AND event_stream_id IS NOT NULL");
-    std::optional<ZAVSet<ZAVEvent>> result;
+    std::optional<ZAVSet<ZAVEvent>> events;
     operation.run(*this, error, [&](ZAVError& outError) {
-        auto rows = database().executeQuery(statement);
-        if (!rows) {
-            outError = database().lastError();
-            return false;
-        }
-        ZAVEventCollector events;
-        while (rows->nextWithError(&outError)) {
-            auto event = objectFromResultSet(*rows, error);
-            if (event == nullptr) {
-                return false;
-            }
-            if (isComplete(*event)) {
-                events.add(std::move(event));
-            }
-        }
-        if (outError) {
-            return false;
-        }
-        result = events.take();
-        return true;
+        return readEvents(*this, events, outError, error, isComplete, statement);
     });
-    return result;
+    return events;
 }
 
 std::optional<ZAVSet<ZAVEvent>> ZAVEventRepository::unpublishableEvents(ZAVError* error) const {
@@ -132,8 +124,9 @@ std::optional<ZAVSet<ZAVEvent>> ZAVEventRepository::unpublishableEvents(ZAVError
                                                       "failed to fetch unpublishable events with %@"};
     static const std::string statement = eventsWhere(" WHERE events.seq IS NULL AND event_stream_id IS NULL");
     std::optional<ZAVSet<ZAVEvent>> events;
-    operation.run(*this, error,
-                  [&](ZAVError& outError) { return readEvents(*this, events, outError, error, statement); });
+    operation.run(*this, error, [&](ZAVError& outError) {
+        return readEvents(*this, events, outError, error, everyEvent, statement);
+    });
     return events;
 }
 
@@ -147,8 +140,11 @@ std::optional<ZAVSet<ZAVEvent>> ZAVEventRepository::unprocessedEvents(ZAVError* 
         " WHERE synced_changes.table_name = ? AND change_type = ?";
     std::optional<ZAVSet<ZAVEvent>> events;
     operation.run(*this, error, [&](ZAVError& outError) {
-        return readEvents(*this, events, outError, error, statement, ZAVSyncedChangeTableNameEvents,
-                          ZAVSyncedChangeTypeInsert);
+        ZAVDistinctRows seen;  // several changes may tell of one event
+        return readEvents(
+            *this, events, outError, error,
+            [&](const ZAVEvent& event) { return seen.insert(event.databaseIdentifier()); }, statement,
+            ZAVSyncedChangeTableNameEvents, ZAVSyncedChangeTypeInsert);
     });
     return events;
 }
@@ -166,7 +162,8 @@ std::optional<ZAVSet<ZAVEvent>> ZAVEventRepository::eventsFromRevivedStreamWithS
     operation.run(
         *this, error,
         [&](ZAVError& outError) {
-            return readEvents(*this, events, outError, error, statement, streamDatabaseIdentifier);
+            return readEvents(*this, events, outError, error, everyEvent, statement,
+                              streamDatabaseIdentifier);
         },
         streamDatabaseIdentifier);
     return events;
@@ -178,8 +175,9 @@ std::optional<ZAVSet<ZAVEvent>> ZAVEventRepository::postedAndProcessedEvents(ZAV
                                                       "failed to fetch posted and processed events with %@"};
     static const std::string statement = eventsWhere(" WHERE events.seq IS NOT NULL");
     std::optional<ZAVSet<ZAVEvent>> events;
-    operation.run(*this, error,
-                  [&](ZAVError& outError) { return readEvents(*this, events, outError, error, statement); });
+    operation.run(*this, error, [&](ZAVError& outError) {
+        return readEvents(*this, events, outError, error, everyEvent, statement);
+    });
     return events;
 }
 
