@@ -54,7 +54,8 @@ public:
     /// @{
 
     /// The event on the current row of an event query (columns: `ZAVEventMapperColumn`), with its transient
-    /// metadata and content parts, for which it runs two further queries on the handle. Never null.
+    /// metadata and content parts, for which it runs two further queries on the handle. Never null; an
+    /// override that answers null ends the query without a result and without an error.
     ///
     /// The event's `seq` is set, and its `seqIsSet` true, also when the column was NULL: it is then 0. Its
     /// `transient_metadata` are always present: an empty dictionary when there are none, and when they could
