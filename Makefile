@@ -6,7 +6,7 @@
 # make valgrind      the tests under memcheck
 # make coverage      the tests with coverage, and its lower limits
 # make docs          the reference of the public headers, in $(BUILD)/reference
-# make bench         the library beside hand-written C and other ways to use the engine
+# make bench         the library beside hand-written C++ and other ways to use the engine
 # make instructions  the instructions of small workloads, and their upper limits
 # make scale         what each operation costs as the store grows, in $(BUILD)/scale; SIZES and SCALE_OPTIONS may be given
 # make memory        what records take in memory, and whether memory grows with use
