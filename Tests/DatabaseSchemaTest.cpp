@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Support/DatabaseHandles.h"
+#include "Support/StatementInterruption.h"
 #include "Support/StatementTrace.h"
 #include "Support/TestStore.h"
 
@@ -201,6 +202,92 @@ TEST_F(Schema, OfAVersionBelowZeroIsSomebodyElses) {
     makeFile("PRAGMA user_version=-1");
     const ZAVError error = refusal();
     EXPECT_EQ(error.code(), ZAVDatabaseErrorForeignSchema) << error.description();
+}
+
+TEST_F(Schema, IsVerifiedAsOpeningTheFileWould) {
+    const struct {
+        const char* script;
+        std::optional<std::int32_t> version;
+        int code;
+    } cases[] = {
+        {"", 0, 0},
+        {"CREATE TABLE notes (a)", std::nullopt, ZAVDatabaseErrorForeignSchema},
+        {"PRAGMA user_version=-1", std::nullopt, ZAVDatabaseErrorForeignSchema},
+        {"PRAGMA user_version=1", std::nullopt, ZAVDatabaseErrorForeignSchema},
+        {"PRAGMA user_version=1000", std::nullopt, ZAVDatabaseErrorNewerSchema},
+    };
+    for (const auto& [script, version, code] : cases) {
+        const auto database = openHandle();
+        run(*database, script);
+        ZAVError error;
+        EXPECT_EQ(ZAVDatabaseSchema::verifyDatabase(*database, &error), version) << script;
+        EXPECT_EQ(error.code(), code) << script << ": " << error.description();
+        EXPECT_EQ(ZAVDatabaseSchema::verifyDatabase(*database), version) << "nobody asked for the reason";
+    }
+}
+
+TEST_F(Schema, OfAnOpenStoreIsVerifiedWithoutATraceOfIt) {
+    const auto database = openStore();
+    const std::string made = schemaOf(*database);
+    run(*database, "CREATE TABLE drafts (a)");
+    EXPECT_EQ(ZAVDatabaseSchema::verifyDatabase(*database), 1) << "an application may have tables of its own";
+    run(*database, "DROP TABLE drafts");
+    EXPECT_EQ(schemaOf(*database), made);
+    EXPECT_FALSE(database->inTransaction());
+    EXPECT_EQ(database->openResultSets(), 0U);
+    for (const char* const script :
+         {"CREATE VIEW v AS SELECT 1 AS a", "CREATE TRIGGER v AFTER DELETE ON events BEGIN SELECT 1; END",
+          "DROP TABLE messages"}) {
+        run(*database, script);
+        ZAVError error;
+        EXPECT_EQ(ZAVDatabaseSchema::verifyDatabase(*database, &error), std::nullopt) << script;
+        EXPECT_EQ(error.code(), ZAVDatabaseErrorForeignSchema) << error.description();
+        EXPECT_EQ(database->openResultSets(), 0U) << "a refusal leaves no cursor open";
+        static_cast<void>(database->executeStatements("DROP VIEW v") ||
+                          database->executeStatements("DROP TRIGGER v"));
+    }
+}
+
+TEST_F(Schema, ThatCannotBeReadIsNotVerified) {
+    const auto database = openStore();
+    const StatementInterruption interruption(*database, "SELECT substr(type");
+    ZAVError error;
+    EXPECT_EQ(ZAVDatabaseSchema::verifyDatabase(*database, &error), std::nullopt);
+    EXPECT_EQ(error.domain(), "SQLite") << error.description();
+}
+
+TEST_F(Schema, ThatIsUpToDateIsOpenedAsItIs) {
+    openStore().reset();
+    ZAVError error;
+    const auto database = ZAVDatabaseSchema::openCurrentDatabase(path_, {}, &error);
+    ASSERT_NE(database, nullptr) << error.description();
+    run(*database, "INSERT INTO streams (seq) VALUES (5)");
+    EXPECT_EQ(scalar(*database, "PRAGMA journal_mode"), "wal");
+}
+
+TEST_F(Schema, ThatIsNotUpToDateIsNotMadeWhereItIsNotToBeChanged) {
+    ZAVError error;
+    EXPECT_EQ(ZAVDatabaseSchema::openCurrentDatabase(path_, {}, &error), nullptr);
+    EXPECT_FALSE(std::filesystem::exists(path_)) << "a file was made";
+    EXPECT_EQ(error.domain(), "SQLite") << error.description();
+
+    makeFile("CREATE TABLE notes (a); DROP TABLE notes");
+    const std::string before = bytesOfFile(path_);
+    EXPECT_EQ(ZAVDatabaseSchema::openCurrentDatabase(path_, {}, &error), nullptr);
+    EXPECT_EQ(error.code(), ZAVDatabaseErrorOlderSchema) << error.description();
+    EXPECT_EQ(error.message(), "the database has no schema of the event store yet");
+    EXPECT_EQ(ZAVDatabaseSchema::openCurrentDatabase(path_), nullptr) << "nobody asked for the reason";
+    EXPECT_EQ(bytesOfFile(path_), before) << "a database that was refused was written to";
+}
+
+TEST_F(Schema, OfSomebodyElseIsRefusedWhereItIsNotToBeChanged) {
+    openStore().reset();
+    makeFile("PRAGMA journal_mode=DELETE; DROP TABLE messages");
+    const std::string before = bytesOfFile(path_);
+    ZAVError error;
+    EXPECT_EQ(ZAVDatabaseSchema::openCurrentDatabase(path_, {}, &error), nullptr);
+    EXPECT_EQ(error.message(), "the database lacks the table messages of the event store");
+    EXPECT_EQ(bytesOfFile(path_), before) << "a database that was refused was written to";
 }
 
 TEST_F(Schema, HasNoTriggers) {

@@ -35,6 +35,14 @@ ZAVError foreignSchema(std::initializer_list<std::string_view> words) {
     return {ZAVErrorDomainDatabase, ZAVDatabaseErrorForeignSchema, message};
 }
 
+ZAVError olderSchema(std::int32_t version) {
+    const std::string message = version == 0
+                                    ? std::string("the database has no schema of the event store yet")
+                                    : "the database has schema version " + std::to_string(version) + " of " +
+                                          std::to_string(ZAVDatabaseSchema::currentVersion());
+    return {ZAVErrorDomainDatabase, ZAVDatabaseErrorOlderSchema, message};
+}
+
 /// The version of a database that can be brought up to date: it is the library's own, of a version that is
 /// known, or empty. None for any other.
 std::optional<std::int32_t> migratableVersion(FMDatabase& database, ZAVError* error) {
@@ -133,7 +141,8 @@ bool hasTablesOfVersion(FMDatabase& database, std::int32_t version, ZAVError* er
     bool hasSequences = false;
     ZAVError objection;
     ZAVError failure;
-    auto rows = database.executeQuery("SELECT type, substr(name, 1, 100), sql FROM sqlite_master");
+    auto rows =
+        database.executeQuery("SELECT substr(type, 1, 100), substr(name, 1, 100), sql FROM sqlite_master");
     if (!rows) {
         return fail(error, database.lastError());
     }
@@ -168,6 +177,22 @@ std::int32_t ZAVDatabaseSchema::currentVersion() noexcept {
 
 std::shared_ptr<FMDatabase> ZAVDatabaseSchema::openDatabase(const std::string& path,
                                                             FMDatabaseOptions options, ZAVError* error) {
+    auto database = openVerified(path, options, 0, error);
+    return database && migrateDatabase(*database, error) ? database : nullptr;
+}
+
+std::shared_ptr<FMDatabase> ZAVDatabaseSchema::openCurrentDatabase(const std::string& path,
+                                                                   FMDatabaseOptions options,
+                                                                   ZAVError* error) {
+    if (options.access == FMDatabaseOptions::Access::readWriteCreate) {
+        options.access = FMDatabaseOptions::Access::readWrite;
+    }
+    return openVerified(path, std::move(options), currentVersion(), error);
+}
+
+std::shared_ptr<FMDatabase> ZAVDatabaseSchema::openVerified(const std::string& path,
+                                                            FMDatabaseOptions options,
+                                                            std::int32_t oldestVersion, ZAVError* error) {
     options.newestUserVersion = currentVersion();
     // A database that is refused keeps its journal mode too, so the log waits until it is known to be ours.
     const bool writeAheadLog = options.writeAheadLog && options.access != FMDatabaseOptions::Access::readOnly;
@@ -176,8 +201,11 @@ std::shared_ptr<FMDatabase> ZAVDatabaseSchema::openDatabase(const std::string& p
     if (!database) {
         return nullptr;
     }
-    const auto version = migratableVersion(*database, error);
-    if (!version || (*version > 0 && !hasTablesOfVersion(*database, *version, error))) {
+    const auto version = verifyDatabase(*database, error);
+    if (version && *version < oldestVersion) {
+        ZAVStoreError(error, olderSchema(*version));
+    }
+    if (!version || *version < oldestVersion) {
         database->closeUntouched();
         return nullptr;
     }
@@ -185,7 +213,13 @@ std::shared_ptr<FMDatabase> ZAVDatabaseSchema::openDatabase(const std::string& p
         ZAVStoreError(error, database->lastError());
         return nullptr;
     }
-    return migrateDatabase(*database, error) ? database : nullptr;
+    return database;
+}
+
+std::optional<std::int32_t> ZAVDatabaseSchema::verifyDatabase(FMDatabase& database, ZAVError* error) {
+    const auto version = migratableVersion(database, error);
+    const bool isTaken = version && (*version == 0 || hasTablesOfVersion(database, *version, error));
+    return isTaken ? version : std::nullopt;
 }
 
 std::optional<std::int32_t> ZAVDatabaseSchema::versionOfDatabase(FMDatabase& database, ZAVError* error) {

@@ -64,6 +64,7 @@ enum ZAVDatabaseErrorCode : int {
     ZAVDatabaseErrorTransactionEnded = 7,  ///< the transaction to commit is no longer open
     ZAVDatabaseErrorWrongKey = 8,      ///< the key is not the file's: another, one too many, or one missing
     ZAVDatabaseErrorNoEncryption = 9,  ///< a key was given, but the build's engine cannot encrypt
+    ZAVDatabaseErrorOlderSchema = 10,  ///< the schema is an older one, or none yet, and was not to be changed
 };
 
 /// Stores `error` where the caller asked for it, if the caller did.
