@@ -216,8 +216,8 @@ TEST(ToolLog, NothingButErrorsIsLoggedByDefault) {
 TEST(ToolLog, ErrorsOfTheLibraryAreLoggedUnlessSwitchedOff) {
     const ToolStore store;
     store.importWell(lines({eventJSON(1)}));
-    store.execute("DROP TABLE streams");
-    const std::string message = "zavevents: cannot read the events: no such table: streams\n";
+    store.execute("DROP TABLE streams; CREATE TABLE streams (database_identifier)");
+    const std::string message = "zavevents: cannot read the events: no such column: streams.stream_id\n";
     const std::string logged = "-[ZAVEventRepository allEvents:]: failed to fetch publishable events with ";
     for (const std::vector<std::string>& options :
          std::vector<std::vector<std::string>>{{}, {"--log", "error"}}) {
@@ -317,9 +317,8 @@ TEST(ToolFailure, AFileThatIsNoDatabaseIsRefusedAndLeftAsItIs) {
 TEST(ToolFailure, ADatabaseOfSomebodyElseIsRefusedAndLeftAsItIs) {
     const ToolStore store;
     store.execute("CREATE TABLE notes (text TEXT); INSERT INTO notes VALUES ('mine')");
-    expectEveryCommandToFail(
-        store, "this is no event store; 'zavevents init' brings an empty or older database up to date",
-        "the database has tables, but no schema version of the event store");
+    const std::string reason = "the database has tables, but no schema version of the event store";
+    expectEveryCommandToFail(store, reason, reason);
     EXPECT_EQ(store.execute("SELECT text FROM notes"), std::vector<std::string>{"mine"});
 }
 
@@ -328,10 +327,10 @@ TEST(ToolFailure, AnEmptyDatabaseIsNoEventStoreUntilItIsInitialized) {
     store.write("chat.db", "");
     for (const Command& command : readingCommands) {
         SCOPED_TRACE(command.name);
-        expectFailure(
-            store.run(command.name, command.options),
-            store.path() +
-                ": this is no event store; 'zavevents init' brings an empty or older database up to date");
+        expectFailure(store.run(command.name, command.options),
+                      store.path() +
+                          ": the database has no schema of the event store yet; 'zavevents init' brings it "
+                          "up to date");
     }
     EXPECT_EQ(bytesOfFile(store.path()), "");
 }

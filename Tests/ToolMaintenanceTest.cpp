@@ -1,8 +1,11 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
+#include <chrono>
 #include <fstream>
+#include <future>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "Support/Tool.h"
@@ -319,12 +322,89 @@ TEST(ToolDelete, TheEventsGoAndTheirPartsStay) {
     expectDone(store.run("delete", {"--id", "2"}), "0 events deleted\n");
 }
 
+/// A connection of somebody else, who writes into the store.
+class OtherWriter {
+public:
+    explicit OtherWriter(const ToolStore& store) {
+        EXPECT_EQ(sqlite3_open(store.path().c_str(), &connection_), SQLITE_OK);
+    }
+    ~OtherWriter() { sqlite3_close(connection_); }
+    OtherWriter(const OtherWriter&) = delete;
+    OtherWriter& operator=(const OtherWriter&) = delete;
+
+    void run(const char* script) const {
+        EXPECT_EQ(sqlite3_exec(connection_, script, nullptr, nullptr, nullptr), SQLITE_OK)
+            << script << ": " << sqlite3_errmsg(connection_);
+    }
+
+private:
+    sqlite3* connection_ = nullptr;
+};
+
+TEST(ToolDelete, CountsItsOwnEventsWhileAnotherWriterAddsSome) {
+    const QueueStore store;
+    const OtherWriter writer(store);
+    writer.run("BEGIN IMMEDIATE");
+    auto deleted = std::async(std::launch::async, [&] {
+        return store.run("delete", {"--id", "1", "2", "3"});
+    });
+    // It begins meanwhile; what it says is the same wherever it has got to.
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    writer.run("INSERT INTO events (type, client_id) VALUES (4, x'01'), (4, x'02'), (4, x'03'), (4, x'04')");
+    writer.run("COMMIT");
+    const ToolRun run = deleted.get();
+    EXPECT_EQ(run.err, "");
+    EXPECT_EQ(run.out, "3 events deleted\n") << "one of them is the other writer's, and in row 3 by then";
+    EXPECT_EQ(store.execute("SELECT COUNT(*) FROM events"), Rows{"3"});
+}
+
+/// A store with eight events, each on a page of its own, of which the last event's is damaged.
+class DamagedAtTheEnd : public ToolStore {
+public:
+    DamagedAtTheEnd() {
+        std::vector<json> events;
+        for (int number = 1; number <= 8; ++number) {
+            events.push_back(eventJSON(number, {{"creator_name", nameOf(number) + std::string(3000, 'x')}}));
+        }
+        importWell(lines(events), {"--record-changes"});
+        execute("PRAGMA wal_checkpoint(TRUNCATE)");
+        const std::size_t pageSize = std::stoul(execute("PRAGMA page_size").at(0));
+        std::string bytes = bytesOfFile(path());
+        const std::size_t place = bytes.find(nameOf(8));
+        EXPECT_NE(place, std::string::npos) << "the event is somewhere in the file";
+        bytes.replace(place / pageSize * pageSize, 8, 8, '\xFF');
+        write("chat.db", bytes);
+    }
+
+private:
+    static std::string nameOf(int number) { return "creator " + std::to_string(number) + " "; }
+};
+
+TEST(ToolDelete, KeepsAllEventsWhenOneCannotBeDeleted) {
+    const DamagedAtTheEnd store;
+    const ToolRun run = store.run("delete", {"--id", "1", "2", "8", "--log", "off"});
+    EXPECT_EQ(run.status, 1) << "the last one cannot be deleted";
+    EXPECT_EQ(run.out, "") << "nothing was deleted";
+    EXPECT_EQ(run.err, "zavevents: cannot delete the events: database disk image is malformed\n");
+    EXPECT_EQ(store.execute("SELECT COUNT(*) FROM events WHERE database_identifier IN (1, 2)"), Rows{"2"})
+        << "all or none are deleted";
+}
+
+TEST(ToolProcessed, CountsTheEventsThatHadWaited) {
+    const ToolStore store;
+    store.importWell(lines({eventJSON(1), eventJSON(2)}), {"--record-changes"});
+    store.execute(
+        "INSERT INTO synced_changes (table_name, row_identifier, change_type) VALUES ('events', 1, 0)");
+    expectDone(store.run("processed", {"--id", "1", "1", "2", "3"}), "2 events processed\n");
+    expectDone(store.run("processed", {"--id", "1", "2"}), "0 events processed\n");
+}
+
 TEST(ToolProcessed, OnlyTheGivenEventsAreForgotten) {
     const ToolStore store;
     store.importWell(lines({eventJSON(1), eventJSON(2), eventJSON(3)}), {"--record-changes"});
     const auto rows = [&] { return fieldOfLines(store.events({"--unprocessed"}), "database_identifier"); };
     EXPECT_EQ(rows(), (std::vector<json>{1, 2, 3}));
-    expectDone(store.run("processed", {"--id", "1", "3", "9"}), "done\n");
+    expectDone(store.run("processed", {"--id", "1", "3", "9"}), "2 events processed\n");
     EXPECT_EQ(rows(), (std::vector<json>{2}));
     EXPECT_EQ(parsedLines(store.events()).size(), 3U) << "the events themselves stay";
 }
@@ -544,11 +624,13 @@ TEST(ToolCheck, AnIntactStoreIsReportedAsSuch) {
     const QueueStore store;
     expectDone(store.run("check"),
                "integrity               ok\n"
+               "schema                  ok\n"
                "schema version          1\n"
                "parts without an event  0\n"
                "events without a stream 0\n");
     expectDone(store.run("check", {"--json"}),
-               R"({"integrity":["ok"],"schema_version":1,"parts_without_event":0,"events_without_stream":0})"
+               R"({"integrity":["ok"],"schema":"ok","schema_version":1,"parts_without_event":0,)"
+               R"("events_without_stream":0})"
                "\n");
 }
 

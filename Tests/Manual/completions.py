@@ -38,7 +38,7 @@ class CompletionTest:
 
     def test_offers_only_what_goes_on_from_what_is_there(self):
         self.assertEqual(self.complete("events", "chat.db", "--un"), {"--unprocessed", "--unpublishable"})
-        self.assertEqual(self.complete("m"), {"message-seq"})
+        self.assertEqual(self.complete("m"), {"message", "message-seq"})
         self.assertEqual(self.complete("check", "pict"), {"pictures"})
 
     def test_offers_files_for_the_database(self):

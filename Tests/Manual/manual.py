@@ -81,12 +81,11 @@ class ManualTest(unittest.TestCase):
         (home / "events.jsonl").write_text(sample + json.dumps(EVENT_WITH_EXPIRED_DOWNLOAD) + "\n", encoding="utf-8")
         loaded = run(TOOL, "import", home / "chat.db", home / "events.jsonl", "--record-changes")
         self.assertEqual(loaded.returncode, 0, loaded.stderr)
+        for command in (["conversation", home / "chat.db", "--stream", SAMPLE_STREAM, "--member", "ada"],
+                        ["message", home / "chat.db", "--event", "17"]):
+            self.assertEqual(run(TOOL, *command).returncode, 0, command)
         connection = sqlite3.connect(home / "chat.db")
         with connection:
-            connection.execute("INSERT INTO conversations (stream_id) VALUES (?)", (SAMPLE_STREAM.bytes,))
-            connection.execute("INSERT INTO conversation_participants (conversation_database_identifier, member_id)"
-                               " VALUES (1, 'ada')")
-            connection.execute("INSERT INTO messages (event_database_identifier) VALUES (17)")
             connection.execute("UPDATE event_content_parts SET last_accessed = 1, transfer_status = 4"
                                " WHERE event_database_identifier = 18")
             files = connection.execute("SELECT file_path FROM event_content_parts WHERE file_path IS NOT NULL")

@@ -92,6 +92,9 @@ bool enter(const ToolCircumstances& circumstances) {
             return false;
         }
     }
+    if (!circumstances.directory.empty() && ::chdir(circumstances.directory.c_str()) != 0) {
+        return false;
+    }
     if (circumstances.user) {
         const uid_t user = *circumstances.user;
         return ::setgroups(0, nullptr) == 0 && ::setgid(user) == 0 && ::setuid(user) == 0;

@@ -30,6 +30,7 @@ struct ToolCircumstances {
     std::string outputPath{};  ///< a file to use as standard output; `ToolRun::out` then stays empty
     std::optional<rlim_t> fileSizeLimit{};  ///< writing a file beyond it fails instead of ending the process
     std::optional<uid_t> user{};            ///< the user and group to become; needs a privileged caller
+    std::string directory{};                ///< where it starts; empty for where the caller is
 };
 
 /// Runs the tool as a process of its own and waits for its end.

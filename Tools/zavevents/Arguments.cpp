@@ -2,14 +2,23 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cstdint>
+#include <cmath>
+#include <cstdlib>
 #include <string_view>
 #include <system_error>
+
+#include "Printable.h"
+#include "Private/Foundation/ZAVUTF8.h"
 
 namespace zavevents {
 namespace {
 
 constexpr std::size_t longestName = 127;
+
+/// More than fit on a command line.
+constexpr int manyWords = 1 << 24;
+
+constexpr std::string_view digits = "0123456789";
 
 bool isRestrictedName(std::string_view name) {
     static constexpr std::string_view alphanumeric =
@@ -30,51 +39,145 @@ bool isMediaTypeName(std::string_view text) {
            isRestrictedName(text.substr(slash + 1));
 }
 
-template <class Number>
-bool isWhole(const std::string& text) {
-    Number number{};
-    const auto [end, status] = std::from_chars(text.data(), text.data() + text.size(), number);
-    return status == std::errc() && end == text.data() + text.size();
+/// Takes the digits at the beginning of a text off; whether there are any.
+bool takeDigits(std::string_view& text) {
+    const std::size_t count = std::min(text.find_first_not_of(digits), text.size());
+    text.remove_prefix(count);
+    return count != 0;
 }
 
-/// A validator for what `test` accepts, which it calls a `kind`.
-template <class Test>
-CLI::Validator validator(const char* kind, Test test) {
-    return CLI::Validator(
-        [kind, test](const std::string& text) {
-            return test(text) ? std::string() : text + " is no " + kind;
-        },
-        "");
+bool takeOneOf(std::string_view& text, std::string_view characters) {
+    const bool found = !text.empty() && characters.find(text.front()) != std::string_view::npos;
+    text.remove_prefix(found ? 1 : 0);
+    return found;
+}
+
+/// Whether a text is a number in decimal digits, with a fraction and an exponent perhaps. The C library takes
+/// more: hexadecimal ones, blanks, names of what is no number.
+bool isDecimal(std::string_view text) {
+    takeOneOf(text, "-");
+    if (!takeDigits(text) || (takeOneOf(text, ".") && !takeDigits(text))) {
+        return false;
+    }
+    if (takeOneOf(text, "eE")) {
+        takeOneOf(text, "+-");
+        return takeDigits(text) && text.empty();
+    }
+    return text.empty();
+}
+
+std::optional<double> finiteNumber(const std::string& text) {
+    if (!isDecimal(text)) {
+        return std::nullopt;
+    }
+    const double number = std::strtod(text.c_str(), nullptr);
+    return std::isfinite(number) ? std::optional(number) : std::nullopt;
+}
+
+/// Has the words of an option read one after the other. They reach `read` as they were typed.
+CLI::Option* addReadOption(CLI::App& command, const std::string& name, const WordReader& read,
+                           const std::string& description) {
+    const CLI::callback_t readAll = [name, read](const CLI::results_t& words) {
+        for (const std::string& word : words) {
+            const std::string objection = read(word);
+            if (!objection.empty()) {
+                throw CLI::ValidationError(name, objection);
+            }
+        }
+        return true;
+    };
+    return command.add_option(name, readAll, description);
 }
 
 }  // namespace
 
+template <class Number>
+Kind<Number> wholeNumber(Number low, Number high) {
+    const auto read = [low, high](const std::string& text) -> std::optional<Number> {
+        Number number{};
+        const char* const end = text.data() + text.size();
+        const auto [rest, status] = std::from_chars(text.data(), end, number);
+        const bool isRead = status == std::errc() && rest == end && number >= low && number <= high;
+        return isRead ? std::optional(number) : std::nullopt;
+    };
+    return {"NUMBER", "a whole number from " + std::to_string(low) + " to " + std::to_string(high), read};
+}
+
+template Kind<int> wholeNumber(int, int);
+template Kind<std::int64_t> wholeNumber(std::int64_t, std::int64_t);
+template Kind<std::uint64_t> wholeNumber(std::uint64_t, std::uint64_t);
+
+Kind<std::int64_t> row() {
+    return wholeNumber<std::int64_t>();
+}
+
+Kind<std::int64_t> position() {
+    return wholeNumber<std::int64_t>(0);
+}
+
+Kind<std::uint64_t> amount() {
+    // What is stored, and what a statement is given, has a sign.
+    return wholeNumber<std::uint64_t>(0, std::numeric_limits<std::int64_t>::max());
+}
+
+Kind<zav::ZAVSequence> sequence() {
+    return wholeNumber<zav::ZAVSequence>();
+}
+
+Kind<zav::ZAVSequence> assignedSequence() {
+    return wholeNumber<zav::ZAVSequence>(std::numeric_limits<zav::ZAVSequence>::min(),
+                                         zav::ZAVSequenceNotSet - 1);
+}
+
+Kind<double> seconds() {
+    return {"SECONDS", "a finite number in decimal digits", finiteNumber};
+}
+
+Kind<zav::ZAVUUID> uuid() {
+    return {"UUID", "a UUID", [](const std::string& text) { return zav::ZAVUUID::fromString(text); }};
+}
+
+Kind<zav::ZAVURL> url() {
+    // The empty reference is one too, and names nothing.
+    return {"URL", "a URL", [](const std::string& text) {
+                return text.empty() ? std::nullopt : zav::ZAVURL::URLWithString(text);
+            }};
+}
+
+Kind<std::string> text() {
+    return {"TEXT", "a text in UTF-8", [](const std::string& text) {
+                return !text.empty() && zav::ZAVIsUTF8(text) ? std::optional(text) : std::nullopt;
+            }};
+}
+
+Kind<std::string> fileName() {
+    return {"TEXT", "a file name",
+            [](const std::string& text) { return text.empty() ? std::nullopt : std::optional(text); }};
+}
+
+Kind<std::string> mediaType() {
+    return {"TYPE", "a media type", [](const std::string& text) {
+                return isMediaTypeName(text) ? std::optional(text) : std::nullopt;
+            }};
+}
+
+CLI::Option* addOptionOfWord(CLI::App& command, const std::string& name, const std::string& kind,
+                             const WordReader& read, const std::string& description) {
+    return addReadOption(command, name, read, description)->type_name(kind);
+}
+
+CLI::Option* addOptionOfWords(CLI::App& command, const std::string& name, const std::string& kind,
+                              const WordReader& read, const std::string& description) {
+    // Not without an upper bound: the words would be looked at for lists in brackets.
+    return addReadOption(command, name, read, description)->type_name(kind + " ...")->expected(1, manyWords);
+}
+
+std::string isNot(const std::string& word, const std::string& wanted) {
+    return "'" + printable(word) + "' is not " + wanted;
+}
+
 void addDatabaseOption(CLI::App& command, std::string& path) {
-    command.add_option("DATABASE", path, "The database file")
-        ->required()
-        ->check(validator("file name", [](const std::string& text) { return !text.empty(); }));
-}
-
-CLI::Validator isUUID() {
-    return validator("UUID",
-                     [](const std::string& text) { return zav::ZAVUUID::fromString(text).has_value(); });
-}
-
-CLI::Validator isURL() {
-    return validator("URL",
-                     [](const std::string& text) { return zav::ZAVURL::URLWithString(text).has_value(); });
-}
-
-CLI::Validator isNumber() {
-    return validator("64-bit number", isWhole<std::int64_t>);
-}
-
-CLI::Validator isAmount() {
-    return validator("amount", isWhole<std::uint64_t>);
-}
-
-CLI::Validator isMediaType() {
-    return validator("media type", [](const std::string& text) { return isMediaTypeName(text); });
+    addOption(command, "DATABASE", path, fileName(), "The database file")->required();
 }
 
 }  // namespace zavevents

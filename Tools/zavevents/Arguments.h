@@ -1,34 +1,111 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <cstdint>
+#include <functional>
+#include <limits>
+#include <optional>
 #include <string>
+#include <type_traits>
+#include <vector>
 
+#include "Private/Foundation/ZAVIdentifiers.h"
 #include "Private/Foundation/ZAVURL.h"
 #include "Private/Foundation/ZAVUUID.h"
 
 namespace zavevents {
 
-/// Adds the positional argument that every command has first.
-void addDatabaseOption(CLI::App& command, std::string& path);
+/// What the word after an option stands for, and how it is read. What is read is what is used: no other
+/// parser looks at the word. A word that is refused is a mistake of the command line, and so is the empty
+/// one.
+template <class Value>
+struct Kind {
+    std::string name;    ///< as help shows it, such as NUMBER
+    std::string wanted;  ///< as in "x is not a UUID"
+    std::function<std::optional<Value>(const std::string&)> read;
+};
 
-/// Checks for option values. What they refuse is a wrong command line.
-[[nodiscard]] CLI::Validator isUUID();
-[[nodiscard]] CLI::Validator isURL();
+/// A whole number in decimal digits, with a minus sign at most. Zeros may lead it: 010 is ten.
+template <class Number>
+[[nodiscard]] Kind<Number> wholeNumber(Number low = std::numeric_limits<Number>::min(),
+                                       Number high = std::numeric_limits<Number>::max());
 
-/// A signed 64-bit number, and an unsigned one. The parser alone would bend what does not fit.
-[[nodiscard]] CLI::Validator isNumber();
-[[nodiscard]] CLI::Validator isAmount();
+/// Row of an event, part, message or stream.
+[[nodiscard]] Kind<std::int64_t> row();
+
+/// Position of a part, from 0.
+[[nodiscard]] Kind<std::int64_t> position();
+
+/// How many, or how many bytes.
+[[nodiscard]] Kind<std::uint64_t> amount();
+
+/// A sequence to look for.
+[[nodiscard]] Kind<zav::ZAVSequence> sequence();
+
+/// A sequence that the service assigned: any but the one that says that there is none.
+[[nodiscard]] Kind<zav::ZAVSequence> assignedSequence();
+
+/// Seconds since 1970 in decimal digits, which may have a fraction and an exponent. Never infinite.
+[[nodiscard]] Kind<double> seconds();
+
+[[nodiscard]] Kind<zav::ZAVUUID> uuid();
+[[nodiscard]] Kind<zav::ZAVURL> url();
+
+/// A text in UTF-8, as it is stored.
+[[nodiscard]] Kind<std::string> text();
+
+/// The name of a file or a directory: any bytes.
+[[nodiscard]] Kind<std::string> fileName();
 
 /// A media type name, `type/subtype`, as RFC 6838 has them. It holds no quote, so that it is safe inside a
 /// statement.
-[[nodiscard]] CLI::Validator isMediaType();
+[[nodiscard]] Kind<std::string> mediaType();
 
-/// The value of an option that was checked before.
-[[nodiscard]] inline zav::ZAVUUID uuidFrom(const std::string& text) {
-    return *zav::ZAVUUID::fromString(text);
+/// Adds an option, or a positional argument, of one word. `read` takes it, and says what is wrong with it
+/// unless that is nothing.
+using WordReader = std::function<std::string(const std::string& word)>;
+CLI::Option* addOptionOfWord(CLI::App& command, const std::string& name, const std::string& kind,
+                             const WordReader& read, const std::string& description);
+
+/// The same for one or more words.
+CLI::Option* addOptionOfWords(CLI::App& command, const std::string& name, const std::string& kind,
+                              const WordReader& read, const std::string& description);
+
+/// What is said of a word that is refused.
+[[nodiscard]] std::string isNot(const std::string& word, const std::string& wanted);
+
+/// Adds an option that sets `target` to the value of its word. Without the option `target` stays as it is;
+/// where that matters it is an `std::optional`.
+template <class Value, class Target>
+CLI::Option* addOption(CLI::App& command, const std::string& name, Target& target, const Kind<Value>& kind,
+                       const std::string& description) {
+    static_assert(std::is_same_v<Target, Value> || std::is_same_v<Target, std::optional<Value>>,
+                  "the value is stored as it was read");
+    const auto read = [&target, kind](const std::string& word) {
+        const std::optional<Value> value = kind.read(word);
+        if (value) {
+            target = *value;
+        }
+        return value ? std::string() : isNot(word, kind.wanted);
+    };
+    return addOptionOfWord(command, name, kind.name, read, description);
 }
-[[nodiscard]] inline zav::ZAVURL urlFrom(const std::string& text) {
-    return *zav::ZAVURL::URLWithString(text);
+
+/// Adds an option that takes one or more words, and may be repeated.
+template <class Value>
+CLI::Option* addOption(CLI::App& command, const std::string& name, std::vector<Value>& target,
+                       const Kind<Value>& kind, const std::string& description) {
+    const auto read = [&target, kind](const std::string& word) {
+        const std::optional<Value> value = kind.read(word);
+        if (value) {
+            target.push_back(*value);
+        }
+        return value ? std::string() : isNot(word, kind.wanted);
+    };
+    return addOptionOfWords(command, name, kind.name, read, description);
 }
+
+/// Adds the positional argument that every command has first.
+void addDatabaseOption(CLI::App& command, std::string& path);
 
 }  // namespace zavevents

@@ -14,8 +14,11 @@ void addEventsCommand(CLI::App& app, Action& action);
 void addStatsCommand(CLI::App& app, Action& action);
 void addPartsCommand(CLI::App& app, Action& action);
 
-/// `sequence`, `tombstone`, `delete`, `processed`, `participant-seq` and `message-seq`.
+/// `sequence`, `tombstone`, `delete` and `processed`.
 void addEventCommands(CLI::App& app, Action& action);
+
+/// `conversation`, `participant-seq`, `message` and `message-seq`.
+void addConversationCommands(CLI::App& app, Action& action);
 
 void addTransferCommand(CLI::App& app, Action& action);
 void addReclaimCommand(CLI::App& app, Action& action);

@@ -30,7 +30,7 @@ struct EventsOptions {
     std::optional<std::int64_t> revived;
     std::optional<std::int64_t> row;
     std::optional<std::int32_t> seq;
-    std::string stream;
+    std::optional<ZAVUUID> stream;
 };
 
 /// Tells which events the service has sequenced. A record with another `seq` than 0 tells it by itself; 0 may
@@ -101,7 +101,7 @@ std::vector<std::shared_ptr<ZAVEvent>> select(const ZAVEventRepository& reposito
         if (options.row) {
             event = repository.eventForDatabaseIdentifier(*options.row, &error);
         } else {
-            event = repository.eventWithSeq(*options.seq, uuidFrom(options.stream), &error);
+            event = repository.eventWithSeq(*options.seq, *options.stream, &error);
         }
         if (!error || event) {
             events.emplace();
@@ -162,14 +162,13 @@ void addEventsCommand(CLI::App& app, Action& action) {
                         "Those whose stream the service does not know");
     selection->add_flag("--unprocessed", options->unprocessed, "Those that wait to be processed");
     selection->add_flag("--posted", options->posted, "Those that the service has sequenced");
-    selection
-        ->add_option("--revived", options->revived,
-                     "The sequenced events of the stream in this row, in replay order")
-        ->check(isNumber());
-    selection->add_option("--id", options->row, "The event in this row")->check(isNumber());
-    auto* const seq = selection->add_option("--seq", options->seq, "The event at this sequence of --stream");
+    addOption(*selection, "--revived", options->revived, row(),
+              "The sequenced events of the stream in this row, in replay order");
+    addOption(*selection, "--id", options->row, row(), "The event in this row");
+    auto* const seq =
+        addOption(*selection, "--seq", options->seq, sequence(), "The event at this sequence of --stream");
     selection->require_option(0, 1);
-    auto* const stream = command->add_option("--stream", options->stream, "A stream's UUID")->check(isUUID());
+    auto* const stream = addOption(*command, "--stream", options->stream, uuid(), "A stream's UUID");
     seq->needs(stream);
     stream->needs(seq);
     setExample(*command, "chat.db --publishable");

@@ -22,10 +22,10 @@ using namespace zav;
 struct ImportOptions {
     std::string database;
     std::string file = "-";
-    std::size_t batch = 1000;
+    std::uint64_t batch = 1000;
     bool recordChanges = false;
     bool skipBadLines = false;
-    std::string appID;
+    std::optional<ZAVUUID> appID;
     std::string user;
 };
 
@@ -53,10 +53,10 @@ private:
 };
 
 std::optional<DownloadOwner> ownerFrom(const ImportOptions& options) {
-    if (options.appID.empty()) {
+    if (!options.appID) {
         return std::nullopt;
     }
-    return DownloadOwner{uuidFrom(options.appID), options.user};
+    return DownloadOwner{*options.appID, options.user};
 }
 
 bool isBlank(std::string_view line) {
@@ -66,7 +66,8 @@ bool isBlank(std::string_view line) {
 void import(const ImportOptions& options) {
     EventReader reader(ownerFrom(options));
     LineReader lines(options.file);
-    Importer importer(openOrCreateStore(options.database), options.batch, options.recordChanges);
+    Importer importer(openOrCreateStore(options.database), static_cast<std::size_t>(options.batch),
+                      options.recordChanges);
     std::uint64_t badLines = 0;
     const auto place = [&] { return lines.name() + ":" + std::to_string(lines.lineNumber()) + ": "; };
     const auto stopped = [&](const std::string& reason) {
@@ -117,18 +118,17 @@ void addImportCommand(CLI::App& app, Action& action) {
     auto* const command = app.add_subcommand("import", "Store the events of a JSON Lines file");
     const auto options = std::make_shared<ImportOptions>();
     addDatabaseOption(*command, options->database);
-    command->add_option("FILE", options->file, "The events, one a line (default: standard input, also as -)");
-    command->add_option("--batch", options->batch, "How many events are stored together (default: 1000)")
-        ->check(CLI::Range(std::size_t{1}, std::size_t{1000000}));
+    addOption(*command, "FILE", options->file, fileName(),
+              "The events, one a line (default: standard input, also as -)");
+    addOption(*command, "--batch", options->batch, wholeNumber<std::uint64_t>(1, 1000000),
+              "How many events are stored together (default: 1000)");
     command->add_flag("--record-changes", options->recordChanges,
                       "Record each new event as waiting to be processed");
     command->add_flag("--skip-bad-lines", options->skipBadLines, "Count lines that are no events and go on");
-    auto* const appID = command
-                            ->add_option("--app-id", options->appID,
-                                         "The application, a UUID, that content is downloaded for")
-                            ->check(isUUID());
+    auto* const appID = addOption(*command, "--app-id", options->appID, uuid(),
+                                  "The application, a UUID, that content is downloaded for");
     auto* const user =
-        command->add_option("--user", options->user, "The user that content is downloaded for");
+        addOption(*command, "--user", options->user, text(), "The user that content is downloaded for");
     appID->needs(user);
     user->needs(appID);
     setExample(*command, "chat.db events.jsonl");

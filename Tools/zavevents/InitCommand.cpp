@@ -5,6 +5,7 @@
 #include "Arguments.h"
 #include "Commands.h"
 #include "Help.h"
+#include "Printable.h"
 #include "Private/Database/ZAVDatabaseSchema.h"
 #include "Store.h"
 
@@ -19,7 +20,8 @@ void addInitCommand(CLI::App& app, Action& action) {
     command->callback([path, &action] {
         action = [path] {
             static_cast<void>(openOrCreateStore(*path));
-            std::cout << *path << ": schema version " << zav::ZAVDatabaseSchema::currentVersion() << '\n';
+            std::cout << printable(*path) << ": schema version " << zav::ZAVDatabaseSchema::currentVersion()
+                      << '\n';
         };
     });
 }

@@ -29,8 +29,8 @@ struct PartsOptions {
     std::optional<std::int64_t> row;
     std::optional<std::int64_t> event;
     std::optional<std::int64_t> message;
-    std::string objectID;
-    std::string url;
+    std::optional<ZAVURL> objectID;
+    std::optional<ZAVURL> url;
     std::optional<std::uint64_t> leastRecent;
     std::int64_t index = 0;
     std::vector<std::string> types;
@@ -72,10 +72,10 @@ std::vector<std::shared_ptr<ZAVEventContent>> select(const ZAVEventRepository& r
             ZAVMessagePart(std::make_shared<ZAVMessage>(*options.message),
                            static_cast<std::uint64_t>(options.index)),
             &error);
-    } else if (!options.objectID.empty()) {
-        part = repository.eventContentForMessagePartObjectIdentifier(urlFrom(options.objectID), &error);
-    } else {
-        part = repository.eventContentForExternalContentURL(urlFrom(options.url), &error);
+    } else if (options.objectID) {
+        part = repository.eventContentForMessagePartObjectIdentifier(*options.objectID, &error);
+    } else if (options.url) {
+        part = repository.eventContentForExternalContentURL(*options.url, &error);
     }
     if (error) {
         throw ToolError("cannot read the content parts", error);
@@ -106,6 +106,14 @@ void writeParts(const PartsOptions& options) {
     output.flush();
 }
 
+/// Refuses an option that the chosen selection has no use for.
+void requireOneOf(const CLI::Option* option, const std::vector<const CLI::Option*>& selections) {
+    const auto isGiven = [](const CLI::Option* selection) { return selection->count() != 0; };
+    if (isGiven(option) && std::none_of(selections.begin(), selections.end(), isGiven)) {
+        throw CLI::ValidationError(option->get_name(), "this selection does not take it");
+    }
+}
+
 }  // namespace
 
 void addPartsCommand(CLI::App& app, Action& action) {
@@ -114,49 +122,45 @@ void addPartsCommand(CLI::App& app, Action& action) {
     addDatabaseOption(*command, options->database);
     auto* const selection = command->add_option_group("Selection", "Which parts");
     selection->add_flag("--unassigned-urls", options->unassignedURLs, "Those that need a URL to upload to");
-    selection->add_flag("--incomplete-uploads", options->incompleteUploads, "Uploads in flight");
+    auto* const uploads =
+        selection->add_flag("--incomplete-uploads", options->incompleteUploads, "Uploads in flight");
     auto* const expired = selection->add_flag("--expired-downloads", options->expiredDownloads,
                                               "Those to download that need a new URL");
-    selection->add_flag("--incomplete-downloads", options->incompleteDownloads, "Downloads in flight");
-    selection->add_option("--id", options->row, "The part in this row")->check(isNumber());
+    auto* const downloads =
+        selection->add_flag("--incomplete-downloads", options->incompleteDownloads, "Downloads in flight");
+    addOption(*selection, "--id", options->row, row(), "The part in this row");
     auto* const event =
-        selection->add_option("--event", options->event, "Part --index of the event in this row")
-            ->check(isNumber());
-    auto* const message =
-        selection->add_option("--message", options->message, "Part --index of the message in this row")
-            ->check(isNumber());
-    selection->add_option("--object-id", options->objectID, "The part that an object identifier names")
-        ->check(isURL());
-    selection->add_option("--url", options->url, "The part whose content is kept under this URL")
-        ->check(isURL());
-    selection
-        ->add_option("--least-recent", options->leastRecent,
-                     "Those to purge to free so many bytes, oldest first")
-        ->check(isAmount());
+        addOption(*selection, "--event", options->event, row(), "Part --index of the event in this row");
+    auto* const message = addOption(*selection, "--message", options->message, row(),
+                                    "Part --index of the message in this row");
+    addOption(*selection, "--object-id", options->objectID, url(),
+              "The part that an object identifier names");
+    addOption(*selection, "--url", options->url, url(), "The part whose content is kept under this URL");
+    addOption(*selection, "--least-recent", options->leastRecent, amount(),
+              "Those to purge to free so many bytes, oldest first");
     selection->require_option(1);
 
-    auto* const index = command->add_option("--index", options->index, "Position of the part")
-                            ->check(isNumber())
-                            ->check(CLI::NonNegativeNumber);
+    auto* const index = addOption(*command, "--index", options->index, position(), "Position of the part");
     event->needs(index);
     message->needs(index);
     auto* const types =
-        command
-            ->add_option("--mime", options->types,
-                         "A type that is wanted whatever its size; all are, without --mime and --no-mime")
-            ->check(isMediaType())
+        addOption(*command, "--mime", options->types, mediaType(),
+                  "A type that is wanted whatever its size; all are, without --mime and --no-mime")
             ->needs(expired);
     command->add_flag("--no-mime", options->noTypes, "No type is wanted whatever its size")
         ->needs(expired)
         ->excludes(types);
-    command
-        ->add_option("--max-size", options->maxSize,
-                     "The size up to which other types than those are wanted, in bytes (default: 0)")
-        ->check(isAmount())
+    addOption(*command, "--max-size", options->maxSize, amount(),
+              "The size up to which other types than those are wanted, in bytes (default: 0)")
         ->needs(expired);
-    command->add_option("--limit", options->limit, "At most so many (default: 100)")->check(isAmount());
+    auto* const limit =
+        addOption(*command, "--limit", options->limit, amount(), "At most so many (default: 100)");
     setExample(*command, "chat.db --expired-downloads --mime image/jpeg --max-size 65536");
-    command->callback([options, &action] { action = [options] { writeParts(*options); }; });
+    command->callback([=, &action] {
+        requireOneOf(index, {event, message});
+        requireOneOf(limit, {uploads, expired, downloads});
+        action = [options] { writeParts(*options); };
+    });
 }
 
 }  // namespace zavevents

@@ -6,6 +6,7 @@
 #include "CacheDirectory.h"
 #include "Commands.h"
 #include "Help.h"
+#include "Printable.h"
 #include "Private/Model/Repositories/ZAVEventRepository.h"
 #include "Private/Model/Repositories/ZAVMessageRepositoryCache.h"
 #include "Store.h"
@@ -29,7 +30,7 @@ std::uint64_t reclaimPart(const ZAVEventRepository& repository, const CacheDirec
                           ZAVEventContent& part, bool dryRun) {
     keepStoredFields(repository.database(), part, false, false);
     const auto size = cache.removeFile(*part.fileURL(), dryRun);
-    std::cout << part.fileURL()->relativePath() << ": "
+    std::cout << printable(part.fileURL()->relativePath()) << ": "
               << (size ? std::to_string(*size) + " bytes" : std::string("was gone already")) << '\n';
     if (!dryRun) {
         part.setIsPurged(true);
@@ -73,8 +74,9 @@ void addReclaimCommand(CLI::App& app, Action& action) {
         "reclaim", "Remove the files of the least recently accessed parts and mark them purged");
     const auto options = std::make_shared<ReclaimOptions>();
     addDatabaseOption(*command, options->database);
-    command->add_option("--bytes", options->bytes, "How much to free")->required()->check(isAmount());
-    command->add_option("--cache", options->cache, "The cache directory; nothing outside it is touched")
+    addOption(*command, "--bytes", options->bytes, amount(), "How much to free")->required();
+    addOption(*command, "--cache", options->cache, fileName(),
+              "The cache directory; nothing outside it is touched")
         ->required();
     command->add_flag("--dry-run", options->dryRun, "Say what would be removed, and remove nothing");
     setExample(*command, "chat.db --bytes 100000000 --cache ~/.cache/ZAVEventRepository --dry-run");

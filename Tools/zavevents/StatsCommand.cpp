@@ -7,6 +7,7 @@
 #include "Arguments.h"
 #include "Commands.h"
 #include "Help.h"
+#include "Printable.h"
 #include "Private/Model/Repositories/ZAVEventRepository.h"
 #include "Private/Model/Repositories/ZAVStreamRepository.h"
 #include "Store.h"
@@ -23,70 +24,97 @@ struct StatsOptions {
     bool json = false;
 };
 
-std::size_t sizeOf(const std::optional<ZAVSet<ZAVEvent>>& events, const ZAVError& error) {
-    if (!events) {
-        throw ToolError("cannot read the events", error);
+/// What an operation answers that stores its error.
+/// @param what what cannot be done when it fails.
+template <class Operation>
+auto answerOf(const std::string& what, Operation operation) {
+    ZAVError error;
+    auto answer = operation(&error);
+    if (error) {
+        throw ToolError(what, error);
     }
-    return events->size();
+    return answer;
 }
 
 /// How many rows there are for each value of a column, by the value's text; rows with NULL count under
-/// "null".
-ordered_json countBy(FMDatabase& database, const std::string& column, const std::string& table) {
-    const std::string sql = "SELECT " + column + ", COUNT(*) FROM " + table + " GROUP BY 1 ORDER BY 1";
+/// "null", and values of one text together.
+ordered_json countBy(FMDatabase& database, const std::string& column, const std::string& table,
+                     const std::string& what) {
+    // More than is shown of a value is not read either.
+    const std::string sql = "SELECT substr(" + column + ", 1, " + std::to_string(longestText + 1) +
+                            "), COUNT(*) FROM " + table + " GROUP BY " + column + " ORDER BY " + column;
     ordered_json counts = ordered_json::object();
     auto rows = database.executeQuery(sql);
-    ZAVError error;
+    ZAVError error = rows ? ZAVError() : database.lastError();
     while (rows && rows->nextWithError(&error)) {
-        counts[rows->stringForColumnIndex(0).value_or("null")] = rows->longLongIntForColumnIndex(1);
+        const std::string value = asUTF8(rows->stringForColumnIndex(0).value_or("null"));
+        counts[value] = counts.value(value, std::int64_t{0}) + rows->longLongIntForColumnIndex(1);
     }
-    if (!rows || error) {
-        throw ToolError(sql, database.lastError());
+    if (error) {
+        throw ToolError(what, error);
     }
     return counts;
 }
 
-ordered_json collect(const std::shared_ptr<FMDatabase>& database) {
+/// How many events a query of the repository answers.
+template <class Query>
+std::size_t countOf(const std::string& which, Query query) {
+    const auto events = answerOf("cannot read the " + which + " events", query);
+    return events ? events->size() : 0;
+}
+
+void countEvents(const std::shared_ptr<FMDatabase>& database, ordered_json& stats) {
     const ZAVEventRepository repository(database);
-    ZAVError error;
-    ordered_json stats;
-    stats["events"] = repository.countOfEvents(&error);
-    if (error) {
-        throw ToolError("cannot count the events", error);
-    }
-    stats["by_type"] = countBy(*database, "type", "events");
-    stats["publishable"] = sizeOf(repository.publishableEvents(&error), error);
-    stats["unpublishable"] = sizeOf(repository.unpublishableEvents(&error), error);
-    stats["unprocessed"] = sizeOf(repository.unprocessedEvents(&error), error);
+    stats["events"] =
+        answerOf("cannot count the events", [&](ZAVError* error) { return repository.countOfEvents(error); });
+    stats["by_type"] = countBy(*database, "type", "events", "cannot count the events by type");
+    stats["publishable"] =
+        countOf("publishable", [&](ZAVError* error) { return repository.publishableEvents(error); });
+    stats["unpublishable"] =
+        countOf("unpublishable", [&](ZAVError* error) { return repository.unpublishableEvents(error); });
+    stats["unprocessed"] =
+        countOf("unprocessed", [&](ZAVError* error) { return repository.unprocessedEvents(error); });
     // Counted where they are: these are nearly all events, too many to read only to learn their number.
-    stats["posted_and_processed"] =
-        queryNumber(*database, "SELECT COUNT(*) FROM events WHERE seq IS NOT NULL");
-    const auto streams = ZAVStreamRepository(database).countOfStreams(&error);
-    if (!streams) {
-        throw ToolError("cannot count the streams", error);
-    }
-    stats["streams"] = *streams;
-    stats["parts"] = queryNumber(*database, "SELECT COUNT(*) FROM event_content_parts");
-    stats["by_transfer_status"] = countBy(*database, "transfer_status", "event_content_parts");
+    stats["posted_and_processed"] = queryNumber(
+        *database, "SELECT COUNT(*) FROM events WHERE seq IS NOT NULL", "cannot count the posted events");
+}
+
+void countParts(const std::shared_ptr<FMDatabase>& database, ordered_json& stats) {
+    const ZAVEventRepository repository(database);
+    stats["parts"] =
+        queryNumber(*database, "SELECT COUNT(*) FROM event_content_parts", "cannot count the content parts");
+    stats["by_transfer_status"] = countBy(*database, "transfer_status", "event_content_parts",
+                                          "cannot count the content parts by transfer status");
     // The operation's figure is cut to 32 bits; where that shows, the true one stands beside it.
-    const ZAVSize utilization = repository.totalDiskUtilizationOfEventContentPartsWithError(&error);
-    if (error) {
-        throw ToolError("cannot sum the disk use of content", error);
-    }
+    const std::string sum = "cannot sum the disk use of content";
+    const auto utilization = answerOf(sum, [&](ZAVError* error) {
+        return repository.totalDiskUtilizationOfEventContentPartsWithError(error);
+    });
     stats["disk_utilization"] = utilization;
     const auto exact =
         queryNumber(*database,
                     "SELECT SUM(size) FROM event_content_parts WHERE transfer_status IN (0, 1, 4)"
-                    " AND file_path IS NOT NULL AND size IS NOT NULL AND (purged = 0 OR purged IS NULL)");
+                    " AND file_path IS NOT NULL AND size IS NOT NULL AND (purged = 0 OR purged IS NULL)",
+                    sum);
     if (static_cast<ZAVSize>(exact) != utilization) {
         stats["disk_utilization_exact"] = exact;
     }
+}
+
+ordered_json collect(const std::shared_ptr<FMDatabase>& database) {
+    ordered_json stats;
+    countEvents(database, stats);
+    const auto streams = answerOf("cannot count the streams", [&](ZAVError* error) {
+        return ZAVStreamRepository(database).countOfStreams(error);
+    });
+    stats["streams"] = streams.value_or(0);
+    countParts(database, stats);
     return stats;
 }
 
 void print(const ordered_json& stats) {
     const auto line = [](const std::string& name, const ordered_json& value) {
-        std::cout << std::left << std::setw(24) << name << value.dump() << '\n';
+        std::cout << std::left << std::setw(23) << name << ' ' << value.dump() << '\n';
     };
     for (const auto& [name, value] : stats.items()) {
         if (!value.is_object()) {
@@ -95,7 +123,7 @@ void print(const ordered_json& stats) {
         }
         std::cout << name << '\n';
         for (const auto& [key, count] : value.items()) {
-            line("  " + key, count);
+            line("  " + printable(key), count);
         }
     }
 }

@@ -8,6 +8,7 @@
 #include <optional>
 #include <utility>
 
+#include "Printable.h"
 #include "Private/Database/ZAVDatabaseSchema.h"
 #include "ToolError.h"
 
@@ -32,6 +33,27 @@ void printRun(const FMStatementRun& run) {
                                    run.succeeded ? "" : "  -- failed"));
 }
 
+FMDatabaseOptions optionsWithKey() {
+    FMDatabaseOptions options;
+    options.key = key;
+    return options;
+}
+
+/// The path in a form in which the engine takes none for anything else than a file's name, as it does with
+/// ":memory:".
+std::string fileAt(const std::string& path) {
+    return path.starts_with('/') ? path : "./" + path;
+}
+
+/// An error that another command can do something about says which.
+ZAVError withAdvice(const ZAVError& error) {
+    const bool isOlder =
+        error.domain() == ZAVErrorDomainDatabase && error.code() == ZAVDatabaseErrorOlderSchema;
+    return isOlder ? ZAVError(error.domain(), error.code(),
+                              error.message() + "; 'zavevents init' brings it up to date")
+                   : error;
+}
+
 std::shared_ptr<FMDatabase> watched(std::shared_ptr<FMDatabase> database) {
     if (tracing) {
         database->setStatementObserver(printRun);
@@ -51,11 +73,11 @@ void useKeyFile(const std::string& path) {
     std::string bytes(longestKey + 1, '\0');
     file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     if (file.bad() || !file.is_open()) {
-        throw ToolError(path + ": " + std::strerror(errno));
+        throw ToolError(printable(path) + ": " + std::strerror(errno));
     }
     bytes.resize(static_cast<std::size_t>(file.gcount()));
     if (bytes.size() > longestKey) {
-        throw ToolError(path + ": a key has at most " + std::to_string(longestKey) + " bytes");
+        throw ToolError(printable(path) + ": a key has at most " + std::to_string(longestKey) + " bytes");
     }
     for (const char lineEnd : {'\n', '\r'}) {
         if (bytes.ends_with(lineEnd)) {
@@ -66,50 +88,43 @@ void useKeyFile(const std::string& path) {
 }
 
 std::shared_ptr<FMDatabase> openOrCreateStore(const std::string& path) {
-    FMDatabaseOptions options;
-    options.key = key;
     ZAVError error;
-    auto database = ZAVDatabaseSchema::openDatabase(path, options, &error);
+    auto database = ZAVDatabaseSchema::openDatabase(fileAt(path), optionsWithKey(), &error);
     if (!database) {
-        throw ToolError(path, error);
+        throw ToolError(printable(path), error);
     }
     return watched(std::move(database));
 }
 
 std::shared_ptr<FMDatabase> openStore(const std::string& path) {
-    FMDatabaseOptions options;
+    FMDatabaseOptions options = optionsWithKey();
     options.access = FMDatabaseOptions::Access::readWrite;
     options.writeAheadLog = false;
-    options.key = key;
-    options.newestUserVersion = ZAVDatabaseSchema::currentVersion();
     ZAVError error;
-    auto database = FMDatabase::databaseWithPath(path, options, &error);
+    auto database = ZAVDatabaseSchema::openCurrentDatabase(fileAt(path), options, &error);
     if (!database) {
-        throw ToolError(path, error);
-    }
-    const auto version = ZAVDatabaseSchema::versionOfDatabase(*database, &error);
-    if (!version) {
-        throw ToolError(path, error);
-    }
-    // Version 0 with the table in place: another owner keeps the schema, and says nothing of its version.
-    const bool ownedByOthers =
-        *version == 0 &&
-        queryNumber(*database,
-                    "SELECT COUNT(*) FROM sqlite_master WHERE type = 'table' AND name = 'events'") == 1;
-    if (*version != ZAVDatabaseSchema::currentVersion() && !ownedByOthers) {
-        throw ToolError(path + ": " +
-                        (*version == 0 ? "this is no event store"
-                                       : "the schema has version " + std::to_string(*version) + " of " +
-                                             std::to_string(ZAVDatabaseSchema::currentVersion())) +
-                        "; 'zavevents init' brings an empty or older database up to date");
+        throw ToolError(printable(path), withAdvice(error));
     }
     return watched(std::move(database));
 }
 
-std::int64_t queryNumber(FMDatabase& database, const std::string& sql) {
+std::shared_ptr<FMDatabase> openAnyDatabase(const std::string& path) {
+    FMDatabaseOptions options = optionsWithKey();
+    options.access = FMDatabaseOptions::Access::readWrite;
+    options.writeAheadLog = false;
+    ZAVError error;
+    auto database = FMDatabase::databaseWithPath(fileAt(path), options, &error);
+    if (!database) {
+        throw ToolError(printable(path), error);
+    }
+    return watched(std::move(database));
+}
+
+std::int64_t queryNumber(FMDatabase& database, const std::string& sql, const std::string& what) {
     auto rows = database.executeQuery(sql);
-    if (!rows || !rows->next()) {
-        throw ToolError(sql, database.lastError());
+    ZAVError error = rows ? ZAVError() : database.lastError();
+    if (!rows || !rows->nextWithError(&error)) {
+        throw ToolError(what.empty() ? sql : what, error);
     }
     return rows->longLongIntForColumnIndex(0);
 }

@@ -3,6 +3,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "Printable.h"
 #include "Private/Foundation/ZAVError.h"
 
 namespace zavevents {
@@ -10,11 +11,13 @@ namespace zavevents {
 /// An operation failed; the text says which and why. The tool prints it and exits with status 1.
 class ToolError : public std::runtime_error {
 public:
+    /// @param message may have several lines. What comes from others stands in it as `printable` makes it.
     explicit ToolError(const std::string& message) : std::runtime_error(message) {}
 
-    /// `what` failed with the database's own error.
+    /// `what` failed with the database's own error, which may hold any name that stands in the file.
     ToolError(const std::string& what, const zav::ZAVError& error)
-        : std::runtime_error(what + ": " + (error ? error.message() : "failed without a reason")) {}
+        : std::runtime_error(what + ": " + (error ? printable(error.message()) : "failed without a reason")) {
+    }
 };
 
 }  // namespace zavevents

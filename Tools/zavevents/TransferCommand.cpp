@@ -22,12 +22,12 @@ struct TransferOptions {
     std::int64_t event = 0;
     std::int64_t index = 0;
     std::optional<int> status;
-    std::optional<std::string> url;
+    std::optional<ZAVURL> url;
     std::optional<double> expires;
     std::optional<std::int64_t> size;
     std::optional<std::string> file;
     std::optional<double> accessed;
-    std::optional<bool> purged;
+    std::optional<int> purged;
 };
 
 void transfer(const TransferOptions& options) {
@@ -49,7 +49,7 @@ void transfer(const TransferOptions& options) {
         part->setTransferStatus(static_cast<ZAVContentTransferStatus>(*options.status));
     }
     if (options.url) {
-        part->set_external_url(*options.url);
+        part->set_external_url(options.url->text());
     }
     if (options.size) {
         part->set_size(*options.size);
@@ -65,7 +65,7 @@ void transfer(const TransferOptions& options) {
         part->setLastAccessed(ZAVDateFromSecondsSince1970(*options.accessed));
     }
     if (options.purged) {
-        part->setIsPurged(*options.purged);
+        part->setIsPurged(*options.purged != 0);
     }
     if (!repository.persistEventContentUpdate(*part, &error)) {
         throw ToolError("cannot update the content part", error);
@@ -80,16 +80,18 @@ void addTransferCommand(CLI::App& app, Action& action) {
         app.add_subcommand("transfer", "Update one part's transfer state; what is not given stays");
     const auto options = std::make_shared<TransferOptions>();
     addDatabaseOption(*command, options->database);
-    command->add_option("--event", options->event, "Row of the event")->check(isNumber())->required();
-    command->add_option("--index", options->index, "Position of the part")->check(isNumber())->required();
-    command->add_option("--status", options->status, "Transfer status, 0 to 4")
-        ->check(CLI::Range(0, static_cast<int>(ZAVContentTransferComplete)));
-    command->add_option("--url", options->url, "Where the service keeps the content")->check(isURL());
-    command->add_option("--expires", options->expires, "When the URL ceases to work, in seconds since 1970");
-    command->add_option("--size", options->size, "Size in bytes")->check(isNumber());
-    command->add_option("--file", options->file, "Path of the file, relative to the cache directory");
-    command->add_option("--accessed", options->accessed, "Last access, in seconds since 1970");
-    command->add_option("--purged", options->purged, "Whether the file was removed to reclaim space, 0 or 1");
+    addOption(*command, "--event", options->event, row(), "Row of the event")->required();
+    addOption(*command, "--index", options->index, position(), "Position of the part")->required();
+    addOption(*command, "--status", options->status, wholeNumber<int>(0, ZAVContentTransferComplete),
+              "Transfer status, 0 to 4");
+    addOption(*command, "--url", options->url, url(), "Where the service keeps the content");
+    addOption(*command, "--expires", options->expires, seconds(),
+              "When the URL ceases to work, in seconds since 1970");
+    addOption(*command, "--size", options->size, wholeNumber<std::int64_t>(0), "Size in bytes");
+    addOption(*command, "--file", options->file, text(), "Path of the file, relative to the cache directory");
+    addOption(*command, "--accessed", options->accessed, seconds(), "Last access, in seconds since 1970");
+    addOption(*command, "--purged", options->purged, wholeNumber<int>(0, 1),
+              "Whether the file was removed to reclaim space, 0 or 1");
     setExample(*command, "chat.db --event 7 --index 1 --status 4 --accessed 1760090000");
     command->callback([options, &action] { action = [options] { transfer(*options); }; });
 }

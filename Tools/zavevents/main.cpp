@@ -9,8 +9,11 @@
 #include <memory>
 #include <string>
 
+#include "Arguments.h"
 #include "Commands.h"
 #include "Help.h"
+#include "Mistake.h"
+#include "Printable.h"
 #include "Private/Logging/DDLog.h"
 #include "Store.h"
 #include "ToolError.h"
@@ -44,8 +47,9 @@ int run(int argc, char** argv) {
                    "What the library logs to standard error: verbose, error or off (default: error)")
         ->check(CLI::IsMember({"verbose", "error", "off"}));
     std::string keyFile;
-    app.add_option("--key-file", keyFile,
-                   "A file with the key of an encrypted database; a line break at its end is no part of it");
+    zavevents::addOption(
+        app, "--key-file", keyFile, zavevents::fileName(),
+        "A file with the key of an encrypted database; a line break at its end is no part of it");
 
     app.add_flag_callback("--trace", zavevents::traceStatements,
                           "Print each statement to standard error: its time, the rows read, its text");
@@ -57,12 +61,15 @@ int run(int argc, char** argv) {
     zavevents::addPartsCommand(app, action);
     zavevents::addStatsCommand(app, action);
     zavevents::addEventCommands(app, action);
+    zavevents::addConversationCommands(app, action);
     zavevents::addTransferCommand(app, action);
     zavevents::addReclaimCommand(app, action);
     zavevents::addCheckCommand(app, action);
     zavevents::setExample(app, "--trace stats chat.db");
+    zavevents::refuseValuesOfFlags(app);
 
     try {
+        zavevents::refuseEmptyValues(argc, argv);
         app.parse(argc, argv);
         setLogGuards(log);
         if (app.count("--key-file") != 0) {
@@ -70,12 +77,20 @@ int run(int argc, char** argv) {
         }
         action();
     } catch (const CLI::ParseError& error) {
-        if (app.exit(error) != 0) {
+        if (error.get_exit_code() != 0) {
+            std::cerr << zavevents::describeMistake(app, error) << '\n';
             return 2;
         }
+        app.exit(error);  // help, or the version
     }
     flushStandardOutput();
     return 0;
+}
+
+int fail(const std::string& reason) {
+    zav::DDLog::flush();
+    std::cerr << "zavevents: " << reason << '\n';
+    return 1;
 }
 
 }  // namespace
@@ -83,9 +98,9 @@ int run(int argc, char** argv) {
 int main(int argc, char** argv) {
     try {
         return run(argc, argv);
+    } catch (const zavevents::ToolError& error) {
+        return fail(error.what());
     } catch (const std::exception& error) {
-        zav::DDLog::flush();
-        std::cerr << "zavevents: " << error.what() << '\n';
-        return 1;
+        return fail(zavevents::printable(error.what()));
     }
 }

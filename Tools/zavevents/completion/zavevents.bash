@@ -4,10 +4,12 @@ _zavevents_options() {
     case $1 in
     "") echo --help --key-file --log --trace --version ;;
     check | stats) echo --help --json ;;
+    conversation) echo --help --member --stream ;;
     delete | processed) echo --help --id ;;
     events) echo --all --help --id --posted --publishable --revived --seq --stream --unprocessed --unpublishable ;;
     import) echo --app-id --batch --help --record-changes --skip-bad-lines --user ;;
     init) echo --help ;;
+    message) echo --event --help ;;
     message-seq) echo --event --help --seq ;;
     participant-seq) echo --help --member --seq --stream ;;
     parts)
@@ -86,8 +88,8 @@ _zavevents() {
     elif [[ $current == -* ]]; then
         _zavevents_words "$(_zavevents_options "$command")" "$current"
     elif [ -z "$command" ]; then
-        _zavevents_words "check delete events import init message-seq participant-seq parts processed reclaim sequence \
-            stats tombstone transfer" "$current"
+        _zavevents_words "check conversation delete events import init message message-seq participant-seq parts \
+            processed reclaim sequence stats tombstone transfer" "$current"
     elif ((positionals == 0)) || { ((positionals == 1)) && [ "$command" = import ]; }; then
         _zavevents_files "$current"
     fi
