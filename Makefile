@@ -1,4 +1,5 @@
-# make run           the main job: import a sample conversation into a database file, print statistics, list what can be sent
+# make run           the main job: import a sample conversation into a database file, print statistics, list what can be sent;
+#                    builds the tool alone, with one compiler
 # make test          build everything and run all tests
 # make test-long     the sweeps, crashes and random sequences again, at length (some 20 minutes)
 # make fuzz          the fuzzers, FUZZ_SECONDS each
@@ -15,7 +16,8 @@
 # make check         all that has to pass before a change is accepted
 # make hooks         has git check the format and the layers of what is staged, before each commit in this clone
 #
-# Each sets up what it needs: on Debian and Ubuntu missing packages are installed, elsewhere they are named.
+# Each sets up what it needs: on Debian and Ubuntu missing packages are installed, elsewhere they are named. What `make run`
+# has built, `make test` uses.
 # BUILD, BUILD_TYPE, CXX and SANITIZE may be given, as in: make test CXX=clang++ SANITIZE=address,undefined BUILD=build-asan
 
 BUILD ?= build
@@ -35,14 +37,23 @@ SIZES ?= 1000,10000,100000,1000000
 SCALE_OPTIONS ?=
 PRESETS ?= shared sqlcipher
 
-.PHONY: run test test-long fuzz static valgrind coverage docs bench configure-bench instructions scale memory tool-cost \
-	presets check hooks build setup setup-checks format check-format clean
+CONFIGURE = cmake -S . -B $(BUILD) -G Ninja -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) -DCMAKE_CXX_COMPILER=$(CXX) \
+	-DZAV_SANITIZE=$(SANITIZE)
+# A folder that is configured already stays as it is, so that its tests are not taken out of it.
+TOOL_ALONE = $(if $(wildcard $(BUILD)/CMakeCache.txt),,-DZAV_BUILD_TESTS=OFF -DZAV_BUILD_EXAMPLES=OFF)
 
-run: build
+.PHONY: run tool test test-long fuzz static valgrind coverage docs bench configure-bench instructions scale memory tool-cost \
+	presets check hooks build setup setup-tool setup-checks format check-format clean
+
+run: tool
 	rm -f $(SAMPLE_DATABASE) $(SAMPLE_DATABASE)-wal $(SAMPLE_DATABASE)-shm
 	$(ZAVEVENTS) import $(SAMPLE_DATABASE) Examples/sample-conversation.jsonl --record-changes
 	$(ZAVEVENTS) stats $(SAMPLE_DATABASE)
 	$(ZAVEVENTS) events $(SAMPLE_DATABASE) --publishable
+
+tool: setup-tool
+	$(CONFIGURE) $(TOOL_ALONE)
+	cmake --build $(BUILD) -j $(JOBS) --target zavevents
 
 test: build
 	ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS)
@@ -87,7 +98,7 @@ configure-bench: setup-checks
 		-DZAV_BUILD_TESTS=OFF -DZAV_BUILD_TOOLS=OFF -DZAV_BUILD_EXAMPLES=OFF
 
 docs: setup setup-checks
-	cmake -S . -B $(BUILD) -G Ninja -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) -DCMAKE_CXX_COMPILER=$(CXX) -DZAV_SANITIZE=$(SANITIZE)
+	$(CONFIGURE)
 	cmake --build $(BUILD) --target docs
 
 coverage: setup-checks
@@ -103,11 +114,14 @@ hooks:
 	git config core.hooksPath .githooks
 
 build: setup
-	cmake -S . -B $(BUILD) -G Ninja -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) -DCMAKE_CXX_COMPILER=$(CXX) -DZAV_SANITIZE=$(SANITIZE)
+	$(CONFIGURE) -DZAV_BUILD_TESTS=ON -DZAV_BUILD_EXAMPLES=ON
 	cmake --build $(BUILD) -j $(JOBS)
 
 setup:
 	@scripts/setup.sh
+
+setup-tool:
+	@CXX="$(CXX)" scripts/setup.sh --tool
 
 setup-checks:
 	@scripts/setup.sh --checks

@@ -1,13 +1,27 @@
 #!/bin/sh
 # Makes sure that the compilers, tools and libraries of the build are there: installs what is missing through apt-get
-# on Debian and Ubuntu, and names it elsewhere. With --checks also what the static checks, valgrind, coverage, the
-# benchmarks, the reference, the engine that can encrypt and those tests need that ask mandoc and zsh.
+# on Debian and Ubuntu, and names it elsewhere. With --tool only what the library and zavevents need, and no other
+# compiler than $CXX. With --checks also what the static checks, valgrind, coverage, the benchmarks, the reference, the
+# engine that can encrypt and those tests need that ask mandoc and zsh.
 set -eu
 
-packages="g++ clang libclang-rt-dev clang-format cmake ninja-build pkg-config python3 binutils dpkg-dev file git
-    libsqlite3-dev liburiparser-dev libspdlog-dev libfmt-dev
-    libcli11-dev libsimdjson-dev nlohmann-json3-dev libgtest-dev librapidcheck-dev
-    libcpp-httplib-dev"
+packages="cmake ninja-build pkg-config
+    libsqlite3-dev liburiparser-dev libspdlog-dev libfmt-dev libcli11-dev libsimdjson-dev nlohmann-json3-dev"
+tools="cmake ninja"
+libraries="SQLite 3.15 or later, uriparser, spdlog, fmt, CLI11, simdjson and nlohmann-json"
+if [ "${1:-}" = --tool ]; then
+    if ! command -v "${CXX:-g++}" > /dev/null; then
+        case "${CXX:-g++}" in
+        *clang*) packages="clang $packages" ;;
+        *) packages="g++ $packages" ;;
+        esac
+    fi
+else
+    packages="g++ clang libclang-rt-dev clang-format python3 binutils dpkg-dev file git $packages
+        libgtest-dev librapidcheck-dev libcpp-httplib-dev"
+    tools="$tools python3 pkg-config git readelf"
+    libraries="$libraries, GoogleTest and RapidCheck; one example also cpp-httplib"
+fi
 if [ "${1:-}" = --checks ]; then
     packages="$packages doxygen clang-tidy cppcheck valgrind gcovr libbenchmark-dev libsqlitecpp-dev libsoci-dev
         libsqlcipher-dev groff-base mandoc zsh"
@@ -15,16 +29,15 @@ fi
 
 if ! command -v dpkg-query > /dev/null || ! command -v apt-get > /dev/null; then
     missing=""
-    for tool in cmake ninja python3 pkg-config git readelf; do
+    for tool in $tools; do
         command -v "$tool" > /dev/null || missing="$missing $tool"
     done
     if [ -n "$missing" ]; then
         echo "Please install:$missing" >&2
         exit 1
     fi
-    echo "Packages are installed by themselves only on Debian and Ubuntu. The build needs: a C++20 compiler, SQLite 3.15" \
-        "or later, uriparser, spdlog, fmt, CLI11, simdjson, nlohmann-json, GoogleTest and RapidCheck;" \
-        "one example also cpp-httplib." >&2
+    echo "Packages are installed by themselves only on Debian and Ubuntu. The build needs: a C++20 compiler," \
+        "$libraries." >&2
     exit 0
 fi
 
