@@ -2,9 +2,12 @@
 #include <ZAVEventRepository/ZAVSet.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <memory>
 #include <stdexcept>
+#include <thread>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 namespace zav::test {
@@ -146,6 +149,84 @@ TEST(SetOfRecords, KnowsWhatWasAppended) {
     }
     EXPECT_EQ(elementsOf(set), events);
     EXPECT_FALSE(set.insert(events[17]));
+}
+
+TEST(SetOfRecords, AppendsNoNullAndNoRecordTwice) {
+    const auto events = makeEvents(40);
+    Events set;
+    EXPECT_THROW(set.append(nullptr), std::invalid_argument);
+    for (const auto& event : events) {
+        EXPECT_TRUE(set.append(event));
+        EXPECT_FALSE(set.append(event)) << "a record was taken in twice";
+    }
+    EXPECT_TRUE(set.append(std::make_shared<ZAVEvent>()));
+    EXPECT_EQ(set.size(), 41U);
+    EXPECT_FALSE(set.append(set[40]));
+    EXPECT_FALSE(set.append(events[3]));
+}
+
+TEST(SetOfRecords, StaysQuickWhenItIsAskedAfterEachRecordThatIsAdded) {
+    const auto events = makeEvents(100'000);
+    Events set;
+    for (const auto& event : events) {
+        ASSERT_TRUE(set.append(event));
+        ASSERT_TRUE(set.contains(event));
+    }
+    Events fresh;
+    for (std::size_t count = 0; count < events.size(); ++count) {
+        ASSERT_TRUE(fresh.append(std::make_shared<ZAVEvent>()));
+        ASSERT_FALSE(fresh.contains(events[count]));
+    }
+}
+
+TEST(SetOfRecords, MayBeAskedBySeveralThreadsAtOnce) {
+    const auto events = makeEvents(5'000);
+    for (int round = 0; round < 20; ++round) {
+        Events filled;
+        for (const auto& event : events) {
+            filled.append(event);
+        }
+        const Events set = filled;  // a copy has not been asked yet
+        std::atomic<int> found = 0;
+        std::vector<std::thread> readers;
+        for (int reader = 0; reader < 4; ++reader) {
+            readers.emplace_back([&] {
+                for (const auto& event : events) {
+                    found += set.contains(event) ? 1 : 0;
+                }
+            });
+        }
+        for (std::thread& reader : readers) {
+            reader.join();
+        }
+        ASSERT_EQ(found, 20'000);
+    }
+}
+
+TEST(SetOfRecords, KnowsItsMembersAfterItWasCopiedMovedAndAssigned) {
+    const auto events = makeEvents(100);
+    Events set;
+    for (const auto& event : events) {
+        set.insert(event);
+    }
+    EXPECT_TRUE(set.contains(events[99]));
+    Events moved = std::move(set);
+    EXPECT_TRUE(set.empty())
+        << "a set that was moved from still has elements";  // NOLINT: that is the contract
+    EXPECT_FALSE(set.contains(events[99]));
+    EXPECT_TRUE(set.insert(events[5])) << "a set that was moved from cannot be used";
+    EXPECT_TRUE(moved.contains(events[99]));
+    Events assigned{std::make_shared<ZAVEvent>()};
+    assigned = moved;
+    EXPECT_EQ(elementsOf(assigned), events);
+    EXPECT_TRUE(assigned.contains(events[50]));
+    EXPECT_FALSE(assigned.insert(events[50]));
+    assigned = std::move(moved);
+    EXPECT_EQ(elementsOf(assigned), events);
+    EXPECT_TRUE(assigned.contains(events[50]));
+    const Events& itself = assigned;
+    assigned = itself;
+    EXPECT_EQ(elementsOf(assigned), events);
 }
 
 TEST(SetOfRecords, StaysQuickWhenItIsLarge) {

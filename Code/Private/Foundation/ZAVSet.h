@@ -1,5 +1,8 @@
 #pragma once
 
+#include <algorithm>
+#include <atomic>
+#include <bit>
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
@@ -14,10 +17,11 @@ namespace zav {
 /// A set of shared records that keeps insertion order, so that it serves as the ordered set as well.
 ///
 /// Two elements are equal when they are the same object: membership depends on no field, so records may
-/// change while they sit in a set, and two records of one row may sit in it side by side. It holds no null.
+/// change while they sit in a set, and two records of one row may sit in it side by side. It holds no null,
+/// and no object twice.
 ///
-/// `insert` and `contains` take constant time on average. Not synchronised, not even for two
-/// calls of `contains`: the first one builds an index. Copies share the records.
+/// `insert`, `append` and `contains` take constant time on average. Any number of threads may call `const`
+/// members at once; whoever changes the set is alone with it. Copies share the records.
 template <class T>
 class ZAVSet {
 public:
@@ -46,33 +50,53 @@ public:
     requires(!std::same_as<U, T> && std::convertible_to<U*, T*>) ZAVSet(const ZAVSet<U>& other)
         : elements_(other.begin(), other.end()) {}
 
+    /// The same elements.
+    ZAVSet(const ZAVSet& other) : elements_(other.elements_) {}
+
+    /// Takes the elements over; `other` is left empty.
+    ZAVSet(ZAVSet&& other) noexcept
+        : elements_(std::exchange(other.elements_, {})), index_(other.index_.exchange(nullptr)) {}
+
+    /// Replaces the elements by those of `other`.
+    ZAVSet& operator=(const ZAVSet& other) {
+        if (this != &other) {
+            *this = ZAVSet(other);
+        }
+        return *this;
+    }
+
+    /// Replaces the elements by those of `other`, which is left empty.
+    ZAVSet& operator=(ZAVSet&& other) noexcept {
+        if (this != &other) {
+            elements_ = std::exchange(other.elements_, {});
+            setIndex(other.index_.exchange(nullptr));
+        }
+        return *this;
+    }
+
+    ~ZAVSet() { setIndex(nullptr); }
+
     /// Adds `element` at the end. False, and no change, when it is in the set already.
     /// @throws std::invalid_argument when `element` is null.
     bool insert(value_type element) {
-        if (element == nullptr) {
-            throw std::invalid_argument("a ZAVSet holds no null");
-        }
-        indexElements();
-        std::size_t slot = slotOf(element.get());
-        if (slots_[slot] != 0) {
-            return false;
-        }
-        elements_.push_back(std::move(element));
-        slots_[slot] = elements_.size();
-        return true;
+        requireElement(element);
+        return !contains(element.get()) && add(std::move(element));
     }
 
-    /// Adds at the end an element that the caller knows not to be in the set: a record that was made a moment
-    /// ago.
-    void append(value_type element) {
-        elements_.push_back(std::move(element));
-        slots_.clear();
+    /// As `insert`, for a record that was made a moment ago and is moved here: what nobody else owns is in no
+    /// set yet, and is not looked for.
+    /// @throws std::invalid_argument when `element` is null.
+    bool append(value_type element) {
+        requireElement(element);
+        return element.use_count() == 1 ? add(std::move(element)) : insert(std::move(element));
     }
 
     /// Whether that very object is in the set.
     [[nodiscard]] bool contains(const T* element) const {
-        indexElements();
-        return slots_[slotOf(element)] != 0;
+        if (elements_.size() <= searchedDirectly) {
+            return std::any_of(begin(), end(), [&](const value_type& held) { return held.get() == element; });
+        }
+        return index().contains(elements_, element);
     }
 
     /// Whether that very object is in the set.
@@ -81,14 +105,14 @@ public:
     /// Removes `element`; false when it is not in the set. Takes time linear in the size: the order is kept.
     bool erase(const value_type& element) {
         const bool found = std::erase(elements_, element) != 0;
-        slots_.clear();
+        setIndex(nullptr);
         return found;
     }
 
     /// Removes all elements.
     void clear() noexcept {
         elements_.clear();
-        slots_.clear();
+        setIndex(nullptr);
     }
 
     /// Makes room for so many elements.
@@ -110,37 +134,91 @@ public:
     [[nodiscard]] const value_type& operator[](std::size_t position) const { return elements_[position]; }
 
 private:
-    /// Brings the index of slots up to the elements. It is built when membership is first asked for: a result
-    /// that is only read never pays for it.
-    void indexElements() const {
-        if (!slots_.empty() && (elements_.size() + 1) * 2 <= slots_.size()) {
-            return;
+    using Elements = std::vector<value_type>;
+
+    /// A set of so many elements or fewer needs no index.
+    static constexpr std::size_t searchedDirectly = 16;
+
+    /// Finds the elements by their addresses. Open addressing with linear probing.
+    class Index {
+    public:
+        explicit Index(const Elements& elements) { rebuild(elements); }
+
+        [[nodiscard]] bool contains(const Elements& elements, const T* element) const noexcept {
+            return slots_[slotOf(elements, element)] != 0;
         }
-        std::size_t count = 16;
-        while (count < (elements_.size() + 1) * 4) {
-            count *= 2;
+
+        /// Makes room for one more than there are.
+        void reserveOne(const Elements& elements) {
+            if ((elements.size() + 1) * 2 > slots_.size()) {
+                rebuild(elements);
+            }
         }
-        slots_.assign(count, 0);
-        for (std::size_t position = 0; position < elements_.size(); ++position) {
-            slots_[slotOf(elements_[position].get())] = position + 1;
+
+        /// Takes in the last of the elements, for which there is room.
+        void addLast(const Elements& elements) noexcept {
+            slots_[slotOf(elements, elements.back().get())] = elements.size();
+        }
+
+    private:
+        void rebuild(const Elements& elements) {
+            slots_.assign(std::bit_ceil((elements.size() + 1) * 4), 0);
+            for (std::size_t position = 0; position < elements.size(); ++position) {
+                slots_[slotOf(elements, elements[position].get())] = position + 1;
+            }
+        }
+
+        /// The slot that holds `element`, or the free one where it belongs.
+        [[nodiscard]] std::size_t slotOf(const Elements& elements, const T* element) const noexcept {
+            const std::size_t mask = slots_.size() - 1;
+            const std::uint64_t hash =
+                reinterpret_cast<std::uintptr_t>(element) * std::uint64_t{0x9E3779B97F4A7C15U};
+            std::size_t slot = static_cast<std::size_t>(hash >> 20) & mask;
+            while (slots_[slot] != 0 && elements[slots_[slot] - 1].get() != element) {
+                slot = (slot + 1) & mask;
+            }
+            return slot;
+        }
+
+        std::vector<std::size_t> slots_;  ///< position + 1 of the element in each slot; 0 is free
+    };
+
+    static void requireElement(const value_type& element) {
+        if (element == nullptr) {
+            throw std::invalid_argument("a ZAVSet holds no null");
         }
     }
 
-    /// The slot that holds `element`, or the free one where it belongs. Open addressing with linear probing.
-    [[nodiscard]] std::size_t slotOf(const T* element) const noexcept {
-        const std::size_t mask = slots_.size() - 1;
-        const std::uint64_t hash =
-            reinterpret_cast<std::uintptr_t>(element) * std::uint64_t{0x9E3779B97F4A7C15U};
-        std::size_t slot = static_cast<std::size_t>(hash >> 20) & mask;
-        while (slots_[slot] != 0 && elements_[slots_[slot] - 1].get() != element) {
-            slot = (slot + 1) & mask;
+    /// Adds an element that is not in the set.
+    bool add(value_type&& element) {
+        Index* const index = index_.load(std::memory_order_relaxed);
+        if (index != nullptr) {
+            index->reserveOne(elements_);
         }
-        return slot;
+        elements_.push_back(std::move(element));
+        if (index != nullptr) {
+            index->addLast(elements_);
+        }
+        return true;
     }
 
-    std::vector<value_type> elements_;
-    mutable std::vector<std::size_t>
-        slots_;  ///< position + 1 of the element in each slot; 0 is free; empty: no index
+    /// The index, which is built when membership is first asked for: a result that is only read never pays
+    /// for it. Of several threads that ask at once each may build one, and the first one's is kept.
+    [[nodiscard]] const Index& index() const {
+        Index* index = index_.load(std::memory_order_acquire);
+        if (index == nullptr) {
+            auto built = std::make_unique<Index>(elements_);
+            if (index_.compare_exchange_strong(index, built.get(), std::memory_order_acq_rel)) {
+                index = built.release();
+            }
+        }
+        return *index;
+    }
+
+    void setIndex(Index* index) noexcept { delete index_.exchange(index); }
+
+    Elements elements_;
+    mutable std::atomic<Index*> index_{nullptr};  ///< owned; null until it is needed
 };
 
 }  // namespace zav
