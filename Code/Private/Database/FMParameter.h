@@ -22,7 +22,7 @@ public:
     /// How the value is bound: the storage classes of the engine.
     enum class Kind : std::uint8_t { null, integer, real, text, blob };
 
-    /// Bound as NULL.
+    /// Bound as NULL. Write `nullptr`: the macro `NULL` is the number 0 once it is an argument of a template.
     FMParameter(std::nullptr_t) noexcept {}
 
     /// Bound as NULL.
@@ -40,8 +40,12 @@ public:
     /// Bound as text.
     FMParameter(const std::string& text) noexcept : FMParameter(std::string_view(text)) {}
 
-    /// Bound as text; not null, and ended by a zero byte.
-    FMParameter(const char* text) noexcept : FMParameter(std::string_view(text)) {}
+    /// Bound as text, which a zero byte ends; a null pointer as NULL.
+    FMParameter(const char* text) noexcept : FMParameter(nullptr) {
+        if (text != nullptr) {
+            *this = FMParameter(std::string_view(text));
+        }
+    }
 
     /// Bound as a blob, a zero-length one when empty.
     FMParameter(const ZAVData& data) noexcept : kind_(Kind::blob), bytes_(data.data()), size_(data.size()) {}

@@ -30,8 +30,12 @@ public:
     /// Text, copied.
     ZAVValue(std::string_view text) : storage_(std::string(text)) {}
 
-    /// Text, copied; not null.
-    ZAVValue(const char* text) : storage_(std::string(text)) {}
+    /// Text, copied; a null pointer is null.
+    ZAVValue(const char* text) : storage_(nullptr) {
+        if (text != nullptr) {
+            storage_ = std::string(text);
+        }
+    }
 
     /// Bytes.
     ZAVValue(ZAVData bytes) : storage_(std::move(bytes)) {}
