@@ -6,6 +6,7 @@
 #include <string_view>
 #include <utility>
 
+#include "Private/Foundation/NSInternalInconsistencyException.h"
 #include "Private/Foundation/ZAVExport.h"
 #include "Private/Foundation/ZAVObject.h"
 #include "ZAVMessage.h"
@@ -15,10 +16,15 @@ namespace zav {
 /// A content part as part of a message.
 class ZAV_EXPORT ZAVMessagePart : public ZAVObject {
 public:
-    /// @param message the message, which the part shares; not null.
+    /// @param message the message, which the part shares.
     /// @param index position within the message, from 0.
-    ZAVMessagePart(std::shared_ptr<ZAVMessage> message, std::uint64_t index) noexcept
-        : message_(std::move(message)), index_(index) {}
+    /// @throws NSInternalInconsistencyException when there is no message.
+    ZAVMessagePart(std::shared_ptr<ZAVMessage> message, std::uint64_t index)
+        : message_(std::move(message)), index_(index) {
+        if (message_ == nullptr) {
+            throw NSInternalInconsistencyException("A message part needs a message.");
+        }
+    }
 
     /// The message, shared; never null.
     [[nodiscard]] const std::shared_ptr<ZAVMessage>& message() const noexcept { return message_; }

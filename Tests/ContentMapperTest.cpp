@@ -214,17 +214,20 @@ TEST(ContentMapper, ANegativeExpirationIsReadByItsUnsignedBits) {
 }
 
 TEST(ContentMapper, TheTransferStatusIsTheStoredNumber) {
-    expectColumn<ZAVContentTransferStatus>(ZAVEventMapperEventContentPartsColumnTransferStatus,
-                                           &ZAVEventContent::transferStatus,
-                                           {{"NULL", ZAVContentTransferAwaitingUpload},
-                                            {"0", ZAVContentTransferAwaitingUpload},
-                                            {"1", ZAVContentTransferUploading},
-                                            {"2", ZAVContentTransferReadyForDownload},
-                                            {"3", ZAVContentTransferDownloading},
-                                            {"4", ZAVContentTransferComplete},
-                                            {"'3'", ZAVContentTransferDownloading},
-                                            {"4294967297", ZAVContentTransferUploading},
-                                            {"9", static_cast<ZAVContentTransferStatus>(9)}});
+    expectColumn<ZAVContentTransferStatus>(
+        ZAVEventMapperEventContentPartsColumnTransferStatus, &ZAVEventContent::transferStatus,
+        {{"NULL", ZAVContentTransferAwaitingUpload},
+         {"0", ZAVContentTransferAwaitingUpload},
+         {"1", ZAVContentTransferUploading},
+         {"2", ZAVContentTransferReadyForDownload},
+         {"3", ZAVContentTransferDownloading},
+         {"4", ZAVContentTransferComplete},
+         {"'3'", ZAVContentTransferDownloading},
+         {"4294967297", ZAVContentTransferUploading},
+         {"9", static_cast<ZAVContentTransferStatus>(9)},
+         {"2147483647", static_cast<ZAVContentTransferStatus>(2147483647)},
+         {"-1", static_cast<ZAVContentTransferStatus>(0xFFFFFFFFFFFFFFFFU)},
+         {"-2147483648", static_cast<ZAVContentTransferStatus>(0xFFFFFFFF80000000U)}});
 }
 
 TEST(ContentMapper, AStoredPathIsAFileInTheContentCacheDirectory) {

@@ -205,6 +205,19 @@ TEST(ContentUpdate, WhatIsWrittenIsReadBack) {
     EXPECT_TRUE(stored->isPurged());
 }
 
+TEST(ContentUpdate, WritesATransferStatusWithoutANameAsItWasRead) {
+    for (const char* const status : {"-1", "-2147483648", "2147483647", "5"}) {
+        const StoredPartStore store;
+        store.execute(std::string("UPDATE event_content_parts SET transfer_status = ") + status);
+        const auto part = store.repository().eventContentForEventDatabaseIdentifier(7, 3);
+        ASSERT_NE(part, nullptr);
+        EXPECT_TRUE(store.repository().persistEventContentUpdate(*part));
+        EXPECT_EQ(store.rows("SELECT transfer_status FROM event_content_parts WHERE "
+                             "event_database_identifier = 7 AND event_content_part_id = 3"),
+                  std::vector<std::string>{status});
+    }
+}
+
 TEST(ContentUpdate, SucceedsWhenThereIsNoSuchPart) {
     const StoredPartStore store;
     const auto before = store.rows("SELECT * FROM event_content_parts");

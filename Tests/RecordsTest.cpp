@@ -296,6 +296,21 @@ TEST(MessagePart, KnowsItsMessageAndItsIndex) {
     EXPECT_EQ(ZAVMessage().databaseIdentifier(), ZAVDatabaseIdentifierNotSet);
 }
 
+TEST(MessagePart, NeedsAMessage) {
+    EXPECT_THROW(ZAVMessagePart(nullptr, 0), NSInternalInconsistencyException);
+}
+
+TEST(ScalarTypes, OfTheRecordsAreThoseThatHaveNames) {
+    static_assert(std::is_same_v<ZAVTUUID, ZAVData>, "a UUID in its binary form is a byte string");
+    static_assert(std::is_same_v<decltype(ZAVTEvent().client_id()), const std::optional<ZAVTUUID>&>);
+    static_assert(
+        std::is_same_v<decltype(ZAVTEvent().creator_id()), const std::optional<ZAVTProviderUserId>&>);
+    static_assert(std::is_same_v<decltype(ZAVTEvent().seq()), ZAVSequence>);
+    ZAVEvent event;
+    event.set_client_id(*ZAVDataFromUUID(uuidNumber(7)));
+    EXPECT_EQ(event.client_id()->size(), 16U);
+}
+
 TEST(Error, IsEmptyUntilItSaysWhy) {
     const ZAVError none;
     EXPECT_FALSE(none);

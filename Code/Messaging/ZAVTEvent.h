@@ -11,9 +11,9 @@
 
 #include "Messaging/ZAVTContent.h"
 #include "Messaging/ZAVTEventType.h"
-#include "Private/Foundation/ZAVData.h"
 #include "Private/Foundation/ZAVDictionary.h"
 #include "Private/Foundation/ZAVExport.h"
+#include "Private/Foundation/ZAVIdentifiers.h"
 #include "Private/Foundation/ZAVObject.h"
 
 namespace zav {
@@ -49,9 +49,9 @@ public:
     [[nodiscard]] bool ephemeralIsSet() const noexcept { return ephemeralIsSet_; }
 
     /// author of the event
-    [[nodiscard]] const std::optional<std::string>& creator_id() const noexcept { return creator_id_; }
+    [[nodiscard]] const std::optional<ZAVTProviderUserId>& creator_id() const noexcept { return creator_id_; }
     /// Sets `creator_id` and takes the value over.
-    void set_creator_id(std::optional<std::string> value) {
+    void set_creator_id(std::optional<ZAVTProviderUserId> value) {
         creator_id_ = std::move(value);
         creator_idIsSet_ = true;
     }
@@ -61,9 +61,9 @@ public:
     [[nodiscard]] bool creator_idIsSet() const noexcept { return creator_idIsSet_; }
 
     /// position in its stream, assigned by the service
-    [[nodiscard]] std::int32_t seq() const noexcept { return seq_; }
+    [[nodiscard]] ZAVSequence seq() const noexcept { return seq_; }
     /// Sets `seq`.
-    void set_seq(std::int32_t value) noexcept {
+    void set_seq(ZAVSequence value) noexcept {
         seq_ = value;
         seqIsSet_ = true;
     }
@@ -85,9 +85,9 @@ public:
     [[nodiscard]] bool server_timestampIsSet() const noexcept { return server_timestampIsSet_; }
 
     /// sequence of the last event of the stream that the author had seen
-    [[nodiscard]] std::int32_t preceding_seq() const noexcept { return preceding_seq_; }
+    [[nodiscard]] ZAVSequence preceding_seq() const noexcept { return preceding_seq_; }
     /// Sets `preceding_seq`.
-    void set_preceding_seq(std::int32_t value) noexcept {
+    void set_preceding_seq(ZAVSequence value) noexcept {
         preceding_seq_ = value;
         preceding_seqIsSet_ = true;
     }
@@ -97,9 +97,9 @@ public:
     [[nodiscard]] bool preceding_seqIsSet() const noexcept { return preceding_seqIsSet_; }
 
     /// sequence assigned by the authoring client
-    [[nodiscard]] std::int32_t client_seq() const noexcept { return client_seq_; }
+    [[nodiscard]] ZAVSequence client_seq() const noexcept { return client_seq_; }
     /// Sets `client_seq`.
-    void set_client_seq(std::int32_t value) noexcept {
+    void set_client_seq(ZAVSequence value) noexcept {
         client_seq_ = value;
         client_seqIsSet_ = true;
     }
@@ -133,9 +133,9 @@ public:
     [[nodiscard]] bool contentIsSet() const noexcept { return contentIsSet_; }
 
     /// member that a membership event concerns
-    [[nodiscard]] const std::optional<std::string>& member_id() const noexcept { return member_id_; }
+    [[nodiscard]] const std::optional<ZAVTProviderUserId>& member_id() const noexcept { return member_id_; }
     /// Sets `member_id` and takes the value over.
-    void set_member_id(std::optional<std::string> value) {
+    void set_member_id(std::optional<ZAVTProviderUserId> value) {
         member_id_ = std::move(value);
         member_idIsSet_ = true;
     }
@@ -145,9 +145,9 @@ public:
     [[nodiscard]] bool member_idIsSet() const noexcept { return member_idIsSet_; }
 
     /// sequence of the event that this one targets (receipts, deletions)
-    [[nodiscard]] std::int32_t target_seq() const noexcept { return target_seq_; }
+    [[nodiscard]] ZAVSequence target_seq() const noexcept { return target_seq_; }
     /// Sets `target_seq`.
-    void set_target_seq(std::int32_t value) noexcept {
+    void set_target_seq(ZAVSequence value) noexcept {
         target_seq_ = value;
         target_seqIsSet_ = true;
     }
@@ -169,9 +169,9 @@ public:
     [[nodiscard]] bool transient_metadataIsSet() const noexcept { return transient_metadataIsSet_; }
 
     /// identity chosen by the authoring client
-    [[nodiscard]] const std::optional<ZAVData>& client_id() const noexcept { return client_id_; }
+    [[nodiscard]] const std::optional<ZAVTUUID>& client_id() const noexcept { return client_id_; }
     /// Sets `client_id` and takes the value over.
-    void set_client_id(std::optional<ZAVData> value) {
+    void set_client_id(std::optional<ZAVTUUID> value) {
         client_id_ = std::move(value);
         client_idIsSet_ = true;
     }
@@ -210,19 +210,19 @@ protected:
     void describeFields(std::string& text) const override;
 
 private:
-    std::optional<std::string> creator_id_;
+    std::optional<ZAVTProviderUserId> creator_id_;
     std::optional<std::vector<std::shared_ptr<ZAVTContent>>> content_;
-    std::optional<std::string> member_id_;
+    std::optional<ZAVTProviderUserId> member_id_;
     std::optional<ZAVDictionary> transient_metadata_;
-    std::optional<ZAVData> client_id_;
+    std::optional<ZAVTUUID> client_id_;
     std::optional<std::string> creator_name_;
     std::int64_t server_timestamp_ = 0;
     std::int64_t client_timestamp_ = 0;
     ZAVTEventType type_ = ZAVTEventType(0);
-    std::int32_t seq_ = 0;
-    std::int32_t preceding_seq_ = 0;
-    std::int32_t client_seq_ = 0;
-    std::int32_t target_seq_ = 0;
+    ZAVSequence seq_ = 0;
+    ZAVSequence preceding_seq_ = 0;
+    ZAVSequence client_seq_ = 0;
+    ZAVSequence target_seq_ = 0;
     bool ephemeral_ = false;
     std::uint8_t subtype_ = 0;
     bool typeIsSet_ : 1 = false;

@@ -4,6 +4,8 @@
 #include <limits>
 #include <string>
 
+#include "Private/Foundation/ZAVData.h"
+
 /// @namespace zav
 /// The event store of a messaging client. Everything public is in this namespace.
 namespace zav {
@@ -16,6 +18,9 @@ using ZAVSequence = std::int32_t;
 
 /// Byte count or row limit.
 using ZAVSize = std::uint64_t;
+
+/// A UUID in its binary form, 16 bytes in the order of its canonical text; see `ZAVUUIDFromData`.
+using ZAVTUUID = ZAVData;
 
 /// Identifies a user.
 using ZAVTProviderUserId = std::string;
