@@ -503,6 +503,15 @@ TEST_P(EveryCollectingEventQuery, StopsWithoutAnErrorAtARowThatMapsToNoEvent) {
     expectHandleIsAtRest(store);
 }
 
+TEST_P(EveryCollectingEventQuery, HoldsARecordOnceThatTheMapperAnswersForSeveralRows) {
+    const FilledStore store;
+    const auto same = std::make_shared<ZAVEvent>(7, 1);
+    same->set_type(EventType_MEMBER_ADDED);
+    const TamperingRepository repository(store,
+                                         [&](const std::shared_ptr<ZAVEvent>&, ZAVError*) { return same; });
+    EXPECT_EQ(GetParam().run(repository, nullptr), Answer(1));
+}
+
 class EverySingleEventLookup : public testing::TestWithParam<EventQuery> {};
 
 INSTANTIATE_TEST_SUITE_P(Of, EverySingleEventLookup,
@@ -679,6 +688,33 @@ TEST(EventQueries, AMessageWithAPartInAnyOtherTransferStateIsNotPublishable) {
     }
 }
 
+/// The publishable rows of a store with one unsequenced message, row 1, whose mapper answers this content.
+Rows publishableWithContent(const std::optional<std::vector<std::shared_ptr<ZAVTContent>>>& content) {
+    const TestStore store;
+    store.addStream(uuidNumber(1));
+    addEvent(store, 1, EventType_MESSAGE, "NULL", "1");
+    addPart(store, 1, 0, "4");
+    const TamperingRepository repository(store, [&](std::shared_ptr<ZAVEvent> event, ZAVError*) {
+        event->set_content(content);
+        return event;
+    });
+    return rowsOf(repository.publishableEvents());
+}
+
+TEST(EventQueries, AMessageWhoseMapperAnswersNoPartsIsNotPublishable) {
+    EXPECT_EQ(publishableWithContent(std::nullopt), Rows{});
+    EXPECT_EQ(publishableWithContent(std::vector<std::shared_ptr<ZAVTContent>>()), Rows{})
+        << "content that is there and holds nothing was taken for transferred content";
+}
+
+TEST(EventQueries, APartWithoutATransferStatusIsNotTransferred) {
+    const auto complete = makeTextPart("hi");
+    EXPECT_EQ(publishableWithContent({{complete}}), Rows{1});
+    EXPECT_EQ(publishableWithContent({{std::make_shared<ZAVTContent>()}}), Rows{});
+    EXPECT_EQ(publishableWithContent({{complete, std::make_shared<ZAVTContent>()}}), Rows{});
+    EXPECT_EQ(publishableWithContent({{nullptr, complete}}), Rows{});
+}
+
 TEST(EventQueries, AnEventThatIsNoMessageIsPublishableWhateverItsParts) {
     for (const ZAVTEventType type :
          {EventType_APPLICATION, EventType_MEMBER_ADDED, EventType_MEMBER_REMOVED,
@@ -751,6 +787,18 @@ TEST(EventQueries, AnEventComesBackOnceInWhateverOrderItsInsertionsAreFound) {
         addChange(store, "events", row, ZAVSyncedChangeTypeInsert);
     }
     EXPECT_EQ(sortedRowsOf(store.repository().unprocessedEvents()), (Rows{1, 2, 3, 4}));
+}
+
+TEST(EventQueries, AnEventOfManyInsertionsComesBackOnceBesideThoseAroundIt) {
+    const TestStore store;
+    store.addStream(uuidNumber(1));
+    for (int row = 1; row <= 3; ++row) {
+        addEvent(store, row, EventType_MEMBER_ADDED, "NULL", "1");
+    }
+    for (const int row : {1, 1, 2, 2, 2, 3, 3}) {
+        addChange(store, "events", row, ZAVSyncedChangeTypeInsert);
+    }
+    EXPECT_EQ(rowsOf(store.repository().unprocessedEvents()), (Rows{1, 2, 3}));
 }
 
 TEST(EventQueries, AnUnprocessedEventIsReadWithItsContentAndNotFromTheColumnsOfItsChange) {

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <functional>
 #include <limits>
 #include <memory>
 #include <optional>
@@ -392,6 +393,40 @@ TEST_P(EveryDownloadQueue, TakesTheTimeAnewWithEachCall) {
     EXPECT_GT(boundTime(), first);
 }
 
+/// Does something as each log line arrives, while it lives.
+class DoingAtEachLine {
+public:
+    explicit DoingAtEachLine(std::function<void()> work) : sink_(std::make_shared<Sink>()) {
+        sink_->work = std::move(work);
+        DDLog::setSink(sink_);
+    }
+
+private:
+    struct Sink final : DDLogSink {
+        void write(const DDLogMessage&) override { work(); }
+        std::function<void()> work;
+    };
+
+    LogCapture openGuards_;  ///< puts the default sink back in the end
+    std::shared_ptr<Sink> sink_;
+};
+
+TEST_P(EveryDownloadQueue, TakesTheTimeAfterItsVerboseLine) {
+    const FilledStore store;
+    double whenTheLineWasWritten = 0;
+    const DoingAtEachLine slowSink([&] {
+        const double start = ZAVSecondsSince1970(ZAVNow());
+        do {
+            whenTheLineWasWritten = ZAVSecondsSince1970(ZAVNow());
+        } while (whenTheLineWasWritten < start + 0.05);
+    });
+    const std::string statement =
+        statementOf(store, [&] { return GetParam().run(store.repository(), 7, nullptr); });
+    ASSERT_GT(whenTheLineWasWritten, 0) << "no line was written";
+    EXPECT_GE(std::strtod(withoutItsTime(statement).now.c_str(), nullptr), whenTheLineWasWritten - 0.001)
+        << "the time is that of the call, not of the query";
+}
+
 TEST_P(EveryDownloadQueue, KeepsThePartsNearestTheEndOfTheirStreamAndThenTheLatestOfTheirCreator) {
     const TestStore store;
     store.execute(
@@ -574,6 +609,16 @@ TEST(TransferQueues, ATypeThatLooksLikeAPlaceholderIsListedAsItIs) {
     const DownloadsStore store;
     const std::string statement = expiredDownloadsStatement(store, {{"", "%@", "100%", "?"}}, 10);
     EXPECT_NE(statement.find("event_content_parts.type IN ('', '%@', '100%', '?')) OR "), std::string::npos)
+        << statement;
+}
+
+TEST(TransferQueues, TypesAreReadAfterTheVerboseLine) {
+    const DownloadsStore store;
+    MIMETypes types{{"text/plain"}};
+    const DoingAtEachLine sink([&] { types->insert("image/png"); });
+    const std::string statement = expiredDownloadsStatement(store, types, 10);
+    EXPECT_NE(statement.find("event_content_parts.type IN ('image/png', 'text/plain')) OR "),
+              std::string::npos)
         << statement;
 }
 

@@ -2,10 +2,16 @@
 #include <ZAVEventRepository/ZAVTransaction.h>
 #include <gtest/gtest.h>
 
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
 #include "Faults/FaultSweep.h"
 #include "Faults/FaultyAllocator.h"
 #include "Faults/FaultyFileSystem.h"
 #include "Support/DatabaseHandles.h"
+#include "Support/LogCapture.h"
 #include "Support/TestEffort.h"
 #include "Support/TestStore.h"
 
@@ -132,6 +138,176 @@ TEST(MemoryFaultsInConversion, OfAStreamsIdentifierFailThePersisting) {
         }
     }
     EXPECT_GT(failures, 10) << "the sweep ended before it began";
+}
+
+/// A store in a file whose texts are UTF-16: the engine needs memory for each text that it hands out.
+std::shared_ptr<FMDatabase> storeOfWideTexts(const std::string& path) {
+    auto database = openHandle(path);
+    run(*database, "PRAGMA encoding='UTF-16'");
+    if (!ZAVDatabaseSchema::migrateDatabase(*database)) {
+        throw std::runtime_error("cannot make the store: " + database->lastError().description());
+    }
+    run(*database,
+        "INSERT INTO streams (stream_id) VALUES (x'11111111111111111111111111111101');"
+        "INSERT INTO events (type, client_id, stream_database_identifier, creator_id, member_id, creator_name) "
+        "VALUES (4, x'11111111111111111111111111111102', 1, 'the creator', 'the member', 'the name');"
+        "INSERT INTO synced_changes (table_name, row_identifier, change_type) VALUES ('events', 1, 0);"
+        "INSERT INTO keyed_values_remote (object_database_identifier, object_type, key_type, key, value) VALUES "
+        "(1, 'event', 0, 'key', 'value');"
+        "INSERT INTO event_content_parts (event_content_part_id, event_database_identifier, type, value, url, "
+        "access_expiration, file_path, last_accessed, transfer_status, size) VALUES "
+        "(0, 1, 'text/plain', x'AB', 'https://store.example/0', 1, 'file-0', 5, 4, 9), "
+        "(1, 1, 'text/html', x'CD', 'https://store.example/1', 99999999999, 'file-1', 5, 3, 9), "
+        "(2, 1, 'image/png', x'EF', 'https://store.example/2', 1, 'file-2', 5, 1, 9), "
+        "(3, 1, 'image/gif', NULL, NULL, NULL, 'file-3', NULL, 0, 9)");
+    return database;
+}
+
+/// What there is to read of a part.
+std::string wholeTextOf(const ZAVEventContent& part) {
+    return part.media_type().value_or("-") + " " + part.external_url().value_or("-") + " " +
+           (part.fileURL() ? part.fileURL()->relativePath() : "-") + " " +
+           (part.body() ? std::to_string(part.body()->size()) : "-");
+}
+
+/// The parts of the store as they are read while nothing fails.
+std::string storedPart(std::int64_t index) {
+    const char* const parts[] = {"text/plain https://store.example/0 file-0 -",
+                                 "text/html https://store.example/1 file-1 -",
+                                 "image/png https://store.example/2 file-2 -", "image/gif - file-3 0"};
+    return parts[index];
+}
+
+/// Whether all that was read is as it is stored; parts and metadata of an event may be missing.
+void expectSound(const ZAVEvent& event) {
+    EXPECT_EQ(event.creator_id(), "the creator");
+    EXPECT_EQ(event.member_id(), "the member");
+    EXPECT_EQ(event.creator_name(), "the name");
+    for (const auto& [key, value] : *event.transient_metadata()) {
+        EXPECT_EQ(key, "key");
+        EXPECT_EQ(value, ZAVDictionaryValue(ZAVData::fromText("value")));
+    }
+    for (const auto& part : partsOf(event)) {
+        EXPECT_EQ(wholeTextOf(*part), storedPart(part->index())) << "half of a part was taken for the whole";
+    }
+}
+
+void expectSound(const ZAVEventContent& part) {
+    EXPECT_EQ(wholeTextOf(part), storedPart(part.index()));
+}
+
+template <class Record>
+bool isSound(const std::shared_ptr<Record>& record) {
+    if (record != nullptr) {
+        expectSound(*record);
+    }
+    return record != nullptr;
+}
+
+template <class Record>
+bool isSound(const std::optional<ZAVSet<Record>>& records) {
+    if (records) {
+        EXPECT_FALSE(records->empty());
+        for (const auto& record : *records) {
+            expectSound(*record);
+        }
+    }
+    return records.has_value();
+}
+
+/// A reading operation; whether it answered, once its answer has been looked through.
+struct Reading {
+    const char* name;
+    bool (*read)(const ZAVEventRepository& repository, ZAVError* error);
+    bool tellsOfMetadata;  ///< the error may say why metadata are missing from an answer
+};
+
+const Reading readings[] = {
+    {"allEvents", [](const auto& r, ZAVError* e) { return isSound(r.allEvents(e)); }, true},
+    {"unprocessedEvents", [](const auto& r, ZAVError* e) { return isSound(r.unprocessedEvents(e)); }, true},
+    {"eventForDatabaseIdentifier",
+     [](const auto& r, ZAVError* e) { return isSound(r.eventForDatabaseIdentifier(1, e)); }, true},
+    {"eventContentDatabaseIdentifier",
+     [](const auto& r, ZAVError* e) { return isSound(r.eventContentDatabaseIdentifier(1, e)); }, false},
+    {"eventContentForExternalContentURL",
+     [](const auto& r, ZAVError* e) {
+         return isSound(
+             r.eventContentForExternalContentURL(*ZAVURL::URLWithString("https://store.example/1"), e));
+     },
+     false},
+    {"unassignedURLs",
+     [](const auto& r, ZAVError* e) { return isSound(r.eventContentsHavingUnassignedURLsWithError(e)); },
+     false},
+    {"incompleteUploads",
+     [](const auto& r, ZAVError* e) {
+         return isSound(r.eventContentsHavingIncompleteUploadsWithLimit(9, e));
+     },
+     false},
+    {"incompleteDownloads",
+     [](const auto& r, ZAVError* e) {
+         return isSound(r.eventContentsHavingIncompleteDownloadsWithLimit(9, e));
+     },
+     false},
+    {"leastRecentlyAccessed",
+     [](const auto& r, ZAVError* e) {
+         return isSound(r.leastRecentlyAccessedEventContentPartsForSize(100, e));
+     },
+     false},
+    {"the least recently accessed one",
+     [](const auto& r, ZAVError* e) {
+         return isSound(r.leastRecentlyAccessedEventContentPartsForSize(0, e));
+     },
+     false},
+};
+
+TEST(MemoryFaultsInConversion, OfWideTextsNeverLeaveHalfARecord) {
+    const TemporaryDirectory directory;
+    const std::string path = directory.file("wide.db");
+    storeOfWideTexts(path);
+    ASSERT_TRUE(scalar(*openHandle(path), "PRAGMA encoding").starts_with("UTF-16"));
+    const LogCapture quiet;
+    for (const Reading& reading : readings) {
+        int failures = 0;
+        for (int number = 1; number < 2000; ++number) {
+            SCOPED_TRACE(std::string(reading.name) + " with request " + std::to_string(number) + " failing");
+            const ZAVEventRepository repository(openHandle(path));
+            ASSERT_TRUE(repository.database().prepare("SELECT 1"));
+            ZAVError error;
+            FaultyAllocator::fail(number, false);
+            const bool answered = reading.read(repository, &error);
+            FaultyAllocator::heal();
+            ASSERT_TRUE(answered || error) << "nothing came back, and nothing says why";
+            ASSERT_TRUE(!answered || !error || reading.tellsOfMetadata) << "an answer came with an error";
+            failures += answered ? 0 : 1;
+            if (HasFailure() || FaultyAllocator::failures() == 0) {
+                break;
+            }
+        }
+        EXPECT_GT(failures, 3) << reading.name << ": the sweep ended before it began";
+    }
+}
+
+TEST(MemoryFaultsInConversion, OfAPartLeaveItOutOfItsEvent) {
+    const TemporaryDirectory directory;
+    const std::string path = directory.file("wide.db");
+    storeOfWideTexts(path);
+    const LogCapture quiet;
+    int eventsWithFewerParts = 0;
+    for (int number = 1; number < 2000; ++number) {
+        const ZAVEventRepository repository(openHandle(path));
+        ASSERT_TRUE(repository.eventForDatabaseIdentifier(1)) << "the statements are not ready";
+        FaultyAllocator::fail(number, false);
+        const auto event = repository.eventForDatabaseIdentifier(1);
+        FaultyAllocator::heal();
+        if (event != nullptr) {
+            expectSound(*event);
+            eventsWithFewerParts += partsOf(*event).size() < 4 ? 1 : 0;
+        }
+        if (HasFailure() || FaultyAllocator::failures() == 0) {
+            break;
+        }
+    }
+    EXPECT_GT(eventsWithFewerParts, 3) << "no request for a part's text ever failed";
 }
 
 TEST(AnAbandonedTransaction, IsUndoneBeforeAnythingElseRunsOnTheHandle) {

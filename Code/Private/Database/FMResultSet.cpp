@@ -75,6 +75,10 @@ int FMResultSet::giveBack() noexcept {
     return statement == nullptr ? SQLITE_OK : database_->giveBack(*statement);
 }
 
+bool FMResultSet::rowIsSound() const noexcept {
+    return row_ != nullptr && (sqlite3_errcode(sqlite3_db_handle(row_)) & 0xFF) != SQLITE_NOMEM;
+}
+
 std::int32_t FMResultSet::intForColumnIndex(int index) const noexcept {
     return row_ == nullptr ? 0 : sqlite3_column_int(row_, index);
 }

@@ -51,6 +51,10 @@ public:
     /// is in `error`, if given, and the handle's last error. At the end, `nextWithError` tells the same.
     bool closeWithError(ZAVError* error);
 
+    /// Whether all that was read from the current row is what is stored: false when memory ran out while a
+    /// value was being converted. The cursor then yields no further row.
+    [[nodiscard]] bool rowIsSound() const noexcept;
+
     /// NULL reads as 0; a number that does not fit is cut to its low 32 bits.
     [[nodiscard]] std::int32_t intForColumnIndex(int index) const noexcept;
 

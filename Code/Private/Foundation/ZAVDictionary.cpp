@@ -38,7 +38,8 @@ const ZAVDictionaryValue* ZAVDictionary::find(std::string_view key) const {
 }
 
 const ZAVDictionary::Entries& ZAVDictionary::entries() const noexcept {
-    static const Entries none;
+    // Never destroyed: a thread may read while the process ends.
+    static const Entries& none = *new Entries;
     return entries_ ? *entries_ : none;
 }
 

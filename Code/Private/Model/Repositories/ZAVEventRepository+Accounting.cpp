@@ -1,6 +1,5 @@
 #include <cstdint>
 #include <limits>
-#include <string>
 
 #include "Private/Model/Repositories/ZAVEventRepository.h"
 #include "Private/Model/Repositories/ZAVEventRepositoryProjections.h"
@@ -91,10 +90,9 @@ std::optional<ZAVSet<ZAVEventContent>> ZAVEventRepository::leastRecentlyAccessed
         "%lu byte(s).",
         "Failed collecting least recently accessed event content parts with external content with total size summing "
         "up to %lu byte(s) with %@"};
-    static const std::string statement =
-        std::string(projections::content) + std::string(projections::contentSource) +
+    static constexpr auto statement = projections::selectContent(
         " WHERE file_path IS NOT NULL AND transfer_status != ? AND transfer_status != ? AND last_accessed IS NOT NULL "
-        "AND (purged = 0 OR purged IS NULL) ORDER BY last_accessed ASC";
+        "AND (purged = 0 OR purged IS NULL) ORDER BY last_accessed ASC");
     std::optional<ZAVSet<ZAVEventContent>> contents;
     account(
         operation, *this, error,

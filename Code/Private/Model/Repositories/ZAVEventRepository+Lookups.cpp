@@ -1,4 +1,3 @@
-#include <string>
 #include <string_view>
 
 #include "Private/Model/Repositories/ZAVEventRepository.h"
@@ -10,16 +9,10 @@
 namespace zav {
 namespace {
 
-/// The statement that selects the content parts which `condition` names.
-std::string contentWhere(std::string_view condition) {
-    return std::string(projections::content) + std::string(projections::contentSource) +
-           std::string(condition);
-}
-
 /// The reading body of a single content part.
 template <class... Values>
 bool readContent(const ZAVEventRepository& repository, std::shared_ptr<ZAVEventContent>& result,
-                 ZAVError& outError, const std::string& statement, const Values&... values) {
+                 ZAVError& outError, std::string_view statement, const Values&... values) {
     return readFirstRow(
         repository.database(), result, outError,
         [&](const FMResultSet& row) { return repository.eventContentFromResultSet(row); }, statement,
@@ -34,7 +27,8 @@ std::shared_ptr<ZAVEventContent> ZAVEventRepository::eventContentDatabaseIdentif
         "-[ZAVEventRepository eventContentDatabaseIdentifier:error:]",
         "fetching event content part for databaseIdentifier=%lld",
         "failed to fetch event for databaseIdentifier=%lld %@"};
-    static const std::string statement = contentWhere(" WHERE event_content_parts.database_identifier = ?");
+    static constexpr auto statement =
+        projections::selectContent(" WHERE event_content_parts.database_identifier = ?");
     std::shared_ptr<ZAVEventContent> content;
     operation.run(
         *this, error,
@@ -51,8 +45,8 @@ std::shared_ptr<ZAVEventContent> ZAVEventRepository::eventContentForEventDatabas
         "-[ZAVEventRepository eventContentForEventDatabaseIdentifier:eventContentIndex:error:]",
         "fetching event content part for eventDatabaseIdentifier=%lld index=%ld",
         "failed to fetch event for eventDatabaseIdentifier=%lld index=%ld %@"};
-    static const std::string statement =
-        contentWhere(" WHERE event_database_identifier = ? AND event_content_part_id = ?");
+    static constexpr auto statement =
+        projections::selectContent(" WHERE event_database_identifier = ? AND event_content_part_id = ?");
     std::shared_ptr<ZAVEventContent> content;
     operation.run(
         *this, error,
@@ -69,7 +63,7 @@ std::shared_ptr<ZAVEventContent> ZAVEventRepository::eventContentForMessagePart(
     static constexpr ZAVRepositoryOperation operation{
         "-[ZAVEventRepository eventContentForMessagePart:error:]",
         "fetching event content part for messagePart=%@", "failed to fetch event for messagePart=%@ %@"};
-    static const std::string statement = contentWhere(
+    static constexpr auto statement = projections::selectContent(
         " LEFT JOIN messages ON (event_content_parts.event_database_identifier = messages.event_database_identifier)"
         " WHERE messages.database_identifier = ? AND event_content_part_id = ?");
     std::shared_ptr<ZAVEventContent> content;
@@ -89,18 +83,19 @@ std::shared_ptr<ZAVEventContent> ZAVEventRepository::eventContentForMessagePartO
         "-[ZAVEventRepository eventContentForMessagePartObjectIdentifier:error:]",
         "fetching event content part for messagePart->objectIdentifier=%@",
         "failed event content part for messagePart->objectIdentifier=%@ %@"};
-    static const std::string statement =
-        contentWhere(" WHERE events.client_id = ? AND event_content_parts.event_content_part_id = ?");
+    static constexpr auto statement = projections::selectContent(
+        " WHERE events.client_id = ? AND event_content_parts.event_content_part_id = ?");
+    const ZAVURL identifier = objectIdentifier;
     std::shared_ptr<ZAVEventContent> content;
     operation.run(
         *this, error,
         [&](ZAVError& outError) {
             // An identifier that names no event binds NULL, which no client_id equals.
-            const auto clientID = ZAVClientIdentifierForObjectIdentifier(objectIdentifier);
-            const auto index = ZAVPartIndexForObjectIdentifier(objectIdentifier);
+            const auto clientID = ZAVClientIdentifierForObjectIdentifier(identifier);
+            const auto index = ZAVPartIndexForObjectIdentifier(identifier);
             return readContent(*this, content, outError, statement, clientID, index);
         },
-        objectIdentifier);
+        identifier);
     return content;
 }
 
@@ -110,14 +105,15 @@ std::shared_ptr<ZAVEventContent> ZAVEventRepository::eventContentForExternalCont
         "-[ZAVEventRepository eventContentForExternalContentURL:error:]",
         "fetching event content part for externalContentURL=%@",
         "failed event content part for externalContentURL=%@ %@"};
-    static const std::string statement = contentWhere(" WHERE event_content_parts.url = ?");
+    static constexpr auto statement = projections::selectContent(" WHERE event_content_parts.url = ?");
+    const ZAVURL url = externalContentURL;
     std::shared_ptr<ZAVEventContent> content;
     operation.run(
         *this, error,
         [&](ZAVError& outError) {
-            return readContent(*this, content, outError, statement, externalContentURL.absoluteString());
+            return readContent(*this, content, outError, statement, url.absoluteString());
         },
-        externalContentURL);
+        url);
     return content;
 }
 

@@ -57,13 +57,16 @@ std::shared_ptr<ZAVEvent> ZAVEventRepository::objectFromResultSet(const FMResult
                                                 event->databaseIdentifier(), ZAVKeyedValuesKeyTypeTransient),
         error)));
 
-    static const std::string contentOfEvent =
-        std::string(projections::content) + std::string(projections::contentSource) +
-        " WHERE event_database_identifier = ? ORDER BY event_content_parts.event_content_part_id ASC";
+    static constexpr auto contentOfEvent = projections::selectContent(
+        " WHERE event_database_identifier = ? ORDER BY event_content_parts.event_content_part_id ASC");
     std::vector<std::shared_ptr<ZAVTContent>> content;
     if (auto parts = database().executeQuery(contentOfEvent, event->databaseIdentifier())) {
         while (parts->next()) {
-            content.push_back(eventContentFromResultSet(*parts));
+            auto part = eventContentFromResultSet(*parts);
+            // One that memory ran out for is missing: half of it could be taken for the whole.
+            if (parts->rowIsSound()) {
+                content.push_back(std::move(part));
+            }
         }
     }
     if (content.empty()) {

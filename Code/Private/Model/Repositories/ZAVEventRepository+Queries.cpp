@@ -1,11 +1,11 @@
 #include <algorithm>
-#include <string>
 #include <string_view>
 #include <utility>
 
 #include "Private/Model/Repositories/ZAVDistinctRows.h"
 #include "Private/Model/Repositories/ZAVEventRepository.h"
 #include "Private/Model/Repositories/ZAVEventRepositoryProjections.h"
+#include "Private/Model/Repositories/ZAVRecordCast.h"
 #include "Private/Model/Repositories/ZAVRepositoryOperation.h"
 #include "Private/Model/Repositories/ZAVRepositoryStatements.h"
 #include "Private/Model/Synchronization/ZAVSyncedChangeType.h"
@@ -13,18 +13,13 @@
 namespace zav {
 namespace {
 
-/// The statement that selects the events which `condition` names.
-std::string eventsWhere(std::string_view condition) {
-    return std::string(projections::event) + std::string(projections::eventSource) + std::string(condition);
-}
-
 constexpr auto everyEvent = [](const ZAVEvent&) { return true; };
 
 /// The reading body of a set: those events of a query that `belongs` accepts. `error` is the caller's own
 /// out-parameter, for the mapper. A mapper that answers null fails the operation.
 template <class Belongs, class... Values>
 bool readEvents(const ZAVEventRepository& repository, std::optional<ZAVSet<ZAVEvent>>& result,
-                ZAVError& outError, ZAVError* error, const Belongs& belongs, const std::string& statement,
+                ZAVError& outError, ZAVError* error, const Belongs& belongs, std::string_view statement,
                 const Values&... values) {
     auto rows = repository.database().executeQuery(statement, values...);
     if (!rows) {
@@ -51,22 +46,25 @@ bool readEvents(const ZAVEventRepository& repository, std::optional<ZAVSet<ZAVEv
 /// The reading body of a single event.
 template <class... Values>
 bool readEvent(const ZAVEventRepository& repository, std::shared_ptr<ZAVEvent>& result, ZAVError& outError,
-               ZAVError* error, const std::string& statement, const Values&... values) {
+               ZAVError* error, std::string_view statement, const Values&... values) {
     return readFirstRow(
         repository.database(), result, outError,
         [&](const FMResultSet& row) { return repository.objectFromResultSet(row, error); }, statement,
         values...);
 }
 
-/// A message can be sent when it has content and all of it has been transferred; any other event always can.
+/// A message can be sent when it has content parts and each has been transferred; any other event always can.
+/// A part that only the wire knows, as an overriding mapper may return it, has no transfer that could be
+/// complete.
 bool isComplete(const ZAVEvent& event) {
     if (event.type() != EventType_MESSAGE) {
         return true;
     }
-    return event.content() &&
-           std::all_of(event.content()->begin(), event.content()->end(), [](const auto& part) {
-               return static_cast<const ZAVEventContent&>(*part).transferStatus() ==
-                      ZAVContentTransferComplete;
+    const auto& content = event.content();
+    return content && !content->empty() &&
+           std::all_of(content->begin(), content->end(), [](const auto& element) {
+               const auto* const part = ZAVRecordCast<const ZAVEventContent>(element.get());
+               return part != nullptr && part->transferStatus() == ZAVContentTransferComplete;
            });
 }
 
@@ -76,7 +74,7 @@ std::optional<ZAVSet<ZAVEvent>> ZAVEventRepository::allEvents(ZAVError* error) c
     static constexpr ZAVRepositoryOperation operation{"-[ZAVEventRepository allEvents:]",
                                                       "fetching publishable events",
                                                       "failed to fetch publishable events with %@"};
-    static const std::string statement = eventsWhere("");
+    static constexpr auto statement = projections::selectEvents("");
     std::optional<ZAVSet<ZAVEvent>> events;
     operation.run(*this, error, [&](ZAVError& outError) {
         return readEvents(*this, events, outError, error, everyEvent, statement);
@@ -109,8 +107,8 @@ std::optional<ZAVSet<ZAVEvent>> ZAVEventRepository::publishableEvents(ZAVError* 
     static constexpr ZAVRepositoryOperation operation{"-[ZAVEventRepository publishableEvents:]",
                                                       "fetching publishable events",
                                                       "failed to fetch publishable events with %@"};
-    static const std::string statement =
-        eventsWhere(" WHERE events.seq IS NULL AND event_stream_id IS NOT NULL");
+    static constexpr auto statement =
+        projections::selectEvents(" WHERE events.seq IS NULL AND event_stream_id IS NOT NULL");
     std::optional<ZAVSet<ZAVEvent>> events;
     operation.run(*this, error, [&](ZAVError& outError) {
         return readEvents(*this, events, outError, error, isComplete, statement);
@@ -122,7 +120,8 @@ std::optional<ZAVSet<ZAVEvent>> ZAVEventRepository::unpublishableEvents(ZAVError
     static constexpr ZAVRepositoryOperation operation{"-[ZAVEventRepository unpublishableEvents:]",
                                                       "fetching unpublishable events",
                                                       "failed to fetch unpublishable events with %@"};
-    static const std::string statement = eventsWhere(" WHERE events.seq IS NULL AND event_stream_id IS NULL");
+    static constexpr auto statement =
+        projections::selectEvents(" WHERE events.seq IS NULL AND event_stream_id IS NULL");
     std::optional<ZAVSet<ZAVEvent>> events;
     operation.run(*this, error, [&](ZAVError& outError) {
         return readEvents(*this, events, outError, error, everyEvent, statement);
@@ -134,8 +133,8 @@ std::optional<ZAVSet<ZAVEvent>> ZAVEventRepository::unprocessedEvents(ZAVError* 
     static constexpr ZAVRepositoryOperation operation{"-[ZAVEventRepository unprocessedEvents:]",
                                                       "fetching unprocessed events",
                                                       "failed to fetch unprocessed events with %@"};
-    static const std::string statement =
-        std::string(projections::event) + ", synced_changes.*" + std::string(projections::eventSource) +
+    static constexpr auto statement =
+        projections::event + ", synced_changes.*" + projections::eventSource +
         " LEFT JOIN synced_changes ON (events.database_identifier = row_identifier)"
         " WHERE synced_changes.table_name = ? AND change_type = ?";
     std::optional<ZAVSet<ZAVEvent>> events;
@@ -155,7 +154,7 @@ std::optional<ZAVSet<ZAVEvent>> ZAVEventRepository::eventsFromRevivedStreamWithS
         "-[ZAVEventRepository eventsFromRevivedStreamWithStreamDatabaseIdentifier:error:]",
         "fetching events for revived stream (streamDatabaseIdentifier=%lld)",
         "failed to fetch events for revived stream (streamDatabaseIdentifier=%lld) with %@"};
-    static const std::string statement = eventsWhere(
+    static constexpr auto statement = projections::selectEvents(
         " WHERE events.seq IS NOT NULL AND streams.database_identifier = ?"
         " ORDER BY events.preceding_seq, events.creator_id, events.client_seq");
     std::optional<ZAVSet<ZAVEvent>> events;
@@ -173,7 +172,7 @@ std::optional<ZAVSet<ZAVEvent>> ZAVEventRepository::postedAndProcessedEvents(ZAV
     static constexpr ZAVRepositoryOperation operation{"-[ZAVEventRepository postedAndProcessedEvents:]",
                                                       "fetching posted and processed events",
                                                       "failed to fetch posted and processed events with %@"};
-    static const std::string statement = eventsWhere(" WHERE events.seq IS NOT NULL");
+    static constexpr auto statement = projections::selectEvents(" WHERE events.seq IS NOT NULL");
     std::optional<ZAVSet<ZAVEvent>> events;
     operation.run(*this, error, [&](ZAVError& outError) {
         return readEvents(*this, events, outError, error, everyEvent, statement);
@@ -187,14 +186,14 @@ std::shared_ptr<ZAVEvent> ZAVEventRepository::eventWithSeq(ZAVSequence seq, cons
         "-[ZAVEventRepository eventWithSeq:streamIdentifier:error:]",
         "fetching event by seq:%d and stream identifier:%@",
         "failed to fetch event by seq:%d and stream identifier:%@ with %@"};
-    static const std::string statement = eventsWhere(" WHERE events.seq = ? AND event_stream_id = ?");
+    static constexpr auto statement =
+        projections::selectEvents(" WHERE events.seq = ? AND event_stream_id = ?");
+    const ZAVUUID stream = streamIdentifier;
     std::shared_ptr<ZAVEvent> event;
     operation.run(
         *this, error,
-        [&](ZAVError& outError) {
-            return readEvent(*this, event, outError, error, statement, seq, streamIdentifier);
-        },
-        seq, streamIdentifier);
+        [&](ZAVError& outError) { return readEvent(*this, event, outError, error, statement, seq, stream); },
+        seq, stream);
     return event;
 }
 
@@ -204,7 +203,7 @@ std::shared_ptr<ZAVEvent> ZAVEventRepository::eventForDatabaseIdentifier(
         "-[ZAVEventRepository eventForDatabaseIdentifier:error:]",
         "fetching event for database identifier:%lld",
         "failed to fetch event for database identifier:%lld with %@"};
-    static const std::string statement = eventsWhere(" WHERE events.database_identifier = ?");
+    static constexpr auto statement = projections::selectEvents(" WHERE events.database_identifier = ?");
     std::shared_ptr<ZAVEvent> event;
     operation.run(
         *this, error,

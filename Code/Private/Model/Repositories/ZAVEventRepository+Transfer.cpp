@@ -5,18 +5,14 @@
 #include "Private/Model/Repositories/ZAVEventRepository.h"
 #include "Private/Model/Repositories/ZAVEventRepositoryProjections.h"
 #include "Private/Model/Repositories/ZAVMessageRepositoryCache.h"
+#include "Private/Model/Repositories/ZAVRecordCast.h"
 #include "Private/Model/Repositories/ZAVRepositoryOperation.h"
 
 namespace zav {
 namespace {
 
 /// How far an event is from the end of its stream: what is near is wanted first.
-constexpr std::string_view rank = ", (streams.seq - events.preceding_seq) AS distance_from_eos";
-
-std::string statementOf(std::string_view columns, std::string_view tail) {
-    return std::string(projections::content) + std::string(columns) +
-           std::string(projections::contentSource) + " " + std::string(tail);
-}
+constexpr ZAVStatementText rank(", (streams.seq - events.preceding_seq) AS distance_from_eos");
 
 /// The four queues share their texts, which speak of uploads.
 constexpr ZAVRepositoryOperation queueOperation(std::string_view function) {
@@ -24,14 +20,15 @@ constexpr ZAVRepositoryOperation queueOperation(std::string_view function) {
             "failed to fetch event content parts awaiting uploads %@"};
 }
 
-/// The reading body of a queue. The set is handed out as it was built.
-template <class... Values>
+/// The reading body of a queue. `query` puts the statement together and binds it: inside the unit of work, so
+/// that "now" is the moment at which the queue is asked. The set is handed out as it was built.
+template <class Query>
 std::optional<ZAVSet<ZAVEventContent>> readQueue(const ZAVRepositoryOperation& operation,
                                                  const ZAVEventRepository& repository, ZAVError* error,
-                                                 const std::string& statement, const Values&... values) {
+                                                 const Query& query) {
     std::optional<ZAVSet<ZAVEventContent>> contents;
     operation.run(repository, error, [&](ZAVError& outError) {
-        auto rows = repository.database().executeQuery(statement, values...);
+        std::optional<FMResultSet> rows = query();
         if (!rows) {
             outError = repository.database().lastError();
             return false;
@@ -62,17 +59,19 @@ std::string quotedList(const std::set<std::string>& types) {
 }
 
 // The blanks inside these two statements are part of them.
-constexpr std::string_view expiredDownloadsOfTypes =
-    "WHERE ((url IS NULL) OR (access_expiration IS NULL) OR (access_expiration <= ?)) AND       "
+constexpr auto expiredDownloadsOfTypes = projections::selectContentWith(
+    rank,
+    " WHERE ((url IS NULL) OR (access_expiration IS NULL) OR (access_expiration <= ?)) AND       "
     "file_path IS NOT NULL AND (purged = 0 OR purged IS NULL) AND       "
     "(transfer_status = ? OR (transfer_status = ? AND event_content_parts.type IN (%@)) OR "
     "(transfer_status = ? AND size <= ?))       "
-    "ORDER BY distance_from_eos ASC, events.client_seq DESC, events.creator_id DESC       LIMIT ?";
-constexpr std::string_view expiredDownloadsOfAnyType =
-    "WHERE ((url IS NULL) OR (access_expiration IS NULL) OR (access_expiration <= ?)) AND       "
+    "ORDER BY distance_from_eos ASC, events.client_seq DESC, events.creator_id DESC       LIMIT ?");
+constexpr auto expiredDownloadsOfAnyType = projections::selectContentWith(
+    rank + " ",
+    " WHERE ((url IS NULL) OR (access_expiration IS NULL) OR (access_expiration <= ?)) AND       "
     "file_path IS NOT NULL AND (purged = 0 OR purged IS NULL) AND       "
     "(transfer_status = ? OR transfer_status = ? OR (transfer_status = ? AND size <= ?))      "
-    "ORDER BY distance_from_eos ASC, events.client_seq DESC, events.creator_id DESC       LIMIT ?";
+    "ORDER BY distance_from_eos ASC, events.client_seq DESC, events.creator_id DESC       LIMIT ?");
 
 }  // namespace
 
@@ -80,24 +79,25 @@ std::optional<ZAVSet<ZAVEventContent>> ZAVEventRepository::eventContentsHavingUn
     ZAVError* error) const {
     static constexpr auto operation =
         queueOperation("-[ZAVEventRepository eventContentsHavingUnassignedURLsWithError:]");
-    static const std::string statement =
-        statementOf("",
-                    "WHERE streams.stream_id IS NOT NULL AND event_content_parts.file_path IS NOT NULL AND "
-                    "event_content_parts.url IS NULL AND (event_content_parts.transfer_status = ? OR "
-                    "event_content_parts.transfer_status = ?)");
-    return readQueue(operation, *this, error, statement, ZAVContentTransferAwaitingUpload,
-                     ZAVContentTransferUploading);
+    static constexpr auto statement = projections::selectContent(
+        " WHERE streams.stream_id IS NOT NULL AND event_content_parts.file_path IS NOT NULL AND "
+        "event_content_parts.url IS NULL AND (event_content_parts.transfer_status = ? OR "
+        "event_content_parts.transfer_status = ?)");
+    return readQueue(operation, *this, error, [&] {
+        return database().executeQuery(statement, ZAVContentTransferAwaitingUpload,
+                                       ZAVContentTransferUploading);
+    });
 }
 
 std::optional<ZAVSet<ZAVEventContent>> ZAVEventRepository::eventContentsHavingIncompleteUploadsWithLimit(
     ZAVSize limit, ZAVError* error) const {
     static constexpr auto operation =
         queueOperation("-[ZAVEventRepository eventContentsHavingIncompleteUploadsWithLimit:error:]");
-    static const std::string statement = statementOf(
-        "",
-        "WHERE event_content_parts.file_path IS NOT NULL AND event_content_parts.url IS NOT NULL AND "
+    static constexpr auto statement = projections::selectContent(
+        " WHERE event_content_parts.file_path IS NOT NULL AND event_content_parts.url IS NOT NULL AND "
         "event_content_parts.transfer_status = ? LIMIT ?");
-    return readQueue(operation, *this, error, statement, ZAVContentTransferUploading, limit);
+    return readQueue(operation, *this, error,
+                     [&] { return database().executeQuery(statement, ZAVContentTransferUploading, limit); });
 }
 
 std::optional<ZAVSet<ZAVEventContent>>
@@ -107,25 +107,30 @@ ZAVEventRepository::eventContentsHavingExpiredDownloadURLsWithAutoDownloadMIMETy
     static constexpr auto operation = queueOperation(
         "-[ZAVEventRepository "
         "eventContentsHavingExpiredDownloadURLsWithAutoDownloadMIMETypes:autodownloadMaxSize:limit:error:]");
-    const std::string statement =
-        autodownloadMIMETypes ? statementOf(rank, ZAVStringWithFormat(expiredDownloadsOfTypes,
-                                                                      quotedList(*autodownloadMIMETypes)))
-                              : statementOf(std::string(rank) + " ", expiredDownloadsOfAnyType);
-    return readQueue(operation, *this, error, statement, ZAVNow(), ZAVContentTransferDownloading,
-                     ZAVContentTransferReadyForDownload, ZAVContentTransferReadyForDownload,
-                     static_cast<std::uint32_t>(autodownloadMaxSize), limit);
+    const auto query = [&](std::string_view statement) {
+        return database().executeQuery(statement, ZAVNow(), ZAVContentTransferDownloading,
+                                       ZAVContentTransferReadyForDownload, ZAVContentTransferReadyForDownload,
+                                       static_cast<std::uint32_t>(autodownloadMaxSize), limit);
+    };
+    return readQueue(operation, *this, error, [&] {
+        return autodownloadMIMETypes
+                   ? query(ZAVStringWithFormat(expiredDownloadsOfTypes, quotedList(*autodownloadMIMETypes)))
+                   : query(expiredDownloadsOfAnyType);
+    });
 }
 
 std::optional<ZAVSet<ZAVEventContent>> ZAVEventRepository::eventContentsHavingIncompleteDownloadsWithLimit(
     ZAVSize limit, ZAVError* error) const {
     static constexpr auto operation =
         queueOperation("-[ZAVEventRepository eventContentsHavingIncompleteDownloadsWithLimit:error:]");
-    static const std::string statement =
-        statementOf(rank,
-                    "WHERE ((url IS NOT NULL) AND (access_expiration > ?)) AND file_path IS NOT NULL AND "
-                    "transfer_status = ? AND (purged = 0 OR purged IS NULL) ORDER BY distance_from_eos ASC, "
-                    "events.client_seq DESC, events.creator_id DESC LIMIT ?");
-    return readQueue(operation, *this, error, statement, ZAVNow(), ZAVContentTransferDownloading, limit);
+    static constexpr auto statement = projections::selectContentWith(
+        rank,
+        " WHERE ((url IS NOT NULL) AND (access_expiration > ?)) AND file_path IS NOT NULL AND "
+        "transfer_status = ? AND (purged = 0 OR purged IS NULL) ORDER BY distance_from_eos ASC, "
+        "events.client_seq DESC, events.creator_id DESC LIMIT ?");
+    return readQueue(operation, *this, error, [&] {
+        return database().executeQuery(statement, ZAVNow(), ZAVContentTransferDownloading, limit);
+    });
 }
 
 void ZAVPrepareEventContentsForDownload(ZAVEvent& event, const ZAVUUID& appID,
@@ -136,7 +141,7 @@ void ZAVPrepareEventContentsForDownload(ZAVEvent& event, const ZAVUUID& appID,
     std::uint64_t index = 0;
     for (const auto& element : *event.content()) {
         const std::uint64_t position = index++;
-        auto* const part = dynamic_cast<ZAVEventContent*>(element.get());
+        auto* const part = ZAVRecordCast<ZAVEventContent>(element.get());
         if (part == nullptr || !part->external_url() || part->external_url()->empty()) {
             continue;
         }

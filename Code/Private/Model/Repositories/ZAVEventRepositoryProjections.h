@@ -1,32 +1,56 @@
 #pragma once
 
-#include <string_view>
+#include <cstddef>
+
+#include "Private/Model/Repositories/ZAVStatementText.h"
 
 namespace zav::projections {
 
 /// The select list of every event query, as `ZAVEventMapperColumn` counts it.
-inline constexpr std::string_view event =
+inline constexpr ZAVStatementText event(
     "SELECT events.client_id, events.client_seq, events.creator_id, events.member_id, events.preceding_seq, "
     "events.stream_database_identifier, events.subtype, events.target_seq, events.timestamp, events.type, "
     "events.seq AS event_seq, events.database_identifier AS event_database_identifier, "
-    "streams.stream_id AS event_stream_id, streams.seq AS streams_seq, events.creator_name";
+    "streams.stream_id AS event_stream_id, streams.seq AS streams_seq, events.creator_name");
 
 /// Events with their streams. An event whose stream is missing is still a row.
-inline constexpr std::string_view eventSource =
-    " FROM events LEFT JOIN streams ON (events.stream_database_identifier = streams.database_identifier)";
+inline constexpr ZAVStatementText eventSource(
+    " FROM events LEFT JOIN streams ON (events.stream_database_identifier = streams.database_identifier)");
 
 /// The select list of every content part query, as `ZAVEventMapperEventContentPartsColumn` counts it.
-inline constexpr std::string_view content =
+inline constexpr ZAVStatementText content(
     "SELECT event_content_parts.event_content_part_id, event_content_parts.event_database_identifier, "
     "event_content_parts.type, event_content_parts.value, event_content_parts.access_expiration, "
     "event_content_parts.url, event_content_parts.size, event_content_parts.transfer_status, "
     "event_content_parts.file_path, event_content_parts.last_accessed, event_content_parts.purged, "
-    "events.client_id, events.seq, streams.stream_id";
+    "events.client_id, events.seq, streams.stream_id");
 
 /// Content parts with their events and those events' streams. A part whose event is missing is still a row.
-inline constexpr std::string_view contentSource =
+inline constexpr ZAVStatementText contentSource(
     " FROM event_content_parts"
     " LEFT JOIN events ON (events.database_identifier = event_content_parts.event_database_identifier)"
-    " LEFT JOIN streams ON (streams.database_identifier = events.stream_database_identifier)";
+    " LEFT JOIN streams ON (streams.database_identifier = events.stream_database_identifier)");
+
+/// The statement that selects the events which `tail` names: " WHERE ...", or nothing for all of them.
+template <std::size_t TailSize>
+// NOLINTNEXTLINE(modernize-avoid-c-arrays): a literal is one
+[[nodiscard]] constexpr auto selectEvents(const char (&tail)[TailSize]) noexcept {
+    return event + eventSource + tail;
+}
+
+/// The statement that selects the content parts which `tail` names.
+template <std::size_t TailSize>
+// NOLINTNEXTLINE(modernize-avoid-c-arrays)
+[[nodiscard]] constexpr auto selectContent(const char (&tail)[TailSize]) noexcept {
+    return content + contentSource + tail;
+}
+
+/// The same with further columns, ", name", after those that the mapper reads.
+template <std::size_t ColumnsSize, std::size_t TailSize>
+[[nodiscard]] constexpr auto selectContentWith(const ZAVStatementText<ColumnsSize>& furtherColumns,
+                                               // NOLINTNEXTLINE(modernize-avoid-c-arrays)
+                                               const char (&tail)[TailSize]) noexcept {
+    return content + furtherColumns + contentSource + tail;
+}
 
 }  // namespace zav::projections

@@ -23,7 +23,8 @@ ZAVURL defaultDirectory() {
 std::mutex directoryMutex;
 
 ZAVURL& currentDirectory() {
-    static ZAVURL directory = defaultDirectory();
+    // Never destroyed: a thread may read while the process ends.
+    static ZAVURL& directory = *new ZAVURL(defaultDirectory());
     return directory;
 }
 
