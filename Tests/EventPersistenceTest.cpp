@@ -10,6 +10,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -698,6 +699,38 @@ TEST(EventPersistence, APartKeepsWhateverTransferStatusItHas) {
     }
 }
 
+TEST(EventPersistence, ATransferStatusWithoutANameIsStoredAsItWasRead) {
+    for (const char* const status : {"-1", "-2147483648", "2147483647", "5"}) {
+        const StreamStore store;
+        const auto event = makeMessage(1);
+        event->set_content(Content{makeTextPart("hi")});
+        persist(store, {event});
+        store.execute(std::string("UPDATE event_content_parts SET transfer_status = ") + status);
+        const auto read = store.repository().eventForDatabaseIdentifier(event->databaseIdentifier());
+        ASSERT_NE(read, nullptr);
+        read->setDatabaseIdentifier(99);
+        read->unset_seq();
+        persist(store, {read});
+        EXPECT_EQ(store.rows("SELECT transfer_status FROM event_content_parts WHERE "
+                             "event_database_identifier = 99"),
+                  Lines{status});
+    }
+}
+
+TEST(EventPersistence, AnEventTypeWithoutANameIsStoredAsItWasRead) {
+    for (const char* const type : {"-1", "-2147483648", "2147483647", "12"}) {
+        const StreamStore store;
+        persist(store, {makeMessage(1)});
+        store.execute(std::string("UPDATE events SET type = ") + type);
+        const auto read = store.repository().eventForDatabaseIdentifier(1);
+        ASSERT_NE(read, nullptr);
+        read->setDatabaseIdentifier(99);
+        read->unset_seq();
+        persist(store, {read});
+        EXPECT_EQ(store.rows("SELECT type FROM events WHERE database_identifier = 99"), Lines{type});
+    }
+}
+
 TEST(EventPersistence, AFileBelowADirectoryIsStoredByItsRelativePath) {
     const auto directory = ZAVURL::fileURLWithDirectoryPath("/var/cache/events");
     for (const char* path : {"app/user/part-0", "a%20b/part-1", "../elsewhere", "part-2"}) {
@@ -1257,6 +1290,140 @@ TEST(EventPersistence, ACallerWhoDoesNotAskWhyIsToldOfTheFailureAndItIsLogged) {
     EXPECT_FALSE(store.repository().persistEvents({makeMessage(7)}));
     ASSERT_EQ(log.records().size(), 2U);
     EXPECT_EQ(log.records()[1].flag, 1U);
+}
+
+// What observers change meanwhile.
+
+TEST(EventPersistence, TheEventsAreThoseOfTheCallWhateverAnObserverDoesToTheSet) {
+    const StreamStore store;
+    ZAVSet<ZAVTEvent> events{makeMessage(1), makeMessage(2), makeMessage(3)};
+    const auto uninvited = makeMessage(4);
+    store.database().setStatementObserver([&](const FMStatementRun&) {
+        events.clear();
+        events.insert(uninvited);
+    });
+    EXPECT_TRUE(store.repository().persistEvents(events));
+    store.database().setStatementObserver({});
+    EXPECT_EQ(store.rows("SELECT client_id FROM events"),
+              (Lines{"X'11111111111111111111111111111101'", "X'11111111111111111111111111111102'",
+                     "X'11111111111111111111111111111103'"}));
+    EXPECT_EQ(events.size(), 1U) << "the observer's change was undone";
+}
+
+TEST(EventPersistence, ThePartsAreThoseFromBeforeTheFirstWhateverAnObserverDoesToThem) {
+    const StreamStore store;
+    const auto event = makeMessage(1);
+    event->set_content(Content{makeTextPart("a"), makeTextPart("b"), makeTextPart("c")});
+    store.database().setStatementObserver([&](const FMStatementRun& run) {
+        if (run.sql.starts_with("INSERT OR IGNORE INTO event_content_parts")) {
+            event->set_content(Content{makeTextPart("x")});
+        }
+    });
+    EXPECT_TRUE(store.repository().persistEvents({event}));
+    store.database().setStatementObserver({});
+    EXPECT_EQ(store.rows("SELECT CAST(value AS TEXT) FROM event_content_parts ORDER BY "
+                         "event_content_part_id"),
+              (Lines{"a", "b", "c"}));
+}
+
+TEST(EventPersistence, APartOfAnotherClassIsRefusedAlsoWhenAnObserverPutsItThere) {
+    const StreamStore store;
+    const auto event = makeMessage(1);
+    event->set_content(Content{makeTextPart("a")});
+    store.database().setStatementObserver(
+        [&](const FMStatementRun&) { event->set_content(Content{std::make_shared<ZAVTContent>()}); });
+    EXPECT_EQ(refusalOf(store, {event}),
+              "Failed to persist an event's content. Expected 'ZAVEventContent' but received an object of "
+              "type 'ZAVTContent'");
+    store.database().setStatementObserver({});
+}
+
+TEST(EventPersistence, TheMetadataAreThoseFromBeforeTheFirstWhateverAnObserverDoesToThem) {
+    const StreamStore store;
+    const auto event = makeMessage(1);
+    event->set_transient_metadata(ZAVDictionary{{"a", std::string("1")}, {"b", std::string("2")}});
+    store.database().setStatementObserver([&](const FMStatementRun& run) {
+        if (run.sql.find("keyed_values") != std::string_view::npos) {
+            event->set_transient_metadata(std::nullopt);
+        }
+    });
+    EXPECT_TRUE(store.repository().persistEvents({event}));
+    store.database().setStatementObserver({});
+    EXPECT_EQ(store.rows("SELECT key, value FROM keyed_values_remote ORDER BY key"), (Lines{"a|1", "b|2"}));
+}
+
+// The row identifier that means "not set".
+
+constexpr const char* greatestChosenRow = "9223372036854775806";
+constexpr const char* unusableRow = "9223372036854775807";
+
+/// What an operation fails with that meets the row which cannot be named.
+void expectUnusableRow(const ZAVError& error) {
+    EXPECT_EQ(error.domain(), "ZAVDatabase");
+    EXPECT_EQ(error.code(), 10);
+    EXPECT_EQ(error.message(),
+              "the row identifier 9223372036854775807 means that there is no row: the table has used up its "
+              "row identifiers");
+}
+
+TEST(EventPersistence, AnEventThatGetsTheRowWhichMeansNotSetFailsAndItsRowStays) {
+    const StreamStore store;
+    const auto last = makeMessage(1, 1);
+    last->setDatabaseIdentifier(9223372036854775806);
+    persist(store, {last});
+
+    const auto event = makeMessage(2, 2);
+    event->set_content(Content{makeTextPart("hi")});
+    ZAVError error;
+    const LogCapture log;
+    EXPECT_FALSE(store.repository().persistEvents({event}, &error)) << "the event has no usable row";
+    expectUnusableRow(error);
+    EXPECT_EQ(log.records().size(), 2U) << "the failure was not logged";
+    EXPECT_EQ(log.records().back().message,
+              "failed to persist events:" + descriptionOf({event}) + " with " + error.description());
+    EXPECT_EQ(store.rows("SELECT database_identifier FROM events ORDER BY 1"),
+              (Lines{greatestChosenRow, unusableRow}));
+    EXPECT_EQ(store.rows("SELECT COUNT(*) FROM event_content_parts"), Lines{"0"})
+        << "parts were stored for an event that has no row";
+    expectHandleIsAtRest(store);
+}
+
+TEST(EventPersistence, AnEventThatCollidesWithTheRowWhichMeansNotSetFailsAndOverwritesNothing) {
+    const StreamStore store;
+    store.execute(std::string("INSERT INTO events (database_identifier, type, client_id, seq, "
+                              "stream_database_identifier) VALUES (") +
+                  unusableRow + ", 4, x'AA', 7, 1)");
+    const Lines before = store.rows("SELECT * FROM events");
+    const auto event = makeMessage(2, 7);
+    ZAVError error;
+    EXPECT_FALSE(store.repository().persistEvents({event}, &error));
+    expectUnusableRow(error);
+    EXPECT_EQ(store.rows("SELECT * FROM events"), before);
+}
+
+TEST(EventPersistence, AnEventOfTheStreamInTheRowWhichMeansNotSetFailsAndIsNotStored) {
+    const TestStore store;
+    store.execute(std::string("INSERT INTO streams (database_identifier, stream_id) VALUES (") + unusableRow +
+                  ", x'11111111111111111111111111111101')");
+    ZAVError error;
+    EXPECT_FALSE(store.repository().persistEvents({makeMessage(2, 7)}, &error));
+    expectUnusableRow(error);
+    EXPECT_EQ(store.repository().countOfEvents(), 0U);
+}
+
+TEST(EventPersistence, AnUnchangedEventWritesNoneOfItsMetadata) {
+    const StreamStore store;
+    const auto event = makeMessage(7, 1);
+    event->set_transient_metadata(ZAVDictionary{{"key", std::string("value")}, {"other", std::string("")}});
+    persist(store, {event});
+    int statementsOfMetadata = 0;
+    for (const std::string& statement : statementsPersisting(store, {event})) {
+        if (statement.find("keyed_values") != std::string::npos) {
+            ++statementsOfMetadata;
+            EXPECT_TRUE(statement.starts_with("SELECT ")) << "an unchanged value was written: " << statement;
+        }
+    }
+    EXPECT_EQ(statementsOfMetadata, 1);
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <ZAVEventRepository/ZAVSyncedChangeRepository.h>
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <iostream>
 #include <optional>
@@ -16,6 +17,7 @@
 #include <utility>
 #include <vector>
 
+#include "Support/StatementTrace.h"
 #include "Support/TestStore.h"
 
 namespace zav::test {
@@ -82,6 +84,56 @@ TEST_F(KeyedValues, AreExactlyThoseThatWereSetLast) {
     store(metadataOfEvent(1), {});
     EXPECT_TRUE(stored(metadataOfEvent(1)).empty());
     EXPECT_EQ(store_.rows("SELECT COUNT(*) FROM keyed_values_remote"), Rows{"0"});
+}
+
+TEST_F(KeyedValues, AreLeftAloneWhenTheyAreStoredAlready) {
+    const ZAVDictionary dictionary{{"a", text("1")}, {"b", ZAVData::fromText("2")}, {"c", text("")}};
+    const auto statements = [&](const ZAVDictionary& values, std::optional<ZAVDate> timestamp) {
+        const StatementTrace trace(store_.database());
+        store(metadataOfEvent(1), values, timestamp);
+        EXPECT_EQ(stored(metadataOfEvent(1)), values);
+        return trace.statements().size() - 1;  // without the one that reads them back
+    };
+    EXPECT_EQ(statements(dictionary, std::nullopt), 4U) << "one reads, and one writes each of the three";
+    EXPECT_EQ(statements(dictionary, std::nullopt), 1U) << "nothing has changed";
+    EXPECT_EQ(statements({{"a", text("1")}, {"b", text("2")}, {"c", text("")}}, std::nullopt), 2U)
+        << "only b has changed: bytes are not the text of the same letters";
+    EXPECT_EQ(statements({{"a", text("1")}, {"c", text("3")}}, std::nullopt), 3U)
+        << "c has changed and b has gone";
+    const ZAVDate moment = ZAVDateFromSecondsSince1970(5);
+    EXPECT_EQ(statements({{"a", text("1")}, {"c", text("3")}}, moment), 3U) << "each gets the time";
+    EXPECT_EQ(statements({{"a", text("1")}, {"c", text("3")}}, moment), 1U);
+    EXPECT_EQ(store_.rows("SELECT key, value, timestamp FROM keyed_values_remote ORDER BY key"),
+              (Rows{"a|1|5.0", "c|3|5.0"}));
+}
+
+TEST_F(KeyedValues, ReplaceWhatOnlyReadsAsTheSame) {
+    store_.execute(
+        "INSERT INTO keyed_values_remote (object_database_identifier, object_type, key_type, key, "
+        "value) VALUES (1, 'event', 0, 'number', 7), (1, 'event', 0, 'nothing', NULL)");
+    store(metadataOfEvent(1), {{"number", text("7")}, {"nothing", text("")}});
+    EXPECT_EQ(store_.rows("SELECT key, typeof(value) FROM keyed_values_remote ORDER BY key"),
+              (Rows{"nothing|text", "number|text"}));
+}
+
+TEST_F(KeyedValues, AreThoseOfTheCallWhateverAnObserverDoesToTheDictionary) {
+    ZAVDictionary dictionary{{"a", text("1")}, {"b", text("2")}, {"c", text("3")}};
+    store_.database().setStatementObserver([&](const FMStatementRun&) {
+        dictionary = ZAVDictionary{{"x", text("other")}};
+    });
+    EXPECT_TRUE(values_.setKeyedValuesWithDictionary(dictionary, std::nullopt, metadataOfEvent(1)));
+    store_.database().setStatementObserver({});
+    EXPECT_EQ(stored(metadataOfEvent(1)),
+              (ZAVDictionary{{"a", text("1")}, {"b", text("2")}, {"c", text("3")}}));
+}
+
+TEST_F(KeyedValues, AreFoundAgainUnderAKeyTypeWithoutAName) {
+    for (const std::uint32_t number : {3U, 0x7FFFFFFFU, 0xFFFFFFFFU}) {
+        const auto context = ZAVKeyedValuesContext::contextWithTable(
+            ZAVKeyedValuesTableLocal, "event", 1, static_cast<ZAVKeyedValuesKeyType>(number));
+        store(context, {{"key", text(std::to_string(number))}});
+        EXPECT_EQ(stored(context), (ZAVDictionary{{"key", text(std::to_string(number))}}));
+    }
 }
 
 TEST_F(KeyedValues, BelongToOneTableObjectTypeObjectAndKeyType) {
@@ -512,6 +564,56 @@ TEST(ConversationsAndMessages, TellWhyTheyFail) {
     error = {};
     EXPECT_EQ(messages.seqOfMessage(ZAVMessage(1), &error), std::nullopt);
     EXPECT_EQ(error, ZAVError("SQLite", 1, "no such table: messages"));
+}
+
+// The row identifier that means "not set".
+
+void expectUnusableRow(const ZAVError& error) {
+    EXPECT_EQ(error.domain(), "ZAVDatabase") << error.description();
+    EXPECT_EQ(error.code(), 10);
+}
+
+TEST(TheRowThatMeansNotSet, IsNoStreamsRow) {
+    const TestStore store;
+    store.execute("INSERT INTO streams (database_identifier) VALUES (9223372036854775806)");
+    ZAVError error;
+    EXPECT_EQ(store.streams().createStreamWithoutUUID(&error), ZAVDatabaseIdentifierNotSet);
+    expectUnusableRow(error);
+    error = {};
+    store.execute(
+        "UPDATE streams SET stream_id = x'11111111111111111111111111111101' WHERE "
+        "database_identifier = 9223372036854775807");
+    EXPECT_EQ(store.streams().streamDatabaseIdentifierForUUID(uuidNumber(1), &error),
+              ZAVDatabaseIdentifierNotSet);
+    expectUnusableRow(error);
+    error = {};
+    EXPECT_EQ(store.streams().findOrCreateStreamWithUUID(uuidNumber(1), &error), ZAVDatabaseIdentifierNotSet);
+    expectUnusableRow(error);
+    EXPECT_EQ(store.streams().countOfStreams(), 2U) << "the row stays, as after any failure part-way";
+}
+
+TEST(TheRowThatMeansNotSet, IsNoStreamsRowThatWasMadeJustNow) {
+    const TestStore store;
+    store.execute("INSERT INTO streams (database_identifier) VALUES (9223372036854775806)");
+    ZAVError error;
+    EXPECT_EQ(store.streams().findOrCreateStreamWithUUID(uuidNumber(1), &error), ZAVDatabaseIdentifierNotSet);
+    expectUnusableRow(error);
+}
+
+TEST(TheRowThatMeansNotSet, IsNoConversationsAndNoMessagesRow) {
+    const TestStore store;
+    store.execute("INSERT INTO conversations (database_identifier) VALUES (9223372036854775806)");
+    store.execute("INSERT INTO messages (database_identifier) VALUES (9223372036854775806)");
+    ZAVError error;
+    EXPECT_EQ(ZAVConversationRepository(store.sharedDatabase())
+                  .findOrCreateConversationWithStreamUUID(uuidNumber(1), &error),
+              ZAVDatabaseIdentifierNotSet);
+    expectUnusableRow(error);
+    error = {};
+    EXPECT_EQ(
+        ZAVMessageRepository(store.sharedDatabase()).findOrCreateMessageForEventDatabaseIdentifier(7, &error),
+        nullptr);
+    expectUnusableRow(error);
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <memory>
 #include <numeric>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -75,6 +76,11 @@ TEST(SQLVector, TakesAtMostTheLimitAndLeavesTheRestToTheNext) {
         EXPECT_EQ(arguments, std::vector<ZAVValue>(rows.begin(), rows.end()))
             << "every element once and in order, with the limit " << limit;
     }
+}
+
+TEST(SQLVector, IsNotMadeOfRunsThatHoldNothing) {
+    EXPECT_THROW(vectorsOf({1, 2, 3}, 0), std::invalid_argument);
+    EXPECT_THROW(vectorsOf({}, 0), std::invalid_argument);
 }
 
 // Events that no longer wait to be processed.
@@ -203,6 +209,28 @@ TEST(UnprocessedEventRemoval, NamesARowOnceThatSeveralEventsShare) {
     EXPECT_EQ(statementsOf(store, operation), Lines{forgettingStatement({2, 1, 3})});
 }
 
+TEST(UnprocessedEventRemoval, NamesRowsOnceInWhateverOrderAndHoweverOftenTheyCome) {
+    const TestStore store;
+    EXPECT_EQ(
+        statementsOf(store, forgetting(eventsInRows({1, 1, 2, 2, 5, 5}), "{(1, 2, 5)}")),
+        Lines{"DELETE FROM synced_changes WHERE table_name = 'events' AND row_identifier IN (1, 2, 5)"});
+    EXPECT_EQ(
+        statementsOf(store, forgetting(eventsInRows({5, 1, 5, 5, 2, 1, 2}), "{(5, 1, 2)}")),
+        Lines{"DELETE FROM synced_changes WHERE table_name = 'events' AND row_identifier IN (5, 1, 2)"});
+}
+
+TEST(UnprocessedEventRemoval, TakesRowsThatAHashTableWouldPutIntoOneBucket) {
+    const TestStore store;
+    constexpr ZAVDatabaseIdentifier bucketCounts = ZAVDatabaseIdentifier{85'229} * 172'933;
+    Rows rows;
+    for (ZAVDatabaseIdentifier number = 100'000; number > 0; --number) {
+        rows.push_back(number * bucketCounts);
+    }
+    const StatementTexts statements(store.database());
+    EXPECT_TRUE(store.repository().deleteUnprocessedEvents(eventsInRows(rows)));
+    EXPECT_EQ(statements.texts().size(), 200U);
+}
+
 TEST(UnprocessedEventRemoval, OfEventsThatDoNotWaitIsNoFailure) {
     const TestStore store;
     expectNoFailure(store, forgetting(Rows{1, 2}), true);
@@ -324,6 +352,22 @@ TEST(EventRemoval, OfTwoEventsInOneRowTakesTwoStatements) {
                      "DELETE FROM events WHERE database_identifier = 2"}));
     EXPECT_EQ(store.eventRows(), (Lines{"1", "3", "4"}));
     expectNoFailure(store, deleting({2, 2}), true);
+}
+
+TEST(EventRemoval, IsOfTheEventsOfTheCallWhateverAnObserverDoesToTheSet) {
+    const TestStore store;
+    for (const char* const row : {"1", "2", "3", "4"}) {
+        store.execute(std::string("INSERT INTO events (database_identifier, type, client_id) VALUES (") +
+                      row + ", 4, x'AA')");
+    }
+    ZAVSet<ZAVEvent> events = eventsInRows({1, 2, 3});
+    store.database().setStatementObserver([&](const FMStatementRun&) {
+        events.clear();
+        events.insert(std::make_shared<ZAVEvent>(4, 1));
+    });
+    EXPECT_TRUE(store.repository().deleteEvents(events));
+    store.database().setStatementObserver({});
+    EXPECT_EQ(store.rows("SELECT database_identifier FROM events"), Lines{"4"});
 }
 
 TEST(EventRemoval, OfAnEventWithoutARowIsNoFailure) {

@@ -1,3 +1,8 @@
+#include <ZAVEventRepository/NSInternalInconsistencyException.h>
+#include <ZAVEventRepository/ZAVConversationRepository.h>
+#include <ZAVEventRepository/ZAVKeyedValueRepository.h>
+#include <ZAVEventRepository/ZAVMessageRepository.h>
+#include <ZAVEventRepository/ZAVSyncedChangeRepository.h>
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -433,6 +438,49 @@ TEST(RepositoryFrame, AnEventThatWasPersistedIsReadBackWithItsContent) {
     EXPECT_EQ((*events)[0]->databaseIdentifier(), event->databaseIdentifier());
     ASSERT_EQ(partsOf(*(*events)[0]).size(), 1U);
     EXPECT_EQ(partsOf(*(*events)[0])[0]->body(), ZAVData::fromText("hello"));
+}
+
+template <class Repository>
+void expectToNeedAHandle() {
+    try {
+        const Repository repository{std::shared_ptr<FMDatabase>()};
+        ADD_FAILURE() << "a repository was made on nothing";
+    } catch (const NSInternalInconsistencyException& exception) {
+        EXPECT_EQ(exception.reason(), "A repository needs an open database handle.");
+    }
+}
+
+TEST(RepositoryFrame, NoRepositoryIsMadeOnAHandleThatCouldNotBeOpened) {
+    expectToNeedAHandle<ZAVEventRepository>();
+    expectToNeedAHandle<ZAVStreamRepository>();
+    expectToNeedAHandle<ZAVConversationRepository>();
+    expectToNeedAHandle<ZAVMessageRepository>();
+    expectToNeedAHandle<ZAVSyncedChangeRepository>();
+    expectToNeedAHandle<ZAVKeyedValueRepository>();
+    EXPECT_THROW(static_cast<void>(ZAVKeyedValueRepository::repositoryWithDatabase(nullptr)),
+                 NSInternalInconsistencyException);
+}
+
+TEST(RepositoryFrame, TheFailureLineNamesTheMemberOfTheCallWhateverAnObserverDoesToItsText) {
+    const TestStore store;
+    const ZAVConversationRepository conversations(store.sharedDatabase());
+    conversations.findOrCreateConversationWithStreamUUID(uuidNumber(1));
+    store.execute("DROP TABLE conversation_participants");
+    std::string name = "ada";
+    ZAVUUID stream = uuidNumber(1);
+    store.database().setStatementObserver([&](const FMStatementRun&) {
+        name = "bob";
+        stream = uuidNumber(2);
+    });
+    const LogCapture log;
+    EXPECT_FALSE(store.repository().persistConversationsParticipantsSeq(7, name, stream));
+    store.database().setStatementObserver({});
+    ASSERT_EQ(log.records().size(), 2U);
+    EXPECT_EQ(name, "bob") << "the observer was not called";
+    EXPECT_EQ(log.records()[1].message,
+              "failed persisting conversations participant's seq:7 for member:ada with stream "
+              "identifier:11111111-1111-1111-1111-111111111101 with " +
+                  store.database().lastError().description());
 }
 
 }  // namespace

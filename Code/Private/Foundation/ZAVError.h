@@ -65,6 +65,7 @@ enum ZAVDatabaseErrorCode : int {
     ZAVDatabaseErrorWrongKey = 8,      ///< the key is not the file's: another, one too many, or one missing
     ZAVDatabaseErrorNoEncryption = 9,  ///< a key was given, but the build's engine cannot encrypt
     ZAVDatabaseErrorOlderSchema = 10,  ///< the schema is an older one, or none yet, and was not to be changed
+    ZAVDatabaseErrorUnusableRow = 11,  ///< a row has the identifier that means "not set"
 };
 
 /// Stores `error` where the caller asked for it, if the caller did.

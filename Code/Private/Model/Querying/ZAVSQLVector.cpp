@@ -1,11 +1,15 @@
 #include "Private/Model/Querying/ZAVSQLVector.h"
 
 #include <algorithm>
+#include <stdexcept>
 
 namespace zav {
 
 std::vector<ZAVSQLVector> ZAVSQLVector::arrayOfVectorsWithCollection(
     std::span<const ZAVDatabaseIdentifier> collection, std::size_t limit) {
+    if (limit == 0) {
+        throw std::invalid_argument("a ZAVSQLVector holds at least one element");
+    }
     std::vector<ZAVSQLVector> vectors;
     while (!collection.empty()) {
         const std::size_t count = std::min(limit, collection.size());

@@ -16,6 +16,7 @@ class ZAV_EXPORT ZAVSQLVector {
 public:
     /// Cuts a collection into consecutive runs of at most `limit` elements, in order. An empty collection
     /// makes none.
+    /// @throws std::invalid_argument when `limit` is 0: no run would ever hold an element.
     [[nodiscard]] static std::vector<ZAVSQLVector> arrayOfVectorsWithCollection(
         std::span<const ZAVDatabaseIdentifier> collection, std::size_t limit);
 

@@ -15,7 +15,8 @@ namespace zav {
 /// `ZAVEventRepository::persistConversationsParticipantsSeq`.
 class ZAV_EXPORT ZAVConversationRepository : public ZAVDatabaseRepository {
 public:
-    /// Sets a repository on an open handle, which it shares; not null.
+    /// Sets a repository on an open handle, which it shares.
+    /// @throws NSInternalInconsistencyException when there is none.
     using ZAVDatabaseRepository::ZAVDatabaseRepository;
 
     /// Row of the conversation that shows a stream, which is made when there is none;

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "Private/Database/FMDatabase.h"
+#include "Private/Foundation/NSInternalInconsistencyException.h"
 #include "Private/Foundation/ZAVExport.h"
 
 namespace zav {
@@ -15,9 +16,13 @@ namespace zav {
 /// thread.
 class ZAV_EXPORT ZAVDatabaseRepository {
 public:
-    /// @param database an open handle; not null.
-    explicit ZAVDatabaseRepository(std::shared_ptr<FMDatabase> database) noexcept
-        : database_(std::move(database)) {}
+    /// @param database an open handle.
+    /// @throws NSInternalInconsistencyException when there is none: opening it has failed, and nobody looked.
+    explicit ZAVDatabaseRepository(std::shared_ptr<FMDatabase> database) : database_(std::move(database)) {
+        if (database_ == nullptr) {
+            throw NSInternalInconsistencyException("A repository needs an open database handle.");
+        }
+    }
     virtual ~ZAVDatabaseRepository() = default;
 
     /// The handle, alive for as long as the repository.

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <unordered_set>
+#include <set>
 #include <vector>
 
 #include "Private/Foundation/ZAVIdentifiers.h"
@@ -12,12 +12,15 @@ class ZAVDistinctRows {
 public:
     /// Whether this is the first time.
     [[nodiscard]] bool insert(ZAVDatabaseIdentifier row) {
-        // While rows come in ascending order, which is usual, the last one tells.
-        if (others_.empty() && (ascending_.empty() || row > ascending_.back())) {
-            ascending_.push_back(row);
-            return true;
-        }
+        // While rows come in ascending order, with or without repetitions, the last one tells.
         if (others_.empty()) {
+            if (ascending_.empty() || row > ascending_.back()) {
+                ascending_.push_back(row);
+                return true;
+            }
+            if (row == ascending_.back()) {
+                return false;
+            }
             others_.insert(ascending_.begin(), ascending_.end());
         }
         return others_.insert(row).second;
@@ -25,7 +28,10 @@ public:
 
 private:
     std::vector<ZAVDatabaseIdentifier> ascending_;
-    std::unordered_set<ZAVDatabaseIdentifier> others_;  ///< all of them, from where the order ends
+
+    /// All of them, from where the order ends. Compared, and not hashed: which rows there are is for whoever
+    /// makes the file to choose, and they could choose those that share one bucket.
+    std::set<ZAVDatabaseIdentifier> others_;
 };
 
 }  // namespace zav

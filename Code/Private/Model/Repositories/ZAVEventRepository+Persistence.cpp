@@ -2,14 +2,15 @@
 #include <memory>
 #include <string>
 #include <string_view>
-#include <typeinfo>
 #include <utility>
 #include <variant>
 
 #include "Private/Foundation/ZAVUTF8.h"
 #include "Private/Model/Repositories/ZAVEventRepository.h"
 #include "Private/Model/Repositories/ZAVKeyedValueRepository.h"
+#include "Private/Model/Repositories/ZAVRecordCast.h"
 #include "Private/Model/Repositories/ZAVRepositoryOperation.h"
+#include "Private/Model/Repositories/ZAVRepositoryStatements.h"
 
 namespace zav {
 namespace {
@@ -23,20 +24,21 @@ std::string_view classNameOf(const ZAVObject* object) noexcept {
     return object == nullptr ? "(null)" : object->className();
 }
 
-/// `object` as a `Record`; null when it is none. A record of that very class, which nearly every one is, is
-/// recognised without a search through its bases.
-template <class Record, class Object>
-Record* as(Object* object) noexcept {
-    if (object != nullptr && typeid(*object) == typeid(Record)) {
-        return static_cast<Record*>(object);
+/// The element of an event's content as a part that can be stored.
+/// @throws NSInternalInconsistencyException when it is none.
+ZAVEventContent& requirePart(const std::shared_ptr<ZAVTContent>& element) {
+    auto* const part = ZAVRecordCast<ZAVEventContent>(element.get());
+    if (part == nullptr) {
+        raise("Failed to persist an event's content. Expected '%@' but received an object of type '%@'",
+              std::string_view("ZAVEventContent"), classNameOf(element.get()));
     }
-    return dynamic_cast<Record*>(object);
+    return *part;
 }
 
 /// The element as an event that can be stored.
 /// @throws NSInternalInconsistencyException when it is none.
 ZAVEvent& requireStorable(const std::shared_ptr<ZAVTEvent>& element) {
-    auto* const event = as<ZAVEvent>(element.get());
+    auto* const event = ZAVRecordCast<ZAVEvent>(element.get());
     if (event == nullptr) {
         raise("Failed to persist an event. Expected '%@' but received an object of type '%@'",
               std::string_view("ZAVEvent"), classNameOf(element.get()));
@@ -52,11 +54,7 @@ ZAVEvent& requireStorable(const std::shared_ptr<ZAVTEvent>& element) {
     }
     if (event->content()) {
         for (const auto& part : *event->content()) {
-            if (as<ZAVEventContent>(part.get()) == nullptr) {
-                raise(
-                    "Failed to persist an event's content. Expected '%@' but received an object of type '%@'",
-                    std::string_view("ZAVEventContent"), classNameOf(part.get()));
-            }
+            requirePart(part);
         }
     }
     return *event;
@@ -108,6 +106,9 @@ private:
         if (rows->nextWithError(&outError_)) {
             if (byIdentifier) {
                 event_.setStreamDatabaseIdentifier(rows->longLongIntForColumn("database_identifier"));
+                if (!isUsableRow(event_.streamDatabaseIdentifier(), &outError_)) {
+                    return false;
+                }
             } else {
                 event_.set_stream_id(rows->dataForColumn("stream_id"));
             }
@@ -137,6 +138,7 @@ private:
         }
         if (event_.databaseIdentifier() == ZAVDatabaseIdentifierNotSet) {
             event_.setDatabaseIdentifier(database_.lastInsertRowId());
+            return isUsableRow(event_.databaseIdentifier(), &outError_);
         }
         return true;
     }
@@ -168,7 +170,7 @@ private:
         }
         if (rows->nextWithError(&outError_)) {
             event_.setDatabaseIdentifier(rows->longLongIntForColumn("database_identifier"));
-            return true;
+            return isUsableRow(event_.databaseIdentifier(), &outError_);
         }
         if (outError_) {
             return false;
@@ -206,9 +208,11 @@ private:
         if (!event_.content()) {
             return true;
         }
+        // The parts as they are now: whoever observes the statements may give the event other ones.
+        const auto content = *event_.content();
         std::uint64_t index = 0;
-        for (const auto& part : *event_.content()) {
-            if (!writePart(static_cast<ZAVEventContent&>(*part), index++)) {
+        for (const auto& part : content) {
+            if (!writePart(requirePart(part), index++)) {
                 return false;
             }
         }
@@ -256,9 +260,10 @@ bool ZAVEventRepository::persistEvents(const ZAVSet<ZAVTEvent>& events, ZAVError
     operation.announce(events.size());
     return operation.attempt(
         *this, error,
-        [&](ZAVError& outError) {
+        // A set of its own: whoever observes the statements may change the caller's.
+        [this, walked = events](ZAVError& outError) {
             const auto keyedValues = ZAVKeyedValueRepository::repositoryWithDatabase(sharedDatabase());
-            for (const auto& element : events) {
+            for (const auto& element : walked) {
                 if (!EventWriter(database(), keyedValues, requireStorable(element), outError).write()) {
                     return false;
                 }

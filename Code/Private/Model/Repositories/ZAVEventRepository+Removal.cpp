@@ -1,9 +1,9 @@
 #include <cstddef>
 #include <string>
-#include <unordered_set>
 #include <vector>
 
 #include "Private/Model/Querying/ZAVSQLVector.h"
+#include "Private/Model/Repositories/ZAVDistinctRows.h"
 #include "Private/Model/Repositories/ZAVEventRepository.h"
 #include "Private/Model/Repositories/ZAVRepositoryOperation.h"
 #include "Private/Model/Repositories/ZAVRepositoryStatements.h"
@@ -19,15 +19,11 @@ constexpr std::size_t vectorLimit = 500;
 std::vector<ZAVDatabaseIdentifier> rowsOf(const ZAVSet<ZAVEvent>& events) {
     std::vector<ZAVDatabaseIdentifier> rows;
     rows.reserve(events.size());
-    // Sets that were read from the database ascend; only others need to be looked through for duplicates.
-    bool ascending = true;
+    ZAVDistinctRows seen;
     for (const auto& event : events) {
-        ascending = ascending && (rows.empty() || rows.back() < event->databaseIdentifier());
-        rows.push_back(event->databaseIdentifier());
-    }
-    if (!ascending) {
-        std::unordered_set<ZAVDatabaseIdentifier> seen;
-        std::erase_if(rows, [&](ZAVDatabaseIdentifier row) { return !seen.insert(row).second; });
+        if (seen.insert(event->databaseIdentifier())) {
+            rows.push_back(event->databaseIdentifier());
+        }
     }
     return rows;
 }
@@ -59,15 +55,17 @@ bool ZAVEventRepository::deleteUnprocessedEvents(const ZAVSet<ZAVEvent>& events,
 bool ZAVEventRepository::deleteEvents(const ZAVSet<ZAVEvent>& events, ZAVError* error) const {
     static constexpr ZAVRepositoryOperation operation{"-[ZAVEventRepository deleteEvents:error:]",
                                                       "deleting events", "failed to delete events with %@"};
-    return operation.run(*this, error, [&](ZAVError& outError) {
-        for (const auto& event : events) {
+    operation.announce();
+    // A set of its own: whoever observes the statements may change the caller's.
+    return operation.attempt(*this, error, [this, walked = events](ZAVError& outError) {
+        for (const auto& event : walked) {
             if (!database().executeUpdate("DELETE FROM events WHERE database_identifier = ?",
                                           event->databaseIdentifier())) {
                 outError = database().lastError();
                 return false;
             }
         }
-        return !events.empty();
+        return !walked.empty();
     });
 }
 

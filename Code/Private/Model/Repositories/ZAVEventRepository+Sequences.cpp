@@ -1,3 +1,5 @@
+#include <string>
+
 #include "Private/Model/Repositories/ZAVEventRepository.h"
 #include "Private/Model/Repositories/ZAVRepositoryOperation.h"
 #include "Private/Model/Repositories/ZAVRepositoryStatements.h"
@@ -25,13 +27,16 @@ bool ZAVEventRepository::persistConversationsParticipantsSeq(ZAVSequence seq, st
             "persisting conversations participant's seq:%u for member:%@ with stream identifier:%@",
             "failed persisting conversations participant's seq:%u for member:%@ with stream identifier:%@ with %@"}
             .reportingFailureAsVerbose();
+    // Both are needed after the first statement, whose observer may change what they were given as.
+    const std::string member(memberID);
+    const ZAVUUID stream = streamIdentifier;
     bool succeeded = false;
     operation.run(
         *this, error,
         [&](ZAVError& outError) {
             auto rows = database().executeQuery(
                 "SELECT conversations.database_identifier FROM conversations WHERE conversations.stream_id = ?",
-                streamIdentifier);
+                stream);
             if (!rows) {
                 outError = database().lastError();
                 return false;
@@ -43,10 +48,10 @@ bool ZAVEventRepository::persistConversationsParticipantsSeq(ZAVSequence seq, st
             succeeded = runUpdate(database(), &outError,
                                   "UPDATE conversation_participants SET seq = ? WHERE member_id = ? AND "
                                   "conversation_database_identifier = ?",
-                                  seq, memberID, conversation);
+                                  seq, member, conversation);
             return succeeded;
         },
-        seq, memberID, streamIdentifier);
+        seq, member, stream);
     return succeeded;
 }
 

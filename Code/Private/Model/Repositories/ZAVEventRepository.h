@@ -32,8 +32,16 @@ namespace zav {
 ///
 /// Two kinds of failure are kept apart. The database failing is an error: the operation answers nothing, 0 or
 /// false, stores the reason through its `error` argument, if one is given, and logs it. A violated
-/// precondition is a programming error and throws `NSInternalInconsistencyException`. Whichever it is, no
-/// cursor stays open.
+/// precondition is a programming error and throws `NSInternalInconsistencyException`. Memory of the process
+/// running out throws `std::bad_alloc`. Whichever it is, no cursor stays open. Nothing else is thrown but
+/// what the application's own code throws: its sink, its observers, its override of a mapper.
+///
+/// What an operation works on is what it was called with: an observer or a sink that changes a set, an
+/// event's content or a name meanwhile does not change what is walked. The records themselves are shared.
+///
+/// The row identifier 9223372036854775807 means "not set". An event that gets that row, which comes after the
+/// greatest one that a caller can choose, or whose stream has it, fails with `ZAVDatabaseErrorUnusableRow`.
+/// What was written before stays; an event that is read from that row looks as if it had not been stored.
 ///
 /// `error` is left as it was when nothing failed, with one exception: an operation that reads events also
 /// stores there why an event's transient metadata could not be read. The event then has an empty dictionary,
@@ -43,7 +51,8 @@ namespace zav {
 /// The records that are returned are the caller's: new with each call, and tied to nothing.
 class ZAV_EXPORT ZAVEventRepository : public ZAVDatabaseRepository {
 public:
-    /// Sets a repository on an open handle, which it shares; not null.
+    /// Sets a repository on an open handle, which it shares.
+    /// @throws NSInternalInconsistencyException when there is none.
     using ZAVDatabaseRepository::ZAVDatabaseRepository;
 
     /// Calls `unitOfWork` once, on this thread, and returns what it returns; false when it is absent. Nothing
@@ -77,12 +86,14 @@ public:
     /// Every event. None on failure.
     [[nodiscard]] std::optional<ZAVSet<ZAVEvent>> allEvents(ZAVError* error = nullptr) const;
 
-    /// How many events there are. 0 on failure.
+    /// How many events there are, read as a signed 32-bit number. 0 on failure.
     [[nodiscard]] std::size_t countOfEvents(ZAVError* error = nullptr) const;
 
     /// The events that can be sent to the service: not yet sequenced, in a stream that the service knows; of
     /// messages only those that have content parts, all of them completely transferred. Judged are the parts
-    /// that could be read: one that could not does not hold its message back. None on failure.
+    /// that could be read: one that could not does not hold its message back. A part that is no
+    /// `ZAVEventContent`, which only an override of the mapper makes, counts as not transferred. None on
+    /// failure.
     [[nodiscard]] std::optional<ZAVSet<ZAVEvent>> publishableEvents(ZAVError* error = nullptr) const;
 
     /// The events that are not yet sequenced and whose stream the service does not know, or that have no
@@ -127,8 +138,10 @@ public:
     /// fails. Parts do not get their `index` and `eventSeq`: before a part but the first is updated, set its
     /// index or read it again.
     /// @throws NSInternalInconsistencyException for an element that is no `ZAVEvent`, an event without a
-    /// type, stream or `client_id`, content that is no `ZAVEventContent`, and a stream that is not
-    /// registered. Events before it are stored.
+    /// type, stream or `client_id`, and content that is no `ZAVEventContent`, before anything of the event is
+    /// written; for a stream that is not registered; when the database refuses the event although no event is
+    /// stored at its stream and `seq`; and for tables that lack the columns of the schema. Events before it
+    /// are stored.
     /// @return true when every event was stored, and for an empty set.
     bool persistEvents(const ZAVSet<ZAVTEvent>& events, ZAVError* error = nullptr) const;
 
@@ -171,7 +184,7 @@ public:
     /// @{
 
     /// Records how far a member of a stream's conversation has progressed. A smaller sequence overwrites a
-    /// larger one.
+    /// larger one. A failure is logged as a verbose line, unlike all others.
     /// @return true when the update ran, even if it matched no row: ask `database().changes()`. False,
     /// without an error, when the stream has no conversation.
     bool persistConversationsParticipantsSeq(ZAVSequence seq, std::string_view memberID,
@@ -229,7 +242,10 @@ public:
     /// recent of their streams come first, counted from what `ZAVStreamRepository::setSeq` recorded: where
     /// nothing was, recency is not known, and the part comes before all others. At most `limit` of them.
     /// @param autodownloadMIMETypes the types that are wanted whatever their size; when absent, every part
-    /// is. They become part of the statement as they are: a type with a quote makes the operation fail.
+    /// is. They become part of the statement as they are, between quotes: pass only types that the
+    /// application itself wrote, or has checked. A type with a single quote is SQL from there on. At best the
+    /// statement is malformed and the operation fails; a well-made one selects other parts, and reads
+    /// whatever else is in the file.
     /// @param autodownloadMaxSize parts of at most so many bytes are wanted whatever their type. Only the low
     /// 32 bits count.
     [[nodiscard]] std::optional<ZAVSet<ZAVEventContent>>
@@ -274,8 +290,9 @@ public:
 };
 
 /// Makes the content parts of a received event ready for download: each part with an external URL gets the
-/// status `ZAVContentTransferReadyForDownload` and the path where its file will be. Records only; the
-/// database and the file system are not touched.
+/// status `ZAVContentTransferReadyForDownload` and the path where its file will be, or none when the event's
+/// `client_id` is no UUID. Parts without a URL, and content that is no `ZAVEventContent`, stay as they are.
+/// Records only; the database and the file system are not touched.
 /// @param appID the application, and `authenticatedUserID` its user, for whom the file is kept.
 ZAV_EXPORT void ZAVPrepareEventContentsForDownload(ZAVEvent& event, const ZAVUUID& appID,
                                                    std::string_view authenticatedUserID);

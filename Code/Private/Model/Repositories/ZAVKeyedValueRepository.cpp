@@ -11,7 +11,7 @@ namespace {
 
 struct Statements {
     std::string_view select;
-    std::string_view selectKeys;
+    std::string_view selectStored;  ///< the same with the timestamp, and with whether the row is of our kind
     std::string_view insert;
     std::string_view remove;
 };
@@ -20,7 +20,8 @@ struct Statements {
     {                                                                                                                \
         "SELECT key, value, typeof(value) = 'blob' FROM " table                                                      \
         " WHERE object_database_identifier = ? AND object_type = ? AND key_type = ?",                                \
-            "SELECT key FROM " table                                                                                 \
+            "SELECT key, value, typeof(value) = 'blob', timestamp, typeof(key) = 'text' AND "                        \
+            "typeof(value) IN ('text', 'blob') AND typeof(timestamp) IN ('real', 'null') FROM " table                \
             " WHERE object_database_identifier = ? AND object_type = ? AND key_type = ?",                            \
             "INSERT OR REPLACE INTO " table                                                                          \
             " (object_database_identifier, object_type, key_type, key, value, timestamp) VALUES (?, ?, ?, ?, ?, ?)", \
@@ -45,6 +46,14 @@ const Statements& statementsFor(ZAVKeyedValuesTable table) {
     throw NSInternalInconsistencyException("The keyed values context names no table.");
 }
 
+/// The value on the current row: bytes as bytes, and whatever else as the text that it reads as.
+ZAVDictionaryValue valueOf(const FMResultSet& row) {
+    if (row.boolForColumnIndex(2)) {
+        return row.dataForColumnIndex(1).value_or(ZAVData());
+    }
+    return row.stringForColumnIndex(1).value_or(std::string());
+}
+
 }  // namespace
 
 std::optional<ZAVKeyedValues> ZAVKeyedValueRepository::keyedValuesInContext(
@@ -59,12 +68,7 @@ std::optional<ZAVKeyedValues> ZAVKeyedValueRepository::keyedValuesInContext(
     ZAVDictionary dictionary;
     ZAVError stepError;
     while (rows->nextWithError(&stepError)) {
-        std::string key = rows->stringForColumnIndex(0).value_or(std::string());
-        if (rows->boolForColumnIndex(2)) {
-            dictionary.set(std::move(key), rows->dataForColumnIndex(1).value_or(ZAVData()));
-        } else {
-            dictionary.set(std::move(key), rows->stringForColumnIndex(1).value_or(std::string()));
-        }
+        dictionary.set(rows->stringForColumnIndex(0).value_or(std::string()), valueOf(*rows));
     }
     if (stepError) {
         ZAVStoreError(error, stepError);
@@ -85,25 +89,30 @@ bool ZAVKeyedValueRepository::setKeyedValuesWithDictionary(const ZAVDictionary& 
     };
 
     // What is no longer wanted goes last: a failure on the way leaves too much, never too little.
+    ZAVDictionary unstored = dictionary;
     std::vector<std::string> obsoleteKeys;
     {
         auto rows =
-            database().executeQuery(statements.selectKeys, row, context.objectType(), context.keyType());
+            database().executeQuery(statements.selectStored, row, context.objectType(), context.keyType());
         if (!rows) {
             return fail(database().lastError());
         }
         ZAVError stepError;
         while (rows->nextWithError(&stepError)) {
             std::string key = rows->stringForColumnIndex(0).value_or(std::string());
-            if (dictionary.find(key) == nullptr) {
+            const ZAVDictionaryValue* const value = dictionary.find(key);
+            if (value == nullptr) {
                 obsoleteKeys.push_back(std::move(key));
+            } else if (rows->boolForColumnIndex(4) && rows->dateForColumnIndex(3) == timestamp &&
+                       valueOf(*rows) == *value) {
+                unstored.remove(key);
             }
         }
         if (stepError) {
             return fail(stepError);
         }
     }
-    for (const auto& [key, value] : dictionary) {
+    for (const auto& [key, value] : unstored) {
         const FMParameter parameter = std::visit([](const auto& held) { return FMParameter(held); }, value);
         if (!database().executeUpdate(statements.insert, row, context.objectType(), context.keyType(), key,
                                       parameter, timestamp)) {

@@ -27,12 +27,14 @@ private:
 /// Stores dictionaries beside the objects that they belong to. Text stays text, and bytes stay bytes.
 class ZAV_EXPORT ZAVKeyedValueRepository : public ZAVDatabaseRepository {
 public:
-    /// Sets a repository on an open handle, which it shares; not null.
+    /// Sets a repository on an open handle, which it shares.
+    /// @throws NSInternalInconsistencyException when there is none.
     using ZAVDatabaseRepository::ZAVDatabaseRepository;
 
-    /// A repository on an open handle, which it shares; not null.
+    /// A repository on an open handle, which it shares.
+    /// @throws NSInternalInconsistencyException when there is none.
     [[nodiscard]] static ZAVKeyedValueRepository repositoryWithDatabase(
-        std::shared_ptr<FMDatabase> database) noexcept {
+        std::shared_ptr<FMDatabase> database) {
         return ZAVKeyedValueRepository(std::move(database));
     }
 
@@ -42,7 +44,9 @@ public:
                                                                      ZAVError* error = nullptr) const;
 
     /// Makes exactly `dictionary` the stored dictionary of an object: new keys are added, others replaced,
-    /// and keys that it lacks removed. A failure part-way keeps what was written before it.
+    /// and keys that it lacks removed. What is stored already as it would be written, with this timestamp, is
+    /// left alone: storing the same dictionary again writes nothing. A failure part-way keeps what was
+    /// written before it.
     /// @param timestamp when the values were set, kept beside each.
     /// @return whether everything was stored; if not, the reason is in `error`.
     bool setKeyedValuesWithDictionary(const ZAVDictionary& dictionary, std::optional<ZAVDate> timestamp,

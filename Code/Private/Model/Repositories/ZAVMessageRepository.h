@@ -14,7 +14,8 @@ namespace zav {
 /// parts of its event; see `ZAVMessagePart` and `ZAVEventRepository::eventContentForMessagePart`.
 class ZAV_EXPORT ZAVMessageRepository : public ZAVDatabaseRepository {
 public:
-    /// Sets a repository on an open handle, which it shares; not null.
+    /// Sets a repository on an open handle, which it shares.
+    /// @throws NSInternalInconsistencyException when there is none.
     using ZAVDatabaseRepository::ZAVDatabaseRepository;
 
     /// The message that an event carries, which is recorded when there is none yet; null on failure, with the

@@ -9,6 +9,18 @@
 
 namespace zav {
 
+/// Whether a row can be named: the identifier that means "not set" names none. If not, the reason goes to
+/// `error`. The engine hands that row out after the greatest one that a caller can choose.
+[[nodiscard]] inline bool isUsableRow(ZAVDatabaseIdentifier row, ZAVError* error) {
+    if (row != ZAVDatabaseIdentifierNotSet) {
+        return true;
+    }
+    ZAVStoreError(error, {ZAVErrorDomainDatabase, ZAVDatabaseErrorUnusableRow,
+                          "the row identifier 9223372036854775807 means that there is no row: the table has "
+                          "used up its row identifiers"});
+    return false;
+}
+
 /// Runs an update; the reason of a failure goes to `error`.
 template <class... Values>
 bool runUpdate(FMDatabase& database, ZAVError* error, std::string_view statement, const Values&... values) {
@@ -53,13 +65,30 @@ std::optional<std::int64_t> readNumber(FMDatabase& database, ZAVError* error, st
     return rows->longLongIntForColumnIndex(0);
 }
 
+/// The row that a query finds; none when there is none, and on failure, with the reason in `error`.
+template <class... Values>
+std::optional<ZAVDatabaseIdentifier> readRow(FMDatabase& database, ZAVError* error,
+                                             std::string_view statement, const Values&... values) {
+    const auto row = readNumber(database, error, statement, values...);
+    return row && isUsableRow(*row, error) ? row : std::nullopt;
+}
+
+/// The row that an insertion makes; `ZAVDatabaseIdentifierNotSet` on failure, with the reason in `error`.
+template <class... Values>
+ZAVDatabaseIdentifier insertRow(FMDatabase& database, ZAVError* error, std::string_view statement,
+                                const Values&... values) {
+    return runUpdate(database, error, statement, values...) && isUsableRow(database.lastInsertRowId(), error)
+               ? database.lastInsertRowId()
+               : ZAVDatabaseIdentifierNotSet;
+}
+
 /// Row of what `select` finds by `key`, or else of what `insert` makes of it; `ZAVDatabaseIdentifierNotSet`
 /// on failure, with the reason in `error`.
 template <class Key>
 ZAVDatabaseIdentifier findOrInsert(FMDatabase& database, ZAVError* error, std::string_view select,
-                                   std::string_view insert, const Key& key) {
+                                   std::string_view insert, Key key) {
     ZAVError lookupError;
-    if (const auto row = readNumber(database, &lookupError, select, key)) {
+    if (const auto row = readRow(database, &lookupError, select, key)) {
         return *row;
     }
     if (lookupError) {
@@ -67,11 +96,12 @@ ZAVDatabaseIdentifier findOrInsert(FMDatabase& database, ZAVError* error, std::s
         return ZAVDatabaseIdentifierNotSet;
     }
     ZAVError insertionError;
-    if (runUpdate(database, &insertionError, insert, key)) {
-        return database.lastInsertRowId();
+    const auto inserted = insertRow(database, &insertionError, insert, key);
+    if (inserted != ZAVDatabaseIdentifierNotSet) {
+        return inserted;
     }
     // Another connection may have made the row since it was looked for.
-    if (const auto row = readNumber(database, nullptr, select, key)) {
+    if (const auto row = readRow(database, nullptr, select, key)) {
         return *row;
     }
     ZAVStoreError(error, insertionError);

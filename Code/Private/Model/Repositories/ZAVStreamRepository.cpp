@@ -12,7 +12,7 @@ constexpr std::string_view insertWithUUID = "INSERT INTO streams (stream_id) VAL
 
 ZAVDatabaseIdentifier ZAVStreamRepository::streamDatabaseIdentifierForUUID(const ZAVUUID& uuid,
                                                                            ZAVError* error) const {
-    return readNumber(database(), error, selectByUUID, uuid).value_or(ZAVDatabaseIdentifierNotSet);
+    return readRow(database(), error, selectByUUID, uuid).value_or(ZAVDatabaseIdentifierNotSet);
 }
 
 ZAVDatabaseIdentifier ZAVStreamRepository::findOrCreateStreamWithUUID(const ZAVUUID& uuid,
@@ -21,8 +21,7 @@ ZAVDatabaseIdentifier ZAVStreamRepository::findOrCreateStreamWithUUID(const ZAVU
 }
 
 ZAVDatabaseIdentifier ZAVStreamRepository::createStreamWithoutUUID(ZAVError* error) const {
-    return runUpdate(database(), error, insertWithUUID, std::nullopt) ? database().lastInsertRowId()
-                                                                      : ZAVDatabaseIdentifierNotSet;
+    return insertRow(database(), error, insertWithUUID, std::nullopt);
 }
 
 bool ZAVStreamRepository::setUUID(const ZAVUUID& uuid, ZAVDatabaseIdentifier streamDatabaseIdentifier,

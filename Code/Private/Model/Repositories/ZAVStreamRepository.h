@@ -13,7 +13,8 @@ namespace zav {
 /// The registry of streams. An event is stored in a stream that is registered here.
 class ZAV_EXPORT ZAVStreamRepository : public ZAVDatabaseRepository {
 public:
-    /// Sets a repository on an open handle, which it shares; not null.
+    /// Sets a repository on an open handle, which it shares.
+    /// @throws NSInternalInconsistencyException when there is none.
     using ZAVDatabaseRepository::ZAVDatabaseRepository;
 
     /// Row of the stream with this identifier; `ZAVDatabaseIdentifierNotSet` when there is none, or on

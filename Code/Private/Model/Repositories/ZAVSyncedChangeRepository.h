@@ -12,7 +12,8 @@ namespace zav {
 /// Records which rows changed and wait to be processed by synchronisation.
 class ZAV_EXPORT ZAVSyncedChangeRepository : public ZAVDatabaseRepository {
 public:
-    /// Sets a repository on an open handle, which it shares; not null.
+    /// Sets a repository on an open handle, which it shares.
+    /// @throws NSInternalInconsistencyException when there is none.
     using ZAVDatabaseRepository::ZAVDatabaseRepository;
 
     /// Records one change.
