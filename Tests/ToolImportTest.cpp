@@ -229,6 +229,7 @@ TEST(ToolImport, AFieldOfAContentPartWithAWrongValueIsABadLine) {
         {{{"size", "1"}}, "size is no whole number"},
         {{{"size", 0.5}}, "size is no whole number"},
         {{{"size", 9223372036854775808ULL}}, "size is out of range"},
+        {{{"size", -1}}, "size is out of range"},
         {{{"text", 7}}, "text is no text"},
         {{{"body", 7}}, "body is no text"},
         {{{"body", "QUI"}}, "body is no base64"},
@@ -260,6 +261,12 @@ TEST(ToolImport, AFilePathThatStartsAtTheRootIsABadLine) {
     expectEachToBeRefused(withPart({
         {{{"file_path", "/etc/hosts"}}, "file_path is no relative path"},
         {{{"file_path", "//content.test/1"}}, "file_path is no relative path"},
+        {{{"file_path", "../x"}}, "file_path leads out of the cache directory"},
+        {{{"file_path", "a/../../x"}}, "file_path leads out of the cache directory"},
+        {{{"file_path", "%2E%2E/x"}}, "file_path leads out of the cache directory"},
+        {{{"file_path", ""}}, "file_path names no file"},
+        {{{"file_path", "a/"}}, "file_path names no file"},
+        {{{"file_path", "a%00"}}, "file_path names no file"},
     }));
 }
 

@@ -10,6 +10,7 @@
 #include "Private/Foundation/ZAVDictionary.h"
 #include "Private/Model/Repositories/ZAVEventRepository.h"
 #include "Private/Model/Repositories/ZAVMessageRepositoryCache.h"
+#include "StoredPath.h"
 
 namespace zavevents {
 namespace {
@@ -134,7 +135,7 @@ ReadPart readPart(const element& source, const ZAVURL& cacheDirectory) {
         if (key == "media_type") {
             part.set_media_type(std::string(field.text()));
         } else if (key == "size") {
-            part.set_size(field.number<std::int64_t>());
+            part.set_size(field.number<std::int64_t>(0));
         } else if (key == "text" || key == "body") {
             if (part.body()) {
                 field.complain("stands beside other inline data");
@@ -153,11 +154,11 @@ ReadPart readPart(const element& source, const ZAVURL& cacheDirectory) {
             part.setTransferStatus(field.number<ZAVContentTransferStatus>(0, ZAVContentTransferComplete));
             result.hasStatus = true;
         } else if (key == "file_path") {
-            const auto url = ZAVURL::URLWithString(field.text(), cacheDirectory);
-            if (!url || !url->baseURL() || field.text().starts_with('/')) {
-                field.complain("is no relative path");
+            std::string fault;
+            if (!StoredPath::parse(field.text(), &fault)) {
+                field.complain(fault);
             }
-            part.setFileURL(url);
+            part.setFileURL(ZAVURL::URLWithString(field.text(), cacheDirectory));
         } else if (key == "purged") {
             part.setIsPurged(field.boolean());
         }

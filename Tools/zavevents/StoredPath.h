@@ -1,0 +1,31 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace zavevents {
+
+/// The path of a content part's file as the store keeps it: a relative reference that names a file below the
+/// directory of the content, wherever that directory is.
+///
+/// What it says goes for the text alone. Where links lead that stand in the directory is seen when the file
+/// is looked for; see `CacheDirectory`.
+class StoredPath {
+public:
+    /// @param fault receives, when `text` is no such path, what is wrong with it, such as "is no relative
+    /// path".
+    [[nodiscard]] static std::optional<StoredPath> parse(std::string_view text, std::string* fault = nullptr);
+
+    /// The names of the directories on the way, percent escapes decoded, and of the file.
+    [[nodiscard]] const std::vector<std::string>& names() const { return names_; }
+
+private:
+    explicit StoredPath(std::vector<std::string> names) : names_(std::move(names)) {}
+
+    std::vector<std::string> names_;  ///< at least one, none of them empty, "." or ".."
+};
+
+}  // namespace zavevents
