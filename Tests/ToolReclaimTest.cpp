@@ -1,5 +1,10 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sqlite3.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <csignal>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -29,18 +34,19 @@ public:
         fs::create_directory(cache());
         json content = json::array();
         for (const StoredPart& part : parts) {
-            content.push_back({{"media_type", "image/png"},
-                               {"size", part.size},
-                               {"last_accessed", part.lastAccessed},
-                               {"transfer_status", part.transferStatus},
-                               {"file_path", "replaced-below"}});
+            content.push_back({{"media_type", "image/png"}, {"last_accessed", part.lastAccessed}});
         }
         store_.importWell(lines({eventJSON(1, {{"type", 4}, {"content", content}})}));
+        std::string script = "BEGIN;";
         for (std::size_t index = 0; index < parts.size(); ++index) {
-            // Past the tool, which refuses to store a path that is not relative.
-            store_.execute("UPDATE event_content_parts SET file_path = '" + parts[index].filePath +
-                           "' WHERE event_content_part_id = " + std::to_string(index));
+            // Past the tool, which refuses paths, sizes and statuses that make no sense.
+            const StoredPart& part = parts[index];
+            script += "UPDATE event_content_parts SET file_path = '" + part.filePath +
+                      "', size = " + std::to_string(part.size) +
+                      ", transfer_status = " + std::to_string(part.transferStatus) +
+                      " WHERE event_content_part_id = " + std::to_string(index) + ";";
         }
+        store_.execute(script + "COMMIT");
     }
 
     [[nodiscard]] const ToolStore& store() const { return store_; }
@@ -76,7 +82,7 @@ private:
 void expectRefusal(const CacheStore& cache, const std::string& reason) {
     const std::string good = cache.addFile("cache/good");
     const ToolRun run = cache.reclaim("1000");
-    EXPECT_EQ(run.status, 1) << "a part that cannot be reclaimed makes the command fail";
+    EXPECT_EQ(run.status, 1) << "less was freed than was asked for, and a part could not be reclaimed";
     EXPECT_EQ(run.err, reason + "\nzavevents: 1 parts could not be reclaimed\n");
     EXPECT_EQ(run.out, "good: 10 bytes\n1 parts, 10 bytes freed\n") << "the other part is reclaimed";
     EXPECT_FALSE(fs::exists(good)) << "the other part's file goes";
@@ -209,14 +215,16 @@ TEST(Reclaim, TheMarkIsAllThatChangesInAPart) {
     EXPECT_EQ(cache.store().execute(others), before) << "purging a file leaves the rest of its part alone";
 }
 
-TEST(Reclaim, AStoredUrlThatIsNoUrlIsNotLost) {
+TEST(Reclaim, WhatARecordCannotSayIsKeptInItsRow) {
     const CacheStore cache({{"only"}});
     const std::string file = cache.addFile("cache/only");
-    cache.store().execute("UPDATE event_content_parts SET url = 'no url'");
+    cache.store().execute("UPDATE event_content_parts SET url = 'no url', size = NULL, purged = NULL");
     const ToolRun run = cache.reclaim("1");
-    EXPECT_EQ(cache.store().execute("SELECT url FROM event_content_parts"), (Rows{"no url"}))
-        << "without its url the content could not be downloaded again";
-    EXPECT_EQ(fs::exists(file), run.status != 0) << "the file of a part that was refused stays";
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_FALSE(fs::exists(file)) << "a part that nobody marked yet can be reclaimed";
+    EXPECT_EQ(cache.store().execute("SELECT url, size, purged FROM event_content_parts"),
+              (Rows{"no url|NULL|1"}))
+        << "without its url the content could not be downloaded again; no size is not 0 bytes";
 }
 
 // Nothing outside the cache directory is removed
@@ -257,8 +265,7 @@ TEST(Reclaim, AFileUrlIsRefused) {
     const CacheStore cache(beforeAGoodOne("placeholder"));
     cache.store().execute("UPDATE event_content_parts SET file_path = 'file://" + cache.beside("secret") +
                           "' WHERE event_content_part_id = 0");
-    expectThatTheFileBesideTheCacheStays(
-        cache, "event 1 part 0: the stored file_path is no relative path and would be lost");
+    expectThatTheFileBesideTheCacheStays(cache, "event 1 part 0: the stored file_path is no relative path");
 }
 
 TEST(Reclaim, ADirectoryWhoseNameBeginsLikeTheCachesIsOutsideIt) {
@@ -292,14 +299,8 @@ TEST(Reclaim, ALinkInPlaceOfAFileIsRemovedAndItsTargetStays) {
 TEST(Reclaim, APathWithAZeroByteIsRefused) {
     const CacheStore cache(beforeAGoodOne("kept%00.png"));
     const std::string kept = cache.addFile("cache/kept");
-    const std::string good = cache.addFile("cache/good");
-    const ToolRun run = cache.reclaim("1000");
-    EXPECT_EQ(run.status, 1) << "no file has a zero byte in its name";
-    EXPECT_NE(run.err.find("leads out of the cache directory\n"), std::string::npos)
-        << "a zero byte must not cut off the reason: " << run.err;
+    expectRefusal(cache, cache.cached("kept%00.png") + ": names no file");
     EXPECT_TRUE(fs::exists(kept)) << "a zero byte must not cut the path to another file's";
-    EXPECT_FALSE(fs::exists(good)) << "the other part is reclaimed";
-    EXPECT_EQ(cache.marks(), (Rows{"0", "1"}));
 }
 
 TEST(Reclaim, TheCacheDirectoryItselfIsRefused) {
@@ -335,7 +336,7 @@ TEST(Reclaim, APathThatLeadsThroughAFileIsRefused) {
 TEST(Reclaim, AStoredTextThatIsNoPathIsRefused) {
     const CacheStore cache(beforeAGoodOne("no path"));
     const std::string file = cache.addFile("cache/no path");
-    expectRefusal(cache, "event 1 part 0: the stored file_path is no relative path and would be lost");
+    expectRefusal(cache, "event 1 part 0: the stored file_path is no relative path");
     EXPECT_TRUE(fs::exists(file)) << "a file that the path does not name stays";
 }
 
@@ -346,6 +347,288 @@ TEST(Reclaim, ACacheDirectoryThatIsReachedThroughALinkIsTheDirectoryItself) {
     const ToolRun run = cache.store().run("reclaim", {"--bytes", "1", "--cache", cache.beside("link")});
     EXPECT_EQ(run.status, 0) << run.err;
     EXPECT_FALSE(fs::exists(file)) << "the user may name the cache directory by a link";
+}
+
+// Parts that name the same file
+
+/// Expects that the file of a complete part stays because of another part of the given status and path.
+void expectThatASharedFileStays(int status, const std::string& otherPath) {
+    SCOPED_TRACE("the other part has the status " + std::to_string(status) + " and the path " + otherPath);
+    const CacheStore cache({{"folder/picture", 10, 1000, 4}, {otherPath, 10, 900, status}});
+    const std::string picture = cache.addFile("cache/folder/picture");
+    const ToolRun run = cache.reclaim("1000");
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(run.out,
+              "folder/picture: kept, since a part that is not complete needs it\n0 parts, 0 bytes freed\n");
+    EXPECT_TRUE(fs::exists(picture)) << "a forwarded picture is the only copy of what is to be uploaded";
+    EXPECT_EQ(cache.marks(), (Rows{"0", "0"})) << "a part that has its file is not purged";
+}
+
+TEST(Reclaim, AFileThatAPartOfAnotherStatusNeedsStays) {
+    for (const int status : {0, 1, 2, 3, 7}) {
+        expectThatASharedFileStays(status, "folder/picture");
+    }
+}
+
+TEST(Reclaim, AFileThatIsNeededUnderAnotherSpellingStays) {
+    for (const std::string path : {"folder/./picture", "./folder//picture", "folder/other/../picture",
+                                   "folder/p%69cture", "folder%2Fpicture", "../cache/folder/picture"}) {
+        expectThatASharedFileStays(0, path);
+    }
+}
+
+TEST(Reclaim, AFileThatIsNeededThroughALinkStays) {
+    const CacheStore cache({{"picture", 10, 1000, 4}, {"link", 10, 900, 0}, {"through/picture", 10, 900, 1}});
+    const std::string picture = cache.addFile("cache/picture");
+    fs::create_symlink(picture, cache.cached("link"));
+    fs::create_directory_symlink(cache.cache(), cache.cached("through"));
+    EXPECT_EQ(cache.reclaim("1000").status, 0);
+    EXPECT_TRUE(fs::exists(picture)) << "what is uploaded through a link is the same file";
+    EXPECT_EQ(cache.marks(), (Rows{"0", "0", "0"}));
+}
+
+TEST(Reclaim, AllPartsThatNameAFileAreMarkedWithItAndItsBytesCountOnce) {
+    const CacheStore cache(
+        {{"a/b", 10, 1000}, {"a/./b", 10, 2000}, {"a/%62", 10, 3000}, {"other", 10, 4000}});
+    cache.store().execute(
+        "UPDATE event_content_parts SET last_accessed = NULL WHERE event_content_part_id = 2");
+    const std::string shared = cache.addFile("cache/a/b");
+    const std::string other = cache.addFile("cache/other");
+    const ToolRun run = cache.reclaim("11");
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(run.out, "a/b: 10 bytes\nother: 10 bytes\n4 parts, 20 bytes freed\n");
+    EXPECT_FALSE(fs::exists(shared));
+    EXPECT_FALSE(fs::exists(other)) << "the second name of the first file has freed nothing";
+    EXPECT_EQ(cache.marks(), (Rows{"1", "1", "1", "1"}))
+        << "no part says that its file is there when it is not";
+}
+
+TEST(Reclaim, TheBytesOfALinkedFileAreFreedWithItsLastName) {
+    const CacheStore cache({{"one", 10, 1000}, {"second", 10, 2000}, {"other", 10, 3000}});
+    const std::string one = cache.addFile("cache/one", 100);
+    fs::create_hard_link(one, cache.cached("second"));
+    const std::string other = cache.addFile("cache/other");
+    const std::string said = "one: 0 bytes\nsecond: 100 bytes\n2 parts, 100 bytes ";
+    EXPECT_EQ(cache.reclaim("100", {"--dry-run"}).out, said + "to free\n");
+    EXPECT_EQ(cache.reclaim("100").out, said + "freed\n");
+    EXPECT_TRUE(fs::exists(other)) << "nothing goes beyond the request";
+}
+
+TEST(Reclaim, UnfinishedDownloadsKeepTheirFilesAndAreNotMarked) {
+    const CacheStore cache({{"ready", 10, 1000, 2}, {"downloading", 10, 1000, 3}, {"no-file", 10, 1000, 3}});
+    const std::string ready = cache.addFile("cache/ready");
+    const std::string downloading = cache.addFile("cache/downloading");
+    const ToolRun run = cache.reclaim("1000");
+    EXPECT_EQ(run.out, "0 parts, 0 bytes freed\n");
+    EXPECT_TRUE(fs::exists(ready)) << "a download is gone on with from its partial file";
+    EXPECT_TRUE(fs::exists(downloading)) << "a file that is being written stays";
+    EXPECT_EQ(cache.marks(), (Rows{"0", "0", "0"})) << "a purged part would no longer be downloaded";
+}
+
+// The files of the database
+
+TEST(Reclaim, TheDatabaseAndItsCompanionsStay) {
+    for (const std::string name :
+         {"chat.db", "chat.db-wal", "chat.db-shm", "cache/../chat.db", "second", "link"}) {
+        SCOPED_TRACE(name);
+        const CacheStore cache(beforeAGoodOne(name));
+        const std::string good = cache.addFile("good");
+        fs::create_hard_link(cache.store().path(), cache.beside("second"));
+        fs::create_symlink(cache.store().path(), cache.beside("link"));
+        const ToolRun run = cache.store().run("reclaim", {"--bytes", "1000", "--cache", cache.beside("")});
+        EXPECT_EQ(run.status, 1) << "a path that names the database is refused";
+        EXPECT_NE(run.err.find(": belongs to the database\nzavevents: 1 parts could not be reclaimed\n"),
+                  std::string::npos)
+            << run.err;
+        EXPECT_EQ(run.out, "good: 10 bytes\n1 parts, 10 bytes freed\n") << "the other part is reclaimed";
+        EXPECT_FALSE(fs::exists(good));
+        EXPECT_TRUE(fs::exists(cache.store().path())) << "the database stays";
+        EXPECT_TRUE(fs::exists(cache.beside("second")));
+        EXPECT_TRUE(fs::is_symlink(cache.beside("link")));
+        EXPECT_EQ(cache.marks(), (Rows{"0", "1"})) << "what was committed is there";
+    }
+}
+
+TEST(Reclaim, TheRollbackJournalOfTheMarksStays) {
+    const CacheStore cache({{"first", 10, 500}, {"chat.db-journal", 10, 1000}, {"good", 10, 2000}});
+    cache.store().execute("PRAGMA journal_mode = DELETE");
+    const std::string first = cache.addFile("first");
+    const std::string good = cache.addFile("good");
+    const ToolRun run = cache.store().run("reclaim", {"--bytes", "1000", "--cache", cache.beside("")});
+    EXPECT_EQ(run.err, cache.beside("chat.db-journal") +
+                           ": belongs to the database\nzavevents: 1 parts could not be reclaimed\n")
+        << "it is there as soon as the first part is marked";
+    EXPECT_EQ(run.out, "first: 10 bytes\ngood: 10 bytes\n2 parts, 20 bytes freed\n");
+    EXPECT_FALSE(fs::exists(first));
+    EXPECT_FALSE(fs::exists(good));
+    EXPECT_EQ(cache.marks(), (Rows{"1", "0", "1"}));
+    EXPECT_EQ(cache.store().execute("PRAGMA integrity_check"), (Rows{"ok"}));
+}
+
+TEST(Reclaim, ANameOfItsOwnTrashIsRefused) {
+    const std::string name = ".zav-trash-0123456789abcdef-x";
+    const CacheStore cache(beforeAGoodOne(name));
+    expectRefusal(cache, cache.cached(name) + ": is a name of files that are being removed");
+}
+
+// Rows of any kind
+
+TEST(Reclaim, PartsWhoseIndexIsNoNumberOrWhoseEventIsMissingAreReclaimedByTheirRows) {
+    const CacheStore cache({{"well", 10, 4000}});
+    cache.store().execute(
+        "INSERT INTO event_content_parts (database_identifier, event_content_part_id, event_database_identifier,"
+        " transfer_status, file_path, last_accessed, url) VALUES (100, 'x', 7, 4, 'by-text', 1000, 'no url'),"
+        " (101, 0, 7, 4, '%zz', 2000, NULL), (102, 1, 7, 4, 'by-number', 3000, NULL)");
+    const std::string byText = cache.addFile("cache/by-text");
+    const std::string byNumber = cache.addFile("cache/by-number");
+    const ToolRun dry = cache.reclaim("1000", {"--dry-run"});
+    EXPECT_EQ(dry.out,
+              "by-text: 10 bytes\nby-number: 10 bytes\nwell: was gone already\n3 parts, 20 bytes to free\n");
+    const std::string refusal =
+        "event 7 part 0: the stored file_path is no relative path\nzavevents: 1 parts could not be reclaimed\n";
+    EXPECT_EQ(dry.err, refusal);
+    const ToolRun run = cache.reclaim("1000");
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.out,
+              "by-text: 10 bytes\nby-number: 10 bytes\nwell: was gone already\n3 parts, 20 bytes freed\n");
+    EXPECT_EQ(run.err, refusal);
+    EXPECT_FALSE(fs::exists(byText));
+    EXPECT_FALSE(fs::exists(byNumber));
+    EXPECT_EQ(
+        cache.store().execute(
+            "SELECT database_identifier, event_content_part_id, file_path, url, size, purged"
+            " FROM event_content_parts WHERE database_identifier >= 100"),
+        (Rows{"100|x|by-text|no url|NULL|1", "101|0|%zz|NULL|NULL|NULL", "102|1|by-number|NULL|NULL|1"}))
+        << "each row is marked that was chosen, and nothing else is written";
+}
+
+TEST(Reclaim, PathsThatAreRefusedAndFilesThatAreGoneDoNotCountTowardTheBytes) {
+    const CacheStore cache({{"../x", 1000000, 1000},
+                            {"gone", 1000000, 2000},
+                            {"%zz", -1, 2500},
+                            {"good", 10, 3000},
+                            {"newest", 10, 4000}});
+    const std::string good = cache.addFile("cache/good");
+    const std::string newest = cache.addFile("cache/newest");
+    const ToolRun run = cache.reclaim("10");
+    EXPECT_EQ(run.status, 0) << "what was asked for was freed: " << run.err;
+    EXPECT_EQ(run.err, cache.beside("x") + ": leads out of the cache directory\n" +
+                           "event 1 part 2: the stored file_path is no relative path\n")
+        << "a refusal is told all the same";
+    EXPECT_EQ(run.out, "gone: was gone already\ngood: 10 bytes\n2 parts, 10 bytes freed\n");
+    EXPECT_FALSE(fs::exists(good));
+    EXPECT_TRUE(fs::exists(newest)) << "nothing goes beyond the request";
+    EXPECT_EQ(cache.marks(), (Rows{"0", "1", "0", "1", "0"}));
+}
+
+// Beside another client
+
+/// The tool, reclaiming, which stops and goes on as it is told.
+class StoppableReclaim {
+public:
+    explicit StoppableReclaim(const CacheStore& cache) {
+        int ends[2] = {-1, -1};
+        EXPECT_EQ(::pipe(ends), 0);
+        // The tool writes each statement that it has run, and waits for its reader when there is no room.
+        EXPECT_GT(::fcntl(ends[1], F_SETPIPE_SZ, 4096), 0);
+        process_ = ::fork();
+        if (process_ == 0) {
+            const std::string database = cache.store().path();
+            const std::string directory = cache.cache();
+            ::dup2(ends[1], STDERR_FILENO);
+            ::close(ends[0]);
+            ::close(ends[1]);
+            const int nothing = ::open("/dev/null", O_WRONLY);
+            ::dup2(nothing, STDOUT_FILENO);
+            ::execl(ZAV_TOOL_PATH, ZAV_TOOL_PATH, "--trace", "reclaim", database.c_str(), "--bytes",
+                    "1000000", "--cache", directory.c_str(), nullptr);
+            ::_exit(ToolRun::notStarted);
+        }
+        ::close(ends[1]);
+        output_ = ends[0];
+    }
+    ~StoppableReclaim() { ::close(output_); }
+    StoppableReclaim(const StoppableReclaim&) = delete;
+    StoppableReclaim& operator=(const StoppableReclaim&) = delete;
+
+    /// Lets it run until it has written some more; false when it has ended.
+    bool read() const {
+        char block[512];
+        return ::read(output_, block, sizeof block) > 0;
+    }
+    /// False when it has ended.
+    bool stop() {
+        ::kill(process_, SIGSTOP);
+        ::waitpid(process_, &status_, WUNTRACED);
+        return WIFSTOPPED(status_);
+    }
+    void goOn() const { ::kill(process_, SIGCONT); }
+    int exitStatus() {
+        while (read()) {
+        }
+        ::waitpid(process_, &status_, 0);
+        return WIFEXITED(status_) ? WEXITSTATUS(status_) : -1;
+    }
+
+private:
+    pid_t process_ = -1;
+    int output_ = -1;
+    int status_ = 0;
+};
+
+TEST(Reclaim, APartThatIsToBeUploadedSinceTheToolWasStoppedKeepsItsFileAndItsRow) {
+    std::vector<StoredPart> parts;
+    for (int index = 0; index < 200; ++index) {
+        parts.push_back({"file-" + std::to_string(index), 10, 1000 + index});
+    }
+    const CacheStore cache(parts);
+    for (const StoredPart& part : parts) {
+        static_cast<void>(cache.addFile("cache/" + part.filePath));
+    }
+    StoppableReclaim tool(cache);
+    while (fs::exists(cache.cached("file-0"))) {
+        ASSERT_TRUE(tool.read()) << "the tool removes the first file while there is more to do";
+    }
+    bool isStored = false;
+    while (!isStored) {
+        ASSERT_TRUE(tool.read()) << "the tool has more to do";
+        ASSERT_TRUE(tool.stop());
+        sqlite3* client = nullptr;
+        ASSERT_EQ(sqlite3_open(cache.store().path().c_str(), &client), SQLITE_OK);
+        isStored = sqlite3_exec(
+                       client,
+                       "UPDATE event_content_parts SET transfer_status = 0, size = 11, last_accessed = 5000.5"
+                       " WHERE event_content_part_id = 199",
+                       nullptr, nullptr, nullptr) == SQLITE_OK;
+        sqlite3_close(client);
+        tool.goOn();
+    }
+    EXPECT_EQ(tool.exitStatus(), 0);
+    EXPECT_TRUE(fs::exists(cache.cached("file-199"))) << "the only copy of what is to be uploaded stays";
+    EXPECT_FALSE(fs::exists(cache.cached("file-198"))) << "the others go";
+    EXPECT_EQ(
+        cache.store().execute("SELECT transfer_status, size, last_accessed, purged FROM event_content_parts"
+                              " WHERE event_content_part_id = 199"),
+        (Rows{"0|11|5000.5|0"}))
+        << "the row is as the other client wrote it";
+}
+
+TEST(Reclaim, ALockThatAnotherClientHoldsIsAFailureThatChangesNothing) {
+    const CacheStore cache({{"only"}});
+    const std::string only = cache.addFile("cache/only");
+    sqlite3* client = nullptr;
+    ASSERT_EQ(sqlite3_open(cache.store().path().c_str(), &client), SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(client, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr), SQLITE_OK);
+    const ToolRun dry = cache.reclaim("1", {"--dry-run"});
+    EXPECT_EQ(dry.status, 0) << "a dry run needs no lock: " << dry.err;
+    EXPECT_EQ(dry.out, "only: 10 bytes\n1 parts, 10 bytes to free\n");
+    const ToolRun run = cache.reclaim("1");
+    sqlite3_close(client);
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.err, "zavevents: cannot reclaim: database is locked\n");
+    EXPECT_EQ(run.out, "0 parts, 0 bytes freed\n");
+    EXPECT_TRUE(fs::exists(only));
+    EXPECT_EQ(cache.marks(), (Rows{"0"}));
 }
 
 // The cache directory and the command line

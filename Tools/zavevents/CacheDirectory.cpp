@@ -5,117 +5,119 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
+#include <cstdio>
 #include <filesystem>
-#include <utility>
-#include <vector>
-
-#include "ToolError.h"
+#include <system_error>
 
 namespace zavevents {
 namespace {
 
-/// A descriptor that is closed with its owner.
-class Descriptor {
-public:
-    explicit Descriptor(int value) : value_(value) {}
-    ~Descriptor() {
-        if (value_ >= 0) {
-            ::close(value_);
-        }
-    }
-    Descriptor(Descriptor&& other) noexcept : value_(std::exchange(other.value_, -1)) {}
-    Descriptor& operator=(Descriptor&& other) noexcept {
-        std::swap(value_, other.value_);
-        return *this;
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
+constexpr int directoryFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
 
-    [[nodiscard]] int get() const { return value_; }
+std::optional<FileStatus> statusAt(int directory, const char* path, int flags) {
+    struct stat status {};
+    if (::fstatat(directory, path, &status, flags) != 0) {
+        return std::nullopt;
+    }
+    return FileStatus{{status.st_dev, status.st_ino},
+                      static_cast<std::uint64_t>(status.st_size),
+                      static_cast<std::uint64_t>(status.st_nlink),
+                      S_ISDIR(status.st_mode)};
+}
 
-private:
-    int value_;
-};
+[[noreturn]] void throwError(int error) {
+    throw std::system_error(error, std::generic_category());
+}
 
-/// The names on the way from `directory` to `path`.
-/// @throws ToolError when the way leads out of the directory.
-std::vector<std::string> namesBelow(const std::string& directory, const std::string& path) {
-    const auto leadsOut = [&] {
-        return ToolError(path.substr(0, path.find('\0')) + ": leads out of the cache directory");
-    };
-    const std::string prefix = directory.ends_with('/') ? directory : directory + "/";
-    if (!path.starts_with(prefix) || path.find('\0') != std::string::npos) {
-        throw leadsOut();
+std::string pathWithoutLinks(const std::string& path) {
+    std::error_code error;
+    std::string result = std::filesystem::canonical(path, error).string();
+    if (error) {
+        throw std::system_error(error, path);
     }
-    std::vector<std::string> names;
-    for (const auto& name : std::filesystem::path(path.substr(prefix.size()))) {
-        if (name == "..") {
-            throw leadsOut();
-        }
-        if (!name.empty() && name != ".") {
-            names.push_back(name.string());
-        }
+    return result;
+}
+
+/// A descriptor of the directory, which the user calls `name`.
+int openRoot(const std::string& path, const std::string& name) {
+    const int descriptor = ::open(path.c_str(), directoryFlags);
+    if (descriptor < 0) {
+        throw std::system_error(errno, std::generic_category(), name);
     }
-    if (names.empty()) {
-        throw leadsOut();
-    }
-    return names;
+    return descriptor;
 }
 
 }  // namespace
 
-CacheDirectory::CacheDirectory(const std::string& path) {
-    std::error_code error;
-    // cppcheck-suppress useInitializationList ; the error is wanted as well
-    path_ = std::filesystem::canonical(path, error).string();
-    if (!error) {
-        descriptor_ = ::open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-        error = std::error_code(descriptor_ < 0 ? errno : 0, std::generic_category());
-    }
-    if (error) {
-        throw ToolError(path + ": " + error.message());
+std::optional<FileStatus> statusOfFile(const std::string& path, bool followLink) {
+    return statusAt(AT_FDCWD, path.c_str(), followLink ? 0 : AT_SYMLINK_NOFOLLOW);
+}
+
+OpenDirectory::OpenDirectory(int descriptor) : descriptor_(descriptor) {
+    if (descriptor_ < 0) {
+        throwError(errno);
     }
 }
 
-CacheDirectory::~CacheDirectory() {
-    ::close(descriptor_);
+OpenDirectory::~OpenDirectory() {
+    if (descriptor_ >= 0) {
+        ::close(descriptor_);
+    }
 }
 
-std::optional<std::uint64_t> CacheDirectory::removeFile(const zav::ZAVURL& file, bool dryRun) const {
-    const std::string path = file.filePath();
-    std::vector<std::string> names = namesBelow(path_, path);
-    const std::string last = std::move(names.back());
-    names.pop_back();
-    // Every directory on the way is opened by its name in the one before, links refused: nobody can turn the
-    // way aside between a look and the removal.
-    Descriptor directory(::dup(descriptor_));
+std::optional<FileStatus> OpenDirectory::status(const std::string& name) const {
+    auto result = statusAt(descriptor_, name.c_str(), AT_SYMLINK_NOFOLLOW);
+    if (!result && errno != ENOENT) {
+        throwError(errno);
+    }
+    return result;
+}
+
+bool OpenDirectory::rename(const std::string& from, const std::string& target) const {
+    if (::renameat(descriptor_, from.c_str(), descriptor_, target.c_str()) == 0) {
+        return true;
+    }
+    if (errno != ENOENT) {
+        throwError(errno);
+    }
+    return false;
+}
+
+bool OpenDirectory::renameToFreeName(const std::string& from, const std::string& target) const {
+    if (::linkat(descriptor_, from.c_str(), descriptor_, target.c_str(), 0) == 0) {
+        remove(from);
+        return true;
+    }
+    if (errno == EEXIST || status(target)) {
+        return false;
+    }
+    return rename(from, target);  // a file system without links
+}
+
+void OpenDirectory::remove(const std::string& name) const {
+    if (::unlinkat(descriptor_, name.c_str(), 0) != 0 && errno != ENOENT) {
+        throwError(errno);
+    }
+}
+
+void OpenDirectory::sync() const noexcept {
+    // Not every file system can. Whichever of a name and a mark is kept alone, no file is lost.
+    static_cast<void>(::fsync(descriptor_));
+}
+
+CacheDirectory::CacheDirectory(const std::string& path)
+    : path_(pathWithoutLinks(path)), root_(openRoot(path_, path)) {}
+
+std::optional<OpenDirectory> CacheDirectory::open(const std::vector<std::string>& names) const {
+    OpenDirectory directory(::fcntl(root_.descriptor_, F_DUPFD_CLOEXEC, 0));
     for (const std::string& name : names) {
-        Descriptor next(
-            ::openat(directory.get(), name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-        if (next.get() < 0) {
-            if (errno == ENOENT) {
-                return std::nullopt;
-            }
-            throw ToolError(path + ": " +
-                            (errno == ELOOP || errno == ENOTDIR
-                                 ? "leads through what is no directory of the cache"
-                                 : std::strerror(errno)));
-        }
-        directory = std::move(next);
-    }
-    struct stat status {};
-    const bool found = ::fstatat(directory.get(), last.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
-    if (found && S_ISDIR(status.st_mode)) {
-        throw ToolError(path + ": " + std::strerror(EISDIR));
-    }
-    if (!found || (!dryRun && ::unlinkat(directory.get(), last.c_str(), 0) != 0)) {
-        if (errno == ENOENT) {
+        const int next = ::openat(directory.descriptor_, name.c_str(), directoryFlags | O_NOFOLLOW);
+        if (next < 0 && errno == ENOENT) {
             return std::nullopt;
         }
-        throw ToolError(path + ": " + std::strerror(errno));
+        directory = OpenDirectory(next);
     }
-    return static_cast<std::uint64_t>(status.st_size);
+    return directory;
 }
 
 }  // namespace zavevents

@@ -1,16 +1,14 @@
+#include <cstdint>
 #include <iostream>
 #include <memory>
 #include <string>
 
 #include "Arguments.h"
-#include "CacheDirectory.h"
 #include "Commands.h"
+#include "ContentReclaimer.h"
 #include "Help.h"
 #include "Printable.h"
-#include "Private/Model/Repositories/ZAVEventRepository.h"
-#include "Private/Model/Repositories/ZAVMessageRepositoryCache.h"
 #include "Store.h"
-#include "StoredPart.h"
 #include "ToolError.h"
 
 namespace zavevents {
@@ -25,45 +23,50 @@ struct ReclaimOptions {
     bool dryRun = false;
 };
 
-/// Removes a part's file and marks the part purged. Returns the bytes that this freed.
-std::uint64_t reclaimPart(const ZAVEventRepository& repository, const CacheDirectory& cache,
-                          ZAVEventContent& part, bool dryRun) {
-    keepStoredFields(repository.database(), part, false, false);
-    const auto size = cache.removeFile(*part.fileURL(), dryRun);
-    std::cout << printable(part.fileURL()->relativePath()) << ": "
-              << (size ? std::to_string(*size) + " bytes" : std::string("was gone already")) << '\n';
-    if (!dryRun) {
-        part.setIsPurged(true);
-        ZAVError error;
-        if (!repository.persistEventContentUpdate(part, &error)) {
-            throw ToolError("cannot mark the part as purged", error);
+/// Prints what became of each part, and counts.
+class ReclaimReport {
+public:
+    void add(const ReclaimedContent& content) {
+        using Outcome = ReclaimedContent::Outcome;
+        parts_ += content.parts;
+        bytes_ += content.bytes;
+        if (content.outcome == Outcome::refused) {
+            ++refused_;
+            std::cerr << printable(content.reason) << '\n';
+            return;
         }
+        std::cout << printable(content.path) << ": "
+                  << (content.outcome == Outcome::removed ? std::to_string(content.bytes) + " bytes"
+                      : content.outcome == Outcome::gone  ? "was gone already"
+                                                         : "kept, since a part that is not complete needs it")
+                  << '\n';
     }
-    return size.value_or(0);
-}
+
+    [[nodiscard]] std::size_t parts() const { return parts_; }
+    [[nodiscard]] std::uint64_t bytes() const { return bytes_; }
+    [[nodiscard]] std::size_t refused() const { return refused_; }
+
+private:
+    std::size_t parts_ = 0;
+    std::uint64_t bytes_ = 0;
+    std::size_t refused_ = 0;
+};
 
 void reclaim(const ReclaimOptions& options) {
-    const CacheDirectory cache(options.cache);
-    ZAVSetMessageRepositoryCacheBaseDirectoryURL(cache.url());
-    const ZAVEventRepository repository(openStore(options.database));
+    const auto database = openStore(options.database);
+    ContentReclaimer reclaimer(*database, options.cache);
+    ReclaimReport report;
+    const auto tell = [&report](const ReclaimedContent& content) { report.add(content); };
     ZAVError error;
-    const auto parts = repository.leastRecentlyAccessedEventContentPartsForSize(options.bytes, &error);
-    if (!parts) {
-        throw ToolError("cannot choose content parts", error);
+    const bool succeeded = options.dryRun ? reclaimer.foretell(options.bytes, tell, &error)
+                                          : reclaimer.reclaim(options.bytes, tell, &error);
+    std::cout << report.parts() << " parts, " << report.bytes()
+              << (options.dryRun ? " bytes to free\n" : " bytes freed\n");
+    if (!succeeded) {
+        throw ToolError("cannot reclaim", error);
     }
-    std::uint64_t freed = 0;
-    std::size_t done = 0;
-    for (const auto& part : *parts) {
-        try {
-            freed += reclaimPart(repository, cache, *part, options.dryRun);
-            ++done;
-        } catch (const ToolError& refusal) {
-            std::cerr << refusal.what() << '\n';
-        }
-    }
-    std::cout << done << " parts, " << freed << (options.dryRun ? " bytes to free\n" : " bytes freed\n");
-    if (done != parts->size()) {
-        throw ToolError(std::to_string(parts->size() - done) + " parts could not be reclaimed");
+    if (report.refused() != 0 && report.bytes() < options.bytes) {
+        throw ToolError(std::to_string(report.refused()) + " parts could not be reclaimed");
     }
 }
 
