@@ -508,7 +508,6 @@ TEST(ToolTransfer, EachOptionChangesItsFieldAndWhatIsNotGivenStays) {
         Options changes;
         std::string row;
     } cases[] = {
-        {{}, "4000000000.75|https://content.test/old|50|2|a/b|1700000000.25|0|image/png"},
         {{"--status", "4"}, "4000000000.75|https://content.test/old|50|4|a/b|1700000000.25|0|image/png"},
         {{"--status", "0"}, "4000000000.75|https://content.test/old|50|0|a/b|1700000000.25|0|image/png"},
         {{"--url", "https://content.test/new"},
@@ -559,34 +558,110 @@ TEST(ToolTransfer, InlineDataStays) {
               (Rows{"hello|0"}));
 }
 
-TEST(ToolTransfer, AStoredUrlThatIsNoUrlIsNotLost) {
+TEST(ToolTransfer, WithoutAChangeNothingIsWritten) {
     const TransferStore store;
-    store.execute("UPDATE event_content_parts SET url = 'no url'");
-    store.expectRefusal({"--status", "4"}, "event 1 part 0: the stored url is no URL and would be lost");
-    expectDone(store.transfer({"--url", "https://content.test/new"}), "1 part updated\n");
-    EXPECT_EQ(store.execute("SELECT url FROM event_content_parts"), (Rows{"https://content.test/new"}));
+    const std::string before = store.row();
+    expectDone(store.transfer({}), "0 parts updated\n");
+    EXPECT_EQ(store.row(), before);
 }
 
-TEST(ToolTransfer, AStoredFilePathThatIsNoPathIsNotLost) {
+TEST(ToolTransfer, WhatARecordCannotSayStaysInItsRow) {
     const TransferStore store;
-    store.execute("UPDATE event_content_parts SET file_path = 'no path'");
-    store.expectRefusal({"--status", "4"},
-                        "event 1 part 0: the stored file_path is no relative path and would be lost");
-    expectDone(store.transfer({"--file", "c/d"}), "1 part updated\n");
-    EXPECT_EQ(store.execute("SELECT file_path FROM event_content_parts"), (Rows{"c/d"}));
+    const std::string everything =
+        "UPDATE event_content_parts SET access_expiration = 'never', url = 'no url', size = NULL,"
+        " transfer_status = 7, file_path = 'no path', last_accessed = NULL, purged = NULL";
+    const struct {
+        Options changes;
+        std::string row;
+    } cases[] = {
+        {{"--accessed", "5"}, "never|no url|NULL|7|no path|5.0|NULL|image/png"},
+        {{"--status", "4"}, "never|no url|NULL|4|no path|NULL|NULL|image/png"},
+        {{"--purged", "1"}, "never|no url|NULL|7|no path|NULL|1|image/png"},
+        {{"--url", "https://content.test/new"},
+         "never|https://content.test/new|NULL|7|no path|NULL|NULL|image/png"},
+        {{"--file", "c/d"}, "never|no url|NULL|7|c/d|NULL|NULL|image/png"},
+        {{"--size", "0"}, "never|no url|0|7|no path|NULL|NULL|image/png"},
+        {{"--expires", "6"}, "6.0|no url|NULL|7|no path|NULL|NULL|image/png"},
+    };
+    for (const auto& [changes, row] : cases) {
+        SCOPED_TRACE(json(changes));
+        store.execute(everything);
+        expectDone(store.transfer(changes), "1 part updated\n");
+        EXPECT_EQ(store.row(), row) << "only the given column is written";
+    }
 }
 
-TEST(ToolTransfer, AStoredFilePathThatIsAnAbsoluteUrlIsNotLost) {
+TEST(ToolTransfer, AnAbsoluteUrlInPlaceOfAPathStays) {
     const TransferStore store;
-    store.execute("UPDATE event_content_parts SET file_path = 'file:///a/b'");
-    store.expectRefusal({"--status", "4"},
-                        "event 1 part 0: the stored file_path is no relative path and would be lost");
+    store.execute("UPDATE event_content_parts SET file_path = 'file:///a/b', purged = NULL");
+    expectDone(store.transfer({"--status", "4"}), "1 part updated\n");
+    EXPECT_EQ(store.row(),
+              "4000000000.75|https://content.test/old|50|4|file:///a/b|1700000000.25|NULL|image/png");
 }
 
-TEST(ToolTransfer, AFileThatIsNoRelativePathIsRefused) {
+TEST(ToolTransfer, OnlyTheRowIsUpdatedWhoseIndexIsTheNumber) {
     const TransferStore store;
-    store.expectRefusal({"--file", "file:///a/b"}, "--file is no relative path: file:///a/b");
-    store.expectRefusal({"--file", "no path"}, "--file is no relative path: no path");
+    store.execute("UPDATE event_content_parts SET event_content_part_id = 'x'");
+    const std::string before = store.row();
+    expectFailure(store.transfer({"--status", "4"}), "event 1 has no part 0");
+    EXPECT_EQ(store.row(), before) << "text is not the number 0";
+    store.execute(
+        "INSERT INTO event_content_parts (event_content_part_id, event_database_identifier, transfer_status)"
+        " VALUES (0, 1, 2)");
+    expectDone(store.transfer({"--status", "4"}), "1 part updated\n");
+    EXPECT_EQ(store.execute("SELECT event_content_part_id, transfer_status FROM event_content_parts"
+                            " ORDER BY database_identifier"),
+              (Rows{"x|2", "0|4"}));
+}
+
+TEST(ToolTransfer, APartWhoseEventIsMissingIsUpdated) {
+    const TransferStore store;
+    store.execute("DELETE FROM events");
+    expectDone(store.transfer({"--status", "4"}), "1 part updated\n");
+    EXPECT_EQ(store.execute("SELECT transfer_status FROM event_content_parts"), (Rows{"4"}));
+}
+
+TEST(ToolTransfer, TheRepositorysOperationRunsWhereItChangesNothingElse) {
+    const TransferStore store;
+    const std::string operation = "persisting event content update";
+    EXPECT_EQ(store.transfer({"--size", "51", "--log", "verbose"}).err.find(operation), std::string::npos)
+        << "it would cut the fraction of the expiration";
+    store.execute("UPDATE event_content_parts SET access_expiration = 4000000000");
+    EXPECT_NE(store.transfer({"--size", "52", "--log", "verbose"}).err.find(operation), std::string::npos)
+        << "what the application runs is what the tool runs";
+    EXPECT_EQ(store.row(), "4000000000.0|https://content.test/old|52|2|a/b|1700000000.25|0|image/png");
+}
+
+TEST(ToolTransfer, WhatAnotherClientStoresMeanwhileIsNotOverwritten) {
+    const TransferStore store;
+    sqlite3* client = nullptr;
+    ASSERT_EQ(sqlite3_open(store.path().c_str(), &client), SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(client, "BEGIN IMMEDIATE; UPDATE event_content_parts SET size = 60", nullptr,
+                           nullptr, nullptr),
+              SQLITE_OK);
+    expectFailure(store.transfer({"--status", "4"}), "cannot update the content part: database is locked");
+    ASSERT_EQ(sqlite3_exec(client, "COMMIT", nullptr, nullptr, nullptr), SQLITE_OK);
+    sqlite3_close(client);
+    EXPECT_EQ(store.row(), "4000000000.75|https://content.test/old|60|2|a/b|1700000000.25|0|image/png")
+        << "nothing is decided before the lock is there";
+}
+
+TEST(ToolTransfer, AFileThatReclaimWouldRefuseIsAWrongCommandLine) {
+    const TransferStore store;
+    const std::string before = store.row();
+    for (const std::string path :
+         {"file:///a/b", "no path", "/etc/hosts", "//content.test/1", "../x", "a/../../x", "../cache/x",
+          "%2E%2E/x", "a%2F..%2F..%2Fx", "", ".", "a/", "a/..", "a/%2E", "a%2F", "?x", "#x", "a%00b",
+          ".zav-trash-0123456789abcdef-x"}) {
+        EXPECT_EQ(store.transfer({"--file", path}).status, 2) << "refused: '" << path << "'";
+        EXPECT_EQ(store.row(), before) << path;
+    }
+    for (const std::string path :
+         {"a", "a/b", "./a", "a/./b", "a/../b", "a//b", "a%20b", "a%2Fb", "..a", "a?b"}) {
+        EXPECT_EQ(store.transfer({"--file", path}).status, 0) << "taken: '" << path << "'";
+        EXPECT_EQ(store.execute("SELECT file_path FROM event_content_parts"), (Rows{path}))
+            << "stored as it is";
+    }
 }
 
 TEST(ToolTransfer, APartThatIsNotThereCannotBeUpdated) {
@@ -605,6 +680,7 @@ TEST(ToolTransfer, ValuesThatMeanNothingAreAWrongCommandLine) {
                                                        {"--url", "no url"},
                                                        {"--expires", "soon"},
                                                        {"--size", "big"},
+                                                       {"--size", "-1"},
                                                        {"--purged", "perhaps"}}) {
         EXPECT_EQ(store.transfer(changes).status, 2) << json(changes);
     }

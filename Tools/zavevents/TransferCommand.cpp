@@ -2,14 +2,16 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "Arguments.h"
 #include "Commands.h"
 #include "Help.h"
+#include "Private/Database/ZAVTransaction.h"
 #include "Private/Model/Repositories/ZAVEventRepository.h"
 #include "Private/Model/Repositories/ZAVMessageRepositoryCache.h"
 #include "Store.h"
-#include "StoredPart.h"
+#include "StoredPath.h"
 #include "ToolError.h"
 
 namespace zavevents {
@@ -30,47 +32,133 @@ struct TransferOptions {
     std::optional<int> purged;
 };
 
+/// What the options assign to which columns.
+struct Assignments {
+    std::string text;
+    std::vector<ZAVValue> values;
+
+    template <class Value>
+    void add(const char* column, const std::optional<Value>& value) {
+        if (value) {
+            text += (text.empty() ? "" : ", ") + std::string(column) + " = ?";
+            values.emplace_back(*value);
+        }
+    }
+};
+
+Assignments assignments(const TransferOptions& options) {
+    const auto date = [](const std::optional<double>& seconds) {
+        return seconds ? std::optional(ZAVDateFromSecondsSince1970(*seconds)) : std::nullopt;
+    };
+    Assignments result;
+    result.add("access_expiration", date(options.expires));
+    result.add("url", options.url ? std::optional(options.url->text()) : std::nullopt);
+    result.add("size", options.size);
+    result.add("transfer_status", options.status);
+    result.add("file_path", options.file);
+    result.add("last_accessed", date(options.accessed));
+    result.add("purged", options.purged);
+    return result;
+}
+
+/// Whether writing the part back as it was read would leave each column of its row as it is. What is stored
+/// may be more than a record can say: an expiration with a fraction, a purge mark that is NULL, a URL that is
+/// none.
+bool isAllOfItsRow(FMDatabase& database, const ZAVEventContent& part, ZAVDatabaseIdentifier row) {
+    auto rows = database.executeQuery(
+        "SELECT access_expiration IS ? AND url IS ? AND size IS ? AND transfer_status IS ? AND file_path IS ?"
+        " AND last_accessed IS ? AND purged IS ? FROM event_content_parts WHERE database_identifier = ?",
+        part.externalContentURLExpiration(), part.external_url(), part.size(), part.transferStatus(),
+        part.fileURL() ? std::optional(part.fileURL()->relativePath()) : std::nullopt, part.lastAccessed(),
+        part.isPurged(), row);
+    return rows && rows->next() && rows->boolForColumnIndex(0);
+}
+
+void apply(const TransferOptions& options, ZAVEventContent& part) {
+    if (options.expires) {
+        part.setExternalContentURLExpiration(ZAVDateFromSecondsSince1970(*options.expires));
+    }
+    if (options.url) {
+        part.set_external_url(options.url->text());
+    }
+    if (options.size) {
+        part.set_size(*options.size);
+    }
+    if (options.status) {
+        part.setTransferStatus(static_cast<ZAVContentTransferStatus>(*options.status));
+    }
+    if (options.file) {
+        part.setFileURL(ZAVURL::URLWithString(*options.file, ZAVMessageRepositoryCacheBaseDirectoryURL()));
+    }
+    if (options.accessed) {
+        part.setLastAccessed(ZAVDateFromSecondsSince1970(*options.accessed));
+    }
+    if (options.purged) {
+        part.setIsPurged(*options.purged != 0);
+    }
+}
+
+/// The row of the part; none when there is no such part.
+std::optional<ZAVDatabaseIdentifier> rowOf(const TransferOptions& options, FMDatabase& database) {
+    auto rows = database.executeQuery(
+        "SELECT database_identifier FROM event_content_parts"
+        " WHERE event_database_identifier = ? AND event_content_part_id = ?",
+        options.event, options.index);
+    ZAVError error;
+    const bool found = rows && rows->nextWithError(&error);
+    if (!rows || error) {
+        throw ToolError("cannot read the content part", database.lastError());
+    }
+    return found ? std::optional(rows->longLongIntForColumnIndex(0)) : std::nullopt;
+}
+
+/// Runs the repository's update, which writes all columns of a part, where that changes those only that are
+/// given, and an update of these columns alone where it would not.
+bool update(const TransferOptions& options, const ZAVEventRepository& repository, ZAVDatabaseIdentifier row,
+            const Assignments& given) {
+    FMDatabase& database = repository.database();
+    const auto part = repository.eventContentForEventDatabaseIdentifier(options.event, options.index);
+    if (part && isAllOfItsRow(database, *part, row)) {
+        apply(options, *part);
+        return repository.persistEventContentUpdate(*part);
+    }
+    std::vector<ZAVValue> values = given.values;
+    values.emplace_back(row);
+    return database.executeUpdateWithArgumentsInArray(
+        "UPDATE event_content_parts SET " + given.text + " WHERE database_identifier = ?", values);
+}
+
 void transfer(const TransferOptions& options) {
     const ZAVEventRepository repository(openStore(options.database));
+    FMDatabase& database = repository.database();
     ZAVError error;
-    const auto part = repository.eventContentForEventDatabaseIdentifier(options.event, options.index, &error);
-    if (error) {
-        throw ToolError("cannot read the content part", error);
+    auto transaction = ZAVTransaction::begin(database, &error);
+    if (!transaction) {
+        throw ToolError("cannot update the content part", error);
     }
-    if (part == nullptr) {
+    const auto row = rowOf(options, database);
+    if (!row) {
         throw ToolError("event " + std::to_string(options.event) + " has no part " +
                         std::to_string(options.index));
     }
-    keepStoredFields(repository.database(), *part, options.url.has_value(), options.file.has_value());
-    if (options.expires) {
-        part->setExternalContentURLExpiration(ZAVDateFromSecondsSince1970(*options.expires));
-    }
-    if (options.status) {
-        part->setTransferStatus(static_cast<ZAVContentTransferStatus>(*options.status));
-    }
-    if (options.url) {
-        part->set_external_url(options.url->text());
-    }
-    if (options.size) {
-        part->set_size(*options.size);
-    }
-    if (options.file) {
-        const auto file = ZAVURL::URLWithString(*options.file, ZAVMessageRepositoryCacheBaseDirectoryURL());
-        if (!file || !file->baseURL()) {
-            throw ToolError("--file is no relative path: " + *options.file);
+    int changed = 0;
+    if (const Assignments given = assignments(options); !given.values.empty()) {
+        if (!update(options, repository, *row, given)) {
+            throw ToolError("cannot update the content part", database.lastError());
         }
-        part->setFileURL(file);
+        changed = database.changes();
     }
-    if (options.accessed) {
-        part->setLastAccessed(ZAVDateFromSecondsSince1970(*options.accessed));
-    }
-    if (options.purged) {
-        part->setIsPurged(*options.purged != 0);
-    }
-    if (!repository.persistEventContentUpdate(*part, &error)) {
+    if (!transaction->commit(&error)) {
         throw ToolError("cannot update the content part", error);
     }
-    std::cout << repository.database().changes() << " part updated\n";
+    std::cout << changed << (changed == 1 ? " part updated\n" : " parts updated\n");
+}
+
+/// The path of a file that `reclaim` will be able to remove.
+Kind<std::string> storedPath() {
+    return {"TEXT", "the relative path of a file below the cache directory", [](const std::string& text) {
+                return StoredPath::parse(text) ? std::optional(text) : std::nullopt;
+            }};
 }
 
 }  // namespace
@@ -88,7 +176,8 @@ void addTransferCommand(CLI::App& app, Action& action) {
     addOption(*command, "--expires", options->expires, seconds(),
               "When the URL ceases to work, in seconds since 1970");
     addOption(*command, "--size", options->size, wholeNumber<std::int64_t>(0), "Size in bytes");
-    addOption(*command, "--file", options->file, text(), "Path of the file, relative to the cache directory");
+    addOption(*command, "--file", options->file, storedPath(),
+              "Path of the file, relative to the cache directory");
     addOption(*command, "--accessed", options->accessed, seconds(), "Last access, in seconds since 1970");
     addOption(*command, "--purged", options->purged, wholeNumber<int>(0, 1),
               "Whether the file was removed to reclaim space, 0 or 1");
