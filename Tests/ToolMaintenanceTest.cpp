@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Support/Tool.h"
+#include "Support/TracedTool.h"
 
 namespace zav::test {
 namespace {
@@ -634,16 +635,31 @@ TEST(ToolTransfer, TheRepositorysOperationRunsWhereItChangesNothingElse) {
 
 TEST(ToolTransfer, WhatAnotherClientStoresMeanwhileIsNotOverwritten) {
     const TransferStore store;
+    store.execute("UPDATE event_content_parts SET access_expiration = 4000000000");
     sqlite3* client = nullptr;
     ASSERT_EQ(sqlite3_open(store.path().c_str(), &client), SQLITE_OK);
-    ASSERT_EQ(sqlite3_exec(client, "BEGIN IMMEDIATE; UPDATE event_content_parts SET size = 60", nullptr,
-                           nullptr, nullptr),
-              SQLITE_OK);
-    expectFailure(store.transfer({"--status", "4"}), "cannot update the content part: database is locked");
-    ASSERT_EQ(sqlite3_exec(client, "COMMIT", nullptr, nullptr, nullptr), SQLITE_OK);
+    TracedTool tool({"transfer", store.path(), "--event", "1", "--index", "0", "--status", "4"});
+    bool isRunning = tool.nextStatement();
+    EXPECT_TRUE(isRunning) << "the tool has begun";
+    while (sqlite3_exec(client, "UPDATE event_content_parts SET size = 60", nullptr, nullptr, nullptr) !=
+           SQLITE_OK) {
+        isRunning = isRunning && tool.nextStatement();  // the tool has the lock, and goes on
+    }
+    EXPECT_EQ(tool.exitStatus(), 0);
     sqlite3_close(client);
-    EXPECT_EQ(store.row(), "4000000000.75|https://content.test/old|60|2|a/b|1700000000.25|0|image/png")
-        << "nothing is decided before the lock is there";
+    EXPECT_EQ(store.row(), "4000000000.0|https://content.test/old|60|4|a/b|1700000000.25|0|image/png")
+        << "each has written what was given to it";
+}
+
+TEST(ToolTransfer, ALockThatAnotherClientHoldsIsAFailureThatChangesNothing) {
+    const TransferStore store;
+    const std::string before = store.row();
+    sqlite3* client = nullptr;
+    ASSERT_EQ(sqlite3_open(store.path().c_str(), &client), SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(client, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr), SQLITE_OK);
+    expectFailure(store.transfer({"--status", "4"}), "cannot update the content part: database is locked");
+    sqlite3_close(client);
+    EXPECT_EQ(store.row(), before);
 }
 
 TEST(ToolTransfer, AFileThatReclaimWouldRefuseIsAWrongCommandLine) {

@@ -1,15 +1,12 @@
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <csignal>
 #include <filesystem>
 #include <string>
 #include <vector>
 
 #include "Support/Tool.h"
+#include "Support/TracedTool.h"
 
 namespace zav::test {
 namespace {
@@ -523,92 +520,39 @@ TEST(Reclaim, PathsThatAreRefusedAndFilesThatAreGoneDoNotCountTowardTheBytes) {
 
 // Beside another client
 
-/// The tool, reclaiming, which stops and goes on as it is told.
-class StoppableReclaim {
-public:
-    explicit StoppableReclaim(const CacheStore& cache) {
-        int ends[2] = {-1, -1};
-        EXPECT_EQ(::pipe(ends), 0);
-        // The tool writes each statement that it has run, and waits for its reader when there is no room.
-        EXPECT_GT(::fcntl(ends[1], F_SETPIPE_SZ, 4096), 0);
-        process_ = ::fork();
-        if (process_ == 0) {
-            const std::string database = cache.store().path();
-            const std::string directory = cache.cache();
-            ::dup2(ends[1], STDERR_FILENO);
-            ::close(ends[0]);
-            ::close(ends[1]);
-            const int nothing = ::open("/dev/null", O_WRONLY);
-            ::dup2(nothing, STDOUT_FILENO);
-            ::execl(ZAV_TOOL_PATH, ZAV_TOOL_PATH, "--trace", "reclaim", database.c_str(), "--bytes",
-                    "1000000", "--cache", directory.c_str(), nullptr);
-            ::_exit(ToolRun::notStarted);
-        }
-        ::close(ends[1]);
-        output_ = ends[0];
-    }
-    ~StoppableReclaim() { ::close(output_); }
-    StoppableReclaim(const StoppableReclaim&) = delete;
-    StoppableReclaim& operator=(const StoppableReclaim&) = delete;
-
-    /// Lets it run until it has written some more; false when it has ended.
-    bool read() const {
-        char block[512];
-        return ::read(output_, block, sizeof block) > 0;
-    }
-    /// False when it has ended.
-    bool stop() {
-        ::kill(process_, SIGSTOP);
-        ::waitpid(process_, &status_, WUNTRACED);
-        return WIFSTOPPED(status_);
-    }
-    void goOn() const { ::kill(process_, SIGCONT); }
-    int exitStatus() {
-        while (read()) {
-        }
-        ::waitpid(process_, &status_, 0);
-        return WIFEXITED(status_) ? WEXITSTATUS(status_) : -1;
-    }
-
-private:
-    pid_t process_ = -1;
-    int output_ = -1;
-    int status_ = 0;
-};
-
 TEST(Reclaim, APartThatIsToBeUploadedSinceTheToolWasStoppedKeepsItsFileAndItsRow) {
     std::vector<StoredPart> parts;
-    for (int index = 0; index < 200; ++index) {
+    for (int index = 0; index < 50; ++index) {
         parts.push_back({"file-" + std::to_string(index), 10, 1000 + index});
     }
     const CacheStore cache(parts);
     for (const StoredPart& part : parts) {
         static_cast<void>(cache.addFile("cache/" + part.filePath));
     }
-    StoppableReclaim tool(cache);
+    TracedTool tool({"reclaim", cache.store().path(), "--bytes", "1000000", "--cache", cache.cache()});
     while (fs::exists(cache.cached("file-0"))) {
-        ASSERT_TRUE(tool.read()) << "the tool removes the first file while there is more to do";
+        ASSERT_TRUE(tool.nextStatement()) << "the tool removes the first file while there is more to do";
     }
     bool isStored = false;
     while (!isStored) {
-        ASSERT_TRUE(tool.read()) << "the tool has more to do";
+        ASSERT_TRUE(tool.nextStatement()) << "the tool has more to do";
         ASSERT_TRUE(tool.stop());
         sqlite3* client = nullptr;
         ASSERT_EQ(sqlite3_open(cache.store().path().c_str(), &client), SQLITE_OK);
         isStored = sqlite3_exec(
                        client,
                        "UPDATE event_content_parts SET transfer_status = 0, size = 11, last_accessed = 5000.5"
-                       " WHERE event_content_part_id = 199",
+                       " WHERE event_content_part_id = 49",
                        nullptr, nullptr, nullptr) == SQLITE_OK;
         sqlite3_close(client);
         tool.goOn();
     }
     EXPECT_EQ(tool.exitStatus(), 0);
-    EXPECT_TRUE(fs::exists(cache.cached("file-199"))) << "the only copy of what is to be uploaded stays";
-    EXPECT_FALSE(fs::exists(cache.cached("file-198"))) << "the others go";
+    EXPECT_TRUE(fs::exists(cache.cached("file-49"))) << "the only copy of what is to be uploaded stays";
+    EXPECT_FALSE(fs::exists(cache.cached("file-48"))) << "the others go";
     EXPECT_EQ(
         cache.store().execute("SELECT transfer_status, size, last_accessed, purged FROM event_content_parts"
-                              " WHERE event_content_part_id = 199"),
+                              " WHERE event_content_part_id = 49"),
         (Rows{"0|11|5000.5|0"}))
         << "the row is as the other client wrote it";
 }
