@@ -263,9 +263,11 @@ TEST(ToolEventLines, NamesThatAreNotUTF8AreWrittenWithReplacementCharacters) {
     const ToolStore store;
     store.importWell(lines({eventJSON(1, {{"creator_name", "x"}})}));
     store.execute("UPDATE events SET creator_name = CAST(x'C3A461FF62F09F9880C3' AS TEXT)");
-    EXPECT_EQ(fieldOfLines(store.events(), "creator_name"),
-              std::vector<json>{"\u00e4a\uFFFDb\U0001F600\uFFFD"})
+    const ToolRun listed = store.run("events");
+    EXPECT_EQ(fieldOfLines(listed.out, "creator_name"), std::vector<json>{"\u00e4a\uFFFDb\U0001F600\uFFFD"})
         << "a line is UTF-8 whatever the database holds";
+    EXPECT_EQ(listed.err, "zavevents: row 1 cannot be read back as it is: creator_name is not UTF-8\n")
+        << "what is lost on the way is told of";
 }
 
 TEST(ToolEventLines, MetadataThatIsNotUTF8IsWrittenInBase64) {

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Support/Tool.h"
@@ -185,88 +187,88 @@ TEST(ToolImport, AnImportIntoAPipeShowsNoProgress) {
 
 TEST(ToolImport, AFieldOfAnEventWithAWrongValueIsABadLine) {
     expectEachToBeRefused(withField({
-        {{{"stream_id", 7}}, "stream_id is no text"},
-        {{{"stream_id", "7"}}, "stream_id is no UUID"},
-        {{{"client_id", nullptr}}, "client_id is no text"},
-        {{{"client_id", uuidText(1) + "0"}}, "client_id is no UUID"},
-        {{{"client_id", "11111111111111111111111111111101"}}, "client_id is no UUID"},
-        {{{"type", "2"}}, "type is no whole number"},
-        {{{"type", 2.5}}, "type is no whole number"},
+        {{{"stream_id", 7}}, "stream_id is not text"},
+        {{{"stream_id", "7"}}, "stream_id is not a UUID"},
+        {{{"client_id", nullptr}}, "client_id is not text"},
+        {{{"client_id", uuidText(1) + "0"}}, "client_id is not a UUID"},
+        {{{"client_id", "11111111111111111111111111111101"}}, "client_id is not a UUID"},
+        {{{"type", "2"}}, "type is not a whole number"},
+        {{{"type", 2.5}}, "type is not a whole number"},
         {{{"type", 0}}, "type is 0"},
         {{{"type", 2147483648LL}}, "type is out of range"},
         {{{"type", -2147483649LL}}, "type is out of range"},
         {{{"subtype", -1}}, "subtype is out of range"},
         {{{"subtype", 256}}, "subtype is out of range"},
-        {{{"subtype", "a"}}, "subtype is no whole number"},
+        {{{"subtype", "a"}}, "subtype is not a whole number"},
         {{{"seq", 2147483648LL}}, "seq is out of range"},
         {{{"seq", -2147483649LL}}, "seq is out of range"},
-        {{{"seq", nullptr}}, "seq is no whole number"},
+        {{{"seq", nullptr}}, "seq is not a whole number"},
         {{{"preceding_seq", 2147483648LL}}, "preceding_seq is out of range"},
-        {{{"preceding_seq", true}}, "preceding_seq is no whole number"},
+        {{{"preceding_seq", true}}, "preceding_seq is not a whole number"},
         {{{"client_seq", -2147483649LL}}, "client_seq is out of range"},
-        {{{"client_seq", "1"}}, "client_seq is no whole number"},
+        {{{"client_seq", "1"}}, "client_seq is not a whole number"},
         {{{"target_seq", 2147483648LL}}, "target_seq is out of range"},
-        {{{"target_seq", json::array()}}, "target_seq is no whole number"},
+        {{{"target_seq", json::array()}}, "target_seq is not a whole number"},
         {{{"server_timestamp", 9223372036854775808ULL}}, "server_timestamp is out of range"},
-        {{{"server_timestamp", 1.5}}, "server_timestamp is no whole number"},
-        {{{"creator_id", 7}}, "creator_id is no text"},
-        {{{"creator_name", json::array()}}, "creator_name is no text"},
-        {{{"member_id", json::object()}}, "member_id is no text"},
-        {{{"transient_metadata", "push"}}, "transient_metadata is no object"},
-        {{{"transient_metadata", {{"push", 7}}}}, "transient_metadata.push is no object"},
+        {{{"server_timestamp", 1.5}}, "server_timestamp is not a whole number"},
+        {{{"creator_id", 7}}, "creator_id is not text"},
+        {{{"creator_name", json::array()}}, "creator_name is not text"},
+        {{{"member_id", json::object()}}, "member_id is not text"},
+        {{{"transient_metadata", "push"}}, "transient_metadata is not an object"},
+        {{{"transient_metadata", {{"push", 7}}}}, "transient_metadata.push is not an object"},
         {{{"transient_metadata", {{"push", {{"text", "7"}}}}}},
          "transient_metadata.push is neither text nor base64"},
-        {{{"transient_metadata", {{"push", {{"base64", "?"}}}}}}, "transient_metadata.push is no base64"},
-        {{{"transient_metadata", {{"push", {{"base64", 7}}}}}}, "transient_metadata.push is no text"},
-        {{{"content", json::object()}}, "content is no array"},
-        {{{"content", {7}}}, "a content part is no object"},
+        {{{"transient_metadata", {{"push", {{"base64", "?"}}}}}}, "transient_metadata.push is not base64"},
+        {{{"transient_metadata", {{"push", {{"base64", 7}}}}}}, "transient_metadata.push is not text"},
+        {{{"content", json::object()}}, "content is not an array"},
+        {{{"content", {7}}}, "content[0] is not an object"},
     }));
 }
 
 TEST(ToolImport, AFieldOfAContentPartWithAWrongValueIsABadLine) {
     expectEachToBeRefused(withPart({
-        {{{"media_type", 7}}, "media_type is no text"},
-        {{{"size", "1"}}, "size is no whole number"},
-        {{{"size", 0.5}}, "size is no whole number"},
-        {{{"size", 9223372036854775808ULL}}, "size is out of range"},
-        {{{"size", -1}}, "size is out of range"},
-        {{{"text", 7}}, "text is no text"},
-        {{{"body", 7}}, "body is no text"},
-        {{{"body", "QUI"}}, "body is no base64"},
-        {{{"body", "Q==="}}, "body is no base64"},
-        {{{"body", "===="}}, "body is no base64"},
-        {{{"body", "QQ==QQ=="}}, "body is no base64"},
-        {{{"body", "QU I"}}, "body is no base64"},
-        {{{"body", "_-_-"}}, "body is no base64"},
-        {{{"body", "QR=="}}, "body is no base64"},
-        {{{"body", "QQ=="}, {"text", "A"}}, "text stands beside other inline data"},
-        {{{"external_url", 7}}, "external_url is no text"},
-        {{{"external_url", "https://content.test/a b"}}, "external_url is no URL"},
+        {{{"media_type", 7}}, "content[0].media_type is not text"},
+        {{{"size", "1"}}, "content[0].size is not a whole number"},
+        {{{"size", 0.5}}, "content[0].size is not a whole number"},
+        {{{"size", 9223372036854775808ULL}}, "content[0].size is out of range"},
+        {{{"size", -1}}, "content[0].size is out of range"},
+        {{{"text", 7}}, "content[0].text is not text"},
+        {{{"body", 7}}, "content[0].body is not text"},
+        {{{"body", "QUI"}}, "content[0].body is not base64"},
+        {{{"body", "Q==="}}, "content[0].body is not base64"},
+        {{{"body", "===="}}, "content[0].body is not base64"},
+        {{{"body", "QQ==QQ=="}}, "content[0].body is not base64"},
+        {{{"body", "QU I"}}, "content[0].body is not base64"},
+        {{{"body", "_-_-"}}, "content[0].body is not base64"},
+        {{{"body", "QR=="}}, "content[0].body is not base64"},
+        {{{"body", "QQ=="}, {"text", "A"}}, "content[0].text stands beside other inline data"},
+        {{{"external_url", 7}}, "content[0].external_url is not text"},
+        {{{"external_url", "https://content.test/a b"}}, "content[0].external_url is not a URL"},
         {{{"external_url", "https://content.test/1"}, {"text", ""}},
-         "a content part has both inline data and an external_url"},
+         "content[0] has both inline data and an external_url"},
         {{{"external_content_url_expiration", "now"}},
-         "external_content_url_expiration is no number of seconds"},
-        {{{"last_accessed", true}}, "last_accessed is no number of seconds"},
-        {{{"transfer_status", 5}}, "transfer_status is out of range"},
-        {{{"transfer_status", -1}}, "transfer_status is out of range"},
-        {{{"transfer_status", "complete"}}, "transfer_status is no whole number"},
-        {{{"file_path", 7}}, "file_path is no text"},
-        {{{"file_path", "a b"}}, "file_path is no relative path"},
-        {{{"file_path", "https://content.test/1"}}, "file_path is no relative path"},
-        {{{"purged", 1}}, "purged is neither true nor false"},
+         "content[0].external_content_url_expiration is not a number of seconds"},
+        {{{"last_accessed", true}}, "content[0].last_accessed is not a number of seconds"},
+        {{{"transfer_status", 5}}, "content[0].transfer_status is out of range"},
+        {{{"transfer_status", -1}}, "content[0].transfer_status is out of range"},
+        {{{"transfer_status", "complete"}}, "content[0].transfer_status is not a whole number"},
+        {{{"file_path", 7}}, "content[0].file_path is not text"},
+        {{{"file_path", "a b"}}, "content[0].file_path is not a relative path"},
+        {{{"file_path", "https://content.test/1"}}, "content[0].file_path is not a relative path"},
+        {{{"purged", 1}}, "content[0].purged is neither true nor false"},
     }));
 }
 
 TEST(ToolImport, AFilePathThatStartsAtTheRootIsABadLine) {
     expectEachToBeRefused(withPart({
-        {{{"file_path", "/etc/hosts"}}, "file_path is no relative path"},
-        {{{"file_path", "//content.test/1"}}, "file_path is no relative path"},
-        {{{"file_path", "../x"}}, "file_path leads out of the cache directory"},
-        {{{"file_path", "a/../../x"}}, "file_path leads out of the cache directory"},
-        {{{"file_path", "%2E%2E/x"}}, "file_path leads out of the cache directory"},
-        {{{"file_path", ""}}, "file_path names no file"},
-        {{{"file_path", "a/"}}, "file_path names no file"},
-        {{{"file_path", "a%00"}}, "file_path names no file"},
+        {{{"file_path", "/etc/hosts"}}, "content[0].file_path is not a relative path"},
+        {{{"file_path", "//content.test/1"}}, "content[0].file_path is not a relative path"},
+        {{{"file_path", "../x"}}, "content[0].file_path leads out of the cache directory"},
+        {{{"file_path", "a/../../x"}}, "content[0].file_path leads out of the cache directory"},
+        {{{"file_path", "%2E%2E/x"}}, "content[0].file_path leads out of the cache directory"},
+        {{{"file_path", ""}}, "content[0].file_path names no file"},
+        {{{"file_path", "a/"}}, "content[0].file_path names no file"},
+        {{{"file_path", "a%00"}}, "content[0].file_path names no file"},
     }));
 }
 
@@ -277,10 +279,10 @@ TEST(ToolImport, AnEventWithoutAClientIDOrATypeIsABadLine) {
 }
 
 TEST(ToolImport, AValueThatIsNoObjectIsABadLine) {
-    expectEachToBeRefused({{"[]", "the line is no object"},
-                           {"7", "the line is no object"},
-                           {"null", "the line is no object"},
-                           {"\"text\"", "the line is no object"}});
+    expectEachToBeRefused({{"[]", "the line is not an object"},
+                           {"7", "the line is not an object"},
+                           {"null", "the line is not an object"},
+                           {"\"text\"", "the line is not an object"}});
 }
 
 TEST(ToolImport, ALineThatIsNoJSONIsABadLine) {
@@ -305,7 +307,7 @@ TEST(ToolImport, ALineThatIsNoJSONIsABadLine) {
         SCOPED_TRACE(line);
         const ToolRun imported = store.import(lines({eventJSON(1)}) + line + "\n");
         EXPECT_EQ(imported.status, 1) << "a bad line stops the import";
-        EXPECT_EQ(imported.err.find("zavevents: " + store.importedFile() + ":2: is no JSON: "), 0U)
+        EXPECT_EQ(imported.err.find("zavevents: " + store.importedFile() + ":2: is not JSON: "), 0U)
             << imported.err;
     }
     EXPECT_EQ(store.events(), "") << "nothing of a batch with a bad line is stored";
@@ -319,7 +321,7 @@ TEST(ToolImport, BytesThatAreNotUTF8AreABadLine) {
         line.replace(line.find('~'), 1, bytes);
         const ToolRun imported = store.import(line + "\n");
         EXPECT_EQ(imported.status, 1) << "a line is UTF-8";
-        EXPECT_EQ(imported.err.find("zavevents: " + store.importedFile() + ":1: is no JSON: "), 0U)
+        EXPECT_EQ(imported.err.find("zavevents: " + store.importedFile() + ":1: is not JSON: "), 0U)
             << imported.err;
     }
     EXPECT_EQ(store.events(), "");
@@ -441,6 +443,210 @@ TEST(ToolImport, FieldsThatItDoesNotKnowAreIgnored) {
     EXPECT_EQ(decorated.events(), plain.events());
 }
 
+TEST(ToolImport, NumbersOutOfRangeInFieldsThatItDoesNotKnowAreIgnored) {
+    const ToolStore plain;
+    plain.importWell(
+        lines({messageWith(1, {{"text", "-1e400"}}, {{"server_timestamp", 9223372036854775807}})}));
+    const std::vector<std::string> numbers = {"18446744073709551616",
+                                              "-9223372036854775809",
+                                              "1e400",
+                                              "-1E+400",
+                                              "0.1e-400",
+                                              std::string(400, '9'),
+                                              "1" + std::string(400, '0') + ".5"};
+    for (const std::string& number : numbers) {
+        SCOPED_TRACE(number);
+        json event = messageWith(1, {{"text", "-1e400"}, {"x", "~"}},
+                                 {{"server_timestamp", 9223372036854775807}, {"y", {{{"z", "~"}}}}});
+        std::string line = event.dump();
+        for (std::size_t at = 0; (at = line.find("\"~\"")) != std::string::npos;) {
+            line.replace(at, 3, number);
+        }
+        const ToolStore store;
+        store.importWell(line + "\n");
+        EXPECT_EQ(store.events(), plain.events());
+    }
+}
+
+TEST(ToolImport, NumbersOutOfRangeInFieldsThatItKnowsNameTheField) {
+    const auto withNumber = [](json event, const std::string& number, const std::string& reason) {
+        std::string line = event.dump();
+        line.replace(line.find("\"~\""), 3, number);
+        return BadLine{line, reason};
+    };
+    std::vector<BadLine> badLines;
+    for (const std::string number : {"18446744073709551616", "-9223372036854775809", "1e400", "9.5e18"}) {
+        for (const std::string field : {"seq", "server_timestamp", "type", "subtype", "target_seq"}) {
+            badLines.push_back(withNumber(eventJSON(3, {{field, "~"}}), number, field + " is out of range"));
+        }
+        badLines.push_back(
+            withNumber(messageWith(3, {{"size", "~"}}), number, "content[0].size is out of range"));
+    }
+    for (const std::string field : {"last_accessed", "external_content_url_expiration"}) {
+        badLines.push_back(
+            withNumber(messageWith(3, {{field, "~"}}), "-1e400", "content[0]." + field + " is out of range"));
+    }
+    expectEachToBeRefused(badLines);
+}
+
+TEST(ToolImport, NumbersThatAreNoneAreBadAlsoBesideSomeOutOfRange) {
+    const ToolStore store;
+    for (const std::string number : {"01e400", "1e", "1.e400", "-", "1e400e5", "+1e400", "1e400x"}) {
+        SCOPED_TRACE(number);
+        std::string line = eventJSON(1, {{"x", "~"}}).dump();
+        line.replace(line.find("\"~\""), 3, "[1e400," + number + "]");
+        const ToolRun imported = store.import(line + "\n");
+        EXPECT_EQ(imported.status, 1);
+        EXPECT_EQ(imported.err.find("zavevents: " + store.importedFile() + ":1: is not JSON: "), 0U)
+            << imported.err;
+    }
+}
+
+TEST(ToolImport, ADateMayBeBeyondEveryWholeNumber) {
+    const ToolStore store;
+    std::string line = messageWith(1, {{"text", "hi"}, {"last_accessed", "~"}}).dump();
+    line.replace(line.find("\"~\""), 3, "36893488147419103232");
+    store.importWell(line + "\n");
+    EXPECT_EQ(onlyPart(store).at("last_accessed"), 36893488147419103232.0);
+    const ToolStore copy;
+    copy.importWell(store.events());
+    EXPECT_EQ(copy.events(), store.events());
+}
+
+TEST(ToolImport, AFieldThatStandsTwiceInALineIsABadOne) {
+    const auto twice = [](json event, const std::string& name, const std::string& reason) {
+        std::string line = event.dump();
+        line.replace(line.find("\"~"), 2, "\"" + name);
+        return BadLine{line, reason};
+    };
+    std::vector<BadLine> badLines;
+    const json whole = {{"type", 4},
+                        {"subtype", 1},
+                        {"seq", 1},
+                        {"client_seq", 1},
+                        {"preceding_seq", 1},
+                        {"target_seq", 1},
+                        {"creator_id", "a"},
+                        {"creator_name", "a"},
+                        {"server_timestamp", 1},
+                        {"member_id", "a"},
+                        {"content", json::array({json::object()})},
+                        {"transient_metadata", {{"a", "b"}}}};
+    for (const auto& [field, value] : whole.items()) {
+        badLines.push_back(
+            twice(eventJSON(3, {{field, value}, {"~", value}}), field, field + " stands there twice"));
+    }
+    const json part = {{"media_type", "a/b"},  {"size", 1},        {"last_accessed", 1},
+                       {"transfer_status", 2}, {"file_path", "a"}, {"purged", true}};
+    for (const auto& [field, value] : part.items()) {
+        badLines.push_back(twice(messageWith(3, {{field, value}, {"~", value}}), field,
+                                 "content[0]." + field + " stands there twice"));
+    }
+    badLines.push_back(twice(eventJSON(3, {{"transient_metadata", {{"a", "b"}, {"~", "c"}}}}), "a",
+                             "transient_metadata.a stands there twice"));
+    expectEachToBeRefused(badLines);
+}
+
+TEST(ToolImport, AnErrorInAPartSaysInWhich) {
+    const auto withParts = [](const json& parts) { return eventJSON(3, {{"content", parts}}).dump(); };
+    const json good = {{"text", "good"}};
+    expectEachToBeRefused({
+        {withParts({good, {{"body", "?"}}}), "content[1].body is not base64"},
+        {withParts({good, good, 7}), "content[2] is not an object"},
+        {withParts({good, urlPart}),
+         "content[1] has an external_url and no transfer_status: --app-id and --user must say for whom to download "
+         "it"},
+    });
+}
+
+TEST(ToolImport, ANameInAMessageIsOnOneLineAndOfBoundedLength) {
+    const std::string name = "a\n\x1B[2J" + std::string(1000, 'x');
+    const ToolStore store;
+    const ToolRun imported = store.import(lines({eventJSON(1, {{"transient_metadata", {{name, 7}}}})}));
+    EXPECT_EQ(imported.err.find("zavevents: " + store.importedFile() + ":1: transient_metadata.a??[2Jxxx"),
+              0U)
+        << imported.err;
+    EXPECT_LT(imported.err.size(), 500U);
+}
+
+TEST(ToolImport, AMarkOfUTF8AtTheBeginningIsPassedOver) {
+    const std::string mark = "\xEF\xBB\xBF";
+    const ToolStore store;
+    store.importWell(mark + lines({eventJSON(1), eventJSON(2)}));
+    EXPECT_EQ(countOf(store), 2U);
+    store.importWell(mark);
+    store.importWell(mark + "\n" + lines({eventJSON(3)}));
+    EXPECT_EQ(countOf(store), 3U);
+    EXPECT_EQ(store.import(lines({eventJSON(4)}) + mark + lines({eventJSON(5)})).status, 1)
+        << "it is none in another place";
+}
+
+TEST(ToolImport, TextInAnotherEncodingIsToldFromEvents) {
+    const std::string line = "{}\n";
+    const auto wide = [&](std::size_t before, std::size_t after) {
+        std::string text;
+        for (const char character : line) {
+            text += std::string(before, '\0') + character + std::string(after, '\0');
+        }
+        return text;
+    };
+    const std::vector<std::pair<std::string, std::string>> inputs = {
+        {"\xFF\xFE" + wide(0, 1), "UTF-16"},
+        {"\xFE\xFF" + wide(1, 0), "UTF-16"},
+        {wide(0, 1), "UTF-16"},
+        {wide(1, 0), "UTF-16"},
+        {std::string("\xFF\xFE\0\0", 4) + wide(0, 3), "UTF-32"},
+        {std::string("\0\0\xFE\xFF", 4) + wide(3, 0), "UTF-32"},
+        {wide(0, 3), "UTF-32"},
+        {wide(3, 0), "UTF-32"},
+    };
+    for (const auto& [bytes, encoding] : inputs) {
+        for (const std::vector<std::string>& options :
+             std::vector<std::vector<std::string>>{{}, {"--skip-bad-lines"}}) {
+            SCOPED_TRACE(encoding + " " + json::binary({bytes.begin(), bytes.end()}).dump());
+            const ToolStore store;
+            const ToolRun imported = store.import(bytes, options);
+            EXPECT_EQ(imported.status, 1) << "the whole file is unreadable, not a line of it";
+            EXPECT_EQ(imported.err, "zavevents: " + store.importedFile() + ":1: is " + encoding +
+                                        ", events are read as UTF-8\n"
+                                        "0 events of the batches before are stored, none of this batch\n");
+        }
+    }
+}
+
+TEST(ToolImport, ADirectoryIsNoInput) {
+    const ToolStore store;
+    const std::string directory = store.file("events");
+    std::filesystem::create_directory(directory);
+    const ToolRun imported = store.run("import", {directory});
+    EXPECT_EQ(imported.status, 1);
+    EXPECT_EQ(imported.err, "zavevents: " + directory + ": Is a directory\n");
+    EXPECT_FALSE(std::filesystem::exists(store.path()))
+        << "no database is made for an import that cannot start";
+}
+
+TEST(ToolImport, DeeplyNestedFieldsAreIgnoredWithinBounds) {
+    const auto nested = [](int depth) {
+        std::string line = eventJSON(1, {{"x", "~"}}).dump();
+        return line.replace(line.find("\"~\""), 3,
+                            std::string(static_cast<std::size_t>(depth), '[') +
+                                std::string(static_cast<std::size_t>(depth), ']')) +
+               "\n";
+    };
+    const ToolStore store;
+    store.importWell(nested(1000));
+    const ToolRun imported = store.import(nested(1000000));
+    EXPECT_EQ(imported.status, 1);
+    EXPECT_EQ(imported.err.find("zavevents: " + store.importedFile() + ":1: is not JSON: "), 0U)
+        << imported.err;
+}
+
+TEST(ToolImport, AUserMayBeNamedWithoutAnApplication) {
+    const ToolStore store;
+    store.importWell(lines({eventJSON(1)}), {"--user", "ada"});
+    EXPECT_EQ(countOf(store), 1U);
+}
+
 TEST(ToolImport, FieldsThatOnlyTheOutputHasAreIgnored) {
     const ToolStore plain;
     plain.importWell(lines({messageWith(1, {{"text", "hi"}})}));
@@ -509,10 +715,10 @@ TEST(ToolImport, BadLinesAreCountedAndSkippedOnRequest) {
     EXPECT_EQ(imported.status, 0) << "bad lines are no failure then";
     EXPECT_EQ(imported.out, "imported 2 events in 1 streams: 2 new, 0 updated, 3 bad lines skipped\n");
     const std::string file = store.importedFile();
-    EXPECT_NE(imported.err.find(file + ":1: is no JSON: "), std::string::npos) << imported.err;
+    EXPECT_NE(imported.err.find(file + ":1: is not JSON: "), std::string::npos) << imported.err;
     EXPECT_NE(imported.err.find(file + ":3: client_id is missing (skipped)\n"), std::string::npos)
         << imported.err;
-    EXPECT_NE(imported.err.find(file + ":5: the line is no object (skipped)\n"), std::string::npos)
+    EXPECT_NE(imported.err.find(file + ":5: the line is not an object (skipped)\n"), std::string::npos)
         << imported.err;
     EXPECT_EQ(countOf(store), 2U);
 }
@@ -626,24 +832,17 @@ TEST(ToolImport, TheLaterLineOfAnEventWins) {
 }
 
 TEST(ToolImport, AnEventFirstWithoutAndLaterWithASequenceIsOneEvent) {
-    const std::string sequenced = lines({eventJSON(1, {{"seq", 9}})});
+    const std::string waiting = lines({eventJSON(1, {{"creator_id", "ada"}})});
+    const std::string sequenced = lines({eventJSON(1, {{"creator_id", "ada"}, {"seq", 9}})});
     const ToolStore inOneFile;
-    inOneFile.importWell(lines({eventJSON(1)}) + sequenced);
+    inOneFile.importWell(waiting + sequenced);
     const ToolStore inTwoFiles;
-    inTwoFiles.importWell(lines({eventJSON(1)}));
+    inTwoFiles.importWell(waiting);
     inTwoFiles.importWell(sequenced);
     const ToolStore atOnce;
     atOnce.importWell(sequenced);
     EXPECT_EQ(inOneFile.events(), atOnce.events());
     EXPECT_EQ(inTwoFiles.events(), atOnce.events());
-}
-
-TEST(ToolImport, AnEventThatGetsItsStreamAndSequenceLaterIsOneEvent) {
-    const ToolStore store;
-    store.importWell(lines({eventJSON(1, {{"stream_id", nullptr}})}));
-    store.importWell(lines({eventJSON(1, {{"seq", 9}})}));
-    EXPECT_EQ(fieldOfLines(store.events(), "seq"), std::vector<json>{9});
-    EXPECT_EQ(fieldOfLines(store.events(), "stream_id"), std::vector<json>{uuidText(0xAA)});
 }
 
 TEST(ToolImport, AnEventWithoutASequenceDoesNotTakeTheStoredOneAway) {
@@ -667,13 +866,6 @@ TEST(ToolImport, OneClientIDAtTwoSequencesIsTwoEvents) {
     EXPECT_EQ(fieldOfLines(events, "seq"), (std::vector<json>{1, 2}));
 }
 
-TEST(ToolImport, AReimportKeepsTheContentPartsAsTheyAreStored) {
-    const ToolStore store;
-    store.importWell(lines({messageWith(1, {{"text", "first"}})}));
-    store.importWell(lines({messageWith(1, {{"text", "second"}})}));
-    EXPECT_EQ(onlyPart(store).at("text"), "first");
-}
-
 TEST(ToolImport, OnlyNewEventsAreRecordedAsChanges) {
     const ToolStore store;
     const std::vector<std::string> recording = {"--record-changes"};
@@ -684,7 +876,8 @@ TEST(ToolImport, OnlyNewEventsAreRecordedAsChanges) {
         recording);
     EXPECT_EQ(fieldOfLines(store.events({"--unprocessed"}), "client_id"),
               (std::vector<json>{uuidText(3), uuidText(4)}));
-    store.importWell(lines({eventJSON(3, {{"seq", 7}}), eventJSON(4)}), recording);
+    store.importWell(lines({eventJSON(3, {{"seq", 7}, {"creator_id", "ada"}}), eventJSON(4)}),
+                     {"--record-changes", "--user", "ada"});
     EXPECT_EQ(store.execute("SELECT hex(substr(client_id, -1)), change_type FROM synced_changes"
                             " JOIN events ON row_identifier = events.database_identifier ORDER BY 1"),
               (std::vector<std::string>{"03|0", "04|0"}))
@@ -716,7 +909,7 @@ TEST(ToolImport, APartWithAnExternalURLIsMadeReadyForDownload) {
 
 TEST(ToolImport, APartToDownloadForNobodyIsABadLine) {
     expectEachToBeRefused({{messageWith(3, urlPart).dump(),
-                            "a content part has an external_url and no transfer_status: --app-id and --user "
+                            "content[0] has an external_url and no transfer_status: --app-id and --user "
                             "must say for whom to download it"}});
 }
 

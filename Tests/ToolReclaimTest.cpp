@@ -262,7 +262,7 @@ TEST(Reclaim, AFileUrlIsRefused) {
     const CacheStore cache(beforeAGoodOne("placeholder"));
     cache.store().execute("UPDATE event_content_parts SET file_path = 'file://" + cache.beside("secret") +
                           "' WHERE event_content_part_id = 0");
-    expectThatTheFileBesideTheCacheStays(cache, "event 1 part 0: the stored file_path is no relative path");
+    expectThatTheFileBesideTheCacheStays(cache, "event 1 part 0: the stored file_path is not a relative path");
 }
 
 TEST(Reclaim, ADirectoryWhoseNameBeginsLikeTheCachesIsOutsideIt) {
@@ -333,7 +333,7 @@ TEST(Reclaim, APathThatLeadsThroughAFileIsRefused) {
 TEST(Reclaim, AStoredTextThatIsNoPathIsRefused) {
     const CacheStore cache(beforeAGoodOne("no path"));
     const std::string file = cache.addFile("cache/no path");
-    expectRefusal(cache, "event 1 part 0: the stored file_path is no relative path");
+    expectRefusal(cache, "event 1 part 0: the stored file_path is not a relative path");
     EXPECT_TRUE(fs::exists(file)) << "a file that the path does not name stays";
 }
 
@@ -482,7 +482,7 @@ TEST(Reclaim, PartsWhoseIndexIsNoNumberOrWhoseEventIsMissingAreReclaimedByTheirR
     EXPECT_EQ(dry.out,
               "by-text: 10 bytes\nby-number: 10 bytes\nwell: was gone already\n3 parts, 20 bytes to free\n");
     const std::string refusal =
-        "event 7 part 0: the stored file_path is no relative path\nzavevents: 1 parts could not be reclaimed\n";
+        "event 7 part 0: the stored file_path is not a relative path\nzavevents: 1 parts could not be reclaimed\n";
     EXPECT_EQ(dry.err, refusal);
     const ToolRun run = cache.reclaim("1000");
     EXPECT_EQ(run.status, 1);
@@ -510,7 +510,7 @@ TEST(Reclaim, PathsThatAreRefusedAndFilesThatAreGoneDoNotCountTowardTheBytes) {
     const ToolRun run = cache.reclaim("10");
     EXPECT_EQ(run.status, 0) << "what was asked for was freed: " << run.err;
     EXPECT_EQ(run.err, cache.beside("x") + ": leads out of the cache directory\n" +
-                           "event 1 part 2: the stored file_path is no relative path\n")
+                           "event 1 part 2: the stored file_path is not a relative path\n")
         << "a refusal is told all the same";
     EXPECT_EQ(run.out, "gone: was gone already\ngood: 10 bytes\n2 parts, 10 bytes freed\n");
     EXPECT_FALSE(fs::exists(good));

@@ -2,11 +2,16 @@
 
 #include <simdjson.h>
 
+#include <algorithm>
+#include <array>
+#include <cmath>
 #include <limits>
+#include <new>
 #include <utility>
 #include <vector>
 
 #include "Base64.h"
+#include "JSONNumbers.h"
 #include "Private/Foundation/ZAVDictionary.h"
 #include "Private/Model/Repositories/ZAVEventRepository.h"
 #include "Private/Model/Repositories/ZAVMessageRepositoryCache.h"
@@ -18,19 +23,32 @@ namespace {
 using namespace zav;
 using simdjson::dom::element;
 
+/// Whole numbers from here on fit no field.
+constexpr double beyondWholeNumbers = 9223372036854775808.0;
+
+/// A name from a line as a message shows it: on one line, within bounds, and nothing that a terminal obeys.
+std::string printable(std::string_view name) {
+    constexpr std::size_t longest = 200;
+    std::string text(name.substr(0, longest));
+    std::replace_if(
+        text.begin(), text.end(), [](unsigned char byte) { return byte < 0x20 || byte == 0x7F; }, '?');
+    return name.size() > longest ? text + "..." : text;
+}
+
 /// One field of an object, for reading and for complaining about it.
 struct Field {
     std::string_view key;
     element value;
+    std::string_view place{};  ///< where its object stands in the line
 
     [[noreturn]] void complain(const std::string& complaint) const {
-        throw BadLine(std::string(key) + " " + complaint);
+        throw BadLine(printable(std::string(place).append(key)) + " " + complaint);
     }
 
     [[nodiscard]] std::string_view text() const {
         std::string_view result;
         if (value.get_string().get(result) != simdjson::SUCCESS) {
-            complain("is no text");
+            complain("is not text");
         }
         return result;
     }
@@ -40,20 +58,22 @@ struct Field {
                                 std::int64_t most = std::numeric_limits<Number>::max()) const {
         std::int64_t result = 0;
         const auto status = value.get_int64().get(result);
-        if (status == simdjson::NUMBER_OUT_OF_RANGE ||
-            (status == simdjson::SUCCESS && (result < least || result > most))) {
-            complain("is out of range");
+        if (status == simdjson::SUCCESS && result >= least && result <= most) {
+            return static_cast<Number>(result);
         }
-        if (status != simdjson::SUCCESS) {
-            complain("is no whole number");
-        }
-        return static_cast<Number>(result);
+        double large = 0;
+        const bool isLarge =
+            value.get_double().get(large) == simdjson::SUCCESS && std::abs(large) >= beyondWholeNumbers;
+        complain(status == simdjson::SUCCESS || isLarge ? "is out of range" : "is not a whole number");
     }
 
     [[nodiscard]] ZAVDate date() const {
         double seconds = 0;
         if (value.get_double().get(seconds) != simdjson::SUCCESS) {
-            complain("is no number of seconds");
+            complain("is not a number of seconds");
+        }
+        if (std::abs(seconds) >= beyondEveryDouble) {
+            complain("is out of range");
         }
         return ZAVDateFromSecondsSince1970(seconds + 0.0);  // negative zero is stored as plain zero
     }
@@ -69,7 +89,7 @@ struct Field {
     [[nodiscard]] ZAVUUID uuid() const {
         const auto result = ZAVUUID::fromString(text());
         if (!result) {
-            complain("is no UUID");
+            complain("is not a UUID");
         }
         return *result;
     }
@@ -77,7 +97,7 @@ struct Field {
     [[nodiscard]] ZAVData base64() const {
         auto result = dataFromBase64(text());
         if (!result) {
-            complain("is no base64");
+            complain("is not base64");
         }
         return *std::move(result);
     }
@@ -85,7 +105,7 @@ struct Field {
     [[nodiscard]] simdjson::dom::object object() const {
         simdjson::dom::object result;
         if (value.get_object().get(result) != simdjson::SUCCESS) {
-            complain("is no object");
+            complain("is not an object");
         }
         return result;
     }
@@ -93,30 +113,75 @@ struct Field {
     [[nodiscard]] simdjson::dom::array array() const {
         simdjson::dom::array result;
         if (value.get_array().get(result) != simdjson::SUCCESS) {
-            complain("is no array");
+            complain("is not an array");
         }
         return result;
     }
 };
 
+/// Refuses a field that stands twice in an object: one of the two would be lost without a word. Fields that
+/// are not known may.
+template <std::size_t count>
+class Once {
+public:
+    explicit Once(const std::array<std::string_view, count>& names) : names_(names) {}
+
+    void note(const Field& field) {
+        const auto name = std::find(names_.begin(), names_.end(), field.key);
+        if (name == names_.end()) {
+            return;
+        }
+        const std::uint32_t bit = 1U << (name - names_.begin());
+        if ((seen_ & bit) != 0) {
+            field.complain("stands there twice");
+        }
+        seen_ |= bit;
+    }
+
+private:
+    const std::array<std::string_view, count>& names_;
+    std::uint32_t seen_ = 0;
+};
+
+constexpr std::array<std::string_view, 14> eventFields{
+    "client_id",        "type",       "stream_id",  "subtype",           "seq",
+    "preceding_seq",    "client_seq", "target_seq", "creator_id",        "creator_name",
+    "server_timestamp", "member_id",  "content",    "transient_metadata"};
+
+constexpr std::array<std::string_view, 10> partFields{"media_type",    "size",
+                                                      "text",          "body",
+                                                      "external_url",  "purged",
+                                                      "last_accessed", "transfer_status",
+                                                      "file_path",     "external_content_url_expiration"};
+
+ZAVData readBytes(const Field& field) {
+    std::optional<ZAVData> bytes;
+    for (const auto& [key, value] : field.object()) {
+        if (key == "base64") {
+            if (bytes) {
+                field.complain("has base64 twice");
+            }
+            bytes = Field{field.key, value, field.place}.base64();
+        }
+    }
+    if (!bytes) {
+        field.complain("is neither text nor base64");
+    }
+    return *std::move(bytes);
+}
+
 ZAVDictionary readMetadata(const Field& field) {
     ZAVDictionary metadata;
     for (const auto& [key, value] : field.object()) {
-        const std::string name = "transient_metadata." + std::string(key);
+        const Field entry{key, value, "transient_metadata."};
+        if (metadata.find(key) != nullptr) {
+            entry.complain("stands there twice");
+        }
         if (value.is_string()) {
-            metadata.set(std::string(key), std::string(Field{name, value}.text()));
-            continue;
+            metadata.set(std::string(key), std::string(entry.text()));
+        } else {
+            metadata.set(std::string(key), readBytes(entry));
         }
-        std::optional<ZAVData> bytes;
-        for (const auto& [innerKey, innerValue] : Field{name, value}.object()) {
-            if (innerKey == "base64") {
-                bytes = Field{name, innerValue}.base64();
-            }
-        }
-        if (!bytes) {
-            Field{name, value}.complain("is neither text nor base64");
-        }
-        metadata.set(std::string(key), *std::move(bytes));
     }
     return metadata;
 }
@@ -127,11 +192,15 @@ struct ReadPart {
     bool hasStatus = false;
 };
 
-ReadPart readPart(const element& source, const ZAVURL& cacheDirectory) {
+ReadPart readPart(const element& source, std::size_t index, const ZAVURL& cacheDirectory) {
     ReadPart result{std::make_shared<ZAVEventContent>()};
     ZAVEventContent& part = *result.part;
-    for (const auto& [key, value] : Field{"a content part", source}.object()) {
-        const Field field{key, value};
+    const std::string name = "content[" + std::to_string(index) + "]";
+    const std::string place = name + ".";
+    Once once(partFields);
+    for (const auto& [key, value] : Field{name, source}.object()) {
+        const Field field{key, value, place};
+        once.note(field);
         if (key == "media_type") {
             part.set_media_type(std::string(field.text()));
         } else if (key == "size") {
@@ -143,7 +212,7 @@ ReadPart readPart(const element& source, const ZAVURL& cacheDirectory) {
             part.set_body(key == "text" ? ZAVData::fromText(field.text()) : field.base64());
         } else if (key == "external_url") {
             if (!ZAVURL::URLWithString(field.text())) {
-                field.complain("is no URL");
+                field.complain("is not a URL");
             }
             part.set_external_url(std::string(field.text()));
         } else if (key == "external_content_url_expiration") {
@@ -164,7 +233,7 @@ ReadPart readPart(const element& source, const ZAVURL& cacheDirectory) {
         }
     }
     if (part.body() && part.external_url()) {
-        throw BadLine("a content part has both inline data and an external_url");
+        throw BadLine(name + " has both inline data and an external_url");
     }
     if (!part.sizeIsSet()) {
         part.set_size(part.body() ? static_cast<std::int64_t>(part.body()->size()) : 0);
@@ -180,16 +249,16 @@ ReadPart readPart(const element& source, const ZAVURL& cacheDirectory) {
 /// are.
 void prepareForDownload(ZAVEvent& event, const std::vector<ReadPart>& parts,
                         const std::optional<DownloadOwner>& owner) {
-    bool needed = false;
-    for (const ReadPart& read : parts) {
-        needed = needed || (!read.hasStatus && read.part->external_url());
-    }
-    if (!needed) {
+    const auto needed = std::find_if(parts.begin(), parts.end(), [](const ReadPart& read) {
+        return !read.hasStatus && read.part->external_url();
+    });
+    if (needed == parts.end()) {
         return;
     }
     if (!owner) {
         throw BadLine(
-            "a content part has an external_url and no transfer_status: --app-id and --user must say for whom to "
+            "content[" + std::to_string(needed - parts.begin()) +
+            "] has an external_url and no transfer_status: --app-id and --user must say for whom to "
             "download it");
     }
     struct Kept {
@@ -218,16 +287,15 @@ public:
         : owner_(std::move(owner)), cacheDirectory_(ZAVMessageRepositoryCacheBaseDirectoryURL()) {}
 
     ReadEvent read(std::string_view line) {
-        element document;
-        if (const auto status = json_.parse(line.data(), line.size()).get(document);
-            status != simdjson::SUCCESS) {
-            throw BadLine(std::string("is no JSON: ") + simdjson::error_message(status));
-        }
+        const element document = parse(line);
         ReadEvent result{std::make_shared<ZAVEvent>(), std::nullopt};
         ZAVEvent& event = *result.event;
         std::vector<ReadPart> parts;
+        Once once(eventFields);
         for (const auto& [key, value] : Field{"the line", document}.object()) {
-            readField(Field{key, value}, event, parts, result.unnamedStream);
+            const Field field{key, value};
+            once.note(field);
+            readField(field, event, parts, result.unnamedStream);
         }
         if (!event.client_id()) {
             throw BadLine("client_id is missing");
@@ -248,6 +316,22 @@ public:
     }
 
 private:
+    [[nodiscard]] element parse(std::string_view line) {
+        element document;
+        auto status = json_.parse(line.data(), line.size()).get(document);
+        if (status == simdjson::NUMBER_ERROR) {
+            const std::string readable = withReadableNumbers(line);
+            status = json_.parse(readable.data(), readable.size()).get(document);
+        }
+        if (status == simdjson::MEMALLOC) {
+            throw std::bad_alloc();
+        }
+        if (status != simdjson::SUCCESS) {
+            throw BadLine(std::string("is not JSON: ") + simdjson::error_message(status));
+        }
+        return document;
+    }
+
     void readField(const Field& field, ZAVEvent& event, std::vector<ReadPart>& parts,
                    std::optional<std::int64_t>& unnamedStream) const {
         const std::string_view key = field.key;
@@ -281,9 +365,8 @@ private:
         } else if (key == "transient_metadata") {
             event.set_transient_metadata(readMetadata(field));
         } else if (key == "content") {
-            parts.clear();
             for (const element& part : field.array()) {
-                parts.push_back(readPart(part, cacheDirectory_));
+                parts.push_back(readPart(part, parts.size(), cacheDirectory_));
             }
         } else if (key == "stream_database_identifier") {
             std::int64_t number = 0;

@@ -3,20 +3,14 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 
+#include "BadLine.h"
 #include "Private/Foundation/ZAVUUID.h"
 #include "Private/Model/Synchronization/ZAVEvent.h"
 
 namespace zavevents {
-
-/// A line that is no event; the text says why.
-class BadLine : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
 
 /// For whom the files of content to download are kept.
 struct DownloadOwner {

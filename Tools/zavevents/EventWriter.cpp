@@ -114,10 +114,13 @@ public:
             std::array<char, 64> digits;
             char* const begin = digits.data();
             char* const limit = begin + digits.size();
-            // Whole seconds in plain digits; else whatever is shortest and reads back the same.
-            const bool plain = seconds == std::trunc(seconds) && std::abs(seconds) < 1e15;
-            const auto end = plain ? std::to_chars(begin, limit, seconds, std::chars_format::fixed)
-                                   : std::to_chars(begin, limit, seconds);
+            // Whole seconds in plain digits; else whatever is shortest and reads back the same. Many digits
+            // without a point or an exponent would be taken for an integer, and be too long for one.
+            const bool isWhole = seconds == std::trunc(seconds);
+            const auto end = !isWhole ? std::to_chars(begin, limit, seconds)
+                             : std::abs(seconds) < 1e15
+                                 ? std::to_chars(begin, limit, seconds, std::chars_format::fixed)
+                                 : std::to_chars(begin, limit, seconds, std::chars_format::scientific);
             out_.append(begin, end.ptr);
         }
     }

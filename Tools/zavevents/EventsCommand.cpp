@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <iostream>
 #include <map>
 #include <memory>
 #include <optional>
@@ -9,9 +10,11 @@
 #include "Arguments.h"
 #include "Commands.h"
 #include "EventWriter.h"
+#include "ExactExpirations.h"
 #include "Help.h"
 #include "Output.h"
 #include "Private/Model/Repositories/ZAVEventRepository.h"
+#include "ReadBackCheck.h"
 #include "Store.h"
 #include "ToolError.h"
 
@@ -134,15 +137,50 @@ std::vector<std::shared_ptr<ZAVEvent>> select(const ZAVEventRepository& reposito
     return ordered;
 }
 
-void writeEvents(const EventsOptions& options) {
-    const ZAVEventRepository repository(openStore(options.database));
-    const auto events = select(repository, options);
+/// Which of the events the service has sequenced, in their order.
+std::vector<bool> sequencedOf(const std::vector<std::shared_ptr<ZAVEvent>>& events,
+                              const ZAVEventRepository& repository, const EventsOptions& options) {
     const bool allSequenced = options.posted || options.revived || options.seq;
     const bool noneSequenced = options.publishable || options.unpublishable;
     SequencedEvents sequenced(repository);
-    Output output;
+    std::vector<bool> result;
+    result.reserve(events.size());
     for (const auto& event : events) {
-        appendEvent(*event, allSequenced || (!noneSequenced && sequenced.contains(*event)), output.text());
+        result.push_back(allSequenced || (!noneSequenced && sequenced.contains(*event)));
+    }
+    return result;
+}
+
+bool selectsAll(const EventsOptions& options) {
+    return !(options.publishable || options.unpublishable || options.unprocessed || options.posted ||
+             options.revived || options.row || options.seq);
+}
+
+void writeEvents(const EventsOptions& options) {
+    const auto database = openStore(options.database);
+    const ZAVEventRepository repository(database);
+    const auto events = select(repository, options);
+    const std::vector<bool> isSequenced = sequencedOf(events, repository, options);
+    ExactExpirations expirations(database, selectsAll(options) || options.posted);
+    std::optional<ReadBackCheck> check;
+    if (selectsAll(options)) {
+        check.emplace(*database);
+        check->findTwins(events, isSequenced);
+    }
+    Output output;
+    for (std::size_t index = 0; index < events.size(); ++index) {
+        ZAVEvent& event = *events[index];
+        expirations.restore(event);
+        const std::size_t begin = output.text().size();
+        appendEvent(event, isSequenced[index], output.text());
+        if (check) {
+            const std::string reasons =
+                check->reasonsFor(event, std::string_view(output.text()).substr(begin));
+            if (!reasons.empty()) {
+                std::cerr << "zavevents: row " << event.databaseIdentifier()
+                          << " cannot be read back as it is: " << reasons << '\n';
+            }
+        }
         output.flushIfLarge();
     }
     output.flush();

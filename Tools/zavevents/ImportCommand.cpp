@@ -1,7 +1,7 @@
-#include <unistd.h>
-
+#include <csignal>
 #include <iostream>
 #include <memory>
+#include <new>
 #include <optional>
 #include <string>
 
@@ -11,6 +11,9 @@
 #include "Importer.h"
 #include "LineReader.h"
 #include "Private/Foundation/NSInternalInconsistencyException.h"
+#include "Private/Logging/DDLog.h"
+#include "ProgressLine.h"
+#include "StopSignals.h"
 #include "Store.h"
 #include "ToolError.h"
 
@@ -29,29 +32,6 @@ struct ImportOptions {
     std::string user;
 };
 
-/// Shows how far a long import is, on a terminal only.
-class Progress {
-public:
-    Progress() = default;
-    Progress(const Progress&) = delete;
-    Progress& operator=(const Progress&) = delete;
-    void show(std::uint64_t lines) {
-        if (isTerminal_ && lines % 10000 == 0) {
-            std::cerr << '\r' << lines << " lines";
-            shown_ = true;
-        }
-    }
-    ~Progress() {
-        if (shown_) {
-            std::cerr << "\r\033[K";
-        }
-    }
-
-private:
-    const bool isTerminal_ = isatty(STDERR_FILENO) != 0;
-    bool shown_ = false;
-};
-
 std::optional<DownloadOwner> ownerFrom(const ImportOptions& options) {
     if (!options.appID) {
         return std::nullopt;
@@ -63,53 +43,117 @@ bool isBlank(std::string_view line) {
     return line.find_first_not_of(" \t\r") == std::string_view::npos;
 }
 
-void import(const ImportOptions& options) {
-    EventReader reader(ownerFrom(options));
-    LineReader lines(options.file);
-    Importer importer(openOrCreateStore(options.database), static_cast<std::size_t>(options.batch),
-                      options.recordChanges);
-    std::uint64_t badLines = 0;
-    const auto place = [&] { return lines.name() + ":" + std::to_string(lines.lineNumber()) + ": "; };
-    const auto stopped = [&](const std::string& reason) {
-        const Importer::Counts& kept = importer.counts();
-        return ToolError(place() + reason + "\n" + std::to_string(kept.added + kept.updated) +
-                         " events of the batches before are stored, none of this batch");
-    };
-    try {
-        Progress progress;
-        while (const auto line = lines.next()) {
-            progress.show(lines.lineNumber());
-            if (isBlank(*line)) {
-                continue;
+std::string nameOf(int signal) {
+    return signal == SIGINT ? "SIGINT" : signal == SIGTERM ? "SIGTERM" : "SIGHUP";
+}
+
+/// One import, from its options to its summary.
+class Import {
+public:
+    Import(const ImportOptions& options, const StopSignals& signals)
+        : options_(options),
+          signals_(signals),
+          reader_(ownerFrom(options)),
+          lines_(options.file, &signals),
+          importer_(openOrCreateStore(options.database), importerOptions(options),
+                    [this](const std::string& remark) { progress_.say(place() + remark); }) {}
+
+    /// @return false when a signal ended it.
+    /// @throws ToolError
+    bool run() {
+        try {
+            storeLines();
+            if (signals_.received() == 0) {
+                importer_.finish();
+                return true;
             }
-            ReadEvent read;
-            try {
-                read = reader.read(*line);
-            } catch (const BadLine& bad) {
-                if (!options.skipBadLines) {
-                    throw;
-                }
-                std::cerr << place() << bad.what() << " (skipped)\n";
-                ++badLines;
-                continue;
-            }
-            importer.add(read);
+        } catch (const BadLine& bad) {
+            throw ToolError(place() + bad.what() + kept());
+        } catch (const NSInternalInconsistencyException& exception) {
+            throw ToolError(place() + "in the batch that ends here: " + exception.reason() + kept());
+        } catch (const std::bad_alloc&) {
+            throw ToolError(place() + "in the batch that ends here: out of memory" + kept());
+        } catch (const ToolError& error) {
+            throw ToolError(place() + "in the batch that ends here: " + error.what() + kept());
         }
-        importer.finish();
-    } catch (const BadLine& bad) {
-        throw stopped(bad.what());
-    } catch (const NSInternalInconsistencyException& exception) {
-        throw stopped("in the batch that ends here: " + exception.reason());
-    } catch (const ToolError& error) {
-        throw stopped(std::string("in the batch that ends here: ") + error.what());
+        progress_.say("zavevents: " + place() + "stopped by " + nameOf(signals_.received()) + kept());
+        return false;
     }
-    const Importer::Counts& counts = importer.counts();
-    std::cout << "imported " << counts.added + counts.updated << " events in " << importer.streamCount()
-              << " streams: " << counts.added << " new, " << counts.updated << " updated";
-    if (options.skipBadLines) {
-        std::cout << ", " << badLines << " bad lines skipped";
+
+    void printSummary() const {
+        const Importer::Counts& counts = importer_.counts();
+        std::cout << "imported " << counts.stored() << " events in " << importer_.streamCount()
+                  << " streams: " << counts.added << " new, " << counts.updated << " updated";
+        if (counts.differing != 0) {
+            std::cout << ", " << counts.differing << " stored with other content";
+        }
+        if (options_.skipBadLines) {
+            std::cout << ", " << badLines_ << " bad lines skipped";
+        }
+        std::cout << '\n';
     }
-    std::cout << '\n';
+
+private:
+    static Importer::Options importerOptions(const ImportOptions& options) {
+        return {static_cast<std::size_t>(options.batch), options.recordChanges,
+                options.user.empty() ? std::nullopt : std::optional(options.user)};
+    }
+
+    void storeLines() {
+        while (const auto line = lines_.next()) {
+            if (signals_.received() != 0) {
+                return;
+            }
+            progress_.show(lines_.lineNumber());
+            if (!isBlank(*line)) {
+                store(*line);
+            }
+        }
+    }
+
+    void store(std::string_view line) {
+        try {
+            importer_.add(reader_.read(line));
+        } catch (const BadLine& bad) {
+            if (!options_.skipBadLines) {
+                throw;
+            }
+            progress_.say(place() + bad.what() + " (skipped)");
+            ++badLines_;
+        }
+    }
+
+    [[nodiscard]] std::string place() const {
+        return lines_.name() + ":" + std::to_string(lines_.lineNumber()) + ": ";
+    }
+
+    [[nodiscard]] std::string kept() const {
+        return "\n" + std::to_string(importer_.counts().stored()) +
+               " events of the batches before are stored, none of this batch";
+    }
+
+    const ImportOptions& options_;
+    const StopSignals& signals_;
+    ProgressLine progress_;
+    EventReader reader_;
+    LineReader lines_;
+    Importer importer_;
+    std::uint64_t badLines_ = 0;
+};
+
+void import(const ImportOptions& options) {
+    int signal = 0;
+    {
+        const StopSignals signals;
+        Import import(options, signals);
+        if (import.run()) {
+            import.printSummary();
+            return;
+        }
+        signal = signals.received();
+    }
+    DDLog::flush();
+    endBySignal(signal);
 }
 
 }  // namespace
@@ -128,9 +172,9 @@ void addImportCommand(CLI::App& app, Action& action) {
     auto* const appID = addOption(*command, "--app-id", options->appID, uuid(),
                                   "The application, a UUID, that content is downloaded for");
     auto* const user =
-        addOption(*command, "--user", options->user, text(), "The user that content is downloaded for");
+        addOption(*command, "--user", options->user, text(),
+                  "The user: the author of stored events without one, and who downloads content");
     appID->needs(user);
-    user->needs(appID);
     setExample(*command, "chat.db events.jsonl");
     command->callback([options, &action] { action = [options] { import(*options); }; });
 }

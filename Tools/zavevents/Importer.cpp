@@ -14,31 +14,63 @@ namespace zavevents {
 
 using namespace zav;
 
-Importer::Importer(std::shared_ptr<FMDatabase> database, std::size_t batchSize, bool recordChanges)
+namespace {
+
+/// The place of an event as one number. Two places may share one: events are then taken to depend on each
+/// other that do not.
+std::uint64_t placeOf(const ZAVEvent& event) {
+    return (static_cast<std::uint64_t>(event.streamDatabaseIdentifier()) << 32) ^
+           static_cast<std::uint32_t>(event.seq());
+}
+
+std::string textOf(const ZAVData& clientID) {
+    const auto uuid = ZAVUUIDFromData(clientID);
+    return uuid ? uuid->UUIDString() : "one that is no UUID";
+}
+
+std::string streamText(const ZAVEvent& event) {
+    const auto uuid = event.streamUUID();
+    return uuid ? uuid->UUIDString() : "in row " + std::to_string(event.streamDatabaseIdentifier());
+}
+
+/// What a line says of a part that the stored one, the current row, does not say.
+std::string differenceOf(const ZAVEventContent& part, const FMResultSet& stored) {
+    if (part.body() && !part.body()->empty() && stored.dataForColumnIndex(2) != part.body()) {
+        return ZAVIsUTF8(part.body()->asText()) ? "text" : "body";
+    }
+    if (part.external_url() && stored.stringForColumnIndex(3) != part.external_url()) {
+        return "external_url";
+    }
+    if (part.media_type() &&
+        stored.stringForColumnIndex(1).value_or("application/octet-stream") != part.media_type()) {
+        return "media_type";
+    }
+    return {};
+}
+
+}  // namespace
+
+Importer::Importer(std::shared_ptr<FMDatabase> database, Options options, Remark remark)
     : database_(std::move(database)),
       events_(database_),
       streamRepository_(database_),
-      batchSize_(batchSize),
-      recordChanges_(recordChanges) {}
+      options_(std::move(options)),
+      remark_(std::move(remark)),
+      recognition_(database_, options_.userID),
+      unnamedStreams_(database_, recognition_) {}
 
 void Importer::add(const ReadEvent& read) {
     if (!transaction_) {
         begin();
     }
     ZAVEvent& event = *read.event;
-    // The same event again: its first appearance must be in the database to be recognised.
-    if (event.seqIsSet() && event.stream_id() ? pendingUnsequenced_.contains(*event.client_id())
-                                              : pendingClients_.contains(*event.client_id())) {
+    event.setStreamDatabaseIdentifier(streamOf(read));
+    if (mayBePending(event)) {
         persistPending();
     }
     adoptStoredEvent(event);
-    placeInStream(read);
-    if (!event.seqIsSet()) {
-        pendingUnsequenced_.insert(*event.client_id());
-    }
-    pendingClients_.insert(*event.client_id());
-    pending_.insert(read.event);
-    if (++inBatch_ == batchSize_) {
+    addToPending(read.event);
+    if (++inBatch_ == options_.batchSize) {
         commit();
     }
 }
@@ -57,66 +89,121 @@ void Importer::begin() {
         throw ToolError("cannot begin a batch", error);
     }
     newestRow_ = queryNumber(*database_, "SELECT IFNULL(MAX(database_identifier), 0) FROM events");
-    storeHasUnsequenced_ =
-        queryNumber(*database_, "SELECT EXISTS (SELECT 1 FROM events WHERE seq IS NULL)") != 0;
+    const bool othersWrote = recognition_.begin();
+    unnamedStreams_.begin(othersWrote);
+    if (othersWrote) {
+        for (auto& [identifier, row] : streams_) {
+            row = ZAVDatabaseIdentifierNotSet;
+        }
+    }
 }
 
-/// Gives the event the row of the stored one that it is, where the repository cannot tell by itself.
-void Importer::adoptStoredEvent(ZAVEvent& event) {
-    if (event.seqIsSet() && event.stream_id() && !storeHasUnsequenced_ && pendingUnsequenced_.empty()) {
-        return;
-    }
-    auto rows =
-        event.seqIsSet()
-            ? database_->executeQuery(
-                  "SELECT database_identifier, stream_database_identifier, seq FROM events AS stored"
-                  " WHERE client_id = ? AND (seq IS NULL OR (seq = ? AND ?)) AND NOT EXISTS (SELECT 1 FROM events AS taken WHERE"
-                  " taken.stream_database_identifier = stored.stream_database_identifier AND taken.seq = ? AND"
-                  " taken.database_identifier != stored.database_identifier)"
-                  " ORDER BY seq IS NULL, database_identifier LIMIT 1",
-                  event.client_id(), event.seq(), !event.stream_id().has_value(), event.seq())
-            : database_->executeQuery(
-                  "SELECT database_identifier, stream_database_identifier, seq FROM events"
-                  " WHERE client_id = ? ORDER BY database_identifier LIMIT 1",
-                  event.client_id());
-    ZAVError error;
-    if (!rows || (!rows->nextWithError(&error) && error)) {
-        throw ToolError("cannot look for a stored event", database_->lastError());
-    }
-    if (rows->columnIndexIsNull(0)) {
-        return;
-    }
-    event.setDatabaseIdentifier(rows->longLongIntForColumnIndex(0));
+/// The row of an event's stream, which is registered if need be.
+ZAVDatabaseIdentifier Importer::streamOf(const ReadEvent& read) {
+    const ZAVEvent& event = *read.event;
     if (!event.stream_id()) {
-        event.setStreamDatabaseIdentifier(rows->longLongIntForColumnIndex(1));
+        return unnamedStreams_.streamOf(read);
     }
-    // The service has sequenced the event since the line was written: that is not to be forgotten.
-    if (!event.seqIsSet() && !rows->columnIndexIsNull(2)) {
-        event.set_seq(rows->intForColumnIndex(2));
+    auto& row = streams_.try_emplace(*event.stream_id(), ZAVDatabaseIdentifierNotSet).first->second;
+    if (row == ZAVDatabaseIdentifierNotSet) {
+        ZAVError error;
+        row = streamRepository_.findOrCreateStreamWithUUID(*event.streamUUID(), &error);
+        if (error) {
+            throw ToolError("cannot register a stream", error);
+        }
+    }
+    return row;
+}
+
+/// Whether a pending event may be this one: it must then be in the database to be recognised.
+bool Importer::mayBePending(const ZAVEvent& event) const {
+    return event.seqIsSet()
+               ? pendingPlaces_.contains(placeOf(event)) ||
+                     (!pendingUnsequenced_.empty() && pendingUnsequenced_.contains(*event.client_id()))
+               : pendingClients_.contains(*event.client_id());
+}
+
+/// Gives the event the row of the stored one that it is.
+void Importer::adoptStoredEvent(ZAVEvent& event) {
+    const auto answer = recognition_.recognise(event, event.streamDatabaseIdentifier());
+    if (answer.conflictingClientID) {
+        throw BadLine("seq " + std::to_string(event.seq()) + " of stream " + streamText(event) +
+                      " is taken by another event: the stored client_id is " +
+                      textOf(*answer.conflictingClientID) + ", the line's " + textOf(*event.client_id()));
+    }
+    if (answer.passedOver && !hasTold_) {
+        hasTold_ = true;
+        remark_("the event in row " + std::to_string(*answer.passedOver) +
+                " has the same stream and client_id, but not both name an author: without --user they are two"
+                " events (further ones are not told of)");
+    }
+    if (!answer.row) {
+        return;
+    }
+    event.setDatabaseIdentifier(*answer.row);
+    if (!event.seqIsSet()) {
+        keepWhatTheServiceAssigned(event);
+    }
+    if (event.content()) {
+        compareContent(event);
     }
 }
 
-void Importer::placeInStream(const ReadEvent& read) {
-    ZAVEvent& event = *read.event;
+/// The service may have sequenced an event since its line was written: that is not to be forgotten.
+void Importer::keepWhatTheServiceAssigned(ZAVEvent& event) {
+    auto rows =
+        database_->executeQuery("SELECT seq, creator_id, timestamp FROM events WHERE database_identifier = ?",
+                                event.databaseIdentifier());
+    if (!rows || !rows->next()) {
+        throw ToolError("cannot read a stored event", database_->lastError());
+    }
+    if (!event.creator_id()) {
+        event.set_creator_id(rows->stringForColumnIndex(1));
+    }
+    if (!rows->columnIndexIsNull(0)) {
+        event.set_seq(rows->intForColumnIndex(0));
+        event.set_server_timestamp(rows->longLongIntForColumnIndex(2));
+    }
+}
+
+/// Tells of content that is not stored because other content is.
+void Importer::compareContent(const ZAVEvent& event) {
+    auto rows = database_->executeQuery(
+        "SELECT event_content_part_id, type, value, url FROM event_content_parts"
+        " WHERE event_database_identifier = ? ORDER BY event_content_part_id",
+        event.databaseIdentifier());
+    const auto& parts = *event.content();
+    std::string differences;
     ZAVError error;
-    if (event.stream_id()) {
-        const auto [entry, isNew] = streams_.try_emplace(*event.stream_id(), ZAVDatabaseIdentifierNotSet);
-        if (isNew) {
-            entry->second = streamRepository_.findOrCreateStreamWithUUID(*event.streamUUID(), &error);
+    while (rows && rows->nextWithError(&error)) {
+        const std::uint64_t index = rows->unsignedLongLongIntForColumnIndex(0);
+        if (index >= parts.size()) {
+            continue;
         }
+        const std::string difference =
+            differenceOf(static_cast<const ZAVEventContent&>(*parts[index]), *rows);
+        if (!difference.empty()) {
+            differences +=
+                (differences.empty() ? "content[" : ", content[") + std::to_string(index) + "]." + difference;
+        }
+    }
+    if (!rows || error) {
+        throw ToolError("cannot read stored content", database_->lastError());
+    }
+    if (!differences.empty()) {
+        ++batch_.differing;
+        remark_("other content is stored and stays, this is not stored: " + differences);
+    }
+}
+
+void Importer::addToPending(const std::shared_ptr<ZAVEvent>& event) {
+    if (event->seqIsSet()) {
+        pendingPlaces_.insert(placeOf(*event));
     } else {
-        const auto [entry, isNew] =
-            unnamedStreams_.try_emplace(read.unnamedStream, event.streamDatabaseIdentifier());
-        if (isNew && entry->second == ZAVDatabaseIdentifierNotSet) {
-            entry->second = streamRepository_.createStreamWithoutUUID(&error);
-        }
-        if (event.streamDatabaseIdentifier() == ZAVDatabaseIdentifierNotSet) {
-            event.setStreamDatabaseIdentifier(entry->second);
-        }
+        pendingUnsequenced_.insert(*event->client_id());
     }
-    if (error) {
-        throw ToolError("cannot register a stream", error);
-    }
+    pendingClients_.insert(*event->client_id());
+    pending_.insert(event);
 }
 
 void Importer::persistPending() {
@@ -126,6 +213,7 @@ void Importer::persistPending() {
     }
     for (const auto& event : pending_) {
         storeBinaryMetadata(*event);
+        recognition_.noteStored(*event);
     }
     const ZAVSyncedChangeRepository changes(database_);
     for (const auto& event : pending_) {
@@ -135,15 +223,15 @@ void Importer::persistPending() {
         }
         newestRow_ = event->databaseIdentifier();
         ++batch_.added;
-        if (recordChanges_ &&
+        if (options_.recordChanges &&
             !changes.recordChange(ZAVSyncedChangeTableNameEvents, event->databaseIdentifier(),
                                   ZAVSyncedChangeTypeInsert, &error)) {
             throw ToolError("cannot record a change", error);
         }
     }
-    storeHasUnsequenced_ = storeHasUnsequenced_ || !pendingUnsequenced_.empty();
     pendingUnsequenced_.clear();
     pendingClients_.clear();
+    pendingPlaces_.clear();
     pending_.clear();
 }
 
@@ -184,6 +272,7 @@ void Importer::commit() {
     transaction_.reset();
     committed_.added += std::exchange(batch_.added, 0);
     committed_.updated += std::exchange(batch_.updated, 0);
+    committed_.differing += std::exchange(batch_.differing, 0);
     inBatch_ = 0;
 }
 

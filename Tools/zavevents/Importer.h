@@ -1,37 +1,54 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
 #include <set>
-#include <unordered_map>
+#include <string>
+#include <unordered_set>
+#include <utility>
 
 #include "EventReader.h"
+#include "EventRecognition.h"
 #include "Private/Database/FMDatabase.h"
 #include "Private/Database/ZAVTransaction.h"
 #include "Private/Model/Repositories/ZAVEventRepository.h"
 #include "Private/Model/Repositories/ZAVStreamRepository.h"
+#include "UnnamedStreams.h"
 
 namespace zavevents {
 
 /// Stores events in batches, each of them whole or not at all, and makes the streams that they need.
 ///
-/// An event that the service has sequenced is recognised by its stream and sequence. One that it has not is
-/// recognised by its `client_id`, and so is the first appearance of its sequence: the stored event then gets
-/// it.
+/// Which stored event an incoming one is, if any, `EventRecognition` tells. One that is stored already is
+/// updated; its content parts stay as they are stored.
 class Importer {
 public:
+    struct Options {
+        std::size_t batchSize = 1000;
+        bool recordChanges = false;           ///< whether each new event is recorded in `synced_changes`
+        std::optional<std::string> userID{};  ///< whose the events without an author are
+    };
+
     struct Counts {
         std::uint64_t added = 0;
         std::uint64_t updated = 0;
+        std::uint64_t differing = 0;  ///< of the updated ones, those with other content than was stored
+
+        [[nodiscard]] std::uint64_t stored() const { return added + updated; }
     };
 
-    /// @param recordChanges whether each new event is recorded in `synced_changes`.
-    Importer(std::shared_ptr<zav::FMDatabase> database, std::size_t batchSize, bool recordChanges);
+    /// Called with what the user should know of the event that is being added.
+    using Remark = std::function<void(const std::string&)>;
+
+    Importer(std::shared_ptr<zav::FMDatabase> database, Options options, Remark remark);
 
     /// Takes an event in; stores the batch when it is full. What was not stored yet is dropped with the
     /// importer.
+    /// @throws BadLine when another event is stored at the event's sequence; the others of the batch are as
+    /// they were.
     /// @throws ToolError and zav::NSInternalInconsistencyException; the batch is then rolled back.
     void add(const ReadEvent& read);
 
@@ -42,12 +59,16 @@ public:
     [[nodiscard]] const Counts& counts() const { return committed_; }
 
     /// How many streams the events belong to.
-    [[nodiscard]] std::size_t streamCount() const { return streams_.size() + unnamedStreams_.size(); }
+    [[nodiscard]] std::size_t streamCount() const { return streams_.size() + unnamedStreams_.count(); }
 
 private:
     void begin();
+    [[nodiscard]] zav::ZAVDatabaseIdentifier streamOf(const ReadEvent& read);
+    [[nodiscard]] bool mayBePending(const zav::ZAVEvent& event) const;
     void adoptStoredEvent(zav::ZAVEvent& event);
-    void placeInStream(const ReadEvent& read);
+    void keepWhatTheServiceAssigned(zav::ZAVEvent& event);
+    void compareContent(const zav::ZAVEvent& event);
+    void addToPending(const std::shared_ptr<zav::ZAVEvent>& event);
     void persistPending();
     void storeBinaryMetadata(const zav::ZAVEvent& event);
     void commit();
@@ -55,19 +76,21 @@ private:
     std::shared_ptr<zav::FMDatabase> database_;
     zav::ZAVEventRepository events_;
     zav::ZAVStreamRepository streamRepository_;
-    std::size_t batchSize_;
-    bool recordChanges_;
+    Options options_;
+    Remark remark_;
+    EventRecognition recognition_;
+    bool hasTold_ = false;  ///< that the user is not known
 
     std::optional<zav::ZAVTransaction> transaction_;
     zav::ZAVSet<zav::ZAVEvent> pending_;
-    std::set<zav::ZAVData> pendingUnsequenced_;  ///< the client_ids of pending events without a sequence
-    std::set<zav::ZAVData> pendingClients_;      ///< the client_ids of all pending events
+    std::set<zav::ZAVData> pendingClients_;            ///< the client_ids of all pending events
+    std::set<zav::ZAVData> pendingUnsequenced_;        ///< those of pending events without a sequence
+    std::unordered_set<std::uint64_t> pendingPlaces_;  ///< streams and sequences, mixed into one number
     std::size_t inBatch_ = 0;
     zav::ZAVDatabaseIdentifier newestRow_ = 0;
-    bool storeHasUnsequenced_ = false;
 
     std::map<zav::ZAVData, zav::ZAVDatabaseIdentifier> streams_;
-    std::map<std::optional<std::int64_t>, zav::ZAVDatabaseIdentifier> unnamedStreams_;
+    UnnamedStreams unnamedStreams_;
     Counts batch_;
     Counts committed_;
 };

@@ -1,28 +1,54 @@
 #include "LineReader.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstring>
 
+#include "BadLine.h"
 #include "ToolError.h"
 
 namespace zavevents {
 namespace {
 
+using namespace std::string_view_literals;
+
 constexpr std::size_t blockSize = std::size_t{1} << 18;
+
+/// The encoding of text that is not in UTF-8, by how it begins: with a mark, or with a bracket and the zero
+/// bytes around it. Of two that begin alike the longer comes first.
+constexpr struct {
+    std::string_view beginning;
+    const char* name;
+} otherEncodings[] = {
+    {"\xFF\xFE\0\0"sv, "UTF-32"}, {"\0\0\xFE\xFF"sv, "UTF-32"}, {"{\0\0\0"sv, "UTF-32"},
+    {"\0\0\0{"sv, "UTF-32"},      {"\xFF\xFE"sv, "UTF-16"},     {"\xFE\xFF"sv, "UTF-16"},
+    {"{\0"sv, "UTF-16"},          {"\0{"sv, "UTF-16"},
+};
 
 }  // namespace
 
-LineReader::LineReader(const std::string& path)
+LineReader::LineReader(const std::string& path, const StopSignals* signals)
     : name_(path == "-" ? "standard input" : path),
-      file_(path == "-" ? stdin : std::fopen(path.c_str(), "rb")) {
-    if (file_ == nullptr) {
-        throw ToolError(path + ": " + std::strerror(errno));
+      signals_(signals),
+      descriptor_(path == "-" ? STDIN_FILENO : ::open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
+    struct stat status {};
+    if (descriptor_ < 0 || ::fstat(descriptor_, &status) != 0) {
+        throw ToolError(name_ + ": " + std::strerror(errno));
+    }
+    if (S_ISDIR(status.st_mode)) {
+        if (descriptor_ != STDIN_FILENO) {
+            ::close(descriptor_);
+        }
+        throw ToolError(name_ + ": " + std::strerror(EISDIR));
     }
 }
 
 LineReader::~LineReader() {
-    if (file_ != stdin) {
-        static_cast<void>(std::fclose(file_));  // a file that was only read cannot lose anything
+    if (descriptor_ != STDIN_FILENO) {
+        ::close(descriptor_);  // a file that was only read cannot lose anything
     }
 }
 
@@ -31,7 +57,11 @@ std::optional<std::string_view> LineReader::next() {
     std::size_t end = buffer_.find('\n', searchFrom);
     while (end == std::string::npos) {
         searchFrom = buffer_.size() - position_;
-        if (!fill()) {
+        const Filled filled = fill();
+        if (filled == Filled::stopped) {
+            return std::nullopt;
+        }
+        if (filled == Filled::nothing) {
             if (position_ == buffer_.size()) {
                 return std::nullopt;
             }
@@ -40,24 +70,46 @@ std::optional<std::string_view> LineReader::next() {
         }
         end = buffer_.find('\n', searchFrom);
     }
+    if (++lineNumber_ == 1) {
+        checkEncoding();
+    }
     const std::string_view line = std::string_view(buffer_).substr(position_, end - position_);
     position_ = end == buffer_.size() ? end : end + 1;
-    ++lineNumber_;
     return line;
 }
 
-/// Drops what has been returned and reads a further block; false at the end of the file.
-bool LineReader::fill() {
+/// Drops what has been returned and reads a further block.
+LineReader::Filled LineReader::fill() {
     buffer_.erase(0, position_);
     position_ = 0;
     const std::size_t kept = buffer_.size();
     buffer_.resize(kept + blockSize);
-    const std::size_t count = std::fread(buffer_.data() + kept, 1, blockSize, file_);
-    buffer_.resize(kept + count);
-    if (count == 0 && std::ferror(file_) != 0) {
+    ssize_t count = -1;
+    do {
+        if (signals_ != nullptr && !signals_->waitForInput(descriptor_)) {
+            buffer_.resize(kept);
+            return Filled::stopped;
+        }
+        count = ::read(descriptor_, buffer_.data() + kept, blockSize);
+    } while (count < 0 && (errno == EINTR || errno == EAGAIN));
+    buffer_.resize(kept + static_cast<std::size_t>(count < 0 ? 0 : count));
+    if (count < 0) {
         throw ToolError(name_ + ": " + std::strerror(errno));
     }
-    return count != 0;
+    return count == 0 ? Filled::nothing : Filled::more;
+}
+
+/// Looks at how the input begins, passing over a mark of UTF-8.
+void LineReader::checkEncoding() {
+    const std::string_view text(buffer_);
+    for (const auto& [beginning, name] : otherEncodings) {
+        if (text.starts_with(beginning)) {
+            throw BadLine(std::string("is ") + name + ", events are read as UTF-8");
+        }
+    }
+    if (text.starts_with("\xEF\xBB\xBF")) {
+        position_ += 3;
+    }
 }
 
 }  // namespace zavevents

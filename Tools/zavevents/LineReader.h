@@ -1,25 +1,28 @@
 #pragma once
 
 #include <cstdint>
-#include <cstdio>
 #include <optional>
 #include <string>
 #include <string_view>
 
+#include "StopSignals.h"
+
 namespace zavevents {
 
-/// Reads a file, or standard input, line by line, holding no more of it than one block and one line.
+/// Reads a file, or standard input, line by line, holding no more of it than one block and one line. A mark
+/// of UTF-8 at its beginning is passed over.
 class LineReader {
 public:
     /// @param path the file; "-" for standard input.
-    /// @throws ToolError when it cannot be opened.
-    explicit LineReader(const std::string& path);
+    /// @param signals what ends the input, if anything does before its end; outlives the reader.
+    /// @throws ToolError when it cannot be opened or is a directory.
+    explicit LineReader(const std::string& path, const StopSignals* signals = nullptr);
     ~LineReader();
     LineReader(const LineReader&) = delete;
     LineReader& operator=(const LineReader&) = delete;
 
-    /// The next line without its line break, valid until the next call; none at the end.
-    /// @throws ToolError when reading fails.
+    /// The next line without its line break, valid until the next call; none at the end, and after a signal.
+    /// @throws ToolError when reading fails, BadLine when the first line is text in another encoding.
     [[nodiscard]] std::optional<std::string_view> next();
 
     /// Number of the line that `next` returned last, counted from 1.
@@ -29,10 +32,14 @@ public:
     [[nodiscard]] const std::string& name() const { return name_; }
 
 private:
-    [[nodiscard]] bool fill();
+    enum class Filled { more, nothing, stopped };
+
+    [[nodiscard]] Filled fill();
+    void checkEncoding();
 
     std::string name_;
-    std::FILE* file_;
+    const StopSignals* signals_;
+    int descriptor_;
     std::string buffer_;
     std::size_t position_ = 0;
     std::uint64_t lineNumber_ = 0;

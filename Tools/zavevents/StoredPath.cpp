@@ -42,7 +42,7 @@ std::optional<StoredPath> StoredPath::parse(std::string_view text, std::string* 
     const std::string one = "/a/";
     const auto url = ZAVURL::URLWithString(text, ZAVURL::fileURLWithDirectoryPath(one));
     if (!url || !url->baseURL() || text.starts_with('/')) {
-        return refuse("is no relative path");
+        return refuse("is not a relative path");
     }
     // "../a/x" leads back into a directory that happens to be called "a": what stays below its directory
     // does so from any.

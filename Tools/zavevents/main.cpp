@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <exception>
@@ -96,6 +97,8 @@ int fail(const std::string& reason) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // A file that must not grow further is a write that fails: the message says what was stored.
+    static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
     try {
         return run(argc, argv);
     } catch (const zavevents::ToolError& error) {

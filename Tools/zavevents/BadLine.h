@@ -1,0 +1,13 @@
+#pragma once
+
+#include <stdexcept>
+
+namespace zavevents {
+
+/// A line that is no event, or that cannot be stored; the text says why.
+class BadLine : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+}  // namespace zavevents

@@ -1,0 +1,52 @@
+#include "ExactExpirations.h"
+
+#include "Rows.h"
+
+namespace zavevents {
+
+using namespace zav;
+
+namespace {
+
+#define ZAV_EXACT_EXPIRATIONS                                                                             \
+    "SELECT event_database_identifier, event_content_part_id, access_expiration FROM event_content_parts" \
+    " WHERE (access_expiration <> CAST(access_expiration AS INTEGER) OR access_expiration < 0"            \
+    " OR access_expiration >= 9.2e18) AND typeof(access_expiration) IN ('real', 'integer')"
+
+}  // namespace
+
+ExactExpirations::ExactExpirations(std::shared_ptr<FMDatabase> database, bool ofAll)
+    : database_(std::move(database)), ofAll_(ofAll) {
+    if (ofAll_) {
+        forEachRow(*database_, ZAV_EXACT_EXPIRATIONS, [this](const FMResultSet& row) { take(row); });
+    }
+}
+
+void ExactExpirations::restore(ZAVEvent& event) {
+    if (!event.content()) {
+        return;
+    }
+    if (!ofAll_) {
+        expirations_.clear();
+        forEachRow(
+            *database_, ZAV_EXACT_EXPIRATIONS " AND event_database_identifier = ?",
+            [this](const FMResultSet& row) { take(row); }, event.databaseIdentifier());
+    }
+    const auto [first, last] = expirations_.equal_range(event.databaseIdentifier());
+    for (auto entry = first; entry != last; ++entry) {
+        for (const auto& element : *event.content()) {
+            auto& part = static_cast<ZAVEventContent&>(*element);
+            if (part.index() == entry->second.first) {
+                part.setExternalContentURLExpiration(entry->second.second);
+            }
+        }
+    }
+}
+
+void ExactExpirations::take(const FMResultSet& row) {
+    expirations_.emplace(
+        row.longLongIntForColumnIndex(0),
+        std::pair(row.longLongIntForColumnIndex(1), row.dateForColumnIndex(2).value_or(ZAVDate())));
+}
+
+}  // namespace zavevents

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <utility>
+
+#include "Private/Database/FMDatabase.h"
+#include "Private/Model/Synchronization/ZAVEvent.h"
+
+namespace zavevents {
+
+/// The exact expirations of stored parts whose records hold them as whole seconds since 1970: those with a
+/// fraction, before that, or beyond the seconds that 63 bits count.
+class ExactExpirations {
+public:
+    /// @param ofAll whether to look through the table once, for many events, or at each event's parts.
+    /// @throws ToolError like what follows, when the database cannot be read.
+    ExactExpirations(std::shared_ptr<zav::FMDatabase> database, bool ofAll);
+
+    /// Sets them in an event that was read.
+    void restore(zav::ZAVEvent& event);
+
+private:
+    void take(const zav::FMResultSet& row);
+
+    std::shared_ptr<zav::FMDatabase> database_;
+    bool ofAll_;
+    std::multimap<zav::ZAVDatabaseIdentifier, std::pair<std::int64_t, zav::ZAVDate>> expirations_;
+};
+
+}  // namespace zavevents

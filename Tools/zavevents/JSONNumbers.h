@@ -1,0 +1,16 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace zavevents {
+
+/// What `withReadableNumbers` writes for a number that is beyond every double.
+inline constexpr double beyondEveryDouble = 1.7976931348623157e308;
+
+/// A line of JSON with its numbers within what the parser reads, which refuses a whole line for one that is
+/// not: an integer beyond 64 bits becomes a floating-point number, one beyond those `beyondEveryDouble`. What
+/// is no number by JSON's rules stays as it is.
+[[nodiscard]] std::string withReadableNumbers(std::string_view line);
+
+}  // namespace zavevents

@@ -1,0 +1,36 @@
+#include "ProgressLine.h"
+
+#include <unistd.h>
+
+#include <iostream>
+
+namespace zavevents {
+namespace {
+
+constexpr std::uint64_t interval = 10000;
+
+}  // namespace
+
+ProgressLine::ProgressLine() : isTerminal_(isatty(STDERR_FILENO) != 0) {}
+
+void ProgressLine::show(std::uint64_t lines) {
+    if (isTerminal_ && lines % interval == 0) {
+        // The cursor goes back to the beginning: what the library logs then overwrites the line.
+        std::cerr << lines << " lines\r";
+        isShown_ = true;
+    }
+}
+
+void ProgressLine::say(const std::string& message) {
+    erase();
+    std::cerr << message + '\n';
+}
+
+void ProgressLine::erase() {
+    if (isShown_) {
+        std::cerr << "\r\033[K";
+        isShown_ = false;
+    }
+}
+
+}  // namespace zavevents

@@ -1,0 +1,87 @@
+#include "StopSignals.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <string>
+
+#include "ToolError.h"
+
+namespace zavevents {
+namespace {
+
+std::atomic<int> receivedSignal = 0;
+static_assert(std::atomic<int>::is_always_lock_free, "a signal's handler may use it");
+
+/// Written to by the handler, so that a wait ends whichever thread the signal was delivered to, and also when
+/// it came just before.
+std::array<int, 2> wakeup{-1, -1};
+
+extern "C" void noteSignal(int signal) {
+    int none = 0;
+    receivedSignal.compare_exchange_strong(none, signal);
+    const int error = errno;
+    const char byte = 0;
+    if (::write(wakeup[1], &byte, 1) < 0) {
+        // The pipe is full: whoever waits is awake already.
+    }
+    errno = error;
+}
+
+}  // namespace
+
+StopSignals::StopSignals() {
+    receivedSignal = 0;
+    if (::pipe2(wakeup.data(), O_CLOEXEC | O_NONBLOCK) != 0) {
+        throw ToolError(std::string("cannot make a pipe: ") + std::strerror(errno));
+    }
+    struct sigaction action {};
+    action.sa_handler = noteSignal;
+    action.sa_flags = static_cast<int>(SA_RESETHAND | SA_RESTART);
+    ::sigemptyset(&action.sa_mask);
+    for (std::size_t index = 0; index < signals.size(); ++index) {
+        ::sigaction(signals[index], nullptr, &before_[index]);
+        if (before_[index].sa_handler != SIG_IGN) {
+            ::sigaction(signals[index], &action, nullptr);
+        }
+    }
+}
+
+StopSignals::~StopSignals() {
+    for (std::size_t index = 0; index < signals.size(); ++index) {
+        ::sigaction(signals[index], &before_[index], nullptr);
+    }
+    for (int& end : wakeup) {
+        ::close(end);
+        end = -1;
+    }
+}
+
+int StopSignals::received() const {
+    return receivedSignal;
+}
+
+bool StopSignals::waitForInput(int descriptor) const {
+    std::array<pollfd, 2> waitedFor{{{descriptor, POLLIN, 0}, {wakeup[0], POLLIN, 0}}};
+    while (received() == 0) {
+        if (::poll(waitedFor.data(), waitedFor.size(), -1) >= 0) {
+            if (waitedFor[0].revents != 0 && waitedFor[1].revents == 0) {
+                return true;
+            }
+        } else if (errno != EINTR) {
+            throw ToolError(std::string("cannot wait for input: ") + std::strerror(errno));
+        }
+    }
+    return false;
+}
+
+void endBySignal(int signal) {
+    static_cast<void>(std::signal(signal, SIG_DFL));
+    static_cast<void>(std::raise(signal));
+}
+
+}  // namespace zavevents

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <csignal>
+
+#include <array>
+
+namespace zavevents {
+
+/// While it lives, the signals that ask a process to end (SIGINT, SIGTERM, SIGHUP) are a question that it
+/// answers when it can: it finishes or undoes what it is about. A second one of the same kind ends it at
+/// once. One that the process was started to ignore stays ignored. There is at most one such object.
+class StopSignals {
+public:
+    StopSignals();
+    ~StopSignals();
+    StopSignals(const StopSignals&) = delete;
+    StopSignals& operator=(const StopSignals&) = delete;
+
+    /// The signal that came first; 0 when none did.
+    [[nodiscard]] int received() const;
+
+    /// Waits until a descriptor can be read or its end be seen.
+    /// @return false when a signal has come instead.
+    [[nodiscard]] bool waitForInput(int descriptor) const;
+
+private:
+    static constexpr std::array<int, 3> signals{SIGINT, SIGTERM, SIGHUP};
+
+    std::array<struct sigaction, signals.size()> before_{};
+};
+
+/// Ends the process as a signal does that nobody handles.
+void endBySignal(int signal);
+
+}  // namespace zavevents

@@ -1,0 +1,116 @@
+#include "UnnamedStreams.h"
+
+#include <limits>
+
+#include "Store.h"
+#include "ToolError.h"
+
+namespace zavevents {
+
+using namespace zav;
+
+namespace {
+
+constexpr std::int64_t waiting = std::numeric_limits<std::int64_t>::min();
+constexpr std::int64_t anySequence = std::numeric_limits<std::int64_t>::max();
+
+/// As for `EventRecognition`: fewer are cheap to read again.
+constexpr std::size_t worthKeeping = 16;
+
+}  // namespace
+
+UnnamedStreams::UnnamedStreams(std::shared_ptr<FMDatabase> database, const EventRecognition& recognition)
+    : database_(std::move(database)), recognition_(recognition), repository_(database_) {}
+
+void UnnamedStreams::begin(bool othersWrote) {
+    if (!newestRowBefore_) {
+        newestRowBefore_ = queryNumber(*database_, "SELECT IFNULL(MAX(database_identifier), 0) FROM events");
+    }
+    std::erase_if(clients_, [othersWrote](const auto& client) {
+        return othersWrote || client.second.events < worthKeeping;
+    });
+}
+
+ZAVDatabaseIdentifier UnnamedStreams::streamOf(const ReadEvent& read) {
+    const auto known = streams_.find(read.unnamedStream);
+    if (known != streams_.end() && !known->second.isNew) {
+        return known->second.row;
+    }
+    if (const auto stored = streamOfStored(*read.event)) {
+        streams_.insert_or_assign(read.unnamedStream, Stream{*stored, false});
+        taken_.insert(*stored);
+        return *stored;
+    }
+    if (known != streams_.end()) {
+        return known->second.row;
+    }
+    ZAVError error;
+    const ZAVDatabaseIdentifier row = repository_.createStreamWithoutUUID(&error);
+    if (error) {
+        throw ToolError("cannot register a stream", error);
+    }
+    streams_.emplace(read.unnamedStream, Stream{row, true});
+    return row;
+}
+
+std::optional<ZAVDatabaseIdentifier> UnnamedStreams::streamOfStored(const ZAVEvent& event) {
+    if (newestRowBefore_ == ZAVDatabaseIdentifier{0}) {
+        return std::nullopt;
+    }
+    Candidates& candidates = candidatesFor(*event.client_id());
+    const auto& author = recognition_.authorOf(event.creator_id());
+    if (event.seqIsSet()) {
+        if (const auto row = firstFree(candidates, {author, event.seq()})) {
+            return row;
+        }
+        return event.creator_id() ? firstFree(candidates, {author, waiting}) : std::nullopt;
+    }
+    const auto row = firstFree(candidates, {author, waiting});
+    return row ? row : firstFree(candidates, {author, anySequence});
+}
+
+/// The first of the streams that no other number has got.
+std::optional<ZAVDatabaseIdentifier> UnnamedStreams::firstFree(Candidates& candidates, const Key& key) {
+    const auto found = candidates.streams.find(key);
+    if (found == candidates.streams.end()) {
+        return std::nullopt;
+    }
+    auto& rows = found->second;
+    while (!rows.empty() && taken_.contains(rows.front())) {
+        rows.pop_front();
+    }
+    return rows.empty() ? std::nullopt : std::optional(rows.front());
+}
+
+UnnamedStreams::Candidates& UnnamedStreams::candidatesFor(const ZAVData& clientID) {
+    const auto [client, isNew] = clients_.try_emplace(clientID);
+    Candidates& candidates = client->second;
+    if (!isNew) {
+        return candidates;
+    }
+    auto rows = database_->executeQuery(
+        "SELECT stream_database_identifier, creator_id, events.seq FROM events JOIN streams"
+        " ON (streams.database_identifier = events.stream_database_identifier)"
+        " WHERE client_id = ? AND events.database_identifier <= ?"
+        " ORDER BY stream_id IS NOT NULL, events.database_identifier",
+        clientID, *newestRowBefore_);
+    ZAVError error;
+    while (rows && rows->nextWithError(&error)) {
+        ++candidates.events;
+        const ZAVDatabaseIdentifier stream = rows->longLongIntForColumnIndex(0);
+        const auto creator = rows->stringForColumnIndex(1);
+        const auto& author = recognition_.authorOf(creator);
+        if (rows->columnIndexIsNull(2)) {
+            candidates.streams[{author, waiting}].push_back(stream);
+        } else {
+            candidates.streams[{author, rows->longLongIntForColumnIndex(2)}].push_back(stream);
+            candidates.streams[{author, anySequence}].push_back(stream);
+        }
+    }
+    if (!rows || error) {
+        throw ToolError("cannot look for a stored stream", database_->lastError());
+    }
+    return candidates;
+}
+
+}  // namespace zavevents
