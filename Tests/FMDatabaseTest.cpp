@@ -3,8 +3,13 @@
 #include <ZAVEventRepository/ZAVUUID.h>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
 
+#include <atomic>
+#include <chrono>
 #include <cstdint>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <limits>
@@ -13,6 +18,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 #include "Support/DatabaseHandles.h"
@@ -216,10 +222,60 @@ TEST_F(DatabaseHandle, RefusesTextAfterTheFirstStatement) {
     expectError("ZAVDatabase", ZAVDatabaseErrorTrailingText);
     EXPECT_FALSE(database_->executeQuery("SELECT 1; nonsense"));
     expectError("ZAVDatabase", ZAVDatabaseErrorTrailingText);
-    EXPECT_FALSE(database_->executeQuery(std::string_view("SELECT 1\0 WHERE 0", 17)));
-    expectError("ZAVDatabase", ZAVDatabaseErrorTrailingText);
     EXPECT_EQ(scalar(*database_, "SELECT COUNT(*) FROM t"), "0") << "a part of a refused text ran";
     EXPECT_TRUE(keptStatements(*database_).empty()) << "a refused text was kept";
+}
+
+TEST_F(DatabaseHandle, RefusesATextWithANUL) {
+    using namespace std::string_literals;
+    for (const std::string& sql : {"SELECT 1\0 WHERE 0"s, "SELECT 1\0"s, "\0SELECT 1"s, "SELECT 'a\0b'"s}) {
+        EXPECT_FALSE(database_->executeQuery(sql)) << "was cut: " << testing::PrintToString(sql);
+        expectError("ZAVDatabase", 12);
+        EXPECT_FALSE(database_->executeUpdate(sql)) << "was cut: " << testing::PrintToString(sql);
+        expectError("ZAVDatabase", 12);
+        EXPECT_FALSE(database_->prepare(sql)) << "was cut: " << testing::PrintToString(sql);
+        expectError("ZAVDatabase", 12);
+    }
+    EXPECT_FALSE(database_->executeStatements("INSERT INTO t VALUES (1);\0INSERT INTO t VALUES (2)"s));
+    expectError("ZAVDatabase", 12);
+    EXPECT_EQ(scalar(*database_, "SELECT COUNT(*) FROM t"), "0") << "a part of a script ran";
+    EXPECT_TRUE(keptStatements(*database_).empty()) << "a refused text was kept";
+}
+
+TEST_F(DatabaseHandle, RefusesATextThatIsLongerThanTheEngineTakes) {
+    sqlite3_limit(database_->sqliteHandle(), SQLITE_LIMIT_SQL_LENGTH, 1000);
+    const std::string select = "SELECT 1";
+    EXPECT_TRUE(database_->executeQuery(select + std::string(1000 - select.size(), ' ')));
+    EXPECT_FALSE(database_->executeQuery(select + std::string(1001 - select.size(), ' ')));
+    expectError("SQLite", SQLITE_TOOBIG);
+    EXPECT_EQ(database_->lastError().message(),
+              "the text of a statement has 1001 bytes; the engine takes 1000");
+}
+
+TEST_F(DatabaseHandle, RefusesATextWhoseLengthIsBeyondTheNumbersOfTheEngine) {
+    // Nobody writes to these pages, so they take no memory: 4 GiB and 8 bytes, which an int has as 8.
+    constexpr std::size_t size = (std::size_t{1} << 32) + 8;
+    void* const pages =
+        ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (pages == MAP_FAILED) {
+        GTEST_SKIP() << "there are no addresses for it";
+    }
+    std::memcpy(pages, "SELECT 1", 8);
+    EXPECT_FALSE(database_->executeQuery(std::string_view(static_cast<const char*>(pages), size)))
+        << "the first eight bytes ran for the whole";
+    expectError("SQLite", SQLITE_TOOBIG);
+    ::munmap(pages, size);
+}
+
+TEST_F(DatabaseHandle, RunsAScriptThatIsLongerThanAStatementMayBe) {
+    sqlite3_limit(database_->sqliteHandle(), SQLITE_LIMIT_SQL_LENGTH, 1000);
+    std::string script;
+    for (int number = 0; number < 100; ++number) {
+        script += "INSERT INTO t VALUES (" + std::to_string(number) + "); -- and on\n";
+    }
+    ASSERT_GT(script.size(), 3000U);
+    EXPECT_TRUE(database_->executeStatements(script)) << database_->lastError().description();
+    EXPECT_EQ(scalar(*database_, "SELECT COUNT(*) FROM t"), "100");
 }
 
 TEST_F(DatabaseHandle, TakesBlanksAndSemicolonsAfterTheStatement) {
@@ -519,6 +575,229 @@ TEST_F(OpeningADatabase, RefusesAFileSystemThatTheEngineDoesNotKnow) {
     expectRefusal(path_, chosen, "SQLite", SQLITE_ERROR);
 }
 
+// Options
+
+TEST_F(OpeningADatabase, RefusesOptionsThatMeanNothingAndMakesNoFile) {
+    struct BadOption {
+        const char* message;
+        void (*set)(FMDatabaseOptions& options);
+    };
+    using namespace std::string_literals;
+    const BadOption badOptions[] = {
+        {"the option pageCacheKiB is -1, but may not be negative",
+         [](FMDatabaseOptions& options) { options.pageCacheKiB = -1; }},
+        {"the option writeAheadLogPages is -7, but may not be negative",
+         [](FMDatabaseOptions& options) { options.writeAheadLogPages = -7; }},
+        {"the option busyTimeout is -1 ms, but may not be negative",
+         [](FMDatabaseOptions& options) { options.busyTimeout = std::chrono::milliseconds(-1); }},
+        {"the option statementCacheCapacity is 2147483648, but may not exceed 2147483647",
+         [](FMDatabaseOptions& options) { options.statementCacheCapacity = 2147483648; }},
+        {"the option newestUserVersion is -1, but may not be negative",
+         [](FMDatabaseOptions& options) { options.newestUserVersion = -1; }},
+        {"the option newFileMode is 0400, but must be permissions that let the owner read and write",
+         [](FMDatabaseOptions& options) { options.newFileMode = 0400; }},
+        {"the option newFileMode is 04600, but must be permissions that let the owner read and write",
+         [](FMDatabaseOptions& options) { options.newFileMode = 04600; }},
+        {"the option access is 3, but is none of its names",
+         [](FMDatabaseOptions& options) { options.access = static_cast<FMDatabaseOptions::Access>(3); }},
+        {"the option synchronous is -1, but is none of its names",
+         [](FMDatabaseOptions& options) {
+             options.synchronous = static_cast<FMDatabaseOptions::Synchronous>(-1);
+         }},
+        {"the option vfs is unix, but goes on after a NUL, which no name does",
+         [](FMDatabaseOptions& options) { options.vfs = "unix\0"s; }},
+    };
+    for (const BadOption& bad : badOptions) {
+        FMDatabaseOptions options;
+        bad.set(options);
+        for (const std::string& path : {path_, std::string(":memory:")}) {
+            ZAVError error;
+            EXPECT_EQ(FMDatabase::databaseWithPath(path, options, &error), nullptr) << bad.message;
+            EXPECT_EQ(error, ZAVError("ZAVDatabase", 11, bad.message));
+        }
+        EXPECT_FALSE(std::filesystem::exists(path_)) << "a file was made in spite of it: " << bad.message;
+    }
+}
+
+TEST_F(OpeningADatabase, TakesTheLeastOfEachOption) {
+    FMDatabaseOptions chosen;
+    chosen.pageCacheKiB = 0;
+    chosen.writeAheadLogPages = 0;
+    chosen.busyTimeout = std::chrono::milliseconds(0);
+    chosen.statementCacheCapacity = 0;
+    chosen.newestUserVersion = 0;
+    const auto database = openHandle(path_, chosen);
+    EXPECT_EQ(scalar(*database, "PRAGMA busy_timeout"), "0");
+    EXPECT_EQ(scalar(*database, "PRAGMA wal_autocheckpoint"), "0");
+    run(*database, "CREATE TABLE t (a); INSERT INTO t VALUES (zeroblob(100000))");
+    EXPECT_EQ(scalar(*database, "SELECT length(a) FROM t"), "100000");
+}
+
+TEST_F(OpeningADatabase, WaitsAsLongAsItCanWhenToldToWaitLonger) {
+    for (const auto timeout : {std::chrono::milliseconds(2147483648), std::chrono::milliseconds::max(),
+                               std::chrono::milliseconds(std::chrono::hours(30 * 24))}) {
+        FMDatabaseOptions chosen;
+        chosen.busyTimeout = timeout;
+        const auto database = openHandle(path_, chosen);
+        EXPECT_EQ(scalar(*database, "PRAGMA busy_timeout"), "2147483647") << "for " << timeout.count();
+        EXPECT_EQ(scalar(*database, "PRAGMA journal_mode"), "wal");
+    }
+}
+
+TEST(TwoHandles, WaitForAWriteAheadLogUntilItCanBeHadHoweverLongTheyMay) {
+    SharedFile file(false);
+    auto reading = file.first->executeQuery("SELECT a FROM t");
+    ASSERT_TRUE(reading && reading->next());
+    FMDatabaseOptions patient;
+    patient.busyTimeout = std::chrono::milliseconds::max();
+    std::atomic<bool> isOpen = false;
+    std::thread opener([&] { isOpen = FMDatabase::databaseWithPath(file.path(), patient) != nullptr; });
+    sqlite3_sleep(100);  // it meets the reader, or comes later and waits for nothing
+    reading->close();
+    opener.join();
+    EXPECT_TRUE(isOpen) << "a deadline that lies beyond the clock had passed at once";
+}
+
+// Paths
+
+TEST_F(OpeningADatabase, RefusesAPathThatIsEmptyOrHoldsANUL) {
+    expectRefusal("", {}, "ZAVDatabase", 10);
+    expectRefusal(path_ + std::string("\0.db", 4), {}, "ZAVDatabase", 10);
+    expectRefusal(std::string(":memory:\0", 9), {}, "ZAVDatabase", 10);
+    EXPECT_TRUE(std::filesystem::is_empty(directory_.path())) << "a path was cut at its NUL";
+}
+
+TEST_F(OpeningADatabase, RefusesAPathThatIsTooLongAndMakesNoFile) {
+    std::string path = directory_.path().string();
+    while (path.size() < 1000) {
+        path += "/" + std::string(100, 'd');
+        std::filesystem::create_directory(path);
+    }
+    expectRefusal(path + "/a.db", {}, "SQLite", SQLITE_CANTOPEN);
+    EXPECT_TRUE(std::filesystem::is_empty(path));
+    expectRefusal(directory_.file(std::string(300, 'x')), {}, "SQLite", SQLITE_CANTOPEN);
+}
+
+TEST_F(OpeningADatabase, TakesOnlyTheExactNameForMemory) {
+    const std::string path = directory_.file(":memory:");
+    run(*openHandle(path), "CREATE TABLE t (a)");
+    EXPECT_TRUE(std::filesystem::exists(path)) << "a path that ends like it is a file's";
+}
+
+TEST_F(OpeningADatabase, FindsOneFileUnderEachOfItsPaths) {
+    std::filesystem::create_directory(directory_.file("sub"));
+    std::filesystem::create_directory_symlink("sub", directory_.file("link"));
+    std::filesystem::create_symlink("sub/a.db", directory_.file("link.db"));
+    run(*openHandle(directory_.file("sub/a.db")), "CREATE TABLE t (a); INSERT INTO t VALUES ('found')");
+    for (const char* const name : {"sub/./a.db", "sub/../sub//a.db", "link/a.db", "link.db"}) {
+        EXPECT_EQ(scalar(*openHandle(directory_.file(name)), "SELECT a FROM t"), "found") << name;
+    }
+    EXPECT_TRUE(std::filesystem::is_symlink(directory_.file("link.db")));
+}
+
+TEST_F(OpeningADatabase, RefusesAFileThatHasAnotherNameToo) {
+    run(*openHandle(path_), "CREATE TABLE t (a)");
+    const std::string other = directory_.file("other.db");
+    std::filesystem::create_hard_link(path_, other);
+    expectRefusal(path_, {}, "ZAVDatabase", 10);
+    expectRefusal(other, options(FMDatabaseOptions::Access::readOnly), "ZAVDatabase", 10);
+    std::filesystem::remove(other);
+    EXPECT_NE(FMDatabase::databaseWithPath(path_), nullptr) << "it has one name again";
+}
+
+TEST_F(OpeningADatabase, RefusesAFileThatIsNoOrdinaryOne) {
+    ASSERT_EQ(::mkfifo(path_.c_str(), 0600), 0);
+    for (const auto access : {FMDatabaseOptions::Access::readOnly, FMDatabaseOptions::Access::readWrite,
+                              FMDatabaseOptions::Access::readWriteCreate}) {
+        expectRefusal(path_, options(access), "ZAVDatabase", 10);
+    }
+}
+
+// Permissions
+
+/// The process's umask, for as long as it lives.
+class Umask {
+public:
+    explicit Umask(mode_t mask) : before_(::umask(mask)) {}
+    ~Umask() { ::umask(before_); }
+    Umask(const Umask&) = delete;
+    Umask& operator=(const Umask&) = delete;
+
+private:
+    mode_t before_;
+};
+
+class PermissionsOfANewFile : public OpeningADatabase {
+protected:
+    [[nodiscard]] std::string permissions(const std::string& suffix) const {
+        struct stat status {};
+        if (::stat((path_ + suffix).c_str(), &status) != 0) {
+            return "absent";
+        }
+        const char digits[] = {static_cast<char>('0' + (status.st_mode >> 6 & 7)),
+                               static_cast<char>('0' + (status.st_mode >> 3 & 7)),
+                               static_cast<char>('0' + (status.st_mode & 7)), '\0'};
+        return digits;
+    }
+
+    void expectOfAll(const std::string& expected, FMDatabaseOptions options) {
+        {
+            const auto database = openHandle(path_, options);
+            run(*database, "CREATE TABLE t (a)");
+            EXPECT_EQ(permissions(""), expected) << "of the file";
+            EXPECT_EQ(permissions("-wal"), expected) << "of the log";
+            EXPECT_EQ(permissions("-shm"), expected) << "of the shared memory";
+        }
+        std::filesystem::remove(path_);
+        options.writeAheadLog = false;
+        const auto database = openHandle(path_, options);
+        run(*database, "BEGIN; CREATE TABLE t (a)");
+        EXPECT_EQ(permissions(""), expected) << "of the file";
+        EXPECT_EQ(permissions("-journal"), expected) << "of the journal";
+    }
+};
+
+TEST_F(PermissionsOfANewFile, AreTheOwnersAloneWhateverTheUmaskWouldAllow) {
+    const Umask umask(0);
+    expectOfAll("600", {});
+}
+
+TEST_F(PermissionsOfANewFile, AreTheOwnersAloneUnderAnOrdinaryUmask) {
+    const Umask umask(022);
+    expectOfAll("600", {});
+}
+
+TEST_F(PermissionsOfANewFile, AreThoseThatWereAskedFor) {
+    const Umask umask(0);
+    FMDatabaseOptions options;
+    options.newFileMode = 0664;
+    expectOfAll("664", options);
+}
+
+TEST_F(PermissionsOfANewFile, LackWhatTheUmaskTakesAway) {
+    const Umask umask(027);
+    FMDatabaseOptions options;
+    options.newFileMode = 0666;
+    expectOfAll("640", options);
+}
+
+TEST_F(PermissionsOfANewFile, AreThoseOfTheFileThatALinkLeadsTo) {
+    const Umask umask(0);
+    std::filesystem::create_symlink("real.db", path_);
+    run(*openHandle(path_), "CREATE TABLE t (a)");
+    EXPECT_EQ(permissions(""), "600");
+    EXPECT_TRUE(std::filesystem::is_regular_file(directory_.file("real.db")));
+}
+
+TEST_F(PermissionsOfANewFile, AreNotThoseOfAFileThatIsThere) {
+    std::ofstream(path_).flush();
+    std::filesystem::permissions(path_, std::filesystem::perms(0644));
+    const auto database = openHandle(path_);
+    run(*database, "CREATE TABLE t (a)");
+    EXPECT_EQ(permissions(""), "644") << "a file that is there keeps its permissions";
+    EXPECT_EQ(permissions("-wal"), "644");
+}
+
 TEST_F(OpeningADatabase, RefusesANewerVersionAndLeavesTheFileAlone) {
     {
         FMDatabaseOptions chosen;
@@ -545,6 +824,16 @@ TEST_F(OpeningADatabase, RefusesANewerVersionAndLeavesTheWriteAheadLogAlone) {
     expectRefusal(crashed, knowingVersionsUpTo(8), "ZAVDatabase", ZAVDatabaseErrorNewerSchema);
     EXPECT_EQ(bytesOfFile(crashed), before) << "the log of a file that was refused was folded into it";
     EXPECT_EQ(bytesOfFile(crashed + "-wal"), logBefore);
+}
+
+TEST_F(OpeningADatabase, RefusesANewerVersionAndLeavesNoLogBehindThatWasNotThere) {
+    run(*openHandle(path_), "CREATE TABLE t (a); PRAGMA user_version=9");
+    ASSERT_FALSE(std::filesystem::exists(path_ + "-wal"));
+    const std::string before = bytesOfFile(path_);
+    expectRefusal(path_, knowingVersionsUpTo(8), "ZAVDatabase", ZAVDatabaseErrorNewerSchema);
+    EXPECT_EQ(bytesOfFile(path_), before);
+    EXPECT_FALSE(std::filesystem::exists(path_ + "-wal")) << "looking into the file left a log";
+    EXPECT_FALSE(std::filesystem::exists(path_ + "-shm"));
 }
 
 TEST(TwoHandles, WaitForALockNoLongerThanTheyMay) {

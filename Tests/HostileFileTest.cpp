@@ -22,6 +22,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -1308,6 +1309,45 @@ INSTANTIATE_TEST_SUITE_P(As, DisguisedFile,
                              return std::string(disguise.param.name);
                          });
 
+void putOtherName(const std::string& path, const std::string& target) {
+    fs::create_hard_link(target, path);
+}
+
+class CompanionOfAFile : public HostileFile,
+                         public testing::WithParamInterface<std::tuple<const char*, Disguise>> {};
+
+TEST_P(CompanionOfAFile, ThatIsNotItsOwnIsRefusedByName) {
+    const auto& [suffix, disguise] = GetParam();
+    const std::string companion = path_ + suffix;
+    const std::string target = directory_.file("target");
+    writeFile(target, "not for you");
+    disguise.put(companion, target);
+    for (const auto access :
+         {FMDatabaseOptions::Access::readOnly, FMDatabaseOptions::Access::readWriteCreate}) {
+        FMDatabaseOptions options;
+        options.access = access;
+        ZAVError error;
+        EXPECT_EQ(FMDatabase::databaseWithPath(path_, options, &error), nullptr) << companion << " was used";
+        EXPECT_EQ(error.code(), 6) << error.description();
+        EXPECT_NE(error.message().find(suffix), std::string::npos) << error.message();
+    }
+    fs::remove(path_);
+    EXPECT_EQ(FMDatabase::databaseWithPath(path_), nullptr) << companion << " was used for a new file";
+    EXPECT_FALSE(fs::exists(path_)) << "a file was made that was then refused";
+    EXPECT_EQ(bytesOfFile(target), "not for you");
+}
+
+INSTANTIATE_TEST_SUITE_P(As, CompanionOfAFile,
+                         testing::Combine(testing::Values("-journal", "-wal", "-shm"),
+                                          testing::Values(Disguise{"ADirectory", "", putDirectory},
+                                                          Disguise{"AQueue", "", putQueue},
+                                                          Disguise{"ALink", "", putLink},
+                                                          Disguise{"AnotherName", "", putOtherName})),
+                         [](const auto& companion) {
+                             return std::string(std::get<1>(companion.param).name) + "As" +
+                                    (std::get<0>(companion.param) + 1);
+                         });
+
 TEST_F(HostileFile, BehindALinkIsUsedWhereItLies) {
     const std::string elsewhere = directory_.file("elsewhere.db");
     fs::rename(path_, elsewhere);
@@ -1454,6 +1494,19 @@ TEST_F(HostileFile, BesideAJournalOfItsOwnIsPutBackAndUsed) {
 TEST_F(HostileFile, BesideAJournalThatNamesAnotherFileLeavesThatFileAlone) {
     writeFile(path_ + "-journal", journalOf(genuineStore(), surroundings_.notes()));
     use();
+    EXPECT_TRUE(fs::exists(surroundings_.notes())) << "a journal had a file removed that it named";
+}
+
+TEST_F(HostileFile, BehindALinkBesideAJournalThatNamesAnotherFileLeavesThatFileAlone) {
+    fs::create_directory(directory_.path() / "real");
+    const std::string real = (directory_.path() / "real" / "kept.db").string();
+    fs::rename(path_, real);
+    fs::create_symlink("../client/../real/kept.db", path_);
+    writeFile(real + "-journal", journalOf(genuineStore(), surroundings_.notes()));
+    ZAVError error;
+    EXPECT_EQ(FMDatabase::databaseWithPath(path_, {}, &error), nullptr)
+        << "the journal beside the file was used";
+    EXPECT_EQ(error.code(), 6) << error.description();
     EXPECT_TRUE(fs::exists(surroundings_.notes())) << "a journal had a file removed that it named";
 }
 

@@ -178,6 +178,53 @@ TEST(StatementCache, ShrinksBackWhenManyCursorsClose) {
     EXPECT_EQ(database->openResultSets(), 0U);
 }
 
+TEST(StatementCache, ServesManyCursorsOfOneTextAtOnce) {
+    constexpr int count = 20'000;
+    const auto database = handleKeeping(1'000);
+    std::vector<FMResultSet> cursors;
+    cursors.reserve(count);
+    for (int number = 0; number < count; ++number) {
+        auto rows = database->executeQuery("SELECT ?", number);
+        ASSERT_TRUE(rows && rows->next());
+        cursors.push_back(std::move(*rows));
+    }
+    EXPECT_EQ(database->openResultSets(), 20'000U);
+    for (int number = 0; number < count; ++number) {
+        ASSERT_EQ(cursors[static_cast<std::size_t>(number)].intForColumnIndex(0), number);
+    }
+    cursors.clear();
+    EXPECT_EQ(database->openResultSets(), 0U);
+    EXPECT_EQ(keptStatements(*database).size(), 1'000U);
+}
+
+TEST(StatementCache, LetsTheLeastRecentlyUsedGoAlsoBesideOpenCursors) {
+    const auto database = handleKeeping(2);
+    auto open = database->executeQuery("SELECT 'open'");
+    auto openToo = database->executeQuery("SELECT 'a'");
+    ASSERT_TRUE(open->next() && openToo->next());
+    for (const char* sql : {"SELECT 'a'", "SELECT 'b'", "SELECT 'a'", "SELECT 'c'"}) {
+        use(*database, sql);
+    }
+    EXPECT_EQ(sortedKept(*database), (Texts{"SELECT 'a'", "SELECT 'a'", "SELECT 'c'", "SELECT 'open'"}));
+    openToo->close();
+    EXPECT_EQ(sortedKept(*database), (Texts{"SELECT 'a'", "SELECT 'c'", "SELECT 'open'"}))
+        << "of the two that are idle with one text, the one that was used last stays";
+}
+
+TEST(StatementCache, ClosesManyCursorsWithTheHandle) {
+    auto database = handleKeeping(3);
+    std::vector<FMResultSet> cursors;
+    for (int number = 0; number < 1'000; ++number) {
+        auto rows = database->executeQuery("SELECT " + std::to_string(number % 10) + " UNION ALL SELECT 1");
+        ASSERT_TRUE(rows && rows->next());
+        cursors.push_back(std::move(*rows));
+    }
+    database.reset();
+    for (FMResultSet& rows : cursors) {
+        ASSERT_FALSE(rows.next()) << "a cursor outlived its handle";
+    }
+}
+
 TEST(StatementCache, KeepsNothingWhenItMayKeepNothing) {
     const auto database = handleKeeping(0);
     use(*database, "SELECT 1");

@@ -2,11 +2,17 @@
 
 #include <sqlite3.h>
 
+#include <algorithm>
+#include <filesystem>
+#include <limits>
+#include <new>
+#include <system_error>
 #include <utility>
 
-#include "Private/Database/ZAVDatabaseCompanions.h"
+#include "Private/Database/ZAVDatabaseFile.h"
 #include "Private/Database/ZAVEncryption.h"
 #include "Private/Database/ZAVObservation.h"
+#include "Private/Database/ZAVOptionsCheck.h"
 #include "Private/Database/ZAVStatementCache.h"
 
 namespace zav {
@@ -29,6 +35,20 @@ void keepForeignHandsOff(sqlite3* connection) noexcept {
 #endif
 }
 
+/// Runs an action when the scope is left, also by an exception.
+template <class Action>
+class Finally {
+public:
+    explicit Finally(Action action) noexcept : action_(std::move(action)) {}
+    ~Finally() { action_(); }
+    Finally(const Finally&) = delete;
+    Finally& operator=(const Finally&) = delete;
+
+private:
+    Action action_;
+};
+
+/// The text must not be longer than the engine's limit, which is an `int`.
 int prepareStatement(sqlite3* connection, std::string_view sql, sqlite3_stmt** statement,
                      const char** tail) noexcept {
     const int size = static_cast<int>(sql.size());
@@ -37,6 +57,19 @@ int prepareStatement(sqlite3* connection, std::string_view sql, sqlite3_stmt** s
 #else
     return sqlite3_prepare_v2(connection, sql.data(), size, statement, tail);
 #endif
+}
+
+bool hasEmptyLog(sqlite3* connection) noexcept {
+    const char* const path = connection == nullptr ? nullptr : sqlite3_db_filename(connection, "main");
+    if (path == nullptr) {
+        return false;
+    }
+    try {
+        std::error_code failure;
+        return std::filesystem::file_size(std::string(path) + "-wal", failure) == 0 && !failure;
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
 }
 
 bool isBlank(std::string_view text) noexcept {
@@ -59,49 +92,59 @@ std::shared_ptr<FMDatabase> FMDatabase::databaseWithPath(const std::string& path
             flags |= SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
             break;
     }
-    if (const ZAVError objection = ZAVObjectionToKey(options.key)) {
+    ZAVDatabaseFile file;
+    ZAVError objection = ZAVObjectionToOptions(options);
+    if (!objection) {
+        objection = file.find(path, options.vfs);
+    }
+    if (objection) {
         ZAVStoreError(error, objection);
         return nullptr;
     }
-    if (const auto hazard = ZAVHazardBesideDatabase(path)) {
-        ZAVStoreError(error, {ZAVErrorDomainDatabase, ZAVDatabaseErrorUnsafeCompanion, *hazard});
-        return nullptr;
+    if ((flags & SQLITE_OPEN_CREATE) != 0 && file.makeIfAbsent(options.newFileMode)) {
+        flags &= ~SQLITE_OPEN_CREATE;  // the engine would make it with other permissions
     }
-    sqlite3* connection = nullptr;
+    const std::shared_ptr<FMDatabase> database(new FMDatabase(options.statementCacheCapacity));
     const char* vfs = options.vfs.empty() ? nullptr : options.vfs.c_str();
-    const int status = sqlite3_open_v2(path.c_str(), &connection, flags, vfs);
-    std::shared_ptr<FMDatabase> database(new FMDatabase(connection, options.statementCacheCapacity));
-    if (status != SQLITE_OK) {
-        ZAVStoreError(error, engineError(connection));
+    if (sqlite3_open_v2(file.path().c_str(), &database->connection_, flags, vfs) != SQLITE_OK) {
+        ZAVStoreError(error, engineError(database->connection_));
         return nullptr;
     }
-    if (!database->configure(options)) {
-        ZAVStoreError(error, ZAVErrorOfKey(database->lastError(), connection, path, options.key.has_value()));
-        database->closeUntouched();
-        return nullptr;
+    bool isAccepted = false;
+    const Finally leaveAlone([&] {
+        if (!isAccepted) {
+            database->closeUntouched();
+        }
+    });
+    isAccepted = database->configure(options);
+    if (!isAccepted) {
+        ZAVStoreError(error, ZAVErrorOfKey(database->lastError(), database->connection_, path,
+                                           options.key.has_value()));
     }
-    return database;
+    return isAccepted ? database : nullptr;
 }
 
-FMDatabase::FMDatabase(sqlite3* connection, std::size_t statementCacheCapacity)
-    : connection_(connection), statements_(std::make_unique<ZAVStatementCache>(statementCacheCapacity)) {}
+FMDatabase::FMDatabase(std::size_t statementCacheCapacity)
+    : statements_(std::make_unique<ZAVStatementCache>(statementCacheCapacity)) {}
 
 FMDatabase::~FMDatabase() {
     close();
 }
 
 void FMDatabase::close() noexcept {
-    observation_.reset();  // nobody is told of what closing does
     if (statements_ != nullptr) {
         statements_->closeCursors();
-        statements_.reset();
     }
+    observation_.reset();
+    statements_.reset();
     sqlite3_close_v2(std::exchange(connection_, nullptr));
 }
 
 bool FMDatabase::configure(const FMDatabaseOptions& options) {
     sqlite3_extended_result_codes(connection_, 1);
-    sqlite3_busy_timeout(connection_, static_cast<int>(options.busyTimeout.count()));
+    constexpr std::chrono::milliseconds longestTimeout(std::numeric_limits<int>::max());
+    busyTimeout_ = std::min(options.busyTimeout, longestTimeout);
+    sqlite3_busy_timeout(connection_, static_cast<int>(busyTimeout_.count()));
     keepForeignHandsOff(connection_);
     if (options.key && ZAVUseKey(connection_, *options.key) != SQLITE_OK) {
         return failWithEngineError();
@@ -127,7 +170,6 @@ bool FMDatabase::configure(const FMDatabaseOptions& options) {
                          ", but this version of the library knows only versions up to " +
                          std::to_string(*options.newestUserVersion)});
     }
-    busyTimeout_ = options.busyTimeout;
     isDurable_ = options.synchronous == FMDatabaseOptions::Synchronous::full;
     // A journal's deletion is the commit, and it has to reach the device too: FULL alone does not wait for
     // that.
@@ -138,8 +180,13 @@ bool FMDatabase::configure(const FMDatabaseOptions& options) {
            useWriteAheadLog();
 }
 
-/// A file that is refused is left as it was found: not even its write-ahead log is folded into it.
+/// A file that is refused is left as it was found: not even its write-ahead log is folded into it. An empty
+/// log has nothing to fold; it may be the one that opening made, and goes.
 void FMDatabase::closeUntouched() noexcept {
+    if (hasEmptyLog(connection_)) {
+        close();
+        return;
+    }
 #ifdef SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE
     if (sqlite3_db_config(connection_, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr) == SQLITE_OK) {
         close();
@@ -205,15 +252,44 @@ bool FMDatabase::executeStatements(const std::string& script) {
     if (!leaveAbandonedTransaction()) {
         return false;
     }
+    if (refuseUnreadable(script)) {
+        return false;
+    }
     const auto start = std::chrono::steady_clock::now();
-    const bool succeeded =
-        sqlite3_exec(connection_, script.c_str(), nullptr, nullptr, nullptr) == SQLITE_OK ||
-        failWithEngineError();
+    const bool succeeded = runScript(script.c_str());
     if (observation_ != nullptr && observation_->statements) {
         observation_->statements({script, std::chrono::steady_clock::now() - start, 0, succeeded});
     }
-    deliverChanges();
     return succeeded;
+}
+
+/// Statement by statement, so that what a failing one takes back is known to be its own.
+bool FMDatabase::runScript(const char* script) {
+    while (*script != '\0') {
+        sqlite3_stmt* handle = nullptr;
+        const int status = sqlite3_prepare_v2(connection_, script, -1, &handle, &script);
+        ZAVStatementHandle statement(handle);
+        if (status != SQLITE_OK) {
+            return failWithEngineError();
+        }
+        const bool succeeded = statement == nullptr || runToEnd(statement.get());
+        statement.reset();
+        deliverChanges();
+        if (!succeeded) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool FMDatabase::runToEnd(sqlite3_stmt* statement) {
+    const auto changes = observation_ == nullptr ? nullptr : observation_->changes;
+    std::size_t changesBefore = 0;
+    int status = SQLITE_ROW;
+    while (status == SQLITE_ROW) {
+        status = changes == nullptr ? sqlite3_step(statement) : changes->step(statement, changesBefore);
+    }
+    return status == SQLITE_DONE || failWithEngineError();
 }
 
 int FMDatabase::changes() const noexcept {
@@ -231,7 +307,15 @@ bool FMDatabase::inTransaction() const noexcept {
 void FMDatabase::rollback() {
     // The engine undoes the transaction by itself after some failures; there is then nothing left to do.
     transactionIsAbandoned_ = false;
-    transactionIsAbandoned_ = inTransaction() && !executeUpdate("ROLLBACK") && inTransaction();
+    if (!inTransaction()) {
+        return;
+    }
+    try {
+        executeUpdate("ROLLBACK");
+    } catch (const std::bad_alloc&) {
+        lastError_ = {ZAVErrorDomainSQLite, SQLITE_NOMEM, "out of memory"};  // short enough to need none
+    }
+    transactionIsAbandoned_ = inTransaction();
 }
 
 /// What is written into an abandoned transaction would be acknowledged, and lost.
@@ -293,9 +377,8 @@ bool FMDatabase::bindNull(ZAVStatement& statement, int position) {
 }
 
 bool FMDatabase::discardUnbound(ZAVStatement& statement) {
-    failWithEngineError();
-    statements_->discard(statement);
-    return false;
+    const Finally discard([&] { statements_->discard(statement); });
+    return failWithEngineError();
 }
 
 std::optional<FMResultSet> FMDatabase::query(ZAVStatement* statement) {
@@ -309,18 +392,12 @@ bool FMDatabase::update(ZAVStatement* statement) {
     if (statement == nullptr) {
         return false;
     }
-    const std::size_t changesBefore =
-        observation_ != nullptr && observation_->changes != nullptr ? observation_->changes->pending() : 0;
     int status = SQLITE_ROW;
     while (status == SQLITE_ROW) {
         status = step(*statement);
     }
     if (status != SQLITE_DONE) {
-        failWithEngineError();
-        if (observation_ != nullptr && observation_->changes != nullptr) {
-            observation_->changes->keepFirst(changesBefore);
-        }
-        discardFailed(*statement);
+        failAndDiscard(*statement);
         return false;
     }
     giveBack(*statement);
@@ -328,7 +405,7 @@ bool FMDatabase::update(ZAVStatement* statement) {
 }
 
 int FMDatabase::step(ZAVStatement& statement) noexcept {
-    return observation_ == nullptr ? sqlite3_step(statement.handle()) : ZAVObservation::step(statement);
+    return observation_ == nullptr ? sqlite3_step(statement.handle()) : observation_->step(statement);
 }
 
 /// Takes a statement back that ran, and says what the engine says of it at the end.
@@ -341,11 +418,18 @@ int FMDatabase::giveBack(ZAVStatement& statement) noexcept {
     return status;
 }
 
+/// Stores why the engine failed, and takes the statement out of use.
+void FMDatabase::failAndDiscard(ZAVStatement& statement) {
+    const Finally discard([&] { discardFailed(statement); });
+    failWithEngineError();
+}
+
 void FMDatabase::discardFailed(ZAVStatement& statement) noexcept {
     if (observation_ != nullptr) {
         observation_->statementEnds(statement, false);
     }
     statements_->discard(statement);
+    deliverChanges();
 }
 
 void FMDatabase::deliverChanges() noexcept {
@@ -358,6 +442,7 @@ void FMDatabase::deliverChanges() noexcept {
 
 void FMDatabase::setStatementObserver(FMStatementObserver observer) {
     changeObservation([&](ZAVObservation& observation) { observation.statements = std::move(observer); });
+    forgetCounts();
 }
 
 void FMDatabase::setChangeObserver(FMChangeObserver observer) {
@@ -370,6 +455,7 @@ void FMDatabase::setChangeObserver(FMChangeObserver observer) {
             observation.changes = std::make_shared<ZAVChangeCollector>(connection_, std::move(observer));
         }
     });
+    statements_->forEachLent([](ZAVStatement& statement) { statement.changesBefore = 0; });
 }
 
 template <class Change>
@@ -380,7 +466,16 @@ void FMDatabase::changeObservation(const Change& change) {
     change(*observation_);
     if (observation_->isIdle()) {
         observation_.reset();
+        forgetCounts();
     }
+}
+
+/// What was counted for one observer is none of the next one's.
+void FMDatabase::forgetCounts() noexcept {
+    statements_->forEachLent([](ZAVStatement& statement) {
+        statement.duration = {};
+        statement.rows = 0;
+    });
 }
 
 /// Lends the statement `sql` to bind so many values to; null on failure.
@@ -389,10 +484,11 @@ ZAVStatement* FMDatabase::lendForValues(std::string_view sql, std::size_t valueC
     if (statement == nullptr || statement->placeholderCount() == valueCount) {
         return statement;
     }
+    const std::size_t placeholderCount = statement->placeholderCount();
+    statements_->giveBack(*statement);  // before the message, which memory may not suffice for
     fail({ZAVErrorDomainDatabase, ZAVDatabaseErrorWrongValueCount,
-          "the statement has " + std::to_string(statement->placeholderCount()) + " placeholders, but " +
+          "the statement has " + std::to_string(placeholderCount) + " placeholders, but " +
               std::to_string(valueCount) + " values were given: " + std::string(sql)});
-    statements_->giveBack(*statement);
     return nullptr;
 }
 
@@ -407,24 +503,51 @@ ZAVStatement* FMDatabase::lend(std::string_view sql) {
     if (ZAVStatement* const statement = statements_->borrow(sql)) {
         return statement;
     }
+    if (refuseTooLong(sql) || refuseUnreadable(sql)) {
+        return nullptr;
+    }
     sqlite3_stmt* handle = nullptr;
     const char* tail = nullptr;
-    if (prepareStatement(connection_, sql, &handle, &tail) != SQLITE_OK) {
+    const int status = prepareStatement(connection_, sql, &handle, &tail);
+    ZAVStatementHandle statement(handle);
+    if (status != SQLITE_OK) {
         failWithEngineError();
         return nullptr;
     }
-    if (handle == nullptr) {
+    if (statement == nullptr) {
         fail({ZAVErrorDomainDatabase, ZAVDatabaseErrorNoStatement, "the text holds no statement"});
         return nullptr;
     }
     const std::string_view rest = sql.substr(static_cast<std::size_t>(tail - sql.data()));
     if (!isBlank(rest)) {
-        sqlite3_finalize(handle);
+        statement.reset();
         fail({ZAVErrorDomainDatabase, ZAVDatabaseErrorTrailingText,
               "there is text after the first statement: " + std::string(rest)});
         return nullptr;
     }
-    return &statements_->add(handle, sql);
+    return &statements_->add(std::move(statement), sql);
+}
+
+/// The engine reads no further than a NUL, and says nothing of it.
+bool FMDatabase::refuseUnreadable(std::string_view sql) {
+    const std::size_t position = sql.find('\0');
+    if (position == std::string_view::npos) {
+        return false;
+    }
+    fail({ZAVErrorDomainDatabase, ZAVDatabaseErrorNulInText,
+          "the text of a statement holds a NUL, after: " + std::string(sql.substr(0, position))});
+    return true;
+}
+
+bool FMDatabase::refuseTooLong(std::string_view sql) {
+    const int longest = sqlite3_limit(connection_, SQLITE_LIMIT_SQL_LENGTH, -1);
+    if (sql.size() <= static_cast<std::size_t>(longest)) {
+        return false;
+    }
+    fail({ZAVErrorDomainSQLite, SQLITE_TOOBIG,
+          "the text of a statement has " + std::to_string(sql.size()) + " bytes; the engine takes " +
+              std::to_string(longest)});
+    return true;
 }
 
 bool FMDatabase::fail(ZAVError error) {

@@ -17,6 +17,7 @@
 #include "Private/Foundation/ZAVValue.h"
 
 struct sqlite3;
+struct sqlite3_stmt;
 
 namespace zav {
 
@@ -37,7 +38,16 @@ public:
     /// Foreign hands are kept off: the engine's defensive mode is on, functions named in the schema are not
     /// trusted, cells are checked as pages are read, and no extension can be loaded.
     ///
-    /// @param path the file, in the file system's own encoding; ":memory:" for a database in memory.
+    /// A path is a path, also one that begins with `file:` on an engine that takes URIs. Refused are an empty
+    /// path and one with a NUL; a file that is no ordinary one, or has another name too (a hard link), under
+    /// which its journal and log would not be found; and one beside which something stands as its journal,
+    /// log or shared memory that is no ordinary file, has another name too, or names a further file.
+    ///
+    /// A file that is made is only its owner's to read; see `FMDatabaseOptions::newFileMode`. When opening
+    /// fails after it was made it stays, empty: another process may be using it already.
+    ///
+    /// @param path the file, in the file system's own encoding; exactly ":memory:" for a database in memory.
+    /// @param options what `FMDatabaseOptions` says; one that means nothing is refused.
     /// @param error receives the reason on failure.
     /// @return the open handle; null when the file cannot be opened or is no database.
     [[nodiscard]] static std::shared_ptr<FMDatabase> databaseWithPath(const std::string& path,
@@ -47,11 +57,13 @@ public:
     FMDatabase(const FMDatabase&) = delete;
     FMDatabase& operator=(const FMDatabase&) = delete;
 
-    /// Closes the connection. Cursors that are still open are closed with it.
+    /// Closes the connection. Cursors that are still open are closed with it, and the observers are told of
+    /// that as of any other end of a statement.
     ~FMDatabase();
 
-    /// Runs a query. Each value goes to the placeholder at its position; their number must be that of the
-    /// placeholders. The values are copied: the cursor depends on none of them.
+    /// Runs a query. A text that holds a NUL, or is longer than the engine's limit for statements, is
+    /// refused, here and in all other calls. Each value goes to the placeholder at its position; their number
+    /// must be that of the placeholders. The values are copied: the cursor depends on none of them.
     /// @return a cursor before the first row, or none on failure.
     template <class... Values>
     [[nodiscard]] std::optional<FMResultSet> executeQuery(std::string_view sql, const Values&... values) {
@@ -78,7 +90,7 @@ public:
     bool executeUpdateWithArgumentsInArray(std::string_view sql, std::span<const ZAVValue> arguments);
 
     /// Runs the statements of a script one after the other, without values, and stops at the first that
-    /// fails.
+    /// fails. A script that holds a NUL is refused as a whole.
     bool executeStatements(const std::string& script);
 
     /// Lets one connection read while another writes, from now on and for whoever opens the file; see
@@ -103,18 +115,24 @@ public:
     void rollback();
 
     /// Has `observer` told of each run of a statement on this handle, once it has ended, and of each script;
-    /// an empty one ends that. For seeing what the store does, and how long it takes.
+    /// an empty one ends that. For seeing what the store does, and how long it takes. Of a statement that is
+    /// under way it is told what it does from now on.
     void setStatementObserver(FMStatementObserver observer);
 
     /// Has `observer` told of the rows that each commit on this handle changed in the database file, after
     /// the statement that committed; an empty one ends that. For showing conversations while they change.
-    /// Changes wait in memory for their commit.
+    /// Changes wait in memory for their commit; those made before it was set are not told.
     ///
-    /// Not told are: keyed values, whose tables have no row identifiers; a row that another one replaced; the
-    /// removal of all rows of a table by one statement without a condition. What `ROLLBACK TO` takes back is
-    /// told all the same.
+    /// What is told was committed: nothing that a failed statement or script, `ROLLBACK` or `ROLLBACK TO`
+    /// took back. What a statement stored before it failed (`INSERT OR FAIL`) is told.
     ///
-    /// It takes the place of the engine's update and rollback hooks of the connection.
+    /// Not told, although committed, are: keyed values, whose tables have no row identifiers; a row that
+    /// another one replaced (`INSERT OR REPLACE`); the removal of all rows of a table by one statement
+    /// without a condition; and what triggers, which the event store has none of, wrote before the first row
+    /// of a statement failed under `OR FAIL`. What runs on `sqliteHandle`, past this class, is told with the
+    /// next statement on this handle, and `ROLLBACK TO` must not be run there.
+    ///
+    /// It takes the place of the engine's update, commit and rollback hooks of the connection.
     void setChangeObserver(FMChangeObserver observer);
 
     /// How many cursors are open.
@@ -128,7 +146,8 @@ private:
     friend class ZAVDatabaseSchema;
     friend class ZAVTransaction;
 
-    FMDatabase(sqlite3* connection, std::size_t statementCacheCapacity);
+    /// A handle that is not yet open.
+    explicit FMDatabase(std::size_t statementCacheCapacity);
 
     [[nodiscard]] bool configure(const FMDatabaseOptions& options);
     void close() noexcept;
@@ -176,18 +195,24 @@ private:
     [[nodiscard]] std::optional<FMResultSet> query(ZAVStatement* statement);
     bool update(ZAVStatement* statement);
     [[nodiscard]] ZAVStatement* lend(std::string_view sql);
+    [[nodiscard]] bool refuseUnreadable(std::string_view sql);
+    [[nodiscard]] bool refuseTooLong(std::string_view sql);
+    [[nodiscard]] bool runScript(const char* script);
+    [[nodiscard]] bool runToEnd(sqlite3_stmt* statement);
     [[nodiscard]] ZAVStatement* lendForValues(std::string_view sql, std::size_t valueCount);
     [[nodiscard]] bool leaveAbandonedTransaction();
     [[nodiscard]] int step(ZAVStatement& statement) noexcept;
     int giveBack(ZAVStatement& statement) noexcept;
+    void failAndDiscard(ZAVStatement& statement);
     void discardFailed(ZAVStatement& statement) noexcept;
+    void forgetCounts() noexcept;
     void deliverChanges() noexcept;
     template <class Change>
     void changeObservation(const Change& change);
     bool fail(ZAVError error);
     bool failWithEngineError();
 
-    sqlite3* connection_;
+    sqlite3* connection_ = nullptr;
     std::unique_ptr<ZAVStatementCache> statements_;
     std::unique_ptr<ZAVObservation> observation_;  ///< null unless somebody watches
     ZAVError lastError_;

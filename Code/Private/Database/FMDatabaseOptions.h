@@ -8,7 +8,8 @@
 
 namespace zav {
 
-/// How a database is opened. The defaults are what a client wants.
+/// How a database is opened. The defaults are what a client wants. A value that means nothing, such as a
+/// negative size, is refused with `ZAVDatabaseErrorBadOption` before anything is opened or made.
 struct FMDatabaseOptions {
     /// What the handle may do with the file.
     enum class Access {
@@ -29,22 +30,30 @@ struct FMDatabaseOptions {
     /// By default what was acknowledged survives a power cut.
     Synchronous synchronous = Synchronous::full;
 
+    /// The permissions of a file that is made, and of the journal, the log and the shared memory beside it;
+    /// the process's umask may only take from the file's. By default they are the owner's alone, who must be
+    /// let read and write. A file that is there keeps its own. Only the engine's own file systems of Unix are
+    /// told.
+    std::uint32_t newFileMode = 0600;
+
     /// A write-ahead log lets one connection read while another writes. Without it the file keeps the mode it
     /// has.
     bool writeAheadLog = true;
 
     /// Memory for pages of the file, in KiB, taken as pages are read. Indexes that fit are searched without
-    /// touching the file system; 2048 suits a small phone.
+    /// touching the file system; 2048 suits a small phone. 0 leaves the engine the least that it needs.
     std::int32_t pageCacheKiB = 16384;
 
     /// How many pages the write-ahead log grows by before it is folded into the file. A page that changes
-    /// again and again in between is folded once.
+    /// again and again in between is folded once. 0 leaves folding it to the application, and to closing.
     std::int32_t writeAheadLogPages = 4000;
 
-    /// How long a call waits for a lock that another connection holds before it fails.
+    /// How long a call waits for a lock that another connection holds before it fails; 0 does not wait. More
+    /// than 2^31 - 1 ms, some 24 days, are taken for that.
     std::chrono::milliseconds busyTimeout{5000};
 
-    /// How many prepared statements are kept for reuse while they are idle. 0 keeps none.
+    /// How many prepared statements are kept for reuse while they are idle. 0 keeps none; 2^31 - 1
+    /// are the most that may be asked for.
     std::size_t statementCacheCapacity = 64;
 
     /// The newest `PRAGMA user_version` that is acceptable. A file with a greater one is refused before

@@ -2,6 +2,7 @@
 
 #include <sqlite3.h>
 
+#include <new>
 #include <utility>
 
 #include "Private/Database/FMDatabase.h"
@@ -48,10 +49,9 @@ bool FMResultSet::nextWithError(ZAVError* error) {
             close();
             return false;
         default:
-            database_->failWithEngineError();
-            ZAVStoreError(error, database_->lastError());
             row_ = nullptr;
-            database_->discardFailed(*std::exchange(statement_, nullptr));
+            database_->failAndDiscard(*std::exchange(statement_, nullptr));
+            ZAVStoreError(error, database_->lastError());
             return false;
     }
 }
@@ -145,7 +145,11 @@ int FMResultSet::indexForColumn(std::string_view name) const {
     sqlite3_stmt* const statement = statement_->handle();
     const int count = sqlite3_column_count(statement);
     for (int index = 0; index < count; ++index) {
-        const std::string_view candidate = sqlite3_column_name(statement, index);
+        const char* const text = sqlite3_column_name(statement, index);
+        if (text == nullptr) {
+            throw std::bad_alloc();  // the engine had no memory to hand it out
+        }
+        const std::string_view candidate = text;
         if (candidate.size() == name.size() &&
             (candidate == name ||
              sqlite3_strnicmp(candidate.data(), name.data(), static_cast<int>(name.size())) == 0)) {

@@ -29,19 +29,21 @@ bool namesAnotherJournal(const fs::path& journal) {
 }  // namespace
 
 std::optional<std::string> ZAVHazardBesideDatabase(const std::string& path) {
-    std::error_code failure;
-    const std::string file = fs::canonical(path, failure).string();
-    if (failure) {
-        return std::nullopt;  // there is no such file yet
-    }
     for (const char* const suffix : {"-journal", "-wal", "-shm"}) {
-        const std::string companion = file + suffix;
+        std::error_code failure;
+        const std::string companion = path + suffix;
         const auto status = fs::symlink_status(companion, failure);
-        if (fs::exists(status) && !fs::is_regular_file(status)) {
+        if (!fs::exists(status)) {
+            continue;
+        }
+        if (!fs::is_regular_file(status)) {
             return companion + " is no ordinary file";
         }
+        if (fs::hard_link_count(companion, failure) > 1 && !failure) {
+            return companion + " has another name too, under which it belongs to something else";
+        }
     }
-    if (const std::string journal = file + "-journal"; namesAnotherJournal(journal)) {
+    if (const std::string journal = path + "-journal"; namesAnotherJournal(journal)) {
         return journal + " names another journal, which would be removed";
     }
     return std::nullopt;

@@ -2,11 +2,13 @@
 
 #include <cstddef>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "Private/Database/FMObservation.h"
 
 struct sqlite3;
+struct sqlite3_stmt;
 
 namespace zav {
 
@@ -24,24 +26,36 @@ public:
     /// Takes the hooks away. Another collector may come only after that.
     void stop() noexcept;
 
-    /// How many changes wait for their commit.
-    [[nodiscard]] std::size_t pending() const noexcept { return changes_.size(); }
-
-    /// Drops all but the first `count`. A statement that fails inside a transaction takes its own changes
-    /// back, which no hook tells.
-    void keepFirst(std::size_t count) noexcept;
+    /// Steps a statement, and drops what the engine takes back with it and tells no hook: the changes of a
+    /// statement that fails, and those since a savepoint that is returned to.
+    /// @param changesBefore how many changes waited when the statement was first stepped; kept by the caller
+    /// between the steps of one run.
+    [[nodiscard]] int step(sqlite3_stmt* statement, std::size_t& changesBefore) noexcept;
 
     /// Tells the observer what has been committed, if anything has.
     void deliver() noexcept;
 
 private:
+    struct Savepoint {
+        std::string name;
+        std::size_t changesBefore;
+    };
+
     static void rowChanged(void* collector, int operation, const char* database, const char* table,
                            long long row) noexcept;
+    static int commits(void* collector) noexcept;
     static void rolledBack(void* collector) noexcept;
+
+    void keepFirst(std::size_t count) noexcept;
+    void statementFailed(std::size_t changesBefore) noexcept;
+    void followSavepoints(const char* sql);
+    [[nodiscard]] std::vector<Savepoint>::iterator innermost(const std::string& name);
 
     sqlite3* connection_;  ///< null once stopped
     FMChangeObserver observer_;
     std::vector<FMRowChange> changes_;
+    std::vector<Savepoint> savepoints_;  ///< the open ones, the innermost last
+    bool commitBegan_ = false;
     bool isIncomplete_ = false;
 };
 
@@ -52,8 +66,8 @@ struct ZAVObservation {
 
     [[nodiscard]] bool isIdle() const noexcept { return !statements && changes == nullptr; }
 
-    /// Steps the statement, and notes the time and the row.
-    [[nodiscard]] static int step(ZAVStatement& statement) noexcept;
+    /// Steps the statement, and notes the time, the row and the changes.
+    [[nodiscard]] int step(ZAVStatement& statement) const noexcept;
 
     /// Before a statement is given back: tells of its run.
     void statementEnds(ZAVStatement& statement, bool succeeded) const noexcept;

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
-#include <limits>
 #include <utility>
 
 #include "Private/Database/FMResultSet.h"
@@ -29,14 +28,14 @@ std::size_t bucketFor(std::string_view sql, std::size_t bucketCount) noexcept {
 
 }  // namespace
 
-ZAVStatement::ZAVStatement(sqlite3_stmt* handle, std::string_view sql)
-    : handle_(handle),
-      sql_(sql),
-      placeholderCount_(static_cast<std::size_t>(sqlite3_bind_parameter_count(handle))) {}
-
-ZAVStatement::~ZAVStatement() {
-    sqlite3_finalize(handle_);
+void ZAVStatementFinalizer::operator()(sqlite3_stmt* handle) const noexcept {
+    sqlite3_finalize(handle);
 }
+
+ZAVStatement::ZAVStatement(ZAVStatementHandle handle, std::string_view sql)
+    : handle_(std::move(handle)),
+      sql_(sql),
+      placeholderCount_(static_cast<std::size_t>(sqlite3_bind_parameter_count(handle_.get()))) {}
 
 void ZAVStatement::releaseBytes() noexcept {
     keptSize_ = 0;
@@ -47,98 +46,87 @@ void ZAVStatement::releaseBytes() noexcept {
     const std::uint64_t allButFirst = positions & (positions - 1);
     const std::uint64_t allButTwo = allButFirst & (allButFirst - 1);
     if (allButTwo != 0 || positions >> lastNotedPosition != 0) {
-        sqlite3_clear_bindings(handle_);
+        sqlite3_clear_bindings(handle_.get());
         return;
     }
-    sqlite3_bind_null(handle_, std::countr_zero(positions));
+    sqlite3_bind_null(handle_.get(), std::countr_zero(positions));
     if (allButFirst != 0) {
-        sqlite3_bind_null(handle_, std::countr_zero(allButFirst));
+        sqlite3_bind_null(handle_.get(), std::countr_zero(allButFirst));
     }
 }
 
-ZAVStatementCache::~ZAVStatementCache() = default;
+ZAVStatementCache::~ZAVStatementCache() {
+    for (ZAVUseLink* const ring : {&idle_, &lent_}) {
+        while (ring->next() != ring) {
+            discard(static_cast<ZAVStatement&>(*ring->next()));
+        }
+    }
+}
 
 void ZAVStatementCache::closeCursors() noexcept {
-    // Nothing may be evicted during the walk: it would take the walk's next step with it.
-    capacity_ = std::numeric_limits<std::size_t>::max();
-    forEach([](ZAVStatement& statement) {
-        if (statement.cursor != nullptr) {
-            statement.cursor->close();
+    for (ZAVUseLink* link = lent_.next(); link != &lent_;) {
+        FMResultSet* const cursor = static_cast<ZAVStatement&>(*link).cursor;
+        if (cursor == nullptr) {
+            link = link->next();
+            continue;
         }
-    });
+        // Whoever is told of what this commits may close further cursors.
+        cursor->close();
+        link = lent_.next();
+    }
 }
 
 ZAVStatement* ZAVStatementCache::borrow(std::string_view sql) noexcept {
-    ZAVStatement* statement = buckets_[bucketFor(sql, bucketCount)].get();
-    while (statement != nullptr && (statement->lent_ || statement->sql_ != sql)) {
-        statement = statement->next_.get();
+    const ZAVBucketLink& bucket = buckets_[bucketFor(sql, bucketCount)];
+    for (ZAVBucketLink* link = bucket.next(); link != &bucket; link = link->next()) {
+        auto& statement = static_cast<ZAVStatement&>(*link);
+        if (statement.sql_ == sql) {
+            statement.ZAVBucketLink::leave();
+            statement.ZAVUseLink::leave();
+            statement.ZAVUseLink::enterBehind(lent_);
+            --idleCount_;
+            return &statement;
+        }
     }
-    if (statement != nullptr) {
-        statement->lent_ = true;
-        --idle_;
-    }
-    return statement;
+    return nullptr;
 }
 
-ZAVStatement& ZAVStatementCache::add(sqlite3_stmt* handle, std::string_view sql) {
-    auto statement = std::make_unique<ZAVStatement>(handle, sql);
-    statement->lent_ = true;
-    std::unique_ptr<ZAVStatement>& bucket = buckets_[bucketFor(sql, bucketCount)];
-    statement->next_ = std::move(bucket);
-    bucket = std::move(statement);
-    return *bucket;
+ZAVStatement& ZAVStatementCache::add(ZAVStatementHandle handle, std::string_view sql) {
+    ZAVStatement* const statement = std::make_unique<ZAVStatement>(std::move(handle), sql).release();
+    statement->bucket_ = &buckets_[bucketFor(sql, bucketCount)];
+    statement->ZAVUseLink::enterBehind(lent_);
+    return *statement;
 }
 
 int ZAVStatementCache::giveBack(ZAVStatement& statement) noexcept {
     statement.cursor = nullptr;
-    const int status = sqlite3_reset(statement.handle_);
+    const int status = sqlite3_reset(statement.handle());
     statement.releaseBytes();
-    statement.lent_ = false;
-    statement.lastUse_ = ++clock_;
-    if (++idle_ > capacity_) {
-        removeLeastRecentlyUsed(statement);
+    statement.ZAVUseLink::leave();
+    statement.ZAVUseLink::enterBehind(idle_);
+    statement.ZAVBucketLink::enterBehind(*statement.bucket_);
+    if (++idleCount_ > capacity_) {
+        removeLeastRecentlyUsed();
     }
     return status;
 }
 
 void ZAVStatementCache::discard(ZAVStatement& statement) noexcept {
-    remove(statement);
+    const std::unique_ptr<ZAVStatement> discarded(&statement);
+    statement.ZAVUseLink::leave();
 }
 
 std::size_t ZAVStatementCache::cursorCount() const noexcept {
     std::size_t count = 0;
-    forEach([&](const ZAVStatement& statement) { count += statement.cursor != nullptr ? 1 : 0; });
+    forEachLent([&](const ZAVStatement& statement) { count += statement.cursor != nullptr ? 1 : 0; });
     return count;
 }
 
-template <class Visit>
-void ZAVStatementCache::forEach(const Visit& visit) const {
-    for (const auto& bucket : buckets_) {
-        for (ZAVStatement* statement = bucket.get(); statement != nullptr;) {
-            ZAVStatement* const next = statement->next_.get();
-            visit(*statement);
-            statement = next;
-        }
-    }
-}
-
-void ZAVStatementCache::remove(ZAVStatement& statement) noexcept {
-    std::unique_ptr<ZAVStatement>* link = &buckets_[bucketFor(statement.sql_, bucketCount)];
-    while (link->get() != &statement) {
-        link = &(*link)->next_;
-    }
-    *link = std::move(statement.next_);
-}
-
-void ZAVStatementCache::removeLeastRecentlyUsed(ZAVStatement& idle) noexcept {
-    ZAVStatement* oldest = &idle;
-    forEach([&](ZAVStatement& statement) {
-        if (!statement.lent_ && statement.lastUse_ < oldest->lastUse_) {
-            oldest = &statement;
-        }
-    });
-    --idle_;
-    remove(*oldest);
+void ZAVStatementCache::removeLeastRecentlyUsed() noexcept {
+    auto& oldest = static_cast<ZAVStatement&>(*idle_.previous());
+    oldest.ZAVBucketLink::leave();
+    --idleCount_;
+    discard(oldest);
 }
 
 }  // namespace zav

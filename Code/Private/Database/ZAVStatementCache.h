@@ -16,15 +16,57 @@ namespace zav {
 
 class FMResultSet;
 
-/// A prepared statement, lent to at most one user at a time.
-class ZAVStatement {
-public:
-    ZAVStatement(sqlite3_stmt* handle, std::string_view sql);
-    ~ZAVStatement();
-    ZAVStatement(const ZAVStatement&) = delete;
-    ZAVStatement& operator=(const ZAVStatement&) = delete;
+/// Finalises a statement of the engine.
+struct ZAVStatementFinalizer {
+    void operator()(sqlite3_stmt* handle) const noexcept;
+};
 
-    [[nodiscard]] sqlite3_stmt* handle() const noexcept { return handle_; }
+/// A statement of the engine that is finalised unless it is handed on.
+using ZAVStatementHandle = std::unique_ptr<sqlite3_stmt, ZAVStatementFinalizer>;
+
+/// A place in a ring; one that stands alone is a ring of its own. `Ring` tells the rings apart that one
+/// object stands in.
+template <class Ring>
+class ZAVLink {
+public:
+    ZAVLink() noexcept = default;
+    ZAVLink(const ZAVLink&) = delete;
+    ZAVLink& operator=(const ZAVLink&) = delete;
+
+    [[nodiscard]] ZAVLink* next() const noexcept { return next_; }
+    [[nodiscard]] ZAVLink* previous() const noexcept { return previous_; }
+
+    /// Enters the ring of `other`, behind it. This one must stand in no ring, or have left it.
+    void enterBehind(ZAVLink& other) noexcept {
+        previous_ = &other;
+        next_ = other.next_;
+        next_->previous_ = this;
+        other.next_ = this;
+    }
+
+    /// Leaves its ring. It may only enter another after that.
+    void leave() noexcept {
+        previous_->next_ = next_;
+        next_->previous_ = previous_;
+    }
+
+private:
+    ZAVLink* previous_ = this;
+    ZAVLink* next_ = this;
+};
+
+/// The idle statements of one bucket.
+using ZAVBucketLink = ZAVLink<struct ZAVBucketRing>;
+
+/// All idle statements, in the order of their last use, or all that are lent.
+using ZAVUseLink = ZAVLink<struct ZAVUseRing>;
+
+/// A prepared statement, lent to at most one user at a time.
+class ZAVStatement : public ZAVBucketLink, public ZAVUseLink {
+public:
+    ZAVStatement(ZAVStatementHandle handle, std::string_view sql);
+
+    [[nodiscard]] sqlite3_stmt* handle() const noexcept { return handle_.get(); }
 
     [[nodiscard]] const std::string& sql() const noexcept { return sql_; }
     [[nodiscard]] std::size_t placeholderCount() const noexcept { return placeholderCount_; }
@@ -32,9 +74,11 @@ public:
     /// The cursor that uses the statement; null for an update.
     FMResultSet* cursor = nullptr;
 
-    /// Time spent in the present run and rows that it yielded, counted while somebody watches.
+    /// Time spent in the present run and rows that it yielded, counted while somebody watches; and how many
+    /// changes waited for their commit before it.
     std::chrono::nanoseconds duration{0};
     std::uint64_t rows = 0;
+    std::size_t changesBefore = 0;
 
     /// Notes that a text or a byte string is bound to the placeholder at a position, counted from 1. It must
     /// not stay when the statement is given back. Numbers may: the next use binds every placeholder anew.
@@ -63,19 +107,18 @@ private:
     /// clearing all bindings.
     void releaseBytes() noexcept;
 
-    sqlite3_stmt* handle_;
+    ZAVStatementHandle handle_;
     std::string sql_;
     std::size_t placeholderCount_;
     std::array<char, 64> kept_{};
     std::size_t keptSize_ = 0;
     std::uint64_t bytesAt_ = 0;
-    std::uint64_t lastUse_ = 0;
-    bool lent_ = false;
-    std::unique_ptr<ZAVStatement> next_;  ///< in the same bucket
+    ZAVBucketLink* bucket_ = nullptr;  ///< the ring that it stands in while it is idle
 };
 
 /// The prepared statements of one connection, keyed by their text. Idle ones are kept for reuse up to a
-/// capacity, the least recently used going first; those that are lent do not count.
+/// capacity, the least recently used going first; those that are lent do not count. Lending and giving back
+/// cost the same however many are lent.
 class ZAVStatementCache {
 public:
     explicit ZAVStatementCache(std::size_t capacity) : capacity_(capacity) {}
@@ -86,8 +129,9 @@ public:
     /// An idle statement with this text, lent to the caller; null when there is none.
     [[nodiscard]] ZAVStatement* borrow(std::string_view sql) noexcept;
 
-    /// Takes a statement in that was prepared just now, and lends it to the caller.
-    [[nodiscard]] ZAVStatement& add(sqlite3_stmt* handle, std::string_view sql);
+    /// Takes a statement in that was prepared just now, and lends it to the caller. When memory runs out the
+    /// statement is finalised.
+    [[nodiscard]] ZAVStatement& add(ZAVStatementHandle handle, std::string_view sql);
 
     /// Takes a statement back, reset and with its bindings cleared. Returns what the engine says of it at the
     /// end: whether a value of its last row could not be handed out.
@@ -96,25 +140,30 @@ public:
     /// Takes a statement back that failed. It is not kept.
     void discard(ZAVStatement& statement) noexcept;
 
-    /// Closes every open cursor. Only for a cache that is destroyed next.
+    /// Closes every open cursor.
     void closeCursors() noexcept;
 
     /// How many statements are lent to cursors.
     [[nodiscard]] std::size_t cursorCount() const noexcept;
 
+    /// Calls `visit` with each statement that is lent. It must neither take statements nor give them back.
+    template <class Visit>
+    void forEachLent(const Visit& visit) const {
+        for (ZAVUseLink* link = lent_.next(); link != &lent_; link = link->next()) {
+            visit(static_cast<ZAVStatement&>(*link));
+        }
+    }
+
 private:
     static constexpr std::size_t bucketCount = 128;
 
-    template <class Visit>
-    void forEach(const Visit& visit) const;
-    void remove(ZAVStatement& statement) noexcept;
-    /// `idle` is one that may go; whichever has been idle longest goes.
-    void removeLeastRecentlyUsed(ZAVStatement& idle) noexcept;
+    void removeLeastRecentlyUsed() noexcept;
 
-    std::array<std::unique_ptr<ZAVStatement>, bucketCount> buckets_;
+    std::array<ZAVBucketLink, bucketCount> buckets_;
+    ZAVUseLink idle_;  ///< the most recently used one first
+    ZAVUseLink lent_;
+    std::size_t idleCount_ = 0;
     std::size_t capacity_;
-    std::size_t idle_ = 0;
-    std::uint64_t clock_ = 0;
 };
 
 }  // namespace zav

@@ -66,6 +66,9 @@ enum ZAVDatabaseErrorCode : int {
     ZAVDatabaseErrorNoEncryption = 9,  ///< a key was given, but the build's engine cannot encrypt
     ZAVDatabaseErrorOlderSchema = 10,  ///< the schema is an older one, or none yet, and was not to be changed
     ZAVDatabaseErrorUnusableRow = 11,  ///< a row has the identifier that means "not set"
+    ZAVDatabaseErrorUnusablePath = 12,  ///< at the path, or in it, is something no database can be kept in
+    ZAVDatabaseErrorBadOption = 13,     ///< an option to open with has a value that means nothing
+    ZAVDatabaseErrorNulInText = 14,     ///< the text of a statement or a script holds a NUL
 };
 
 /// Stores `error` where the caller asked for it, if the caller did.

@@ -1,0 +1,82 @@
+#include "Private/Database/ZAVOptionsCheck.h"
+
+#include <cstdint>
+#include <limits>
+#include <string>
+#include <string_view>
+
+#include "Private/Database/ZAVEncryption.h"
+
+namespace zav {
+namespace {
+
+ZAVError badOption(std::string_view option, const std::string& value, std::string_view rule) {
+    std::string message = "the option ";
+    message.append(option).append(" is ").append(value).append(", but ").append(rule);
+    return {ZAVErrorDomainDatabase, ZAVDatabaseErrorBadOption, message};
+}
+
+std::string octal(std::uint32_t number) {
+    std::string digits;
+    for (; number != 0; number /= 8) {
+        digits.insert(digits.begin(), static_cast<char>('0' + number % 8));
+    }
+    return "0" + digits;
+}
+
+ZAVError objectionToChoices(const FMDatabaseOptions& options) {
+    using Access = FMDatabaseOptions::Access;
+    using Synchronous = FMDatabaseOptions::Synchronous;
+    if (options.access < Access::readOnly || options.access > Access::readWriteCreate) {
+        return badOption("access", std::to_string(static_cast<int>(options.access)), "is none of its names");
+    }
+    if (options.synchronous < Synchronous::full || options.synchronous > Synchronous::normal) {
+        return badOption("synchronous", std::to_string(static_cast<int>(options.synchronous)),
+                         "is none of its names");
+    }
+    if (options.vfs.find('\0') != std::string::npos) {
+        return badOption("vfs", options.vfs.c_str(), "goes on after a NUL, which no name does");
+    }
+    return {};
+}
+
+ZAVError objectionToNumbers(const FMDatabaseOptions& options) {
+    constexpr std::string_view negative = "may not be negative";
+    constexpr std::size_t mostStatements = std::numeric_limits<std::int32_t>::max();
+    constexpr std::uint32_t allPermissions = 0777;
+    constexpr std::uint32_t ownersPermissions = 0600;
+    if (options.pageCacheKiB < 0) {
+        return badOption("pageCacheKiB", std::to_string(options.pageCacheKiB), negative);
+    }
+    if (options.writeAheadLogPages < 0) {
+        return badOption("writeAheadLogPages", std::to_string(options.writeAheadLogPages), negative);
+    }
+    if (options.busyTimeout.count() < 0) {
+        return badOption("busyTimeout", std::to_string(options.busyTimeout.count()) + " ms", negative);
+    }
+    if (options.statementCacheCapacity > mostStatements) {
+        return badOption("statementCacheCapacity", std::to_string(options.statementCacheCapacity),
+                         "may not exceed 2147483647");
+    }
+    if (options.newestUserVersion && *options.newestUserVersion < 0) {
+        return badOption("newestUserVersion", std::to_string(*options.newestUserVersion), negative);
+    }
+    if ((options.newFileMode & ~allPermissions) != 0 ||
+        (options.newFileMode & ownersPermissions) != ownersPermissions) {
+        return badOption("newFileMode", octal(options.newFileMode),
+                         "must be permissions that let the owner read and write");
+    }
+    return {};
+}
+
+}  // namespace
+
+ZAVError ZAVObjectionToOptions(const FMDatabaseOptions& options) {
+    ZAVError objection = objectionToChoices(options);
+    if (!objection) {
+        objection = objectionToNumbers(options);
+    }
+    return objection ? objection : ZAVObjectionToKey(options.key);
+}
+
+}  // namespace zav
