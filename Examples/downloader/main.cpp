@@ -7,6 +7,8 @@
 #include <ZAVEventRepository/ZAVEventRepository.h>
 #include <ZAVEventRepository/ZAVMessageRepositoryCache.h>
 
+#include <sys/stat.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -187,6 +189,7 @@ int main(int argc, char** argv) {
         std::cerr << "downloader DATABASE CACHE-DIRECTORY SERVICE, such as http://127.0.0.1:8080\n";
         return 2;
     }
+    ::umask(077);  // content is its owner's alone: its files, and the directories that are made for them
     try {
         ZAVSetMessageRepositoryCacheBaseDirectoryURL(
             ZAVURL::fileURLWithDirectoryPath(fs::absolute(argv[2]).lexically_normal().string()));

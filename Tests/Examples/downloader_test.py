@@ -86,6 +86,14 @@ class Downloader(example_programs.ExampleTest):
         self.run_to_the_end()
         self.assertEqual(self.requests(), before, "there was nothing left to do")
 
+    def test_keeps_content_from_other_users(self):
+        self.start_server()
+        self.make_parts(downloads=1, uploads=0, size=1000)
+        self.run_to_the_end()
+        for path in self.parts("transfer_status = 4").values():
+            self.assertEqual(oct(path.stat().st_mode & 0o777), "0o600", path)
+            self.assertEqual(oct(path.parent.stat().st_mode & 0o777), "0o700", path.parent)
+
     def test_asks_for_a_new_url_when_one_expires(self):
         self.start_server()
         self.make_parts(downloads=3, uploads=0, size=1000)

@@ -68,20 +68,35 @@ std::string journalThatNames(const std::string& other) {
     return journal + number(0x40000000U / 4096 + 1) + other + number(other.size()) + number(checksum) + mark;
 }
 
-TEST_F(PathThatLooksLikeAURI, DoesNotHideTheJournalBesideItsFile) {
-    const std::string path = "file:x.db?cache=private";
-    run(*openHandle("./" + path), "CREATE TABLE t (a)");
-    fs::copy_file(path, "x.db");  // what the URI means
-    const std::string victim = directory_.file("victim");
-    std::ofstream(victim) << "not for you";
-    for (const char* const journal : {"x.db-journal", "file:x.db?cache=private-journal"}) {
-        std::ofstream(journal, std::ios::binary) << journalThatNames(victim);
+class JournalBesideAPathThatLooksLikeAURI : public PathThatLooksLikeAURI {
+protected:
+    JournalBesideAPathThatLooksLikeAURI() { std::ofstream(victim_) << "not for you"; }
+
+    void expectVictimUntouched() const {
+        ASSERT_TRUE(fs::exists(victim_)) << "a journal had a file removed that it named";
+        EXPECT_EQ(bytesOfFile(victim_), "not for you");
     }
+
+    static constexpr const char* path_ = "file:x.db?cache=private";
+    const std::string victim_ = directory_.file("victim");
+};
+
+TEST_F(JournalBesideAPathThatLooksLikeAURI, IsLookedAt) {
+    run(*openHandle(std::string("./") + path_), "CREATE TABLE t (a)");
+    std::ofstream("file:x.db?cache=private-journal", std::ios::binary) << journalThatNames(victim_);
     ZAVError error;
-    EXPECT_EQ(FMDatabase::databaseWithPath(path, {}, &error), nullptr)
+    EXPECT_EQ(FMDatabase::databaseWithPath(path_, {}, &error), nullptr)
         << "the journal beside the file was used";
     EXPECT_EQ(error.code(), 6) << error.description();
-    EXPECT_TRUE(fs::exists(victim)) << "a journal had a file removed that it named";
+    expectVictimUntouched();
+}
+
+TEST_F(JournalBesideAPathThatLooksLikeAURI, IsNotThatOfTheFileWhichTheURIWouldMean) {
+    run(*openHandle("./x.db"), "CREATE TABLE t (a)");
+    std::ofstream("x.db-journal", std::ios::binary) << journalThatNames(victim_);
+    EXPECT_NE(FMDatabase::databaseWithPath(path_), nullptr)
+        << "there is nothing beside the file of this path";
+    expectVictimUntouched();
 }
 
 }  // namespace

@@ -3,10 +3,8 @@
 #include <sqlite3.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <limits>
 #include <new>
-#include <system_error>
 #include <utility>
 
 #include "Private/Database/ZAVDatabaseFile.h"
@@ -59,17 +57,20 @@ int prepareStatement(sqlite3* connection, std::string_view sql, sqlite3_stmt** s
 #endif
 }
 
+/// Asks the engine and not the file system, which would need memory for the path.
 bool hasEmptyLog(sqlite3* connection) noexcept {
-    const char* const path = connection == nullptr ? nullptr : sqlite3_db_filename(connection, "main");
-    if (path == nullptr) {
+#ifdef SQLITE_FCNTL_JOURNAL_POINTER
+    sqlite3_file* log = nullptr;
+    if (sqlite3_file_control(connection, "main", SQLITE_FCNTL_JOURNAL_POINTER, &log) != SQLITE_OK) {
         return false;
     }
-    try {
-        std::error_code failure;
-        return std::filesystem::file_size(std::string(path) + "-wal", failure) == 0 && !failure;
-    } catch (const std::bad_alloc&) {
-        return false;
-    }
+    sqlite3_int64 size = 0;
+    return log == nullptr || log->pMethods == nullptr ||
+           (log->pMethods->xFileSize(log, &size) == SQLITE_OK && size == 0);
+#else
+    static_cast<void>(connection);
+    return false;
+#endif
 }
 
 bool isBlank(std::string_view text) noexcept {

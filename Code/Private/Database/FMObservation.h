@@ -41,8 +41,11 @@ struct ZAV_EXPORT FMRowChange {
 using FMStatementObserver = std::function<void(const FMStatementRun& run)>;
 
 /// Is told of the changes that one commit made permanent, in their order, on the thread that committed. It
-/// may read from the handle; it must neither write to it nor throw. No changes at all mean that memory ran
-/// out while they were collected: anything may have changed.
+/// may read from the handle; it must neither write to it nor throw. When a handle is destroyed with cursors
+/// that still have to commit it is told then, and must reach the handle by another way than its owner's.
+///
+/// What is told was committed; what of it is not told is said at `FMDatabase::setChangeObserver`. No changes
+/// at all mean that memory ran out while they were collected: anything may have changed.
 using FMChangeObserver = std::function<void(std::span<const FMRowChange> changes)>;
 
 }  // namespace zav

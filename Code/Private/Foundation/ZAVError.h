@@ -64,11 +64,11 @@ enum ZAVDatabaseErrorCode : int {
     ZAVDatabaseErrorTransactionEnded = 7,  ///< the transaction to commit is no longer open
     ZAVDatabaseErrorWrongKey = 8,      ///< the key is not the file's: another, one too many, or one missing
     ZAVDatabaseErrorNoEncryption = 9,  ///< a key was given, but the build's engine cannot encrypt
-    ZAVDatabaseErrorOlderSchema = 10,  ///< the schema is an older one, or none yet, and was not to be changed
-    ZAVDatabaseErrorUnusableRow = 11,  ///< a row has the identifier that means "not set"
-    ZAVDatabaseErrorUnusablePath = 12,  ///< at the path, or in it, is something no database can be kept in
-    ZAVDatabaseErrorBadOption = 13,     ///< an option to open with has a value that means nothing
-    ZAVDatabaseErrorNulInText = 14,     ///< the text of a statement or a script holds a NUL
+    ZAVDatabaseErrorUnusablePath = 10,  ///< at the path, or in it, is something no database can be kept in
+    ZAVDatabaseErrorBadOption = 11,     ///< an option to open with has a value that means nothing
+    ZAVDatabaseErrorNulInText = 12,     ///< the text of a statement or a script holds a NUL
+    ZAVDatabaseErrorOlderSchema = 13,  ///< the schema is an older one, or none yet, and was not to be changed
+    ZAVDatabaseErrorUnusableRow = 14,  ///< a row has the identifier that means "not set"
 };
 
 /// Stores `error` where the caller asked for it, if the caller did.
