@@ -2,7 +2,6 @@
 
 #include <sqlite3.h>
 
-#include <algorithm>
 #include <bit>
 #include <cstring>
 #include <utility>
@@ -17,10 +16,11 @@ namespace {
 std::size_t bucketFor(std::string_view sql, std::size_t bucketCount) noexcept {
     std::uint64_t end = 0;
     std::uint64_t middle = 0;
-    const std::size_t taken = std::min(sql.size(), sizeof end);
-    if (taken != 0) {
-        std::memcpy(&end, sql.data() + sql.size() - taken, taken);
-        std::memcpy(&middle, sql.data() + (sql.size() - taken) / 2, taken);
+    if (sql.size() >= sizeof end) {  // by a known size, which costs no call
+        std::memcpy(&end, sql.data() + sql.size() - sizeof end, sizeof end);
+        std::memcpy(&middle, sql.data() + (sql.size() - sizeof middle) / 2, sizeof middle);
+    } else if (!sql.empty()) {
+        std::memcpy(&end, sql.data(), sql.size());
     }
     const std::uint64_t hash = (end ^ (middle * 31) ^ sql.size()) * 0x9E3779B97F4A7C15U;
     return static_cast<std::size_t>(hash >> 32) % bucketCount;
@@ -56,7 +56,7 @@ void ZAVStatement::releaseBytes() noexcept {
 }
 
 ZAVStatementCache::~ZAVStatementCache() {
-    for (ZAVUseLink* const ring : {&idle_, &lent_}) {
+    for (ZAVUseLink* const ring : {&kept_, &lent_}) {
         while (ring->next() != ring) {
             discard(static_cast<ZAVStatement&>(*ring->next()));
         }
@@ -64,6 +64,14 @@ ZAVStatementCache::~ZAVStatementCache() {
 }
 
 void ZAVStatementCache::closeCursors() noexcept {
+    for (ZAVUseLink* link = kept_.next(); link != &kept_;) {
+        auto& statement = static_cast<ZAVStatement&>(*link);
+        link = link->next();
+        if (statement.isLent_) {
+            statement.ZAVUseLink::leave();
+            statement.ZAVUseLink::enterBehind(lent_);
+        }
+    }
     for (ZAVUseLink* link = lent_.next(); link != &lent_;) {
         FMResultSet* const cursor = static_cast<ZAVStatement&>(*link).cursor;
         if (cursor == nullptr) {
@@ -78,12 +86,14 @@ void ZAVStatementCache::closeCursors() noexcept {
 
 ZAVStatement* ZAVStatementCache::borrow(std::string_view sql) noexcept {
     const ZAVBucketLink& bucket = buckets_[bucketFor(sql, bucketCount)];
-    for (ZAVBucketLink* link = bucket.next(); link != &bucket; link = link->next()) {
+    for (ZAVBucketLink* link = bucket.next(); link != &bucket;) {
         auto& statement = static_cast<ZAVStatement&>(*link);
-        if (statement.sql_ == sql) {
+        link = link->next();
+        if (statement.isLent_) {
             statement.ZAVBucketLink::leave();
-            statement.ZAVUseLink::leave();
-            statement.ZAVUseLink::enterBehind(lent_);
+            statement.isInBucket_ = false;
+        } else if (statement.sql_ == sql) {
+            statement.isLent_ = true;
             --idleCount_;
             return &statement;
         }
@@ -102,11 +112,16 @@ int ZAVStatementCache::giveBack(ZAVStatement& statement) noexcept {
     statement.cursor = nullptr;
     const int status = sqlite3_reset(statement.handle());
     statement.releaseBytes();
+    statement.isLent_ = false;
     statement.ZAVUseLink::leave();
-    statement.ZAVUseLink::enterBehind(idle_);
-    statement.ZAVBucketLink::enterBehind(*statement.bucket_);
+    statement.ZAVUseLink::enterBehind(kept_);
+    if (!statement.isInBucket_) {
+        statement.ZAVBucketLink::enterBehind(*statement.bucket_);
+        statement.isInBucket_ = true;
+    }
     if (++idleCount_ > capacity_) {
-        removeLeastRecentlyUsed();
+        --idleCount_;
+        discard(oldestIdle());
     }
     return status;
 }
@@ -114,6 +129,9 @@ int ZAVStatementCache::giveBack(ZAVStatement& statement) noexcept {
 void ZAVStatementCache::discard(ZAVStatement& statement) noexcept {
     const std::unique_ptr<ZAVStatement> discarded(&statement);
     statement.ZAVUseLink::leave();
+    if (statement.isInBucket_) {
+        statement.ZAVBucketLink::leave();
+    }
 }
 
 std::size_t ZAVStatementCache::cursorCount() const noexcept {
@@ -122,11 +140,15 @@ std::size_t ZAVStatementCache::cursorCount() const noexcept {
     return count;
 }
 
-void ZAVStatementCache::removeLeastRecentlyUsed() noexcept {
-    auto& oldest = static_cast<ZAVStatement&>(*idle_.previous());
-    oldest.ZAVBucketLink::leave();
-    --idleCount_;
-    discard(oldest);
+ZAVStatement& ZAVStatementCache::oldestIdle() noexcept {
+    for (;;) {
+        auto& oldest = static_cast<ZAVStatement&>(*kept_.previous());
+        if (!oldest.isLent_) {
+            return oldest;
+        }
+        oldest.ZAVUseLink::leave();
+        oldest.ZAVUseLink::enterBehind(lent_);
+    }
 }
 
 }  // namespace zav

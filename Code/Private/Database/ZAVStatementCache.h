@@ -55,10 +55,10 @@ private:
     ZAVLink* next_ = this;
 };
 
-/// The idle statements of one bucket.
+/// The statements of one bucket: all idle ones, and lent ones that no lookup has come across.
 using ZAVBucketLink = ZAVLink<struct ZAVBucketRing>;
 
-/// All idle statements, in the order of their last use, or all that are lent.
+/// The kept statements in the order of their last use, or those that are lent.
 using ZAVUseLink = ZAVLink<struct ZAVUseRing>;
 
 /// A prepared statement, lent to at most one user at a time.
@@ -114,11 +114,16 @@ private:
     std::size_t keptSize_ = 0;
     std::uint64_t bytesAt_ = 0;
     ZAVBucketLink* bucket_ = nullptr;  ///< the ring that it stands in while it is idle
+    bool isInBucket_ = false;
+    bool isLent_ = true;
 };
 
 /// The prepared statements of one connection, keyed by their text. Idle ones are kept for reuse up to a
-/// capacity, the least recently used going first; those that are lent do not count. Lending and giving back
-/// cost the same however many are lent.
+/// capacity, the least recently used going first; those that are lent do not count.
+///
+/// A statement that is lent stays where it stands, which makes the usual use cheap. A lookup or a removal
+/// that comes across it takes it out of the way, so that none comes across it twice: lending and giving back
+/// cost the same on average, however many are lent.
 class ZAVStatementCache {
 public:
     explicit ZAVStatementCache(std::size_t capacity) : capacity_(capacity) {}
@@ -149,19 +154,24 @@ public:
     /// Calls `visit` with each statement that is lent. It must neither take statements nor give them back.
     template <class Visit>
     void forEachLent(const Visit& visit) const {
-        for (ZAVUseLink* link = lent_.next(); link != &lent_; link = link->next()) {
-            visit(static_cast<ZAVStatement&>(*link));
+        for (const ZAVUseLink* const ring : {&kept_, &lent_}) {
+            for (ZAVUseLink* link = ring->next(); link != ring; link = link->next()) {
+                if (auto& statement = static_cast<ZAVStatement&>(*link); statement.isLent_) {
+                    visit(statement);
+                }
+            }
         }
     }
 
 private:
     static constexpr std::size_t bucketCount = 128;
 
-    void removeLeastRecentlyUsed() noexcept;
+    /// The least recently used statement that is idle, of which there must be one.
+    [[nodiscard]] ZAVStatement& oldestIdle() noexcept;
 
     std::array<ZAVBucketLink, bucketCount> buckets_;
-    ZAVUseLink idle_;  ///< the most recently used one first
-    ZAVUseLink lent_;
+    ZAVUseLink kept_;  ///< the most recently used one first; those may be lent again
+    ZAVUseLink lent_;  ///< statements that were never idle, or were found lent in the ring above
     std::size_t idleCount_ = 0;
     std::size_t capacity_;
 };
