@@ -4,12 +4,14 @@
 #include <sqlite3.h>
 
 #include <cstddef>
+#include <exception>
 #include <filesystem>
 #include <functional>
 #include <iterator>
 #include <memory>
 #include <new>
 #include <ostream>
+#include <span>
 #include <string>
 
 #include "Faults/FaultyHeap.h"

@@ -62,8 +62,8 @@ enum ZAVDatabaseErrorCode : int {
     ZAVDatabaseErrorForeignSchema = 5,     ///< the tables, triggers and views are not those of the library
     ZAVDatabaseErrorUnsafeCompanion = 6,   ///< what stands beside the file as its journal must not be used
     ZAVDatabaseErrorTransactionEnded = 7,  ///< the transaction to commit is no longer open
-    ZAVDatabaseErrorWrongKey = 8,      ///< the key is not the file's: another, one too many, or one missing
-    ZAVDatabaseErrorNoEncryption = 9,  ///< a key was given, but the build's engine cannot encrypt
+    ZAVDatabaseErrorWrongKey = 8,       ///< the key is not the file's: another, one too many, or one missing
+    ZAVDatabaseErrorNoEncryption = 9,   ///< a key was given, but the build's engine cannot encrypt
     ZAVDatabaseErrorUnusablePath = 10,  ///< at the path, or in it, is something no database can be kept in
     ZAVDatabaseErrorBadOption = 11,     ///< an option to open with has a value that means nothing
     ZAVDatabaseErrorNulInText = 12,     ///< the text of a statement or a script holds a NUL
