@@ -1360,7 +1360,7 @@ constexpr const char* unusableRow = "9223372036854775807";
 /// What an operation fails with that meets the row which cannot be named.
 void expectUnusableRow(const ZAVError& error) {
     EXPECT_EQ(error.domain(), "ZAVDatabase");
-    EXPECT_EQ(error.code(), 10);
+    EXPECT_EQ(error.code(), 14);
     EXPECT_EQ(error.message(),
               "the row identifier 9223372036854775807 means that there is no row: the table has used up its "
               "row identifiers");

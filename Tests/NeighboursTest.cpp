@@ -570,7 +570,7 @@ TEST(ConversationsAndMessages, TellWhyTheyFail) {
 
 void expectUnusableRow(const ZAVError& error) {
     EXPECT_EQ(error.domain(), "ZAVDatabase") << error.description();
-    EXPECT_EQ(error.code(), 10);
+    EXPECT_EQ(error.code(), 14);
 }
 
 TEST(TheRowThatMeansNotSet, IsNoStreamsRow) {
