@@ -64,7 +64,7 @@ void print(std::ostream& stream, std::integral auto number) {
     if (std::cmp_equal(number, ZAVDatabaseIdentifierNotSet)) {
         stream << "the largest";
     } else {
-        stream << std::int64_t{number};
+        stream << static_cast<std::int64_t>(number);
     }
 }
 void print(std::ostream& stream, bool flag) {

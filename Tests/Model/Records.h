@@ -59,7 +59,7 @@ struct PartRecord {
     ZAVSequence eventSeq = ZAVSequenceNotSet;
     std::int64_t index = 0;
     std::optional<ZAVUUID> streamUUID;
-    std::uint32_t transferStatus = 0;
+    std::uint64_t transferStatus = 0;
     std::optional<URLRecord> fileURL;
     std::optional<double> lastAccessed;
     std::optional<double> externalContentURLExpiration;

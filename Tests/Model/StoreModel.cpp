@@ -201,6 +201,13 @@ void StoreModel::failIfRefused(Refusal statement) const {
     }
 }
 
+Row StoreModel::usable(Row row) {
+    if (row == ZAVDatabaseIdentifierNotSet) {
+        throw StatementFailure{{10, "ZAVDatabase"}};
+    }
+    return row;
+}
+
 Row StoreModel::nextCountedRow(const std::string& table) {
     const auto largest = tables.largestRows.find(table);
     if (largest == tables.largestRows.end()) {
@@ -269,7 +276,7 @@ PartRecord StoreModel::record(const Tables::Part& part) const {
     if (part.file_path && isURL(*part.file_path)) {
         record.fileURL = {*part.file_path, !hasScheme(*part.file_path)};
     }
-    record.transferStatus = static_cast<std::uint32_t>(int32(part.transfer_status));
+    record.transferStatus = static_cast<std::uint64_t>(std::int64_t{int32(part.transfer_status)});
     record.lastAccessed = part.last_accessed;
     record.isPurged = part.purged.value_or(0) != 0;
     if (event != nullptr) {
@@ -532,7 +539,7 @@ void StoreModel::resolveStream(EventRecord& event) const {
     }
     for (const auto& [row, stream] : tables.streams) {
         if (stream.stream_id == event.stream_id) {
-            event.streamDatabaseIdentifier = row;
+            event.streamDatabaseIdentifier = usable(row);
             return;
         }
     }
@@ -550,12 +557,12 @@ void StoreModel::insertOrUpdate(EventRecord& event) {
             if (!existing) {
                 throw Violation{"Failed to persist an event with an existing stream_id and seq."};
             }
-            event.databaseIdentifier = *existing;
+            event.databaseIdentifier = usable(*existing);
         }
         update(event);
     }
     if (event.databaseIdentifier == ZAVDatabaseIdentifierNotSet) {
-        event.databaseIdentifier = lastInsertedRow_;
+        event.databaseIdentifier = usable(lastInsertedRow_);
     }
 }
 
@@ -642,7 +649,7 @@ void StoreModel::persistParts(EventRecord& event) {
             row.access_expiration = part.externalContentURLExpiration;
             row.url = part.external_url.value;
             row.size = part.size.value;
-            row.transfer_status = part.transferStatus;
+            row.transfer_status = static_cast<std::int64_t>(part.transferStatus);
             row.file_path = storedPath(part.fileURL);
             row.last_accessed = part.lastAccessed;
             row.purged = part.isPurged ? 1 : 0;
@@ -911,7 +918,7 @@ Answer<bool> StoreModel::persistEventContentUpdate(const PartRecord& update) {
                 part.access_expiration = update.externalContentURLExpiration;
                 part.url = update.external_url.value;
                 part.size = update.size.value;
-                part.transfer_status = update.transferStatus;
+                part.transfer_status = static_cast<std::int64_t>(update.transferStatus);
                 part.file_path = storedPath(update.fileURL);
                 part.last_accessed = update.lastAccessed;
                 part.purged = update.isPurged ? 1 : 0;
@@ -997,7 +1004,7 @@ Answer<Row> StoreModel::streamWithUUID(const ZAVUUID& uuid) {
         touch({"streams"});
         for (const auto& [row, stream] : tables.streams) {
             if (stream.stream_id == bytesOf(uuid)) {
-                return row;
+                return usable(row);
             }
         }
         return ZAVDatabaseIdentifierNotSet;
@@ -1009,11 +1016,11 @@ Answer<Row> StoreModel::findOrCreateStream(const ZAVUUID& uuid) {
     if (existing.error || existing.value != ZAVDatabaseIdentifierNotSet) {
         return existing;
     }
-    return attempt(ZAVDatabaseIdentifierNotSet, [&] { return insertStream(bytesOf(uuid)); });
+    return attempt(ZAVDatabaseIdentifierNotSet, [&] { return usable(insertStream(bytesOf(uuid))); });
 }
 
 Answer<Row> StoreModel::createStreamWithoutUUID() {
-    return attempt(ZAVDatabaseIdentifierNotSet, [&] { return insertStream(std::nullopt); });
+    return attempt(ZAVDatabaseIdentifierNotSet, [&] { return usable(insertStream(std::nullopt)); });
 }
 
 Row StoreModel::insertStream(const std::optional<Bytes>& uuid) {

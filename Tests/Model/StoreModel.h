@@ -230,8 +230,11 @@ public:
 
 private:
     struct StatementFailure {
-        int code;
+        ErrorCode code;
     };
+
+    /// The row as it is; the one that means "not set" cannot be used.
+    static Row usable(Row row);
 
     /// Runs the work of an operation; a statement that fails ends it, with `onFailure` as the answer.
     template <class Value, class Work>

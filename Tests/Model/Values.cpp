@@ -186,8 +186,9 @@ rc::Gen<std::int64_t> partIndex() {
     return mostly<std::int64_t>({0, 0, 1}, {2, 3, -1, largest64, 4294967296}, 8);
 }
 
-rc::Gen<std::uint32_t> transferStatus() {
-    return mostly<std::uint32_t>({4, 0, 1, 2, 3}, {7, std::numeric_limits<std::uint32_t>::max()}, 6);
+rc::Gen<std::uint64_t> transferStatus() {
+    return mostly<std::uint64_t>({4, 0, 1, 2, 3}, {7, 4294967295, std::numeric_limits<std::uint64_t>::max()},
+                                 6);
 }
 
 rc::Gen<Metadata> metadata() {

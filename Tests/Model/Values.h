@@ -53,7 +53,7 @@ template <class T>
 [[nodiscard]] rc::Gen<std::uint64_t> limit();
 [[nodiscard]] rc::Gen<std::uint64_t> byteCount();
 [[nodiscard]] rc::Gen<std::int64_t> partIndex();
-[[nodiscard]] rc::Gen<std::uint32_t> transferStatus();
+[[nodiscard]] rc::Gen<std::uint64_t> transferStatus();
 [[nodiscard]] rc::Gen<Metadata> metadata();
 
 /// Slots of events; none, one or several, possibly one of them twice.
