@@ -1310,7 +1310,7 @@ TEST(EventPersistence, TheEventsAreThoseOfTheCallWhateverAnObserverDoesToTheSet)
     EXPECT_EQ(events.size(), 1U) << "the observer's change was undone";
 }
 
-TEST(EventPersistence, ThePartsAreThoseFromBeforeTheFirstWhateverAnObserverDoesToThem) {
+TEST(EventPersistence, ThePartsAreThoseOfTheEventAsItWasWhateverAnObserverDoesToThem) {
     const StreamStore store;
     const auto event = makeMessage(1);
     event->set_content(Content{makeTextPart("a"), makeTextPart("b"), makeTextPart("c")});
@@ -1326,16 +1326,15 @@ TEST(EventPersistence, ThePartsAreThoseFromBeforeTheFirstWhateverAnObserverDoesT
               (Lines{"a", "b", "c"}));
 }
 
-TEST(EventPersistence, APartOfAnotherClassIsRefusedAlsoWhenAnObserverPutsItThere) {
+TEST(EventPersistence, AnObserverCannotPutAPartOfAnotherClassAmongThem) {
     const StreamStore store;
     const auto event = makeMessage(1);
     event->set_content(Content{makeTextPart("a")});
     store.database().setStatementObserver(
         [&](const FMStatementRun&) { event->set_content(Content{std::make_shared<ZAVTContent>()}); });
-    EXPECT_EQ(refusalOf(store, {event}),
-              "Failed to persist an event's content. Expected 'ZAVEventContent' but received an object of "
-              "type 'ZAVTContent'");
+    EXPECT_TRUE(store.repository().persistEvents({event}));
     store.database().setStatementObserver({});
+    EXPECT_EQ(store.rows("SELECT CAST(value AS TEXT) FROM event_content_parts"), Lines{"a"});
 }
 
 TEST(EventPersistence, TheMetadataAreThoseFromBeforeTheFirstWhateverAnObserverDoesToThem) {
@@ -1390,6 +1389,12 @@ TEST(EventPersistence, AnEventThatGetsTheRowWhichMeansNotSetFailsAndItsRowStays)
 
 TEST(EventPersistence, AnEventThatCollidesWithTheRowWhichMeansNotSetFailsAndOverwritesNothing) {
     const StreamStore store;
+    // The library's own table is full once it has that row; one that somebody else made may not be.
+    store.execute("DROP TABLE events");
+    store.execute(
+        "CREATE TABLE events (database_identifier INTEGER PRIMARY KEY, type, creator_id, seq, timestamp, "
+        "preceding_seq, client_seq, subtype, member_id, target_seq, stream_database_identifier, client_id, "
+        "creator_name, UNIQUE (stream_database_identifier, seq))");
     store.execute(std::string("INSERT INTO events (database_identifier, type, client_id, seq, "
                               "stream_database_identifier) VALUES (") +
                   unusableRow + ", 4, x'AA', 7, 1)");

@@ -518,8 +518,13 @@ TEST(ForeignDatabase, ANumberOfAPartIsReadFromWhateverIsStored) {
 
 TEST(ForeignDatabase, AnUnknownTransferStateIsKeptAsItsNumber) {
     const OneEventForeignStore store;
-    for (const auto& [literal, number] : std::vector<std::pair<std::string, std::uint32_t>>{
-             {"5", 5}, {"99", 99}, {"'3'", 3}, {"'done'", 0}, {"-1", 4294967295U}, {"4294967300", 4}}) {
+    for (const auto& [literal, number] :
+         std::vector<std::pair<std::string, std::uint64_t>>{{"5", 5},
+                                                            {"99", 99},
+                                                            {"'3'", 3},
+                                                            {"'done'", 0},
+                                                            {"-1", 18446744073709551615U},
+                                                            {"4294967300", 4}}) {
         EXPECT_EQ(store.partWith("transfer_status", literal)->transferStatus(),
                   static_cast<ZAVContentTransferStatus>(number))
             << literal;

@@ -295,7 +295,7 @@ void Comparison::compareErrors(const ZAVError& error, const std::optional<ErrorC
         throw Disagreement("the error out-parameter received " + error.description() +
                            " instead of an error with the code " + std::to_string(expected->code));
     }
-    const bool isOfTheRepository = error.domain() == "ZAVDatabase" && error.code() == 10;
+    const bool isOfTheRepository = error.domain() == "ZAVDatabase" && error.code() == 14;
     if (!isOfTheRepository && error != database_->lastError()) {
         throw Disagreement("the error out-parameter received " + error.description() +
                            ", but the handle's last error is " + database_->lastError().description());

@@ -4,6 +4,7 @@
 #include <string_view>
 #include <utility>
 #include <variant>
+#include <vector>
 
 #include "Private/Foundation/ZAVUTF8.h"
 #include "Private/Model/Repositories/ZAVEventRepository.h"
@@ -24,20 +25,17 @@ std::string_view classNameOf(const ZAVObject* object) noexcept {
     return object == nullptr ? "(null)" : object->className();
 }
 
-/// The element of an event's content as a part that can be stored.
-/// @throws NSInternalInconsistencyException when it is none.
-ZAVEventContent& requirePart(const std::shared_ptr<ZAVTContent>& element) {
-    auto* const part = ZAVRecordCast<ZAVEventContent>(element.get());
-    if (part == nullptr) {
-        raise("Failed to persist an event's content. Expected '%@' but received an object of type '%@'",
-              std::string_view("ZAVEventContent"), classNameOf(element.get()));
-    }
-    return *part;
+using Parts = std::vector<std::shared_ptr<ZAVTContent>>;
+
+[[noreturn]] void refusePart(const ZAVObject* part) {
+    raise("Failed to persist an event's content. Expected '%@' but received an object of type '%@'",
+          std::string_view("ZAVEventContent"), classNameOf(part));
 }
 
-/// The element as an event that can be stored.
+/// The element as an event that can be stored, and its parts, each a `ZAVEventContent`, in `parts`: whoever
+/// observes the statements may give the event other ones meanwhile.
 /// @throws NSInternalInconsistencyException when it is none.
-ZAVEvent& requireStorable(const std::shared_ptr<ZAVTEvent>& element) {
+ZAVEvent& requireStorable(const std::shared_ptr<ZAVTEvent>& element, Parts& parts) {
     auto* const event = ZAVRecordCast<ZAVEvent>(element.get());
     if (event == nullptr) {
         raise("Failed to persist an event. Expected '%@' but received an object of type '%@'",
@@ -52,9 +50,13 @@ ZAVEvent& requireStorable(const std::shared_ptr<ZAVTEvent>& element) {
     if (!event->client_id()) {
         raise("Failed to persist an event with an undefined client_id; event = %@", event->description());
     }
+    parts.clear();
     if (event->content()) {
         for (const auto& part : *event->content()) {
-            requirePart(part);
+            if (ZAVRecordCast<ZAVEventContent>(part.get()) == nullptr) {
+                refusePart(part.get());
+            }
+            parts.push_back(part);
         }
     }
     return *event;
@@ -83,9 +85,10 @@ ZAVDictionary storableMetadata(const ZAVDictionary& metadata) {
 /// false; a violated precondition throws.
 class EventWriter {
 public:
+    /// @param parts the event's parts, each a `ZAVEventContent`.
     EventWriter(FMDatabase& database, const ZAVKeyedValueRepository& keyedValues, ZAVEvent& event,
-                ZAVError& outError)
-        : database_(database), keyedValues_(keyedValues), event_(event), outError_(outError) {}
+                const Parts& parts, ZAVError& outError)
+        : database_(database), keyedValues_(keyedValues), event_(event), parts_(parts), outError_(outError) {}
 
     [[nodiscard]] bool write() const {
         return resolveStream() && insertOrUpdate() && writeMetadata() && writeContent();
@@ -205,14 +208,9 @@ private:
     }
 
     [[nodiscard]] bool writeContent() const {
-        if (!event_.content()) {
-            return true;
-        }
-        // The parts as they are now: whoever observes the statements may give the event other ones.
-        const auto content = *event_.content();
         std::uint64_t index = 0;
-        for (const auto& part : content) {
-            if (!writePart(requirePart(part), index++)) {
+        for (const auto& part : parts_) {
+            if (!writePart(static_cast<ZAVEventContent&>(*part), index++)) {
                 return false;
             }
         }
@@ -248,6 +246,7 @@ private:
     FMDatabase& database_;
     const ZAVKeyedValueRepository& keyedValues_;
     ZAVEvent& event_;
+    const Parts& parts_;
     ZAVError& outError_;
 };
 
@@ -263,8 +262,10 @@ bool ZAVEventRepository::persistEvents(const ZAVSet<ZAVTEvent>& events, ZAVError
         // A set of its own: whoever observes the statements may change the caller's.
         [this, walked = events](ZAVError& outError) {
             const auto keyedValues = ZAVKeyedValueRepository::repositoryWithDatabase(sharedDatabase());
+            Parts parts;
             for (const auto& element : walked) {
-                if (!EventWriter(database(), keyedValues, requireStorable(element), outError).write()) {
+                ZAVEvent& event = requireStorable(element, parts);
+                if (!EventWriter(database(), keyedValues, event, parts, outError).write()) {
                     return false;
                 }
             }

@@ -9,16 +9,20 @@
 
 namespace zav {
 
-/// Whether a row can be named: the identifier that means "not set" names none. If not, the reason goes to
-/// `error`. The engine hands that row out after the greatest one that a caller can choose.
-[[nodiscard]] inline bool isUsableRow(ZAVDatabaseIdentifier row, ZAVError* error) {
-    if (row != ZAVDatabaseIdentifierNotSet) {
-        return true;
-    }
+inline void storeUnusableRow(ZAVError* error) {
     ZAVStoreError(error, {ZAVErrorDomainDatabase, ZAVDatabaseErrorUnusableRow,
                           "the row identifier 9223372036854775807 means that there is no row: the table has "
                           "used up its row identifiers"});
-    return false;
+}
+
+/// Whether a row can be named: the identifier that means "not set" names none. If not, the reason goes to
+/// `error`. The engine hands that row out after the greatest one that a caller can choose.
+[[nodiscard]] inline bool isUsableRow(ZAVDatabaseIdentifier row, ZAVError* error) {
+    if (row == ZAVDatabaseIdentifierNotSet) {
+        storeUnusableRow(error);
+        return false;
+    }
+    return true;
 }
 
 /// Runs an update; the reason of a failure goes to `error`.
