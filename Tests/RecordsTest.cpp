@@ -13,6 +13,7 @@
 #include <stdexcept>
 #include <string>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "Support/TestStore.h"
@@ -335,11 +336,39 @@ TEST(Error, HoldsDomainCodeAndMessage) {
     EXPECT_NE(error, ZAVError("ZAVDatabase", 2067, "UNIQUE constraint failed"));
 }
 
+TEST(Error, IsEmptyWhenItWasMovedAway) {
+    const ZAVError why("SQLite", 5, "database is locked, by a writer that is not in a hurry");
+    ZAVError source = why;
+    ZAVError target = std::move(source);
+    EXPECT_EQ(target, why);
+    EXPECT_FALSE(source) << "the error is somewhere else now";
+    EXPECT_EQ(source, ZAVError());
+    EXPECT_EQ(source.description(), "(null)");
+    source = std::move(target);
+    EXPECT_EQ(source, why);
+    EXPECT_FALSE(target);
+    EXPECT_EQ(target, ZAVError());
+    ZAVError& same = source;
+    source = std::move(same);
+    EXPECT_EQ(source, why) << "moved onto itself";
+}
+
 TEST(Error, IsStoredOnlyWhereTheCallerAskedForIt) {
     ZAVError destination;
     ZAVStoreError(&destination, ZAVError("SQLite", 1, "reason"));
     EXPECT_EQ(destination, ZAVError("SQLite", 1, "reason"));
     EXPECT_NO_THROW(ZAVStoreError(nullptr, destination));
+}
+
+TEST(InternalInconsistency, KeepsItsReasonWhenItIsMovedAway) {
+    NSInternalInconsistencyException source("violated");
+    const NSInternalInconsistencyException target = std::move(source);
+    EXPECT_EQ(target.reason(), "violated");
+    EXPECT_EQ(source.reason(), "violated") << "no exception is without its reason";
+    NSInternalInconsistencyException assigned("another");
+    assigned = std::move(source);
+    EXPECT_EQ(assigned.reason(), "violated");
+    EXPECT_EQ(source.reason(), "violated");
 }
 
 TEST(InternalInconsistency, IsALogicErrorWithANameAndAReason) {

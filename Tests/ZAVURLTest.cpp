@@ -275,5 +275,23 @@ TEST(ZAVURL, APathDoesNotBecomeAHostWhenItIsResolved) {
     EXPECT_TRUE(ZAVURL::URLWithString(resolved->absoluteString())) << "what was resolved is no URL";
 }
 
+TEST(URLMovedAway, IsTheEmptyReference) {
+    ZAVURL source = url("https://example.org/a");
+    const ZAVURL target = std::move(source);
+    EXPECT_EQ(target, url("https://example.org/a"));
+    EXPECT_EQ(source.text(), "");
+    EXPECT_EQ(source.absoluteString(), "");
+    EXPECT_EQ(source.relativePath(), "");
+    EXPECT_EQ(source.filePath(), "");
+    EXPECT_EQ(source.baseURL(), std::nullopt);
+    EXPECT_EQ(source, url(""));
+    EXPECT_NE(source, target);
+    const ZAVURL copy = source;
+    EXPECT_EQ(copy, source);
+    EXPECT_EQ(url("part", source).absoluteString(), "part") << "an empty base resolves nothing";
+    source = target;
+    EXPECT_EQ(source, target) << "a URL that was moved away cannot be used again";
+}
+
 }  // namespace
 }  // namespace zav::test

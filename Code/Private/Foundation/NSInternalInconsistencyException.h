@@ -16,6 +16,11 @@ public:
     explicit NSInternalInconsistencyException(const std::string& reason)
         : std::logic_error(reason), reason_(std::make_shared<const std::string>(reason)) {}
 
+    /// A copy shares the reason. To move is to copy: no exception is ever without its reason.
+    NSInternalInconsistencyException(const NSInternalInconsistencyException&) noexcept = default;
+    NSInternalInconsistencyException& operator=(const NSInternalInconsistencyException&) noexcept = default;
+    ~NSInternalInconsistencyException() override = default;
+
     /// Always "NSInternalInconsistencyException".
     [[nodiscard]] std::string_view name() const noexcept { return "NSInternalInconsistencyException"; }
 

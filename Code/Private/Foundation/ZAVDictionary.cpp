@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "Private/Foundation/ZAVUndestroyed.h"
+
 namespace zav {
 
 ZAVDictionary::ZAVDictionary(std::initializer_list<Entries::value_type> entries)
@@ -38,9 +40,8 @@ const ZAVDictionaryValue* ZAVDictionary::find(std::string_view key) const {
 }
 
 const ZAVDictionary::Entries& ZAVDictionary::entries() const noexcept {
-    // Never destroyed: a thread may read while the process ends.
-    static const Entries& none = *new Entries;
-    return entries_ ? *entries_ : none;
+    static const ZAVUndestroyed<Entries> none;
+    return entries_ ? *entries_ : none.value;
 }
 
 }  // namespace zav

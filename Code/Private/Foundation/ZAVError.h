@@ -2,6 +2,7 @@
 
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "Private/Foundation/ZAVExport.h"
 
@@ -20,6 +21,31 @@ public:
     /// @param message for a reader; copied, as the domain is.
     ZAVError(std::string_view domain, int code, std::string_view message)
         : domain_(domain), message_(message), code_(code), set_(true) {}
+
+    /// Copies domain, code and message.
+    ZAVError(const ZAVError&) = default;
+
+    /// Takes domain, code and message over and leaves `other` empty.
+    ZAVError(ZAVError&& other) noexcept
+        : domain_(std::exchange(other.domain_, {})),
+          message_(std::exchange(other.message_, {})),
+          code_(std::exchange(other.code_, 0)),
+          set_(std::exchange(other.set_, false)) {}
+
+    /// Replaces the error by a copy of another.
+    ZAVError& operator=(const ZAVError&) = default;
+
+    /// Replaces the error by another, taken over from `other`, which is left empty.
+    ZAVError& operator=(ZAVError&& other) noexcept {
+        if (this != &other) {
+            domain_ = std::exchange(other.domain_, {});
+            message_ = std::exchange(other.message_, {});
+            code_ = std::exchange(other.code_, 0);
+            set_ = std::exchange(other.set_, false);
+        }
+        return *this;
+    }
+    ~ZAVError() = default;
 
     /// Whether there is an error.
     explicit operator bool() const noexcept { return set_; }

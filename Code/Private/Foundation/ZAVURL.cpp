@@ -5,6 +5,8 @@
 #include <new>
 #include <utility>
 
+#include "Private/Foundation/ZAVUndestroyed.h"
+
 namespace zav {
 
 struct ZAVURL::Reference {
@@ -121,29 +123,37 @@ ZAVURL ZAVURL::fileURLWithDirectoryPath(std::string_view path) {
     return ZAVURL(std::make_shared<const Reference>(Reference{std::move(text), nullptr}));
 }
 
+const ZAVURL::Reference& ZAVURL::reference() const noexcept {
+    if (reference_) {
+        return *reference_;
+    }
+    static const ZAVUndestroyed<Reference> empty;
+    return empty.value;
+}
+
 const std::string& ZAVURL::text() const noexcept {
-    return reference_->text;
+    return reference().text;
 }
 
 std::optional<ZAVURL> ZAVURL::baseURL() const {
-    if (!reference_->base) {
+    if (!reference().base) {
         return std::nullopt;
     }
-    return ZAVURL(reference_->base);
+    return ZAVURL(reference().base);
 }
 
 std::string ZAVURL::absoluteString() const {
-    if (!reference_->base) {
-        return reference_->text;
+    if (!reference().base) {
+        return reference().text;
     }
-    return resolved(reference_->text, ZAVURL(reference_->base).absoluteString());
+    return resolved(reference().text, ZAVURL(reference().base).absoluteString());
 }
 
 std::string ZAVURL::relativePath() const {
-    if (reference_->base) {
-        return reference_->text;
+    if (reference().base) {
+        return reference().text;
     }
-    return std::string(pathComponent(reference_->text));
+    return std::string(pathComponent(reference().text));
 }
 
 std::string ZAVURL::filePath() const {
@@ -155,8 +165,8 @@ std::string ZAVURL::filePath() const {
 }
 
 bool operator==(const ZAVURL& left, const ZAVURL& right) noexcept {
-    const ZAVURL::Reference* one = left.reference_.get();
-    const ZAVURL::Reference* other = right.reference_.get();
+    const ZAVURL::Reference* one = &left.reference();
+    const ZAVURL::Reference* other = &right.reference();
     while (one != other) {
         if (one == nullptr || other == nullptr || one->text != other->text) {
             return false;

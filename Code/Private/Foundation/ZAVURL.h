@@ -13,6 +13,7 @@ namespace zav {
 ///
 /// Parsing is strict: text with a blank, a raw non-ASCII letter or a broken percent escape is no URL. The
 /// text is kept as given; resolving against the base happens when `absoluteString` is asked for, not before.
+/// A URL that was moved away is the empty reference.
 class ZAV_EXPORT ZAVURL {
 public:
     /// Parses `text`; none when it is no RFC 3986 reference. The empty text is a reference.
@@ -50,8 +51,9 @@ public:
 private:
     struct Reference;
     explicit ZAVURL(std::shared_ptr<const Reference> reference) noexcept;
+    [[nodiscard]] const Reference& reference() const noexcept;
 
-    std::shared_ptr<const Reference> reference_;
+    std::shared_ptr<const Reference> reference_;  ///< null when moved away
 };
 
 }  // namespace zav
