@@ -48,6 +48,42 @@ TEST(Format, PrintsNumbersOfEveryWidth) {
     EXPECT_EQ(ZAVStringWithFormat("%d %d", true, false), "1 0");
 }
 
+TEST(Format, PrintsANumberAsItIsWhereAnObjectIsAskedFor) {
+    EXPECT_EQ(ZAVStringWithFormat("%@ %@", 1.9, -0.5), "1.9 -0.5");
+    EXPECT_EQ(ZAVStringWithFormat("%@ %@ %@", 0.1F, 1e300, 3.25L), "0.1 1e+300 3.25");
+    EXPECT_EQ(ZAVStringWithFormat("%@", 0.1 + 0.2), "0.30000000000000004")
+        << "what is read back is another number";
+    EXPECT_EQ(ZAVStringWithFormat("%@ %@", 2.0, -0.0), "2 -0");
+    EXPECT_EQ(ZAVStringWithFormat("%@ %@ %@", std::numeric_limits<double>::quiet_NaN(),
+                                  std::numeric_limits<double>::infinity(),
+                                  -std::numeric_limits<double>::infinity()),
+              "nan inf -inf");
+    EXPECT_EQ(ZAVStringWithFormat("%@", std::numeric_limits<std::uint64_t>::max()), "18446744073709551615");
+    EXPECT_EQ(ZAVStringWithFormat("%@", std::numeric_limits<std::int64_t>::min()), "-9223372036854775808");
+    EXPECT_EQ(ZAVStringWithFormat("%@ %@", true, false), "1 0");
+    EXPECT_EQ(ZAVStringWithFormat("%@ %@", std::optional<double>(1.5), std::vector<double>{0.5, 2.25}),
+              "1.5 {(0.5, 2.25)}");
+    EXPECT_EQ(
+        ZAVStringWithFormat("%@", std::vector<std::uint64_t>{std::numeric_limits<std::uint64_t>::max()}),
+        "{(18446744073709551615)}");
+}
+
+TEST(Format, PrintsWhatIsNoIntegerWhateverTheDirective) {
+    EXPECT_EQ(ZAVStringWithFormat("%d %llu", 1.9, "text"), "1.9 text");
+}
+
+enum Plain : std::int32_t { PlainMinusOne = -1, PlainTwo = 2 };
+enum class Scoped : std::uint8_t { two = 2 };
+
+TEST(Format, PrintsAnEnumeratorAsItsNumber) {
+    EXPECT_EQ(ZAVStringWithFormat("%@ %d %lld", PlainMinusOne, PlainMinusOne, PlainMinusOne), "-1 -1 -1");
+    EXPECT_EQ(ZAVStringWithFormat("%u %llu", PlainMinusOne, PlainMinusOne),
+              "4294967295 18446744073709551615");
+    EXPECT_EQ(ZAVStringWithFormat("%@ %d", PlainTwo, PlainTwo), "2 2");
+    EXPECT_EQ(ZAVStringWithFormat("%@", std::vector<Plain>{PlainTwo}), "{(2)}");
+    EXPECT_EQ(ZAVStringWithFormat("%@ %d", Scoped::two, Scoped::two), "2 2");
+}
+
 TEST(Format, PrintsObjectsAsTheyDescribeThemselves) {
     EXPECT_EQ(ZAVStringWithFormat("<%@>", std::string("text")), "<text>");
     EXPECT_EQ(ZAVStringWithFormat("<%@>", "literal"), "<literal>");
@@ -67,12 +103,32 @@ TEST(Format, PrintsSomethingAbsentAsNull) {
     EXPECT_EQ(ZAVStringWithFormat("%@", std::optional<ZAVUUID>()), "(null)");
     EXPECT_EQ(ZAVStringWithFormat("%@", std::shared_ptr<ZAVEvent>()), "(null)");
     EXPECT_EQ(ZAVStringWithFormat("%@", ZAVError()), "(null)");
+    EXPECT_EQ(ZAVStringWithFormat("%@", static_cast<const char*>(nullptr)), "(null)");
+    EXPECT_EQ(ZAVStringWithFormat("%@", nullptr), "(null)");
 }
 
 TEST(Format, PrintsCollectionsInTheirOrder) {
     EXPECT_EQ(ZAVStringWithFormat("%@", std::vector<std::int64_t>{3, 1, 2}), "{(3, 1, 2)}");
     EXPECT_EQ(ZAVStringWithFormat("%@", std::vector<std::string>{"a"}), "{(a)}");
     EXPECT_EQ(ZAVStringWithFormat("%@", std::set<std::string>()), "{()}");
+}
+
+TEST(Format, PrintsTheBeginningOfALargeCollectionAndHowMuchThereIsBesides) {
+    std::vector<std::int64_t> numbers(100, 7);
+    const std::string hundred = ZAVStringWithFormat("%@", numbers);
+    EXPECT_TRUE(hundred.ends_with("7, 7, 7)}")) << hundred;
+    numbers.resize(1'000'000, 8);
+    EXPECT_EQ(ZAVStringWithFormat("%@", numbers),
+              hundred.substr(0, hundred.size() - 2) + ", \u2026 and 999900 more)}");
+    const std::vector<std::string> texts(50, std::string(1000, 'x'));
+    const std::string some = ZAVStringWithFormat("%@", texts);
+    EXPECT_LT(some.size(), 18'000U);
+    EXPECT_TRUE(some.ends_with("xxx, \u2026 and 33 more)}")) << some.substr(some.size() - 40);
+}
+
+TEST(Format, LeavesOutAnArgumentWithoutADirective) {
+    EXPECT_EQ(ZAVStringWithFormat("one", 1), "one");
+    EXPECT_EQ(ZAVStringWithFormat("%d", 1, "two", 3.0), "1");
 }
 
 TEST(Format, PrintsAPercentSignForTwo) {

@@ -1,5 +1,7 @@
 #include "Private/Foundation/ZAVFormat.h"
 
+#include <fmt/format.h>
+
 #include <array>
 
 namespace zav {
@@ -19,17 +21,31 @@ std::string_view directiveAt(std::string_view text) noexcept {
 
 }  // namespace
 
+std::string ZAVDescription(float number) {
+    return fmt::format("{}", number);
+}
+
+std::string ZAVDescription(double number) {
+    return fmt::format("{}", number);
+}
+
+std::string ZAVDescription(long double number) {
+    return fmt::format("{}", number);
+}
+
 void ZAVFormatArgument::append(std::string_view directive, std::string& text) const {
     if (const auto* object = std::get_if<std::string>(&value_)) {
         text += *object;
         return;
     }
-    const std::uint64_t bits = std::get<std::uint64_t>(value_);
+    const auto* number = std::get_if<std::int64_t>(&value_);
+    const std::uint64_t bits =
+        number != nullptr ? static_cast<std::uint64_t>(*number) : std::get<std::uint64_t>(value_);
     if (directive == "d") {
         text += std::to_string(static_cast<std::int32_t>(bits));
     } else if (directive == "u") {
         text += std::to_string(static_cast<std::uint32_t>(bits));
-    } else if (directive == "lu" || directive == "llu") {
+    } else if (directive == "lu" || directive == "llu" || (directive == "@" && number == nullptr)) {
         text += std::to_string(bits);
     } else {
         text += std::to_string(static_cast<std::int64_t>(bits));
