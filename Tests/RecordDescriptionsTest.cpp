@@ -78,6 +78,39 @@ TEST(Description, OfIdentifiersThatAreNoUuidShowsNone) {
         "<ZAVEvent databaseIdentifier=7 streamDatabaseIdentifier=21 stream_id=(null) client_id=(null)>");
 }
 
+TEST(Description, IsOneLineWhateverTheTextsHold) {
+    ZAVTEvent event;
+    event.set_creator_id("a\nb\r\t");
+    event.set_member_id("\x1b[2J\x7f\u009B");
+    event.set_creator_name("\u2028\u202Ex\xFF" + std::string(1, '\0') + "\u00E9\\");
+    EXPECT_EQ(event.description(),
+              "<ZAVTEvent creator_id=a\\nb\\r\\t member_id=\\x1b[2J\\x7f\\u009b "
+              "creator_name=\\u2028\\u202ex\\xff\\x00\u00E9\\>");
+
+    ZAVTContent content;
+    content.set_media_type("text/\nplain");
+    content.set_external_url("https://content.example/\x1b");
+    EXPECT_EQ(content.description(),
+              "<ZAVTContent media_type=text/\\nplain external_url=https://content.example/\\x1b>");
+}
+
+TEST(Description, ShowsTheBeginningOfALongTextAndItsSize) {
+    ZAVTEvent event;
+    event.set_creator_name(std::string(256, 'x'));
+    EXPECT_EQ(event.description(), "<ZAVTEvent creator_name=" + std::string(256, 'x') + ">");
+    event.set_creator_name(std::string(257, 'x'));
+    EXPECT_TRUE(event.description().ends_with("x\u2026(257 bytes in all)>")) << event.description();
+    EXPECT_LT(event.description().size(), 300U);
+
+    ZAVEventContent part;
+    part.setFileURL(ZAVURL::URLWithString("file:///" + std::string(1'000'000, 'x')));
+    part.set_media_type(std::string(1'000'000, '\n'));
+    part.set_external_url("https://content.example/" + std::string(1'000'000, 'x'));
+    EXPECT_LT(part.description().size(), 1000U);
+    EXPECT_NE(part.description().find("x\u2026(1000008 bytes in all) media_type=\\n"), std::string::npos)
+        << part.description();
+}
+
 TEST(Description, OfANewContentPartSaysThatItHasNoEvent) {
     EXPECT_EQ(ZAVEventContent().description(),
               "<ZAVEventContent eventDatabaseIdentifier=not set index=0 transferStatus=0>");

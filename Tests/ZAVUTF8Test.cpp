@@ -66,5 +66,17 @@ TEST(UTF8, IsNotReadPastTheEndOfTheText) {
     EXPECT_FALSE(ZAVIsUTF8(whole.substr(0, 2))) << "the byte after the text was taken for a part of it";
 }
 
+TEST(UTF8, TellsHowManyBytesTheFirstCharacterTakes) {
+    EXPECT_EQ(ZAVUTF8CharacterSize("plain"), 1U);
+    EXPECT_EQ(ZAVUTF8CharacterSize(std::string_view("\0", 1)), 1U);
+    EXPECT_EQ(ZAVUTF8CharacterSize("\u00E9x"), 2U);
+    EXPECT_EQ(ZAVUTF8CharacterSize("\u20ACx"), 3U);
+    EXPECT_EQ(ZAVUTF8CharacterSize("\U0001F600x"), 4U);
+    for (const std::string_view text : {"", "\x80", "\xC3", "\xC3(", "\xED\xA0\x80", "\xFF"}) {
+        EXPECT_EQ(ZAVUTF8CharacterSize(text), 0U)
+            << testing::PrintToString(text) << " begins with no character";
+    }
+}
+
 }  // namespace
 }  // namespace zav::test

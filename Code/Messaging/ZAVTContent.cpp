@@ -4,6 +4,7 @@
 #include <string>
 
 #include "Private/Foundation/ZAVFormat.h"
+#include "Private/Foundation/ZAVPrintable.h"
 
 namespace zav {
 
@@ -11,7 +12,7 @@ void ZAVTContent::describeFields(std::string& text) const {
     ZAVObject::describeFields(text);
     if (media_typeIsSet_ && media_type_) {
         text += " media_type=";
-        text += *media_type_;
+        ZAVAppendPrintable(text, *media_type_);
     }
     if (sizeIsSet_) {
         text += " size=";
@@ -23,7 +24,7 @@ void ZAVTContent::describeFields(std::string& text) const {
     }
     if (external_urlIsSet_ && external_url_) {
         text += " external_url=";
-        text += *external_url_;
+        ZAVAppendPrintable(text, *external_url_);
     }
     if (external_access_expirationIsSet_) {
         text += " external_access_expiration=";

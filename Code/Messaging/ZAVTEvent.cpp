@@ -4,6 +4,7 @@
 #include <string>
 
 #include "Private/Foundation/ZAVFormat.h"
+#include "Private/Foundation/ZAVPrintable.h"
 
 namespace zav {
 
@@ -19,7 +20,7 @@ void ZAVTEvent::describeFields(std::string& text) const {
     }
     if (creator_idIsSet_ && creator_id_) {
         text += " creator_id=";
-        text += *creator_id_;
+        ZAVAppendPrintable(text, *creator_id_);
     }
     if (seqIsSet_) {
         text += " seq=";
@@ -47,7 +48,7 @@ void ZAVTEvent::describeFields(std::string& text) const {
     }
     if (member_idIsSet_ && member_id_) {
         text += " member_id=";
-        text += *member_id_;
+        ZAVAppendPrintable(text, *member_id_);
     }
     if (target_seqIsSet_) {
         text += " target_seq=";
@@ -67,7 +68,7 @@ void ZAVTEvent::describeFields(std::string& text) const {
     }
     if (creator_nameIsSet_ && creator_name_) {
         text += " creator_name=";
-        text += *creator_name_;
+        ZAVAppendPrintable(text, *creator_name_);
     }
 }
 

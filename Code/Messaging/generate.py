@@ -148,7 +148,7 @@ def record_header(name, record):
 
 def record_source(name, record):
     out = [NOTICE + f'#include "Messaging/{name}.h"\n', "#include <string>\n",
-           '#include "Private/Foundation/ZAVFormat.h"\n', "namespace zav {\n",
+           '#include "Private/Foundation/ZAVFormat.h"', '#include "Private/Foundation/ZAVPrintable.h"\n', "namespace zav {\n",
            f"void {name}::describeFields(std::string& text) const {{", "    ZAVObject::describeFields(text);"]
     for field in record["members"]:
         condition = f"{field.name}IsSet_" + (f" && {field.name}_" if field.is_object else "")
@@ -161,12 +161,13 @@ def record_source(name, record):
         elif field.kind == "dictionary":
             value = f"std::to_string({field.name}_->size()) + \" key(s)\""
         elif field.is_object:
-            value = f"*{field.name}_"
+            value = None
         elif field.kind == "bool":
             value = f'{field.name}_ ? "1" : "0"'
         else:
             value = f"std::to_string({field.name}_)"
-        out += [f"    if ({condition}) {{", f'        text += " {field.name}=";', f"        text += {value};", "    }"]
+        append = f"text += {value};" if value else f"ZAVAppendPrintable(text, *{field.name}_);"
+        out += [f"    if ({condition}) {{", f'        text += " {field.name}=";', f"        {append}", "    }"]
     out += ["}\n", "}  // namespace zav"]
     return "\n".join(out) + "\n"
 

@@ -1,7 +1,5 @@
 #include "Private/Foundation/ZAVUTF8.h"
 
-#include <cstddef>
-
 namespace zav {
 namespace {
 
@@ -30,26 +28,35 @@ constexpr Lead leadOf(unsigned char byte) noexcept {
 
 }  // namespace
 
+std::size_t ZAVUTF8CharacterSize(std::string_view text) noexcept {
+    const auto byte = [&](std::size_t position) { return static_cast<unsigned char>(text[position]); };
+    if (text.empty() || byte(0) < 0x80) {
+        return text.empty() ? 0 : 1;
+    }
+    const Lead lead = leadOf(byte(0));
+    if (lead.continuations == 0 || text.size() <= lead.continuations || byte(1) < lead.secondFrom ||
+        byte(1) > lead.secondTo) {
+        return 0;
+    }
+    for (std::size_t position = 2; position <= lead.continuations; ++position) {
+        if ((byte(position) & 0xC0) != 0x80) {
+            return 0;
+        }
+    }
+    return lead.continuations + 1;
+}
+
 bool ZAVIsUTF8(std::string_view text) noexcept {
     for (std::size_t position = 0; position < text.size();) {
-        const auto byte = [&](std::size_t offset) {
-            return static_cast<unsigned char>(text[position + offset]);
-        };
-        if (byte(0) < 0x80) {
+        if (static_cast<unsigned char>(text[position]) < 0x80) {
             ++position;
             continue;
         }
-        const Lead lead = leadOf(byte(0));
-        if (lead.continuations == 0 || text.size() - position <= lead.continuations ||
-            byte(1) < lead.secondFrom || byte(1) > lead.secondTo) {
+        const std::size_t size = ZAVUTF8CharacterSize(text.substr(position));
+        if (size == 0) {
             return false;
         }
-        for (std::size_t offset = 2; offset <= lead.continuations; ++offset) {
-            if ((byte(offset) & 0xC0) != 0x80) {
-                return false;
-            }
-        }
-        position += lead.continuations + 1;
+        position += size;
     }
     return true;
 }

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "Private/Foundation/ZAVFormat.h"
+#include "Private/Foundation/ZAVPrintable.h"
 
 namespace zav {
 
@@ -35,7 +36,8 @@ void ZAVEventContent::describeFields(std::string& text) const {
     text += " index=" + std::to_string(index_);
     text += " transferStatus=" + std::to_string(transferStatus_);
     if (fileURL_) {
-        text += " fileURL=" + fileURL_->absoluteString();
+        text += " fileURL=";
+        ZAVAppendPrintable(text, fileURL_->absoluteString());
     }
     if (isPurged_) {
         text += " purged";
