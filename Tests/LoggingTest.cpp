@@ -1,5 +1,6 @@
 #include <ZAVEventRepository/DDLog.h>
 #include <ZAVEventRepository/ZAVStandardErrorSink.h>
+#include <ZAVEventRepository/ZAVUTF8.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -17,6 +18,7 @@
 #include <thread>
 
 #include "Support/LogCapture.h"
+#include "Support/StandardError.h"
 #include "Support/TemporaryDirectory.h"
 
 namespace zav::test {
@@ -46,49 +48,6 @@ public:
     ~DefaultSinkAfterwards() { DDLog::setSink(nullptr); }
     DefaultSinkAfterwards(const DefaultSinkAfterwards&) = delete;
     DefaultSinkAfterwards& operator=(const DefaultSinkAfterwards&) = delete;
-};
-
-/// Standard error points at another descriptor while this lives.
-class StandardErrorInto {
-public:
-    explicit StandardErrorInto(int descriptor) : before_(::dup(STDERR_FILENO)) {
-        if (before_ < 0 || ::dup2(descriptor, STDERR_FILENO) < 0) {
-            throw std::runtime_error("cannot redirect standard error");
-        }
-    }
-    ~StandardErrorInto() {
-        ::dup2(before_, STDERR_FILENO);
-        ::close(before_);
-    }
-    StandardErrorInto(const StandardErrorInto&) = delete;
-    StandardErrorInto& operator=(const StandardErrorInto&) = delete;
-
-private:
-    int before_;
-};
-
-/// Standard error goes into a file while this lives.
-class StandardErrorFile {
-public:
-    StandardErrorFile() : into_(descriptor_) {}
-    ~StandardErrorFile() { ::close(descriptor_); }
-    StandardErrorFile(const StandardErrorFile&) = delete;
-    StandardErrorFile& operator=(const StandardErrorFile&) = delete;
-
-    [[nodiscard]] std::vector<std::string> lines() const {
-        std::ifstream file(path_);
-        std::vector<std::string> lines;
-        for (std::string line; std::getline(file, line);) {
-            lines.push_back(line);
-        }
-        return lines;
-    }
-
-private:
-    TemporaryDirectory directory_;
-    std::string path_ = directory_.file("stderr");
-    int descriptor_ = ::open(path_.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
-    StandardErrorInto into_;
 };
 
 DDLogMessage verbose(std::string_view message) {
@@ -219,6 +178,59 @@ TEST(Logger, AGuardIsOpenWhenTheComponentsPreferenceAndTheLevelsBitAllowIt) {
             EXPECT_FALSE(DDLog::verboseIsOpen(ZAVLogComponentSQLite)) << "that component stands at 1";
         }
     }
+}
+
+TEST(Logger, TheGuardOfANumberThatIsNoComponentIsClosed) {
+    const LogCapture restoresTheSettings;
+    for (const unsigned number : {15U, 16U, 1000U, 0x7FFFFFFFU, 0xFFFFFFFFU}) {
+        EXPECT_FALSE(DDLog::verboseIsOpen(static_cast<ZAVLogComponent>(number))) << number;
+        EXPECT_FALSE(DDLog::errorIsOpen(static_cast<ZAVLogComponent>(number))) << number;
+    }
+}
+
+/// A sink that fails.
+class FailingSink final : public DDLogSink {
+public:
+    void write(const DDLogMessage&) override { throw std::runtime_error("the disk is full"); }
+    void flush() override { throw 7; }
+};
+
+TEST(Logger, NothingThatASinkThrowsComesOutOfALine) {
+    const DefaultSinkAfterwards afterwards;
+    DDLog::setSink(std::make_shared<FailingSink>());
+    EXPECT_NO_THROW(DDLog::log(true, 31, 16, 0, "file", "function", 1, nullptr, "verbose"));
+    EXPECT_NO_THROW(DDLog::log(false, 31, 1, 0, "file", "function", 1, nullptr, "error"));
+    EXPECT_THROW(DDLog::flush(), int) << "who asks for a flush is told";
+}
+
+TEST(Logger, ALineWhoseArgumentCannotBePrintedHasItsFormatForItsMessage) {
+    /// A record of the application.
+    class Unprintable final : public ZAVObject {
+    public:
+        [[nodiscard]] std::string_view className() const noexcept override { return "Unprintable"; }
+
+    protected:
+        void describeFields(std::string&) const override { throw std::runtime_error("no description"); }
+    };
+    const DefaultSinkAfterwards afterwards;
+    const auto sink = std::make_shared<KeepingSink>();
+    DDLog::setSink(sink);
+    EXPECT_NO_THROW(DDLog::log(false, 31, 1, 0, "file", "function", 1, nullptr, "failed with %@ and %d",
+                               Unprintable(), 7));
+    EXPECT_EQ(sink->messages(), std::vector<std::string>{"failed with %@ and %d"});
+}
+
+TEST(Logger, ASinkReceivesTextsAndURLsAndErrorsAsTheyAre) {
+    const DefaultSinkAfterwards afterwards;
+    const auto sink = std::make_shared<KeepingSink>();
+    DDLog::setSink(sink);
+    const std::string text = "two\nlines \x1b[2J" + std::string(100'000, 'x');
+    const auto url = ZAVURL::URLWithString("https://example.org/" + std::string(100'000, 'y'));
+    DDLog::log(false, 31, 1, 0, "file", "function", 1, nullptr, "%@ %@ %@", text, url,
+               ZAVError("SQLite", 1, "near \"\n\": syntax error"));
+    EXPECT_EQ(sink->messages(),
+              std::vector<std::string>{text + " https://example.org/" + std::string(100'000, 'y') +
+                                       " Error Domain=SQLite Code=1 \"near \"\n\": syntax error\""});
 }
 
 TEST(Logger, ANewSinkTakesTheLinesFromThenOn) {
@@ -356,32 +368,36 @@ TEST(StandardErrorSink, AnErrorLineAndAllBeforeItAreWrittenWhenWriteReturns) {
 }
 
 TEST(StandardErrorSink, AVerboseLineDoesNotWaitForSlowStandardError) {
-    int ends[2];
-    ASSERT_EQ(::pipe2(ends, O_CLOEXEC | O_NONBLOCK), 0);
-    const std::string filling(1024, '.');
-    while (::write(ends[1], filling.data(), filling.size()) > 0) {
-    }
-    ::fcntl(ends[1], F_SETFL, 0);
+    const FullPipe pipe;
+    pipe.makeWritersWait();
     std::string text;
-    const auto readAll = [&] {
-        char buffer[4096];
-        for (ssize_t size; (size = ::read(ends[0], buffer, sizeof buffer)) > 0;) {
-            text.append(buffer, static_cast<std::size_t>(size));
-        }
-    };
     {
-        const StandardErrorInto full(ends[1]);
+        const StandardErrorInto full(pipe.writingEnd());
         ZAVStandardErrorSink sink;
         auto written = std::async(std::launch::async, [&] { sink.write(verbose("patient")); });
         EXPECT_EQ(written.wait_for(std::chrono::seconds(10)), std::future_status::ready)
             << "the caller waits although nothing asks it to";
-        readAll();
+        text = pipe.readAll();
         sink.flush();
     }
-    readAll();
+    text += pipe.readAll();
     EXPECT_TRUE(text.ends_with(" -[Subject act:]: patient\n")) << "the line comes when there is room";
-    ::close(ends[0]);
-    ::close(ends[1]);
+}
+
+TEST(StandardErrorSink, AnErrorLineWaitsForStandardErrorAlsoWhereThatRefusesToWait) {
+    const FullPipe pipe;
+    std::string text;
+    {
+        const StandardErrorInto full(pipe.writingEnd());
+        ZAVStandardErrorSink sink;
+        auto written = std::async(std::launch::async, [&] { sink.write(error("patient")); });
+        while (written.wait_for(std::chrono::milliseconds(1)) != std::future_status::ready) {
+            text += pipe.readAll();
+        }
+    }
+    text += pipe.readAll();
+    EXPECT_TRUE(text.ends_with(" -[Subject act:]: patient\n"))
+        << "standard error that is full for a moment costs no line";
 }
 
 TEST(StandardErrorSink, FlushingWritesEveryLineTakenSoFar) {
@@ -419,15 +435,60 @@ TEST(StandardErrorSink, NoLineIsDroppedWhenMoreComeThanTheQueueHolds) {
     expectMessages(standardError.lines(), expected);
 }
 
-TEST(StandardErrorSink, TextIsWrittenAsItIs) {
+TEST(StandardErrorSink, PrintableTextIsWrittenAsItIs) {
     const StandardErrorFile standardError;
     ZAVStandardErrorSink sink;
-    const std::vector<std::string> texts = {"{} {0} {:d} }{", "%s %d %@ %%", "\u00FCber", "",
-                                            std::string(100000, 'x')};
+    const std::vector<std::string> texts = {
+        "{} {0} {:d} }{", "%s %d %@ %%",          "\u00FCber \u20AC \U0001F600", "",
+        "C:\\path \\n",   std::string(16384, 'x')};
     for (const std::string& text : texts) {
         sink.write(error(text));
     }
     expectMessages(standardError.lines(), texts);
+}
+
+TEST(StandardErrorSink, NoTextForgesALineOrCommandsATerminal) {
+    const StandardErrorFile standardError;
+    ZAVStandardErrorSink sink;
+    sink.write(error("one\n2026-01-01 00:00:00.000000 [1] error -[Subject act:]: two"));
+    sink.write(error(std::string("\r\t\0\a\x1b[2J\x7f", 9)));
+    sink.write(error("\u0085\u009B31m\u2028\u2029"));
+    sink.write(error("\u202Egnp.exe \u2066\u2069\u200F\u061C"));
+    sink.write(error("\xFF \xC3( \xED\xA0\x80"));
+    DDLogMessage byFunction = error("text");
+    byFunction.function = "-[Subject\nact:]";
+    sink.write(byFunction);
+    auto lines = standardError.lines();
+    ASSERT_EQ(lines.size(), 6U);
+    EXPECT_TRUE(lines[5].ends_with(" -[Subject\\nact:]: text")) << lines[5];
+    lines.pop_back();
+    expectMessages(lines, {"one\\n2026-01-01 00:00:00.000000 [1] error -[Subject act:]: two",
+                           "\\r\\t\\x00\\x07\\x1b[2J\\x7f", "\\u0085\\u009b31m\\u2028\\u2029",
+                           "\\u202egnp.exe \\u2066\\u2069\\u200f\\u061c", "\\xff \\xc3( \\xed\\xa0\\x80"});
+}
+
+TEST(StandardErrorSink, OfAVeryLongMessageTheBeginningIsWrittenAndItsSizeTold) {
+    const StandardErrorFile standardError;
+    ZAVStandardErrorSink sink;
+    const std::string letters(1'000'000, 'x');
+    const std::string breaks(1'000'000, '\n');
+    std::string wide;
+    for (int count = 0; count < 100'000; ++count) {
+        wide += "\u20AC";
+    }
+    for (const std::string& text : {letters, breaks, wide}) {
+        sink.write(error(text));
+    }
+    const auto lines = standardError.lines();
+    ASSERT_EQ(lines.size(), 3U);
+    for (const std::string& line : lines) {
+        EXPECT_GT(line.size(), 16'000U) << "as much is written as a line may hold";
+        EXPECT_LT(line.size(), 17'000U) << "a line is bounded";
+        EXPECT_TRUE(ZAVIsUTF8(line)) << "a character was cut in two";
+    }
+    EXPECT_TRUE(lines[0].ends_with("xx\u2026(1000000 bytes in all)")) << lines[0].substr(16'000);
+    EXPECT_TRUE(lines[1].ends_with("\\n\\n\u2026(1000000 bytes in all)")) << lines[1].substr(16'000);
+    EXPECT_TRUE(lines[2].ends_with("\u20AC\u20AC\u2026(300000 bytes in all)")) << lines[2].substr(16'000);
 }
 
 TEST(StandardErrorSink, ALineMayGoAsSoonAsWriteReturns) {

@@ -204,6 +204,46 @@ TEST(RepositoryFrame, AStatementThatCannotBePreparedYieldsNothingAndIsReportedOn
     EXPECT_EQ(log.records(), (std::vector<LogRecord>{fetchingAllEvents, failedToFetchAllEvents(error)}));
 }
 
+TEST(RepositoryFrame, ALogThatFailsChangesNothingAboutAnOperation) {
+    /// A sink that fails.
+    class Sink final : public DDLogSink {
+    public:
+        void write(const DDLogMessage&) override { throw std::runtime_error("the disk is full"); }
+    };
+    const TestStore store;
+    addEvents(store, 2);
+    const LogCapture guards;
+    DDLog::setSink(std::make_shared<Sink>());
+    EXPECT_EQ(store.repository().countOfEvents(), 2U);
+    store.execute("DROP TABLE events");
+    ZAVError error;
+    EXPECT_EQ(store.repository().allEvents(&error), std::nullopt);
+    EXPECT_EQ(error, ZAVError("SQLite", 1, "no such table: events"));
+}
+
+TEST(RepositoryFrame, TheLineOfAFailedWriteIsBoundedWhateverTheEventsHold) {
+    const TestStore store;
+    const ZAVDatabaseIdentifier stream = store.addStream(uuidNumber(0x21));
+    store.execute("DROP TABLE events");
+    ZAVSet<ZAVTEvent> events;
+    for (int number = 0; number < 1000; ++number) {
+        const auto event = makeEvent(EventType_MESSAGE, uuidNumber(0x21), number);
+        event->setStreamDatabaseIdentifier(stream);
+        event->set_creator_name(std::string(number == 0 ? 1'000'000 : 10'000, '\n'));
+        events.insert(event);
+    }
+    const LogCapture log;
+    ZAVError error;
+    EXPECT_FALSE(store.repository().persistEvents(events, &error));
+    ASSERT_EQ(log.records().size(), 2U);
+    const std::string message = log.records()[1].message;
+    EXPECT_TRUE(message.starts_with("failed to persist events:{(<ZAVEvent ")) << message.substr(0, 100);
+    EXPECT_TRUE(message.ends_with(" more)} with " + error.description()))
+        << message.substr(message.size() - 100);
+    EXPECT_LT(message.size(), 32'768U);
+    EXPECT_EQ(message.find('\n'), std::string::npos) << "a name broke the line";
+}
+
 TEST(RepositoryFrame, AFailedCountIsZero) {
     const TestStore store;
     addEvents(store, 2);

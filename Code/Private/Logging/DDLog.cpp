@@ -1,9 +1,12 @@
 #include "Private/Logging/DDLog.h"
 
+#include <pthread.h>
+
 #include <cstdlib>
 #include <mutex>
 #include <utility>
 
+#include "Private/Foundation/ZAVUndestroyed.h"
 #include "Private/Logging/ZAVStandardErrorSink.h"
 
 namespace zav {
@@ -14,66 +17,78 @@ std::atomic<std::uint32_t> ddLogLevel = ~std::uint32_t{0};
 
 namespace {
 
-/// The current sink. The default one, with its thread, is made when the first line needs it.
+std::atomic<bool> processEnds = false;
+
+// What was logged is written when the process exits, and from then on each line at once.
+void writeAllAtExit() noexcept {
+    processEnds = true;
+    try {
+        DDLog::flush();
+    } catch (...) {  // NOLINT(bugprone-empty-catch): of an application's sink; nobody is left to be told
+    }
+}
+
+/// The sink of the application, or the default one.
 class CurrentSink {
 public:
+    /// Needs no memory.
     std::shared_ptr<DDLogSink> get() {
         const std::lock_guard lock(mutex_);
-        if (!sink_) {
-            sink_ = std::make_shared<ZAVStandardErrorSink>();
+        if (!endsInOrder_) {
+            endsInOrder_ = std::atexit(writeAllAtExit) == 0;
         }
-        return sink_;
-    }
-
-    std::shared_ptr<DDLogSink> getIfMade() {
-        const std::lock_guard lock(mutex_);
-        return sink_;
+        return sink_ ? sink_ : std::shared_ptr<DDLogSink>(std::shared_ptr<void>(), &defaultSink_);
     }
 
     void set(std::shared_ptr<DDLogSink> sink) {
-        const std::lock_guard lock(mutex_);
-        std::swap(sink_,
-                  sink);  // the old sink, if this was its last owner, is destroyed below, outside the lock
+        {
+            const std::lock_guard lock(mutex_);
+            std::swap(sink_, sink);
+        }
+        // Outside the lock: the old sink, if this was its last owner, is destroyed on return.
+        if (!sink) {
+            defaultSink_.flush();
+        }
     }
+
+    void lock() noexcept { mutex_.lock(); }
+    void unlock() noexcept { mutex_.unlock(); }
 
 private:
     std::mutex mutex_;
     std::shared_ptr<DDLogSink> sink_;
+    ZAVStandardErrorSink defaultSink_;
+    bool endsInOrder_ = false;
 };
 
-std::atomic<bool> processEnds = false;
+// Threads and static objects may log until the process is gone.
+constinit ZAVUndestroyed<CurrentSink> currentSink;
 
-CurrentSink& currentSink() {
-    // Never destroyed: threads and static objects may log until the process is gone. What was logged is
-    // written when the process exits, and from then on each line at once.
-    static CurrentSink& current = []() -> CurrentSink& {
-        static_cast<void>(std::atexit([] {
-            processEnds = true;
-            DDLog::flush();
-        }));
-        return *new CurrentSink;
-    }();
-    return current;
-}
+// A process that is forked while another thread looks the sink up must not find it locked for ever.
+[[maybe_unused]] const int lockingForForks = ::pthread_atfork([]() noexcept { currentSink.value.lock(); },
+                                                              []() noexcept { currentSink.value.unlock(); },
+                                                              []() noexcept { currentSink.value.unlock(); });
 
 }  // namespace
 
-void DDLog::write(const DDLogMessage& message) {
-    const auto sink = currentSink().get();
-    sink->write(message);
-    if (processEnds) {
-        sink->flush();
+void DDLog::write(const DDLogMessage& message) noexcept {
+    try {
+        const auto sink = currentSink.value.get();
+        sink->write(message);
+        if (processEnds) {
+            sink->flush();
+        }
+    } catch (
+        ...) {  // NOLINT(bugprone-empty-catch): the operation that logs goes on whatever becomes of its line
     }
 }
 
 void DDLog::setSink(std::shared_ptr<DDLogSink> sink) {
-    currentSink().set(std::move(sink));
+    currentSink.value.set(std::move(sink));
 }
 
 void DDLog::flush() {
-    if (const auto sink = currentSink().getIfMade()) {
-        sink->flush();
-    }
+    currentSink.value.get()->flush();
 }
 
 }  // namespace zav

@@ -25,40 +25,50 @@ class ZAV_EXPORT DDLog {
 public:
     /// Formats one line and hands it to the sink. Whether the line is wanted is for the caller to test first,
     /// with `verboseIsOpen` or `errorIsOpen`, so that a line that nobody wants costs nothing.
+    ///
+    /// Nothing comes out of it, whatever a description or the sink throws. A line whose arguments cannot be
+    /// printed, for want of memory say, has its format for its message.
     template <class... Arguments>
     static void log(bool asynchronous, std::uint32_t level, std::uint32_t flag, int context,
                     std::string_view file, std::string_view function, unsigned line, const void* tag,
-                    std::string_view format, const Arguments&... arguments) {
-        const std::string message = ZAVStringWithFormat(format, arguments...);
-        write({asynchronous, level, flag, context, file, function, line, tag, format, message});
+                    std::string_view format, const Arguments&... arguments) noexcept {
+        std::string message;
+        std::string_view printed = format;
+        try {
+            message = ZAVStringWithFormat(format, arguments...);
+            printed = message;
+        } catch (...) {  // NOLINT(bugprone-empty-catch): the line is worth more than its arguments
+        }
+        write({asynchronous, level, flag, context, file, function, line, tag, format, printed});
     }
 
-    /// Whether verbose lines of a component are wanted.
+    /// Whether verbose lines of a component are wanted. Of a number that is no component's none are.
     [[nodiscard]] static bool verboseIsOpen(ZAVLogComponent component) noexcept {
         return isOpen(component, 5, DDLogFlagVerbose);
     }
 
-    /// Whether error lines of a component are wanted.
+    /// Whether error lines of a component are wanted. Of a number that is no component's none are.
     [[nodiscard]] static bool errorIsOpen(ZAVLogComponent component) noexcept {
         return isOpen(component, 1, DDLogFlagError);
     }
 
-    /// Replaces the sink, which the logger shares from then on. Null puts the default sink back, which writes
-    /// to standard error: error lines at once, verbose lines from a thread of its own, all in the order they
-    /// came.
+    /// Replaces the sink, which the logger shares from then on. Null puts the default sink back,
+    /// `ZAVStandardErrorSink`, which writes to standard error: error lines at once, verbose lines from a
+    /// thread of its own, all in the order they came.
     static void setSink(std::shared_ptr<DDLogSink> sink);
 
-    /// Returns when the sink has written every line that it took.
+    /// Returns when the sink has written every line that it took. What the sink throws comes out.
     static void flush();
 
 private:
     [[nodiscard]] static bool isOpen(ZAVLogComponent component, std::int32_t threshold,
                                      std::uint32_t flag) noexcept {
-        return gZAVLogPreferences[component].load(std::memory_order_relaxed) >= threshold &&
+        return component < ZAVLogComponentCount &&
+               gZAVLogPreferences[component].load(std::memory_order_relaxed) >= threshold &&
                (ddLogLevel.load(std::memory_order_relaxed) & flag) != 0;
     }
 
-    static void write(const DDLogMessage& message);
+    static void write(const DDLogMessage& message) noexcept;
 };
 
 }  // namespace zav

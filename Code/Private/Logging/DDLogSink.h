@@ -24,11 +24,15 @@ struct DDLogMessage {
         function;     ///< class and selector of the operation, such as "-[ZAVEventRepository allEvents:]"
     unsigned line;    ///< informational
     const void* tag;  ///< always null
-    std::string_view format;   ///< the message before its arguments were filled in
-    std::string_view message;  ///< the message
+    std::string_view format;  ///< the message before its arguments were filled in
+    std::string_view
+        message;  ///< the message; texts, URLs and errors in it stand as they are, and may be anybody's
 };
 
 /// Where log lines go. `write` and `flush` are called on whichever thread logs, by several threads at once.
+///
+/// Nothing comes out of an operation because of its log: what `write` throws is swallowed, and its line is
+/// lost.
 class ZAV_EXPORT DDLogSink {
 public:
     virtual ~DDLogSink() = default;

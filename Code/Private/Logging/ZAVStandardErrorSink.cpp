@@ -1,102 +1,239 @@
 #include "Private/Logging/ZAVStandardErrorSink.h"
 
-#include <spdlog/async.h>
-#include <spdlog/sinks/base_sink.h>
-#include <spdlog/sinks/stdout_sinks.h>
-
-#include <atomic>
+#include <condition_variable>
 #include <cstdint>
+#include <deque>
+#include <exception>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <utility>
 
+#include "Private/Logging/ZAVForks.h"
+#include "Private/Logging/ZAVLogOutput.h"
+
 namespace zav {
-namespace {
 
-constexpr std::size_t queueCapacity = 8192;
-
-/// Standard error, counting the lines that it has written so that a caller can wait for its own.
-class CountingSink final : public spdlog::sinks::base_sink<spdlog::details::null_mutex> {
-public:
-    void waitForCount(std::uint64_t count) const {
-        std::uint64_t written = written_.load(std::memory_order_acquire);
-        while (written < count) {
-            written_.wait(written, std::memory_order_acquire);
-            written = written_.load(std::memory_order_acquire);
-        }
-    }
-
-private:
-    void sink_it_(const spdlog::details::log_msg& message) override {
-        output_.log(message);
-        written_.fetch_add(1, std::memory_order_release);
-        written_.notify_all();
-    }
-    void flush_() override { output_.flush(); }
-    void set_formatter_(std::unique_ptr<spdlog::formatter> formatter) override {
-        output_.set_formatter(std::move(formatter));
-    }
-
-    spdlog::sinks::stderr_sink_st output_;
-    std::atomic<std::uint64_t> written_{0};
-};
-
-}  // namespace
-
+/// The lines of one process in the order in which they came. They are written by one thread at a time: by the
+/// queue's own, or by a caller who has to wait for a line that nobody is writing.
 class ZAVStandardErrorSink::Queue {
 public:
-    Queue()
-        : pool_(std::make_shared<spdlog::details::thread_pool>(queueCapacity, 1)),
-          sink_(std::make_shared<CountingSink>()),
-          logger_(std::make_shared<spdlog::async_logger>("zav", sink_, pool_,
-                                                         spdlog::async_overflow_policy::block)) {
-        logger_->set_level(spdlog::level::trace);
-        logger_->set_pattern("%Y-%m-%d %H:%M:%S.%f [%t] %l %v");
-    }
+    Queue() = default;
+    ~Queue();
+    Queue(const Queue&) = delete;
+    Queue& operator=(const Queue&) = delete;
 
-    /// Queues one line and returns its number, counted from 1.
-    std::uint64_t add(const DDLogMessage& message) {
-        std::string text(message.function);
-        text += ": ";
-        text += message.message;
-        // The lock makes the numbers agree with the order in the queue.
-        const std::lock_guard lock(mutex_);
-        logger_->log(message.flag == DDLogFlagError ? spdlog::level::err : spdlog::level::trace,
-                     spdlog::string_view_t(text));
-        return ++added_;
-    }
+    /// Takes a line. Unless it is asynchronous it is written when this returns.
+    void take(const DDLogMessage& message);
 
-    void waitFor(std::uint64_t number) const { sink_->waitForCount(number); }
+    /// Returns when every line taken so far has been written.
+    void flush();
 
-    std::uint64_t added() {
-        const std::lock_guard lock(mutex_);
-        return added_;
-    }
+    [[nodiscard]] bool isOfThisProcess() const noexcept { return fork_ == ZAVForks::count(); }
+
+    /// Lets go of the queue of the process from which this one was forked. It cannot be destroyed: its lock
+    /// may be taken by a thread that is not here, and its own thread is not here either.
+    static void abandon(Queue* queue) noexcept;
 
 private:
-    std::shared_ptr<spdlog::details::thread_pool> pool_;
-    std::shared_ptr<CountingSink> sink_;
-    std::shared_ptr<spdlog::async_logger> logger_;
+    using Lock = std::unique_lock<std::mutex>;
+
+    struct Line {
+        ZAVLogStamp stamp;
+        std::string text;
+    };
+
+    bool add(const DDLogMessage& message, const ZAVLogText& text);
+    void writeAtOnce(const DDLogMessage& message, const ZAVLogText& text);
+    bool haveThread() noexcept;
+    void writeLines() noexcept;
+    void writeNext(Lock& lock) noexcept;
+    void awaitWritten(std::uint64_t number, Lock& lock) noexcept;
+    void awaitTurn(Lock& lock) noexcept;
+
+    static constexpr std::size_t capacity = 8192;
+
     std::mutex mutex_;
-    std::uint64_t added_ = 0;
+    std::condition_variable added_;
+    std::condition_variable written_;
+    std::deque<Line> lines_;
+    std::uint64_t addedCount_ = 0;
+    std::uint64_t writtenCount_ = 0;
+    bool writing_ = false;  ///< somebody is writing, and alone uses the output
+    bool ending_ = false;
+    ZAVLogOutput output_;
+    std::thread thread_;
+    const unsigned fork_ = ZAVForks::count();
+    Queue* next_ = nullptr;  ///< among the abandoned ones
 };
 
-ZAVStandardErrorSink::ZAVStandardErrorSink() : queue_(std::make_unique<Queue>()) {}
+ZAVStandardErrorSink::Queue::~Queue() {
+    flush();
+    {
+        const std::lock_guard lock(mutex_);
+        ending_ = true;
+    }
+    added_.notify_one();
+    if (thread_.joinable()) {
+        thread_.join();
+    }
+}
+
+void ZAVStandardErrorSink::Queue::take(const DDLogMessage& message) {
+    const ZAVLogText text(message);
+    if (!add(message, text)) {
+        writeAtOnce(message, text);
+    }
+}
+
+/// False, and nothing is done, when there is no memory for the line.
+bool ZAVStandardErrorSink::Queue::add(const DDLogMessage& message, const ZAVLogText& text) {
+    Lock lock;
+    try {
+        std::string kept(text.text());
+        lock = Lock(mutex_);
+        while (lines_.size() >= capacity) {
+            awaitWritten(addedCount_ - capacity + 1, lock);
+        }
+        lines_.push_back({ZAVLogStamp(message.flag), std::move(kept)});
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+    const std::uint64_t number = ++addedCount_;
+    if (message.asynchronous && haveThread()) {
+        added_.notify_one();
+    } else {
+        awaitWritten(number, lock);
+    }
+    return true;
+}
+
+/// Writes a line that is not in the queue, after those that are.
+void ZAVStandardErrorSink::Queue::writeAtOnce(const DDLogMessage& message, const ZAVLogText& text) {
+    Lock lock(mutex_);
+    awaitWritten(addedCount_, lock);
+    awaitTurn(lock);
+    writing_ = true;
+    lock.unlock();
+    output_.write(ZAVLogStamp(message.flag), text.text());
+    lock.lock();
+    writing_ = false;
+    written_.notify_all();
+    added_.notify_one();
+}
+
+void ZAVStandardErrorSink::Queue::flush() {
+    Lock lock(mutex_);
+    awaitWritten(addedCount_, lock);
+}
+
+/// Whether there is a thread for the lines, now if not before.
+bool ZAVStandardErrorSink::Queue::haveThread() noexcept {
+    if (fork_ != 0) {
+        return false;  // a forked process may end at any moment, and without a word
+    }
+    if (!thread_.joinable()) {
+        try {
+            thread_ = std::thread([this] { writeLines(); });
+        } catch (const std::exception&) {
+            return false;
+        }
+    }
+    return true;
+}
+
+void ZAVStandardErrorSink::Queue::writeLines() noexcept {
+    Lock lock(mutex_);
+    while (!ending_) {
+        if (lines_.empty() || writing_) {
+            added_.wait(lock);
+        } else {
+            writeNext(lock);
+        }
+    }
+}
+
+/// Writes the first line of the queue, without the lock. To be called when nobody is writing.
+void ZAVStandardErrorSink::Queue::writeNext(Lock& lock) noexcept {
+    const Line line = std::move(lines_.front());
+    lines_.pop_front();
+    writing_ = true;
+    lock.unlock();
+    output_.write(line.stamp, line.text);
+    lock.lock();
+    writing_ = false;
+    ++writtenCount_;
+    written_.notify_all();
+    if (!lines_.empty()) {
+        added_.notify_one();
+    }
+}
+
+void ZAVStandardErrorSink::Queue::awaitWritten(std::uint64_t number, Lock& lock) noexcept {
+    while (writtenCount_ < number) {
+        if (writing_) {
+            written_.wait(lock);
+        } else {
+            writeNext(lock);
+        }
+    }
+}
+
+void ZAVStandardErrorSink::Queue::awaitTurn(Lock& lock) noexcept {
+    while (writing_) {
+        written_.wait(lock);
+    }
+}
+
+void ZAVStandardErrorSink::Queue::abandon(Queue* queue) noexcept {
+    static std::atomic<Queue*> abandoned = nullptr;
+    queue->next_ = abandoned.exchange(queue);
+}
 
 ZAVStandardErrorSink::~ZAVStandardErrorSink() {
-    queue_->waitFor(queue_->added());
+    Queue* const queue = queue_.load();
+    if (queue != nullptr && !queue->isOfThisProcess()) {
+        Queue::abandon(queue);
+    } else {
+        delete queue;
+    }
 }
 
 void ZAVStandardErrorSink::write(const DDLogMessage& message) {
-    const std::uint64_t number = queue_->add(message);
-    if (!message.asynchronous) {
-        queue_->waitFor(number);
+    if (Queue* const queue = this->queue()) {
+        queue->take(message);
+    } else {
+        ZAVLogOutput::writeTextAlone(ZAVLogText(message).text());
     }
 }
 
 void ZAVStandardErrorSink::flush() {
-    queue_->waitFor(queue_->added());
+    Queue* const queue = queue_.load();
+    if (queue != nullptr && queue->isOfThisProcess()) {
+        queue->flush();
+    }
+}
+
+/// The queue of this process, made if need be; null when there is no memory for it.
+ZAVStandardErrorSink::Queue* ZAVStandardErrorSink::queue() noexcept {
+    Queue* present = queue_.load(std::memory_order_acquire);
+    if (present != nullptr && present->isOfThisProcess()) {
+        return present;
+    }
+    try {
+        auto made = std::make_unique<Queue>();
+        Queue* const before = present;
+        if (!queue_.compare_exchange_strong(present, made.get())) {
+            return present;  // another thread was faster
+        }
+        if (before != nullptr) {
+            Queue::abandon(before);
+        }
+        return made.release();
+    } catch (const std::exception&) {
+        return nullptr;
+    }
 }
 
 }  // namespace zav
