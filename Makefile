@@ -12,6 +12,7 @@
 # make scale         what each operation costs as the store grows, in $(BUILD)/scale; SIZES and SCALE_OPTIONS may be given
 # make memory        what records take in memory, and whether memory grows with use
 # make tool-cost     the tool beside the library alone, at the events of EVENTS, a JSON Lines file
+# make toolchains    builds with clang++ and libc++, and compiles for 32 bits
 # make presets       configures, builds and tests with each of PRESETS (shared sqlcipher)
 # make check         all that has to pass before a change is accepted
 # make hooks         has git check the format and the layers of what is staged, before each commit in this clone
@@ -43,7 +44,7 @@ CONFIGURE = cmake -S . -B $(BUILD) -G Ninja -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) -DC
 TOOL_ALONE = $(if $(wildcard $(BUILD)/CMakeCache.txt),,-DZAV_BUILD_TESTS=OFF -DZAV_BUILD_EXAMPLES=OFF)
 
 .PHONY: run tool test test-long fuzz static valgrind coverage docs bench configure-bench instructions scale memory tool-cost \
-	presets check hooks build setup setup-tool setup-checks format check-format clean
+	toolchains presets check hooks build setup setup-tool setup-checks format check-format clean
 
 run: tool
 	rm -f $(SAMPLE_DATABASE) $(SAMPLE_DATABASE)-wal $(SAMPLE_DATABASE)-shm
@@ -103,6 +104,9 @@ docs: setup setup-checks
 
 coverage: setup-checks
 	scripts/coverage.sh $(BUILD)/coverage
+
+toolchains: setup setup-checks
+	scripts/check-toolchains.sh $(BUILD)/toolchains
 
 presets: setup setup-checks
 	scripts/check-presets.sh $(PRESETS)

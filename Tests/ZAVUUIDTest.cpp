@@ -1,5 +1,6 @@
 #include <ZAVEventRepository/ZAVUUID.h>
 #include <gtest/gtest.h>
+#include <compare>
 
 #include <optional>
 #include <set>
@@ -91,6 +92,10 @@ TEST(UUIDOrder, IsThatOfTheBytes) {
     const auto high = ZAVUUID::fromString("f0000000-0000-0000-0000-000000000000");
     EXPECT_LT(*low, *high);
     EXPECT_NE(*low, *high);
+    EXPECT_EQ(*low <=> *high, std::strong_ordering::less);
+    EXPECT_EQ(*low <=> *low, std::strong_ordering::equal);
+    const auto last = ZAVUUID::fromString("0fffffff-ffff-ffff-ffff-fffffffffffe");
+    EXPECT_LT(*last, *low) << "the last byte was not compared";
     EXPECT_LT(ZAVUUID(), *low) << "a UUID made from nothing has only zero bytes";
 }
 

@@ -2,7 +2,7 @@
 # Makes sure that the compilers, tools and libraries of the build are there: installs what is missing through apt-get
 # on Debian and Ubuntu, and names it elsewhere. With --tool only what the library and zavevents need, and no other
 # compiler than $CXX. With --checks also what the static checks, valgrind, coverage, the benchmarks, the reference, the
-# engine that can encrypt and those tests need that ask mandoc and zsh.
+# engine that can encrypt, the other toolchains and those tests need that ask mandoc and zsh.
 set -eu
 
 packages="cmake ninja-build pkg-config
@@ -24,7 +24,7 @@ else
 fi
 if [ "${1:-}" = --checks ]; then
     packages="$packages doxygen clang-tidy cppcheck valgrind gcovr libbenchmark-dev libsqlitecpp-dev libsoci-dev
-        libsqlcipher-dev groff-base mandoc zsh"
+        libsqlcipher-dev groff-base mandoc zsh libc++-dev libc++abi-dev g++-multilib"
 fi
 
 if ! command -v dpkg-query > /dev/null || ! command -v apt-get > /dev/null; then

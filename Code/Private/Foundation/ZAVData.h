@@ -1,5 +1,6 @@
 #pragma once
 
+#include <compare>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -70,8 +71,9 @@ public:
     }
 
     /// Compares byte by byte, unsigned; a prefix comes first.
-    friend auto operator<=>(const ZAVData& left, const ZAVData& right) noexcept {
-        return left.asText() <=> right.asText();
+    // By `compare`: not every C++ library of C++20 has `<=>` of two views.
+    friend std::strong_ordering operator<=>(const ZAVData& left, const ZAVData& right) noexcept {
+        return left.asText().compare(right.asText()) <=> 0;
     }
 
 private:

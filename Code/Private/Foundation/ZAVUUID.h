@@ -41,9 +41,15 @@ public:
     friend constexpr bool operator==(const ZAVUUID&, const ZAVUUID&) noexcept = default;
 
     /// Compares byte by byte, which is the order of the canonical texts.
-    // The check takes the zero that a generated comparison is compared with for a pointer.
-    // NOLINTNEXTLINE(modernize-use-nullptr)
-    friend constexpr auto operator<=>(const ZAVUUID&, const ZAVUUID&) noexcept = default;
+    // Written out: not every C++ library of C++20 has `<=>` of two arrays.
+    friend constexpr std::strong_ordering operator<=>(const ZAVUUID& left, const ZAVUUID& right) noexcept {
+        for (std::size_t position = 0; position < left.bytes_.size(); ++position) {
+            if (left.bytes_[position] != right.bytes_[position]) {
+                return left.bytes_[position] <=> right.bytes_[position];
+            }
+        }
+        return std::strong_ordering::equal;
+    }
 
 private:
     Bytes bytes_{};
