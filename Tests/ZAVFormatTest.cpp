@@ -114,16 +114,20 @@ TEST(Format, PrintsCollectionsInTheirOrder) {
 }
 
 TEST(Format, PrintsTheBeginningOfALargeCollectionAndHowMuchThereIsBesides) {
-    std::vector<std::int64_t> numbers(100, 7);
-    const std::string hundred = ZAVStringWithFormat("%@", numbers);
-    EXPECT_TRUE(hundred.ends_with("7, 7, 7)}")) << hundred;
-    numbers.resize(1'000'000, 8);
-    EXPECT_EQ(ZAVStringWithFormat("%@", numbers),
+    std::vector<std::string> letters(100, "a");
+    const std::string hundred = ZAVStringWithFormat("%@", letters);
+    EXPECT_TRUE(hundred.ends_with("a, a, a)}")) << hundred;
+    letters.resize(1'000'000, "b");
+    EXPECT_EQ(ZAVStringWithFormat("%@", letters),
               hundred.substr(0, hundred.size() - 2) + ", \u2026 and 999900 more)}");
     const std::vector<std::string> texts(50, std::string(1000, 'x'));
     const std::string some = ZAVStringWithFormat("%@", texts);
     EXPECT_LT(some.size(), 18'000U);
     EXPECT_TRUE(some.ends_with("xxx, \u2026 and 33 more)}")) << some.substr(some.size() - 40);
+}
+
+TEST(Format, PrintsEveryNumberOfACollection) {
+    EXPECT_EQ(ZAVStringWithFormat("%@", std::vector<std::int64_t>(5000, 7)).size(), 5000U * 3 + 2);
 }
 
 TEST(Format, LeavesOutAnArgumentWithoutADirective) {

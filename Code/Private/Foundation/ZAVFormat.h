@@ -85,7 +85,8 @@ template <class T>
     return value ? ZAVDescription(*value) : "(null)";
 }
 
-/// What the description of a collection shows at most: so many elements, and none after so many characters.
+/// What the description of a collection of other than integers shows at most: so many elements, and none
+/// after so many characters.
 inline constexpr std::size_t ZAVDescribedElementCount = 100;
 inline constexpr std::size_t ZAVDescribedElementsSize = 16384;
 
@@ -100,7 +101,8 @@ requires requires(const Range& range) {
     std::size_t described = 0;
     std::size_t left = 0;
     for (const auto& element : range) {
-        if (left != 0 || described == ZAVDescribedElementCount || text.size() > ZAVDescribedElementsSize) {
+        const bool full = described == ZAVDescribedElementCount || text.size() > ZAVDescribedElementsSize;
+        if (left != 0 || (full && !std::integral<std::remove_cvref_t<decltype(element)>>)) {
             ++left;
             continue;
         }
