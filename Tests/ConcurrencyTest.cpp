@@ -66,7 +66,7 @@ private:
 /// An event that nobody else stores: complete and not yet sequenced, with a part that is being downloaded.
 std::shared_ptr<ZAVEvent> eventNamed(const std::string& name) {
     auto event = makeEvent(EventType_MESSAGE, SharedStore::stream(), 0);
-    event->set_client_id(ZAVData::fromText(name));
+    event->set_client_id(ZAVDataFromUUID(ZAVUUID::random()));
     event->set_transient_metadata(ZAVDictionary{{"name", name}});
     auto download = makeTextPart("");
     download->setTransferStatus(ZAVContentTransferDownloading);

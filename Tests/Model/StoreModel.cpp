@@ -203,7 +203,7 @@ void StoreModel::failIfRefused(Refusal statement) const {
 
 Row StoreModel::usable(Row row) {
     if (row == ZAVDatabaseIdentifierNotSet) {
-        throw StatementFailure{{10, "ZAVDatabase"}};
+        throw StatementFailure{{14, "ZAVDatabase"}};
     }
     return row;
 }

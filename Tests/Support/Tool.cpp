@@ -95,6 +95,13 @@ bool enter(const ToolCircumstances& circumstances) {
     if (!circumstances.directory.empty() && ::chdir(circumstances.directory.c_str()) != 0) {
         return false;
     }
+    if (circumstances.memoryLimit) {
+        const rlimit limit{*circumstances.memoryLimit, *circumstances.memoryLimit};
+        if (::setrlimit(RLIMIT_AS, &limit) != 0) {
+            return false;
+        }
+    }
+    ::alarm(circumstances.secondsToLive);
     if (circumstances.user) {
         const uid_t user = *circumstances.user;
         return ::setgroups(0, nullptr) == 0 && ::setgid(user) == 0 && ::setuid(user) == 0;

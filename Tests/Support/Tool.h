@@ -29,6 +29,8 @@ struct ToolCircumstances {
     std::vector<std::pair<std::string, std::string>> environment{};  ///< variables to add or replace
     std::string outputPath{};  ///< a file to use as standard output; `ToolRun::out` then stays empty
     std::optional<rlim_t> fileSizeLimit{};  ///< writing a file beyond it fails instead of ending the process
+    std::optional<rlim_t> memoryLimit{};    ///< bytes of address space that the run may take
+    unsigned secondsToLive = 0;             ///< a run that takes longer is ended by SIGALRM; 0 for no limit
     std::optional<uid_t> user{};            ///< the user and group to become; needs a privileged caller
     std::string directory{};                ///< where it starts; empty for where the caller is
 };

@@ -28,7 +28,7 @@ const std::string fine = "ok";
 /// What the engine finds wrong with the file: one text a fault, or only "ok".
 std::vector<std::string> integrity(FMDatabase& database) {
     std::vector<std::string> findings;
-    auto rows = database.executeQuery("PRAGMA integrity_check");
+    auto rows = database.executeBoundedQuery("PRAGMA integrity_check");
     ZAVError error = rows ? ZAVError() : database.lastError();
     while (rows && rows->nextWithError(&error)) {
         findings.push_back(asUTF8(rows->stringForColumnIndex(0).value_or("")));

@@ -101,7 +101,7 @@ void ContentReclaimer::Run::start() {
     gone_.clear();
     next_ = 0;
     databases_.clear();
-    auto rows = database_.executeQuery("PRAGMA database_list");
+    auto rows = database_.executeBoundedQuery("PRAGMA database_list");
     ZAVError error;
     while (rows && rows->nextWithError(&error)) {
         std::error_code failure;

@@ -39,7 +39,7 @@ ContentRows::ContentRows(FMDatabase& database, const std::string& directory)
       base_(ZAVURL::fileURLWithDirectoryPath(directory)) {}
 
 FMResultSet ContentRows::query(std::string_view sql) const {
-    auto rows = database_.executeQuery(sql);
+    auto rows = database_.executeBoundedQuery(sql);
     if (!rows) {
         throw DatabaseFailure(database_.lastError());
     }
@@ -99,7 +99,7 @@ void ContentRows::readPurgeable() {
 }
 
 std::optional<ContentRow> ContentRows::row(std::int64_t row) const {
-    auto rows = database_.executeQuery(
+    auto rows = database_.executeBoundedQuery(
         "SELECT event_database_identifier, event_content_part_id, file_path, transfer_status = 4,"
         " NOT (purged = 0 OR purged IS NULL), transfer_status IN (2, 3) FROM event_content_parts"
         " WHERE database_identifier = ? AND file_path IS NOT NULL",
@@ -147,8 +147,8 @@ std::optional<std::string> ContentRows::location(const std::string& filePath) co
 }
 
 void ContentRows::markPurged(std::int64_t row) {
-    if (!database_.executeUpdate("UPDATE event_content_parts SET purged = 1 WHERE database_identifier = ?",
-                                 row)) {
+    if (!database_.executeBoundedUpdate(
+            "UPDATE event_content_parts SET purged = 1 WHERE database_identifier = ?", row)) {
         throw DatabaseFailure(database_.lastError());
     }
 }

@@ -39,7 +39,7 @@ EventRecognition::EventRecognition(std::shared_ptr<FMDatabase> database, std::op
     : database_(std::move(database)), userID_(std::move(userID)) {}
 
 bool EventRecognition::begin() {
-    auto rows = database_->executeQuery("PRAGMA data_version");
+    auto rows = database_->executeBoundedQuery("PRAGMA data_version");
     if (!next(*database_, rows)) {
         fail(*database_);
     }
@@ -84,7 +84,7 @@ void EventRecognition::noteStored(const ZAVEvent& event) {
 }
 
 EventRecognition::Answer EventRecognition::atSequence(const ZAVEvent& event, ZAVDatabaseIdentifier stream) {
-    auto rows = database_->executeQuery(
+    auto rows = database_->executeBoundedQuery(
         "SELECT database_identifier, client_id, creator_id FROM events"
         " WHERE stream_database_identifier = ? AND seq = ? LIMIT 1",
         stream, event.seq());
@@ -131,7 +131,7 @@ EventRecognition::Answer EventRecognition::byClientID(const ZAVEvent& event, ZAV
 EventRecognition::Stream& EventRecognition::streamAt(ZAVDatabaseIdentifier row) {
     const auto [stream, isNew] = streams_.try_emplace(row);
     if (isNew) {
-        auto rows = database_->executeQuery(
+        auto rows = database_->executeBoundedQuery(
             "SELECT seq, typeof(seq) IN ('text', 'blob'), EXISTS"
             " (SELECT 1 FROM events WHERE stream_database_identifier = ? AND seq IS NULL)"
             " FROM events WHERE stream_database_identifier = ? ORDER BY seq DESC LIMIT 1",
@@ -153,7 +153,7 @@ EventRecognition::Keys& EventRecognition::eventsOf(const ZAVData& clientID) {
         return known->second;
     }
     Keys events;
-    auto rows = database_->executeQuery(
+    auto rows = database_->executeBoundedQuery(
         "SELECT stream_database_identifier, creator_id, seq IS NOT NULL, database_identifier FROM events"
         " WHERE client_id = ?",
         clientID);

@@ -151,9 +151,9 @@ void Importer::adoptStoredEvent(ZAVEvent& event) {
 
 /// The service may have sequenced an event since its line was written: that is not to be forgotten.
 void Importer::keepWhatTheServiceAssigned(ZAVEvent& event) {
-    auto rows =
-        database_->executeQuery("SELECT seq, creator_id, timestamp FROM events WHERE database_identifier = ?",
-                                event.databaseIdentifier());
+    auto rows = database_->executeBoundedQuery(
+        "SELECT seq, creator_id, timestamp FROM events WHERE database_identifier = ?",
+        event.databaseIdentifier());
     if (!rows || !rows->next()) {
         throw ToolError("cannot read a stored event", database_->lastError());
     }
@@ -168,7 +168,7 @@ void Importer::keepWhatTheServiceAssigned(ZAVEvent& event) {
 
 /// Tells of content that is not stored because other content is.
 void Importer::compareContent(const ZAVEvent& event) {
-    auto rows = database_->executeQuery(
+    auto rows = database_->executeBoundedQuery(
         "SELECT event_content_part_id, type, value, url FROM event_content_parts"
         " WHERE event_database_identifier = ? ORDER BY event_content_part_id",
         event.databaseIdentifier());

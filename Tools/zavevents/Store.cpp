@@ -121,7 +121,7 @@ std::shared_ptr<FMDatabase> openAnyDatabase(const std::string& path) {
 }
 
 std::int64_t queryNumber(FMDatabase& database, const std::string& sql, const std::string& what) {
-    auto rows = database.executeQuery(sql);
+    auto rows = database.executeBoundedQuery(sql);
     ZAVError error = rows ? ZAVError() : database.lastError();
     if (!rows || !rows->nextWithError(&error)) {
         throw ToolError(what.empty() ? sql : what, error);

@@ -65,7 +65,7 @@ Assignments assignments(const TransferOptions& options) {
 /// may be more than a record can say: an expiration with a fraction, a purge mark that is NULL, a URL that is
 /// none.
 bool isAllOfItsRow(FMDatabase& database, const ZAVEventContent& part, ZAVDatabaseIdentifier row) {
-    auto rows = database.executeQuery(
+    auto rows = database.executeBoundedQuery(
         "SELECT access_expiration IS ? AND url IS ? AND size IS ? AND transfer_status IS ? AND file_path IS ?"
         " AND last_accessed IS ? AND purged IS ? FROM event_content_parts WHERE database_identifier = ?",
         part.externalContentURLExpiration(), part.external_url(), part.size(), part.transferStatus(),
@@ -100,7 +100,7 @@ void apply(const TransferOptions& options, ZAVEventContent& part) {
 
 /// The row of the part; none when there is no such part.
 std::optional<ZAVDatabaseIdentifier> rowOf(const TransferOptions& options, FMDatabase& database) {
-    auto rows = database.executeQuery(
+    auto rows = database.executeBoundedQuery(
         "SELECT database_identifier FROM event_content_parts"
         " WHERE event_database_identifier = ? AND event_content_part_id = ?",
         options.event, options.index);
@@ -124,7 +124,7 @@ bool update(const TransferOptions& options, const ZAVEventRepository& repository
     }
     std::vector<ZAVValue> values = given.values;
     values.emplace_back(row);
-    return database.executeUpdateWithArgumentsInArray(
+    return database.executeBoundedUpdateWithArgumentsInArray(
         "UPDATE event_content_parts SET " + given.text + " WHERE database_identifier = ?", values);
 }
 

@@ -88,7 +88,7 @@ UnnamedStreams::Candidates& UnnamedStreams::candidatesFor(const ZAVData& clientI
     if (!isNew) {
         return candidates;
     }
-    auto rows = database_->executeQuery(
+    auto rows = database_->executeBoundedQuery(
         "SELECT stream_database_identifier, creator_id, events.seq FROM events JOIN streams"
         " ON (streams.database_identifier = events.stream_database_identifier)"
         " WHERE client_id = ? AND events.database_identifier <= ?"

@@ -3,14 +3,17 @@
 #include <sqlite3.h>
 
 #include <algorithm>
+#include <chrono>
 #include <limits>
 #include <new>
 #include <utility>
 
 #include "Private/Database/ZAVDatabaseFile.h"
 #include "Private/Database/ZAVEncryption.h"
+#include "Private/Database/ZAVInterruptionTimer.h"
 #include "Private/Database/ZAVObservation.h"
 #include "Private/Database/ZAVOptionsCheck.h"
+#include "Private/Database/ZAVStatementBounds.h"
 #include "Private/Database/ZAVStatementCache.h"
 
 namespace zav {
@@ -117,8 +120,16 @@ std::shared_ptr<FMDatabase> FMDatabase::databaseWithPath(const std::string& path
             database->closeUntouched();
         }
     });
+    database->bounds_ = std::make_unique<ZAVStatementBounds>(database->connection_);
+    // The first look into the file reads its schema, whose pages may be damaged like any other's.
+    ZAVStatementRun opening;
+    database->bounds_->begin(opening);
+    const ZAVStatementBounds::Charge charge(*database->bounds_, opening);
     isAccepted = database->configure(options);
     if (!isAccepted) {
+        if (opening.hasPassedBounds) {
+            database->failBeyondBounds();
+        }
         ZAVStoreError(error, ZAVErrorOfKey(database->lastError(), database->connection_, path,
                                            options.key.has_value()));
     }
@@ -138,6 +149,10 @@ void FMDatabase::close() noexcept {
     }
     observation_.reset();
     statements_.reset();
+    if (connection_ != nullptr) {
+        // Statements of the application's own may keep the connection alive.
+        sqlite3_progress_handler(connection_, 0, nullptr, nullptr);
+    }
     sqlite3_close_v2(std::exchange(connection_, nullptr));
 }
 
@@ -232,12 +247,17 @@ bool FMDatabase::useWriteAheadLog() {
 
 std::optional<FMResultSet> FMDatabase::executeQueryWithArgumentsInArray(std::string_view sql,
                                                                         std::span<const ZAVValue> arguments) {
-    return query(statementWithArguments(sql, Bytes::copied, arguments));
+    return query(statementWithArguments(sql, Bytes::copied, arguments), Reach::free);
 }
 
 bool FMDatabase::executeUpdateWithArgumentsInArray(std::string_view sql,
                                                    std::span<const ZAVValue> arguments) {
-    return update(statementWithArguments(sql, Bytes::referredTo, arguments));
+    return update(statementWithArguments(sql, Bytes::referredTo, arguments), Reach::free);
+}
+
+bool FMDatabase::executeBoundedUpdateWithArgumentsInArray(std::string_view sql,
+                                                          std::span<const ZAVValue> arguments) {
+    return update(statementWithArguments(sql, Bytes::referredTo, arguments), Reach::bounded);
 }
 
 bool FMDatabase::prepare(std::string_view sql) {
@@ -382,17 +402,19 @@ bool FMDatabase::discardUnbound(ZAVStatement& statement) {
     return failWithEngineError();
 }
 
-std::optional<FMResultSet> FMDatabase::query(ZAVStatement* statement) {
+std::optional<FMResultSet> FMDatabase::query(ZAVStatement* statement, Reach reach) {
     if (statement == nullptr) {
         return std::nullopt;
     }
+    beginRun(*statement, reach);
     return FMResultSet(*this, *statement);
 }
 
-bool FMDatabase::update(ZAVStatement* statement) {
+bool FMDatabase::update(ZAVStatement* statement, Reach reach) {
     if (statement == nullptr) {
         return false;
     }
+    beginRun(*statement, reach);
     int status = SQLITE_ROW;
     while (status == SQLITE_ROW) {
         status = step(*statement);
@@ -405,8 +427,57 @@ bool FMDatabase::update(ZAVStatement* statement) {
     return true;
 }
 
+void FMDatabase::beginRun(ZAVStatement& statement, Reach reach) const noexcept {
+    if (reach == Reach::bounded) {
+        bounds_->begin(statement.run);
+    } else {
+        statement.run.isBounded = false;
+        statement.run.hasPassedBounds = false;
+    }
+}
+
 int FMDatabase::step(ZAVStatement& statement) noexcept {
+    if (!statement.run.isBounded) {
+        return stepEngine(statement);
+    }
+    const ZAVStatementBounds::Charge charge(*bounds_, statement.run);
+    const int status = statement.isUnprovedCount ? stepCount(statement) : stepEngine(statement);
+    const bool goesOn =
+        status == SQLITE_ROW ? bounds_->mayHandOutRow(statement.run) : bounds_->isWithinBounds(statement.run);
+    return goesOn ? status : SQLITE_CORRUPT;
+}
+
+int FMDatabase::stepEngine(ZAVStatement& statement) const noexcept {
     return observation_ == nullptr ? sqlite3_step(statement.handle()) : observation_->step(statement);
+}
+
+/// Counts the rows of a table for the first time. A count that takes long is interrupted; when a walk over
+/// the same rows, which is bounded, comes to an end, it may take as long as that makes likely.
+int FMDatabase::stepCount(ZAVStatement& statement) noexcept {
+    constexpr std::chrono::seconds patience(2);
+    if (openResultSets() > 1) {
+        return stepEngine(statement);  // an interruption would end the others too
+    }
+    ZAVInterruptionTimer timer(connection_, patience);
+    const int status = stepEngine(statement);
+    if (!timer.stop()) {
+        statement.isUnprovedCount = false;
+        return status;
+    }
+    sqlite3_reset(statement.handle());
+    const auto start = std::chrono::steady_clock::now();
+    try {
+        if (!executeBoundedUpdate(statement.sql() + " WHERE ? IS NULL", nullptr)) {
+            return lastError_.code();
+        }
+    } catch (const std::bad_alloc&) {
+        return SQLITE_NOMEM;
+    }
+    // Counting takes a fraction of what walking does.
+    ZAVInterruptionTimer secondTimer(connection_, patience + 10 * (std::chrono::steady_clock::now() - start));
+    const int secondStatus = stepEngine(statement);
+    statement.run.hasPassedBounds = secondTimer.stop();
+    return secondStatus;
 }
 
 /// Takes a statement back that ran, and says what the engine says of it at the end.
@@ -509,10 +580,15 @@ ZAVStatement* FMDatabase::lend(std::string_view sql) {
     }
     sqlite3_stmt* handle = nullptr;
     const char* tail = nullptr;
+    // What is prepared is anybody's, but the schema that the engine may read for it is not.
+    ZAVStatementRun reading;
+    reading.textSize = sql.size();
+    bounds_->begin(reading);
+    const ZAVStatementBounds::Charge charge(*bounds_, reading);
     const int status = prepareStatement(connection_, sql, &handle, &tail);
     ZAVStatementHandle statement(handle);
     if (status != SQLITE_OK) {
-        failWithEngineError();
+        static_cast<void>(reading.hasPassedBounds ? failBeyondBounds() : failWithEngineError());
         return nullptr;
     }
     if (statement == nullptr) {
@@ -562,6 +638,16 @@ bool FMDatabase::failWithEngineError() {
         ++transactionNumber_;
     }
     return fail(engineError(connection_));
+}
+
+/// The reason why a run failed: the engine's, or that it passed its bounds.
+bool FMDatabase::failRun(const ZAVStatement& statement) {
+    return statement.run.hasPassedBounds ? failBeyondBounds() : failWithEngineError();
+}
+
+bool FMDatabase::failBeyondBounds() {
+    failWithEngineError();
+    return fail(ZAVStatementBounds::error());
 }
 
 }  // namespace zav

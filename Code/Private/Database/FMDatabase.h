@@ -22,6 +22,7 @@ struct sqlite3_stmt;
 namespace zav {
 
 struct ZAVObservation;
+class ZAVStatementBounds;
 class ZAVStatementCache;
 
 /// A handle on one SQLite database: one connection, with its prepared statements.
@@ -31,6 +32,11 @@ class ZAVStatementCache;
 ///
 /// Failures are reported by result, with the reason in `lastError`; nothing here throws but memory running
 /// out.
+///
+/// In a damaged file the pages of a table may lead to one another, so that a statement never ends. Bounded
+/// statements, as the repositories' are, end all the same: see `executeBoundedQuery`. The handle is the
+/// progress handler of its connection for that; an application that installs one of its own on
+/// `sqliteHandle` takes its place, and rows alone are bounded then.
 class ZAV_EXPORT FMDatabase {
 public:
     /// Opens a database file, or makes one.
@@ -67,14 +73,32 @@ public:
     /// @return a cursor before the first row, or none on failure.
     template <class... Values>
     [[nodiscard]] std::optional<FMResultSet> executeQuery(std::string_view sql, const Values&... values) {
-        return query(statementWithValues(sql, Bytes::copied, values...));
+        return query(statementWithValues(sql, Bytes::copied, values...), Reach::free);
+    }
+
+    /// As `executeQuery`, for a statement that meets each row of the file a few times at most. When it yields
+    /// more rows, or takes more of the engine's steps, than a sound file of this size allows, the file is
+    /// damaged, and the cursor fails with `SQLITE_CORRUPT`. So does a bounded cursor that was open meanwhile,
+    /// at its next row. The bound grows with the file and its log and is far from what any sound one needs;
+    /// a join of everything with everything, or one with another database, would meet it.
+    template <class... Values>
+    [[nodiscard]] std::optional<FMResultSet> executeBoundedQuery(std::string_view sql,
+                                                                 const Values&... values) {
+        return query(statementWithValues(sql, Bytes::copied, values...), Reach::bounded);
     }
 
     /// Runs a statement to its end. Rows that it may yield are passed over.
     /// @return whether it succeeded.
     template <class... Values>
     bool executeUpdate(std::string_view sql, const Values&... values) {
-        return update(statementWithValues(sql, Bytes::referredTo, values...));
+        return update(statementWithValues(sql, Bytes::referredTo, values...), Reach::free);
+    }
+
+    /// As `executeUpdate`, bounded as a query by `executeBoundedQuery` is. A statement that is ended in this
+    /// way takes the whole transaction back.
+    template <class... Values>
+    bool executeBoundedUpdate(std::string_view sql, const Values&... values) {
+        return update(statementWithValues(sql, Bytes::referredTo, values...), Reach::bounded);
     }
 
     /// Prepares a statement ahead of its use, and keeps it if any are kept, so that running it needs no
@@ -88,6 +112,10 @@ public:
     /// As `executeUpdate`, for a list of values.
     /// @return whether it succeeded.
     bool executeUpdateWithArgumentsInArray(std::string_view sql, std::span<const ZAVValue> arguments);
+
+    /// As `executeBoundedUpdate`, for a list of values.
+    /// @return whether it succeeded.
+    bool executeBoundedUpdateWithArgumentsInArray(std::string_view sql, std::span<const ZAVValue> arguments);
 
     /// Runs the statements of a script one after the other, without values, and stops at the first that
     /// fails. A script that holds a NUL is refused as a whole.
@@ -192,8 +220,12 @@ private:
     [[nodiscard]] bool bindNull(ZAVStatement& statement, int position);
     bool discardUnbound(ZAVStatement& statement);
 
-    [[nodiscard]] std::optional<FMResultSet> query(ZAVStatement* statement);
-    bool update(ZAVStatement* statement);
+    /// Whether a run ends where a sound file would have ended it.
+    enum class Reach : bool { free, bounded };
+
+    [[nodiscard]] std::optional<FMResultSet> query(ZAVStatement* statement, Reach reach);
+    bool update(ZAVStatement* statement, Reach reach);
+    void beginRun(ZAVStatement& statement, Reach reach) const noexcept;
     [[nodiscard]] ZAVStatement* lend(std::string_view sql);
     [[nodiscard]] bool refuseUnreadable(std::string_view sql);
     [[nodiscard]] bool refuseTooLong(std::string_view sql);
@@ -202,6 +234,8 @@ private:
     [[nodiscard]] ZAVStatement* lendForValues(std::string_view sql, std::size_t valueCount);
     [[nodiscard]] bool leaveAbandonedTransaction();
     [[nodiscard]] int step(ZAVStatement& statement) noexcept;
+    [[nodiscard]] int stepEngine(ZAVStatement& statement) const noexcept;
+    [[nodiscard]] int stepCount(ZAVStatement& statement) noexcept;
     int giveBack(ZAVStatement& statement) noexcept;
     void failAndDiscard(ZAVStatement& statement);
     void discardFailed(ZAVStatement& statement) noexcept;
@@ -211,9 +245,12 @@ private:
     void changeObservation(const Change& change);
     bool fail(ZAVError error);
     bool failWithEngineError();
+    bool failRun(const ZAVStatement& statement);
+    bool failBeyondBounds();
 
     sqlite3* connection_ = nullptr;
     std::unique_ptr<ZAVStatementCache> statements_;
+    std::unique_ptr<ZAVStatementBounds> bounds_;
     std::unique_ptr<ZAVObservation> observation_;  ///< null unless somebody watches
     ZAVError lastError_;
     std::chrono::milliseconds busyTimeout_{0};

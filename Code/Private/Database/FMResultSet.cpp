@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "Private/Database/FMDatabase.h"
+#include "Private/Database/ZAVStatementBounds.h"
 #include "Private/Database/ZAVStatementCache.h"
 #include "Private/Foundation/NSInternalInconsistencyException.h"
 
@@ -61,10 +62,12 @@ void FMResultSet::close() noexcept {
 }
 
 bool FMResultSet::closeWithError(ZAVError* error) {
-    if (giveBack() == SQLITE_OK) {
+    const bool isWithinBounds = statement_ == nullptr || !statement_->run.isBounded ||
+                                database_->bounds_->isWithinBounds(statement_->run);
+    if (giveBack() == SQLITE_OK && isWithinBounds) {
         return true;
     }
-    database_->failWithEngineError();
+    static_cast<void>(isWithinBounds ? database_->failWithEngineError() : database_->failBeyondBounds());
     ZAVStoreError(error, database_->lastError());
     return false;
 }

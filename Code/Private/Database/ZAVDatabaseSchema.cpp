@@ -15,7 +15,7 @@ namespace {
 
 /// The first column of a query's only row; none on failure.
 std::optional<std::int64_t> number(FMDatabase& database, std::string_view sql) {
-    auto rows = database.executeQuery(sql);
+    auto rows = database.executeBoundedQuery(sql);
     if (!rows || !rows->next()) {
         return std::nullopt;
     }
@@ -47,8 +47,8 @@ ZAVError olderSchema(std::int32_t version) {
 /// known, or empty. None for any other.
 std::optional<std::int32_t> migratableVersion(FMDatabase& database, ZAVError* error) {
     // The tables before the version: whoever makes the tables meanwhile writes the version with them.
-    const auto tables = number(database, "SELECT COUNT(*) FROM sqlite_master");
-    if (!tables) {
+    const auto hasTables = number(database, "SELECT EXISTS (SELECT 1 FROM sqlite_master)");
+    if (!hasTables) {
         ZAVStoreError(error, database.lastError());
         return std::nullopt;
     }
@@ -60,7 +60,7 @@ std::optional<std::int32_t> migratableVersion(FMDatabase& database, ZAVError* er
                                   std::to_string(ZAVDatabaseSchema::currentVersion())});
         return std::nullopt;
     }
-    if (version && (*version < 0 || (*version == 0 && *tables != 0))) {
+    if (version && (*version < 0 || (*version == 0 && *hasTables != 0))) {
         ZAVStoreError(error, foreignSchema({"has tables, but no schema version of the event store"}));
         return std::nullopt;
     }
@@ -141,8 +141,8 @@ bool hasTablesOfVersion(FMDatabase& database, std::int32_t version, ZAVError* er
     bool hasSequences = false;
     ZAVError objection;
     ZAVError failure;
-    auto rows =
-        database.executeQuery("SELECT substr(type, 1, 100), substr(name, 1, 100), sql FROM sqlite_master");
+    auto rows = database.executeBoundedQuery(
+        "SELECT substr(type, 1, 100), substr(name, 1, 100), sql FROM sqlite_master");
     if (!rows) {
         return fail(error, database.lastError());
     }

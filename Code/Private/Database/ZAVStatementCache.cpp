@@ -26,6 +26,11 @@ std::size_t bucketFor(std::string_view sql, std::size_t bucketCount) noexcept {
     return static_cast<std::size_t>(hash >> 32) % bucketCount;
 }
 
+bool isBareCount(std::string_view sql) noexcept {
+    constexpr std::string_view beginning = "SELECT COUNT(*) FROM ";
+    return sql.starts_with(beginning) && sql.find(' ', beginning.size()) == std::string_view::npos;
+}
+
 }  // namespace
 
 void ZAVStatementFinalizer::operator()(sqlite3_stmt* handle) const noexcept {
@@ -33,9 +38,13 @@ void ZAVStatementFinalizer::operator()(sqlite3_stmt* handle) const noexcept {
 }
 
 ZAVStatement::ZAVStatement(ZAVStatementHandle handle, std::string_view sql)
-    : handle_(std::move(handle)),
+    : isUnprovedCount(isBareCount(sql)),
+      handle_(std::move(handle)),
       sql_(sql),
-      placeholderCount_(static_cast<std::size_t>(sqlite3_bind_parameter_count(handle_.get()))) {}
+      placeholderCount_(static_cast<std::size_t>(sqlite3_bind_parameter_count(handle_.get()))) {
+    run.textSize = sql.size();
+    run.reads = sqlite3_stmt_readonly(handle_.get()) != 0;
+}
 
 void ZAVStatement::releaseBytes() noexcept {
     keptSize_ = 0;

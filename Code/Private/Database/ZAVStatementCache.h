@@ -9,6 +9,8 @@
 #include <string>
 #include <string_view>
 
+#include "Private/Database/ZAVStatementBounds.h"
+
 struct sqlite3;
 struct sqlite3_stmt;
 
@@ -73,6 +75,13 @@ public:
 
     /// The cursor that uses the statement; null for an update.
     FMResultSet* cursor = nullptr;
+
+    /// What the present run may use.
+    ZAVStatementRun run;
+
+    /// Whether it counts the rows of a table and has not come to an end yet. The engine counts in one step,
+    /// which is not charged to the run.
+    bool isUnprovedCount;
 
     /// Time spent in the present run and rows that it yielded, counted while somebody watches; and how many
     /// changes waited for their commit before it.

@@ -18,7 +18,10 @@ public:
 
     /// A copy shares the reason. To move is to copy: no exception is ever without its reason.
     NSInternalInconsistencyException(const NSInternalInconsistencyException&) noexcept = default;
+
+    /// Shares the reason of the other one.
     NSInternalInconsistencyException& operator=(const NSInternalInconsistencyException&) noexcept = default;
+
     ~NSInternalInconsistencyException() override = default;
 
     /// Always "NSInternalInconsistencyException".

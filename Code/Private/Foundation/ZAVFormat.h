@@ -70,7 +70,11 @@ requires std::is_enum_v<Enumeration>
 
 /// The shortest digits that are read back as the same number, such as "1.9"; "nan", "inf", "-inf".
 [[nodiscard]] ZAV_EXPORT std::string ZAVDescription(float number);
+
+/// As for a `float`.
 [[nodiscard]] ZAV_EXPORT std::string ZAVDescription(double number);
+
+/// As for a `float`.
 [[nodiscard]] ZAV_EXPORT std::string ZAVDescription(long double number);
 
 /// That of the value, or "(null)".
@@ -85,9 +89,10 @@ template <class T>
     return value ? ZAVDescription(*value) : "(null)";
 }
 
-/// What the description of a collection of other than integers shows at most: so many elements, and none
-/// after so many characters.
+/// How many elements the description of a collection of other than integers shows at most.
 inline constexpr std::size_t ZAVDescribedElementCount = 100;
+
+/// After how many characters the description of such a collection shows no further element.
 inline constexpr std::size_t ZAVDescribedElementsSize = 16384;
 
 /// "{(first, second)}", in the container's order; of a large one the first elements and how many there are

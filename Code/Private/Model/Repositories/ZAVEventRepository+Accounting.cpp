@@ -64,7 +64,7 @@ ZAVSize ZAVEventRepository::totalDiskUtilizationOfEventContentPartsWithError(ZAV
         "Failed calculating total disk utilization of all the event content parts with %@"};
     ZAVSize total = std::numeric_limits<ZAVSize>::max();
     account(operation, *this, error, [&](ZAVError& outError) {
-        auto rows = database().executeQuery(
+        auto rows = database().executeBoundedQuery(
             "SELECT SUM(event_content_parts.size) FROM event_content_parts WHERE (transfer_status = ? OR "
             "transfer_status = ? OR transfer_status = ?) AND file_path IS NOT NULL AND size IS NOT NULL AND "
             "(purged = 0 OR purged IS NULL)",
@@ -97,8 +97,8 @@ std::optional<ZAVSet<ZAVEventContent>> ZAVEventRepository::leastRecentlyAccessed
     account(
         operation, *this, error,
         [&](ZAVError& outError) {
-            auto rows = database().executeQuery(statement, ZAVContentTransferAwaitingUpload,
-                                                ZAVContentTransferUploading);
+            auto rows = database().executeBoundedQuery(statement, ZAVContentTransferAwaitingUpload,
+                                                       ZAVContentTransferUploading);
             if (!rows) {
                 outError = database().lastError();
                 return false;

@@ -60,7 +60,7 @@ std::shared_ptr<ZAVEvent> ZAVEventRepository::objectFromResultSet(const FMResult
     static constexpr auto contentOfEvent = projections::selectContent(
         " WHERE event_database_identifier = ? ORDER BY event_content_parts.event_content_part_id ASC");
     std::vector<std::shared_ptr<ZAVTContent>> content;
-    if (auto parts = database().executeQuery(contentOfEvent, event->databaseIdentifier())) {
+    if (auto parts = database().executeBoundedQuery(contentOfEvent, event->databaseIdentifier())) {
         while (parts->next()) {
             auto part = eventContentFromResultSet(*parts);
             // One that memory ran out for is missing: half of it could be taken for the whole.

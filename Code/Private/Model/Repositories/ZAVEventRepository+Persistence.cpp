@@ -98,11 +98,12 @@ private:
     /// Completes the event's stream: `stream_id` from its row, or its row from `stream_id`.
     [[nodiscard]] bool resolveStream() const {
         const bool byIdentifier = event_.streamDatabaseIdentifier() == ZAVDatabaseIdentifierNotSet;
-        auto rows = byIdentifier ? database_.executeQuery("SELECT * FROM streams WHERE stream_id = ? LIMIT 1",
-                                                          *event_.stream_id())
-                                 : database_.executeQuery(
-                                       "SELECT * FROM streams WHERE database_identifier = ? LIMIT 1",
-                                       event_.streamDatabaseIdentifier());
+        auto rows =
+            byIdentifier
+                ? database_.executeBoundedQuery("SELECT * FROM streams WHERE stream_id = ? LIMIT 1",
+                                                *event_.stream_id())
+                : database_.executeBoundedQuery("SELECT * FROM streams WHERE database_identifier = ? LIMIT 1",
+                                                event_.streamDatabaseIdentifier());
         if (!rows) {
             return fail();
         }
@@ -148,7 +149,7 @@ private:
 
     [[nodiscard]] bool insert() const {
         const bool hasSeq = event_.seqIsSet() && event_.seq() != ZAVSequenceNotSet;
-        return database_.executeUpdate(
+        return database_.executeBoundedUpdate(
                    "INSERT OR IGNORE INTO events (database_identifier, type, creator_id, seq, timestamp, "
                    "preceding_seq, client_seq, subtype, member_id, target_seq, stream_database_identifier, "
                    "client_id, creator_name) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)",
@@ -165,7 +166,7 @@ private:
         if (event_.databaseIdentifier() != ZAVDatabaseIdentifierNotSet) {
             return true;
         }
-        auto rows = database_.executeQuery(
+        auto rows = database_.executeBoundedQuery(
             "SELECT * FROM events WHERE stream_database_identifier = ? AND seq = ? LIMIT 1",
             event_.streamDatabaseIdentifier(), event_.seq());
         if (!rows) {
@@ -183,7 +184,7 @@ private:
 
     /// Unlike `insert`, this writes a `seq` that was set to `ZAVSequenceNotSet` as that number.
     [[nodiscard]] bool update() const {
-        return database_.executeUpdate(
+        return database_.executeBoundedUpdate(
                    "UPDATE events SET type = ?, creator_id = ?, seq = ?, timestamp = ?, preceding_seq = ?, "
                    "client_seq = ?, subtype = ?, member_id = ?, target_seq = ?, stream_database_identifier = ?, "
                    "client_id = ?, creator_name = ? WHERE database_identifier = ?",
@@ -221,7 +222,7 @@ private:
         part.setEventDatabaseIdentifier(event_.databaseIdentifier());
         part.setEventClientID(ZAVUUIDFromData(event_.client_id()));
         part.setStreamUUID(event_.streamUUID());
-        return database_.executeUpdate(
+        return database_.executeBoundedUpdate(
                    "INSERT OR IGNORE INTO event_content_parts (event_content_part_id, event_database_identifier, "
                    "type, value, access_expiration, url, size, transfer_status, file_path, last_accessed, purged) "
                    "VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)",

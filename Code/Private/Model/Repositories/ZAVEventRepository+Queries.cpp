@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "Private/Model/Repositories/ZAVDistinctRows.h"
+#include "Private/Model/Repositories/ZAVEventMapperColumns.h"
 #include "Private/Model/Repositories/ZAVEventRepository.h"
 #include "Private/Model/Repositories/ZAVEventRepositoryProjections.h"
 #include "Private/Model/Repositories/ZAVRecordCast.h"
@@ -13,21 +14,25 @@
 namespace zav {
 namespace {
 
+constexpr auto everyRow = [](const FMResultSet&) { return true; };
 constexpr auto everyEvent = [](const ZAVEvent&) { return true; };
 
-/// The reading body of a set: those events of a query that `belongs` accepts. `error` is the caller's own
-/// out-parameter, for the mapper. A mapper that answers null fails the operation.
-template <class Belongs, class... Values>
+/// The reading body of a set: those events of a query whose rows `isNew` accepts, and then `belongs`. `error`
+/// is the caller's own out-parameter, for the mapper. A mapper that answers null fails the operation.
+template <class IsNew, class Belongs, class... Values>
 bool readEvents(const ZAVEventRepository& repository, std::optional<ZAVSet<ZAVEvent>>& result,
-                ZAVError& outError, ZAVError* error, const Belongs& belongs, std::string_view statement,
-                const Values&... values) {
-    auto rows = repository.database().executeQuery(statement, values...);
+                ZAVError& outError, ZAVError* error, const IsNew& isNew, const Belongs& belongs,
+                std::string_view statement, const Values&... values) {
+    auto rows = repository.database().executeBoundedQuery(statement, values...);
     if (!rows) {
         outError = repository.database().lastError();
         return false;
     }
     ZAVSet<ZAVEvent> events;
     while (rows->nextWithError(&outError)) {
+        if (!isNew(*rows)) {
+            continue;
+        }
         auto event = repository.objectFromResultSet(*rows, error);
         if (event == nullptr) {
             return false;
@@ -77,7 +82,7 @@ std::optional<ZAVSet<ZAVEvent>> ZAVEventRepository::allEvents(ZAVError* error) c
     static constexpr auto statement = projections::selectEvents("");
     std::optional<ZAVSet<ZAVEvent>> events;
     operation.run(*this, error, [&](ZAVError& outError) {
-        return readEvents(*this, events, outError, error, everyEvent, statement);
+        return readEvents(*this, events, outError, error, everyRow, everyEvent, statement);
     });
     return events;
 }
@@ -88,7 +93,7 @@ std::size_t ZAVEventRepository::countOfEvents(ZAVError* error) const {
                                                       "failed to fetch events with %@"};
     std::size_t count = 0;
     operation.run(*this, error, [&](ZAVError& outError) {
-        auto rows = database().executeQuery("SELECT COUNT(*) FROM events");
+        auto rows = database().executeBoundedQuery("SELECT COUNT(*) FROM events");
         if (!rows) {
             outError = database().lastError();
             return false;
@@ -111,7 +116,7 @@ std::optional<ZAVSet<ZAVEvent>> ZAVEventRepository::publishableEvents(ZAVError* 
         projections::selectEvents(" WHERE events.seq IS NULL AND event_stream_id IS NOT NULL");
     std::optional<ZAVSet<ZAVEvent>> events;
     operation.run(*this, error, [&](ZAVError& outError) {
-        return readEvents(*this, events, outError, error, isComplete, statement);
+        return readEvents(*this, events, outError, error, everyRow, isComplete, statement);
     });
     return events;
 }
@@ -124,7 +129,7 @@ std::optional<ZAVSet<ZAVEvent>> ZAVEventRepository::unpublishableEvents(ZAVError
         projections::selectEvents(" WHERE events.seq IS NULL AND event_stream_id IS NULL");
     std::optional<ZAVSet<ZAVEvent>> events;
     operation.run(*this, error, [&](ZAVError& outError) {
-        return readEvents(*this, events, outError, error, everyEvent, statement);
+        return readEvents(*this, events, outError, error, everyRow, everyEvent, statement);
     });
     return events;
 }
@@ -140,10 +145,11 @@ std::optional<ZAVSet<ZAVEvent>> ZAVEventRepository::unprocessedEvents(ZAVError* 
     std::optional<ZAVSet<ZAVEvent>> events;
     operation.run(*this, error, [&](ZAVError& outError) {
         ZAVDistinctRows seen;  // several changes may tell of one event
-        return readEvents(
-            *this, events, outError, error,
-            [&](const ZAVEvent& event) { return seen.insert(event.databaseIdentifier()); }, statement,
-            ZAVSyncedChangeTableNameEvents, ZAVSyncedChangeTypeInsert);
+        const auto isNew = [&](const FMResultSet& row) {
+            return seen.insert(row.longLongIntForColumnIndex(ZAVEventMapperColumnEventDatabaseIdentifier));
+        };
+        return readEvents(*this, events, outError, error, isNew, everyEvent, statement,
+                          ZAVSyncedChangeTableNameEvents, ZAVSyncedChangeTypeInsert);
     });
     return events;
 }
@@ -161,7 +167,7 @@ std::optional<ZAVSet<ZAVEvent>> ZAVEventRepository::eventsFromRevivedStreamWithS
     operation.run(
         *this, error,
         [&](ZAVError& outError) {
-            return readEvents(*this, events, outError, error, everyEvent, statement,
+            return readEvents(*this, events, outError, error, everyRow, everyEvent, statement,
                               streamDatabaseIdentifier);
         },
         streamDatabaseIdentifier);
@@ -175,7 +181,7 @@ std::optional<ZAVSet<ZAVEvent>> ZAVEventRepository::postedAndProcessedEvents(ZAV
     static constexpr auto statement = projections::selectEvents(" WHERE events.seq IS NOT NULL");
     std::optional<ZAVSet<ZAVEvent>> events;
     operation.run(*this, error, [&](ZAVError& outError) {
-        return readEvents(*this, events, outError, error, everyEvent, statement);
+        return readEvents(*this, events, outError, error, everyRow, everyEvent, statement);
     });
     return events;
 }

@@ -43,7 +43,7 @@ bool ZAVEventRepository::deleteUnprocessedEvents(const ZAVSet<ZAVEvent>& events,
             const std::string statement = ZAVStringWithFormat(
                 "DELETE FROM synced_changes WHERE table_name = '%@' AND row_identifier IN %@",
                 ZAVSyncedChangeTableNameEvents, vector.stringRepresentation());
-            if (!database().executeUpdateWithArgumentsInArray(statement, vector.arguments())) {
+            if (!database().executeBoundedUpdateWithArgumentsInArray(statement, vector.arguments())) {
                 outError = database().lastError();
                 return false;
             }
@@ -59,8 +59,8 @@ bool ZAVEventRepository::deleteEvents(const ZAVSet<ZAVEvent>& events, ZAVError* 
     // A set of its own: whoever observes the statements may change the caller's.
     return operation.attempt(*this, error, [this, walked = events](ZAVError& outError) {
         for (const auto& event : walked) {
-            if (!database().executeUpdate("DELETE FROM events WHERE database_identifier = ?",
-                                          event->databaseIdentifier())) {
+            if (!database().executeBoundedUpdate("DELETE FROM events WHERE database_identifier = ?",
+                                                 event->databaseIdentifier())) {
                 outError = database().lastError();
                 return false;
             }

@@ -13,7 +13,7 @@ bool ZAVEventRepository::updateObject(const ZAVEvent& event, ZAVError* /*error*/
             "Failed to persist sequence by event. Event's stream_id property shouldn't be `nil`, since it's not "
             "possible to publish events for streams that don't exist in the data source yet.");
     }
-    return database().executeUpdate(
+    return database().executeBoundedUpdate(
         "UPDATE events SET seq = ?, creator_id = ?, timestamp = ? WHERE database_identifier = ?", event.seq(),
         event.creator_id(), event.server_timestamp(), event.databaseIdentifier());
 }
@@ -34,7 +34,7 @@ bool ZAVEventRepository::persistConversationsParticipantsSeq(ZAVSequence seq, st
     operation.run(
         *this, error,
         [&](ZAVError& outError) {
-            auto rows = database().executeQuery(
+            auto rows = database().executeBoundedQuery(
                 "SELECT conversations.database_identifier FROM conversations WHERE conversations.stream_id = ?",
                 stream);
             if (!rows) {

@@ -84,8 +84,8 @@ std::optional<ZAVSet<ZAVEventContent>> ZAVEventRepository::eventContentsHavingUn
         "event_content_parts.url IS NULL AND (event_content_parts.transfer_status = ? OR "
         "event_content_parts.transfer_status = ?)");
     return readQueue(operation, *this, error, [&] {
-        return database().executeQuery(statement, ZAVContentTransferAwaitingUpload,
-                                       ZAVContentTransferUploading);
+        return database().executeBoundedQuery(statement, ZAVContentTransferAwaitingUpload,
+                                              ZAVContentTransferUploading);
     });
 }
 
@@ -96,8 +96,9 @@ std::optional<ZAVSet<ZAVEventContent>> ZAVEventRepository::eventContentsHavingIn
     static constexpr auto statement = projections::selectContent(
         " WHERE event_content_parts.file_path IS NOT NULL AND event_content_parts.url IS NOT NULL AND "
         "event_content_parts.transfer_status = ? LIMIT ?");
-    return readQueue(operation, *this, error,
-                     [&] { return database().executeQuery(statement, ZAVContentTransferUploading, limit); });
+    return readQueue(operation, *this, error, [&] {
+        return database().executeBoundedQuery(statement, ZAVContentTransferUploading, limit);
+    });
 }
 
 std::optional<ZAVSet<ZAVEventContent>>
@@ -108,9 +109,9 @@ ZAVEventRepository::eventContentsHavingExpiredDownloadURLsWithAutoDownloadMIMETy
         "-[ZAVEventRepository "
         "eventContentsHavingExpiredDownloadURLsWithAutoDownloadMIMETypes:autodownloadMaxSize:limit:error:]");
     const auto query = [&](std::string_view statement) {
-        return database().executeQuery(statement, ZAVNow(), ZAVContentTransferDownloading,
-                                       ZAVContentTransferReadyForDownload, ZAVContentTransferReadyForDownload,
-                                       static_cast<std::uint32_t>(autodownloadMaxSize), limit);
+        return database().executeBoundedQuery(
+            statement, ZAVNow(), ZAVContentTransferDownloading, ZAVContentTransferReadyForDownload,
+            ZAVContentTransferReadyForDownload, static_cast<std::uint32_t>(autodownloadMaxSize), limit);
     };
     return readQueue(operation, *this, error, [&] {
         return autodownloadMIMETypes
@@ -129,7 +130,7 @@ std::optional<ZAVSet<ZAVEventContent>> ZAVEventRepository::eventContentsHavingIn
         "transfer_status = ? AND (purged = 0 OR purged IS NULL) ORDER BY distance_from_eos ASC, "
         "events.client_seq DESC, events.creator_id DESC LIMIT ?");
     return readQueue(operation, *this, error, [&] {
-        return database().executeQuery(statement, ZAVNow(), ZAVContentTransferDownloading, limit);
+        return database().executeBoundedQuery(statement, ZAVNow(), ZAVContentTransferDownloading, limit);
     });
 }
 

@@ -58,9 +58,9 @@ ZAVDictionaryValue valueOf(const FMResultSet& row) {
 
 std::optional<ZAVKeyedValues> ZAVKeyedValueRepository::keyedValuesInContext(
     const ZAVKeyedValuesContext& context, ZAVError* error) const {
-    auto rows =
-        database().executeQuery(statementsFor(context.table()).select, context.objectDatabaseIdentifier(),
-                                context.objectType(), context.keyType());
+    auto rows = database().executeBoundedQuery(statementsFor(context.table()).select,
+                                               context.objectDatabaseIdentifier(), context.objectType(),
+                                               context.keyType());
     if (!rows) {
         ZAVStoreError(error, database().lastError());
         return std::nullopt;
@@ -92,8 +92,8 @@ bool ZAVKeyedValueRepository::setKeyedValuesWithDictionary(const ZAVDictionary& 
     ZAVDictionary unstored = dictionary;
     std::vector<std::string> obsoleteKeys;
     {
-        auto rows =
-            database().executeQuery(statements.selectStored, row, context.objectType(), context.keyType());
+        auto rows = database().executeBoundedQuery(statements.selectStored, row, context.objectType(),
+                                                   context.keyType());
         if (!rows) {
             return fail(database().lastError());
         }
@@ -114,13 +114,14 @@ bool ZAVKeyedValueRepository::setKeyedValuesWithDictionary(const ZAVDictionary& 
     }
     for (const auto& [key, value] : unstored) {
         const FMParameter parameter = std::visit([](const auto& held) { return FMParameter(held); }, value);
-        if (!database().executeUpdate(statements.insert, row, context.objectType(), context.keyType(), key,
-                                      parameter, timestamp)) {
+        if (!database().executeBoundedUpdate(statements.insert, row, context.objectType(), context.keyType(),
+                                             key, parameter, timestamp)) {
             return fail(database().lastError());
         }
     }
     for (const std::string& key : obsoleteKeys) {
-        if (!database().executeUpdate(statements.remove, row, context.objectType(), context.keyType(), key)) {
+        if (!database().executeBoundedUpdate(statements.remove, row, context.objectType(), context.keyType(),
+                                             key)) {
             return fail(database().lastError());
         }
     }

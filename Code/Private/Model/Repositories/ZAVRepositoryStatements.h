@@ -28,7 +28,7 @@ inline void storeUnusableRow(ZAVError* error) {
 /// Runs an update; the reason of a failure goes to `error`.
 template <class... Values>
 bool runUpdate(FMDatabase& database, ZAVError* error, std::string_view statement, const Values&... values) {
-    const bool succeeded = database.executeUpdate(statement, values...);
+    const bool succeeded = database.executeBoundedUpdate(statement, values...);
     if (!succeeded) {
         ZAVStoreError(error, database.lastError());
     }
@@ -39,7 +39,7 @@ bool runUpdate(FMDatabase& database, ZAVError* error, std::string_view statement
 template <class Result, class Map, class... Values>
 bool readFirstRow(FMDatabase& database, Result& result, ZAVError& outError, const Map& map,
                   std::string_view statement, const Values&... values) {
-    auto rows = database.executeQuery(statement, values...);
+    auto rows = database.executeBoundedQuery(statement, values...);
     if (!rows) {
         outError = database.lastError();
         return false;
@@ -58,7 +58,7 @@ bool readFirstRow(FMDatabase& database, Result& result, ZAVError& outError, cons
 template <class... Values>
 std::optional<std::int64_t> readNumber(FMDatabase& database, ZAVError* error, std::string_view statement,
                                        const Values&... values) {
-    auto rows = database.executeQuery(statement, values...);
+    auto rows = database.executeBoundedQuery(statement, values...);
     if (!rows) {
         ZAVStoreError(error, database.lastError());
         return std::nullopt;

@@ -1,0 +1,125 @@
+#include "Private/Database/ZAVStatementBounds.h"
+
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <exception>
+#include <filesystem>
+#include <string>
+#include <system_error>
+
+namespace zav {
+namespace {
+
+/// How many of its steps the engine takes between two looks: less than a millisecond's.
+constexpr int stepsPerLook = 100'000;
+
+/// A cell takes at least four bytes of its page, and two more that point at it.
+constexpr std::uint64_t bytesOfSmallestCell = 6;
+
+/// 0 for a file that is not open, as those of a database in memory are not; none when it cannot be had.
+std::optional<std::uint64_t> sizeOfFile(sqlite3* connection, int control) noexcept {
+    sqlite3_file* file = nullptr;
+    if (sqlite3_file_control(connection, "main", control, &file) != SQLITE_OK || file == nullptr ||
+        file->pMethods == nullptr) {
+        return 0;
+    }
+    sqlite3_int64 size = 0;
+    if (file->pMethods->xFileSize(file, &size) != SQLITE_OK) {
+        return std::nullopt;
+    }
+    return static_cast<std::uint64_t>(std::max<sqlite3_int64>(size, 0));
+}
+
+std::optional<std::uint64_t> sizeOfLog(sqlite3* connection) noexcept {
+#ifdef SQLITE_FCNTL_JOURNAL_POINTER
+    return sizeOfFile(connection, SQLITE_FCNTL_JOURNAL_POINTER);
+#else
+    try {
+        const char* const path = sqlite3_db_filename(connection, "main");
+        std::error_code failure;
+        const auto size =
+            std::filesystem::file_size(std::string(path == nullptr ? "" : path) + "-wal", failure);
+        return failure ? 0 : size;
+    } catch (const std::exception&) {
+        return std::nullopt;
+    }
+#endif
+}
+
+/// Whether there may be pages that are in no file yet: in memory, and while something is being written.
+bool hasUnwrittenPages(sqlite3* connection, std::uint64_t bytesInFiles) noexcept {
+    bool isWriting = sqlite3_get_autocommit(connection) == 0;
+#ifdef SQLITE_TXN_WRITE
+    isWriting = isWriting || sqlite3_txn_state(connection, "main") == SQLITE_TXN_WRITE;
+#endif
+    return isWriting || bytesInFiles == 0;
+}
+
+std::uint64_t sizeOfPageCache(sqlite3* connection) noexcept {
+    int size = 0;
+    int highest = 0;
+    sqlite3_db_status(connection, SQLITE_DBSTATUS_CACHE_USED, &size, &highest, 0);
+    return static_cast<std::uint64_t>(std::max(size, 0));
+}
+
+}  // namespace
+
+ZAVStatementBounds::ZAVStatementBounds(sqlite3* connection) noexcept : connection_(connection) {
+    if (connection != nullptr) {
+        sqlite3_progress_handler(connection, stepsPerLook, lookAtSteps, this);
+    }
+}
+
+ZAVError ZAVStatementBounds::error() {
+    return {ZAVErrorDomainSQLite, SQLITE_CORRUPT,
+            "database disk image is malformed: a statement met more than a file of this size can hold"};
+}
+
+/// Called by the engine in the middle of a step: it must not be given statements to run.
+int ZAVStatementBounds::lookAtSteps(void* bounds) noexcept {
+    auto& self = *static_cast<ZAVStatementBounds*>(bounds);
+    return self.running_ == nullptr || self.mayTakeMoreSteps(*self.running_) ? 0 : 1;
+}
+
+bool ZAVStatementBounds::mayTakeMoreSteps(ZAVStatementRun& run) noexcept {
+    run.steps += stepsPerLook;
+    const std::uint64_t first = firstSteps + stepsPerByteOfText * run.textSize;
+    if (run.steps <= std::max(first, run.stepsAllowed)) {
+        return true;
+    }
+    if (!run.reads && run.stepsAllowed != 0) {
+        return pass(run);
+    }
+    // The file may have grown since it was looked at last.
+    const auto cells = mostCells();
+    run.stepsAllowed = first + (cells ? *cells * stepsPerCell : std::max(first, run.stepsAllowed));
+    return run.steps <= run.stepsAllowed || pass(run);
+}
+
+bool ZAVStatementBounds::mayHandOutMoreRows(ZAVStatementRun& run) noexcept {
+    const auto cells = mostCells();
+    run.rowsAllowed = std::max(firstRows, cells ? *cells : 2 * run.rowsAllowed);
+    return run.rows <= run.rowsAllowed || pass(run);
+}
+
+/// None when the file does not tell its size: the engine will soon fail at it by itself.
+std::optional<std::uint64_t> ZAVStatementBounds::mostCells() const noexcept {
+    const auto file = sizeOfFile(connection_, SQLITE_FCNTL_FILE_POINTER);
+    const auto log = sizeOfLog(connection_);
+    if (!file || !log) {
+        return std::nullopt;
+    }
+    const std::uint64_t written = *file + *log;
+    const std::uint64_t unwritten =
+        hasUnwrittenPages(connection_, written) ? sizeOfPageCache(connection_) : 0;
+    return (written + unwritten) / bytesOfSmallestCell;
+}
+
+bool ZAVStatementBounds::pass(ZAVStatementRun& run) noexcept {
+    ++breaches_;
+    run.hasPassedBounds = true;
+    return false;
+}
+
+}  // namespace zav
