@@ -441,10 +441,11 @@ int FMDatabase::step(ZAVStatement& statement) noexcept {
         return stepEngine(statement);
     }
     const ZAVStatementBounds::Charge charge(*bounds_, statement.run);
-    const int status = statement.isUnprovedCount ? stepCount(statement) : stepEngine(statement);
-    const bool goesOn =
-        status == SQLITE_ROW ? bounds_->mayHandOutRow(statement.run) : bounds_->isWithinBounds(statement.run);
-    return goesOn ? status : SQLITE_CORRUPT;
+    if (statement.isUnprovedCount || observation_ != nullptr) [[unlikely]] {
+        return bounds_->outcome(statement.run,
+                                statement.isUnprovedCount ? stepCount(statement) : stepEngine(statement));
+    }
+    return bounds_->outcome(statement.run, sqlite3_step(statement.handle()));
 }
 
 int FMDatabase::stepEngine(ZAVStatement& statement) const noexcept {
@@ -476,7 +477,9 @@ int FMDatabase::stepCount(ZAVStatement& statement) noexcept {
     // Counting takes a fraction of what walking does.
     ZAVInterruptionTimer secondTimer(connection_, patience + 10 * (std::chrono::steady_clock::now() - start));
     const int secondStatus = stepEngine(statement);
-    statement.run.hasPassedBounds = secondTimer.stop();
+    if (secondTimer.stop()) {
+        bounds_->pass(statement.run);
+    }
     return secondStatus;
 }
 
@@ -493,7 +496,7 @@ int FMDatabase::giveBack(ZAVStatement& statement) noexcept {
 /// Stores why the engine failed, and takes the statement out of use.
 void FMDatabase::failAndDiscard(ZAVStatement& statement) {
     const Finally discard([&] { discardFailed(statement); });
-    failWithEngineError();
+    failRun(statement);
 }
 
 void FMDatabase::discardFailed(ZAVStatement& statement) noexcept {
@@ -550,6 +553,15 @@ void FMDatabase::forgetCounts() noexcept {
     });
 }
 
+/// Lends the statement `sql`, from the cache or prepared now; null on failure.
+ZAVStatement* FMDatabase::lend(std::string_view sql) {
+    if (transactionIsAbandoned_ && !leaveAbandonedTransaction()) {
+        return nullptr;
+    }
+    ZAVStatement* const statement = statements_->borrow(sql);
+    return statement != nullptr ? statement : lendNew(sql);
+}
+
 /// Lends the statement `sql` to bind so many values to; null on failure.
 ZAVStatement* FMDatabase::lendForValues(std::string_view sql, std::size_t valueCount) {
     ZAVStatement* const statement = lend(sql);
@@ -564,16 +576,10 @@ ZAVStatement* FMDatabase::lendForValues(std::string_view sql, std::size_t valueC
     return nullptr;
 }
 
-/// Lends the statement `sql`, from the cache or prepared now; null on failure.
-ZAVStatement* FMDatabase::lend(std::string_view sql) {
-    if (!leaveAbandonedTransaction()) {
-        return nullptr;
-    }
+/// Prepares the statement `sql` and lends it; null on failure.
+ZAVStatement* FMDatabase::lendNew(std::string_view sql) {
     if (sql.data() == nullptr) {
         sql = "";  // the engine takes no null
-    }
-    if (ZAVStatement* const statement = statements_->borrow(sql)) {
-        return statement;
     }
     if (refuseTooLong(sql) || refuseUnreadable(sql)) {
         return nullptr;

@@ -227,6 +227,7 @@ private:
     bool update(ZAVStatement* statement, Reach reach);
     void beginRun(ZAVStatement& statement, Reach reach) const noexcept;
     [[nodiscard]] ZAVStatement* lend(std::string_view sql);
+    [[nodiscard]] ZAVStatement* lendNew(std::string_view sql);
     [[nodiscard]] bool refuseUnreadable(std::string_view sql);
     [[nodiscard]] bool refuseTooLong(std::string_view sql);
     [[nodiscard]] bool runScript(const char* script);

@@ -65,6 +65,8 @@ std::uint64_t sizeOfPageCache(sqlite3* connection) noexcept {
 
 }  // namespace
 
+static_assert(SQLITE_ROW == 100 && SQLITE_CORRUPT == 11);
+
 ZAVStatementBounds::ZAVStatementBounds(sqlite3* connection) noexcept : connection_(connection) {
     if (connection != nullptr) {
         sqlite3_progress_handler(connection, stepsPerLook, lookAtSteps, this);
@@ -82,7 +84,17 @@ int ZAVStatementBounds::lookAtSteps(void* bounds) noexcept {
     return self.running_ == nullptr || self.mayTakeMoreSteps(*self.running_) ? 0 : 1;
 }
 
+void ZAVStatementBounds::startCounting(ZAVStatementRun& run) noexcept {
+    if (run.countedNumber != run.number) {
+        run.countedNumber = run.number;
+        run.rowsAllowed = firstRows;
+        run.steps = 0;
+        run.stepsAllowed = 0;
+    }
+}
+
 bool ZAVStatementBounds::mayTakeMoreSteps(ZAVStatementRun& run) noexcept {
+    startCounting(run);
     run.steps += stepsPerLook;
     const std::uint64_t first = firstSteps + stepsPerByteOfText * run.textSize;
     if (run.steps <= std::max(first, run.stepsAllowed)) {
@@ -98,9 +110,12 @@ bool ZAVStatementBounds::mayTakeMoreSteps(ZAVStatementRun& run) noexcept {
 }
 
 bool ZAVStatementBounds::mayHandOutMoreRows(ZAVStatementRun& run) noexcept {
+    startCounting(run);
+    const std::uint64_t before = run.rowsAllowed;
     const auto cells = mostCells();
-    run.rowsAllowed = std::max(firstRows, cells ? *cells : 2 * run.rowsAllowed);
-    return run.rows <= run.rowsAllowed || pass(run);
+    run.rowsAllowed = std::max(before, cells ? *cells : 2 * before);
+    run.rowsLeft = static_cast<std::int64_t>(run.rowsAllowed - before) - 1;  // this row is one of them
+    return run.rowsAllowed > before || pass(run);
 }
 
 /// None when the file does not tell its size: the engine will soon fail at it by itself.
@@ -117,7 +132,7 @@ std::optional<std::uint64_t> ZAVStatementBounds::mostCells() const noexcept {
 }
 
 bool ZAVStatementBounds::pass(ZAVStatementRun& run) noexcept {
-    ++breaches_;
+    lastRunAtBreach_ = lastRun_;
     run.hasPassedBounds = true;
     return false;
 }

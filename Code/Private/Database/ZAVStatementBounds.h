@@ -17,11 +17,14 @@ struct ZAVStatementRun {
     bool reads = true;         ///< and writes nothing
     bool isBounded = false;
     bool hasPassedBounds = false;
-    std::uint64_t rows = 0;
+    std::uint64_t number = 0;   ///< tells the bounded runs of a connection apart
+    std::int64_t rowsLeft = 0;  ///< until the file is looked at
+
+    // What is asked for only when a first allowance is used up belongs to the run of this number.
+    std::uint64_t countedNumber = 0;
     std::uint64_t rowsAllowed = 0;
     std::uint64_t steps = 0;
-    std::uint64_t stepsAllowed = 0;    ///< 0 while the first allowance lasts
-    std::uint64_t breachesBefore = 0;  ///< what the connection had counted when the run began
+    std::uint64_t stepsAllowed = 0;  ///< 0 while the first allowance lasts
 };
 
 /// Ends statements that a sound file would have ended long before. The pages of a damaged file may lead to
@@ -40,14 +43,11 @@ public:
     ZAVStatementBounds& operator=(const ZAVStatementBounds&) = delete;
 
     /// Begins a bounded run. The bounds of one that writes do not grow with what it writes.
-    void begin(ZAVStatementRun& run) const noexcept {
+    void begin(ZAVStatementRun& run) noexcept {
         run.isBounded = true;
         run.hasPassedBounds = false;
-        run.rows = 0;
-        run.rowsAllowed = firstRows;
-        run.steps = 0;
-        run.stepsAllowed = 0;
-        run.breachesBefore = breaches_;
+        run.number = ++lastRun_;
+        run.rowsLeft = firstRows;
     }
 
     /// The engine's steps are a bounded run's while this lives.
@@ -64,23 +64,35 @@ public:
         ZAVStatementRun* outer_;
     };
 
-    /// Whether a bounded run may hand out the row that it came to.
-    [[nodiscard]] bool mayHandOutRow(ZAVStatementRun& run) noexcept {
-        return (++run.rows <= run.rowsAllowed || mayHandOutMoreRows(run)) && isWithinBounds(run);
+    /// What became of a step of a bounded run for which the engine answered `status`.
+    [[nodiscard]] int outcome(ZAVStatementRun& run, int status) noexcept {
+        return (status != row || --run.rowsLeft >= 0 || mayHandOutMoreRows(run)) && isWithinBounds(run)
+                   ? status
+                   : corrupt;
     }
 
     /// Whether a bounded run has kept its bounds, and each run since it began has kept its own: an operation
     /// that runs statements for each of its rows must not wait for the end of one after the other.
     [[nodiscard]] bool isWithinBounds(ZAVStatementRun& run) const noexcept {
-        run.hasPassedBounds = run.hasPassedBounds || run.breachesBefore != breaches_;
-        return !run.hasPassedBounds;
+        if (run.number > lastRunAtBreach_) [[likely]] {
+            return true;
+        }
+        run.hasPassedBounds = true;
+        return false;
     }
+
+    /// Has a run fail that did not keep its bounds, and all that began before it. Answers false.
+    bool pass(ZAVStatementRun& run) noexcept;
 
     /// What a run that passed its bounds fails with.
     [[nodiscard]] static ZAVError error();
 
 private:
-    static constexpr std::uint64_t firstRows = 4096;
+    // The engine's own numbers.
+    static constexpr int row = 100;
+    static constexpr int corrupt = 11;
+
+    static constexpr std::int64_t firstRows = 4096;
     static constexpr std::uint64_t firstSteps = 1'000'000;
 
     /// A list of values is loaded before the first row.
@@ -93,11 +105,12 @@ private:
     [[nodiscard]] bool mayTakeMoreSteps(ZAVStatementRun& run) noexcept;
     [[nodiscard]] bool mayHandOutMoreRows(ZAVStatementRun& run) noexcept;
     [[nodiscard]] std::optional<std::uint64_t> mostCells() const noexcept;
-    bool pass(ZAVStatementRun& run) noexcept;
+    static void startCounting(ZAVStatementRun& run) noexcept;
 
     sqlite3* connection_;
     ZAVStatementRun* running_ = nullptr;
-    std::uint64_t breaches_ = 0;  ///< how many runs have passed their bounds
+    std::uint64_t lastRun_ = 0;
+    std::uint64_t lastRunAtBreach_ = 0;  ///< the run that began last when one passed its bounds
 };
 
 }  // namespace zav

@@ -77,8 +77,7 @@ void ZAVStatementCache::closeCursors() noexcept {
         auto& statement = static_cast<ZAVStatement&>(*link);
         link = link->next();
         if (statement.isLent_) {
-            statement.ZAVUseLink::leave();
-            statement.ZAVUseLink::enterBehind(lent_);
+            takeOutOfTheWay(statement);
         }
     }
     for (ZAVUseLink* link = lent_.next(); link != &lent_;) {
@@ -122,8 +121,12 @@ int ZAVStatementCache::giveBack(ZAVStatement& statement) noexcept {
     const int status = sqlite3_reset(statement.handle());
     statement.releaseBytes();
     statement.isLent_ = false;
-    statement.ZAVUseLink::leave();
-    statement.ZAVUseLink::enterBehind(kept_);
+    statement.lastUse_ = ++clock_;
+    if (!statement.isKept_) {
+        statement.ZAVUseLink::leave();
+        statement.ZAVUseLink::enterBehind(kept_);
+        statement.isKept_ = true;
+    }
     if (!statement.isInBucket_) {
         statement.ZAVBucketLink::enterBehind(*statement.bucket_);
         statement.isInBucket_ = true;
@@ -150,14 +153,23 @@ std::size_t ZAVStatementCache::cursorCount() const noexcept {
 }
 
 ZAVStatement& ZAVStatementCache::oldestIdle() noexcept {
-    for (;;) {
-        auto& oldest = static_cast<ZAVStatement&>(*kept_.previous());
-        if (!oldest.isLent_) {
-            return oldest;
+    ZAVStatement* oldest = nullptr;
+    for (ZAVUseLink* link = kept_.next(); link != &kept_;) {
+        auto& statement = static_cast<ZAVStatement&>(*link);
+        link = link->next();
+        if (statement.isLent_) {
+            takeOutOfTheWay(statement);
+        } else if (oldest == nullptr || statement.lastUse_ < oldest->lastUse_) {
+            oldest = &statement;
         }
-        oldest.ZAVUseLink::leave();
-        oldest.ZAVUseLink::enterBehind(lent_);
     }
+    return *oldest;
+}
+
+void ZAVStatementCache::takeOutOfTheWay(ZAVStatement& statement) noexcept {
+    statement.ZAVUseLink::leave();
+    statement.ZAVUseLink::enterBehind(lent_);
+    statement.isKept_ = false;
 }
 
 }  // namespace zav

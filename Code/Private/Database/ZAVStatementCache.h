@@ -60,7 +60,7 @@ private:
 /// The statements of one bucket: all idle ones, and lent ones that no lookup has come across.
 using ZAVBucketLink = ZAVLink<struct ZAVBucketRing>;
 
-/// The kept statements in the order of their last use, or those that are lent.
+/// The statements that were idle, or those that are lent.
 using ZAVUseLink = ZAVLink<struct ZAVUseRing>;
 
 /// A prepared statement, lent to at most one user at a time.
@@ -123,7 +123,9 @@ private:
     std::size_t keptSize_ = 0;
     std::uint64_t bytesAt_ = 0;
     ZAVBucketLink* bucket_ = nullptr;  ///< the ring that it stands in while it is idle
+    std::uint64_t lastUse_ = 0;
     bool isInBucket_ = false;
+    bool isKept_ = false;
     bool isLent_ = true;
 };
 
@@ -178,10 +180,14 @@ private:
     /// The least recently used statement that is idle, of which there must be one.
     [[nodiscard]] ZAVStatement& oldestIdle() noexcept;
 
+    /// Has searches among the kept statements no longer come across one that is lent.
+    void takeOutOfTheWay(ZAVStatement& statement) noexcept;
+
     std::array<ZAVBucketLink, bucketCount> buckets_;
-    ZAVUseLink kept_;  ///< the most recently used one first; those may be lent again
+    ZAVUseLink kept_;  ///< statements that were idle; they may be lent again
     ZAVUseLink lent_;  ///< statements that were never idle, or were found lent in the ring above
     std::size_t idleCount_ = 0;
+    std::uint64_t clock_ = 0;
     std::size_t capacity_;
 };
 
