@@ -8,12 +8,12 @@
 #include <set>
 #include <stdexcept>
 #include <string>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
 #include "Contender.h"
 #include "Mapping.h"
-#include "Private/Model/Repositories/ZAVDistinctRows.h"
 #include "Statements.h"
 
 namespace zav::bench {
@@ -89,10 +89,10 @@ public:
     }
     Events unprocessedEvents() override {
         Events events;
-        ZAVDistinctRows seen;
+        std::unordered_set<ZAVDatabaseIdentifier> seen;
         auto&& rows = engine_.query(Sql::unprocessedEvents, eventsTable_, 0);
         while (rows.next()) {
-            if (auto event = readEvent(rows); seen.insert(event->databaseIdentifier())) {
+            if (auto event = readEvent(rows); seen.insert(event->databaseIdentifier()).second) {
                 events.append(std::move(event));
             }
         }

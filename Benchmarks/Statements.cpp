@@ -2,10 +2,27 @@
 
 #include <string_view>
 
-#include "Private/Model/Repositories/ZAVEventRepositoryProjections.h"
-
 namespace zav::bench {
 namespace {
+
+// The statements are written out, as somebody without the library has them.
+constexpr std::string_view selectEvents =
+    "SELECT events.client_id, events.client_seq, events.creator_id, events.member_id, events.preceding_seq, "
+    "events.stream_database_identifier, events.subtype, events.target_seq, events.timestamp, events.type, "
+    "events.seq AS event_seq, events.database_identifier AS event_database_identifier, "
+    "streams.stream_id AS event_stream_id, streams.seq AS streams_seq, events.creator_name";
+constexpr std::string_view fromEvents =
+    " FROM events LEFT JOIN streams ON (events.stream_database_identifier = streams.database_identifier)";
+constexpr std::string_view selectParts =
+    "SELECT event_content_parts.event_content_part_id, event_content_parts.event_database_identifier, "
+    "event_content_parts.type, event_content_parts.value, event_content_parts.access_expiration, "
+    "event_content_parts.url, event_content_parts.size, event_content_parts.transfer_status, "
+    "event_content_parts.file_path, event_content_parts.last_accessed, event_content_parts.purged, "
+    "events.client_id, events.seq, streams.stream_id";
+constexpr std::string_view fromParts =
+    " FROM event_content_parts"
+    " LEFT JOIN events ON (events.database_identifier = event_content_parts.event_database_identifier)"
+    " LEFT JOIN streams ON (streams.database_identifier = events.stream_database_identifier)";
 
 constexpr std::string_view eventColumns = "bissiiiiiiiibis";
 constexpr std::string_view contentColumns = "iisbdsiisdibib";
@@ -16,16 +33,15 @@ std::string join(std::string_view a, std::string_view b, std::string_view c, std
 }
 
 SqlText events(std::string_view condition) {
-    return {join(projections::event, projections::eventSource, condition), std::string(eventColumns)};
+    return {join(selectEvents, fromEvents, condition), std::string(eventColumns)};
 }
 
 SqlText parts(std::string_view condition) {
-    return {join(projections::content, projections::contentSource, condition), std::string(contentColumns)};
+    return {join(selectParts, fromParts, condition), std::string(contentColumns)};
 }
 
 SqlText rankedParts(std::string_view condition) {
-    return {join(projections::content, rank, projections::contentSource, condition),
-            std::string(contentColumns) + "i"};
+    return {join(selectParts, rank, fromParts, condition), std::string(contentColumns) + "i"};
 }
 
 }  // namespace
@@ -100,7 +116,7 @@ SqlTexts makeSqlTexts() {
     set(Sql::allEvents, events(""));
     set(Sql::publishableEvents, events(" WHERE events.seq IS NULL AND event_stream_id IS NOT NULL"));
     set(Sql::unprocessedEvents,
-        {join(projections::event, ", synced_changes.*", projections::eventSource,
+        {join(selectEvents, ", synced_changes.*", fromEvents,
               " LEFT JOIN synced_changes ON (events.database_identifier = row_identifier)"
               " WHERE synced_changes.table_name = ? AND change_type = ?"),
          std::string(eventColumns) + "isii"});

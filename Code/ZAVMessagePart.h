@@ -6,10 +6,10 @@
 #include <string_view>
 #include <utility>
 
-#include "Private/Foundation/NSInternalInconsistencyException.h"
-#include "Private/Foundation/ZAVExport.h"
-#include "Private/Foundation/ZAVObject.h"
-#include "ZAVMessage.h"
+#include <ZAVEventRepository/NSInternalInconsistencyException.h>
+#include <ZAVEventRepository/ZAVExport.h>
+#include <ZAVEventRepository/ZAVMessage.h>
+#include <ZAVEventRepository/ZAVObject.h>
 
 namespace zav {
 

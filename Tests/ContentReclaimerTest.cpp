@@ -13,8 +13,9 @@
 #include <string>
 #include <vector>
 
-#include "Private/Database/FMDatabase.h"
-#include "Private/Database/ZAVDatabaseSchema.h"
+#include <ZAVEventRepository/FMDatabase.h>
+#include <ZAVEventRepository/ZAVDatabaseSchema.h>
+
 #include "Support/TemporaryDirectory.h"
 
 namespace zav::test {

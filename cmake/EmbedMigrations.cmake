@@ -8,7 +8,7 @@ foreach(file IN LISTS files)
     string(APPEND entries "    {\"${name}\",\n     R\"sql(${sql})sql\"},\n")
 endforeach()
 file(WRITE ${OUTPUT} "// Generated from the folder Migrations.
-#include \"Private/Database/ZAVSchemaMigrations.h\"
+#include \"Private/Database/Internal/ZAVSchemaMigrations.h\"
 
 namespace zav {
 namespace {

@@ -9,12 +9,7 @@ install(TARGETS ZAVEventRepository EXPORT ZAVEventRepositoryTargets
     INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 
 get_target_property(headers ZAVEventRepository PUBLIC_HEADERS_OF_USERS)
-install(CODE "
-    set(headers \"${headers}\")
-    set(folder \"${PROJECT_BINARY_DIR}/flat-headers\")
-    include(\"${PROJECT_SOURCE_DIR}/cmake/FlattenHeaders.cmake\")" COMPONENT development)
-install(DIRECTORY ${PROJECT_BINARY_DIR}/flat-headers/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ZAVEventRepository
-    COMPONENT development)
+install(FILES ${headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ZAVEventRepository COMPONENT development)
 
 # Who links the static library links what stands behind it; who links the shared one needs nothing else.
 get_target_property(uriparser_target ZAVEventRepository URIPARSER_TARGET)

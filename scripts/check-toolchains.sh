@@ -21,7 +21,7 @@ configure() {
 check_headers() {
     find "$1/Code/include/ZAVEventRepository" -name '*.h' -exec basename {} \; | xargs -n 1 -P "$jobs" sh -c '
         echo "#include <ZAVEventRepository/$4>" | "$2" "$3" -std=c++20 -fsyntax-only -Wall -Wextra -Wpedantic \
-            -Wconversion -Wshadow -Werror -I Code -I "$1/Code/include" -x c++ - || exit 255' sh "$1" "$2" "$3"
+            -Wconversion -Wshadow -Werror -I "$1/Code/include" -x c++ - || exit 255' sh "$1" "$2" "$3"
 }
 
 echo "clang++ with libc++"

@@ -7,9 +7,9 @@
 #include <string_view>
 #include <utility>
 
-#include "Private/Foundation/ZAVData.h"
-#include "Private/Foundation/ZAVExport.h"
-#include "Private/Foundation/ZAVObject.h"
+#include <ZAVEventRepository/ZAVData.h>
+#include <ZAVEventRepository/ZAVExport.h>
+#include <ZAVEventRepository/ZAVObject.h>
 
 namespace zav {
 

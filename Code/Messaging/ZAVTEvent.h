@@ -9,12 +9,12 @@
 #include <utility>
 #include <vector>
 
-#include "Messaging/ZAVTContent.h"
-#include "Messaging/ZAVTEventType.h"
-#include "Private/Foundation/ZAVDictionary.h"
-#include "Private/Foundation/ZAVExport.h"
-#include "Private/Foundation/ZAVIdentifiers.h"
-#include "Private/Foundation/ZAVObject.h"
+#include <ZAVEventRepository/ZAVDictionary.h>
+#include <ZAVEventRepository/ZAVExport.h>
+#include <ZAVEventRepository/ZAVIdentifiers.h>
+#include <ZAVEventRepository/ZAVObject.h>
+#include <ZAVEventRepository/ZAVTContent.h>
+#include <ZAVEventRepository/ZAVTEventType.h>
 
 namespace zav {
 

@@ -35,9 +35,9 @@ expect("ZAVNew.h" in output and "clang-format" in output, f"what is not formatte
 output = git("commit", "-q", "-m", "Mended, but not staged", succeeds=False)
 expect("clang-format" in output, f"what is staged counts, not what lies in the working tree:\n{output}")
 
-stage("Code/Private/Foundation/ZAVNew.h", '#pragma once\n\n#include "Private/Database/FMDatabase.h"\n')
+stage("Code/Private/Foundation/ZAVNew.h", '#pragma once\n\n#include <ZAVEventRepository/FMDatabase.h>\n')
 output = git("commit", "-q", "-m", "Upwards", succeeds=False)
-expect("includes Private/Database/FMDatabase.h" in output, f"an include that points upwards is refused:\n{output}")
+expect("includes FMDatabase.h of a layer above" in output, f"an include that points upwards is refused:\n{output}")
 
 stage("Code/Private/Foundation/ZAVNew.h", "#pragma once\n\nint straight();\n")
 (folder / "Code/Private/Foundation/ZAVNew.h").write_text("int  crooked( ) ;\n", encoding="utf-8")

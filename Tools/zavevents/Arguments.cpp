@@ -7,8 +7,9 @@
 #include <string_view>
 #include <system_error>
 
+#include <ZAVEventRepository/ZAVUTF8.h>
+
 #include "Printable.h"
-#include "Private/Foundation/ZAVUTF8.h"
 
 namespace zavevents {
 namespace {

@@ -9,9 +9,9 @@
 #include <type_traits>
 #include <vector>
 
-#include "Private/Foundation/ZAVIdentifiers.h"
-#include "Private/Foundation/ZAVURL.h"
-#include "Private/Foundation/ZAVUUID.h"
+#include <ZAVEventRepository/ZAVIdentifiers.h>
+#include <ZAVEventRepository/ZAVURL.h>
+#include <ZAVEventRepository/ZAVUUID.h>
 
 namespace zavevents {
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "Private/Foundation/ZAVData.h"
+#include <ZAVEventRepository/ZAVData.h>
 
 namespace zavevents {
 

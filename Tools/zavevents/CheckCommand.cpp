@@ -4,11 +4,13 @@
 #include <string>
 #include <vector>
 
+#include <ZAVEventRepository/ZAVDatabaseSchema.h>
+
 #include "Arguments.h"
 #include "Commands.h"
 #include "Help.h"
 #include "Printable.h"
-#include "Private/Database/ZAVDatabaseSchema.h"
+
 #include "Store.h"
 #include "ToolError.h"
 

@@ -9,9 +9,11 @@
 #include <utility>
 #include <vector>
 
+#include <ZAVEventRepository/ZAVTransaction.h>
+
 #include "CacheDirectory.h"
 #include "ContentRows.h"
-#include "Private/Database/ZAVTransaction.h"
+
 #include "StoredPath.h"
 #include "TrashName.h"
 

@@ -6,8 +6,8 @@
 #include <memory>
 #include <string>
 
-#include "Private/Database/FMDatabase.h"
-#include "Private/Foundation/ZAVError.h"
+#include <ZAVEventRepository/FMDatabase.h>
+#include <ZAVEventRepository/ZAVError.h>
 
 namespace zavevents {
 

@@ -8,10 +8,11 @@
 #include <utility>
 #include <vector>
 
+#include <ZAVEventRepository/FMDatabase.h>
+#include <ZAVEventRepository/ZAVError.h>
+#include <ZAVEventRepository/ZAVURL.h>
+
 #include "CacheDirectory.h"
-#include "Private/Database/FMDatabase.h"
-#include "Private/Foundation/ZAVError.h"
-#include "Private/Foundation/ZAVURL.h"
 
 namespace zavevents {
 

@@ -6,8 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "Private/Model/Repositories/ZAVConversationRepository.h"
-#include "Private/Model/Repositories/ZAVMessageRepository.h"
+#include <ZAVEventRepository/ZAVConversationRepository.h>
+#include <ZAVEventRepository/ZAVMessageRepository.h>
+
 #include "StoreCommand.h"
 
 namespace zavevents {

@@ -10,11 +10,13 @@
 #include <utility>
 #include <vector>
 
+#include <ZAVEventRepository/ZAVDictionary.h>
+#include <ZAVEventRepository/ZAVEventRepository.h>
+#include <ZAVEventRepository/ZAVMessageRepositoryCache.h>
+
 #include "Base64.h"
 #include "JSONNumbers.h"
-#include "Private/Foundation/ZAVDictionary.h"
-#include "Private/Model/Repositories/ZAVEventRepository.h"
-#include "Private/Model/Repositories/ZAVMessageRepositoryCache.h"
+
 #include "StoredPath.h"
 
 namespace zavevents {

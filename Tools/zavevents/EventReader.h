@@ -6,9 +6,10 @@
 #include <string>
 #include <string_view>
 
+#include <ZAVEventRepository/ZAVEvent.h>
+#include <ZAVEventRepository/ZAVUUID.h>
+
 #include "BadLine.h"
-#include "Private/Foundation/ZAVUUID.h"
-#include "Private/Model/Synchronization/ZAVEvent.h"
 
 namespace zavevents {
 

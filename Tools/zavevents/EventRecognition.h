@@ -11,8 +11,8 @@
 #include <tuple>
 #include <unordered_map>
 
-#include "Private/Database/FMDatabase.h"
-#include "Private/Model/Synchronization/ZAVEvent.h"
+#include <ZAVEventRepository/FMDatabase.h>
+#include <ZAVEventRepository/ZAVEvent.h>
 
 namespace zavevents {
 

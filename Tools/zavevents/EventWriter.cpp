@@ -8,8 +8,9 @@
 #include <string_view>
 #include <variant>
 
+#include <ZAVEventRepository/ZAVUTF8.h>
+
 #include "Base64.h"
-#include "Private/Foundation/ZAVUTF8.h"
 
 namespace zavevents {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "Private/Model/Synchronization/ZAVEvent.h"
+#include <ZAVEventRepository/ZAVEvent.h>
 
 namespace zavevents {
 

@@ -7,13 +7,15 @@
 #include <unordered_set>
 #include <vector>
 
+#include <ZAVEventRepository/ZAVEventRepository.h>
+
 #include "Arguments.h"
 #include "Commands.h"
 #include "EventWriter.h"
 #include "ExactExpirations.h"
 #include "Help.h"
 #include "Output.h"
-#include "Private/Model/Repositories/ZAVEventRepository.h"
+
 #include "ReadBackCheck.h"
 #include "Store.h"
 #include "ToolError.h"

@@ -5,8 +5,8 @@
 #include <memory>
 #include <utility>
 
-#include "Private/Database/FMDatabase.h"
-#include "Private/Model/Synchronization/ZAVEvent.h"
+#include <ZAVEventRepository/FMDatabase.h>
+#include <ZAVEventRepository/ZAVEvent.h>
 
 namespace zavevents {
 

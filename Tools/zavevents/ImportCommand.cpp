@@ -5,13 +5,15 @@
 #include <optional>
 #include <string>
 
+#include <ZAVEventRepository/DDLog.h>
+#include <ZAVEventRepository/NSInternalInconsistencyException.h>
+
 #include "Arguments.h"
 #include "Commands.h"
 #include "Help.h"
 #include "Importer.h"
 #include "LineReader.h"
-#include "Private/Foundation/NSInternalInconsistencyException.h"
-#include "Private/Logging/DDLog.h"
+
 #include "ProgressLine.h"
 #include "StopSignals.h"
 #include "Store.h"

@@ -4,9 +4,10 @@
 #include <string>
 #include <utility>
 
-#include "Private/Foundation/ZAVUTF8.h"
-#include "Private/Model/Repositories/ZAVKeyedValueRepository.h"
-#include "Private/Model/Repositories/ZAVSyncedChangeRepository.h"
+#include <ZAVEventRepository/ZAVKeyedValueRepository.h>
+#include <ZAVEventRepository/ZAVSyncedChangeRepository.h>
+#include <ZAVEventRepository/ZAVUTF8.h>
+
 #include "Store.h"
 #include "ToolError.h"
 

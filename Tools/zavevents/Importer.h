@@ -10,12 +10,14 @@
 #include <unordered_set>
 #include <utility>
 
+#include <ZAVEventRepository/FMDatabase.h>
+#include <ZAVEventRepository/ZAVEventRepository.h>
+#include <ZAVEventRepository/ZAVStreamRepository.h>
+#include <ZAVEventRepository/ZAVTransaction.h>
+
 #include "EventReader.h"
 #include "EventRecognition.h"
-#include "Private/Database/FMDatabase.h"
-#include "Private/Database/ZAVTransaction.h"
-#include "Private/Model/Repositories/ZAVEventRepository.h"
-#include "Private/Model/Repositories/ZAVStreamRepository.h"
+
 #include "UnnamedStreams.h"
 
 namespace zavevents {

@@ -2,11 +2,13 @@
 #include <memory>
 #include <string>
 
+#include <ZAVEventRepository/ZAVDatabaseSchema.h>
+
 #include "Arguments.h"
 #include "Commands.h"
 #include "Help.h"
 #include "Printable.h"
-#include "Private/Database/ZAVDatabaseSchema.h"
+
 #include "Store.h"
 
 namespace zavevents {

@@ -6,12 +6,14 @@
 #include <tuple>
 #include <vector>
 
+#include <ZAVEventRepository/ZAVEventRepository.h>
+
 #include "Arguments.h"
 #include "Commands.h"
 #include "EventWriter.h"
 #include "Help.h"
 #include "Output.h"
-#include "Private/Model/Repositories/ZAVEventRepository.h"
+
 #include "Store.h"
 #include "ToolError.h"
 

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "Private/Foundation/ZAVUTF8.h"
+#include <ZAVEventRepository/ZAVUTF8.h>
 
 namespace zavevents {
 namespace {

@@ -5,9 +5,10 @@
 #include <optional>
 #include <tuple>
 
-#include "Private/Foundation/ZAVURL.h"
-#include "Private/Foundation/ZAVUTF8.h"
-#include "Private/Model/Repositories/ZAVMessageRepositoryCache.h"
+#include <ZAVEventRepository/ZAVMessageRepositoryCache.h>
+#include <ZAVEventRepository/ZAVURL.h>
+#include <ZAVEventRepository/ZAVUTF8.h>
+
 #include "Rows.h"
 
 namespace zavevents {

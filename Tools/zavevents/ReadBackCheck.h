@@ -6,9 +6,10 @@
 #include <unordered_map>
 #include <vector>
 
+#include <ZAVEventRepository/FMDatabase.h>
+#include <ZAVEventRepository/ZAVEvent.h>
+
 #include "EventReader.h"
-#include "Private/Database/FMDatabase.h"
-#include "Private/Model/Synchronization/ZAVEvent.h"
 
 namespace zavevents {
 

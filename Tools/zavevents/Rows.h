@@ -2,7 +2,8 @@
 
 #include <string>
 
-#include "Private/Database/FMDatabase.h"
+#include <ZAVEventRepository/FMDatabase.h>
+
 #include "ToolError.h"
 
 namespace zavevents {

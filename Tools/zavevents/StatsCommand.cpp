@@ -4,11 +4,13 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
+#include <ZAVEventRepository/ZAVEventRepository.h>
+
 #include "Arguments.h"
 #include "Commands.h"
 #include "Help.h"
 #include "Printable.h"
-#include "Private/Model/Repositories/ZAVEventRepository.h"
+
 #include "Store.h"
 #include "ToolError.h"
 

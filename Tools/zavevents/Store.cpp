@@ -8,8 +8,10 @@
 #include <optional>
 #include <utility>
 
+#include <ZAVEventRepository/ZAVDatabaseSchema.h>
+
 #include "Printable.h"
-#include "Private/Database/ZAVDatabaseSchema.h"
+
 #include "ToolError.h"
 
 namespace zavevents {

@@ -3,7 +3,7 @@
 #include <memory>
 #include <string>
 
-#include "Private/Database/FMDatabase.h"
+#include <ZAVEventRepository/FMDatabase.h>
 
 namespace zavevents {
 

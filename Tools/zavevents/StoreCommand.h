@@ -5,11 +5,13 @@
 #include <memory>
 #include <string>
 
+#include <ZAVEventRepository/ZAVEventRepository.h>
+#include <ZAVEventRepository/ZAVTransaction.h>
+
 #include "Arguments.h"
 #include "Commands.h"
 #include "Help.h"
-#include "Private/Database/ZAVTransaction.h"
-#include "Private/Model/Repositories/ZAVEventRepository.h"
+
 #include "Store.h"
 #include "ToolError.h"
 

@@ -3,7 +3,8 @@
 #include <algorithm>
 #include <utility>
 
-#include "Private/Foundation/ZAVURL.h"
+#include <ZAVEventRepository/ZAVURL.h>
+
 #include "TrashName.h"
 
 namespace zavevents {

@@ -3,8 +3,9 @@
 #include <stdexcept>
 #include <string>
 
+#include <ZAVEventRepository/ZAVError.h>
+
 #include "Printable.h"
-#include "Private/Foundation/ZAVError.h"
 
 namespace zavevents {
 

@@ -4,12 +4,14 @@
 #include <string>
 #include <vector>
 
+#include <ZAVEventRepository/ZAVEventRepository.h>
+#include <ZAVEventRepository/ZAVMessageRepositoryCache.h>
+#include <ZAVEventRepository/ZAVTransaction.h>
+
 #include "Arguments.h"
 #include "Commands.h"
 #include "Help.h"
-#include "Private/Database/ZAVTransaction.h"
-#include "Private/Model/Repositories/ZAVEventRepository.h"
-#include "Private/Model/Repositories/ZAVMessageRepositoryCache.h"
+
 #include "Store.h"
 #include "StoredPath.h"
 #include "ToolError.h"

@@ -9,10 +9,11 @@
 #include <string>
 #include <utility>
 
+#include <ZAVEventRepository/FMDatabase.h>
+#include <ZAVEventRepository/ZAVStreamRepository.h>
+
 #include "EventReader.h"
 #include "EventRecognition.h"
-#include "Private/Database/FMDatabase.h"
-#include "Private/Model/Repositories/ZAVStreamRepository.h"
 
 namespace zavevents {
 

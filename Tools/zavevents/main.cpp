@@ -10,12 +10,14 @@
 #include <memory>
 #include <string>
 
+#include <ZAVEventRepository/DDLog.h>
+
 #include "Arguments.h"
 #include "Commands.h"
 #include "Help.h"
 #include "Mistake.h"
 #include "Printable.h"
-#include "Private/Logging/DDLog.h"
+
 #include "Store.h"
 #include "ToolError.h"
 

@@ -1,4 +1,4 @@
-#include "Private/Database/FMDatabase.h"
+#include <ZAVEventRepository/FMDatabase.h>
 
 #include <sqlite3.h>
 
@@ -8,13 +8,13 @@
 #include <new>
 #include <utility>
 
-#include "Private/Database/ZAVDatabaseFile.h"
-#include "Private/Database/ZAVEncryption.h"
-#include "Private/Database/ZAVInterruptionTimer.h"
-#include "Private/Database/ZAVObservation.h"
-#include "Private/Database/ZAVOptionsCheck.h"
-#include "Private/Database/ZAVStatementBounds.h"
-#include "Private/Database/ZAVStatementCache.h"
+#include "Private/Database/Internal/ZAVDatabaseFile.h"
+#include "Private/Database/Internal/ZAVEncryption.h"
+#include "Private/Database/Internal/ZAVInterruptionTimer.h"
+#include "Private/Database/Internal/ZAVObservation.h"
+#include "Private/Database/Internal/ZAVOptionsCheck.h"
+#include "Private/Database/Internal/ZAVStatementBounds.h"
+#include "Private/Database/Internal/ZAVStatementCache.h"
 
 namespace zav {
 namespace {

@@ -8,13 +8,13 @@
 #include <string>
 #include <string_view>
 
-#include "Private/Database/FMDatabaseOptions.h"
-#include "Private/Database/FMObservation.h"
-#include "Private/Database/FMParameter.h"
-#include "Private/Database/FMResultSet.h"
-#include "Private/Foundation/ZAVError.h"
-#include "Private/Foundation/ZAVExport.h"
-#include "Private/Foundation/ZAVValue.h"
+#include <ZAVEventRepository/FMDatabaseOptions.h>
+#include <ZAVEventRepository/FMObservation.h>
+#include <ZAVEventRepository/FMParameter.h>
+#include <ZAVEventRepository/FMResultSet.h>
+#include <ZAVEventRepository/ZAVError.h>
+#include <ZAVEventRepository/ZAVExport.h>
+#include <ZAVEventRepository/ZAVValue.h>
 
 struct sqlite3;
 struct sqlite3_stmt;

@@ -7,10 +7,10 @@
 #include <string_view>
 #include <type_traits>
 
-#include "Private/Foundation/ZAVData.h"
-#include "Private/Foundation/ZAVDate.h"
-#include "Private/Foundation/ZAVUUID.h"
-#include "Private/Foundation/ZAVValue.h"
+#include <ZAVEventRepository/ZAVData.h>
+#include <ZAVEventRepository/ZAVDate.h>
+#include <ZAVEventRepository/ZAVUUID.h>
+#include <ZAVEventRepository/ZAVValue.h>
 
 namespace zav {
 

@@ -1,14 +1,16 @@
-#include "Private/Database/FMResultSet.h"
+#include <ZAVEventRepository/FMResultSet.h>
 
 #include <sqlite3.h>
 
 #include <new>
 #include <utility>
 
-#include "Private/Database/FMDatabase.h"
-#include "Private/Database/ZAVStatementBounds.h"
-#include "Private/Database/ZAVStatementCache.h"
-#include "Private/Foundation/NSInternalInconsistencyException.h"
+#include <ZAVEventRepository/FMDatabase.h>
+
+#include <ZAVEventRepository/NSInternalInconsistencyException.h>
+
+#include "Private/Database/Internal/ZAVStatementBounds.h"
+#include "Private/Database/Internal/ZAVStatementCache.h"
 
 namespace zav {
 

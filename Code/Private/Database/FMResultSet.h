@@ -5,10 +5,10 @@
 #include <string>
 #include <string_view>
 
-#include "Private/Foundation/ZAVData.h"
-#include "Private/Foundation/ZAVDate.h"
-#include "Private/Foundation/ZAVError.h"
-#include "Private/Foundation/ZAVExport.h"
+#include <ZAVEventRepository/ZAVData.h>
+#include <ZAVEventRepository/ZAVDate.h>
+#include <ZAVEventRepository/ZAVError.h>
+#include <ZAVEventRepository/ZAVExport.h>
 
 struct sqlite3_stmt;
 

@@ -1,4 +1,4 @@
-#include "Private/Database/ZAVDatabaseSchema.h"
+#include <ZAVEventRepository/ZAVDatabaseSchema.h>
 
 #include <algorithm>
 #include <cctype>
@@ -7,8 +7,9 @@
 #include <string_view>
 #include <utility>
 
-#include "Private/Database/ZAVSchemaMigrations.h"
-#include "Private/Database/ZAVTransaction.h"
+#include <ZAVEventRepository/ZAVTransaction.h>
+
+#include "Private/Database/Internal/ZAVSchemaMigrations.h"
 
 namespace zav {
 namespace {

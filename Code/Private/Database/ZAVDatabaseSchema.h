@@ -5,8 +5,8 @@
 #include <optional>
 #include <string>
 
-#include "Private/Database/FMDatabase.h"
-#include "Private/Foundation/ZAVExport.h"
+#include <ZAVEventRepository/FMDatabase.h>
+#include <ZAVEventRepository/ZAVExport.h>
 
 namespace zav {
 

@@ -1,4 +1,4 @@
-#include "Private/Database/ZAVTransaction.h"
+#include <ZAVEventRepository/ZAVTransaction.h>
 
 namespace zav {
 

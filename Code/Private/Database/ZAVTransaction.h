@@ -4,8 +4,8 @@
 #include <optional>
 #include <utility>
 
-#include "Private/Database/FMDatabase.h"
-#include "Private/Foundation/ZAVExport.h"
+#include <ZAVEventRepository/FMDatabase.h>
+#include <ZAVEventRepository/ZAVExport.h>
 
 namespace zav {
 

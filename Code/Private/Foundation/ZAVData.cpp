@@ -1,4 +1,4 @@
-#include "Private/Foundation/ZAVData.h"
+#include <ZAVEventRepository/ZAVData.h>
 
 #include <cstring>
 #include <utility>

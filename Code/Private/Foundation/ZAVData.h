@@ -6,7 +6,7 @@
 #include <span>
 #include <string_view>
 
-#include "Private/Foundation/ZAVExport.h"
+#include <ZAVEventRepository/ZAVExport.h>
 
 namespace zav {
 

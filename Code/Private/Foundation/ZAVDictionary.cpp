@@ -1,8 +1,8 @@
-#include "Private/Foundation/ZAVDictionary.h"
+#include <ZAVEventRepository/ZAVDictionary.h>
 
 #include <utility>
 
-#include "Private/Foundation/ZAVUndestroyed.h"
+#include "Private/Foundation/Internal/ZAVUndestroyed.h"
 
 namespace zav {
 

@@ -1,4 +1,4 @@
-#include "Private/Foundation/ZAVError.h"
+#include <ZAVEventRepository/ZAVError.h>
 
 namespace zav {
 

@@ -4,7 +4,7 @@
 #include <string_view>
 #include <utility>
 
-#include "Private/Foundation/ZAVExport.h"
+#include <ZAVEventRepository/ZAVExport.h>
 
 namespace zav {
 

@@ -1,4 +1,4 @@
-#include "Private/Foundation/ZAVFormat.h"
+#include <ZAVEventRepository/ZAVFormat.h>
 
 #include <fmt/format.h>
 

@@ -11,12 +11,12 @@
 #include <type_traits>
 #include <variant>
 
-#include "Private/Foundation/ZAVError.h"
-#include "Private/Foundation/ZAVExport.h"
-#include "Private/Foundation/ZAVObject.h"
-#include "Private/Foundation/ZAVSet.h"
-#include "Private/Foundation/ZAVURL.h"
-#include "Private/Foundation/ZAVUUID.h"
+#include <ZAVEventRepository/ZAVError.h>
+#include <ZAVEventRepository/ZAVExport.h>
+#include <ZAVEventRepository/ZAVObject.h>
+#include <ZAVEventRepository/ZAVSet.h>
+#include <ZAVEventRepository/ZAVURL.h>
+#include <ZAVEventRepository/ZAVUUID.h>
 
 namespace zav {
 

@@ -4,7 +4,7 @@
 #include <limits>
 #include <string>
 
-#include "Private/Foundation/ZAVData.h"
+#include <ZAVEventRepository/ZAVData.h>
 
 /// @namespace zav
 /// The event store of a messaging client. Everything public is in this namespace.

@@ -1,4 +1,4 @@
-#include "Private/Foundation/ZAVObject.h"
+#include <ZAVEventRepository/ZAVObject.h>
 
 namespace zav {
 

@@ -1,11 +1,11 @@
-#include "Private/Foundation/ZAVURL.h"
+#include <ZAVEventRepository/ZAVURL.h>
 
 #include <uriparser/Uri.h>
 
 #include <new>
 #include <utility>
 
-#include "Private/Foundation/ZAVUndestroyed.h"
+#include "Private/Foundation/Internal/ZAVUndestroyed.h"
 
 namespace zav {
 

@@ -1,4 +1,4 @@
-#include "Private/Foundation/ZAVUTF8.h"
+#include <ZAVEventRepository/ZAVUTF8.h>
 
 namespace zav {
 namespace {

@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <string_view>
 
-#include "Private/Foundation/ZAVExport.h"
+#include <ZAVEventRepository/ZAVExport.h>
 
 namespace zav {
 

@@ -1,4 +1,4 @@
-#include "Private/Foundation/ZAVUUID.h"
+#include <ZAVEventRepository/ZAVUUID.h>
 
 #include <algorithm>
 #include <random>

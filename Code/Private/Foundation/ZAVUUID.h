@@ -7,8 +7,8 @@
 #include <string>
 #include <string_view>
 
-#include "Private/Foundation/ZAVData.h"
-#include "Private/Foundation/ZAVExport.h"
+#include <ZAVEventRepository/ZAVData.h>
+#include <ZAVEventRepository/ZAVExport.h>
 
 namespace zav {
 

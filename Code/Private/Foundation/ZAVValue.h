@@ -7,8 +7,8 @@
 #include <utility>
 #include <variant>
 
-#include "Private/Foundation/ZAVData.h"
-#include "Private/Foundation/ZAVDate.h"
+#include <ZAVEventRepository/ZAVData.h>
+#include <ZAVEventRepository/ZAVDate.h>
 
 namespace zav {
 

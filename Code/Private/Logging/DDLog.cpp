@@ -1,4 +1,4 @@
-#include "Private/Logging/DDLog.h"
+#include <ZAVEventRepository/DDLog.h>
 
 #include <pthread.h>
 
@@ -6,8 +6,9 @@
 #include <mutex>
 #include <utility>
 
-#include "Private/Foundation/ZAVUndestroyed.h"
-#include "Private/Logging/ZAVStandardErrorSink.h"
+#include <ZAVEventRepository/ZAVStandardErrorSink.h>
+
+#include "Private/Foundation/Internal/ZAVUndestroyed.h"
 
 namespace zav {
 

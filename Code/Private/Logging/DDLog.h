@@ -6,10 +6,10 @@
 #include <memory>
 #include <string_view>
 
-#include "Private/Foundation/ZAVExport.h"
-#include "Private/Foundation/ZAVFormat.h"
-#include "Private/Logging/DDLogSink.h"
-#include "Private/Logging/ZAVLogComponent.h"
+#include <ZAVEventRepository/DDLogSink.h>
+#include <ZAVEventRepository/ZAVExport.h>
+#include <ZAVEventRepository/ZAVFormat.h>
+#include <ZAVEventRepository/ZAVLogComponent.h>
 
 namespace zav {
 

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "Private/Foundation/ZAVExport.h"
+#include <ZAVEventRepository/ZAVExport.h>
 
 namespace zav {
 

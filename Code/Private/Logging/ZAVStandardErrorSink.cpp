@@ -1,4 +1,4 @@
-#include "Private/Logging/ZAVStandardErrorSink.h"
+#include <ZAVEventRepository/ZAVStandardErrorSink.h>
 
 #include <condition_variable>
 #include <cstdint>
@@ -10,8 +10,8 @@
 #include <thread>
 #include <utility>
 
-#include "Private/Logging/ZAVForks.h"
-#include "Private/Logging/ZAVLogOutput.h"
+#include "Private/Logging/Internal/ZAVForks.h"
+#include "Private/Logging/Internal/ZAVLogOutput.h"
 
 namespace zav {
 

@@ -2,8 +2,8 @@
 
 #include <atomic>
 
-#include "Private/Foundation/ZAVExport.h"
-#include "Private/Logging/DDLogSink.h"
+#include <ZAVEventRepository/DDLogSink.h>
+#include <ZAVEventRepository/ZAVExport.h>
 
 namespace zav {
 

@@ -1,4 +1,4 @@
-#include "Private/Model/Querying/ZAVSQLVector.h"
+#include <ZAVEventRepository/ZAVSQLVector.h>
 
 #include <algorithm>
 #include <stdexcept>

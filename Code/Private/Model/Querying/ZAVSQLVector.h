@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "Private/Foundation/ZAVExport.h"
-#include "Private/Foundation/ZAVIdentifiers.h"
-#include "Private/Foundation/ZAVValue.h"
+#include <ZAVEventRepository/ZAVExport.h>
+#include <ZAVEventRepository/ZAVIdentifiers.h>
+#include <ZAVEventRepository/ZAVValue.h>
 
 namespace zav {
 

@@ -1,6 +1,6 @@
-#include "Private/Model/Repositories/ZAVConversationRepository.h"
+#include <ZAVEventRepository/ZAVConversationRepository.h>
 
-#include "Private/Model/Repositories/ZAVRepositoryStatements.h"
+#include "Private/Model/Repositories/Internal/ZAVRepositoryStatements.h"
 
 namespace zav {
 

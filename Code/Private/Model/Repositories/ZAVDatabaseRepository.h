@@ -3,9 +3,9 @@
 #include <memory>
 #include <utility>
 
-#include "Private/Database/FMDatabase.h"
-#include "Private/Foundation/NSInternalInconsistencyException.h"
-#include "Private/Foundation/ZAVExport.h"
+#include <ZAVEventRepository/FMDatabase.h>
+#include <ZAVEventRepository/NSInternalInconsistencyException.h>
+#include <ZAVEventRepository/ZAVExport.h>
 
 namespace zav {
 

@@ -1,10 +1,11 @@
 #include <cstdint>
 #include <limits>
 
-#include "Private/Model/Repositories/ZAVEventRepository.h"
-#include "Private/Model/Repositories/ZAVEventRepositoryProjections.h"
-#include "Private/Model/Repositories/ZAVRepositoryOperation.h"
-#include "Private/Model/Repositories/ZAVRepositoryStatements.h"
+#include <ZAVEventRepository/ZAVEventRepository.h>
+
+#include "Private/Model/Repositories/Internal/ZAVEventRepositoryProjections.h"
+#include "Private/Model/Repositories/Internal/ZAVRepositoryOperation.h"
+#include "Private/Model/Repositories/Internal/ZAVRepositoryStatements.h"
 
 namespace zav {
 namespace {

@@ -1,10 +1,13 @@
 #include <string_view>
 
-#include "Private/Model/Repositories/ZAVEventRepository.h"
-#include "Private/Model/Repositories/ZAVEventRepositoryProjections.h"
-#include "Private/Model/Repositories/ZAVMessagePartObjectIdentifier.h"
-#include "Private/Model/Repositories/ZAVRepositoryOperation.h"
-#include "Private/Model/Repositories/ZAVRepositoryStatements.h"
+#include <ZAVEventRepository/ZAVEventRepository.h>
+
+#include <ZAVEventRepository/ZAVMessagePartObjectIdentifier.h>
+
+#include "Private/Model/Repositories/Internal/ZAVEventRepositoryProjections.h"
+
+#include "Private/Model/Repositories/Internal/ZAVRepositoryOperation.h"
+#include "Private/Model/Repositories/Internal/ZAVRepositoryStatements.h"
 
 namespace zav {
 namespace {

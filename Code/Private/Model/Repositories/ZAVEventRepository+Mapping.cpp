@@ -3,11 +3,13 @@
 #include <variant>
 #include <vector>
 
-#include "Private/Model/Repositories/ZAVEventMapperColumns.h"
-#include "Private/Model/Repositories/ZAVEventRepository.h"
-#include "Private/Model/Repositories/ZAVEventRepositoryProjections.h"
-#include "Private/Model/Repositories/ZAVKeyedValueRepository.h"
-#include "Private/Model/Repositories/ZAVMessageRepositoryCache.h"
+#include <ZAVEventRepository/ZAVEventMapperColumns.h>
+#include <ZAVEventRepository/ZAVEventRepository.h>
+
+#include <ZAVEventRepository/ZAVKeyedValueRepository.h>
+#include <ZAVEventRepository/ZAVMessageRepositoryCache.h>
+
+#include "Private/Model/Repositories/Internal/ZAVEventRepositoryProjections.h"
 
 namespace zav {
 namespace {

@@ -6,12 +6,13 @@
 #include <variant>
 #include <vector>
 
-#include "Private/Foundation/ZAVUTF8.h"
-#include "Private/Model/Repositories/ZAVEventRepository.h"
-#include "Private/Model/Repositories/ZAVKeyedValueRepository.h"
-#include "Private/Model/Repositories/ZAVRecordCast.h"
-#include "Private/Model/Repositories/ZAVRepositoryOperation.h"
-#include "Private/Model/Repositories/ZAVRepositoryStatements.h"
+#include <ZAVEventRepository/ZAVEventRepository.h>
+#include <ZAVEventRepository/ZAVKeyedValueRepository.h>
+#include <ZAVEventRepository/ZAVUTF8.h>
+
+#include "Private/Model/Repositories/Internal/ZAVRecordCast.h"
+#include "Private/Model/Repositories/Internal/ZAVRepositoryOperation.h"
+#include "Private/Model/Repositories/Internal/ZAVRepositoryStatements.h"
 
 namespace zav {
 namespace {

@@ -2,14 +2,17 @@
 #include <string_view>
 #include <utility>
 
-#include "Private/Model/Repositories/ZAVDistinctRows.h"
-#include "Private/Model/Repositories/ZAVEventMapperColumns.h"
-#include "Private/Model/Repositories/ZAVEventRepository.h"
-#include "Private/Model/Repositories/ZAVEventRepositoryProjections.h"
-#include "Private/Model/Repositories/ZAVRecordCast.h"
-#include "Private/Model/Repositories/ZAVRepositoryOperation.h"
-#include "Private/Model/Repositories/ZAVRepositoryStatements.h"
-#include "Private/Model/Synchronization/ZAVSyncedChangeType.h"
+#include <ZAVEventRepository/ZAVEventMapperColumns.h>
+#include <ZAVEventRepository/ZAVEventRepository.h>
+
+#include "Private/Model/Repositories/Internal/ZAVDistinctRows.h"
+
+#include <ZAVEventRepository/ZAVSyncedChangeType.h>
+
+#include "Private/Model/Repositories/Internal/ZAVEventRepositoryProjections.h"
+#include "Private/Model/Repositories/Internal/ZAVRecordCast.h"
+#include "Private/Model/Repositories/Internal/ZAVRepositoryOperation.h"
+#include "Private/Model/Repositories/Internal/ZAVRepositoryStatements.h"
 
 namespace zav {
 namespace {

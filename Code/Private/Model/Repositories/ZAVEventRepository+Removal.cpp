@@ -2,12 +2,16 @@
 #include <string>
 #include <vector>
 
-#include "Private/Model/Querying/ZAVSQLVector.h"
-#include "Private/Model/Repositories/ZAVDistinctRows.h"
-#include "Private/Model/Repositories/ZAVEventRepository.h"
-#include "Private/Model/Repositories/ZAVRepositoryOperation.h"
-#include "Private/Model/Repositories/ZAVRepositoryStatements.h"
-#include "Private/Model/Synchronization/ZAVSyncedChangeType.h"
+#include <ZAVEventRepository/ZAVSQLVector.h>
+
+#include <ZAVEventRepository/ZAVEventRepository.h>
+
+#include "Private/Model/Repositories/Internal/ZAVDistinctRows.h"
+
+#include <ZAVEventRepository/ZAVSyncedChangeType.h>
+
+#include "Private/Model/Repositories/Internal/ZAVRepositoryOperation.h"
+#include "Private/Model/Repositories/Internal/ZAVRepositoryStatements.h"
 
 namespace zav {
 namespace {

@@ -2,11 +2,14 @@
 #include <string>
 #include <string_view>
 
-#include "Private/Model/Repositories/ZAVEventRepository.h"
-#include "Private/Model/Repositories/ZAVEventRepositoryProjections.h"
-#include "Private/Model/Repositories/ZAVMessageRepositoryCache.h"
-#include "Private/Model/Repositories/ZAVRecordCast.h"
-#include "Private/Model/Repositories/ZAVRepositoryOperation.h"
+#include <ZAVEventRepository/ZAVEventRepository.h>
+
+#include <ZAVEventRepository/ZAVMessageRepositoryCache.h>
+
+#include "Private/Model/Repositories/Internal/ZAVEventRepositoryProjections.h"
+
+#include "Private/Model/Repositories/Internal/ZAVRecordCast.h"
+#include "Private/Model/Repositories/Internal/ZAVRepositoryOperation.h"
 
 namespace zav {
 namespace {

@@ -1,4 +1,4 @@
-#include "Private/Model/Repositories/ZAVEventRepository.h"
+#include <ZAVEventRepository/ZAVEventRepository.h>
 
 namespace zav {
 

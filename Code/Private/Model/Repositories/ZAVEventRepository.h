@@ -8,18 +8,18 @@
 #include <string>
 #include <string_view>
 
-#include "Private/Foundation/NSInternalInconsistencyException.h"
-#include "Private/Foundation/ZAVError.h"
-#include "Private/Foundation/ZAVExport.h"
-#include "Private/Foundation/ZAVIdentifiers.h"
-#include "Private/Foundation/ZAVSet.h"
-#include "Private/Foundation/ZAVURL.h"
-#include "Private/Foundation/ZAVUUID.h"
-#include "Private/Model/Repositories/ZAVDatabaseRepository.h"
-#include "Private/Model/Repositories/ZAVUnitOfWork.h"
-#include "Private/Model/Synchronization/ZAVEvent.h"
-#include "Private/Model/Synchronization/ZAVEventContent.h"
-#include "ZAVMessagePart.h"
+#include <ZAVEventRepository/NSInternalInconsistencyException.h>
+#include <ZAVEventRepository/ZAVDatabaseRepository.h>
+#include <ZAVEventRepository/ZAVError.h>
+#include <ZAVEventRepository/ZAVEvent.h>
+#include <ZAVEventRepository/ZAVEventContent.h>
+#include <ZAVEventRepository/ZAVExport.h>
+#include <ZAVEventRepository/ZAVIdentifiers.h>
+#include <ZAVEventRepository/ZAVMessagePart.h>
+#include <ZAVEventRepository/ZAVSet.h>
+#include <ZAVEventRepository/ZAVURL.h>
+#include <ZAVEventRepository/ZAVUUID.h>
+#include <ZAVEventRepository/ZAVUnitOfWork.h>
 
 namespace zav {
 

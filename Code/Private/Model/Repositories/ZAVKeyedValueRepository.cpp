@@ -1,10 +1,10 @@
-#include "Private/Model/Repositories/ZAVKeyedValueRepository.h"
+#include <ZAVEventRepository/ZAVKeyedValueRepository.h>
 
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "Private/Foundation/NSInternalInconsistencyException.h"
+#include <ZAVEventRepository/NSInternalInconsistencyException.h>
 
 namespace zav {
 namespace {

@@ -3,11 +3,11 @@
 #include <memory>
 #include <optional>
 
-#include "Private/Foundation/ZAVDate.h"
-#include "Private/Foundation/ZAVDictionary.h"
-#include "Private/Foundation/ZAVExport.h"
-#include "Private/Model/Repositories/ZAVDatabaseRepository.h"
-#include "Private/Model/Repositories/ZAVKeyedValuesContext.h"
+#include <ZAVEventRepository/ZAVDatabaseRepository.h>
+#include <ZAVEventRepository/ZAVDate.h>
+#include <ZAVEventRepository/ZAVDictionary.h>
+#include <ZAVEventRepository/ZAVExport.h>
+#include <ZAVEventRepository/ZAVKeyedValuesContext.h>
 
 namespace zav {
 

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "Private/Foundation/ZAVIdentifiers.h"
+#include <ZAVEventRepository/ZAVIdentifiers.h>
 
 namespace zav {
 

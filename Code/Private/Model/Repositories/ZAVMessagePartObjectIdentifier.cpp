@@ -1,4 +1,4 @@
-#include "Private/Model/Repositories/ZAVMessagePartObjectIdentifier.h"
+#include <ZAVEventRepository/ZAVMessagePartObjectIdentifier.h>
 
 #include <charconv>
 #include <string>

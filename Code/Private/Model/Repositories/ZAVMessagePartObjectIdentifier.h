@@ -3,9 +3,9 @@
 #include <cstdint>
 #include <optional>
 
-#include "Private/Foundation/ZAVExport.h"
-#include "Private/Foundation/ZAVURL.h"
-#include "Private/Foundation/ZAVUUID.h"
+#include <ZAVEventRepository/ZAVExport.h>
+#include <ZAVEventRepository/ZAVURL.h>
+#include <ZAVEventRepository/ZAVUUID.h>
 
 namespace zav {
 

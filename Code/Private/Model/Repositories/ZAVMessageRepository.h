@@ -3,10 +3,10 @@
 #include <memory>
 #include <optional>
 
-#include "Private/Foundation/ZAVExport.h"
-#include "Private/Foundation/ZAVIdentifiers.h"
-#include "Private/Model/Repositories/ZAVDatabaseRepository.h"
-#include "ZAVMessage.h"
+#include <ZAVEventRepository/ZAVDatabaseRepository.h>
+#include <ZAVEventRepository/ZAVExport.h>
+#include <ZAVEventRepository/ZAVIdentifiers.h>
+#include <ZAVEventRepository/ZAVMessage.h>
 
 namespace zav {
 

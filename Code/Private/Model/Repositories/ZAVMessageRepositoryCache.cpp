@@ -1,4 +1,4 @@
-#include "Private/Model/Repositories/ZAVMessageRepositoryCache.h"
+#include <ZAVEventRepository/ZAVMessageRepositoryCache.h>
 
 #include <cstdlib>
 #include <filesystem>

@@ -4,9 +4,9 @@
 #include <optional>
 #include <string_view>
 
-#include "Private/Foundation/ZAVExport.h"
-#include "Private/Foundation/ZAVURL.h"
-#include "Private/Foundation/ZAVUUID.h"
+#include <ZAVEventRepository/ZAVExport.h>
+#include <ZAVEventRepository/ZAVURL.h>
+#include <ZAVEventRepository/ZAVUUID.h>
 
 namespace zav {
 

@@ -1,6 +1,6 @@
-#include "Private/Model/Repositories/ZAVStreamRepository.h"
+#include <ZAVEventRepository/ZAVStreamRepository.h>
 
-#include "Private/Model/Repositories/ZAVRepositoryStatements.h"
+#include "Private/Model/Repositories/Internal/ZAVRepositoryStatements.h"
 
 namespace zav {
 namespace {

@@ -3,10 +3,10 @@
 #include <cstdint>
 #include <optional>
 
-#include "Private/Foundation/ZAVExport.h"
-#include "Private/Foundation/ZAVIdentifiers.h"
-#include "Private/Foundation/ZAVUUID.h"
-#include "Private/Model/Repositories/ZAVDatabaseRepository.h"
+#include <ZAVEventRepository/ZAVDatabaseRepository.h>
+#include <ZAVEventRepository/ZAVExport.h>
+#include <ZAVEventRepository/ZAVIdentifiers.h>
+#include <ZAVEventRepository/ZAVUUID.h>
 
 namespace zav {
 

@@ -2,10 +2,10 @@
 
 #include <string_view>
 
-#include "Private/Foundation/ZAVExport.h"
-#include "Private/Foundation/ZAVIdentifiers.h"
-#include "Private/Model/Repositories/ZAVDatabaseRepository.h"
-#include "Private/Model/Synchronization/ZAVSyncedChangeType.h"
+#include <ZAVEventRepository/ZAVDatabaseRepository.h>
+#include <ZAVEventRepository/ZAVExport.h>
+#include <ZAVEventRepository/ZAVIdentifiers.h>
+#include <ZAVEventRepository/ZAVSyncedChangeType.h>
 
 namespace zav {
 

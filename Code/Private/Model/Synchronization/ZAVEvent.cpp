@@ -1,6 +1,6 @@
-#include "Private/Model/Synchronization/ZAVEvent.h"
+#include <ZAVEventRepository/ZAVEvent.h>
 
-#include "Private/Foundation/ZAVFormat.h"
+#include <ZAVEventRepository/ZAVFormat.h>
 
 namespace zav {
 namespace {

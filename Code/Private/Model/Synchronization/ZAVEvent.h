@@ -6,11 +6,11 @@
 #include <string_view>
 #include <utility>
 
-#include "Messaging/ZAVTEvent.h"
-#include "Private/Foundation/ZAVExport.h"
-#include "Private/Foundation/ZAVIdentifiers.h"
-#include "Private/Foundation/ZAVUUID.h"
-#include "Private/Model/Synchronization/ZAVEventContent.h"
+#include <ZAVEventRepository/ZAVEventContent.h>
+#include <ZAVEventRepository/ZAVExport.h>
+#include <ZAVEventRepository/ZAVIdentifiers.h>
+#include <ZAVEventRepository/ZAVTEvent.h>
+#include <ZAVEventRepository/ZAVUUID.h>
 
 namespace zav {
 

@@ -1,9 +1,10 @@
-#include "Private/Model/Synchronization/ZAVEventContent.h"
+#include <ZAVEventRepository/ZAVEventContent.h>
 
 #include <utility>
 
-#include "Private/Foundation/ZAVFormat.h"
-#include "Private/Foundation/ZAVPrintable.h"
+#include <ZAVEventRepository/ZAVFormat.h>
+
+#include "Private/Foundation/Internal/ZAVPrintable.h"
 
 namespace zav {
 

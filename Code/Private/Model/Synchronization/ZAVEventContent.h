@@ -6,13 +6,13 @@
 #include <string_view>
 #include <utility>
 
-#include "Messaging/ZAVTContent.h"
-#include "Private/Foundation/ZAVDate.h"
-#include "Private/Foundation/ZAVExport.h"
-#include "Private/Foundation/ZAVIdentifiers.h"
-#include "Private/Foundation/ZAVURL.h"
-#include "Private/Foundation/ZAVUUID.h"
-#include "Private/Model/Synchronization/ZAVContentTransferStatus.h"
+#include <ZAVEventRepository/ZAVContentTransferStatus.h>
+#include <ZAVEventRepository/ZAVDate.h>
+#include <ZAVEventRepository/ZAVExport.h>
+#include <ZAVEventRepository/ZAVIdentifiers.h>
+#include <ZAVEventRepository/ZAVTContent.h>
+#include <ZAVEventRepository/ZAVURL.h>
+#include <ZAVEventRepository/ZAVUUID.h>
 
 namespace zav {
 

@@ -7,7 +7,7 @@
 #include <cstddef>
 #include <string_view>
 
-#include "Private/Logging/DDLogSink.h"
+#include <ZAVEventRepository/DDLogSink.h>
 
 namespace zav {
 

@@ -1,4 +1,4 @@
-#include "Private/Database/ZAVDatabaseCompanions.h"
+#include "Private/Database/Internal/ZAVDatabaseCompanions.h"
 
 #include <filesystem>
 #include <fstream>

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "Private/Database/FMObservation.h"
+#include <ZAVEventRepository/FMObservation.h>
 
 struct sqlite3;
 struct sqlite3_stmt;

@@ -2,7 +2,7 @@
 
 #include <cstddef>
 
-#include "Private/Model/Repositories/ZAVStatementText.h"
+#include "Private/Model/Repositories/Internal/ZAVStatementText.h"
 
 namespace zav::projections {
 

@@ -1,10 +1,10 @@
-#include "Private/Foundation/ZAVPrintable.h"
+#include "Private/Foundation/Internal/ZAVPrintable.h"
 
 #include <algorithm>
 #include <array>
 #include <charconv>
 
-#include "Private/Foundation/ZAVUTF8.h"
+#include <ZAVEventRepository/ZAVUTF8.h>
 
 namespace zav {
 namespace {

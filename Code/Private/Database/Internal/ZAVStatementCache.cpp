@@ -1,4 +1,4 @@
-#include "Private/Database/ZAVStatementCache.h"
+#include "Private/Database/Internal/ZAVStatementCache.h"
 
 #include <sqlite3.h>
 
@@ -6,7 +6,7 @@
 #include <cstring>
 #include <utility>
 
-#include "Private/Database/FMResultSet.h"
+#include <ZAVEventRepository/FMResultSet.h>
 
 namespace zav {
 namespace {

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Private/Database/FMDatabaseOptions.h"
-#include "Private/Foundation/ZAVError.h"
+#include <ZAVEventRepository/FMDatabaseOptions.h>
+#include <ZAVEventRepository/ZAVError.h>
 
 namespace zav {
 

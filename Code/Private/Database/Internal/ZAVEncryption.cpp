@@ -1,4 +1,4 @@
-#include "Private/Database/ZAVEncryption.h"
+#include "Private/Database/Internal/ZAVEncryption.h"
 
 #include <sqlite3.h>
 

@@ -1,4 +1,4 @@
-#include "Private/Database/ZAVObservation.h"
+#include "Private/Database/Internal/ZAVObservation.h"
 
 #include <sqlite3.h>
 
@@ -8,8 +8,8 @@
 #include <string_view>
 #include <utility>
 
-#include "Private/Database/ZAVSavepointStatement.h"
-#include "Private/Database/ZAVStatementCache.h"
+#include "Private/Database/Internal/ZAVSavepointStatement.h"
+#include "Private/Database/Internal/ZAVStatementCache.h"
 
 namespace zav {
 namespace {

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string>
 
-#include "Private/Foundation/ZAVError.h"
+#include <ZAVEventRepository/ZAVError.h>
 
 namespace zav {
 

@@ -4,8 +4,8 @@
 #include <optional>
 #include <string_view>
 
-#include "Private/Database/FMDatabase.h"
-#include "Private/Foundation/ZAVIdentifiers.h"
+#include <ZAVEventRepository/FMDatabase.h>
+#include <ZAVEventRepository/ZAVIdentifiers.h>
 
 namespace zav {
 

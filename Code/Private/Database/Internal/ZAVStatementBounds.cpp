@@ -1,4 +1,4 @@
-#include "Private/Database/ZAVStatementBounds.h"
+#include "Private/Database/Internal/ZAVStatementBounds.h"
 
 #include <sqlite3.h>
 

@@ -1,4 +1,4 @@
-#include "Private/Database/ZAVDatabaseFile.h"
+#include "Private/Database/Internal/ZAVDatabaseFile.h"
 
 #include <fcntl.h>
 #include <sqlite3.h>
@@ -9,7 +9,7 @@
 #include <string_view>
 #include <system_error>
 
-#include "Private/Database/ZAVDatabaseCompanions.h"
+#include "Private/Database/Internal/ZAVDatabaseCompanions.h"
 
 namespace zav {
 namespace {

@@ -1,4 +1,4 @@
-#include "Private/Database/ZAVInterruptionTimer.h"
+#include "Private/Database/Internal/ZAVInterruptionTimer.h"
 
 #include <sqlite3.h>
 

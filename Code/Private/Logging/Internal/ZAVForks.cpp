@@ -1,4 +1,4 @@
-#include "Private/Logging/ZAVForks.h"
+#include "Private/Logging/Internal/ZAVForks.h"
 
 #include <pthread.h>
 

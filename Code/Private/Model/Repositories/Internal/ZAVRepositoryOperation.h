@@ -2,9 +2,9 @@
 
 #include <string_view>
 
-#include "Private/Foundation/ZAVError.h"
-#include "Private/Logging/DDLog.h"
-#include "Private/Model/Repositories/ZAVEventRepository.h"
+#include <ZAVEventRepository/DDLog.h>
+#include <ZAVEventRepository/ZAVError.h>
+#include <ZAVEventRepository/ZAVEventRepository.h>
 
 namespace zav {
 

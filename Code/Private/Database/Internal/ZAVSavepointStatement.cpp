@@ -1,4 +1,4 @@
-#include "Private/Database/ZAVSavepointStatement.h"
+#include "Private/Database/Internal/ZAVSavepointStatement.h"
 
 #include <sqlite3.h>
 

@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-#include "Private/Foundation/ZAVError.h"
+#include <ZAVEventRepository/ZAVError.h>
 
 struct sqlite3;
 

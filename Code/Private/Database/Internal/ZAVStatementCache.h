@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-#include "Private/Database/ZAVStatementBounds.h"
+#include "Private/Database/Internal/ZAVStatementBounds.h"
 
 struct sqlite3;
 struct sqlite3_stmt;

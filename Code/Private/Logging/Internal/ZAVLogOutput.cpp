@@ -1,4 +1,4 @@
-#include "Private/Logging/ZAVLogOutput.h"
+#include "Private/Logging/Internal/ZAVLogOutput.h"
 
 #include <poll.h>
 #include <pthread.h>
@@ -9,9 +9,9 @@
 #include <mutex>
 #include <span>
 
-#include "Private/Foundation/ZAVPrintable.h"
-#include "Private/Foundation/ZAVUndestroyed.h"
-#include "Private/Logging/ZAVForks.h"
+#include "Private/Foundation/Internal/ZAVPrintable.h"
+#include "Private/Foundation/Internal/ZAVUndestroyed.h"
+#include "Private/Logging/Internal/ZAVForks.h"
 
 namespace zav {
 namespace {

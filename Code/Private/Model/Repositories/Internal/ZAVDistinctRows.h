@@ -3,7 +3,7 @@
 #include <set>
 #include <vector>
 
-#include "Private/Foundation/ZAVIdentifiers.h"
+#include <ZAVEventRepository/ZAVIdentifiers.h>
 
 namespace zav {
 

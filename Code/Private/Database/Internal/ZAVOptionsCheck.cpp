@@ -1,11 +1,11 @@
-#include "Private/Database/ZAVOptionsCheck.h"
+#include "Private/Database/Internal/ZAVOptionsCheck.h"
 
 #include <cstdint>
 #include <limits>
 #include <string>
 #include <string_view>
 
-#include "Private/Database/ZAVEncryption.h"
+#include "Private/Database/Internal/ZAVEncryption.h"
 
 namespace zav {
 namespace {

@@ -5,7 +5,7 @@
 #include <optional>
 #include <utility>
 
-#include "Private/Foundation/ZAVError.h"
+#include <ZAVEventRepository/ZAVError.h>
 
 struct sqlite3;
 
