@@ -66,7 +66,7 @@ private:
 /// An event that nobody else stores: complete and not yet sequenced, with a part that is being downloaded.
 std::shared_ptr<ZAVEvent> eventNamed(const std::string& name) {
     auto event = makeEvent(EventType_MESSAGE, SharedStore::stream(), 0);
-    event->set_client_id(ZAVDataFromUUID(ZAVUUID::random()));
+    event->set_client_id(ZAVData::fromText(name));
     event->set_transient_metadata(ZAVDictionary{{"name", name}});
     auto download = makeTextPart("");
     download->setTransferStatus(ZAVContentTransferDownloading);
@@ -256,7 +256,11 @@ TEST(HandlesOfTwoProcesses, AnotherReadsWholeBatchesWhileThisOneWrites) {
     writer.start([&] {
         const auto database = store.open();
         for (int batch = 0; !done; ++batch) {
-            persistInATransaction(database, eventsNamed("batch " + std::to_string(batch), batchSize));
+            const auto events = eventsNamed("batch " + std::to_string(batch), batchSize);
+            for (const auto& event : events) {
+                event->set_client_id(ZAVDataFromUUID(ZAVUUID::random()));  // the tool tells of any other
+            }
+            persistInATransaction(database, events);
         }
     });
     std::size_t seen = 0;

@@ -17,6 +17,7 @@
 #include "Base64.h"
 #include "JSONNumbers.h"
 
+#include "Printable.h"
 #include "StoredPath.h"
 
 namespace zavevents {
@@ -27,15 +28,6 @@ using simdjson::dom::element;
 
 /// Whole numbers from here on fit no field.
 constexpr double beyondWholeNumbers = 9223372036854775808.0;
-
-/// A name from a line as a message shows it: on one line, within bounds, and nothing that a terminal obeys.
-std::string printable(std::string_view name) {
-    constexpr std::size_t longest = 200;
-    std::string text(name.substr(0, longest));
-    std::replace_if(
-        text.begin(), text.end(), [](unsigned char byte) { return byte < 0x20 || byte == 0x7F; }, '?');
-    return name.size() > longest ? text + "..." : text;
-}
 
 /// One field of an object, for reading and for complaining about it.
 struct Field {

@@ -12,7 +12,7 @@ namespace zavevents {
 /// @throws ToolError when the database cannot be read to the end.
 template <class Take, class... Values>
 void forEachRow(zav::FMDatabase& database, const std::string& sql, Take take, const Values&... values) {
-    auto rows = database.executeQuery(sql, values...);
+    auto rows = database.executeBoundedQuery(sql, values...);
     zav::ZAVError error;
     while (rows && rows->nextWithError(&error)) {
         take(*rows);

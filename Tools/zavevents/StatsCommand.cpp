@@ -125,7 +125,7 @@ ordered_json collect(const std::shared_ptr<FMDatabase>& database) {
     return stats;
 }
 
-void print(const ordered_json& stats) {
+void printStats(const ordered_json& stats) {
     const auto line = [](const std::string& name, const ordered_json& value) {
         std::cout << std::left << std::setw(23) << name << ' ' << value.dump() << '\n';
     };
@@ -156,7 +156,7 @@ void addStatsCommand(CLI::App& app, Action& action) {
             if (options->json) {
                 std::cout << stats.dump() << '\n';
             } else {
-                print(stats);
+                printStats(stats);
             }
         };
     });

@@ -15,7 +15,7 @@ constexpr std::int64_t waiting = std::numeric_limits<std::int64_t>::min();
 constexpr std::int64_t anySequence = std::numeric_limits<std::int64_t>::max();
 
 /// As for `EventRecognition`: fewer are cheap to read again.
-constexpr std::size_t worthKeeping = 16;
+constexpr std::size_t eventsWorthKeeping = 16;
 
 }  // namespace
 
@@ -27,7 +27,7 @@ void UnnamedStreams::begin(bool othersWrote) {
         newestRowBefore_ = queryNumber(*database_, "SELECT IFNULL(MAX(database_identifier), 0) FROM events");
     }
     std::erase_if(clients_, [othersWrote](const auto& client) {
-        return othersWrote || client.second.events < worthKeeping;
+        return othersWrote || client.second.events < eventsWorthKeeping;
     });
 }
 

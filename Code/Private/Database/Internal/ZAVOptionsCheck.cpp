@@ -17,11 +17,11 @@ ZAVError badOption(std::string_view option, const std::string& value, std::strin
 }
 
 std::string octal(std::uint32_t number) {
-    std::string digits;
+    std::string text;
     for (; number != 0; number /= 8) {
-        digits.insert(digits.begin(), static_cast<char>('0' + number % 8));
+        text.insert(text.begin(), static_cast<char>('0' + number % 8));
     }
-    return "0" + digits;
+    return "0" + text;
 }
 
 ZAVError objectionToChoices(const FMDatabaseOptions& options) {

@@ -17,30 +17,29 @@
 namespace zav {
 namespace {
 
-constexpr auto everyRow = [](const FMResultSet&) { return true; };
 constexpr auto everyEvent = [](const ZAVEvent&) { return true; };
 
-/// The reading body of a set: those events of a query whose rows `isNew` accepts, and then `belongs`. `error`
-/// is the caller's own out-parameter, for the mapper. A mapper that answers null fails the operation.
-template <class IsNew, class Belongs, class... Values>
+/// The reading body of a set: those events of a query that `belongs` accepts. `error` is the caller's own
+/// out-parameter, for the mapper. A mapper that answers null fails the operation.
+template <class Belongs, class... Values>
 bool readEvents(const ZAVEventRepository& repository, std::optional<ZAVSet<ZAVEvent>>& result,
-                ZAVError& outError, ZAVError* error, const IsNew& isNew, const Belongs& belongs,
-                std::string_view statement, const Values&... values) {
+                ZAVError& outError, ZAVError* error, const Belongs& belongs, std::string_view statement,
+                const Values&... values) {
     auto rows = repository.database().executeBoundedQuery(statement, values...);
     if (!rows) {
         outError = repository.database().lastError();
         return false;
     }
     ZAVSet<ZAVEvent> events;
+    ZAVDistinctRows seen;
     while (rows->nextWithError(&outError)) {
-        if (!isNew(*rows)) {
-            continue;
-        }
         auto event = repository.objectFromResultSet(*rows, error);
         if (event == nullptr) {
             return false;
         }
-        if (belongs(*event)) {
+        // A join, or a damaged table, may yield an event more than once. It counts once.
+        const ZAVDatabaseIdentifier row = event->databaseIdentifier();
+        if ((row == ZAVDatabaseIdentifierNotSet || seen.insert(row)) && belongs(*event)) {
             events.append(std::move(event));
         }
     }
@@ -85,7 +84,7 @@ std::optional<ZAVSet<ZAVEvent>> ZAVEventRepository::allEvents(ZAVError* error) c
     static constexpr auto statement = projections::selectEvents("");
     std::optional<ZAVSet<ZAVEvent>> events;
     operation.run(*this, error, [&](ZAVError& outError) {
-        return readEvents(*this, events, outError, error, everyRow, everyEvent, statement);
+        return readEvents(*this, events, outError, error, everyEvent, statement);
     });
     return events;
 }
@@ -119,7 +118,7 @@ std::optional<ZAVSet<ZAVEvent>> ZAVEventRepository::publishableEvents(ZAVError* 
         projections::selectEvents(" WHERE events.seq IS NULL AND event_stream_id IS NOT NULL");
     std::optional<ZAVSet<ZAVEvent>> events;
     operation.run(*this, error, [&](ZAVError& outError) {
-        return readEvents(*this, events, outError, error, everyRow, isComplete, statement);
+        return readEvents(*this, events, outError, error, isComplete, statement);
     });
     return events;
 }
@@ -132,7 +131,7 @@ std::optional<ZAVSet<ZAVEvent>> ZAVEventRepository::unpublishableEvents(ZAVError
         projections::selectEvents(" WHERE events.seq IS NULL AND event_stream_id IS NULL");
     std::optional<ZAVSet<ZAVEvent>> events;
     operation.run(*this, error, [&](ZAVError& outError) {
-        return readEvents(*this, events, outError, error, everyRow, everyEvent, statement);
+        return readEvents(*this, events, outError, error, everyEvent, statement);
     });
     return events;
 }
@@ -147,11 +146,7 @@ std::optional<ZAVSet<ZAVEvent>> ZAVEventRepository::unprocessedEvents(ZAVError* 
         " WHERE synced_changes.table_name = ? AND change_type = ?";
     std::optional<ZAVSet<ZAVEvent>> events;
     operation.run(*this, error, [&](ZAVError& outError) {
-        ZAVDistinctRows seen;  // several changes may tell of one event
-        const auto isNew = [&](const FMResultSet& row) {
-            return seen.insert(row.longLongIntForColumnIndex(ZAVEventMapperColumnEventDatabaseIdentifier));
-        };
-        return readEvents(*this, events, outError, error, isNew, everyEvent, statement,
+        return readEvents(*this, events, outError, error, everyEvent, statement,
                           ZAVSyncedChangeTableNameEvents, ZAVSyncedChangeTypeInsert);
     });
     return events;
@@ -170,7 +165,7 @@ std::optional<ZAVSet<ZAVEvent>> ZAVEventRepository::eventsFromRevivedStreamWithS
     operation.run(
         *this, error,
         [&](ZAVError& outError) {
-            return readEvents(*this, events, outError, error, everyRow, everyEvent, statement,
+            return readEvents(*this, events, outError, error, everyEvent, statement,
                               streamDatabaseIdentifier);
         },
         streamDatabaseIdentifier);
@@ -184,7 +179,7 @@ std::optional<ZAVSet<ZAVEvent>> ZAVEventRepository::postedAndProcessedEvents(ZAV
     static constexpr auto statement = projections::selectEvents(" WHERE events.seq IS NOT NULL");
     std::optional<ZAVSet<ZAVEvent>> events;
     operation.run(*this, error, [&](ZAVError& outError) {
-        return readEvents(*this, events, outError, error, everyRow, everyEvent, statement);
+        return readEvents(*this, events, outError, error, everyEvent, statement);
     });
     return events;
 }

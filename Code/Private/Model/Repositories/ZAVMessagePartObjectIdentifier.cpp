@@ -12,13 +12,13 @@ constexpr std::string_view prefix = "zav:///messages/";
 constexpr std::string_view middle = "/parts/";
 constexpr std::size_t uuidLength = 36;
 
-struct Parts {
+struct IdentifierParts {
     ZAVUUID clientID;
     std::uint32_t index;
 };
 
 /// Both halves or neither: an identifier is read whole, so that two different URLs never name one part.
-std::optional<Parts> parse(const ZAVURL& objectIdentifier) {
+std::optional<IdentifierParts> parse(const ZAVURL& objectIdentifier) {
     const std::string absolute = objectIdentifier.absoluteString();
     std::string_view text = absolute;
     if (!text.starts_with(prefix)) {
@@ -36,7 +36,7 @@ std::optional<Parts> parse(const ZAVURL& objectIdentifier) {
     if (status != std::errc() || end != text.data() + text.size() || std::to_string(index) != text) {
         return std::nullopt;
     }
-    return Parts{*clientID, index};
+    return IdentifierParts{*clientID, index};
 }
 
 }  // namespace
