@@ -564,7 +564,7 @@ TEST(ToolImport, ANameInAMessageIsOnOneLineAndOfBoundedLength) {
     const ToolStore store;
     const ToolRun imported = store.import(lines({eventJSON(1, {{"transient_metadata", {{name, 7}}}})}));
     EXPECT_EQ(
-        imported.err.find("zavevents: " + store.importedFile() + ":1: transient_metadata.a\\x0A\\x1B[2Jxxx"),
+        imported.err.find("zavevents: " + store.importedFile() + ":1: transient_metadata.a\\x0a\\x1b[2Jxxx"),
         0U)
         << imported.err;
     EXPECT_LT(imported.err.size(), 1500U);
