@@ -20,8 +20,8 @@ expect(installed == public, f"installed are the public headers, apart from {sort
 
 for name in sorted(installed):
     for target in re.findall(r'^\s*#\s*include\s*(\S+)', (include / name).read_text(encoding="utf-8"), re.MULTILINE):
-        beside = re.fullmatch(r'"([^"/]+)"', target)
-        expect(f"ZAVEventRepository/{beside[1]}" in installed if beside else re.fullmatch(r"<[a-z_]+>", target),
+        beside = re.fullmatch(r"<(ZAVEventRepository/[^>]+)>", target)
+        expect(beside[1] in installed if beside else re.fullmatch(r"<[a-z_]+>", target),
                f"{name} includes {target}, which is neither beside it nor of the C++ standard library")
 
 folder = fresh(WORK / "headers")

@@ -17,7 +17,7 @@ namespace zav {
 
 /// The lines of one process in the order in which they came. They are written by one thread at a time: by the
 /// queue's own, or by a caller who has to wait for a line that nobody is writing.
-class ZAVStandardErrorSink::Queue {
+class __attribute__((visibility("hidden"))) ZAVStandardErrorSink::Queue {
 public:
     Queue() = default;
     ~Queue();
