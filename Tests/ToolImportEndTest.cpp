@@ -144,7 +144,7 @@ std::string countOf(const ToolStore& store) {
 
 /// Waits until so many events are stored; bounded.
 void waitUntilStored(const ToolStore& store, const std::string& count) {
-    const auto deadline = std::chrono::steady_clock::now() + 60s;
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
     while (!(store.run("check").status == 0 && countOf(store) == count)) {
         ASSERT_LT(std::chrono::steady_clock::now(), deadline) << "the tool stores what it is fed";
         std::this_thread::sleep_for(20ms);

@@ -178,7 +178,7 @@ std::int32_t ZAVDatabaseSchema::currentVersion() noexcept {
 
 std::shared_ptr<FMDatabase> ZAVDatabaseSchema::openDatabase(const std::string& path,
                                                             FMDatabaseOptions options, ZAVError* error) {
-    auto database = openVerified(path, options, 0, error);
+    auto database = openVerified(path, std::move(options), 0, error);
     return database && migrateDatabase(*database, error) ? database : nullptr;
 }
 

@@ -49,7 +49,8 @@ ZAVError ZAVDatabaseFile::find(const std::string& path, const std::string& vfs) 
         return {ZAVErrorDomainSQLite, status,
                 std::string(sqlite3_errstr(status)) + ": the path is too long, or leads nowhere"};
     }
-    path_ = thatIsNoURI(full.c_str());
+    full.resize(full.find('\0'));
+    path_ = thatIsNoURI(full);
     isOnDisk_ = std::string_view(files->zName).starts_with("unix");
     return objection();
 }

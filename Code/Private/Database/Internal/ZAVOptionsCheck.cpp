@@ -35,7 +35,8 @@ ZAVError objectionToChoices(const FMDatabaseOptions& options) {
                          "is none of its names");
     }
     if (options.vfs.find('\0') != std::string::npos) {
-        return badOption("vfs", options.vfs.c_str(), "goes on after a NUL, which no name does");
+        return badOption("vfs", options.vfs.substr(0, options.vfs.find('\0')),
+                         "goes on after a NUL, which no name does");
     }
     return {};
 }

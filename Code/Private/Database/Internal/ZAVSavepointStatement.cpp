@@ -46,8 +46,8 @@ private:
     }
 
     void skipPast(std::string_view end) {
-        const auto at = rest_.find(end);
-        rest_.remove_prefix(at == std::string_view::npos ? rest_.size() : at + end.size());
+        const auto position = rest_.find(end);
+        rest_.remove_prefix(position == std::string_view::npos ? rest_.size() : position + end.size());
     }
 
     /// A doubled quotation mark stands for itself, but not a bracket.

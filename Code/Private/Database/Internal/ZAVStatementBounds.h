@@ -39,6 +39,7 @@ struct ZAVStatementRun {
 class ZAVStatementBounds {
 public:
     explicit ZAVStatementBounds(sqlite3* connection) noexcept;
+    ~ZAVStatementBounds() = default;
     ZAVStatementBounds(const ZAVStatementBounds&) = delete;
     ZAVStatementBounds& operator=(const ZAVStatementBounds&) = delete;
 

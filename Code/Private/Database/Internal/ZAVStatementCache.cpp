@@ -66,8 +66,10 @@ void ZAVStatement::releaseBytes() noexcept {
 
 ZAVStatementCache::~ZAVStatementCache() {
     for (ZAVUseLink* const ring : {&kept_, &lent_}) {
-        while (ring->next() != ring) {
-            discard(static_cast<ZAVStatement&>(*ring->next()));
+        for (ZAVUseLink* link = ring->next(); link != ring;) {
+            auto& statement = static_cast<ZAVStatement&>(*link);
+            link = link->next();
+            discard(statement);
         }
     }
 }
@@ -132,8 +134,10 @@ int ZAVStatementCache::giveBack(ZAVStatement& statement) noexcept {
         statement.isInBucket_ = true;
     }
     if (++idleCount_ > capacity_) {
-        --idleCount_;
-        discard(oldestIdle());
+        if (ZAVStatement* const oldest = oldestIdle()) {
+            --idleCount_;
+            discard(*oldest);
+        }
     }
     return status;
 }
@@ -152,7 +156,7 @@ std::size_t ZAVStatementCache::cursorCount() const noexcept {
     return count;
 }
 
-ZAVStatement& ZAVStatementCache::oldestIdle() noexcept {
+ZAVStatement* ZAVStatementCache::oldestIdle() noexcept {
     ZAVStatement* oldest = nullptr;
     for (ZAVUseLink* link = kept_.next(); link != &kept_;) {
         auto& statement = static_cast<ZAVStatement&>(*link);
@@ -163,7 +167,7 @@ ZAVStatement& ZAVStatementCache::oldestIdle() noexcept {
             oldest = &statement;
         }
     }
-    return *oldest;
+    return oldest;
 }
 
 void ZAVStatementCache::takeOutOfTheWay(ZAVStatement& statement) noexcept {

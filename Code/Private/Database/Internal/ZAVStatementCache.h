@@ -32,6 +32,7 @@ template <class Ring>
 class ZAVLink {
 public:
     ZAVLink() noexcept = default;
+    ~ZAVLink() = default;
     ZAVLink(const ZAVLink&) = delete;
     ZAVLink& operator=(const ZAVLink&) = delete;
 
@@ -177,8 +178,8 @@ public:
 private:
     static constexpr std::size_t bucketCount = 128;
 
-    /// The least recently used statement that is idle, of which there must be one.
-    [[nodiscard]] ZAVStatement& oldestIdle() noexcept;
+    /// The least recently used statement that is idle; null when none is.
+    [[nodiscard]] ZAVStatement* oldestIdle() noexcept;
 
     /// Has searches among the kept statements no longer come across one that is lent.
     void takeOutOfTheWay(ZAVStatement& statement) noexcept;
