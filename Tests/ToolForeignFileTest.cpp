@@ -242,10 +242,18 @@ void addFinding(const ToolStore& store, const std::string& name) {
         ", sql = " + textOf("CREATE TABLE \"" + name + "\" (x NOT NULL)") + " WHERE name = 'own'");
 }
 
+/// Whether the engine's own check finds it: old engines do not look for such a value.
+bool isFound(const ToolStore& store) {
+    return store.execute("PRAGMA integrity_check") != std::vector<std::string>{"ok"};
+}
+
 TEST(ToolTerminal, IsSentNoControlCharactersOfAFinding) {
     const ToolStore store;
     store.importWell(lines({eventJSON(1)}));
     addFinding(store, hostile);
+    if (!isFound(store)) {
+        GTEST_SKIP() << "this engine finds nothing that it could name";
+    }
     const ToolRun check = store.run("check");
     EXPECT_EQ(check.status, 1) << "there is something to find";
     expectFitForATerminal(check.out);
@@ -264,8 +272,12 @@ TEST(ToolTerminal, IsSentTextsOfBoundedLength) {
     const std::string longName(100000, 'n');
     addFinding(store, longName);
     store.execute("UPDATE events SET type = '" + longName + "' WHERE database_identifier = 1");
-    for (const Command& command :
-         std::vector<Command>{{"stats", {}}, {"stats", {"--json"}}, {"check", {}}, {"check", {"--json"}}}) {
+    std::vector<Command> looks{{"stats", {}}, {"stats", {"--json"}}};
+    if (isFound(store)) {
+        looks.push_back({"check", {}});
+        looks.push_back({"check", {"--json"}});
+    }
+    for (const Command& command : looks) {
         const ToolRun run = store.run(command.name, command.options);
         EXPECT_LT(run.out.size() + run.err.size(), 3000U) << command.name;
         EXPECT_NE(run.out.find("nnn..."), std::string::npos) << command.name << " does not say that it cut";

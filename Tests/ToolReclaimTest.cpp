@@ -519,8 +519,9 @@ TEST(Reclaim, PathsThatAreRefusedAndFilesThatAreGoneDoNotCountTowardTheBytes) {
 // Beside another client
 
 TEST(Reclaim, APartThatIsToBeUploadedSinceTheToolWasStoppedKeepsItsFileAndItsRow) {
+    // So many that there is a moment without the lock in which the tool can be stopped.
     std::vector<StoredPart> parts;
-    for (int index = 0; index < 50; ++index) {
+    for (int index = 0; index < 400; ++index) {
         parts.push_back({"file-" + std::to_string(index), 10, 1000 + index});
     }
     const CacheStore cache(parts);
@@ -540,17 +541,17 @@ TEST(Reclaim, APartThatIsToBeUploadedSinceTheToolWasStoppedKeepsItsFileAndItsRow
         isStored = sqlite3_exec(
                        client,
                        "UPDATE event_content_parts SET transfer_status = 0, size = 11, last_accessed = 5000.5"
-                       " WHERE event_content_part_id = 49",
+                       " WHERE event_content_part_id = 399",
                        nullptr, nullptr, nullptr) == SQLITE_OK;
         sqlite3_close(client);
         tool.goOn();
     }
     EXPECT_EQ(tool.exitStatus(), 0);
-    EXPECT_TRUE(fs::exists(cache.cached("file-49"))) << "the only copy of what is to be uploaded stays";
-    EXPECT_FALSE(fs::exists(cache.cached("file-48"))) << "the others go";
+    EXPECT_TRUE(fs::exists(cache.cached("file-399"))) << "the only copy of what is to be uploaded stays";
+    EXPECT_FALSE(fs::exists(cache.cached("file-398"))) << "the others go";
     EXPECT_EQ(
         cache.store().execute("SELECT transfer_status, size, last_accessed, purged FROM event_content_parts"
-                              " WHERE event_content_part_id = 49"),
+                              " WHERE event_content_part_id = 399"),
         (Rows{"0|11|5000.5|0"}))
         << "the row is as the other client wrote it";
 }

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstring>
 
@@ -19,14 +20,20 @@ constexpr std::size_t blockSize = std::size_t{1} << 18;
 
 /// The encoding of text that is not in UTF-8, by how it begins: with a mark, or with a bracket and the zero
 /// bytes around it. Of two that begin alike the longer comes first.
-constexpr struct {
+struct Encoding {
     std::string_view beginning;
     const char* name;
-} otherEncodings[] = {
-    {"\xFF\xFE\0\0"sv, "UTF-32"}, {"\0\0\xFE\xFF"sv, "UTF-32"}, {"{\0\0\0"sv, "UTF-32"},
-    {"\0\0\0{"sv, "UTF-32"},      {"\xFF\xFE"sv, "UTF-16"},     {"\xFE\xFF"sv, "UTF-16"},
-    {"{\0"sv, "UTF-16"},          {"\0{"sv, "UTF-16"},
 };
+constexpr std::array<Encoding, 8> otherEncodings{{
+    {"\xFF\xFE\0\0"sv, "UTF-32"},
+    {"\0\0\xFE\xFF"sv, "UTF-32"},
+    {"{\0\0\0"sv, "UTF-32"},
+    {"\0\0\0{"sv, "UTF-32"},
+    {"\xFF\xFE"sv, "UTF-16"},
+    {"\xFE\xFF"sv, "UTF-16"},
+    {"{\0"sv, "UTF-16"},
+    {"\0{"sv, "UTF-16"},
+}};
 
 }  // namespace
 

@@ -1,5 +1,7 @@
 #include "Printable.h"
 
+#include <algorithm>
+#include <array>
 #include <utility>
 
 #include <ZAVEventRepository/ZAVUTF8.h>
@@ -22,7 +24,8 @@ std::string_view firstCharacter(std::string_view text) {
 /// Whether a terminal shows a character, and does nothing else.
 bool isShown(std::string_view character) {
     using namespace std::string_view_literals;
-    static constexpr std::pair<std::string_view, std::string_view> others[] = {
+    // NOLINTBEGIN(misc-misleading-bidirectional): these are what is not shown
+    static constexpr std::array<std::pair<std::string_view, std::string_view>, 7> others{{
         {"\0"sv, "\x1F"sv},                    // controls
         {"\x7F"sv, "\x7F"sv},                  // delete
         {"\xC2\x80"sv, "\xC2\x9F"sv},          // further controls
@@ -30,17 +33,16 @@ bool isShown(std::string_view character) {
         {"\xE2\x80\x8E"sv, "\xE2\x80\x8F"sv},  // left-to-right and right-to-left marks
         {"\xE2\x80\xA8"sv, "\xE2\x80\xAE"sv},  // line and paragraph separators, embeddings and overrides
         {"\xE2\x81\xA6"sv, "\xE2\x81\xA9"sv},  // isolates
-    };
-    for (const auto& [from, to] : others) {
-        if (character >= from && character <= to && character.size() == from.size()) {
-            return false;
-        }
-    }
-    return true;
+    }};
+    // NOLINTEND(misc-misleading-bidirectional)
+    return std::none_of(others.begin(), others.end(), [&](const auto& range) {
+        return character >= range.first && character <= range.second &&
+               character.size() == range.first.size();
+    });
 }
 
 void appendEscaped(std::string& result, std::string_view bytes) {
-    static constexpr char digits[] = "0123456789abcdef";
+    static constexpr std::string_view digits = "0123456789abcdef";
     for (const char byte : bytes) {
         const auto number = static_cast<unsigned char>(byte);
         result += {'\\', 'x', digits[number >> 4], digits[number & 0x0F]};

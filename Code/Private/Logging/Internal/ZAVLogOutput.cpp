@@ -23,6 +23,7 @@ constexpr std::size_t stampSize = 256;
 // that is forked in that moment would find it taken for ever.
 constinit ZAVUndestroyed<std::mutex> layingOut;
 
+// NOLINTNEXTLINE(cert-err58-cpp): it throws nothing
 [[maybe_unused]] const int waitingToFork =
     ::pthread_atfork([]() noexcept { layingOut.value.lock(); }, []() noexcept { layingOut.value.unlock(); },
                      []() noexcept { layingOut.value.unlock(); });
