@@ -42,11 +42,13 @@ std::string describeMistake(const CLI::App& app, const CLI::ParseError& error) {
     const auto commands = app.get_subcommands();
     const std::string name = "zavevents" + (commands.empty() ? "" : " " + commands.front()->get_name());
     const std::vector<std::string> strange = app.remaining(true);
-    const auto is = [&](CLI::ExitCodes code) { return error.get_exit_code() == static_cast<int>(code); };
+    const auto failedBy = [&](CLI::ExitCodes code) {
+        return error.get_exit_code() == static_cast<int>(code);
+    };
     std::string reason = printable(error.what());
-    if (is(CLI::ExitCodes::ExtrasError) && !strange.empty()) {
+    if (failedBy(CLI::ExitCodes::ExtrasError) && !strange.empty()) {
         reason = strangeWord(strange.front(), true);
-    } else if (is(CLI::ExitCodes::RequiredError) && commands.empty()) {
+    } else if (failedBy(CLI::ExitCodes::RequiredError) && commands.empty()) {
         reason = strange.empty() ? "no command is given" : strangeWord(strange.front(), false);
     }
     return name + ": " + reason + "; see '" + name + " --help'";
