@@ -25,7 +25,7 @@ struct CheckOptions {
     bool json = false;
 };
 
-const std::string fine = "ok";
+constexpr const char* fine = "ok";
 
 /// What the engine finds wrong with the file: one text a fault, or only "ok".
 std::vector<std::string> integrity(FMDatabase& database) {
@@ -49,7 +49,7 @@ std::string schema(FMDatabase& database) {
         return "the schema has version " + std::to_string(*version) + " of " +
                std::to_string(ZAVDatabaseSchema::currentVersion());
     }
-    return version ? fine : asUTF8(error.message());
+    return version ? std::string(fine) : asUTF8(error.message());
 }
 
 /// The answer of a count; null where damage keeps it from being made.

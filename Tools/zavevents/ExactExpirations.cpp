@@ -8,17 +8,17 @@ using namespace zav;
 
 namespace {
 
-#define ZAV_EXACT_EXPIRATIONS                                                                             \
-    "SELECT event_database_identifier, event_content_part_id, access_expiration FROM event_content_parts" \
-    " WHERE (access_expiration <> CAST(access_expiration AS INTEGER) OR access_expiration < 0"            \
-    " OR access_expiration >= 9.2e18) AND typeof(access_expiration) IN ('real', 'integer')"
+constexpr std::string_view exactExpirations =
+    "SELECT event_database_identifier, event_content_part_id, access_expiration FROM event_content_parts"
+    " WHERE (access_expiration <> CAST(access_expiration AS INTEGER) OR access_expiration < 0"
+    " OR access_expiration >= 9.2e18) AND typeof(access_expiration) IN ('real', 'integer')";
 
 }  // namespace
 
 ExactExpirations::ExactExpirations(std::shared_ptr<FMDatabase> database, bool ofAll)
     : database_(std::move(database)), ofAll_(ofAll) {
     if (ofAll_) {
-        forEachRow(*database_, ZAV_EXACT_EXPIRATIONS, [this](const FMResultSet& row) { take(row); });
+        forEachRow(*database_, std::string(exactExpirations), [this](const FMResultSet& row) { take(row); });
     }
 }
 
@@ -29,7 +29,7 @@ void ExactExpirations::restore(ZAVEvent& event) {
     if (!ofAll_) {
         expirations_.clear();
         forEachRow(
-            *database_, ZAV_EXACT_EXPIRATIONS " AND event_database_identifier = ?",
+            *database_, std::string(exactExpirations) + " AND event_database_identifier = ?",
             [this](const FMResultSet& row) { take(row); }, event.databaseIdentifier());
     }
     const auto [first, last] = expirations_.equal_range(event.databaseIdentifier());

@@ -16,7 +16,7 @@ bool isDigit(char character) {
 
 /// Passes over digits; false when there is none.
 bool passDigits(std::string_view& text) {
-    const std::size_t count =
+    const auto count =
         static_cast<std::size_t>(std::find_if_not(text.begin(), text.end(), isDigit) - text.begin());
     text.remove_prefix(count);
     return count != 0;

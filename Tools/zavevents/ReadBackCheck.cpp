@@ -1,8 +1,10 @@
 #include "ReadBackCheck.h"
 
 #include <algorithm>
+#include <array>
 #include <map>
 #include <optional>
+#include <span>
 #include <tuple>
 
 #include <ZAVEventRepository/ZAVMessageRepositoryCache.h>
@@ -23,7 +25,7 @@ struct OddColumn {
     std::string_view condition;
 };
 
-constexpr OddColumn oddEventColumns[] = {
+constexpr auto oddEventColumns = std::to_array<OddColumn>({
     {"type", "typeof(type) <> 'integer' OR type NOT BETWEEN -2147483648 AND 2147483647"},
     {"creator_id", "typeof(creator_id) NOT IN ('text', 'null')"},
     {"creator_name", "typeof(creator_name) NOT IN ('text', 'null')"},
@@ -43,9 +45,9 @@ constexpr OddColumn oddEventColumns[] = {
      " OR target_seq NOT BETWEEN -2147483648 AND 2147483647"},
     {"subtype", "typeof(subtype) NOT IN ('integer', 'null') OR subtype NOT BETWEEN 0 AND 255"},
     {"client_id", "typeof(client_id) <> 'blob'"},
-};
+});
 
-constexpr OddColumn oddPartColumns[] = {
+constexpr auto oddPartColumns = std::to_array<OddColumn>({
     {"type", "typeof(type) NOT IN ('text', 'null')"},
     {"value", "typeof(value) NOT IN ('blob', 'null')"},
     {"value, which stands beside a url", "url IS NOT NULL AND length(value) > 0"},
@@ -62,11 +64,10 @@ constexpr OddColumn oddPartColumns[] = {
      "typeof(last_accessed) NOT IN ('real', 'integer', 'null')"
      " OR abs(last_accessed) > 1.7976931348623157e308"},
     {"purged", "typeof(purged) NOT IN ('integer', 'null')"},
-};
+});
 
 /// The query of the rows in which any of the columns is odd: the row of the event, and the columns' names.
-template <std::size_t count>
-std::string queryOfOdd(const OddColumn (&columns)[count], std::string_view row, std::string_view table) {
+std::string queryOfOdd(std::span<const OddColumn> columns, std::string_view row, std::string_view table) {
     std::string names;
     std::string anyOdd;
     for (const auto& [name, condition] : columns) {
