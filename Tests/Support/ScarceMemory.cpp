@@ -33,6 +33,10 @@ void* operator new(std::size_t size) {
     return memory;
 }
 
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    return zav::test::memoryIsThere() ? std::malloc(size == 0 ? 1 : size) : nullptr;
+}
+
 void operator delete(void* memory) noexcept {
     std::free(memory);
 }
