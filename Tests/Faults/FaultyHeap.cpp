@@ -56,6 +56,10 @@ void* operator new(std::size_t size) {
     return zav::test::allocate(size);
 }
 
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    return zav::test::fails() ? nullptr : std::malloc(size == 0 ? 1 : size);
+}
+
 void operator delete(void* memory) noexcept {
     std::free(memory);
 }
