@@ -21,7 +21,7 @@ constexpr std::size_t worthKeeping = 16;
 }
 
 /// Advances; a failure is no end.
-bool next(FMDatabase& database, std::optional<FMResultSet>& rows) {
+bool next(const FMDatabase& database, std::optional<FMResultSet>& rows) {
     ZAVError error;
     if (!rows) {
         fail(database);

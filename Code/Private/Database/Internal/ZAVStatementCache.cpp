@@ -143,11 +143,11 @@ int ZAVStatementCache::giveBack(ZAVStatement& statement) noexcept {
 }
 
 void ZAVStatementCache::discard(ZAVStatement& statement) noexcept {
-    const std::unique_ptr<ZAVStatement> discarded(&statement);
     statement.ZAVUseLink::leave();
     if (statement.isInBucket_) {
         statement.ZAVBucketLink::leave();
     }
+    std::default_delete<ZAVStatement>{}(&statement);
 }
 
 std::size_t ZAVStatementCache::cursorCount() const noexcept {
