@@ -1,6 +1,6 @@
 #pragma once
 
-#include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -17,13 +17,10 @@
 #include <ZAVEventRepository/ZAVValue.h>
 
 struct sqlite3;
-struct sqlite3_stmt;
 
 namespace zav {
 
-struct ZAVObservation;
-class ZAVStatementBounds;
-class ZAVStatementCache;
+class ZAVConnection;
 
 /// A handle on one SQLite database: one connection, with its prepared statements.
 ///
@@ -41,8 +38,8 @@ class ZAV_EXPORT FMDatabase {
 public:
     /// Opens a database file, or makes one.
     ///
-    /// Foreign hands are kept off: the engine's defensive mode is on, functions named in the schema are not
-    /// trusted, cells are checked as pages are read, and no extension can be loaded.
+    /// A file of unknown origin can do no harm: the engine's defensive mode is on, functions named in the
+    /// schema are not trusted, cells are checked as pages are read, and no extension can be loaded.
     ///
     /// A path is a path, also one that begins with `file:` on an engine that takes URIs. Refused are an empty
     /// path and one with a NUL; a file that is no ordinary one, or has another name too (a hard link), under
@@ -60,6 +57,8 @@ public:
                                                                       const FMDatabaseOptions& options = {},
                                                                       ZAVError* error = nullptr);
 
+    /// For the library's own use: a handle on an open connection.
+    explicit FMDatabase(std::unique_ptr<ZAVConnection> connection) noexcept;
     FMDatabase(const FMDatabase&) = delete;
     FMDatabase& operator=(const FMDatabase&) = delete;
 
@@ -73,7 +72,7 @@ public:
     /// @return a cursor before the first row, or none on failure.
     template <class... Values>
     [[nodiscard]] std::optional<FMResultSet> executeQuery(std::string_view sql, const Values&... values) {
-        return query(statementWithValues(sql, Bytes::copied, values...), Reach::free);
+        return query(statementWithValues(sql, Bytes::copied, values...));
     }
 
     /// As `executeQuery`, for a statement that meets each row of the file a few times at most. When it yields
@@ -84,21 +83,21 @@ public:
     template <class... Values>
     [[nodiscard]] std::optional<FMResultSet> executeBoundedQuery(std::string_view sql,
                                                                  const Values&... values) {
-        return query(statementWithValues(sql, Bytes::copied, values...), Reach::bounded);
+        return boundedQuery(statementWithValues(sql, Bytes::copied, values...));
     }
 
     /// Runs a statement to its end. Rows that it may yield are passed over.
     /// @return whether it succeeded.
     template <class... Values>
     bool executeUpdate(std::string_view sql, const Values&... values) {
-        return update(statementWithValues(sql, Bytes::referredTo, values...), Reach::free);
+        return update(statementWithValues(sql, Bytes::referredTo, values...));
     }
 
     /// As `executeUpdate`, bounded as a query by `executeBoundedQuery` is. A statement that is ended in this
     /// way takes the whole transaction back.
     template <class... Values>
     bool executeBoundedUpdate(std::string_view sql, const Values&... values) {
-        return update(statementWithValues(sql, Bytes::referredTo, values...), Reach::bounded);
+        return boundedUpdate(statementWithValues(sql, Bytes::referredTo, values...));
     }
 
     /// Prepares a statement ahead of its use, and keeps it if any are kept, so that running it needs no
@@ -126,7 +125,7 @@ public:
     bool useWriteAheadLog();
 
     /// The error of the most recent failed call on this handle or one of its cursors; empty before the first.
-    [[nodiscard]] const ZAVError& lastError() const noexcept { return lastError_; }
+    [[nodiscard]] const ZAVError& lastError() const noexcept;
 
     /// Rows changed by the most recent insert, update or delete.
     [[nodiscard]] int changes() const noexcept;
@@ -167,19 +166,12 @@ public:
     [[nodiscard]] std::size_t openResultSets() const noexcept;
 
     /// The engine's own connection, for what this class does not cover. It stays the handle's property.
-    [[nodiscard]] sqlite3* sqliteHandle() const noexcept { return connection_; }
+    [[nodiscard]] sqlite3* sqliteHandle() const noexcept;
+
+    /// For the library's own use: what the handle works through.
+    [[nodiscard]] ZAVConnection& connection() const noexcept { return *connection_; }
 
 private:
-    friend class FMResultSet;
-    friend class ZAVDatabaseSchema;
-    friend class ZAVTransaction;
-
-    /// A handle that is not yet open.
-    explicit FMDatabase(std::size_t statementCacheCapacity);
-
-    [[nodiscard]] bool configure(const FMDatabaseOptions& options);
-    void close() noexcept;
-    void closeUntouched() noexcept;
     /// Whether a statement keeps a copy of the texts and byte strings bound to it. Those that it only refers
     /// to must stay alive until it is given back.
     enum class Bytes : bool { referredTo, copied };
@@ -188,7 +180,7 @@ private:
     template <class... Values>
     [[nodiscard]] ZAVStatement* statementWithValues(std::string_view sql, [[maybe_unused]] Bytes bytes,
                                                     const Values&... values) {
-        ZAVStatement* const statement = lendForValues(sql, sizeof...(Values));
+        ZAVStatement* const statement = lend(sql, sizeof...(Values));
         // Value by value, and not from an array: the compiler knows the kind of most.
         [[maybe_unused]] int position = 0;
         return statement != nullptr && (bind(*statement, ++position, FMParameter(values), bytes) && ...)
@@ -197,8 +189,8 @@ private:
     }
     [[nodiscard]] ZAVStatement* statementWithArguments(std::string_view sql, Bytes bytes,
                                                        std::span<const ZAVValue> arguments);
+    [[nodiscard]] ZAVStatement* lend(std::string_view sql, std::size_t valueCount);
 
-    /// Binds one value. On failure the statement is discarded.
     [[nodiscard]] bool bind(ZAVStatement& statement, int position, const FMParameter& value, Bytes bytes) {
         switch (value.kind()) {
             case FMParameter::Kind::integer:
@@ -218,46 +210,14 @@ private:
     [[nodiscard]] bool bindBytes(ZAVStatement& statement, int position, const FMParameter& value,
                                  Bytes bytes);
     [[nodiscard]] bool bindNull(ZAVStatement& statement, int position);
-    bool discardUnbound(ZAVStatement& statement);
 
-    /// Whether a run ends where a sound file would have ended it.
-    enum class Reach : bool { free, bounded };
+    /// These take a statement that is ready, or null.
+    [[nodiscard]] std::optional<FMResultSet> query(ZAVStatement* statement);
+    [[nodiscard]] std::optional<FMResultSet> boundedQuery(ZAVStatement* statement);
+    bool update(ZAVStatement* statement);
+    bool boundedUpdate(ZAVStatement* statement);
 
-    [[nodiscard]] std::optional<FMResultSet> query(ZAVStatement* statement, Reach reach);
-    bool update(ZAVStatement* statement, Reach reach);
-    void beginRun(ZAVStatement& statement, Reach reach) const noexcept;
-    [[nodiscard]] ZAVStatement* lend(std::string_view sql);
-    [[nodiscard]] ZAVStatement* lendNew(std::string_view sql);
-    [[nodiscard]] bool refuseUnreadable(std::string_view sql);
-    [[nodiscard]] bool refuseTooLong(std::string_view sql);
-    [[nodiscard]] bool runScript(const char* script);
-    [[nodiscard]] bool runToEnd(sqlite3_stmt* statement);
-    [[nodiscard]] ZAVStatement* lendForValues(std::string_view sql, std::size_t valueCount);
-    [[nodiscard]] bool leaveAbandonedTransaction();
-    [[nodiscard]] int step(ZAVStatement& statement) noexcept;
-    [[nodiscard]] int stepEngine(ZAVStatement& statement) const noexcept;
-    [[nodiscard]] int stepCount(ZAVStatement& statement) noexcept;
-    int giveBack(ZAVStatement& statement) noexcept;
-    void failAndDiscard(ZAVStatement& statement);
-    void discardFailed(ZAVStatement& statement) noexcept;
-    void forgetCounts() noexcept;
-    void deliverChanges() noexcept;
-    template <class Change>
-    void changeObservation(const Change& change);
-    bool fail(ZAVError error);
-    bool failWithEngineError();
-    bool failRun(const ZAVStatement& statement);
-    bool failBeyondBounds();
-
-    sqlite3* connection_ = nullptr;
-    std::unique_ptr<ZAVStatementCache> statements_;
-    std::unique_ptr<ZAVStatementBounds> bounds_;
-    std::unique_ptr<ZAVObservation> observation_;  ///< null unless somebody watches
-    ZAVError lastError_;
-    std::chrono::milliseconds busyTimeout_{0};
-    std::uint64_t transactionNumber_ = 0;  ///< another for each transaction that a `ZAVTransaction` begins
-    bool isDurable_ = false;
-    bool transactionIsAbandoned_ = false;
+    std::unique_ptr<ZAVConnection> connection_;
 };
 
 }  // namespace zav

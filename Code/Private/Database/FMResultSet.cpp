@@ -5,17 +5,14 @@
 #include <new>
 #include <utility>
 
-#include <ZAVEventRepository/FMDatabase.h>
-
 #include <ZAVEventRepository/NSInternalInconsistencyException.h>
 
-#include "Private/Database/Internal/ZAVStatementBounds.h"
-#include "Private/Database/Internal/ZAVStatementCache.h"
+#include "Private/Database/Internal/ZAVConnection.h"
 
 namespace zav {
 
-FMResultSet::FMResultSet(FMDatabase& database, ZAVStatement& statement) noexcept
-    : database_(&database), statement_(&statement) {
+FMResultSet::FMResultSet(ZAVConnection& connection, ZAVStatement& statement) noexcept
+    : connection_(&connection), statement_(&statement) {
     statement_->cursor = this;
 }
 
@@ -32,7 +29,7 @@ FMResultSet& FMResultSet::operator=(FMResultSet&& other) noexcept {
 }
 
 void FMResultSet::adopt(FMResultSet& other) noexcept {
-    database_ = other.database_;
+    connection_ = other.connection_;
     statement_ = std::exchange(other.statement_, nullptr);
     row_ = std::exchange(other.row_, nullptr);
     if (statement_ != nullptr) {
@@ -44,7 +41,7 @@ bool FMResultSet::nextWithError(ZAVError* error) {
     if (statement_ == nullptr) {
         return false;
     }
-    switch (database_->step(*statement_)) {
+    switch (connection_->step(*statement_)) {
         case SQLITE_ROW:
             row_ = statement_->handle();
             return true;
@@ -53,8 +50,8 @@ bool FMResultSet::nextWithError(ZAVError* error) {
             return false;
         default:
             row_ = nullptr;
-            database_->failAndDiscard(*std::exchange(statement_, nullptr));
-            ZAVStoreError(error, database_->lastError());
+            connection_->discardFailed(*std::exchange(statement_, nullptr));
+            ZAVStoreError(error, connection_->lastError());
             return false;
     }
 }
@@ -65,19 +62,19 @@ void FMResultSet::close() noexcept {
 
 bool FMResultSet::closeWithError(ZAVError* error) {
     const bool isWithinBounds = statement_ == nullptr || !statement_->run.isBounded ||
-                                database_->bounds_->isWithinBounds(statement_->run);
+                                connection_->bounds().isWithinBounds(statement_->run);
     if (giveBack() == SQLITE_OK && isWithinBounds) {
         return true;
     }
-    static_cast<void>(isWithinBounds ? database_->failWithEngineError() : database_->failBeyondBounds());
-    ZAVStoreError(error, database_->lastError());
+    static_cast<void>(isWithinBounds ? connection_->failWithEngineError() : connection_->failBeyondBounds());
+    ZAVStoreError(error, connection_->lastError());
     return false;
 }
 
 int FMResultSet::giveBack() noexcept {
     row_ = nullptr;
     ZAVStatement* const statement = std::exchange(statement_, nullptr);
-    return statement == nullptr ? SQLITE_OK : database_->giveBack(*statement);
+    return statement == nullptr ? SQLITE_OK : connection_->giveBack(*statement);
 }
 
 bool FMResultSet::rowIsSound() const noexcept {

@@ -14,7 +14,7 @@ struct sqlite3_stmt;
 
 namespace zav {
 
-class FMDatabase;
+class ZAVConnection;
 class ZAVStatement;
 
 /// A cursor over the rows of one query, first positioned before the first row.
@@ -27,6 +27,9 @@ class ZAVStatement;
 /// does; before the first row, after the last and for a position that does not exist they answer as for NULL.
 class ZAV_EXPORT FMResultSet {
 public:
+    /// For the library's own use: a cursor over a statement that is lent to it and ready for its first step.
+    FMResultSet(ZAVConnection& connection, ZAVStatement& statement) noexcept;
+
     /// Takes the cursor over; `other` is closed.
     FMResultSet(FMResultSet&& other) noexcept;
 
@@ -88,14 +91,11 @@ public:
     [[nodiscard]] std::optional<ZAVData> dataForColumn(std::string_view name) const;
 
 private:
-    friend class FMDatabase;
-    FMResultSet(FMDatabase& database, ZAVStatement& statement) noexcept;
-
     void adopt(FMResultSet& other) noexcept;
     [[nodiscard]] int giveBack() noexcept;
     [[nodiscard]] int indexForColumn(std::string_view name) const;
 
-    FMDatabase* database_ = nullptr;
+    ZAVConnection* connection_ = nullptr;
     ZAVStatement* statement_ = nullptr;  ///< null once closed
     sqlite3_stmt* row_ = nullptr;        ///< the statement while it stands on a row
 };

@@ -9,19 +9,13 @@
 
 #include <ZAVEventRepository/ZAVTransaction.h>
 
+#include "Private/Database/Internal/ZAVDatabaseOpening.h"
 #include "Private/Database/Internal/ZAVSchemaMigrations.h"
+#include "Private/Database/Internal/ZAVSchemaVersion.h"
+#include "Private/Database/Internal/ZAVStatements.h"
 
 namespace zav {
 namespace {
-
-/// The first column of a query's only row; none on failure.
-std::optional<std::int64_t> number(FMDatabase& database, std::string_view sql) {
-    auto rows = database.executeBoundedQuery(sql);
-    if (!rows || !rows->next()) {
-        return std::nullopt;
-    }
-    return rows->longLongIntForColumnIndex(0);
-}
 
 bool fail(ZAVError* error, const ZAVError& reason) {
     ZAVStoreError(error, reason);
@@ -48,17 +42,13 @@ ZAVError olderSchema(std::int32_t version) {
 /// known, or empty. None for any other.
 std::optional<std::int32_t> migratableVersion(FMDatabase& database, ZAVError* error) {
     // The tables before the version: whoever makes the tables meanwhile writes the version with them.
-    const auto hasTables = number(database, "SELECT EXISTS (SELECT 1 FROM sqlite_master)");
+    const auto hasTables = readNumber(database, error, "SELECT EXISTS (SELECT 1 FROM sqlite_master)");
     if (!hasTables) {
-        ZAVStoreError(error, database.lastError());
         return std::nullopt;
     }
     const auto version = ZAVDatabaseSchema::versionOfDatabase(database, error);
     if (version && *version > ZAVDatabaseSchema::currentVersion()) {
-        ZAVStoreError(error, {ZAVErrorDomainDatabase, ZAVDatabaseErrorNewerSchema,
-                              "the database has schema version " + std::to_string(*version) +
-                                  ", but this version of the library knows only versions up to " +
-                                  std::to_string(ZAVDatabaseSchema::currentVersion())});
+        ZAVStoreError(error, ZAVErrorOfNewerSchema(*version, ZAVDatabaseSchema::currentVersion()));
         return std::nullopt;
     }
     if (version && (*version < 0 || (*version == 0 && *hasTables != 0))) {
@@ -142,10 +132,10 @@ bool hasTablesOfVersion(FMDatabase& database, std::int32_t version, ZAVError* er
     bool hasSequences = false;
     ZAVError objection;
     ZAVError failure;
-    auto rows = database.executeBoundedQuery(
-        "SELECT substr(type, 1, 100), substr(name, 1, 100), sql FROM sqlite_master");
+    auto rows = runQuery(database, error,
+                         "SELECT substr(type, 1, 100), substr(name, 1, 100), sql FROM sqlite_master");
     if (!rows) {
-        return fail(error, database.lastError());
+        return false;
     }
     while (!objection && rows->nextWithError(&failure)) {
         const SchemaRow row{rows->stringForColumnIndex(0).value_or(""),
@@ -207,7 +197,7 @@ std::shared_ptr<FMDatabase> ZAVDatabaseSchema::openVerified(const std::string& p
         ZAVStoreError(error, olderSchema(*version));
     }
     if (!version || *version < oldestVersion) {
-        database->closeUntouched();
+        ZAVCloseUntouched(database->connection());
         return nullptr;
     }
     if (writeAheadLog && !database->useWriteAheadLog()) {
@@ -224,12 +214,8 @@ std::optional<std::int32_t> ZAVDatabaseSchema::verifyDatabase(FMDatabase& databa
 }
 
 std::optional<std::int32_t> ZAVDatabaseSchema::versionOfDatabase(FMDatabase& database, ZAVError* error) {
-    const auto version = number(database, "PRAGMA user_version");
-    if (!version) {
-        ZAVStoreError(error, database.lastError());
-        return std::nullopt;
-    }
-    return static_cast<std::int32_t>(*version);
+    const auto version = readNumber(database, error, "PRAGMA user_version");
+    return version ? std::optional(static_cast<std::int32_t>(*version)) : std::nullopt;
 }
 
 bool ZAVDatabaseSchema::migrateDatabase(FMDatabase& database, ZAVError* error) {

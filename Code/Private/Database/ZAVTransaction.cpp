@@ -1,50 +1,44 @@
 #include <ZAVEventRepository/ZAVTransaction.h>
 
+#include "Private/Database/Internal/ZAVConnection.h"
+
 namespace zav {
 
 std::optional<ZAVTransaction> ZAVTransaction::begin(FMDatabase& database, ZAVError* error) {
-    // What ends a transaction is made ready before it begins, for when memory is short.
-    if (!database.prepare("ROLLBACK") || !database.prepare("COMMIT") ||
-        !database.executeUpdate("BEGIN IMMEDIATE")) {
-        ZAVStoreError(error, database.lastError());
+    ZAVConnection& connection = database.connection();
+    const auto number = connection.beginTransaction();
+    if (!number) {
+        ZAVStoreError(error, connection.lastError());
         return std::nullopt;
     }
-    return ZAVTransaction(database);
+    return ZAVTransaction(connection, *number);
 }
 
-ZAVTransaction::ZAVTransaction(FMDatabase& database) noexcept
-    : database_(&database), number_(++database.transactionNumber_) {}
-
 bool ZAVTransaction::isOpen() const noexcept {
-    return database_ != nullptr && database_->transactionNumber_ == number_ && database_->inTransaction();
+    return connection_ != nullptr && connection_->isInTransaction(number_);
 }
 
 bool ZAVTransaction::commit(ZAVError* error) {
-    const auto fail = [&](const ZAVError& reason) {
-        ZAVStoreError(error, reason);
-        rollback();
+    const ZAVError ended(ZAVErrorDomainDatabase, ZAVDatabaseErrorTransactionEnded,
+                         "the transaction is no longer open");
+    if (connection_ == nullptr) {
+        ZAVStoreError(error, ended);
         return false;
-    };
-    if (!isOpen()) {
-        const ZAVError ended(ZAVErrorDomainDatabase, ZAVDatabaseErrorTransactionEnded,
-                             "the transaction is no longer open");
-        if (database_ != nullptr) {
-            database_->fail(ended);
-        }
-        return fail(ended);
     }
-    if (!database_->executeUpdate("COMMIT")) {
-        return fail(database_->lastError());
+    if (!isOpen() ? connection_->fail(ended) : connection_->commitTransaction()) {
+        connection_ = nullptr;
+        return true;
     }
-    database_ = nullptr;
-    return true;
+    ZAVStoreError(error, connection_->lastError());
+    rollback();
+    return false;
 }
 
 void ZAVTransaction::rollback() noexcept {
     if (isOpen()) {
-        database_->rollback();
+        connection_->endTransaction();
     }
-    database_ = nullptr;
+    connection_ = nullptr;
 }
 
 }  // namespace zav

@@ -26,7 +26,7 @@ public:
 
     /// Takes the transaction over; `other` ends without effect.
     ZAVTransaction(ZAVTransaction&& other) noexcept
-        : database_(std::exchange(other.database_, nullptr)), number_(other.number_) {}
+        : connection_(std::exchange(other.connection_, nullptr)), number_(other.number_) {}
     ZAVTransaction(const ZAVTransaction&) = delete;
     ZAVTransaction& operator=(const ZAVTransaction&) = delete;
     ZAVTransaction& operator=(ZAVTransaction&&) = delete;
@@ -41,13 +41,13 @@ public:
     void rollback() noexcept;
 
 private:
-    explicit ZAVTransaction(FMDatabase& database) noexcept;
+    ZAVTransaction(ZAVConnection& connection, std::uint64_t number) noexcept
+        : connection_(&connection), number_(number) {}
 
-    /// Whether the handle's open transaction is the one that this object began.
     [[nodiscard]] bool isOpen() const noexcept;
 
-    FMDatabase* database_;  ///< null once ended
-    std::uint64_t number_;  ///< what the handle calls the transaction
+    ZAVConnection* connection_;  ///< null once ended
+    std::uint64_t number_;       ///< what the connection calls the transaction
 };
 
 }  // namespace zav

@@ -64,7 +64,7 @@ void ZAVStatement::releaseBytes() noexcept {
     }
 }
 
-ZAVStatementCache::~ZAVStatementCache() {
+void ZAVStatementCache::clear() noexcept {
     for (ZAVUseLink* const ring : {&kept_, &lent_}) {
         for (ZAVUseLink* link = ring->next(); link != ring;) {
             auto& statement = static_cast<ZAVStatement&>(*link);

@@ -139,7 +139,7 @@ private:
 class ZAVStatementCache {
 public:
     explicit ZAVStatementCache(std::size_t capacity) : capacity_(capacity) {}
-    ~ZAVStatementCache();
+    ~ZAVStatementCache() { clear(); }
     ZAVStatementCache(const ZAVStatementCache&) = delete;
     ZAVStatementCache& operator=(const ZAVStatementCache&) = delete;
 
@@ -159,6 +159,9 @@ public:
 
     /// Closes every open cursor.
     void closeCursors() noexcept;
+
+    /// Finalises all statements. None may be used by a cursor any more.
+    void clear() noexcept;
 
     /// How many statements are lent to cursors.
     [[nodiscard]] std::size_t cursorCount() const noexcept;

@@ -8,7 +8,8 @@ ZAVDatabaseIdentifier ZAVConversationRepository::findOrCreateConversationWithStr
     const ZAVUUID& streamUUID, ZAVError* error) const {
     return findOrInsert(database(), error,
                         "SELECT database_identifier FROM conversations WHERE stream_id = ?",
-                        "INSERT INTO conversations (stream_id) VALUES (?)", streamUUID);
+                        "INSERT INTO conversations (stream_id) VALUES (?)", streamUUID)
+        .value_or(ZAVDatabaseIdentifierNotSet);
 }
 
 bool ZAVConversationRepository::addParticipant(std::string_view memberID,

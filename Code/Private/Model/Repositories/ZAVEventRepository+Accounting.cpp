@@ -38,11 +38,10 @@ bool ZAVEventRepository::persistEventContentUpdate(const ZAVEventContent& eventC
             "before; eventContent=%@",
             eventContent));
     }
-    bool succeeded = false;
-    operation.attempt(
+    return operation.attempt(
         *this, error,
         [&](ZAVError& outError) {
-            succeeded = runUpdate(
+            return runUpdate(
                 database(), &outError,
                 "UPDATE event_content_parts SET access_expiration = ?, url = ?, size = ?, transfer_status = ?, "
                 "file_path = ?, last_accessed = ?, purged = ? WHERE event_content_part_id = ? AND "
@@ -52,10 +51,8 @@ bool ZAVEventRepository::persistEventContentUpdate(const ZAVEventContent& eventC
                 eventContent.fileURL() ? std::optional(eventContent.fileURL()->relativePath()) : std::nullopt,
                 eventContent.lastAccessed(), eventContent.isPurged(), eventContent.index(),
                 eventContent.eventDatabaseIdentifier());
-            return succeeded;
         },
         eventContent);
-    return succeeded;
 }
 
 ZAVSize ZAVEventRepository::totalDiskUtilizationOfEventContentPartsWithError(ZAVError* error) const {
@@ -65,13 +62,13 @@ ZAVSize ZAVEventRepository::totalDiskUtilizationOfEventContentPartsWithError(ZAV
         "Failed calculating total disk utilization of all the event content parts with %@"};
     ZAVSize total = std::numeric_limits<ZAVSize>::max();
     account(operation, *this, error, [&](ZAVError& outError) {
-        auto rows = database().executeBoundedQuery(
+        auto rows = runQuery(
+            database(), &outError,
             "SELECT SUM(event_content_parts.size) FROM event_content_parts WHERE (transfer_status = ? OR "
             "transfer_status = ? OR transfer_status = ?) AND file_path IS NOT NULL AND size IS NOT NULL AND "
             "(purged = 0 OR purged IS NULL)",
             ZAVContentTransferAwaitingUpload, ZAVContentTransferUploading, ZAVContentTransferComplete);
         if (!rows) {
-            outError = database().lastError();
             return false;
         }
         if (rows->next()) {
@@ -98,10 +95,9 @@ std::optional<ZAVSet<ZAVEventContent>> ZAVEventRepository::leastRecentlyAccessed
     account(
         operation, *this, error,
         [&](ZAVError& outError) {
-            auto rows = database().executeBoundedQuery(statement, ZAVContentTransferAwaitingUpload,
-                                                       ZAVContentTransferUploading);
+            auto rows = runQuery(database(), &outError, statement, ZAVContentTransferAwaitingUpload,
+                                 ZAVContentTransferUploading);
             if (!rows) {
-                outError = database().lastError();
                 return false;
             }
             contents.emplace();

@@ -1,25 +1,19 @@
-#include <string_view>
-
 #include <ZAVEventRepository/ZAVEventRepository.h>
-
 #include <ZAVEventRepository/ZAVMessagePartObjectIdentifier.h>
 
 #include "Private/Model/Repositories/Internal/ZAVEventRepositoryProjections.h"
-
-#include "Private/Model/Repositories/Internal/ZAVRepositoryOperation.h"
-#include "Private/Model/Repositories/Internal/ZAVRepositoryStatements.h"
+#include "Private/Model/Repositories/Internal/ZAVRepositoryReading.h"
 
 namespace zav {
 namespace {
 
-/// The reading body of a single content part.
-template <class... Values>
-bool readContent(const ZAVEventRepository& repository, std::shared_ptr<ZAVEventContent>& result,
-                 ZAVError& outError, std::string_view statement, const Values&... values) {
-    return readFirstRow(
-        repository.database(), result, outError,
-        [&](const FMResultSet& row) { return repository.eventContentFromResultSet(row); }, statement,
-        values...);
+template <class Query, class... LogArguments>
+std::shared_ptr<ZAVEventContent> readContent(const ZAVRepositoryOperation& operation,
+                                             const ZAVEventRepository& repository, ZAVError* error,
+                                             const Query& query, const LogArguments&... logArguments) {
+    return readFirst(
+        operation, repository, error, query,
+        [&](const FMResultSet& row) { return repository.eventContentFromResultSet(row); }, logArguments...);
 }
 
 }  // namespace
@@ -32,14 +26,8 @@ std::shared_ptr<ZAVEventContent> ZAVEventRepository::eventContentDatabaseIdentif
         "failed to fetch event for databaseIdentifier=%lld %@"};
     static constexpr auto statement =
         projections::selectContent(" WHERE event_content_parts.database_identifier = ?");
-    std::shared_ptr<ZAVEventContent> content;
-    operation.run(
-        *this, error,
-        [&](ZAVError& outError) {
-            return readContent(*this, content, outError, statement, databaseIdentifier);
-        },
-        databaseIdentifier);
-    return content;
+    return readContent(operation, *this, error, selecting(*this, statement, databaseIdentifier),
+                       databaseIdentifier);
 }
 
 std::shared_ptr<ZAVEventContent> ZAVEventRepository::eventContentForEventDatabaseIdentifier(
@@ -50,15 +38,9 @@ std::shared_ptr<ZAVEventContent> ZAVEventRepository::eventContentForEventDatabas
         "failed to fetch event for eventDatabaseIdentifier=%lld index=%ld %@"};
     static constexpr auto statement =
         projections::selectContent(" WHERE event_database_identifier = ? AND event_content_part_id = ?");
-    std::shared_ptr<ZAVEventContent> content;
-    operation.run(
-        *this, error,
-        [&](ZAVError& outError) {
-            return readContent(*this, content, outError, statement, eventDatabaseIdentifier,
-                               eventContentIndex);
-        },
-        eventDatabaseIdentifier, eventContentIndex);
-    return content;
+    return readContent(operation, *this, error,
+                       selecting(*this, statement, eventDatabaseIdentifier, eventContentIndex),
+                       eventDatabaseIdentifier, eventContentIndex);
 }
 
 std::shared_ptr<ZAVEventContent> ZAVEventRepository::eventContentForMessagePart(
@@ -69,15 +51,13 @@ std::shared_ptr<ZAVEventContent> ZAVEventRepository::eventContentForMessagePart(
     static constexpr auto statement = projections::selectContent(
         " LEFT JOIN messages ON (event_content_parts.event_database_identifier = messages.event_database_identifier)"
         " WHERE messages.database_identifier = ? AND event_content_part_id = ?");
-    std::shared_ptr<ZAVEventContent> content;
-    operation.run(
-        *this, error,
+    return readContent(
+        operation, *this, error,
         [&](ZAVError& outError) {
-            return readContent(*this, content, outError, statement,
-                               messagePart.message()->databaseIdentifier(), messagePart.index());
+            return runQuery(database(), &outError, statement, messagePart.message()->databaseIdentifier(),
+                            messagePart.index());
         },
         messagePart);
-    return content;
 }
 
 std::shared_ptr<ZAVEventContent> ZAVEventRepository::eventContentForMessagePartObjectIdentifier(
@@ -89,17 +69,15 @@ std::shared_ptr<ZAVEventContent> ZAVEventRepository::eventContentForMessagePartO
     static constexpr auto statement = projections::selectContent(
         " WHERE events.client_id = ? AND event_content_parts.event_content_part_id = ?");
     const ZAVURL identifier = objectIdentifier;
-    std::shared_ptr<ZAVEventContent> content;
-    operation.run(
-        *this, error,
+    return readContent(
+        operation, *this, error,
         [&](ZAVError& outError) {
             // An identifier that names no event binds NULL, which no client_id equals.
-            const auto clientID = ZAVClientIdentifierForObjectIdentifier(identifier);
-            const auto index = ZAVPartIndexForObjectIdentifier(identifier);
-            return readContent(*this, content, outError, statement, clientID, index);
+            return runQuery(database(), &outError, statement,
+                            ZAVClientIdentifierForObjectIdentifier(identifier),
+                            ZAVPartIndexForObjectIdentifier(identifier));
         },
         identifier);
-    return content;
 }
 
 std::shared_ptr<ZAVEventContent> ZAVEventRepository::eventContentForExternalContentURL(
@@ -110,14 +88,7 @@ std::shared_ptr<ZAVEventContent> ZAVEventRepository::eventContentForExternalCont
         "failed event content part for externalContentURL=%@ %@"};
     static constexpr auto statement = projections::selectContent(" WHERE event_content_parts.url = ?");
     const ZAVURL url = externalContentURL;
-    std::shared_ptr<ZAVEventContent> content;
-    operation.run(
-        *this, error,
-        [&](ZAVError& outError) {
-            return readContent(*this, content, outError, statement, url.absoluteString());
-        },
-        url);
-    return content;
+    return readContent(operation, *this, error, selecting(*this, statement, url.absoluteString()), url);
 }
 
 }  // namespace zav

@@ -86,55 +86,60 @@ ZAVDictionary storableMetadata(const ZAVDictionary& metadata) {
 /// false; a violated precondition throws.
 class EventWriter {
 public:
+    /// @param event completed with the rows that it is stored in.
     /// @param parts the event's parts, each a `ZAVEventContent`.
     EventWriter(FMDatabase& database, const ZAVKeyedValueRepository& keyedValues, ZAVEvent& event,
                 const Parts& parts, ZAVError& outError)
         : database_(database), keyedValues_(keyedValues), event_(event), parts_(parts), outError_(outError) {}
 
-    [[nodiscard]] bool write() const {
-        return resolveStream() && insertOrUpdate() && writeMetadata() && writeContent();
+    [[nodiscard]] bool write() {
+        const bool hasStream = event_.streamDatabaseIdentifier() == ZAVDatabaseIdentifierNotSet
+                                   ? findStreamRow()
+                                   : findStreamUUID();
+        return hasStream && insertOrUpdate() && writeMetadata() && writeContent();
     }
 
 private:
-    /// Completes the event's stream: `stream_id` from its row, or its row from `stream_id`.
-    [[nodiscard]] bool resolveStream() const {
-        const bool byIdentifier = event_.streamDatabaseIdentifier() == ZAVDatabaseIdentifierNotSet;
-        auto rows =
-            byIdentifier
-                ? database_.executeBoundedQuery("SELECT * FROM streams WHERE stream_id = ? LIMIT 1",
-                                                *event_.stream_id())
-                : database_.executeBoundedQuery("SELECT * FROM streams WHERE database_identifier = ? LIMIT 1",
-                                                event_.streamDatabaseIdentifier());
+    [[nodiscard]] bool findStreamRow() {
+        auto rows = runQuery(database_, &outError_, "SELECT * FROM streams WHERE stream_id = ? LIMIT 1",
+                             *event_.stream_id());
         if (!rows) {
-            return fail();
-        }
-        if (rows->nextWithError(&outError_)) {
-            if (byIdentifier) {
-                event_.setStreamDatabaseIdentifier(rows->longLongIntForColumn("database_identifier"));
-                if (!isUsableRow(event_.streamDatabaseIdentifier(), &outError_)) {
-                    return false;
-                }
-            } else {
-                event_.set_stream_id(rows->dataForColumn("stream_id"));
-            }
-            return rows->closeWithError(&outError_);
-        }
-        if (outError_) {
             return false;
         }
-        if (byIdentifier) {
+        if (!rows->nextWithError(&outError_)) {
+            if (outError_) {
+                return false;
+            }
             raise(
                 "Failed to persist an event. stream_id='%@' doesn't exist yet in the database. Should create a new "
                 "stream with that identifier before persisting the event.",
                 event_.streamUUID());
         }
-        raise(
-            "Failed to persist the event. stream_database_identifier='%lld' doesn't exist in the database. The "
-            "stream might have been deleted before the event could be persisted.",
-            event_.streamDatabaseIdentifier());
+        event_.setStreamDatabaseIdentifier(rows->longLongIntForColumn("database_identifier"));
+        return isUsableRow(event_.streamDatabaseIdentifier(), &outError_) && rows->closeWithError(&outError_);
     }
 
-    [[nodiscard]] bool insertOrUpdate() const {
+    [[nodiscard]] bool findStreamUUID() {
+        auto rows =
+            runQuery(database_, &outError_, "SELECT * FROM streams WHERE database_identifier = ? LIMIT 1",
+                     event_.streamDatabaseIdentifier());
+        if (!rows) {
+            return false;
+        }
+        if (!rows->nextWithError(&outError_)) {
+            if (outError_) {
+                return false;
+            }
+            raise(
+                "Failed to persist the event. stream_database_identifier='%lld' doesn't exist in the database. The "
+                "stream might have been deleted before the event could be persisted.",
+                event_.streamDatabaseIdentifier());
+        }
+        event_.set_stream_id(rows->dataForColumn("stream_id"));
+        return rows->closeWithError(&outError_);
+    }
+
+    [[nodiscard]] bool insertOrUpdate() {
         if (!insert()) {
             return false;
         }
@@ -148,30 +153,29 @@ private:
         return true;
     }
 
-    [[nodiscard]] bool insert() const {
+    [[nodiscard]] bool insert() {
         const bool hasSeq = event_.seqIsSet() && event_.seq() != ZAVSequenceNotSet;
-        return database_.executeBoundedUpdate(
-                   "INSERT OR IGNORE INTO events (database_identifier, type, creator_id, seq, timestamp, "
-                   "preceding_seq, client_seq, subtype, member_id, target_seq, stream_database_identifier, "
-                   "client_id, creator_name) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)",
-                   rowOrNull(event_.databaseIdentifier()), event_.type(), event_.creator_id(),
-                   hasSeq ? std::optional(event_.seq()) : std::nullopt, event_.server_timestamp(),
-                   event_.preceding_seq(), event_.client_seq(), event_.subtype(), event_.member_id(),
-                   targetSeq(), rowOrNull(event_.streamDatabaseIdentifier()), event_.client_id(),
-                   event_.creator_name()) ||
-               fail();
+        return runUpdate(
+            database_, &outError_,
+            "INSERT OR IGNORE INTO events (database_identifier, type, creator_id, seq, timestamp, "
+            "preceding_seq, client_seq, subtype, member_id, target_seq, stream_database_identifier, "
+            "client_id, creator_name) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)",
+            rowOrNull(event_.databaseIdentifier()), event_.type(), event_.creator_id(),
+            hasSeq ? std::optional(event_.seq()) : std::nullopt, event_.server_timestamp(),
+            event_.preceding_seq(), event_.client_seq(), event_.subtype(), event_.member_id(), targetSeq(),
+            rowOrNull(event_.streamDatabaseIdentifier()), event_.client_id(), event_.creator_name());
     }
 
     /// An event without a row collided with the one at its sequence, and takes that one's row.
-    [[nodiscard]] bool adoptExistingRow() const {
+    [[nodiscard]] bool adoptExistingRow() {
         if (event_.databaseIdentifier() != ZAVDatabaseIdentifierNotSet) {
             return true;
         }
-        auto rows = database_.executeBoundedQuery(
-            "SELECT * FROM events WHERE stream_database_identifier = ? AND seq = ? LIMIT 1",
-            event_.streamDatabaseIdentifier(), event_.seq());
+        auto rows = runQuery(database_, &outError_,
+                             "SELECT * FROM events WHERE stream_database_identifier = ? AND seq = ? LIMIT 1",
+                             event_.streamDatabaseIdentifier(), event_.seq());
         if (!rows) {
-            return fail();
+            return false;
         }
         if (rows->nextWithError(&outError_)) {
             event_.setDatabaseIdentifier(rows->longLongIntForColumn("database_identifier"));
@@ -184,20 +188,20 @@ private:
     }
 
     /// Unlike `insert`, this writes a `seq` that was set to `ZAVSequenceNotSet` as that number.
-    [[nodiscard]] bool update() const {
-        return database_.executeBoundedUpdate(
-                   "UPDATE events SET type = ?, creator_id = ?, seq = ?, timestamp = ?, preceding_seq = ?, "
-                   "client_seq = ?, subtype = ?, member_id = ?, target_seq = ?, stream_database_identifier = ?, "
-                   "client_id = ?, creator_name = ? WHERE database_identifier = ?",
-                   event_.type(), event_.creator_id(),
-                   event_.seqIsSet() ? std::optional(event_.seq()) : std::nullopt, event_.server_timestamp(),
-                   event_.preceding_seq(), event_.client_seq(), event_.subtype(), event_.member_id(),
-                   targetSeq(), rowOrNull(event_.streamDatabaseIdentifier()), event_.client_id(),
-                   event_.creator_name(), event_.databaseIdentifier()) ||
-               fail();
+    [[nodiscard]] bool update() {
+        return runUpdate(
+            database_, &outError_,
+            "UPDATE events SET type = ?, creator_id = ?, seq = ?, timestamp = ?, preceding_seq = ?, "
+            "client_seq = ?, subtype = ?, member_id = ?, target_seq = ?, stream_database_identifier = ?, "
+            "client_id = ?, creator_name = ? WHERE database_identifier = ?",
+            event_.type(), event_.creator_id(),
+            event_.seqIsSet() ? std::optional(event_.seq()) : std::nullopt, event_.server_timestamp(),
+            event_.preceding_seq(), event_.client_seq(), event_.subtype(), event_.member_id(), targetSeq(),
+            rowOrNull(event_.streamDatabaseIdentifier()), event_.client_id(), event_.creator_name(),
+            event_.databaseIdentifier());
     }
 
-    [[nodiscard]] bool writeMetadata() const {
+    [[nodiscard]] bool writeMetadata() {
         if (!event_.transient_metadata()) {
             return true;
         }
@@ -209,7 +213,7 @@ private:
             &outError_);
     }
 
-    [[nodiscard]] bool writeContent() const {
+    [[nodiscard]] bool writeContent() {
         std::uint64_t index = 0;
         for (const auto& part : parts_) {
             if (!writePart(static_cast<ZAVEventContent&>(*part), index++)) {
@@ -219,30 +223,24 @@ private:
         return true;
     }
 
-    [[nodiscard]] bool writePart(ZAVEventContent& part, std::uint64_t index) const {
+    [[nodiscard]] bool writePart(ZAVEventContent& part, std::uint64_t index) {
         part.setEventDatabaseIdentifier(event_.databaseIdentifier());
         part.setEventClientID(ZAVUUIDFromData(event_.client_id()));
         part.setStreamUUID(event_.streamUUID());
-        return database_.executeBoundedUpdate(
-                   "INSERT OR IGNORE INTO event_content_parts (event_content_part_id, event_database_identifier, "
-                   "type, value, access_expiration, url, size, transfer_status, file_path, last_accessed, purged) "
-                   "VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)",
-                   index, event_.databaseIdentifier(), part.media_type(), part.body(),
-                   part.externalContentURLExpiration(), part.external_url(), part.size(),
-                   part.transferStatus(),
-                   part.fileURL() ? std::optional(part.fileURL()->relativePath()) : std::nullopt,
-                   part.lastAccessed(), part.isPurged()) ||
-               fail();
+        return runUpdate(
+            database_, &outError_,
+            "INSERT OR IGNORE INTO event_content_parts (event_content_part_id, event_database_identifier, "
+            "type, value, access_expiration, url, size, transfer_status, file_path, last_accessed, purged) "
+            "VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)",
+            index, event_.databaseIdentifier(), part.media_type(), part.body(),
+            part.externalContentURLExpiration(), part.external_url(), part.size(), part.transferStatus(),
+            part.fileURL() ? std::optional(part.fileURL()->relativePath()) : std::nullopt,
+            part.lastAccessed(), part.isPurged());
     }
 
     /// A `target_seq` that was set to `ZAVSequenceNotSet` is stored as that number: only the flag counts.
     [[nodiscard]] std::optional<ZAVSequence> targetSeq() const noexcept {
         return event_.target_seqIsSet() ? std::optional(event_.target_seq()) : std::nullopt;
-    }
-
-    bool fail() const {
-        outError_ = database_.lastError();
-        return false;
     }
 
     FMDatabase& database_;

@@ -4,60 +4,47 @@
 
 #include <ZAVEventRepository/ZAVEventMapperColumns.h>
 #include <ZAVEventRepository/ZAVEventRepository.h>
-
-#include "Private/Model/Repositories/Internal/ZAVDistinctRows.h"
-
 #include <ZAVEventRepository/ZAVSyncedChangeType.h>
 
+#include "Private/Model/Repositories/Internal/ZAVDistinctRows.h"
 #include "Private/Model/Repositories/Internal/ZAVEventRepositoryProjections.h"
 #include "Private/Model/Repositories/Internal/ZAVRecordCast.h"
-#include "Private/Model/Repositories/Internal/ZAVRepositoryOperation.h"
-#include "Private/Model/Repositories/Internal/ZAVRepositoryStatements.h"
+#include "Private/Model/Repositories/Internal/ZAVRepositoryReading.h"
 
 namespace zav {
 namespace {
 
 constexpr auto everyEvent = [](const ZAVEvent&) { return true; };
 
-/// The reading body of a set: those events of a query that `belongs` accepts. `error` is the caller's own
-/// out-parameter, for the mapper. A mapper that answers null fails the operation.
-template <class Belongs, class... Values>
-bool readEvents(const ZAVEventRepository& repository, std::optional<ZAVSet<ZAVEvent>>& result,
-                ZAVError& outError, ZAVError* error, const Belongs& belongs, std::string_view statement,
-                const Values&... values) {
-    auto rows = repository.database().executeBoundedQuery(statement, values...);
-    if (!rows) {
-        outError = repository.database().lastError();
-        return false;
-    }
-    ZAVSet<ZAVEvent> events;
+/// Reads those events of a query that `belongs` accepts. A mapper that answers null fails the operation.
+template <class Belongs, class Query, class... LogArguments>
+std::optional<ZAVSet<ZAVEvent>> readEvents(const ZAVRepositoryOperation& operation,
+                                           const ZAVEventRepository& repository, ZAVError* error,
+                                           const Belongs& belongs, const Query& query,
+                                           const LogArguments&... logArguments) {
     ZAVDistinctRows seen;
-    while (rows->nextWithError(&outError)) {
-        auto event = repository.objectFromResultSet(*rows, error);
+    const auto append = [&](ZAVSet<ZAVEvent>& events, const FMResultSet& row) {
+        auto event = repository.objectFromResultSet(row, error);
         if (event == nullptr) {
             return false;
         }
         // A join, or a damaged table, may yield an event more than once. It counts once.
-        const ZAVDatabaseIdentifier row = event->databaseIdentifier();
-        if ((row == ZAVDatabaseIdentifierNotSet || seen.insert(row)) && belongs(*event)) {
+        const ZAVDatabaseIdentifier identifier = event->databaseIdentifier();
+        if ((identifier == ZAVDatabaseIdentifierNotSet || seen.insert(identifier)) && belongs(*event)) {
             events.append(std::move(event));
         }
-    }
-    if (outError) {
-        return false;
-    }
-    result = std::move(events);
-    return true;
+        return true;
+    };
+    return readSet<ZAVEvent>(operation, repository, error, query, append, logArguments...);
 }
 
-/// The reading body of a single event.
-template <class... Values>
-bool readEvent(const ZAVEventRepository& repository, std::shared_ptr<ZAVEvent>& result, ZAVError& outError,
-               ZAVError* error, std::string_view statement, const Values&... values) {
-    return readFirstRow(
-        repository.database(), result, outError,
-        [&](const FMResultSet& row) { return repository.objectFromResultSet(row, error); }, statement,
-        values...);
+template <class Query, class... LogArguments>
+std::shared_ptr<ZAVEvent> readEvent(const ZAVRepositoryOperation& operation,
+                                    const ZAVEventRepository& repository, ZAVError* error, const Query& query,
+                                    const LogArguments&... logArguments) {
+    return readFirst(
+        operation, repository, error, query,
+        [&](const FMResultSet& row) { return repository.objectFromResultSet(row, error); }, logArguments...);
 }
 
 /// A message can be sent when it has content parts and each has been transferred; any other event always can.
@@ -82,32 +69,17 @@ std::optional<ZAVSet<ZAVEvent>> ZAVEventRepository::allEvents(ZAVError* error) c
                                                       "fetching publishable events",
                                                       "failed to fetch publishable events with %@"};
     static constexpr auto statement = projections::selectEvents("");
-    std::optional<ZAVSet<ZAVEvent>> events;
-    operation.run(*this, error, [&](ZAVError& outError) {
-        return readEvents(*this, events, outError, error, everyEvent, statement);
-    });
-    return events;
+    return readEvents(operation, *this, error, everyEvent, selecting(*this, statement));
 }
 
 std::size_t ZAVEventRepository::countOfEvents(ZAVError* error) const {
     static constexpr ZAVRepositoryOperation operation{"-[ZAVEventRepository countOfEvents:]",
                                                       "fetching syncable change count",
                                                       "failed to fetch events with %@"};
-    std::size_t count = 0;
-    operation.run(*this, error, [&](ZAVError& outError) {
-        auto rows = database().executeBoundedQuery("SELECT COUNT(*) FROM events");
-        if (!rows) {
-            outError = database().lastError();
-            return false;
-        }
-        rows->nextWithError(&outError);
-        if (outError) {
-            return false;
-        }
-        count = static_cast<std::size_t>(rows->intForColumnIndex(0));
-        return true;
-    });
-    return count;
+    const auto count = [](const FMResultSet& row) {
+        return static_cast<std::size_t>(row.intForColumnIndex(0));
+    };
+    return readFirst(operation, *this, error, selecting(*this, "SELECT COUNT(*) FROM events"), count);
 }
 
 std::optional<ZAVSet<ZAVEvent>> ZAVEventRepository::publishableEvents(ZAVError* error) const {
@@ -116,11 +88,7 @@ std::optional<ZAVSet<ZAVEvent>> ZAVEventRepository::publishableEvents(ZAVError* 
                                                       "failed to fetch publishable events with %@"};
     static constexpr auto statement =
         projections::selectEvents(" WHERE events.seq IS NULL AND event_stream_id IS NOT NULL");
-    std::optional<ZAVSet<ZAVEvent>> events;
-    operation.run(*this, error, [&](ZAVError& outError) {
-        return readEvents(*this, events, outError, error, isComplete, statement);
-    });
-    return events;
+    return readEvents(operation, *this, error, isComplete, selecting(*this, statement));
 }
 
 std::optional<ZAVSet<ZAVEvent>> ZAVEventRepository::unpublishableEvents(ZAVError* error) const {
@@ -129,11 +97,7 @@ std::optional<ZAVSet<ZAVEvent>> ZAVEventRepository::unpublishableEvents(ZAVError
                                                       "failed to fetch unpublishable events with %@"};
     static constexpr auto statement =
         projections::selectEvents(" WHERE events.seq IS NULL AND event_stream_id IS NULL");
-    std::optional<ZAVSet<ZAVEvent>> events;
-    operation.run(*this, error, [&](ZAVError& outError) {
-        return readEvents(*this, events, outError, error, everyEvent, statement);
-    });
-    return events;
+    return readEvents(operation, *this, error, everyEvent, selecting(*this, statement));
 }
 
 std::optional<ZAVSet<ZAVEvent>> ZAVEventRepository::unprocessedEvents(ZAVError* error) const {
@@ -144,12 +108,8 @@ std::optional<ZAVSet<ZAVEvent>> ZAVEventRepository::unprocessedEvents(ZAVError* 
         projections::event + ", synced_changes.*" + projections::eventSource +
         " LEFT JOIN synced_changes ON (events.database_identifier = row_identifier)"
         " WHERE synced_changes.table_name = ? AND change_type = ?";
-    std::optional<ZAVSet<ZAVEvent>> events;
-    operation.run(*this, error, [&](ZAVError& outError) {
-        return readEvents(*this, events, outError, error, everyEvent, statement,
-                          ZAVSyncedChangeTableNameEvents, ZAVSyncedChangeTypeInsert);
-    });
-    return events;
+    return readEvents(operation, *this, error, everyEvent,
+                      selecting(*this, statement, ZAVSyncedChangeTableNameEvents, ZAVSyncedChangeTypeInsert));
 }
 
 std::optional<ZAVSet<ZAVEvent>> ZAVEventRepository::eventsFromRevivedStreamWithStreamDatabaseIdentifier(
@@ -161,15 +121,8 @@ std::optional<ZAVSet<ZAVEvent>> ZAVEventRepository::eventsFromRevivedStreamWithS
     static constexpr auto statement = projections::selectEvents(
         " WHERE events.seq IS NOT NULL AND streams.database_identifier = ?"
         " ORDER BY events.preceding_seq, events.creator_id, events.client_seq");
-    std::optional<ZAVSet<ZAVEvent>> events;
-    operation.run(
-        *this, error,
-        [&](ZAVError& outError) {
-            return readEvents(*this, events, outError, error, everyEvent, statement,
-                              streamDatabaseIdentifier);
-        },
-        streamDatabaseIdentifier);
-    return events;
+    return readEvents(operation, *this, error, everyEvent,
+                      selecting(*this, statement, streamDatabaseIdentifier), streamDatabaseIdentifier);
 }
 
 std::optional<ZAVSet<ZAVEvent>> ZAVEventRepository::postedAndProcessedEvents(ZAVError* error) const {
@@ -177,11 +130,7 @@ std::optional<ZAVSet<ZAVEvent>> ZAVEventRepository::postedAndProcessedEvents(ZAV
                                                       "fetching posted and processed events",
                                                       "failed to fetch posted and processed events with %@"};
     static constexpr auto statement = projections::selectEvents(" WHERE events.seq IS NOT NULL");
-    std::optional<ZAVSet<ZAVEvent>> events;
-    operation.run(*this, error, [&](ZAVError& outError) {
-        return readEvents(*this, events, outError, error, everyEvent, statement);
-    });
-    return events;
+    return readEvents(operation, *this, error, everyEvent, selecting(*this, statement));
 }
 
 std::shared_ptr<ZAVEvent> ZAVEventRepository::eventWithSeq(ZAVSequence seq, const ZAVUUID& streamIdentifier,
@@ -193,12 +142,7 @@ std::shared_ptr<ZAVEvent> ZAVEventRepository::eventWithSeq(ZAVSequence seq, cons
     static constexpr auto statement =
         projections::selectEvents(" WHERE events.seq = ? AND event_stream_id = ?");
     const ZAVUUID stream = streamIdentifier;
-    std::shared_ptr<ZAVEvent> event;
-    operation.run(
-        *this, error,
-        [&](ZAVError& outError) { return readEvent(*this, event, outError, error, statement, seq, stream); },
-        seq, stream);
-    return event;
+    return readEvent(operation, *this, error, selecting(*this, statement, seq, stream), seq, stream);
 }
 
 std::shared_ptr<ZAVEvent> ZAVEventRepository::eventForDatabaseIdentifier(
@@ -208,14 +152,8 @@ std::shared_ptr<ZAVEvent> ZAVEventRepository::eventForDatabaseIdentifier(
         "fetching event for database identifier:%lld",
         "failed to fetch event for database identifier:%lld with %@"};
     static constexpr auto statement = projections::selectEvents(" WHERE events.database_identifier = ?");
-    std::shared_ptr<ZAVEvent> event;
-    operation.run(
-        *this, error,
-        [&](ZAVError& outError) {
-            return readEvent(*this, event, outError, error, statement, databaseIdentifier);
-        },
-        databaseIdentifier);
-    return event;
+    return readEvent(operation, *this, error, selecting(*this, statement, databaseIdentifier),
+                     databaseIdentifier);
 }
 
 }  // namespace zav

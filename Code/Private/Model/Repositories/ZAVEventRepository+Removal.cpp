@@ -47,8 +47,7 @@ bool ZAVEventRepository::deleteUnprocessedEvents(const ZAVSet<ZAVEvent>& events,
             const std::string statement = ZAVStringWithFormat(
                 "DELETE FROM synced_changes WHERE table_name = '%@' AND row_identifier IN %@",
                 ZAVSyncedChangeTableNameEvents, vector.stringRepresentation());
-            if (!database().executeBoundedUpdateWithArgumentsInArray(statement, vector.arguments())) {
-                outError = database().lastError();
+            if (!runUpdateWithArguments(database(), &outError, statement, vector.arguments())) {
                 return false;
             }
         }
@@ -63,9 +62,8 @@ bool ZAVEventRepository::deleteEvents(const ZAVSet<ZAVEvent>& events, ZAVError* 
     // A set of its own: whoever observes the statements may change the caller's.
     return operation.attempt(*this, error, [this, walked = events](ZAVError& outError) {
         for (const auto& event : walked) {
-            if (!database().executeBoundedUpdate("DELETE FROM events WHERE database_identifier = ?",
-                                                 event->databaseIdentifier())) {
-                outError = database().lastError();
+            if (!runUpdate(database(), &outError, "DELETE FROM events WHERE database_identifier = ?",
+                           event->databaseIdentifier())) {
                 return false;
             }
         }
@@ -80,18 +78,14 @@ bool ZAVEventRepository::persistTombstoneEventWithTargetSeq(ZAVSequence targetSe
         "-[ZAVEventRepository persistTombstoneEventWithTargetSeq:streamDatabaseIdentifier:error:]",
         "tombstoning event with seq:%d and streamDBID:%llu",
         "failed to tombstone the event with seq:%d and streamDBID:%llu with %@"};
-    bool succeeded = false;
-    operation.run(
+    return operation.run(
         *this, error,
         [&](ZAVError& outError) {
-            succeeded =
-                runUpdate(database(), &outError,
-                          "UPDATE events SET type = ? WHERE seq = ? AND stream_database_identifier = ?",
-                          EventType_TOMBSTONE, targetSeq, streamDatabaseIdentifier);
-            return succeeded;
+            return runUpdate(database(), &outError,
+                             "UPDATE events SET type = ? WHERE seq = ? AND stream_database_identifier = ?",
+                             EventType_TOMBSTONE, targetSeq, streamDatabaseIdentifier);
         },
         targetSeq, streamDatabaseIdentifier);
-    return succeeded;
 }
 
 }  // namespace zav

@@ -35,11 +35,11 @@ bool ZAVEventRepository::persistConversationsParticipantsSeq(ZAVSequence seq, st
     operation.run(
         *this, error,
         [&](ZAVError& outError) {
-            auto rows = database().executeBoundedQuery(
+            auto rows = runQuery(
+                database(), &outError,
                 "SELECT conversations.database_identifier FROM conversations WHERE conversations.stream_id = ?",
                 stream);
             if (!rows) {
-                outError = database().lastError();
                 return false;
             }
             if (!rows->nextWithError(&outError)) {
@@ -62,17 +62,14 @@ bool ZAVEventRepository::persistMessageSeq(ZAVSequence seq, ZAVDatabaseIdentifie
         "-[ZAVEventRepository persistMessageSeq:eventDatabaseIdentifier:error:]",
         "updating message's seq:%d event database ID:%llu",
         "failed to update message's seq:%d event database ID:%llu with %@"};
-    bool succeeded = false;
-    operation.run(
+    return operation.run(
         *this, error,
         [&](ZAVError& outError) {
-            succeeded = runUpdate(database(), &outError,
-                                  "UPDATE messages SET seq = ? WHERE event_database_identifier = ?", seq,
-                                  eventDatabaseIdentifier);
-            return succeeded;
+            return runUpdate(database(), &outError,
+                             "UPDATE messages SET seq = ? WHERE event_database_identifier = ?", seq,
+                             eventDatabaseIdentifier);
         },
         seq, eventDatabaseIdentifier);
-    return succeeded;
 }
 
 }  // namespace zav

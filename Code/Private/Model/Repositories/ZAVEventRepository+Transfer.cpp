@@ -3,13 +3,11 @@
 #include <string_view>
 
 #include <ZAVEventRepository/ZAVEventRepository.h>
-
 #include <ZAVEventRepository/ZAVMessageRepositoryCache.h>
 
 #include "Private/Model/Repositories/Internal/ZAVEventRepositoryProjections.h"
-
 #include "Private/Model/Repositories/Internal/ZAVRecordCast.h"
-#include "Private/Model/Repositories/Internal/ZAVRepositoryOperation.h"
+#include "Private/Model/Repositories/Internal/ZAVRepositoryReading.h"
 
 namespace zav {
 namespace {
@@ -23,31 +21,17 @@ constexpr ZAVRepositoryOperation queueOperation(std::string_view function) {
             "failed to fetch event content parts awaiting uploads %@"};
 }
 
-/// The reading body of a queue. `query` puts the statement together and binds it: inside the unit of work, so
-/// that "now" is the moment at which the queue is asked. The set is handed out as it was built.
+/// Reads a queue. `query` is run inside the unit of work, so that "now" is the moment at which the queue is
+/// asked.
 template <class Query>
 std::optional<ZAVSet<ZAVEventContent>> readQueue(const ZAVRepositoryOperation& operation,
                                                  const ZAVEventRepository& repository, ZAVError* error,
                                                  const Query& query) {
-    std::optional<ZAVSet<ZAVEventContent>> contents;
-    operation.run(repository, error, [&](ZAVError& outError) {
-        std::optional<FMResultSet> rows = query();
-        if (!rows) {
-            outError = repository.database().lastError();
-            return false;
-        }
-        contents.emplace();
-        while (rows->nextWithError(&outError)) {
-            contents->append(repository.eventContentFromResultSet(*rows));
-        }
-        if (outError) {
-            contents.reset();
-            return false;
-        }
-        rows->close();
-        return true;
-    });
-    return contents;
+    return readSet<ZAVEventContent>(operation, repository, error, query,
+                                    [&](ZAVSet<ZAVEventContent>& contents, const FMResultSet& row) {
+                                        contents.append(repository.eventContentFromResultSet(row));
+                                        return true;
+                                    });
 }
 
 /// The types as text of the statement, in single quotes and otherwise as they are.
@@ -86,10 +70,9 @@ std::optional<ZAVSet<ZAVEventContent>> ZAVEventRepository::eventContentsHavingUn
         " WHERE streams.stream_id IS NOT NULL AND event_content_parts.file_path IS NOT NULL AND "
         "event_content_parts.url IS NULL AND (event_content_parts.transfer_status = ? OR "
         "event_content_parts.transfer_status = ?)");
-    return readQueue(operation, *this, error, [&] {
-        return database().executeBoundedQuery(statement, ZAVContentTransferAwaitingUpload,
-                                              ZAVContentTransferUploading);
-    });
+    return readQueue(
+        operation, *this, error,
+        selecting(*this, statement, ZAVContentTransferAwaitingUpload, ZAVContentTransferUploading));
 }
 
 std::optional<ZAVSet<ZAVEventContent>> ZAVEventRepository::eventContentsHavingIncompleteUploadsWithLimit(
@@ -99,9 +82,8 @@ std::optional<ZAVSet<ZAVEventContent>> ZAVEventRepository::eventContentsHavingIn
     static constexpr auto statement = projections::selectContent(
         " WHERE event_content_parts.file_path IS NOT NULL AND event_content_parts.url IS NOT NULL AND "
         "event_content_parts.transfer_status = ? LIMIT ?");
-    return readQueue(operation, *this, error, [&] {
-        return database().executeBoundedQuery(statement, ZAVContentTransferUploading, limit);
-    });
+    return readQueue(operation, *this, error,
+                     selecting(*this, statement, ZAVContentTransferUploading, limit));
 }
 
 std::optional<ZAVSet<ZAVEventContent>>
@@ -111,15 +93,16 @@ ZAVEventRepository::eventContentsHavingExpiredDownloadURLsWithAutoDownloadMIMETy
     static constexpr auto operation = queueOperation(
         "-[ZAVEventRepository "
         "eventContentsHavingExpiredDownloadURLsWithAutoDownloadMIMETypes:autodownloadMaxSize:limit:error:]");
-    const auto query = [&](std::string_view statement) {
-        return database().executeBoundedQuery(
-            statement, ZAVNow(), ZAVContentTransferDownloading, ZAVContentTransferReadyForDownload,
-            ZAVContentTransferReadyForDownload, static_cast<std::uint32_t>(autodownloadMaxSize), limit);
-    };
-    return readQueue(operation, *this, error, [&] {
-        return autodownloadMIMETypes
-                   ? query(ZAVStringWithFormat(expiredDownloadsOfTypes, quotedList(*autodownloadMIMETypes)))
-                   : query(expiredDownloadsOfAnyType);
+    return readQueue(operation, *this, error, [&](ZAVError& outError) {
+        const std::string ofTypes =
+            autodownloadMIMETypes
+                ? ZAVStringWithFormat(expiredDownloadsOfTypes, quotedList(*autodownloadMIMETypes))
+                : std::string();
+        return runQuery(database(), &outError,
+                        autodownloadMIMETypes ? std::string_view(ofTypes) : expiredDownloadsOfAnyType,
+                        ZAVNow(), ZAVContentTransferDownloading, ZAVContentTransferReadyForDownload,
+                        ZAVContentTransferReadyForDownload, static_cast<std::uint32_t>(autodownloadMaxSize),
+                        limit);
     });
 }
 
@@ -132,8 +115,8 @@ std::optional<ZAVSet<ZAVEventContent>> ZAVEventRepository::eventContentsHavingIn
         " WHERE ((url IS NOT NULL) AND (access_expiration > ?)) AND file_path IS NOT NULL AND "
         "transfer_status = ? AND (purged = 0 OR purged IS NULL) ORDER BY distance_from_eos ASC, "
         "events.client_seq DESC, events.creator_id DESC LIMIT ?");
-    return readQueue(operation, *this, error, [&] {
-        return database().executeBoundedQuery(statement, ZAVNow(), ZAVContentTransferDownloading, limit);
+    return readQueue(operation, *this, error, [&](ZAVError& outError) {
+        return runQuery(database(), &outError, statement, ZAVNow(), ZAVContentTransferDownloading, limit);
     });
 }
 

@@ -2,7 +2,7 @@
 
 namespace zav {
 
-bool ZAVEventRepository::attemptBlock(ZAVUnitOfWork unitOfWork) const {
+bool ZAVEventRepository::attemptBlock(const ZAVUnitOfWork& unitOfWork) const {
     return unitOfWork && unitOfWork();
 }
 

@@ -57,7 +57,7 @@ public:
 
     /// Calls `unitOfWork` once, on this thread, and returns what it returns; false when it is absent. Nothing
     /// else.
-    bool attemptBlock(ZAVUnitOfWork unitOfWork) const;
+    bool attemptBlock(const ZAVUnitOfWork& unitOfWork) const;
 
     /// @name Row mappers
     /// @{

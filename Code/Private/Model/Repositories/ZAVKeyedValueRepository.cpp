@@ -6,6 +6,8 @@
 
 #include <ZAVEventRepository/NSInternalInconsistencyException.h>
 
+#include "Private/Database/Internal/ZAVStatements.h"
+
 namespace zav {
 namespace {
 
@@ -58,11 +60,9 @@ ZAVDictionaryValue valueOf(const FMResultSet& row) {
 
 std::optional<ZAVKeyedValues> ZAVKeyedValueRepository::keyedValuesInContext(
     const ZAVKeyedValuesContext& context, ZAVError* error) const {
-    auto rows = database().executeBoundedQuery(statementsFor(context.table()).select,
-                                               context.objectDatabaseIdentifier(), context.objectType(),
-                                               context.keyType());
+    auto rows = runQuery(database(), error, statementsFor(context.table()).select,
+                         context.objectDatabaseIdentifier(), context.objectType(), context.keyType());
     if (!rows) {
-        ZAVStoreError(error, database().lastError());
         return std::nullopt;
     }
     ZAVDictionary dictionary;
@@ -83,19 +83,15 @@ bool ZAVKeyedValueRepository::setKeyedValuesWithDictionary(const ZAVDictionary& 
                                                            ZAVError* error) const {
     const Statements& statements = statementsFor(context.table());
     const auto row = context.objectDatabaseIdentifier();
-    const auto fail = [&](const ZAVError& reason) {
-        ZAVStoreError(error, reason);
-        return false;
-    };
 
     // What is no longer wanted goes last: a failure on the way leaves too much, never too little.
     ZAVDictionary unstored = dictionary;
     std::vector<std::string> obsoleteKeys;
     {
-        auto rows = database().executeBoundedQuery(statements.selectStored, row, context.objectType(),
-                                                   context.keyType());
+        auto rows = runQuery(database(), error, statements.selectStored, row, context.objectType(),
+                             context.keyType());
         if (!rows) {
-            return fail(database().lastError());
+            return false;
         }
         ZAVError stepError;
         while (rows->nextWithError(&stepError)) {
@@ -109,20 +105,21 @@ bool ZAVKeyedValueRepository::setKeyedValuesWithDictionary(const ZAVDictionary& 
             }
         }
         if (stepError) {
-            return fail(stepError);
+            ZAVStoreError(error, stepError);
+            return false;
         }
     }
     for (const auto& [key, value] : unstored) {
         const FMParameter parameter = std::visit([](const auto& held) { return FMParameter(held); }, value);
-        if (!database().executeBoundedUpdate(statements.insert, row, context.objectType(), context.keyType(),
-                                             key, parameter, timestamp)) {
-            return fail(database().lastError());
+        if (!runUpdate(database(), error, statements.insert, row, context.objectType(), context.keyType(),
+                       key, parameter, timestamp)) {
+            return false;
         }
     }
     for (const std::string& key : obsoleteKeys) {
-        if (!database().executeBoundedUpdate(statements.remove, row, context.objectType(), context.keyType(),
-                                             key)) {
-            return fail(database().lastError());
+        if (!runUpdate(database(), error, statements.remove, row, context.objectType(), context.keyType(),
+                       key)) {
+            return false;
         }
     }
     return true;

@@ -6,10 +6,10 @@ namespace zav {
 
 std::shared_ptr<ZAVMessage> ZAVMessageRepository::findOrCreateMessageForEventDatabaseIdentifier(
     ZAVDatabaseIdentifier eventDatabaseIdentifier, ZAVError* error) const {
-    const ZAVDatabaseIdentifier row = findOrInsert(
+    const auto row = findOrInsert(
         database(), error, "SELECT database_identifier FROM messages WHERE event_database_identifier = ?",
         "INSERT INTO messages (event_database_identifier) VALUES (?)", eventDatabaseIdentifier);
-    return row == ZAVDatabaseIdentifierNotSet ? nullptr : std::make_shared<ZAVMessage>(row);
+    return row ? std::make_shared<ZAVMessage>(*row) : nullptr;
 }
 
 std::optional<ZAVSequence> ZAVMessageRepository::seqOfMessage(const ZAVMessage& message,

@@ -17,11 +17,12 @@ ZAVDatabaseIdentifier ZAVStreamRepository::streamDatabaseIdentifierForUUID(const
 
 ZAVDatabaseIdentifier ZAVStreamRepository::findOrCreateStreamWithUUID(const ZAVUUID& uuid,
                                                                       ZAVError* error) const {
-    return findOrInsert(database(), error, selectByUUID, insertWithUUID, uuid);
+    return findOrInsert(database(), error, selectByUUID, insertWithUUID, uuid)
+        .value_or(ZAVDatabaseIdentifierNotSet);
 }
 
 ZAVDatabaseIdentifier ZAVStreamRepository::createStreamWithoutUUID(ZAVError* error) const {
-    return insertRow(database(), error, insertWithUUID, std::nullopt);
+    return insertRow(database(), error, insertWithUUID, std::nullopt).value_or(ZAVDatabaseIdentifierNotSet);
 }
 
 bool ZAVStreamRepository::setUUID(const ZAVUUID& uuid, ZAVDatabaseIdentifier streamDatabaseIdentifier,

@@ -1,11 +1,11 @@
 #pragma once
 
-#include <cstdint>
 #include <optional>
 #include <string_view>
 
-#include <ZAVEventRepository/FMDatabase.h>
 #include <ZAVEventRepository/ZAVIdentifiers.h>
+
+#include "Private/Database/Internal/ZAVStatements.h"
 
 namespace zav {
 
@@ -25,50 +25,6 @@ inline void storeUnusableRow(ZAVError* error) {
     return true;
 }
 
-/// Runs an update; the reason of a failure goes to `error`.
-template <class... Values>
-bool runUpdate(FMDatabase& database, ZAVError* error, std::string_view statement, const Values&... values) {
-    const bool succeeded = database.executeBoundedUpdate(statement, values...);
-    if (!succeeded) {
-        ZAVStoreError(error, database.lastError());
-    }
-    return succeeded;
-}
-
-/// The reading body of a single record: maps the first row, if there is one, and closes the cursor.
-template <class Result, class Map, class... Values>
-bool readFirstRow(FMDatabase& database, Result& result, ZAVError& outError, const Map& map,
-                  std::string_view statement, const Values&... values) {
-    auto rows = database.executeBoundedQuery(statement, values...);
-    if (!rows) {
-        outError = database.lastError();
-        return false;
-    }
-    if (rows->nextWithError(&outError)) {
-        result = map(*rows);
-        if (!rows->closeWithError(&outError)) {
-            result = {};
-        }
-    }
-    return !outError;
-}
-
-/// The number in the first column of a query's first row; none when there is no row, when the column is NULL,
-/// and on failure, with the reason in `error`.
-template <class... Values>
-std::optional<std::int64_t> readNumber(FMDatabase& database, ZAVError* error, std::string_view statement,
-                                       const Values&... values) {
-    auto rows = database.executeBoundedQuery(statement, values...);
-    if (!rows) {
-        ZAVStoreError(error, database.lastError());
-        return std::nullopt;
-    }
-    if (!rows->nextWithError(error) || rows->columnIndexIsNull(0)) {
-        return std::nullopt;
-    }
-    return rows->longLongIntForColumnIndex(0);
-}
-
 /// The row that a query finds; none when there is none, and on failure, with the reason in `error`.
 template <class... Values>
 std::optional<ZAVDatabaseIdentifier> readRow(FMDatabase& database, ZAVError* error,
@@ -77,39 +33,33 @@ std::optional<ZAVDatabaseIdentifier> readRow(FMDatabase& database, ZAVError* err
     return row && isUsableRow(*row, error) ? row : std::nullopt;
 }
 
-/// The row that an insertion makes; `ZAVDatabaseIdentifierNotSet` on failure, with the reason in `error`.
+/// The row that an insertion makes; none on failure, with the reason in `error`.
 template <class... Values>
-ZAVDatabaseIdentifier insertRow(FMDatabase& database, ZAVError* error, std::string_view statement,
-                                const Values&... values) {
-    return runUpdate(database, error, statement, values...) && isUsableRow(database.lastInsertRowId(), error)
-               ? database.lastInsertRowId()
-               : ZAVDatabaseIdentifierNotSet;
+std::optional<ZAVDatabaseIdentifier> insertRow(FMDatabase& database, ZAVError* error,
+                                               std::string_view statement, const Values&... values) {
+    const bool succeeded =
+        runUpdate(database, error, statement, values...) && isUsableRow(database.lastInsertRowId(), error);
+    return succeeded ? std::optional(database.lastInsertRowId()) : std::nullopt;
 }
 
-/// Row of what `select` finds by `key`, or else of what `insert` makes of it; `ZAVDatabaseIdentifierNotSet`
-/// on failure, with the reason in `error`.
+/// The row that `select` finds by `key`, or else the one that `insert` makes of it; none on failure, with the
+/// reason in `error`.
 template <class Key>
-ZAVDatabaseIdentifier findOrInsert(FMDatabase& database, ZAVError* error, std::string_view select,
-                                   std::string_view insert, Key key) {
-    ZAVError lookupError;
-    if (const auto row = readRow(database, &lookupError, select, key)) {
-        return *row;
+std::optional<ZAVDatabaseIdentifier> findOrInsert(FMDatabase& database, ZAVError* error,
+                                                  std::string_view select, std::string_view insert, Key key) {
+    ZAVError failure;
+    auto row = readRow(database, &failure, select, key);
+    if (!row && !failure) {
+        row = insertRow(database, &failure, insert, key);
+        if (!row) {
+            // Another connection may have made the row since it was looked for.
+            row = readRow(database, nullptr, select, key);
+        }
     }
-    if (lookupError) {
-        ZAVStoreError(error, lookupError);
-        return ZAVDatabaseIdentifierNotSet;
+    if (!row) {
+        ZAVStoreError(error, failure);
     }
-    ZAVError insertionError;
-    const auto inserted = insertRow(database, &insertionError, insert, key);
-    if (inserted != ZAVDatabaseIdentifierNotSet) {
-        return inserted;
-    }
-    // Another connection may have made the row since it was looked for.
-    if (const auto row = readRow(database, nullptr, select, key)) {
-        return *row;
-    }
-    ZAVStoreError(error, insertionError);
-    return ZAVDatabaseIdentifierNotSet;
+    return row;
 }
 
 }  // namespace zav

@@ -1,0 +1,200 @@
+#pragma once
+
+#include <sqlite3.h>
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include <ZAVEventRepository/FMObservation.h>
+#include <ZAVEventRepository/FMParameter.h>
+#include <ZAVEventRepository/ZAVError.h>
+
+#include "Private/Database/Internal/ZAVObservation.h"
+#include "Private/Database/Internal/ZAVStatementBounds.h"
+#include "Private/Database/Internal/ZAVStatementCache.h"
+
+namespace zav {
+
+/// Closes a connection of the engine.
+struct ZAVEngineCloser {
+    void operator()(sqlite3* engine) const noexcept;
+};
+
+/// A connection of the engine that is closed with its owner.
+using ZAVEngineHandle = std::unique_ptr<sqlite3, ZAVEngineCloser>;
+
+/// One connection to a database: the engine's, with the statements prepared on it, the error of the last
+/// failed call, and who watches. The handle, its cursors, the scoped transaction and the schema work through
+/// it.
+///
+/// A statement's life is lend, bind, `begin`, `step` until there is no further row, and `giveBack`, or
+/// `discardFailed` when a step failed. What fails stores its reason as `lastError`.
+class ZAVConnection {
+public:
+    /// What opening decided, for calls that come later.
+    struct Settings {
+        std::size_t statementCacheCapacity = 0;
+        std::chrono::milliseconds busyTimeout{0};
+        bool isDurable = false;  ///< a commit waits for the device
+    };
+
+    /// @param engine an open connection.
+    ZAVConnection(ZAVEngineHandle engine, const Settings& settings);
+    ~ZAVConnection();
+    ZAVConnection(const ZAVConnection&) = delete;
+    ZAVConnection& operator=(const ZAVConnection&) = delete;
+
+    /// Closes the cursors and the engine's connection. Nothing but the destructor may be called after it.
+    void close() noexcept;
+
+    /// The engine's connection; null once closed.
+    [[nodiscard]] sqlite3* engine() const noexcept { return engine_.get(); }
+    [[nodiscard]] const Settings& settings() const noexcept { return settings_; }
+    [[nodiscard]] ZAVStatementBounds& bounds() noexcept { return bounds_; }
+
+    /// The error of the most recent call that failed.
+    [[nodiscard]] const ZAVError& lastError() const noexcept { return lastError_; }
+
+    /// Stores an error as the last one. Answers false.
+    bool fail(ZAVError error);
+
+    /// The same with the reason that the engine gives for its most recent failure.
+    bool failWithEngineError();
+
+    // Statements
+
+    /// Whether a run ends where a sound file would have ended it.
+    enum class Reach : bool { free, bounded };
+
+    /// The statement with this text, from the cache or prepared now; null on failure.
+    [[nodiscard]] ZAVStatement* lend(std::string_view sql) {
+        if (transactionIsAbandoned_ && !leaveAbandonedTransaction()) [[unlikely]] {
+            return nullptr;
+        }
+        ZAVStatement* const statement = statements_.borrow(sql);
+        return statement != nullptr ? statement : lendNew(sql);
+    }
+
+    /// The same for so many values, which must be the number of its placeholders; null on failure.
+    [[nodiscard]] ZAVStatement* lend(std::string_view sql, std::size_t valueCount) {
+        ZAVStatement* const statement = lend(sql);
+        return statement == nullptr || statement->placeholderCount() == valueCount
+                   ? statement
+                   : refuseValues(*statement, sql, valueCount);
+    }
+
+    /// Binds one value. On failure the statement is discarded.
+    [[nodiscard]] bool bind(ZAVStatement& statement, int position, std::int64_t value) {
+        return isBound(statement, sqlite3_bind_int64(statement.handle(), position, value));
+    }
+    [[nodiscard]] bool bind(ZAVStatement& statement, int position, double value) {
+        return isBound(statement, sqlite3_bind_double(statement.handle(), position, value));
+    }
+    [[nodiscard]] bool bind(ZAVStatement& statement, int position, std::nullptr_t) {
+        return isBound(statement, sqlite3_bind_null(statement.handle(), position));
+    }
+
+    /// Binds a text or a byte string, on failure as above. One that is not copied must stay as it is until
+    /// the statement is given back.
+    [[nodiscard]] bool bindBytes(ZAVStatement& statement, int position, const FMParameter& value,
+                                 bool isCopied);
+
+    /// Makes a lent statement ready for its first step.
+    void begin(ZAVStatement& statement, Reach reach) noexcept {
+        if (reach == Reach::bounded) {
+            bounds_.begin(statement.run);
+        } else {
+            statement.run.isBounded = false;
+            statement.run.hasPassedBounds = false;
+        }
+    }
+
+    /// Goes to the next row. Answers as the engine does, and that the file is damaged when the run has passed
+    /// its bounds.
+    [[nodiscard]] int step(ZAVStatement& statement) noexcept;
+
+    /// One step without a bound, for those who watch.
+    [[nodiscard]] int stepUnbounded(ZAVStatement& statement) const noexcept;
+
+    /// Runs a statement that was begun to its end, and takes it back.
+    bool finish(ZAVStatement& statement);
+
+    /// Takes back a statement that ran. Answers what the engine says of its last row.
+    int giveBack(ZAVStatement& statement) noexcept;
+
+    /// Takes back a statement whose step failed, with the reason as the last error.
+    void discardFailed(ZAVStatement& statement);
+
+    /// Takes back a statement that was never begun.
+    void giveBackUnused(ZAVStatement& statement) noexcept { statements_.giveBack(statement); }
+
+    /// Stores as the last error that a run has passed its bounds. Answers false.
+    bool failBeyondBounds();
+
+    /// How many cursors are open.
+    [[nodiscard]] std::size_t cursorCount() const noexcept { return statements_.cursorCount(); }
+
+    /// Runs the statements of a script one after the other, and stops at the first that fails.
+    bool runScript(const std::string& script);
+
+    // Transactions
+
+    /// Begins a transaction that holds the write lock. Answers the number that tells it from others; none on
+    /// failure.
+    [[nodiscard]] std::optional<std::uint64_t> beginTransaction();
+
+    /// Whether the transaction of this number is open.
+    [[nodiscard]] bool isInTransaction(std::uint64_t number) const noexcept {
+        return number == transactionNumber_ && isInTransaction();
+    }
+    [[nodiscard]] bool isInTransaction() const noexcept;
+
+    /// Makes the open transaction permanent. On failure it is still open, unless the engine has undone it.
+    bool commitTransaction();
+
+    /// Undoes the open transaction, if there is one. When the engine cannot, the transaction is abandoned:
+    /// each later call tries again first, and fails as long as that does.
+    void endTransaction() noexcept;
+
+    // Observation
+
+    void setStatementObserver(FMStatementObserver observer);
+    void setChangeObserver(FMChangeObserver observer);
+
+private:
+    [[nodiscard]] ZAVStatement* lendNew(std::string_view sql);
+    ZAVStatement* refuseValues(ZAVStatement& statement, std::string_view sql, std::size_t valueCount);
+    [[nodiscard]] ZAVStatementHandle prepare(std::string_view sql);
+    [[nodiscard]] bool isReadable(std::string_view sql);
+    [[nodiscard]] bool isShortEnough(std::string_view sql);
+    [[nodiscard]] bool isBound(ZAVStatement& statement, int status) {
+        return status == SQLITE_OK || discardUnbound(statement);
+    }
+    bool discardUnbound(ZAVStatement& statement);
+    [[nodiscard]] int stepWatched(ZAVStatement& statement) noexcept;
+    [[nodiscard]] bool runStatements(const char* script);
+    [[nodiscard]] bool runToEnd(sqlite3_stmt* statement);
+    [[nodiscard]] bool run(std::string_view sql);
+    [[nodiscard]] bool leaveAbandonedTransaction() noexcept;
+    void noteEndOfTransaction() noexcept;
+    void deliverChanges() noexcept;
+    template <class Change>
+    void changeObservation(const Change& change);
+    void forgetCounts() noexcept;
+
+    ZAVEngineHandle engine_;
+    Settings settings_;
+    ZAVStatementCache statements_;
+    ZAVStatementBounds bounds_;
+    std::unique_ptr<ZAVObservation> observation_;  ///< null unless somebody watches
+    ZAVError lastError_;
+    std::uint64_t transactionNumber_ = 0;  ///< another once the transaction that had it has ended
+    bool transactionIsAbandoned_ = false;
+};
+
+}  // namespace zav

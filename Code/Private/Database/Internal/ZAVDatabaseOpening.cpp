@@ -1,0 +1,224 @@
+#include "Private/Database/Internal/ZAVDatabaseOpening.h"
+
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <chrono>
+#include <limits>
+#include <optional>
+#include <utility>
+
+#include <ZAVEventRepository/FMResultSet.h>
+
+#include "Private/Database/Internal/ZAVDatabaseFile.h"
+#include "Private/Database/Internal/ZAVEncryption.h"
+#include "Private/Database/Internal/ZAVOptionsCheck.h"
+#include "Private/Database/Internal/ZAVSchemaVersion.h"
+
+namespace zav {
+namespace {
+
+int flagsFor(FMDatabaseOptions::Access access) noexcept {
+    constexpr int always = SQLITE_OPEN_NOMUTEX;  // one thread at a time: the engine need not lock
+    switch (access) {
+        case FMDatabaseOptions::Access::readOnly:
+            return always | SQLITE_OPEN_READONLY;
+        case FMDatabaseOptions::Access::readWrite:
+            return always | SQLITE_OPEN_READWRITE;
+        case FMDatabaseOptions::Access::readWriteCreate:
+            break;
+    }
+    return always | SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
+}
+
+/// The engine's connection; null on failure.
+ZAVEngineHandle openEngine(const std::string& path, const FMDatabaseOptions& options, ZAVError* error) {
+    ZAVDatabaseFile file;
+    ZAVError objection = ZAVObjectionToOptions(options);
+    if (!objection) {
+        objection = file.find(path, options.vfs);
+    }
+    if (objection) {
+        ZAVStoreError(error, objection);
+        return nullptr;
+    }
+    int flags = flagsFor(options.access);
+    if ((flags & SQLITE_OPEN_CREATE) != 0 && file.makeIfAbsent(options.newFileMode)) {
+        flags &= ~SQLITE_OPEN_CREATE;  // the engine would make it with other permissions
+    }
+    sqlite3* opened = nullptr;
+    const char* const vfs = options.vfs.empty() ? nullptr : options.vfs.c_str();
+    const int status = sqlite3_open_v2(file.path().c_str(), &opened, flags, vfs);
+    ZAVEngineHandle engine(opened);
+    if (status != SQLITE_OK) {
+        ZAVStoreError(error,
+                      {ZAVErrorDomainSQLite, sqlite3_extended_errcode(opened), sqlite3_errmsg(opened)});
+        return nullptr;
+    }
+    return engine;
+}
+
+ZAVConnection::Settings settingsFrom(const FMDatabaseOptions& options) noexcept {
+    constexpr std::chrono::milliseconds longestTimeout(std::numeric_limits<int>::max());
+    return {options.statementCacheCapacity, std::min(options.busyTimeout, longestTimeout),
+            options.synchronous == FMDatabaseOptions::Synchronous::full};
+}
+
+/// Switches off what a file of unknown origin could use against its reader. An engine that lacks one of these
+/// switches is older than the danger that it guards against.
+void refuseHostileSchema(sqlite3* engine) noexcept {
+#ifdef SQLITE_DBCONFIG_DEFENSIVE
+    sqlite3_db_config(engine, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
+#endif
+#ifdef SQLITE_DBCONFIG_TRUSTED_SCHEMA
+    sqlite3_db_config(engine, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
+#endif
+#ifdef SQLITE_DBCONFIG_ENABLE_LOAD_EXTENSION
+    sqlite3_db_config(engine, SQLITE_DBCONFIG_ENABLE_LOAD_EXTENSION, 0, nullptr);
+#endif
+}
+
+/// A cursor over a statement without values; none on failure.
+std::optional<FMResultSet> query(ZAVConnection& connection, std::string_view sql) {
+    ZAVStatement* const statement = connection.lend(sql);
+    if (statement == nullptr) {
+        return std::nullopt;
+    }
+    connection.begin(*statement, ZAVConnection::Reach::free);
+    return FMResultSet(connection, *statement);
+}
+
+/// Reading the version is the first look into the file: it tells whether there is a database in it at all.
+bool hasKnownVersion(ZAVConnection& connection, std::optional<std::int32_t> newest) {
+    auto rows = query(connection, "PRAGMA user_version");
+    ZAVError error;
+    if (!rows || (!rows->nextWithError(&error) && error)) {
+        return false;
+    }
+    const std::int64_t version = rows->longLongIntForColumnIndex(0);
+    return !newest || version <= *newest || connection.fail(ZAVErrorOfNewerSchema(version, *newest));
+}
+
+bool configure(ZAVConnection& connection, const FMDatabaseOptions& options) {
+    sqlite3* const engine = connection.engine();
+    sqlite3_extended_result_codes(engine, 1);
+    sqlite3_busy_timeout(engine, static_cast<int>(connection.settings().busyTimeout.count()));
+    refuseHostileSchema(engine);
+    if (options.key && ZAVUseKey(engine, *options.key) != SQLITE_OK) {
+        return connection.failWithEngineError();
+    }
+    // A journal's deletion is the commit, and it has to reach the device too: FULL alone does not wait for
+    // that.
+    return connection.runScript(
+               "PRAGMA cell_size_check=ON; PRAGMA cache_size=-" + std::to_string(options.pageCacheKiB) +
+               "; PRAGMA wal_autocheckpoint=" + std::to_string(options.writeAheadLogPages)) &&
+           hasKnownVersion(connection, options.newestUserVersion) &&
+           connection.runScript(connection.settings().isDurable ? "PRAGMA synchronous=EXTRA"
+                                                                : "PRAGMA synchronous=NORMAL") &&
+           (!options.writeAheadLog || options.access == FMDatabaseOptions::Access::readOnly ||
+            ZAVUseWriteAheadLog(connection));
+}
+
+/// Asks the engine and not the file system, which would need memory for the path.
+bool hasEmptyLog(sqlite3* engine) noexcept {
+#ifdef SQLITE_FCNTL_JOURNAL_POINTER
+    sqlite3_file* log = nullptr;
+    if (sqlite3_file_control(engine, "main", SQLITE_FCNTL_JOURNAL_POINTER, &log) != SQLITE_OK) {
+        return false;
+    }
+    sqlite3_int64 size = 0;
+    return log == nullptr || log->pMethods == nullptr ||
+           (log->pMethods->xFileSize(log, &size) == SQLITE_OK && size == 0);
+#else
+    static_cast<void>(engine);
+    return false;
+#endif
+}
+
+/// Whether the engine will leave the log alone when the connection is closed.
+bool keepsLogOnClose(sqlite3* engine) noexcept {
+#ifdef SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE
+    return sqlite3_db_config(engine, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr) == SQLITE_OK;
+#else
+    static_cast<void>(engine);
+    return false;
+#endif
+}
+
+/// A connection to the same file that only reads; null when there can be none.
+ZAVEngineHandle readerBeside(sqlite3* engine) noexcept {
+    sqlite3_vfs* vfs = nullptr;
+    sqlite3_file_control(engine, "main", SQLITE_FCNTL_VFS_POINTER, &vfs);
+    const char* const path = sqlite3_db_filename(engine, "main");
+    sqlite3* reader = nullptr;
+    if (path != nullptr && *path != '\0') {
+        sqlite3_open_v2(path, &reader, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX,
+                        vfs == nullptr ? nullptr : vfs->zName);
+        sqlite3_exec(reader, "PRAGMA user_version", nullptr, nullptr, nullptr);
+    }
+    return ZAVEngineHandle(reader);
+}
+
+}  // namespace
+
+std::unique_ptr<ZAVConnection> ZAVOpenDatabase(const std::string& path, const FMDatabaseOptions& options,
+                                               ZAVError* error) {
+    ZAVEngineHandle engine = openEngine(path, options, error);
+    if (engine == nullptr) {
+        return nullptr;
+    }
+    auto connection = std::make_unique<ZAVConnection>(std::move(engine), settingsFrom(options));
+    // The first look into the file reads its schema, whose pages may be damaged like any other's.
+    ZAVStatementRun opening;
+    connection->bounds().begin(opening);
+    const ZAVStatementBounds::Charge charge(connection->bounds(), opening);
+    try {
+        if (configure(*connection, options)) {
+            return connection;
+        }
+        if (opening.hasPassedBounds) {
+            connection->failBeyondBounds();
+        }
+        ZAVStoreError(error, ZAVErrorOfKey(connection->lastError(), connection->engine(), path,
+                                           options.key.has_value()));
+    } catch (...) {
+        ZAVCloseUntouched(*connection);
+        throw;
+    }
+    ZAVCloseUntouched(*connection);
+    return nullptr;
+}
+
+bool ZAVUseWriteAheadLog(ZAVConnection& connection) {
+    // While another connection does the same the engine fails at once instead of waiting.
+    constexpr int pauseInMilliseconds = 2;
+    const auto deadline = std::chrono::steady_clock::now() + connection.settings().busyTimeout;
+    while (!connection.runScript("PRAGMA journal_mode=WAL")) {
+        if ((connection.lastError().code() & 0xFF) != SQLITE_BUSY ||
+            std::chrono::steady_clock::now() >= deadline) {
+            return false;
+        }
+        sqlite3_sleep(pauseInMilliseconds);
+    }
+    // Where the file system shares no memory, and in memory, the engine keeps to the journal without a word.
+    auto mode = query(connection, "PRAGMA journal_mode");
+    if (!mode || !mode->next()) {
+        return false;
+    }
+    const bool hasLog = mode->stringForColumnIndex(0) == "wal";
+    mode->close();
+    // With a log nothing is deleted at a commit, and FULL is enough.
+    return !connection.settings().isDurable || !hasLog || connection.runScript("PRAGMA synchronous=FULL");
+}
+
+void ZAVCloseUntouched(ZAVConnection& connection) noexcept {
+    // An older engine folds the log whenever the last connection goes. One that only reads cannot, so it goes
+    // after this one.
+    ZAVEngineHandle lastToGo;
+    if (!hasEmptyLog(connection.engine()) && !keepsLogOnClose(connection.engine())) {
+        lastToGo = readerBeside(connection.engine());
+    }
+    connection.close();
+}
+
+}  // namespace zav

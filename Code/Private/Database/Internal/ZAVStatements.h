@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string_view>
+
+#include <ZAVEventRepository/FMDatabase.h>
+
+namespace zav {
+
+/// Stores why the most recent call failed.
+void storeLastError(const FMDatabase& database, ZAVError* error);
+
+/// Runs a bounded query.
+/// @return a cursor before the first row; none on failure, with the reason in `error`.
+template <class... Values>
+[[nodiscard]] inline std::optional<FMResultSet> runQuery(FMDatabase& database, ZAVError* error,
+                                                         std::string_view statement,
+                                                         const Values&... values) {
+    auto rows = database.executeBoundedQuery(statement, values...);
+    if (!rows) [[unlikely]] {
+        storeLastError(database, error);
+    }
+    return rows;
+}
+
+/// Runs a bounded update.
+/// @return whether it succeeded; if not, the reason is in `error`.
+template <class... Values>
+inline bool runUpdate(FMDatabase& database, ZAVError* error, std::string_view statement,
+                      const Values&... values) {
+    const bool succeeded = database.executeBoundedUpdate(statement, values...);
+    if (!succeeded) [[unlikely]] {
+        storeLastError(database, error);
+    }
+    return succeeded;
+}
+
+/// As `runUpdate`, for a list of values.
+bool runUpdateWithArguments(FMDatabase& database, ZAVError* error, std::string_view statement,
+                            std::span<const ZAVValue> arguments);
+
+/// The number in the first column of a query's first row; none when there is no row, when the column is NULL,
+/// and on failure, with the reason in `error`.
+template <class... Values>
+[[nodiscard]] std::optional<std::int64_t> readNumber(FMDatabase& database, ZAVError* error,
+                                                     std::string_view statement, const Values&... values) {
+    auto rows = runQuery(database, error, statement, values...);
+    if (!rows || !rows->nextWithError(error) || rows->columnIndexIsNull(0)) {
+        return std::nullopt;
+    }
+    return rows->longLongIntForColumnIndex(0);
+}
+
+}  // namespace zav
