@@ -154,8 +154,8 @@ bool decodesAsUTF8(std::string_view text) {
 
 void checkFormat(std::string_view format) {
     const std::optional<ZAVURL> noURL;
-    const std::string printed =
-        ZAVStringWithFormat(format, std::string_view("text"), 7, -1, UINT64_MAX, INT64_MIN, ZAVUUID(), noURL);
+    const std::string printed = ZAVStringWithFormat(ZAVRuntimeFormat(format), std::string_view("text"), 7, -1,
+                                                    UINT64_MAX, INT64_MIN, ZAVUUID(), noURL);
     if (format.find('%') == std::string_view::npos) {
         expect(printed == format, "a format without directives to print as it stands");
     }
@@ -163,10 +163,11 @@ void checkFormat(std::string_view format) {
     for (const char character : format) {
         escaped.append(character == '%' ? 2 : 1, character);
     }
-    expect(ZAVStringWithFormat(escaped, 1, 2) == format, "an escaped percent sign to print as one");
+    expect(ZAVStringWithFormat(ZAVRuntimeFormat(escaped), 1, 2) == format,
+           "an escaped percent sign to print as one");
     expect(ZAVStringWithFormat("%@", format) == format, "an argument to print as it is, whatever it holds");
     const auto percents = std::count(format.begin(), format.end(), '%');
-    const std::string unfilled = ZAVStringWithFormat(format);
+    const std::string unfilled = ZAVStringWithFormat(ZAVRuntimeFormat(format));
     expect(unfilled.size() <= format.size() &&
                format.size() - unfilled.size() <= static_cast<std::size_t>(percents) / 2,
            "a directive without an argument to print as it stands");

@@ -23,7 +23,8 @@ namespace {
 constexpr unsigned secondsAtMost = 60;
 
 void logLine(DDLogFlag flag, std::string_view text) {
-    DDLog::log(flag == DDLogFlagVerbose, 31, flag, 0, "file", "-[Subject act:]", 1, nullptr, text);
+    DDLog::log(flag == DDLogFlagVerbose, 31, flag, 0, "file", "-[Subject act:]", 1, nullptr,
+               ZAVRuntimeFormat(text));
 }
 
 /// Runs something in a process that is forked from this one, and answers whether that process came to its end

@@ -19,7 +19,8 @@ namespace {
 constexpr unsigned secondsAtMost = 60;
 
 template <class... Arguments>
-void logLine(DDLogFlag flag, std::string_view format, const Arguments&... arguments) {
+void logLine(DDLogFlag flag, ZAVFormatString<std::type_identity_t<Arguments>...> format,
+             const Arguments&... arguments) {
     DDLog::log(flag == DDLogFlagVerbose, 31, flag, 0, "file", "-[Subject act:]", 1, nullptr, format,
                arguments...);
 }

@@ -118,7 +118,8 @@ TEST(Logger, ArgumentsArePrintedAsTheirDirectivesSay) {
     const auto sink = std::make_shared<KeepingSink>();
     const DefaultSinkAfterwards afterwards;
     DDLog::setSink(sink);
-    const auto log = [](std::string_view format, const auto&... arguments) {
+    const auto log = []<class... Arguments>(ZAVFormatString<std::type_identity_t<Arguments>...> format,
+                                            const Arguments&... arguments) {
         DDLog::log(true, 31, 16, 0, "file", "function", 1, nullptr, format, arguments...);
     };
     log("%d %d", -1, std::int32_t{2147483647});
@@ -238,7 +239,7 @@ TEST(Logger, ANewSinkTakesTheLinesFromThenOn) {
     const auto first = std::make_shared<KeepingSink>();
     const auto second = std::make_shared<KeepingSink>();
     const auto log = [](std::string_view text) {
-        DDLog::log(false, 31, 1, 0, "file", "function", 1, nullptr, text);
+        DDLog::log(false, 31, 1, 0, "file", "function", 1, nullptr, ZAVRuntimeFormat(text));
     };
     DDLog::setSink(first);
     log("to the first");

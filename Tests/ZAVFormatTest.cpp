@@ -36,9 +36,9 @@ TEST(Format, PrintsTheEndsOfEachRange) {
 }
 
 TEST(Format, CutsWhatIsTooWideForTheDirective) {
-    EXPECT_EQ(ZAVStringWithFormat("%d", std::int64_t{4294967297}), "1");
-    EXPECT_EQ(ZAVStringWithFormat("%d", std::int64_t{2147483648}), "-2147483648");
-    EXPECT_EQ(ZAVStringWithFormat("%u", std::int64_t{4294967297}), "1");
+    EXPECT_EQ(ZAVStringWithFormat(ZAVRuntimeFormat("%d"), std::int64_t{4294967297}), "1");
+    EXPECT_EQ(ZAVStringWithFormat(ZAVRuntimeFormat("%d"), std::int64_t{2147483648}), "-2147483648");
+    EXPECT_EQ(ZAVStringWithFormat(ZAVRuntimeFormat("%u"), std::int64_t{4294967297}), "1");
 }
 
 TEST(Format, PrintsNumbersOfEveryWidth) {
@@ -68,8 +68,8 @@ TEST(Format, PrintsANumberAsItIsWhereAnObjectIsAskedFor) {
         "{(18446744073709551615)}");
 }
 
-TEST(Format, PrintsWhatIsNoIntegerWhateverTheDirective) {
-    EXPECT_EQ(ZAVStringWithFormat("%d %llu", 1.9, "text"), "1.9 text");
+TEST(Format, PrintsWhatIsNotAnIntegerWhateverTheDirective) {
+    EXPECT_EQ(ZAVStringWithFormat(ZAVRuntimeFormat("%d %llu"), 1.9, "text"), "1.9 text");
 }
 
 enum Plain : std::int32_t { PlainMinusOne = -1, PlainTwo = 2 };
@@ -131,8 +131,8 @@ TEST(Format, PrintsEveryNumberOfACollection) {
 }
 
 TEST(Format, LeavesOutAnArgumentWithoutADirective) {
-    EXPECT_EQ(ZAVStringWithFormat("one", 1), "one");
-    EXPECT_EQ(ZAVStringWithFormat("%d", 1, "two", 3.0), "1");
+    EXPECT_EQ(ZAVStringWithFormat(ZAVRuntimeFormat("one"), 1), "one");
+    EXPECT_EQ(ZAVStringWithFormat(ZAVRuntimeFormat("%d"), 1, "two", 3.0), "1");
 }
 
 TEST(Format, PrintsAPercentSignForTwo) {
@@ -153,11 +153,20 @@ TEST(Format, NeverReadsAnArgumentAsAFormat) {
 }
 
 TEST(Format, LeavesADirectiveWithoutAnArgumentAsItStands) {
-    EXPECT_EQ(ZAVStringWithFormat("%d"), "%d");
-    EXPECT_EQ(ZAVStringWithFormat("%d and %@", 1), "1 and %@");
-    EXPECT_EQ(ZAVStringWithFormat("50%"), "50%");
-    EXPECT_EQ(ZAVStringWithFormat("%"), "%");
-    EXPECT_EQ(ZAVStringWithFormat("%q %d", 4), "%q 4") << "something that is no directive took an argument";
+    EXPECT_EQ(ZAVStringWithFormat(ZAVRuntimeFormat("%d")), "%d");
+    EXPECT_EQ(ZAVStringWithFormat(ZAVRuntimeFormat("%d and %@"), 1), "1 and %@");
+    EXPECT_EQ(ZAVStringWithFormat(ZAVRuntimeFormat("50%")), "50%");
+    EXPECT_EQ(ZAVStringWithFormat(ZAVRuntimeFormat("%")), "%");
+    EXPECT_EQ(ZAVStringWithFormat(ZAVRuntimeFormat("%q %d"), 4), "%q 4")
+        << "something that is no directive took an argument";
+}
+
+TEST(Format, TakesAFormatThatIsKnownOnlyAtRunTime) {
+    std::string format = "%@ of ";
+    format += "%d";
+    EXPECT_EQ(ZAVStringWithFormat(ZAVRuntimeFormat(format), "one", 3), "one of 3");
+    static constexpr std::string_view constant = "%@ of %d";
+    EXPECT_EQ(ZAVStringWithFormat(constant, "one", 3), "one of 3") << "a constant need not be a literal";
 }
 
 TEST(Format, KeepsLongAndUnusualText) {

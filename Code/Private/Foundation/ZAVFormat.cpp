@@ -2,25 +2,7 @@
 
 #include <fmt/format.h>
 
-#include <array>
-
 namespace zav {
-namespace {
-
-constexpr std::array<std::string_view, 7> directives = {"@", "d", "u", "ld", "lu", "lld", "llu"};
-
-/// The directive at the start of `text`, or nothing when it is none.
-std::string_view directiveAt(std::string_view text) noexcept {
-    for (const std::string_view directive : directives) {
-        if (text.starts_with(directive)) {
-            return directive;
-        }
-    }
-    return {};
-}
-
-}  // namespace
-
 std::string ZAVDescription(float number) {
     return fmt::format("{}", number);
 }
@@ -68,7 +50,7 @@ std::string ZAVStringWithFormatArguments(std::string_view format,
             format.remove_prefix(1);
             continue;
         }
-        const std::string_view directive = directiveAt(format);
+        const std::string_view directive = ZAVFormatDirectiveAt(format);
         if (directive.empty() || used == arguments.size()) {
             text += '%';
             continue;

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <concepts>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -150,19 +151,104 @@ private:
     std::variant<std::int64_t, std::uint64_t, std::string> value_;
 };
 
+/// The directives that take an argument, in the order in which they are looked for.
+inline constexpr std::array<std::string_view, 7> ZAVFormatDirectives = {"@",  "d",   "u",  "ld",
+                                                                        "lu", "lld", "llu"};
+
+/// The directive that `text`, which follows a percent sign, begins with; empty when it begins with none.
+[[nodiscard]] constexpr std::string_view ZAVFormatDirectiveAt(std::string_view text) noexcept {
+    for (const std::string_view directive : ZAVFormatDirectives) {
+        if (text.starts_with(directive)) {
+            return directive;
+        }
+    }
+    return {};
+}
+
 /// Formats as printf does, with the directives `%@` (objects, and numbers as they are), `%d` `%u` (32 bits),
-/// `%ld`
-/// `%lld` `%lu` `%llu` (64 bits) and `%%`. What is no integer is printed as `%@` prints it whatever the
-/// directive. A directive without an argument is printed as it stands, and so is what is none; an argument
-/// without a directive is left out.
+/// `%ld` `%lld` `%lu` `%llu` (64 bits) and `%%`. An argument that is not an integer is printed as `%@` prints
+/// it whatever the directive. A directive without an argument is printed as it stands, and so is a percent
+/// sign that begins no directive; an argument without a directive is left out.
 [[nodiscard]] ZAV_EXPORT std::string ZAVStringWithFormatArguments(
     std::string_view format, std::span<const ZAVFormatArgument> arguments);
 
+/// A format that is known only at run time: its directives are not compared with its arguments.
+struct ZAVRuntimeFormat {
+    /// @param format the text; it must outlive the call that it is handed to.
+    explicit constexpr ZAVRuntimeFormat(std::string_view format) noexcept : text(format) {}
+
+    std::string_view text;  ///< the format
+};
+
+/// The format of a call with these arguments. Made of a constant text, a literal as a rule, it is compared
+/// with them while the call is compiled: a call does not compile that has more or fewer arguments than
+/// directives, an object, a floating-point number or an absent one where the directive wants an integer, an
+/// integer of 64 bits where it wants one of 32, or a percent sign that begins no directive. The sign of an
+/// integer is the directive's to choose. A text that is not a constant is handed over as a
+/// `ZAVRuntimeFormat`.
+template <class... Arguments>
+class ZAVFormatString {
+public:
+    /// Compares a constant text with the arguments.
+    template <std::convertible_to<std::string_view> Text>
+    consteval ZAVFormatString(const Text& text) : text_(text) {
+        check();
+    }
+
+    /// Takes the text as it is.
+    constexpr ZAVFormatString(ZAVRuntimeFormat format) noexcept : text_(format.text) {}
+
+    /// The format, printable as it stands.
+    [[nodiscard]] constexpr std::string_view text() const noexcept { return text_; }
+
+private:
+    // Nobody defines these: a compiler that has to evaluate a call of one reports its name.
+    static void percentSignBeginsNoDirective();
+    static void formatHasMoreDirectivesThanArguments();
+    static void formatHasFewerDirectivesThanArguments();
+    static void directiveDoesNotFitItsArgument();
+
+    /// The bits of an integer, and of whatever else none.
+    template <class Argument>
+    static constexpr std::size_t bitsOf = std::integral<Argument> || std::is_enum_v<Argument>
+                                              ? 8 * sizeof(Argument)
+                                              : 0;
+
+    consteval void check() const {
+        constexpr std::array<std::size_t, sizeof...(Arguments)> bits{bitsOf<Arguments>...};
+        std::size_t used = 0;
+        for (std::size_t percent = text_.find('%'); percent != std::string_view::npos;) {
+            const std::string_view rest = text_.substr(percent + 1);
+            const std::string_view directive = rest.starts_with('%') ? "%" : ZAVFormatDirectiveAt(rest);
+            if (directive.empty()) {
+                percentSignBeginsNoDirective();
+            }
+            if (directive != "%") {
+                if (used == bits.size()) {
+                    formatHasMoreDirectivesThanArguments();
+                }
+                const std::size_t widest = directive == "d" || directive == "u" ? 32 : 64;
+                if (directive != "@" && (bits[used] == 0 || bits[used] > widest)) {
+                    directiveDoesNotFitItsArgument();
+                }
+                ++used;
+            }
+            percent = text_.find('%', percent + 1 + directive.size());
+        }
+        if (used != bits.size()) {
+            formatHasFewerDirectivesThanArguments();
+        }
+    }
+
+    std::string_view text_;
+};
+
 /// `ZAVStringWithFormatArguments` of whatever a `ZAVFormatArgument` is made from.
 template <class... Arguments>
-[[nodiscard]] std::string ZAVStringWithFormat(std::string_view format, const Arguments&... arguments) {
+[[nodiscard]] std::string ZAVStringWithFormat(ZAVFormatString<std::type_identity_t<Arguments>...> format,
+                                              const Arguments&... arguments) {
     const std::array<ZAVFormatArgument, sizeof...(Arguments)> packed{ZAVFormatArgument(arguments)...};
-    return ZAVStringWithFormatArguments(format, packed);
+    return ZAVStringWithFormatArguments(format.text(), packed);
 }
 
 }  // namespace zav

@@ -4,7 +4,9 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <string_view>
+#include <type_traits>
 
 #include <ZAVEventRepository/DDLogSink.h>
 #include <ZAVEventRepository/ZAVExport.h>
@@ -27,19 +29,21 @@ public:
     /// with `verboseIsOpen` or `errorIsOpen`, so that a line that nobody wants costs nothing.
     ///
     /// Nothing comes out of it, whatever a description or the sink throws. A line whose arguments cannot be
-    /// printed, for want of memory say, has its format for its message.
+    /// printed, for want of memory say, has its format for its message. The directives of a constant format
+    /// are compared with the arguments at compile time: see `ZAVFormatString`.
     template <class... Arguments>
     static void log(bool asynchronous, std::uint32_t level, std::uint32_t flag, int context,
                     std::string_view file, std::string_view function, unsigned line, const void* tag,
-                    std::string_view format, const Arguments&... arguments) noexcept {
+                    ZAVFormatString<std::type_identity_t<Arguments>...> format,
+                    const Arguments&... arguments) noexcept {
         std::string message;
-        std::string_view printed = format;
+        std::string_view printed = format.text();
         try {
             message = ZAVStringWithFormat(format, arguments...);
             printed = message;
         } catch (...) {  // NOLINT(bugprone-empty-catch): the line is worth more than its arguments
         }
-        write({asynchronous, level, flag, context, file, function, line, tag, format, printed});
+        write({asynchronous, level, flag, context, file, function, line, tag, format.text(), printed});
     }
 
     /// Whether verbose lines of a component are wanted. Of a number that is no component's none are.

@@ -18,7 +18,8 @@ namespace zav {
 namespace {
 
 template <class... Arguments>
-[[noreturn]] void raise(std::string_view reason, const Arguments&... arguments) {
+[[noreturn]] void raise(ZAVFormatString<std::type_identity_t<Arguments>...> reason,
+                        const Arguments&... arguments) {
     throw NSInternalInconsistencyException(ZAVStringWithFormat(reason, arguments...));
 }
 

@@ -77,7 +77,7 @@ private:
     void log(bool asynchronous, DDLogFlag flag, std::string_view format,
              const LogArguments&... arguments) const {
         DDLog::log(asynchronous, ddLogLevel, flag, 0, "Code/Private/Model/Repositories/ZAVEventRepository",
-                   function_, line_, nullptr, format, arguments...);
+                   function_, line_, nullptr, ZAVRuntimeFormat(format), arguments...);
     }
 
     std::string_view function_;
