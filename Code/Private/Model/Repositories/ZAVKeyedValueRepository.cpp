@@ -7,6 +7,7 @@
 #include <ZAVEventRepository/NSInternalInconsistencyException.h>
 
 #include "Private/Database/Internal/ZAVStatements.h"
+#include "Private/Model/Repositories/Internal/ZAVStatementText.h"
 
 namespace zav {
 namespace {
@@ -18,30 +19,34 @@ struct Statements {
     std::string_view remove;
 };
 
-#define ZAV_KEYED_VALUES_STATEMENTS(table)                                                                           \
-    {                                                                                                                \
-        "SELECT key, value, typeof(value) = 'blob' FROM " table                                                      \
-        " WHERE object_database_identifier = ? AND object_type = ? AND key_type = ?",                                \
-            "SELECT key, value, typeof(value) = 'blob', timestamp, typeof(key) = 'text' AND "                        \
-            "typeof(value) IN ('text', 'blob') AND typeof(timestamp) IN ('real', 'null') FROM " table                \
-            " WHERE object_database_identifier = ? AND object_type = ? AND key_type = ?",                            \
-            "INSERT OR REPLACE INTO " table                                                                          \
-            " (object_database_identifier, object_type, key_type, key, value, timestamp) VALUES (?, ?, ?, ?, ?, ?)", \
-            "DELETE FROM " table                                                                                     \
-            " WHERE object_database_identifier = ? AND object_type = ? AND key_type = ? AND key = ?"                 \
-    }
+constexpr ZAVStatementText ofObject(
+    " WHERE object_database_identifier = ? AND object_type = ? AND key_type = ?");
+constexpr ZAVStatementText localTable("keyed_values_local");
+constexpr ZAVStatementText remoteTable("keyed_values_remote");
 
-constexpr Statements localStatements = ZAV_KEYED_VALUES_STATEMENTS("keyed_values_local");
-constexpr Statements remoteStatements = ZAV_KEYED_VALUES_STATEMENTS("keyed_values_remote");
-
-#undef ZAV_KEYED_VALUES_STATEMENTS
+/// The statements over one of the tables, which have the same columns.
+template <const auto& table>
+struct TableStatements {
+    static constexpr auto select =
+        ZAVStatementText("SELECT key, value, typeof(value) = 'blob' FROM ") + table + ofObject;
+    static constexpr auto selectStored =
+        ZAVStatementText(
+            "SELECT key, value, typeof(value) = 'blob', timestamp, typeof(key) = 'text' AND "
+            "typeof(value) IN ('text', 'blob') AND typeof(timestamp) IN ('real', 'null') FROM ") +
+        table + ofObject;
+    static constexpr auto insert =
+        ZAVStatementText("INSERT OR REPLACE INTO ") + table +
+        " (object_database_identifier, object_type, key_type, key, value, timestamp) VALUES (?, ?, ?, ?, ?, ?)";
+    static constexpr auto remove = ZAVStatementText("DELETE FROM ") + table + ofObject + " AND key = ?";
+    static constexpr Statements all{select, selectStored, insert, remove};
+};
 
 const Statements& statementsFor(ZAVKeyedValuesTable table) {
     switch (table) {
         case ZAVKeyedValuesTableLocal:
-            return localStatements;
+            return TableStatements<localTable>::all;
         case ZAVKeyedValuesTableRemote:
-            return remoteStatements;
+            return TableStatements<remoteTable>::all;
         case ZAVKeyedValuesTableInvalid:
             break;
     }
