@@ -422,7 +422,7 @@ TEST_F(StoredRows, OfADeletedEventLeaveTheirIdentifierToNobody) {
         << "the row identifier of a deleted event was given again";
     const auto readBack = store_.repository().eventForDatabaseIdentifier(later->databaseIdentifier());
     ASSERT_TRUE(readBack);
-    EXPECT_TRUE(partsOf(*readBack).empty()) << "an event inherited the parts of another";
+    EXPECT_TRUE(readBack->contentParts().empty()) << "an event inherited the parts of another";
     EXPECT_TRUE(!readBack->transient_metadata() || readBack->transient_metadata()->empty())
         << "an event inherited the metadata of another";
 }

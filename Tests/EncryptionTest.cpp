@@ -73,7 +73,7 @@ std::vector<std::string> storedTexts(const std::shared_ptr<FMDatabase>& database
     const auto events = ZAVEventRepository(database).allEvents();
     EXPECT_TRUE(events.has_value()) << "the events can be read: " << database->lastError().description();
     for (const auto& event : *events) {
-        for (const auto& part : partsOf(*event)) {
+        for (const auto& part : event->contentParts()) {
             texts.emplace_back(part->body()->asText());
         }
     }

@@ -43,7 +43,7 @@ void addPart(const TestStore& store, int index, ZAVDatabaseIdentifier event = 7)
 
 std::vector<std::int64_t> indexesOf(const ZAVEvent& event) {
     std::vector<std::int64_t> indexes;
-    for (const auto& part : partsOf(event)) {
+    for (const auto& part : event.contentParts()) {
         indexes.push_back(part->index());
     }
     return indexes;
@@ -254,7 +254,7 @@ TEST(EventMapper, PartsComeInTheOrderOfTheirIndex) {
     addPart(store, 3, 8);
     const auto event = mapped(store, message);
     EXPECT_EQ(indexesOf(*event), (std::vector<std::int64_t>{0, 1, 2, 10}));
-    for (const auto& part : partsOf(*event)) {
+    for (const auto& part : event->contentParts()) {
         EXPECT_EQ(part->eventDatabaseIdentifier(), 7);
         EXPECT_EQ(part->body(), ZAVData::fromText("h"));
     }
@@ -413,7 +413,7 @@ TEST(EventMapper, AnEventOutlivesItsDatabase) {
         event = mapped(store, message);
     }
     EXPECT_EQ(event->creator_id(), "creator");
-    EXPECT_EQ(partsOf(*event).at(0)->body(), ZAVData::fromText("h"));
+    EXPECT_EQ(event->contentParts().at(0)->body(), ZAVData::fromText("h"));
 }
 
 }  // namespace

@@ -1108,7 +1108,7 @@ TEST(EventPersistence, AnInsertThatFailsLeavesTheEventWithoutARow) {
     expectFailure(store, {event}, refusal());
     EXPECT_EQ(event->databaseIdentifier(), ZAVDatabaseIdentifierNotSet);
     EXPECT_EQ(event->streamDatabaseIdentifier(), 1) << "the stream had been resolved";
-    EXPECT_EQ(partsOf(*event)[0]->eventDatabaseIdentifier(), ZAVDatabaseIdentifierNotSet);
+    EXPECT_EQ(event->contentParts()[0]->eventDatabaseIdentifier(), ZAVDatabaseIdentifierNotSet);
     EXPECT_EQ(store.rows("SELECT (SELECT COUNT(*) FROM keyed_values_remote) + "
                          "(SELECT COUNT(*) FROM event_content_parts)"),
               Lines{"0"});
@@ -1202,7 +1202,7 @@ TEST(EventPersistence, MetadataThatCannotBeStoredFailTheEventAndItsPartsAreNotWr
     EXPECT_EQ(store.rows("SELECT key FROM keyed_values_remote"), Lines{"a"})
         << "what was written before stays";
     EXPECT_EQ(store.rows("SELECT COUNT(*) FROM event_content_parts"), Lines{"0"});
-    EXPECT_EQ(partsOf(*event)[0]->eventDatabaseIdentifier(), ZAVDatabaseIdentifierNotSet);
+    EXPECT_EQ(event->contentParts()[0]->eventDatabaseIdentifier(), ZAVDatabaseIdentifierNotSet);
 }
 
 TEST(EventPersistence, MetadataWithoutTheirTableFailTheEvent) {
@@ -1221,7 +1221,7 @@ TEST(EventPersistence, APartThatFailsStopsItsEventAndKeepsThePartsBeforeIt) {
     event->set_content(Content{makeTextPart("one"), makeTextPart("two"), makeTextPart("three")});
     expectFailure(store, {event}, refusal());
     EXPECT_EQ(store.rows("SELECT event_content_part_id FROM event_content_parts"), Lines{"0"});
-    const auto parts = partsOf(*event);
+    const auto parts = event->contentParts();
     EXPECT_EQ(parts[0]->eventDatabaseIdentifier(), 1);
     EXPECT_EQ(parts[1]->eventDatabaseIdentifier(), 1) << "it was marked before it failed";
     EXPECT_EQ(parts[2]->eventDatabaseIdentifier(), ZAVDatabaseIdentifierNotSet);

@@ -812,7 +812,7 @@ TEST(EventQueries, AnUnprocessedEventIsReadWithItsContentAndNotFromTheColumnsOfI
     ASSERT_EQ(rowsOf(events), Rows{7});
     EXPECT_EQ((*events)[0]->creator_name(), "Ann");
     EXPECT_EQ((*events)[0]->seq(), 3);
-    EXPECT_EQ(partsOf(*(*events)[0]).size(), 2U);
+    EXPECT_EQ((*events)[0]->contentParts().size(), 2U);
 }
 
 /// Adds a sequenced event to stream row 1, by what the replay order depends on.
@@ -992,8 +992,8 @@ TEST(EventQueries, AnEventIsFoundByItsRowWithEverythingThatItCarries) {
     EXPECT_EQ(event->creator_id(), "alice");
     EXPECT_EQ(event->client_id(), ZAVDataFromUUID(uuidNumber(7)));
     EXPECT_EQ(event->transient_metadata(), (ZAVDictionary{{"colour", ZAVData::fromText("green")}}));
-    ASSERT_EQ(partsOf(*event).size(), 2U);
-    EXPECT_EQ(partsOf(*event)[1]->body(), ZAVData::fromText("two"));
+    ASSERT_EQ(event->contentParts().size(), 2U);
+    EXPECT_EQ(event->contentParts()[1]->body(), ZAVData::fromText("two"));
 }
 
 TEST(EventQueries, AnyRowIdentifierMayBeLookedUp) {

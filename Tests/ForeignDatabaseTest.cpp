@@ -202,7 +202,7 @@ void expectEveryOperationToSucceed(const ForeignStore& store) {
     EXPECT_EQ(event->streamDatabaseIdentifier(), 70);
     succeeds("updateObject", [&](ZAVError* error) { EXPECT_TRUE(repository.updateObject(*event, error)); });
     succeeds("persistEventContentUpdate", [&](ZAVError* error) {
-        EXPECT_TRUE(repository.persistEventContentUpdate(*partsOf(*event).at(0), error));
+        EXPECT_TRUE(repository.persistEventContentUpdate(*event->contentParts().at(0), error));
     });
     succeeds("persistTombstoneEvent", [&](ZAVError* error) {
         EXPECT_TRUE(repository.persistTombstoneEventWithTargetSeq(0, 0, error));

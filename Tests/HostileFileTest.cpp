@@ -1526,9 +1526,9 @@ TEST(HostileData, AreStoredAsTheyAre) {
         EXPECT_EQ(read->member_id(), text);
         EXPECT_EQ(read->client_id(), ZAVData::fromText(text));
         EXPECT_EQ(describeMetadata(*read), Lines{text + "=" + text});
-        ASSERT_EQ(partsOf(*read).size(), 1U);
-        EXPECT_EQ(partsOf(*read)[0]->media_type(), text);
-        EXPECT_EQ(partsOf(*read)[0]->body(), ZAVData::fromText(text));
+        ASSERT_EQ(read->contentParts().size(), 1U);
+        EXPECT_EQ(read->contentParts()[0]->media_type(), text);
+        EXPECT_EQ(read->contentParts()[0]->body(), ZAVData::fromText(text));
     }
     EXPECT_EQ(store.repository().countOfEvents(), hostileTexts.size());
 }

@@ -138,6 +138,20 @@ TEST(Event, KnowsItsStreamAsAUUIDWhenItHasSixteenBytes) {
     EXPECT_EQ(event.stream_id(), ZAVData::fromText("short"));
 }
 
+TEST(Event, AnswersItsContentPartsInOrderWithNullForOneThatIsOfTheWireAlone) {
+    ZAVEvent event;
+    EXPECT_TRUE(event.contentParts().empty()) << "an event without content has parts";
+    const auto first = std::make_shared<ZAVEventContent>();
+    const auto third = std::make_shared<ZAVEventContent>();
+    event.set_content(
+        std::vector<std::shared_ptr<ZAVTContent>>{first, std::make_shared<ZAVTContent>(), third, nullptr});
+    EXPECT_EQ(event.contentParts(),
+              (std::vector<std::shared_ptr<ZAVEventContent>>{first, nullptr, third, nullptr}));
+    const auto part = event.contentParts().at(0);
+    event.set_content(std::nullopt);
+    EXPECT_EQ(part.use_count(), 2) << "a part is not shared with who asked for it";
+}
+
 TEST(Event, TellsAnUnsetSequenceFromTheMarker) {
     ZAVEvent event;
     event.set_seq(ZAVSequenceNotSet);

@@ -476,8 +476,8 @@ TEST(RepositoryFrame, AnEventThatWasPersistedIsReadBackWithItsContent) {
     ASSERT_TRUE(events) << error.description();
     ASSERT_EQ(events->size(), 1U);
     EXPECT_EQ((*events)[0]->databaseIdentifier(), event->databaseIdentifier());
-    ASSERT_EQ(partsOf(*(*events)[0]).size(), 1U);
-    EXPECT_EQ(partsOf(*(*events)[0])[0]->body(), ZAVData::fromText("hello"));
+    ASSERT_EQ((*events)[0]->contentParts().size(), 1U);
+    EXPECT_EQ((*events)[0]->contentParts()[0]->body(), ZAVData::fromText("hello"));
 }
 
 template <class Repository>

@@ -787,19 +787,19 @@ void prepare(ZAVEvent& event, std::string_view user = "alice") {
 
 /// The file of a part as its path below the cache directory; "none" when the part has none.
 std::string fileOf(const ZAVEvent& event, std::size_t position) {
-    const auto part = partsOf(event).at(position);
+    const auto part = event.contentParts().at(position);
     return part->fileURL() ? part->fileURL()->relativePath() : "none";
 }
 
 ZAVContentTransferStatus statusOf(const ZAVEvent& event, std::size_t position) {
-    return partsOf(event).at(position)->transferStatus();
+    return event.contentParts().at(position)->transferStatus();
 }
 
 TEST(PreparingForDownload, APartWithAURLBecomesReadyAndGetsItsFile) {
     ReceivedEvent event({"https://store.example/1"});
     prepare(event);
     EXPECT_EQ(statusOf(event, 0), ZAVContentTransferReadyForDownload);
-    const auto file = partsOf(event)[0]->fileURL();
+    const auto file = event.contentParts()[0]->fileURL();
     ASSERT_TRUE(file);
     EXPECT_EQ(file->relativePath(),
               "11111111-1111-1111-1111-111111111109/alice/11111111-1111-1111-1111-111111111105/part-0");
@@ -807,7 +807,7 @@ TEST(PreparingForDownload, APartWithAURLBecomesReadyAndGetsItsFile) {
     EXPECT_EQ(file->absoluteString(),
               ZAVMessageRepositoryCacheBaseDirectoryURL().absoluteString() +
                   "11111111-1111-1111-1111-111111111109/alice/11111111-1111-1111-1111-111111111105/part-0");
-    EXPECT_EQ(partsOf(event)[0]->external_url(), "https://store.example/1");
+    EXPECT_EQ(event.contentParts()[0]->external_url(), "https://store.example/1");
 }
 
 TEST(PreparingForDownload, PartsWithoutAURLStayAsTheyAreAndCountAllTheSame) {
@@ -828,11 +828,11 @@ TEST(PreparingForDownload, PartsWithoutAURLStayAsTheyAreAndCountAllTheSame) {
 
 TEST(PreparingForDownload, ThePositionCountsNotTheIndexOfThePart) {
     ReceivedEvent event({"https://store.example/1"});
-    partsOf(event)[0]->setIndex(41);
+    event.contentParts()[0]->setIndex(41);
     prepare(event);
     EXPECT_EQ(fileOf(event, 0),
               "11111111-1111-1111-1111-111111111109/alice/11111111-1111-1111-1111-111111111105/part-0");
-    EXPECT_EQ(partsOf(event)[0]->index(), 41);
+    EXPECT_EQ(event.contentParts()[0]->index(), 41);
 }
 
 TEST(PreparingForDownload, AnEventWithoutContentStaysAsItIs) {
@@ -850,7 +850,7 @@ TEST(PreparingForDownload, ThePartsOfAnEventWithoutAUUIDBecomeReadyWithoutAFile)
          {std::optional<ZAVData>(), std::optional(ZAVData()), std::optional(ZAVData::fromText("short"))}) {
         ReceivedEvent event({"https://store.example/1"});
         event.set_client_id(clientID);
-        partsOf(event)[0]->setFileURL(ZAVURL::URLWithString("old"));
+        event.contentParts()[0]->setFileURL(ZAVURL::URLWithString("old"));
         prepare(event);
         EXPECT_EQ(statusOf(event, 0), ZAVContentTransferReadyForDownload);
         EXPECT_EQ(fileOf(event, 0), "none") << "the missing file is stored as well";
@@ -913,8 +913,8 @@ TEST(PreparingForDownload, TheFilesAreBelowTheDirectoryThatTheApplicationSets) {
     ZAVSetMessageRepositoryCacheBaseDirectoryURL(ZAVURL::fileURLWithDirectoryPath("/somewhere else"));
     ReceivedEvent event({"https://store.example/1"});
     prepare(event);
-    ASSERT_TRUE(partsOf(event)[0]->fileURL());
-    EXPECT_EQ(partsOf(event)[0]->fileURL()->filePath(),
+    ASSERT_TRUE(event.contentParts()[0]->fileURL());
+    EXPECT_EQ(event.contentParts()[0]->fileURL()->filePath(),
               "/somewhere else/11111111-1111-1111-1111-111111111109/alice/"
               "11111111-1111-1111-1111-111111111105/part-0");
 }
@@ -924,7 +924,7 @@ TEST(PreparingForDownload, APreparedPartIsReadBackWithItsFileAndWaitsForDownload
     addPart(store, 0, "type", "'text/plain'");
     ReceivedEvent event({"https://store.example/1"});
     prepare(event);
-    const auto part = partsOf(event)[0];
+    const auto part = event.contentParts()[0];
     part->setEventDatabaseIdentifier(1);
     ASSERT_TRUE(store.repository().persistEventContentUpdate(*part));
     const Parts waiting = expiredDownloadsOfAnyType.run(store.repository(), 7, nullptr);

@@ -216,8 +216,8 @@ private:
         std::cout << event.creator_id().value_or("somebody") << ':';
         if (event.type() == EventType_TOMBSTONE) {
             std::cout << " (deleted)";
-        } else if (event.content()) {
-            for (const auto& part : *event.content()) {
+        } else {
+            for (const auto& part : event.contentParts()) {
                 std::cout << ' ' << (part->body() ? part->body()->asText() : "(a file)");
             }
         }

@@ -117,13 +117,10 @@ std::string descriptionOf(const ZAVEvent& event) {
             text += " " + key + "=" + (bytes ? std::string(bytes->asText()) : std::get<std::string>(value));
         }
     }
-    if (event.content()) {
-        for (const auto& content : *event.content()) {
-            const auto& part = dynamic_cast<const ZAVEventContent&>(*content);
-            text += "\n  " + textOf(part.media_type()) + " " + std::to_string(part.size()) + " " +
-                    std::to_string(part.transferStatus()) + " " + textOf(part.external_url()) + " " +
-                    (part.body() ? std::string(part.body()->asText()) : "none");
-        }
+    for (const auto& part : event.contentParts()) {
+        text += "\n  " + textOf(part->media_type()) + " " + std::to_string(part->size()) + " " +
+                std::to_string(part->transferStatus()) + " " + textOf(part->external_url()) + " " +
+                (part->body() ? std::string(part->body()->asText()) : "none");
     }
     return text;
 }

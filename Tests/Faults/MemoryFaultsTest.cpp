@@ -187,7 +187,7 @@ void expectSound(const ZAVEvent& event) {
         EXPECT_EQ(key, "key");
         EXPECT_EQ(value, ZAVDictionaryValue(ZAVData::fromText("value")));
     }
-    for (const auto& part : partsOf(event)) {
+    for (const auto& part : event.contentParts()) {
         EXPECT_EQ(wholeTextOf(*part), storedPart(part->index())) << "half of a part was taken for the whole";
     }
 }
@@ -301,7 +301,7 @@ TEST(MemoryFaultsInConversion, OfAPartLeaveItOutOfItsEvent) {
         FaultyAllocator::heal();
         if (event != nullptr) {
             expectSound(*event);
-            eventsWithFewerParts += partsOf(*event).size() < 4 ? 1 : 0;
+            eventsWithFewerParts += event->contentParts().size() < 4 ? 1 : 0;
         }
         if (HasFailure() || FaultyAllocator::failures() == 0) {
             break;

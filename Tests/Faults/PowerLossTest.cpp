@@ -163,15 +163,12 @@ private:
         if (!transaction) {
             return false;
         }
-        if (event.content()) {
-            for (const auto& content : *event.content()) {
-                auto& part = dynamic_cast<ZAVEventContent&>(*content);
-                part.setTransferStatus(ZAVContentTransferComplete);
-                part.setFileURL(ZAVURL::URLWithString("kept/" + std::to_string(event.seq())));
-                part.setLastAccessed(ZAVDateFromSecondsSince1970(1400000000));
-                if (!repository.persistEventContentUpdate(part)) {
-                    return false;
-                }
+        for (const auto& part : event.contentParts()) {
+            part->setTransferStatus(ZAVContentTransferComplete);
+            part->setFileURL(ZAVURL::URLWithString("kept/" + std::to_string(event.seq())));
+            part->setLastAccessed(ZAVDateFromSecondsSince1970(1400000000));
+            if (!repository.persistEventContentUpdate(*part)) {
+                return false;
             }
         }
         return transaction->commit();

@@ -380,7 +380,7 @@ std::string describe(const ZAVEventContent& content) {
 
 std::vector<std::string> describeParts(const ZAVEvent& event) {
     std::vector<std::string> parts;
-    for (const auto& part : partsOf(event)) {
+    for (const auto& part : event.contentParts()) {
         parts.push_back(describe(*part));
     }
     return parts;

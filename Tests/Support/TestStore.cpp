@@ -102,14 +102,4 @@ std::shared_ptr<ZAVEventContent> makeTextPart(const std::string& text) {
     return part;
 }
 
-std::vector<std::shared_ptr<ZAVEventContent>> partsOf(const ZAVEvent& event) {
-    std::vector<std::shared_ptr<ZAVEventContent>> parts;
-    if (event.content()) {
-        for (const auto& part : *event.content()) {
-            parts.push_back(std::dynamic_pointer_cast<ZAVEventContent>(part));
-        }
-    }
-    return parts;
-}
-
 }  // namespace zav::test

@@ -55,7 +55,4 @@ private:
 /// A new text part, completely transferred.
 [[nodiscard]] std::shared_ptr<ZAVEventContent> makeTextPart(const std::string& text);
 
-/// The content parts of an event, as the records that the library makes.
-[[nodiscard]] std::vector<std::shared_ptr<ZAVEventContent>> partsOf(const ZAVEvent& event);
-
 }  // namespace zav::test

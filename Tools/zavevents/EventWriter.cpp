@@ -224,10 +224,10 @@ void appendEvent(const ZAVEvent& event, bool sequenced, std::string& text) {
     if (event.content()) {
         object.key("content");
         char separator = '[';
-        for (const auto& part : *event.content()) {
+        for (const auto& part : event.contentParts()) {
             text += separator;
             separator = ',';
-            appendPartObject(static_cast<const ZAVEventContent&>(*part), text);
+            appendPartObject(*part, text);
         }
         text += ']';
     }

@@ -34,10 +34,9 @@ void ExactExpirations::restore(ZAVEvent& event) {
     }
     const auto [first, last] = expirations_.equal_range(event.databaseIdentifier());
     for (auto entry = first; entry != last; ++entry) {
-        for (const auto& element : *event.content()) {
-            auto& part = static_cast<ZAVEventContent&>(*element);
-            if (part.index() == entry->second.first) {
-                part.setExternalContentURLExpiration(entry->second.second);
+        for (const auto& part : event.contentParts()) {
+            if (part->index() == entry->second.first) {
+                part->setExternalContentURLExpiration(entry->second.second);
             }
         }
     }

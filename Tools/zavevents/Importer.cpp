@@ -173,7 +173,7 @@ void Importer::compareContent(const ZAVEvent& event) {
         "SELECT event_content_part_id, type, value, url FROM event_content_parts"
         " WHERE event_database_identifier = ? ORDER BY event_content_part_id",
         event.databaseIdentifier());
-    const auto& parts = *event.content();
+    const auto parts = event.contentParts();
     std::string differences;
     ZAVError error;
     while (rows && rows->nextWithError(&error)) {
@@ -181,8 +181,7 @@ void Importer::compareContent(const ZAVEvent& event) {
         if (index >= parts.size()) {
             continue;
         }
-        const std::string difference =
-            differenceOf(static_cast<const ZAVEventContent&>(*parts[index]), *rows);
+        const std::string difference = differenceOf(*parts[index], *rows);
         if (!difference.empty()) {
             differences +=
                 (differences.empty() ? "content[" : ", content[") + std::to_string(index) + "]." + difference;

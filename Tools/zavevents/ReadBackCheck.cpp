@@ -108,18 +108,14 @@ std::string lossesOf(const ZAVEvent& event) {
             appendUnlessUTF8(reasons, "a key of transient_metadata", entry.first);
         }
     }
-    if (!event.content()) {
-        return reasons;
-    }
     std::int64_t index = 0;
-    for (const auto& element : *event.content()) {
-        const auto& part = static_cast<const ZAVEventContent&>(*element);
+    for (const auto& part : event.contentParts()) {
         const std::string name = "content[" + std::to_string(index) + "]";
-        appendUnlessUTF8(reasons, name + ".media_type", part.media_type());
-        if (part.index() != index) {
-            append(reasons, name + " is stored at the index " + std::to_string(part.index()));
+        appendUnlessUTF8(reasons, name + ".media_type", part->media_type());
+        if (part->index() != index) {
+            append(reasons, name + " is stored at the index " + std::to_string(part->index()));
         }
-        if (!part.body() && !part.external_url()) {
+        if (!part->body() && !part->external_url()) {
             append(reasons, name + " has a url that is not a URL");
         }
         ++index;
@@ -129,13 +125,14 @@ std::string lossesOf(const ZAVEvent& event) {
 
 /// Whether reading the line of an event could fail; of most it cannot, and they are spared it.
 bool mayBeRefused(const ZAVEvent& event) {
-    const auto isPlain = [](const std::shared_ptr<ZAVTContent>& element) {
-        const auto& part = static_cast<const ZAVEventContent&>(*element);
-        return part.transferStatus() <= ZAVContentTransferComplete && part.size() >= 0 && !part.fileURL() &&
-               !part.external_url() && !part.lastAccessed() && !part.externalContentURLExpiration();
+    const auto isPlain = [](const std::shared_ptr<ZAVEventContent>& part) {
+        return part->transferStatus() <= ZAVContentTransferComplete && part->size() >= 0 &&
+               !part->fileURL() && !part->external_url() && !part->lastAccessed() &&
+               !part->externalContentURLExpiration();
     };
+    const auto parts = event.contentParts();
     return event.type() == 0 || !ZAVUUIDFromData(event.client_id()) ||
-           (event.content() && !std::all_of(event.content()->begin(), event.content()->end(), isPlain));
+           !std::all_of(parts.begin(), parts.end(), isPlain);
 }
 
 }  // namespace

@@ -1,3 +1,5 @@
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -10,9 +12,9 @@
 #include <ZAVEventRepository/ZAVKeyedValueRepository.h>
 #include <ZAVEventRepository/ZAVUTF8.h>
 
-#include "Private/Model/Repositories/Internal/ZAVRecordCast.h"
 #include "Private/Model/Repositories/Internal/ZAVRepositoryOperation.h"
 #include "Private/Model/Repositories/Internal/ZAVRepositoryStatements.h"
+#include "Private/Model/Synchronization/Internal/ZAVRecordCast.h"
 
 namespace zav {
 namespace {
@@ -27,15 +29,10 @@ std::string_view classNameOf(const ZAVObject* object) noexcept {
     return object == nullptr ? "(null)" : object->className();
 }
 
-using Parts = std::vector<std::shared_ptr<ZAVTContent>>;
+using Parts = std::vector<std::shared_ptr<ZAVEventContent>>;
 
-[[noreturn]] void refusePart(const ZAVObject* part) {
-    raise("Failed to persist an event's content. Expected '%@' but received an object of type '%@'",
-          std::string_view("ZAVEventContent"), classNameOf(part));
-}
-
-/// The element as an event that can be stored, and its parts, each a `ZAVEventContent`, in `parts`: whoever
-/// observes the statements may give the event other ones meanwhile.
+/// The element as an event that can be stored, and its parts in `parts`: whoever observes the statements may
+/// give the event other ones meanwhile.
 /// @throws NSInternalInconsistencyException when it is none.
 ZAVEvent& requireStorable(const std::shared_ptr<ZAVTEvent>& element, Parts& parts) {
     auto* const event = ZAVRecordCast<ZAVEvent>(element.get());
@@ -52,14 +49,11 @@ ZAVEvent& requireStorable(const std::shared_ptr<ZAVTEvent>& element, Parts& part
     if (!event->client_id()) {
         raise("Failed to persist an event with an undefined client_id; event = %@", event->description());
     }
-    parts.clear();
-    if (event->content()) {
-        for (const auto& part : *event->content()) {
-            if (ZAVRecordCast<ZAVEventContent>(part.get()) == nullptr) {
-                refusePart(part.get());
-            }
-            parts.push_back(part);
-        }
+    parts = event->contentParts();
+    if (const auto part = std::find(parts.begin(), parts.end(), nullptr); part != parts.end()) {
+        raise("Failed to persist an event's content. Expected '%@' but received an object of type '%@'",
+              std::string_view("ZAVEventContent"),
+              classNameOf((*event->content())[static_cast<std::size_t>(part - parts.begin())].get()));
     }
     return *event;
 }
@@ -88,7 +82,6 @@ ZAVDictionary storableMetadata(const ZAVDictionary& metadata) {
 class EventWriter {
 public:
     /// @param event completed with the rows that it is stored in.
-    /// @param parts the event's parts, each a `ZAVEventContent`.
     EventWriter(FMDatabase& database, const ZAVKeyedValueRepository& keyedValues, ZAVEvent& event,
                 const Parts& parts, ZAVError& outError)
         : database_(database), keyedValues_(keyedValues), event_(event), parts_(parts), outError_(outError) {}
@@ -217,7 +210,7 @@ private:
     [[nodiscard]] bool writeContent() {
         std::uint64_t index = 0;
         for (const auto& part : parts_) {
-            if (!writePart(static_cast<ZAVEventContent&>(*part), index++)) {
+            if (!writePart(*part, index++)) {
                 return false;
             }
         }

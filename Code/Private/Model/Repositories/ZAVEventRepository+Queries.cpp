@@ -8,7 +8,6 @@
 
 #include "Private/Model/Repositories/Internal/ZAVDistinctRows.h"
 #include "Private/Model/Repositories/Internal/ZAVEventRepositoryProjections.h"
-#include "Private/Model/Repositories/Internal/ZAVRecordCast.h"
 #include "Private/Model/Repositories/Internal/ZAVRepositoryReading.h"
 
 namespace zav {
@@ -54,12 +53,10 @@ bool isComplete(const ZAVEvent& event) {
     if (event.type() != EventType_MESSAGE) {
         return true;
     }
-    const auto& content = event.content();
-    return content && !content->empty() &&
-           std::all_of(content->begin(), content->end(), [](const auto& element) {
-               const auto* const part = ZAVRecordCast<const ZAVEventContent>(element.get());
-               return part != nullptr && part->transferStatus() == ZAVContentTransferComplete;
-           });
+    const auto parts = event.contentParts();
+    return !parts.empty() && std::all_of(parts.begin(), parts.end(), [](const auto& part) {
+        return part != nullptr && part->transferStatus() == ZAVContentTransferComplete;
+    });
 }
 
 }  // namespace

@@ -6,7 +6,6 @@
 #include <ZAVEventRepository/ZAVMessageRepositoryCache.h>
 
 #include "Private/Model/Repositories/Internal/ZAVEventRepositoryProjections.h"
-#include "Private/Model/Repositories/Internal/ZAVRecordCast.h"
 #include "Private/Model/Repositories/Internal/ZAVRepositoryReading.h"
 
 namespace zav {
@@ -124,13 +123,9 @@ std::optional<ZAVSet<ZAVEventContent>> ZAVEventRepository::eventContentsHavingIn
 // cppcheck-suppress constParameter
 void ZAVPrepareEventContentsForDownload(ZAVEvent& event, const ZAVUUID& appID,
                                         std::string_view authenticatedUserID) {
-    if (!event.content()) {
-        return;
-    }
     std::uint64_t index = 0;
-    for (const auto& element : *event.content()) {
+    for (const auto& part : event.contentParts()) {
         const std::uint64_t position = index++;
-        auto* const part = ZAVRecordCast<ZAVEventContent>(element.get());
         if (part == nullptr || !part->external_url() || part->external_url()->empty()) {
             continue;
         }

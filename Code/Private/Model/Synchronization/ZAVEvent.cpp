@@ -2,6 +2,8 @@
 
 #include <ZAVEventRepository/ZAVFormat.h>
 
+#include "Private/Model/Synchronization/Internal/ZAVRecordCast.h"
+
 namespace zav {
 namespace {
 
@@ -10,6 +12,18 @@ std::string describeRow(ZAVDatabaseIdentifier row) {
 }
 
 }  // namespace
+
+std::vector<std::shared_ptr<ZAVEventContent>> ZAVEvent::contentParts() const {
+    std::vector<std::shared_ptr<ZAVEventContent>> parts;
+    if (content()) {
+        parts.reserve(content()->size());
+        for (const auto& element : *content()) {
+            auto* const part = ZAVRecordCast<ZAVEventContent>(element.get());
+            parts.push_back(part == nullptr ? nullptr : std::shared_ptr<ZAVEventContent>(element, part));
+        }
+    }
+    return parts;
+}
 
 void ZAVEvent::describeFields(std::string& text) const {
     text += " databaseIdentifier=" + describeRow(databaseIdentifier_);

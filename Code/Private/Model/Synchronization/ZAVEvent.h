@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include <ZAVEventRepository/ZAVEventContent.h>
 #include <ZAVEventRepository/ZAVExport.h>
@@ -58,6 +59,11 @@ public:
 
     /// `stream_id` as a UUID.
     [[nodiscard]] std::optional<ZAVUUID> streamUUID() const { return ZAVUUIDFromData(streamID_); }
+
+    /// The parts of `content`, in order; none for an event without content. Null stands for an element that
+    /// is not a `ZAVEventContent`. Events that the library reads have no such element, and `persistEvents`
+    /// refuses one.
+    [[nodiscard]] std::vector<std::shared_ptr<ZAVEventContent>> contentParts() const;
 
     [[nodiscard]] std::string_view className() const noexcept override { return "ZAVEvent"; }
 
