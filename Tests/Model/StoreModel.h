@@ -1,6 +1,6 @@
 #pragma once
 
-#include <ZAVEventRepository/ZAVError.h>
+#include <ZAVEventRepository/ZAVDatabaseError.h>
 
 #include <cstdint>
 #include <functional>

@@ -50,10 +50,10 @@ public:
     /// Whether there is an error.
     explicit operator bool() const noexcept { return set_; }
 
-    /// Who reports: `ZAVErrorDomainSQLite` for the engine, `ZAVErrorDomainDatabase` for the handle around it.
+    /// Who reports: `ZAVDatabaseError.h` has the library's domains.
     [[nodiscard]] const std::string& domain() const noexcept { return domain_; }
 
-    /// The engine's extended result code, or a code of the domain's own.
+    /// What happened, in the domain's own numbers.
     [[nodiscard]] int code() const noexcept { return code_; }
 
     /// What happened, for a reader; empty when there is no error.
@@ -70,31 +70,6 @@ private:
     std::string message_;
     int code_ = 0;
     bool set_ = false;
-};
-
-/// Errors of the engine; the code is its extended result code.
-inline constexpr std::string_view ZAVErrorDomainSQLite = "SQLite";
-
-/// Errors that the database handle or the schema finds by itself; the code is a `ZAVDatabaseErrorCode`.
-inline constexpr std::string_view ZAVErrorDomainDatabase = "ZAVDatabase";
-
-/// The codes of `ZAVErrorDomainDatabase`.
-enum ZAVDatabaseErrorCode : int {
-    ZAVDatabaseErrorWrongValueCount =
-        1,  ///< a statement was given more or fewer values than it has placeholders
-    ZAVDatabaseErrorTrailingText = 2,      ///< there is text after the first statement
-    ZAVDatabaseErrorNoStatement = 3,       ///< the text holds no statement
-    ZAVDatabaseErrorNewerSchema = 4,       ///< the database was made by a newer version of the library
-    ZAVDatabaseErrorForeignSchema = 5,     ///< the tables, triggers and views are not those of the library
-    ZAVDatabaseErrorUnsafeCompanion = 6,   ///< what stands beside the file as its journal must not be used
-    ZAVDatabaseErrorTransactionEnded = 7,  ///< the transaction to commit is no longer open
-    ZAVDatabaseErrorWrongKey = 8,       ///< the key is not the file's: another, one too many, or one missing
-    ZAVDatabaseErrorNoEncryption = 9,   ///< a key was given, but the build's engine cannot encrypt
-    ZAVDatabaseErrorUnusablePath = 10,  ///< at the path, or in it, is something no database can be kept in
-    ZAVDatabaseErrorBadOption = 11,     ///< an option to open with has a value that means nothing
-    ZAVDatabaseErrorNulInText = 12,     ///< the text of a statement or a script holds a NUL
-    ZAVDatabaseErrorOlderSchema = 13,  ///< the schema is an older one, or none yet, and was not to be changed
-    ZAVDatabaseErrorUnusableRow = 14,  ///< a row has the identifier that means "not set"
 };
 
 /// Stores `error` where the caller asked for it, if the caller did.

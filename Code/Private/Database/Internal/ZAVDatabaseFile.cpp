@@ -9,6 +9,8 @@
 #include <string_view>
 #include <system_error>
 
+#include <ZAVEventRepository/ZAVDatabaseError.h>
+
 #include "Private/Database/Internal/ZAVDatabaseCompanions.h"
 
 namespace zav {

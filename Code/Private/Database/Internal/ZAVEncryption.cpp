@@ -7,6 +7,8 @@
 #include <limits>
 #include <string_view>
 
+#include <ZAVEventRepository/ZAVDatabaseError.h>
+
 namespace zav {
 namespace {
 

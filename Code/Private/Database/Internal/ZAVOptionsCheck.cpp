@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include <ZAVEventRepository/ZAVDatabaseError.h>
+
 #include "Private/Database/Internal/ZAVEncryption.h"
 
 namespace zav {

@@ -8,6 +8,8 @@
 #include <string>
 #include <system_error>
 
+#include <ZAVEventRepository/ZAVDatabaseError.h>
+
 namespace zav {
 namespace {
 
