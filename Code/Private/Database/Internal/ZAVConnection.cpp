@@ -331,12 +331,12 @@ void ZAVConnection::deliverChanges() noexcept {
 }
 
 void ZAVConnection::setStatementObserver(FMStatementObserver observer) {
-    changeObservation([&](ZAVObservation& observation) { observation.statements = std::move(observer); });
+    changeObservation([&](ZAVObserverRegistry& observation) { observation.statements = std::move(observer); });
     forgetCounts();
 }
 
 void ZAVConnection::setChangeObserver(FMChangeObserver observer) {
-    changeObservation([&](ZAVObservation& observation) {
+    changeObservation([&](ZAVObserverRegistry& observation) {
         if (observation.changes != nullptr) {
             observation.changes->stop();  // it may live on for the delivery that this is called from
             observation.changes.reset();
@@ -351,7 +351,7 @@ void ZAVConnection::setChangeObserver(FMChangeObserver observer) {
 template <class Change>
 void ZAVConnection::changeObservation(const Change& change) {
     if (observation_ == nullptr) {
-        observation_ = std::make_unique<ZAVObservation>();
+        observation_ = std::make_unique<ZAVObserverRegistry>();
     }
     change(*observation_);
     if (observation_->isIdle()) {

@@ -14,7 +14,7 @@
 #include <ZAVEventRepository/FMParameter.h>
 #include <ZAVEventRepository/ZAVError.h>
 
-#include "Private/Database/Internal/ZAVObservation.h"
+#include "Private/Database/Internal/ZAVObserverRegistry.h"
 #include "Private/Database/Internal/ZAVStatementBounds.h"
 #include "Private/Database/Internal/ZAVStatementCache.h"
 
@@ -191,7 +191,7 @@ private:
     Settings settings_;
     ZAVStatementCache statements_;
     ZAVStatementBounds bounds_;
-    std::unique_ptr<ZAVObservation> observation_;  ///< null unless somebody watches
+    std::unique_ptr<ZAVObserverRegistry> observation_;  ///< null unless somebody watches
     ZAVError lastError_;
     std::uint64_t transactionNumber_ = 0;  ///< another once the transaction that had it has ended
     bool transactionIsAbandoned_ = false;

@@ -1,4 +1,4 @@
-#include "Private/Database/Internal/ZAVObservation.h"
+#include "Private/Database/Internal/ZAVObserverRegistry.h"
 
 #include <sqlite3.h>
 
@@ -153,7 +153,7 @@ void ZAVChangeCollector::deliver() noexcept {
     observer_(committed);
 }
 
-int ZAVObservation::step(ZAVStatement& statement) const noexcept {
+int ZAVObserverRegistry::step(ZAVStatement& statement) const noexcept {
     const auto start = std::chrono::steady_clock::now();
     const int status = changes != nullptr ? changes->step(statement.handle(), statement.changesBefore)
                                           : sqlite3_step(statement.handle());
@@ -162,7 +162,7 @@ int ZAVObservation::step(ZAVStatement& statement) const noexcept {
     return status;
 }
 
-void ZAVObservation::statementEnds(ZAVStatement& statement, bool succeeded) const noexcept {
+void ZAVObserverRegistry::statementEnds(ZAVStatement& statement, bool succeeded) const noexcept {
     const FMStatementRun run{statement.sql(), std::exchange(statement.duration, {}),
                              std::exchange(statement.rows, 0), succeeded};
     if (statements) {

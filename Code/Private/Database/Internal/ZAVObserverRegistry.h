@@ -59,8 +59,9 @@ private:
     bool isIncomplete_ = false;
 };
 
-/// Who watches a handle. A handle that nobody watches has none of these.
-struct ZAVObservation {
+/// The observers of a handle, and the collector that owns the engine's hooks for them. A handle that nobody
+/// observes has no registry.
+struct ZAVObserverRegistry {
     FMStatementObserver statements;
     std::shared_ptr<ZAVChangeCollector> changes;  ///< shared with a delivery, in which it may be replaced
 
