@@ -4,35 +4,22 @@
 
 #include <stdexcept>
 
+#include "Faults/FaultPlan.h"
+
 namespace zav::test {
 namespace {
 
 sqlite3_mem_methods underlying;
 
-struct Plan {
-    bool armed = false;
-    int countdown = 0;
-    bool fromThenOn = false;
-    int failures = 0;
-};
-
 // The faults are for the thread that asks for them: tests of other threads' memory are not disturbed.
-thread_local Plan plan;
-
-bool fails() {
-    if (!plan.armed || --plan.countdown > 0 || (plan.countdown < 0 && !plan.fromThenOn)) {
-        return false;
-    }
-    ++plan.failures;
-    return true;
-}
+thread_local FaultPlan plan;
 
 void* allocate(int size) {
-    return fails() ? nullptr : underlying.xMalloc(size);
+    return plan.fails() ? nullptr : underlying.xMalloc(size);
 }
 
 void* reallocate(void* memory, int size) {
-    return fails() ? nullptr : underlying.xRealloc(memory, size);
+    return plan.fails() ? nullptr : underlying.xRealloc(memory, size);
 }
 
 void check(int status) {
@@ -55,15 +42,15 @@ void FaultyAllocator::install() {
 }
 
 void FaultyAllocator::fail(int number, bool fromThenOn) {
-    plan = {true, number, fromThenOn, 0};
+    plan.fail(number, fromThenOn);
 }
 
 void FaultyAllocator::heal() {
-    plan.armed = false;
+    plan.heal();
 }
 
 int FaultyAllocator::failures() {
-    return plan.failures;
+    return plan.failures();
 }
 
 }  // namespace zav::test

@@ -6,27 +6,19 @@
 #include <new>
 #include <stdexcept>
 
+#include "Faults/FaultPlan.h"
+
 namespace zav::test {
 namespace {
 
-/// What is to fail. The engine calls back through plain functions, so there is one for the process.
-struct Plan {
-    bool armed = false;
-    FileCall call = FileCall::open;
-    int countdown = 0;
-    bool fromThenOn = false;
-    int failures = 0;
+// What is to fail. The engine calls back through plain functions, so there is one plan for the process.
+FileCall failingCall = FileCall::open;
+FaultPlan plan;
 
-    [[nodiscard]] bool fails(FileCall now) {
-        if (!armed || now != call || --countdown > 0 || (countdown < 0 && !fromThenOn)) {
-            return false;
-        }
-        ++failures;
-        return true;
-    }
-};
+bool fails(FileCall call) {
+    return call == failingCall && plan.fails();
+}
 
-Plan plan;
 sqlite3_vfs* underlying = nullptr;
 
 /// An open file: the engine gives memory for this header and, behind it, for the default file system's own.
@@ -46,12 +38,12 @@ int closeFile(sqlite3_file* file) {
 }
 
 int readFile(sqlite3_file* file, void* bytes, int size, sqlite3_int64 offset) {
-    return plan.fails(FileCall::read) ? SQLITE_IOERR_READ
-                                      : real(file)->pMethods->xRead(real(file), bytes, size, offset);
+    return fails(FileCall::read) ? SQLITE_IOERR_READ
+                                 : real(file)->pMethods->xRead(real(file), bytes, size, offset);
 }
 
 int writeFile(sqlite3_file* file, const void* bytes, int size, sqlite3_int64 offset) {
-    if (plan.fails(FileCall::write)) {
+    if (fails(FileCall::write)) {
         // As a device does that fails on the way: a part has arrived.
         real(file)->pMethods->xWrite(real(file), bytes, size / 2, offset);
         return SQLITE_IOERR_WRITE;
@@ -60,22 +52,21 @@ int writeFile(sqlite3_file* file, const void* bytes, int size, sqlite3_int64 off
 }
 
 int truncateFile(sqlite3_file* file, sqlite3_int64 size) {
-    return plan.fails(FileCall::truncate) ? SQLITE_IOERR_TRUNCATE
-                                          : real(file)->pMethods->xTruncate(real(file), size);
+    return fails(FileCall::truncate) ? SQLITE_IOERR_TRUNCATE
+                                     : real(file)->pMethods->xTruncate(real(file), size);
 }
 
 /// Nobody cuts the power here, so nobody waits for the device.
 int syncFile(sqlite3_file*, int) {
-    return plan.fails(FileCall::sync) ? SQLITE_IOERR_FSYNC : SQLITE_OK;
+    return fails(FileCall::sync) ? SQLITE_IOERR_FSYNC : SQLITE_OK;
 }
 
 int sizeOfFile(sqlite3_file* file, sqlite3_int64* size) {
-    return plan.fails(FileCall::fileSize) ? SQLITE_IOERR_FSTAT
-                                          : real(file)->pMethods->xFileSize(real(file), size);
+    return fails(FileCall::fileSize) ? SQLITE_IOERR_FSTAT : real(file)->pMethods->xFileSize(real(file), size);
 }
 
 int lockFile(sqlite3_file* file, int level) {
-    return plan.fails(FileCall::lock) ? SQLITE_IOERR_LOCK : real(file)->pMethods->xLock(real(file), level);
+    return fails(FileCall::lock) ? SQLITE_IOERR_LOCK : real(file)->pMethods->xLock(real(file), level);
 }
 
 int unlockFile(sqlite3_file* file, int level) {
@@ -99,14 +90,14 @@ int deviceCharacteristics(sqlite3_file* file) {
 }
 
 int mapSharedMemory(sqlite3_file* file, int page, int pageSize, int extend, void volatile** memory) {
-    return plan.fails(FileCall::sharedMemory)
+    return fails(FileCall::sharedMemory)
                ? SQLITE_IOERR_SHMMAP
                : real(file)->pMethods->xShmMap(real(file), page, pageSize, extend, memory);
 }
 
 int lockSharedMemory(sqlite3_file* file, int offset, int count, int flags) {
     // Giving a lock back cannot fail.
-    if ((flags & SQLITE_SHM_LOCK) != 0 && plan.fails(FileCall::lock)) {
+    if ((flags & SQLITE_SHM_LOCK) != 0 && fails(FileCall::lock)) {
         return SQLITE_IOERR_SHMLOCK;
     }
     return real(file)->pMethods->xShmLock(real(file), offset, count, flags);
@@ -123,7 +114,7 @@ int unmapSharedMemory(sqlite3_file* file, int remove) {
 int openFile(sqlite3_vfs*, const char* path, sqlite3_file* memory, int flags, int* outFlags) {
     // cppcheck-suppress legacyUninitvar ; this is where it is made
     auto* const file = new (memory) File{};
-    if (plan.fails(FileCall::open)) {
+    if (fails(FileCall::open)) {
         return SQLITE_CANTOPEN;
     }
     const int status = underlying->xOpen(underlying, path, file->real(), flags, outFlags);
@@ -154,7 +145,7 @@ int openFile(sqlite3_vfs*, const char* path, sqlite3_file* memory, int flags, in
 }
 
 int deleteFile(sqlite3_vfs*, const char* path, int) {
-    return plan.fails(FileCall::remove) ? SQLITE_IOERR_DELETE : underlying->xDelete(underlying, path, 0);
+    return fails(FileCall::remove) ? SQLITE_IOERR_DELETE : underlying->xDelete(underlying, path, 0);
 }
 
 }  // namespace
@@ -188,15 +179,16 @@ FaultyFileSystem::~FaultyFileSystem() {
 }
 
 void FaultyFileSystem::fail(FileCall call, int number, bool fromThenOn) {
-    plan = {true, call, number, fromThenOn, 0};
+    failingCall = call;
+    plan.fail(number, fromThenOn);
 }
 
 void FaultyFileSystem::heal() {
-    plan.armed = false;
+    plan.heal();
 }
 
 int FaultyFileSystem::failures() const {
-    return plan.failures;
+    return plan.failures();
 }
 
 }  // namespace zav::test

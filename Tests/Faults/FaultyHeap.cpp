@@ -4,45 +4,32 @@
 #include <cstdlib>
 #include <new>
 
+#include "Faults/FaultPlan.h"
+
 namespace zav::test {
 namespace {
 
-struct Plan {
-    bool armed = false;
-    int countdown = 0;
-    bool fromThenOn = false;
-    int failures = 0;
-};
-
 // The faults are for the thread that asks for them: tests of other threads' memory are not disturbed.
-thread_local Plan plan;
-
-bool fails() noexcept {
-    if (!plan.armed || --plan.countdown > 0 || (plan.countdown < 0 && !plan.fromThenOn)) {
-        return false;
-    }
-    ++plan.failures;
-    return true;
-}
+thread_local FaultPlan plan;
 
 }  // namespace
 
 void FaultyHeap::fail(int number, bool fromThenOn) noexcept {
-    plan = {true, number, fromThenOn, 0};
+    plan.fail(number, fromThenOn);
 }
 
 void FaultyHeap::heal() noexcept {
-    plan.armed = false;
+    plan.heal();
 }
 
 int FaultyHeap::failures() noexcept {
-    return plan.failures;
+    return plan.failures();
 }
 
 namespace {
 
 void* allocate(std::size_t size) {
-    void* const memory = fails() ? nullptr : std::malloc(size == 0 ? 1 : size);
+    void* const memory = plan.fails() ? nullptr : std::malloc(size == 0 ? 1 : size);
     if (memory == nullptr) {
         throw std::bad_alloc();
     }
@@ -57,7 +44,7 @@ void* operator new(std::size_t size) {
 }
 
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    return zav::test::fails() ? nullptr : std::malloc(size == 0 ? 1 : size);
+    return zav::test::plan.fails() ? nullptr : std::malloc(size == 0 ? 1 : size);
 }
 
 void operator delete(void* memory) noexcept {
