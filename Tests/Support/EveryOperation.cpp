@@ -126,7 +126,7 @@ Repository on(const ZAVEventRepository& repository) {
     return Repository(std::shared_ptr<FMDatabase>(std::shared_ptr<void>(), &repository.database()));
 }
 
-/// A sequence that is not there is no failure: only the error tells.
+/// A missing sequence is not a failure: only the error says whether there was one.
 template <class Read>
 Answer answerOfSeq(ZAVError* error, const Read& read) {
     ZAVError own;

@@ -43,17 +43,18 @@ public:
     /// schema are not trusted, cells are checked as pages are read, and no extension can be loaded.
     ///
     /// A path is a path, also one that begins with `file:` on an engine that takes URIs. Refused are an empty
-    /// path and one with a NUL; a file that is no ordinary one, or has another name too (a hard link), under
-    /// which its journal and log would not be found; and one beside which something stands as its journal,
-    /// log or shared memory that is no ordinary file, has another name too, or names a further file.
+    /// path and one with a NUL; a file that is not a regular one, or has another name too (a hard link),
+    /// under which its journal and log would not be found; and one beside which something stands as its
+    /// journal, log or shared memory that is not a regular file, has another name too, or names a further
+    /// file.
     ///
     /// A file that is made is only its owner's to read; see `FMDatabaseOptions::newFileMode`. When opening
     /// fails after it was made it stays, empty: another process may be using it already.
     ///
     /// @param path the file, in the file system's own encoding; exactly ":memory:" for a database in memory.
-    /// @param options what `FMDatabaseOptions` says; one that means nothing is refused.
+    /// @param options what `FMDatabaseOptions` says; an invalid one is refused.
     /// @param error receives the reason on failure.
-    /// @return the open handle; null when the file cannot be opened or is no database.
+    /// @return the open handle; null when the file cannot be opened or is not a database.
     [[nodiscard]] static std::shared_ptr<FMDatabase> databaseWithPath(const std::string& path,
                                                                       const FMDatabaseOptions& options = {},
                                                                       ZAVError* error = nullptr);
@@ -63,8 +64,8 @@ public:
     FMDatabase(const FMDatabase&) = delete;
     FMDatabase& operator=(const FMDatabase&) = delete;
 
-    /// Closes the connection. Cursors that are still open are closed with it, and the observers are told of
-    /// that as of any other end of a statement.
+    /// Closes the connection. Cursors that are still open are closed with it, and their ends are
+    /// reported to the observers as any other end of a statement.
     ~FMDatabase();
 
     /// Runs a query. A text that holds a NUL, or is longer than the engine's limit for statements, is
@@ -142,23 +143,23 @@ public:
     /// first.
     void rollback();
 
-    /// Has `observer` told of each run of a statement on this handle, once it has ended, and of each script;
-    /// an empty one ends that. For seeing what the store does, and how long it takes. Of a statement that is
-    /// under way it is told what it does from now on.
+    /// Reports each run of a statement on this handle to `observer`, once it has ended, and each script; an
+    /// empty one ends that. For seeing what the store does, and how long it takes. Of a statement that is
+    /// running already, what it does from now on is reported.
     void setStatementObserver(FMStatementObserver observer);
 
-    /// Has `observer` told of the rows that each commit on this handle changed in the database file, after
+    /// Reports the rows that each commit on this handle changed in the database file to `observer`, after
     /// the statement that committed; an empty one ends that. For showing conversations while they change.
-    /// Changes wait in memory for their commit; those made before it was set are not told.
+    /// Changes wait in memory for their commit; those made before it was set are not reported.
     ///
-    /// What is told was committed: nothing that a failed statement or script, `ROLLBACK` or `ROLLBACK TO`
-    /// took back. What a statement stored before it failed (`INSERT OR FAIL`) is told.
+    /// What is reported was committed: nothing that a failed statement or script, `ROLLBACK` or `ROLLBACK TO`
+    /// took back. What a statement stored before it failed (`INSERT OR FAIL`) is reported.
     ///
-    /// Not told, although committed, are: keyed values, whose tables have no row identifiers; a row that
+    /// Not reported, although committed, are: keyed values, whose tables have no row identifiers; a row that
     /// another one replaced (`INSERT OR REPLACE`); the removal of all rows of a table by one statement
     /// without a condition; and what triggers, which the event store has none of, wrote before the first row
-    /// of a statement failed under `OR FAIL`. What runs on `sqliteHandle`, past this class, is told with the
-    /// next statement on this handle, and `ROLLBACK TO` must not be run there.
+    /// of a statement failed under `OR FAIL`. What runs on `sqliteHandle`, past this class, is reported with
+    /// the next statement on this handle, and `ROLLBACK TO` must not be run there.
     ///
     /// It takes the place of the engine's update, commit and rollback hooks of the connection.
     void setChangeObserver(FMChangeObserver observer);

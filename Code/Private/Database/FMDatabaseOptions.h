@@ -8,7 +8,7 @@
 
 namespace zav {
 
-/// How a database is opened. The defaults are what a client wants. A value that means nothing, such as a
+/// How a database is opened. The defaults are what a client wants. An invalid value, such as a
 /// negative size, is refused with `ZAVDatabaseErrorBadOption` before anything is opened or made.
 struct FMDatabaseOptions {
     /// What the handle may do with the file.
@@ -32,8 +32,8 @@ struct FMDatabaseOptions {
 
     /// The permissions of a file that is made, and of the journal, the log and the shared memory beside it;
     /// the process's umask may only take from the file's. By default they are the owner's alone, who must be
-    /// let read and write. A file that is there keeps its own. Only the engine's own file systems of Unix are
-    /// told.
+    /// let read and write. A file that is there keeps its own. Only the engine's own file systems of Unix
+    /// take it.
     std::uint32_t newFileMode = 0600;
 
     /// A write-ahead log lets one connection read while another writes. Without it the file keeps the mode it
@@ -60,7 +60,7 @@ struct FMDatabaseOptions {
     /// anything is written to it.
     std::optional<std::int32_t> newestUserVersion;
 
-    /// The key of an encrypted file: a pass phrase, any bytes but none, from which the engine derives what it
+    /// The key of an encrypted file: a pass phrase, at least one byte, from which the engine derives what it
     /// encrypts with. A file that is made by opening it with a key is encrypted from its first byte, as are
     /// its journal and its write-ahead log. The key is given before anything is read; one that is not the
     /// file's is refused and leaves the file as it is, and so is any key where the build's engine cannot

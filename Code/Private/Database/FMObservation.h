@@ -11,7 +11,7 @@
 
 namespace zav {
 
-/// One run of a statement, as `FMDatabase::setStatementObserver` tells of it.
+/// One run of a statement, as `FMDatabase::setStatementObserver` reports it.
 struct FMStatementRun {
     std::string_view sql;               ///< with its placeholders; valid during the call
     std::chrono::nanoseconds duration;  ///< spent in the engine's steps, without binding and reading columns
@@ -19,8 +19,8 @@ struct FMStatementRun {
     bool succeeded;                     ///< false when the engine failed
 };
 
-/// A row that a committed transaction inserted, updated or removed, as `FMDatabase::setChangeObserver` tells
-/// of it.
+/// A row that a committed transaction inserted, updated or removed, as `FMDatabase::setChangeObserver`
+/// reports it.
 struct ZAV_EXPORT FMRowChange {
     /// What happened to the row.
     enum class Kind : std::uint8_t {
@@ -37,15 +37,15 @@ struct ZAV_EXPORT FMRowChange {
     friend bool operator==(const FMRowChange&, const FMRowChange&) = default;
 };
 
-/// Is told of each run of a statement, on the thread that ran it. It must neither use the handle nor throw.
+/// Called with each run of a statement, on the thread that ran it. It must neither use the handle nor throw.
 using FMStatementObserver = std::function<void(const FMStatementRun& run)>;
 
-/// Is told of the changes that one commit made permanent, in their order, on the thread that committed. It
+/// Called with the changes that one commit made permanent, in their order, on the thread that committed. It
 /// may read from the handle; it must neither write to it nor throw. When a handle is destroyed with cursors
-/// that still have to commit it is told then, and must reach the handle by another way than its owner's.
+/// that still have to commit it is called then, and must reach the handle by another way than its owner's.
 ///
-/// What is told was committed; what of it is not told is said at `FMDatabase::setChangeObserver`. No changes
-/// at all mean that memory ran out while they were collected: anything may have changed.
+/// What is reported was committed; `FMDatabase::setChangeObserver` says what is committed and not reported.
+/// No changes at all mean that memory ran out while they were collected: anything may have changed.
 using FMChangeObserver = std::function<void(std::span<const FMRowChange> changes)>;
 
 }  // namespace zav

@@ -20,11 +20,11 @@ enum ZAVDatabaseErrorCode : int {
     ZAVDatabaseErrorForeignSchema = 5,     ///< the tables, triggers and views are not those of the library
     ZAVDatabaseErrorUnsafeCompanion = 6,   ///< what stands beside the file as its journal must not be used
     ZAVDatabaseErrorTransactionEnded = 7,  ///< the transaction to commit is no longer open
-    ZAVDatabaseErrorWrongKey = 8,       ///< the key is not the file's: another, one too many, or one missing
-    ZAVDatabaseErrorNoEncryption = 9,   ///< a key was given, but the build's engine cannot encrypt
-    ZAVDatabaseErrorUnusablePath = 10,  ///< at the path, or in it, is something no database can be kept in
-    ZAVDatabaseErrorBadOption = 11,     ///< an option to open with has a value that means nothing
-    ZAVDatabaseErrorNulInText = 12,     ///< the text of a statement or a script holds a NUL
+    ZAVDatabaseErrorWrongKey = 8,          ///< the file needs another key, or a key at all, or none
+    ZAVDatabaseErrorNoEncryption = 9,      ///< a key was given, but the build's engine cannot encrypt
+    ZAVDatabaseErrorUnusablePath = 10,     ///< the path is invalid, or the file is not a regular one
+    ZAVDatabaseErrorBadOption = 11,        ///< an option to open with has an invalid value
+    ZAVDatabaseErrorNulInText = 12,        ///< the text of a statement or a script holds a NUL
     ZAVDatabaseErrorOlderSchema = 13,  ///< the schema is an older one, or none yet, and was not to be changed
     ZAVDatabaseErrorUnusableRow = 14,  ///< a row has the identifier that means "not set"
 };

@@ -53,7 +53,7 @@ public:
                                                                        ZAVError* error = nullptr);
 
     /// Applies the migrations that the database lacks, all of them in one transaction: on failure the schema
-    /// is what it was. A database that has tables but no version belongs to somebody else and is refused.
+    /// is what it was. A database that has tables but no version is not one of the library's and is refused.
     /// Unlike `openDatabase` this does not look for a missing table, a trigger or a view.
     static bool migrateDatabase(FMDatabase& database, ZAVError* error = nullptr);
 

@@ -51,7 +51,7 @@ public:
     /// How many bytes there are.
     [[nodiscard]] std::size_t size() const noexcept { return size_; }
 
-    /// Whether there are none.
+    /// Whether it is empty.
     [[nodiscard]] bool empty() const noexcept { return size_ == 0; }
 
     /// The first byte; valid until this object changes.

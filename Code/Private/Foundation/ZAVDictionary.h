@@ -58,7 +58,7 @@ public:
     /// How many keys there are.
     [[nodiscard]] std::size_t size() const noexcept { return entries().size(); }
 
-    /// Whether there are none.
+    /// Whether it is empty.
     [[nodiscard]] bool empty() const noexcept { return entries().empty(); }
 
     /// The entry with the least key.

@@ -121,7 +121,7 @@ public:
     /// How many elements there are.
     [[nodiscard]] std::size_t size() const noexcept { return elements_.size(); }
 
-    /// Whether there are none.
+    /// Whether it is empty.
     [[nodiscard]] bool empty() const noexcept { return elements_.empty(); }
 
     /// The element that was inserted first.

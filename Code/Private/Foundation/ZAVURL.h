@@ -11,12 +11,12 @@ namespace zav {
 
 /// A URL: an RFC 3986 reference, alone or relative to a base. Immutable, and cheap to copy.
 ///
-/// Parsing is strict: text with a blank, a raw non-ASCII letter or a broken percent escape is no URL. The
-/// text is kept as given; resolving against the base happens when `absoluteString` is asked for, not before.
-/// A URL that was moved away is the empty reference.
+/// Parsing is strict: text with a blank, a raw non-ASCII letter or an invalid percent escape is not a URL.
+/// The text is kept as given; resolving against the base happens when `absoluteString` is asked for, not
+/// before. A URL that was moved away is the empty reference.
 class ZAV_EXPORT ZAVURL {
 public:
-    /// Parses `text`; none when it is no RFC 3986 reference. The empty text is a reference.
+    /// Parses `text`; none when it is not an RFC 3986 reference. The empty text is a reference.
     [[nodiscard]] static std::optional<ZAVURL> URLWithString(std::string_view text);
 
     /// Parses `text` as a reference relative to `base`. A `text` with a scheme of its own is an absolute URL

@@ -28,7 +28,7 @@ public:
     [[nodiscard]] static ZAVUUID random();
 
     /// Reads the canonical form, 36 characters of hexadecimal digits of either case and hyphens; anything
-    /// else is no UUID.
+    /// else is not a UUID.
     [[nodiscard]] static std::optional<ZAVUUID> fromString(std::string_view text) noexcept;
 
     /// The 16 bytes.

@@ -25,7 +25,8 @@ void writeAllAtExit() noexcept {
     processEnds = true;
     try {
         DDLog::flush();
-    } catch (...) {  // NOLINT(bugprone-empty-catch): of an application's sink; nobody is left to be told
+    } catch (
+        ...) {  // NOLINT(bugprone-empty-catch): of an application's sink; there is nobody to report it to
     }
 }
 

@@ -25,10 +25,10 @@ extern ZAV_EXPORT std::atomic<std::uint32_t> ddLogLevel;
 /// The logger. Every function may be called on any thread.
 class ZAV_EXPORT DDLog {
 public:
-    /// Formats one line and hands it to the sink. Whether the line is wanted is for the caller to test first,
-    /// with `verboseIsOpen` or `errorIsOpen`, so that a line that nobody wants costs nothing.
+    /// Formats one line and passes it to the sink. The caller tests first, with `verboseIsOpen` or
+    /// `errorIsOpen`, whether the line is wanted, so that one that is not costs nothing.
     ///
-    /// Nothing comes out of it, whatever a description or the sink throws. A line whose arguments cannot be
+    /// It does not throw, whatever a description or the sink throws. A line whose arguments cannot be
     /// printed, for want of memory say, has its format for its message. The directives of a constant format
     /// are compared with the arguments at compile time: see `ZAVFormatString`.
     template <class... Arguments>
@@ -46,12 +46,12 @@ public:
         write({asynchronous, level, flag, context, file, function, line, tag, format.text(), printed});
     }
 
-    /// Whether verbose lines of a component are wanted. Of a number that is no component's none are.
+    /// Whether verbose lines of a component are wanted. False for an invalid component.
     [[nodiscard]] static bool verboseIsOpen(ZAVLogComponent component) noexcept {
         return isOpen(component, 5, DDLogFlagVerbose);
     }
 
-    /// Whether error lines of a component are wanted. Of a number that is no component's none are.
+    /// Whether error lines of a component are wanted. False for an invalid component.
     [[nodiscard]] static bool errorIsOpen(ZAVLogComponent component) noexcept {
         return isOpen(component, 1, DDLogFlagError);
     }
@@ -61,7 +61,7 @@ public:
     /// thread of its own, all in the order they came.
     static void setSink(std::shared_ptr<DDLogSink> sink);
 
-    /// Returns when the sink has written every line that it took. What the sink throws comes out.
+    /// Returns when the sink has written every line that it took. Throws what the sink throws.
     static void flush();
 
 private:

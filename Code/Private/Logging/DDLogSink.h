@@ -13,7 +13,7 @@ enum DDLogFlag : std::uint32_t {
     DDLogFlagVerbose = 16,  ///< before the work
 };
 
-/// One log line as it reaches a sink. The texts are valid during the call that hands the line over.
+/// One log line as it reaches a sink. The texts are valid during the call that passes the line on.
 struct DDLogMessage {
     bool asynchronous;      ///< true for a verbose line, false for an error line
     std::uint32_t level;    ///< the global mask `ddLogLevel` as it was
@@ -26,13 +26,12 @@ struct DDLogMessage {
     const void* tag;  ///< always null
     std::string_view format;  ///< the message before its arguments were filled in
     std::string_view
-        message;  ///< the message; texts, URLs and errors in it stand as they are, and may be anybody's
+        message;  ///< the message; texts, URLs and errors in it stand as they are, and need not be trusted
 };
 
 /// Where log lines go. `write` and `flush` are called on whichever thread logs, by several threads at once.
 ///
-/// Nothing comes out of an operation because of its log: what `write` throws is swallowed, and its line is
-/// lost.
+/// No operation fails because of its log: what `write` throws is swallowed, and its line is lost.
 class ZAV_EXPORT DDLogSink {
 public:
     virtual ~DDLogSink() = default;

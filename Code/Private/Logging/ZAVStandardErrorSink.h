@@ -16,7 +16,7 @@ namespace zav {
 /// once. So does each caller in a process that was forked: it has no part in what its parent had queued, and
 /// waits for none of it.
 ///
-/// A line is one line of printable text: control characters, bytes that are no UTF-8 and marks that turn the
+/// A line is one line of printable text: control characters, invalid UTF-8 and marks that turn the
 /// direction of writing are escaped, and of a message beyond 16 KiB the beginning is written.
 class ZAV_EXPORT ZAVStandardErrorSink final : public DDLogSink {
 public:

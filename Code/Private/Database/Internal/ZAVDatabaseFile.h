@@ -11,7 +11,7 @@ namespace zav {
 class ZAVDatabaseFile {
 public:
     /// Finds the file. What is then looked at, made and opened is one and the same, whatever the engine reads
-    /// out of paths: a full path is no URI.
+    /// out of paths: a full path is not a URI.
     /// @param path the file; ":memory:" for none.
     /// @param vfs name of the engine's file system; empty for its default.
     /// @return what speaks against opening it; empty when nothing does.

@@ -14,7 +14,7 @@ namespace zav {
 
 class ZAVStatement;
 
-/// Collects the rows that a connection changes, as the engine's hooks tell of them, until they are committed.
+/// Collects the rows that a connection changes, as the engine's hooks report them, until they are committed.
 /// The engine has hooks to call only while there is a collector.
 class ZAVChangeCollector {
 public:
@@ -26,13 +26,13 @@ public:
     /// Takes the hooks away. Another collector may come only after that.
     void stop() noexcept;
 
-    /// Steps a statement, and drops what the engine takes back with it and tells no hook: the changes of a
-    /// statement that fails, and those since a savepoint that is returned to.
+    /// Steps a statement, and drops what the engine takes back with it without calling a hook: the changes of
+    /// a statement that fails, and those since a savepoint that is returned to.
     /// @param changesBefore how many changes waited when the statement was first stepped; kept by the caller
     /// between the steps of one run.
     [[nodiscard]] int step(sqlite3_stmt* statement, std::size_t& changesBefore) noexcept;
 
-    /// Tells the observer what has been committed, if anything has.
+    /// Reports to the observer what has been committed, if anything has.
     void deliver() noexcept;
 
 private:
@@ -70,7 +70,7 @@ struct ZAVObserverRegistry {
     /// Steps the statement, and notes the time, the row and the changes.
     [[nodiscard]] int step(ZAVStatement& statement) const noexcept;
 
-    /// Before a statement is given back: tells of its run.
+    /// Before a statement is given back: reports its run.
     void statementEnds(ZAVStatement& statement, bool succeeded) const noexcept;
 };
 

@@ -109,7 +109,7 @@ ZAVSavepointStatement::ZAVSavepointStatement(std::string_view sql) {
         kind = Kind::release;
         name = nameFrom(words);
     } else if (isKeyword(verb, "ROLLBACK")) {
-        // A transaction may be named, which means nothing.
+        // A transaction may be named, which has no effect.
         std::string word = words.next();
         if (isKeyword(word, "TRANSACTION")) {
             word = words.next();

@@ -5,7 +5,7 @@
 
 namespace zav {
 
-/// What a statement does to the savepoints of its connection, of which the engine tells nobody.
+/// What a statement does to the savepoints of its connection, which the engine does not report.
 struct ZAVSavepointStatement {
     enum class Kind { none, set, release, rollbackTo };
 

@@ -82,7 +82,7 @@ public:
         return false;
     }
 
-    /// Has a run fail that did not keep its bounds, and all that began before it. Answers false.
+    /// Makes a run fail that did not keep its bounds, and all that began before it. Answers false.
     bool pass(ZAVStatementRun& run) noexcept;
 
     /// What a run that passed its bounds fails with.

@@ -88,7 +88,7 @@ void ZAVStatementCache::closeCursors() noexcept {
             link = link->next();
             continue;
         }
-        // Whoever is told of what this commits may close further cursors.
+        // The observer of what this commits may close further cursors.
         cursor->close();
         link = lent_.next();
     }

@@ -113,7 +113,7 @@ private:
     /// The highest bit stands for this position and all after it.
     static constexpr int lastNotedPosition = 63;
 
-    /// Lets go of every text and byte string. One or two are let go by themselves, which costs less than
+    /// Clears every text and byte string. One or two are cleared one by one, which costs less than
     /// clearing all bindings.
     void releaseBytes() noexcept;
 
@@ -184,7 +184,7 @@ private:
     /// The least recently used statement that is idle; null when none is.
     [[nodiscard]] ZAVStatement* oldestIdle() noexcept;
 
-    /// Has searches among the kept statements no longer come across one that is lent.
+    /// Takes a lent statement out of the way of searches among the kept ones.
     void takeOutOfTheWay(ZAVStatement& statement) noexcept;
 
     std::array<ZAVBucketLink, bucketCount> buckets_;

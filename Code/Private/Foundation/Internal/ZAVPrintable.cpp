@@ -29,7 +29,7 @@ public:
         return printed;
     }
 
-    /// A byte that is no UTF-8.
+    /// A byte that is not part of valid UTF-8.
     static PrintedCharacter ofStrayByte(char byte) noexcept {
         PrintedCharacter printed;
         printed.append("\\x");

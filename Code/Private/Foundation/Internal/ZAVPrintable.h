@@ -7,8 +7,8 @@
 
 namespace zav {
 
-/// Copies `text`, which may be anybody's, so that it stays one line and commands no terminal: control
-/// characters, line and paragraph separators, marks that turn the direction of writing and bytes that are no
+/// Copies `text`, which need not be trusted, so that it stays one line and no terminal obeys it: control
+/// characters, line and paragraph separators, marks that turn the direction of writing and bytes of invalid
 /// UTF-8 become escapes such as `\n`, `\x1b` and `\u2028`. What finds no room is left out, and how large the
 /// whole is stands in its place: "…(1000000 bytes in all)". Needs no memory.
 ///

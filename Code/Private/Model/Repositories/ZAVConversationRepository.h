@@ -24,7 +24,7 @@ public:
     ZAVDatabaseIdentifier findOrCreateConversationWithStreamUUID(const ZAVUUID& streamUUID,
                                                                  ZAVError* error = nullptr) const;
 
-    /// Makes somebody a participant; who is one already stays as recorded.
+    /// Adds a participant; one that is recorded already stays as it is.
     /// @return whether the statement ran.
     bool addParticipant(std::string_view memberID, ZAVDatabaseIdentifier conversationDatabaseIdentifier,
                         ZAVError* error = nullptr) const;

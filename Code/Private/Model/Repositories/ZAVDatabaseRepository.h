@@ -17,7 +17,7 @@ namespace zav {
 class ZAV_EXPORT ZAVDatabaseRepository {
 public:
     /// @param database an open handle.
-    /// @throws NSInternalInconsistencyException when there is none: opening it has failed, and nobody looked.
+    /// @throws NSInternalInconsistencyException when it is null, because opening it has failed, for example.
     explicit ZAVDatabaseRepository(std::shared_ptr<FMDatabase> database) : database_(std::move(database)) {
         if (database_ == nullptr) {
             throw NSInternalInconsistencyException("A repository needs an open database handle.");

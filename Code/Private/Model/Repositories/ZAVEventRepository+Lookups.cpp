@@ -72,7 +72,7 @@ std::shared_ptr<ZAVEventContent> ZAVEventRepository::eventContentForMessagePartO
     return readContent(
         operation, *this, error,
         [&](ZAVError& outError) {
-            // An identifier that names no event binds NULL, which no client_id equals.
+            // An invalid identifier binds NULL, which no client_id equals.
             return runQuery(database(), &outError, statement,
                             ZAVClientIdentifierForObjectIdentifier(identifier),
                             ZAVPartIndexForObjectIdentifier(identifier));

@@ -26,7 +26,7 @@ ZAVDictionary metadataFromKeyedValues(const std::optional<ZAVKeyedValues>& store
     return metadata;
 }
 
-/// The UUID in a column that may be NULL, or hold bytes that are none.
+/// The UUID in a column that may be NULL, or not hold 16 bytes.
 std::optional<ZAVUUID> UUIDForColumn(const FMResultSet& row, int column) {
     return ZAVUUIDFromData(row.dataForColumnIndex(column));
 }
@@ -87,8 +87,8 @@ std::shared_ptr<ZAVEventContent> ZAVEventRepository::eventContentFromResultSet(c
     const std::optional<std::string> filePath =
         row.stringForColumnIndex(ZAVEventMapperEventContentPartsColumnFilePath);
 
-    // Once the sequence is in this local, NULL and the marker's own number cannot be told apart: both count
-    // as unset.
+    // Once the sequence is in this local, NULL and the marker's own number cannot be distinguished: both
+    // count as unset.
     ZAVSequence eventSeq = ZAVSequenceNotSet;
     if (!row.columnIndexIsNull(ZAVEventMapperEventContentPartsColumnSeq)) {
         eventSeq = row.intForColumnIndex(ZAVEventMapperEventContentPartsColumnSeq);

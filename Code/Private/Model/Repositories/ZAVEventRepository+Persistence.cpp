@@ -33,7 +33,7 @@ using Parts = std::vector<std::shared_ptr<ZAVEventContent>>;
 
 /// The element as an event that can be stored, and its parts in `parts`: whoever observes the statements may
 /// give the event other ones meanwhile.
-/// @throws NSInternalInconsistencyException when it is none.
+/// @throws NSInternalInconsistencyException when it is not one.
 ZAVEvent& requireStorable(const std::shared_ptr<ZAVTEvent>& element, Parts& parts) {
     auto* const event = ZAVRecordCast<ZAVEvent>(element.get());
     if (event == nullptr) {

@@ -74,7 +74,7 @@ public:
                                                                         ZAVError* error = nullptr) const;
 
     /// The content part on the current row of a content part query (columns:
-    /// `ZAVEventMapperEventContentPartsColumn`). Never null. A stored URL or path that is no URL reads as
+    /// `ZAVEventMapperEventContentPartsColumn`). Never null. A stored URL or path that is not a URL reads as
     /// absent; bytes stored beside a URL are not read.
     [[nodiscard]] std::shared_ptr<ZAVEventContent> eventContentFromResultSet(const FMResultSet& row) const;
 
@@ -91,7 +91,7 @@ public:
 
     /// The events that can be sent to the service: not yet sequenced, in a stream that the service knows; of
     /// messages only those that have content parts, all of them completely transferred. Judged are the parts
-    /// that could be read: one that could not does not hold its message back. A part that is no
+    /// that could be read: one that could not does not hold its message back. A part that is not a
     /// `ZAVEventContent`, which only an override of the mapper makes, counts as not transferred. None on
     /// failure.
     [[nodiscard]] std::optional<ZAVSet<ZAVEvent>> publishableEvents(ZAVError* error = nullptr) const;
@@ -131,17 +131,17 @@ public:
     /// of it. Content parts are numbered by their position, and a part that is stored already is kept as it
     /// is stored. `transient_metadata`, when present, replace all that is stored, so an empty dictionary
     /// deletes it; `set_transient_metadata(std::nullopt)` leaves what is stored alone. Metadata given as
-    /// bytes are stored as text, and left out when they are no UTF-8.
+    /// bytes are stored as text, and left out when they are not UTF-8.
     ///
     /// The records are changed as they are stored: events get their rows and `stream_id`, parts the row and
     /// `client_id` of their event and the identifier of its stream. They keep these also when a later event
     /// fails. Parts do not get their `index` and `eventSeq`: before a part but the first is updated, set its
     /// index or read it again.
-    /// @throws NSInternalInconsistencyException for an element that is no `ZAVEvent`, an event without a
-    /// type, stream or `client_id`, and content that is no `ZAVEventContent`, before anything of the event is
-    /// written; for a stream that is not registered; when the database refuses the event although no event is
-    /// stored at its stream and `seq`; and for tables that lack the columns of the schema. Events before it
-    /// are stored.
+    /// @throws NSInternalInconsistencyException for an element that is not a `ZAVEvent`, an event without a
+    /// type, stream or `client_id`, and content that is not a `ZAVEventContent`, before anything of the event
+    /// is written; for a stream that is not registered; when the database refuses the event although no event
+    /// is stored at its stream and `seq`; and for tables that lack the columns of the schema. Events before
+    /// it are stored.
     /// @return true when every event was stored, and for an empty set.
     bool persistEvents(const ZAVSet<ZAVTEvent>& events, ZAVError* error = nullptr) const;
 
@@ -265,7 +265,7 @@ public:
     /// Records a part's URL and its expiration, size, transfer status, file, last access and purge mark. The
     /// row is found by the part's event and index; its type and inline data stay.
     ///
-    /// A stored URL or path that is none of RFC 3986 was read as absent: this erases it, unless another is
+    /// A stored URL or path that is not one of RFC 3986 was read as absent: this erases it, unless another is
     /// set before. An expiration loses its fraction of a second in the same way.
     /// @throws NSInternalInconsistencyException when the part belongs to no stored event.
     /// @return true when the statement ran, even if it matched no row: ask `database().changes()`.
@@ -291,8 +291,8 @@ public:
 
 /// Makes the content parts of a received event ready for download: each part with an external URL gets the
 /// status `ZAVContentTransferReadyForDownload` and the path where its file will be, or none when the event's
-/// `client_id` is no UUID. Parts without a URL, and content that is no `ZAVEventContent`, stay as they are.
-/// Records only; the database and the file system are not touched.
+/// `client_id` is not a UUID. Parts without a URL, and content that is not a `ZAVEventContent`, stay as they
+/// are. Records only; the database and the file system are not touched.
 /// @param appID the application, and `authenticatedUserID` its user, for whom the file is kept.
 ZAV_EXPORT void ZAVPrepareEventContentsForDownload(ZAVEvent& event, const ZAVUUID& appID,
                                                    std::string_view authenticatedUserID);

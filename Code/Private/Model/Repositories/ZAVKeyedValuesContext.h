@@ -9,7 +9,7 @@ namespace zav {
 
 /// Which store a keyed value lives in.
 enum ZAVKeyedValuesTable : std::int32_t {
-    ZAVKeyedValuesTableInvalid = -1,  ///< names no store: using it throws
+    ZAVKeyedValuesTableInvalid = -1,  ///< not a store: using it throws
     ZAVKeyedValuesTableLocal = 0,     ///< values of this device
     ZAVKeyedValuesTableRemote = 1,  ///< values that the service has a part in, such as the metadata of events
 };
