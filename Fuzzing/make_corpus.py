@@ -184,12 +184,12 @@ def make_row_mappers():
 
 def small_database():
     """A whole file: the event store's schema on small pages, with a few rows."""
-    schema = CORPUS.parent.parent / "Code/Private/Database/Migrations/0001_event_store.sql"
+    migrations = sorted((CORPUS.parent.parent / "Code/Private/Database/Migrations").glob("*.sql"))
     with tempfile.TemporaryDirectory() as directory:
         path = pathlib.Path(directory) / "chat.db"
         connection = sqlite3.connect(path)
-        connection.executescript("PRAGMA page_size=512;" + schema.read_text() + """
-            PRAGMA user_version=1;
+        connection.executescript("PRAGMA page_size=512;" + "".join(each.read_text() for each in migrations) + f"""
+            PRAGMA user_version={len(migrations)};
             INSERT INTO streams VALUES (1, zeroblob(16), 3);
             INSERT INTO events VALUES (3, 4, 'a', 3, 5, 2, 1, 0, NULL, NULL, 1, zeroblob(16), 'A');
             INSERT INTO event_content_parts VALUES (1, 0, 3, 'text/plain', 'hello', NULL, NULL, 5, 4, 'f/1', 1.5, 0);

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "Support/SchemaVersion.h"
 #include "Support/Tool.h"
 
 namespace zav::test {
@@ -222,7 +223,7 @@ TEST(ClientDay, EveryOperationServesAClientFromTheFirstMessageToTheCleanUp) {
     EXPECT_EQ(store.stats(), expected) << "at the end of the day";
     EXPECT_EQ(json::parse(client.does("check", {"--json"})), json({{"integrity", {"ok"}},
                                                                    {"schema", "ok"},
-                                                                   {"schema_version", 1},
+                                                                   {"schema_version", schemaVersion},
                                                                    {"parts_without_event", 0},
                                                                    {"events_without_stream", 0}}));
 }

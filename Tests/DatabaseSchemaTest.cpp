@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Support/DatabaseHandles.h"
+#include "Support/SchemaVersion.h"
 #include "Support/StatementInterruption.h"
 #include "Support/StatementTrace.h"
 #include "Support/TestStore.h"
@@ -206,14 +207,14 @@ TEST_F(Schema, OfAVersionBelowZeroIsSomebodyElses) {
 
 TEST_F(Schema, IsVerifiedAsOpeningTheFileWould) {
     const struct {
-        const char* script;
+        std::string script;
         std::optional<std::int32_t> version;
         int code;
     } cases[] = {
         {"", 0, 0},
         {"CREATE TABLE notes (a)", std::nullopt, ZAVDatabaseErrorForeignSchema},
         {"PRAGMA user_version=-1", std::nullopt, ZAVDatabaseErrorForeignSchema},
-        {"PRAGMA user_version=1", std::nullopt, ZAVDatabaseErrorForeignSchema},
+        {"PRAGMA user_version=" + schemaVersionText, std::nullopt, ZAVDatabaseErrorForeignSchema},
         {"PRAGMA user_version=1000", std::nullopt, ZAVDatabaseErrorNewerSchema},
     };
     for (const auto& [script, version, code] : cases) {

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "Support/DatabaseHandles.h"
+#include "Support/SchemaVersion.h"
 #include "Support/TemporaryDirectory.h"
 #include "Support/TestStore.h"
 
@@ -42,7 +43,7 @@ class ForeignStore {
 public:
     ForeignStore() {
         const std::string path = directory_.file("foreign.db");
-        std::string script = "PRAGMA user_version = 1;";
+        std::string script = "PRAGMA user_version = " + schemaVersionText + ";";
         for (const auto& [table, columns] : tables) {
             script += "CREATE TABLE " + table + " (" + columns + ");";
         }

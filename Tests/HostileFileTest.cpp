@@ -29,6 +29,7 @@
 #include "Support/DatabaseHandles.h"
 #include "Support/EveryOperation.h"
 #include "Support/LogCapture.h"
+#include "Support/SchemaVersion.h"
 #include "Support/TemporaryDirectory.h"
 #include "Support/TestStore.h"
 
@@ -1394,7 +1395,8 @@ TEST_F(HostileFile, BesideTheLogOfAnotherDatabaseIsRefusedOrUsedWithoutHarm) {
         const auto writer = openHandle(other, options);
         run(*writer,
             "CREATE TABLE streams (a); CREATE TABLE notes (b); INSERT INTO notes VALUES (zeroblob(50000)); "
-            "PRAGMA user_version=1");
+            "PRAGMA user_version=" +
+                schemaVersionText);
         writeFile(path_ + "-wal", bytesOfFile(other + "-wal"));
         ASSERT_GT(fs::file_size(path_ + "-wal"), 50000U);
     }

@@ -13,6 +13,7 @@
 #include <thread>
 #include <vector>
 
+#include "Support/SchemaVersion.h"
 #include "Support/Tool.h"
 
 namespace zav::test {
@@ -256,9 +257,9 @@ TEST(ToolInit, ANewDatabaseHasTheSchema) {
     const ToolStore store;
     const ToolRun run = store.run("init");
     EXPECT_EQ(run.status, 0);
-    EXPECT_EQ(run.out, store.path() + ": schema version 1\n");
+    EXPECT_EQ(run.out, store.path() + ": schema version " + schemaVersionText + "\n");
     EXPECT_EQ(run.err, "");
-    EXPECT_EQ(store.execute("PRAGMA user_version"), std::vector<std::string>{"1"});
+    EXPECT_EQ(store.execute("PRAGMA user_version"), std::vector<std::string>{schemaVersionText});
     EXPECT_EQ(store.events(), "");
 }
 
@@ -268,7 +269,7 @@ TEST(ToolInit, AnInitializedDatabaseStaysAsItIs) {
     const std::string bytes = bytesOfFile(store.path());
     const ToolRun run = store.run("init");
     EXPECT_EQ(run.status, 0) << run.err;
-    EXPECT_EQ(run.out, store.path() + ": schema version 1\n");
+    EXPECT_EQ(run.out, store.path() + ": schema version " + schemaVersionText + "\n");
     EXPECT_TRUE(bytesOfFile(store.path()) == bytes) << "there was nothing to bring up to date";
 }
 
@@ -287,11 +288,12 @@ TEST(ToolInit, AnEmptyDatabaseGetsTheSchema) {
 TEST(ToolInit, ADatabaseFromTheFutureIsRefusedByEveryCommandAndLeftAsItIs) {
     const ToolStore store;
     store.importWell(lines({eventJSON(1)}));
-    for (const char* version : {"2", "2147483647"}) {
+    for (const std::string& version : {std::to_string(schemaVersion + 1), std::string("2147483647")}) {
         SCOPED_TRACE(version);
-        store.execute(std::string("PRAGMA user_version = ") + version);
-        const std::string message = std::string("the database has schema version ") + version +
-                                    ", but this version of the library knows only versions up to 1";
+        store.execute("PRAGMA user_version = " + version);
+        const std::string message = "the database has schema version " + version +
+                                    ", but this version of the library knows only versions up to " +
+                                    schemaVersionText;
         expectEveryCommandToFail(store, message, message);
     }
 }

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "Support/SchemaVersion.h"
 #include "Support/Tool.h"
 
 namespace zav::test {
@@ -92,8 +93,8 @@ private:
 
 struct Tampering {
     const char* name;
-    const char* script;
-    const char* reason;
+    std::string script;
+    std::string reason;
 
     friend std::ostream& operator<<(std::ostream& stream, const Tampering& self) {
         return stream << self.script;
@@ -128,9 +129,9 @@ INSTANTIATE_TEST_SUITE_P(
                   "the database has tables, but no schema version of the event store"},
         Tampering{"OfANegativeVersion", "PRAGMA user_version = -1",
                   "the database has tables, but no schema version of the event store"},
-        Tampering{"OfANewerVersion", "PRAGMA user_version = 2",
-                  "the database has schema version 2, but this version of the library knows only versions up "
-                  "to 1"}),
+        Tampering{"OfANewerVersion", "PRAGMA user_version = " + std::to_string(schemaVersion + 1),
+                  "the database has schema version " + std::to_string(schemaVersion + 1) +
+                      ", but this version of the library knows only versions up to " + schemaVersionText}),
     [](const auto& file) { return file.param.name; });
 
 TEST(ToolCheckOfAnEmptyFile, SaysThatThereIsNoSchema) {
@@ -299,7 +300,7 @@ TEST(ToolTerminal, IsSentNoControlCharactersOfAFilesName) {
     const ToolStore store;
     const ToolRun made = runTool({"init", store.file(hostile)});
     EXPECT_EQ(made.status, 0) << made.err;
-    EXPECT_EQ(made.out, store.file(shown) + ": schema version 1\n");
+    EXPECT_EQ(made.out, store.file(shown) + ": schema version " + schemaVersionText + "\n");
 }
 
 // Statistics of what is no UTF-8, and of tables that lack a column
