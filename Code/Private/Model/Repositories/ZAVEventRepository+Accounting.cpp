@@ -13,8 +13,8 @@ namespace {
 /// The contract of the two accounting queries: they are judged by what `attemptBlock` returns, not by the
 /// error cell, and fill the caller's out-parameter before the error line is written.
 template <class UnitOfWork, class... LogArguments>
-void account(const ZAVRepositoryOperation& operation, const ZAVEventRepository& repository, ZAVError* error,
-             const UnitOfWork& unitOfWork, const LogArguments&... arguments) {
+void account(const ZAVRepositoryOperation<LogArguments...>& operation, const ZAVEventRepository& repository,
+             ZAVError* error, const UnitOfWork& unitOfWork, const LogArguments&... arguments) {
     ZAVError outError;
     operation.announce(arguments...);
     if (!repository.attemptBlock([&] { return unitOfWork(outError); })) {
@@ -27,7 +27,7 @@ void account(const ZAVRepositoryOperation& operation, const ZAVEventRepository& 
 
 bool ZAVEventRepository::persistEventContentUpdate(const ZAVEventContent& eventContent,
                                                    ZAVError* error) const {
-    static constexpr ZAVRepositoryOperation operation{
+    static constexpr ZAVRepositoryOperation<ZAVEventContent> operation{
         "-[ZAVEventRepository persistEventContentUpdate:error:]",
         "persisting event content update for eventContent=%@",
         "failed persisting event content update for eventContent=%@ with %@"};
@@ -82,7 +82,7 @@ ZAVSize ZAVEventRepository::totalDiskUtilizationOfEventContentPartsWithError(ZAV
 
 std::optional<ZAVSet<ZAVEventContent>> ZAVEventRepository::leastRecentlyAccessedEventContentPartsForSize(
     ZAVSize totalSizeInBytes, ZAVError* error) const {
-    static constexpr ZAVRepositoryOperation operation{
+    static constexpr ZAVRepositoryOperation<ZAVSize> operation{
         "-[ZAVEventRepository leastRecentlyAccessedEventContentPartsForSize:error:]",
         "Collecting least recently accessed event content parts with external content with total size summing up to "
         "%lu byte(s).",

@@ -8,7 +8,7 @@ namespace zav {
 namespace {
 
 template <class Query, class... LogArguments>
-std::shared_ptr<ZAVEventContent> readContent(const ZAVRepositoryOperation& operation,
+std::shared_ptr<ZAVEventContent> readContent(const ZAVRepositoryOperation<LogArguments...>& operation,
                                              const ZAVEventRepository& repository, ZAVError* error,
                                              const Query& query, const LogArguments&... logArguments) {
     return readFirst(
@@ -20,7 +20,7 @@ std::shared_ptr<ZAVEventContent> readContent(const ZAVRepositoryOperation& opera
 
 std::shared_ptr<ZAVEventContent> ZAVEventRepository::eventContentDatabaseIdentifier(
     ZAVDatabaseIdentifier databaseIdentifier, ZAVError* error) const {
-    static constexpr ZAVRepositoryOperation operation{
+    static constexpr ZAVRepositoryOperation<ZAVDatabaseIdentifier> operation{
         "-[ZAVEventRepository eventContentDatabaseIdentifier:error:]",
         "fetching event content part for databaseIdentifier=%lld",
         "failed to fetch event for databaseIdentifier=%lld %@"};
@@ -32,7 +32,7 @@ std::shared_ptr<ZAVEventContent> ZAVEventRepository::eventContentDatabaseIdentif
 
 std::shared_ptr<ZAVEventContent> ZAVEventRepository::eventContentForEventDatabaseIdentifier(
     ZAVDatabaseIdentifier eventDatabaseIdentifier, std::int64_t eventContentIndex, ZAVError* error) const {
-    static constexpr ZAVRepositoryOperation operation{
+    static constexpr ZAVRepositoryOperation<ZAVDatabaseIdentifier, std::int64_t> operation{
         "-[ZAVEventRepository eventContentForEventDatabaseIdentifier:eventContentIndex:error:]",
         "fetching event content part for eventDatabaseIdentifier=%lld index=%ld",
         "failed to fetch event for eventDatabaseIdentifier=%lld index=%ld %@"};
@@ -45,7 +45,7 @@ std::shared_ptr<ZAVEventContent> ZAVEventRepository::eventContentForEventDatabas
 
 std::shared_ptr<ZAVEventContent> ZAVEventRepository::eventContentForMessagePart(
     const ZAVMessagePart& messagePart, ZAVError* error) const {
-    static constexpr ZAVRepositoryOperation operation{
+    static constexpr ZAVRepositoryOperation<ZAVMessagePart> operation{
         "-[ZAVEventRepository eventContentForMessagePart:error:]",
         "fetching event content part for messagePart=%@", "failed to fetch event for messagePart=%@ %@"};
     static constexpr auto statement = projections::selectContent(
@@ -62,7 +62,7 @@ std::shared_ptr<ZAVEventContent> ZAVEventRepository::eventContentForMessagePart(
 
 std::shared_ptr<ZAVEventContent> ZAVEventRepository::eventContentForMessagePartObjectIdentifier(
     const ZAVURL& objectIdentifier, ZAVError* error) const {
-    static constexpr ZAVRepositoryOperation operation{
+    static constexpr ZAVRepositoryOperation<ZAVURL> operation{
         "-[ZAVEventRepository eventContentForMessagePartObjectIdentifier:error:]",
         "fetching event content part for messagePart->objectIdentifier=%@",
         "failed event content part for messagePart->objectIdentifier=%@ %@"};
@@ -82,7 +82,7 @@ std::shared_ptr<ZAVEventContent> ZAVEventRepository::eventContentForMessagePartO
 
 std::shared_ptr<ZAVEventContent> ZAVEventRepository::eventContentForExternalContentURL(
     const ZAVURL& externalContentURL, ZAVError* error) const {
-    static constexpr ZAVRepositoryOperation operation{
+    static constexpr ZAVRepositoryOperation<ZAVURL> operation{
         "-[ZAVEventRepository eventContentForExternalContentURL:error:]",
         "fetching event content part for externalContentURL=%@",
         "failed event content part for externalContentURL=%@ %@"};

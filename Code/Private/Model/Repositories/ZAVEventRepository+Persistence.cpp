@@ -247,10 +247,9 @@ private:
 }  // namespace
 
 bool ZAVEventRepository::persistEvents(const ZAVSet<ZAVTEvent>& events, ZAVError* error) const {
-    static constexpr ZAVRepositoryOperation operation{"-[ZAVEventRepository persistEvents:error:]",
-                                                      "persisting %lu event(s)",
-                                                      "failed to persist events:%@ with %@"};
-    operation.announce(events.size());
+    static constexpr ZAVRepositoryOperation<ZAVSet<ZAVTEvent>> operation{
+        "-[ZAVEventRepository persistEvents:error:]", "failed to persist events:%@ with %@"};
+    operation.announceAs("persisting %lu event(s)", events.size());
     return operation.attempt(
         *this, error,
         // A set of its own: whoever observes the statements may change the caller's.

@@ -17,7 +17,7 @@ constexpr auto everyEvent = [](const ZAVEvent&) { return true; };
 
 /// Reads those events of a query that `belongs` accepts. A mapper that answers null fails the operation.
 template <class Belongs, class Query, class... LogArguments>
-std::optional<ZAVSet<ZAVEvent>> readEvents(const ZAVRepositoryOperation& operation,
+std::optional<ZAVSet<ZAVEvent>> readEvents(const ZAVRepositoryOperation<LogArguments...>& operation,
                                            const ZAVEventRepository& repository, ZAVError* error,
                                            const Belongs& belongs, const Query& query,
                                            const LogArguments&... logArguments) {
@@ -38,7 +38,7 @@ std::optional<ZAVSet<ZAVEvent>> readEvents(const ZAVRepositoryOperation& operati
 }
 
 template <class Query, class... LogArguments>
-std::shared_ptr<ZAVEvent> readEvent(const ZAVRepositoryOperation& operation,
+std::shared_ptr<ZAVEvent> readEvent(const ZAVRepositoryOperation<LogArguments...>& operation,
                                     const ZAVEventRepository& repository, ZAVError* error, const Query& query,
                                     const LogArguments&... logArguments) {
     return readFirst(
@@ -111,7 +111,7 @@ std::optional<ZAVSet<ZAVEvent>> ZAVEventRepository::unprocessedEvents(ZAVError* 
 
 std::optional<ZAVSet<ZAVEvent>> ZAVEventRepository::eventsFromRevivedStreamWithStreamDatabaseIdentifier(
     ZAVDatabaseIdentifier streamDatabaseIdentifier, ZAVError* error) const {
-    static constexpr ZAVRepositoryOperation operation{
+    static constexpr ZAVRepositoryOperation<ZAVDatabaseIdentifier> operation{
         "-[ZAVEventRepository eventsFromRevivedStreamWithStreamDatabaseIdentifier:error:]",
         "fetching events for revived stream (streamDatabaseIdentifier=%lld)",
         "failed to fetch events for revived stream (streamDatabaseIdentifier=%lld) with %@"};
@@ -132,7 +132,7 @@ std::optional<ZAVSet<ZAVEvent>> ZAVEventRepository::postedAndProcessedEvents(ZAV
 
 std::shared_ptr<ZAVEvent> ZAVEventRepository::eventWithSeq(ZAVSequence seq, const ZAVUUID& streamIdentifier,
                                                            ZAVError* error) const {
-    static constexpr ZAVRepositoryOperation operation{
+    static constexpr ZAVRepositoryOperation<ZAVSequence, ZAVUUID> operation{
         "-[ZAVEventRepository eventWithSeq:streamIdentifier:error:]",
         "fetching event by seq:%d and stream identifier:%@",
         "failed to fetch event by seq:%d and stream identifier:%@ with %@"};
@@ -144,7 +144,7 @@ std::shared_ptr<ZAVEvent> ZAVEventRepository::eventWithSeq(ZAVSequence seq, cons
 
 std::shared_ptr<ZAVEvent> ZAVEventRepository::eventForDatabaseIdentifier(
     ZAVDatabaseIdentifier databaseIdentifier, ZAVError* error) const {
-    static constexpr ZAVRepositoryOperation operation{
+    static constexpr ZAVRepositoryOperation<ZAVDatabaseIdentifier> operation{
         "-[ZAVEventRepository eventForDatabaseIdentifier:error:]",
         "fetching event for database identifier:%lld",
         "failed to fetch event for database identifier:%lld with %@"};

@@ -35,12 +35,10 @@ std::vector<ZAVDatabaseIdentifier> rowsOf(const ZAVSet<ZAVEvent>& events) {
 }  // namespace
 
 bool ZAVEventRepository::deleteUnprocessedEvents(const ZAVSet<ZAVEvent>& events, ZAVError* error) const {
-    static constexpr ZAVRepositoryOperation operation{
-        "-[ZAVEventRepository deleteUnprocessedEvents:error:]",
-        "deleting unprocessed events with database identifiers: %@",
-        "failed to delete unprocessed events with %@"};
+    static constexpr ZAVRepositoryOperation operation{"-[ZAVEventRepository deleteUnprocessedEvents:error:]",
+                                                      "failed to delete unprocessed events with %@"};
     const std::vector<ZAVDatabaseIdentifier> rows = rowsOf(events);
-    operation.announce(rows);
+    operation.announceAs("deleting unprocessed events with database identifiers: %@", rows);
     return operation.attempt(*this, error, [&](ZAVError& outError) {
         const auto vectors = ZAVSQLVector::arrayOfVectorsWithCollection(rows, vectorLimit);
         for (const ZAVSQLVector& vector : vectors) {
@@ -74,7 +72,7 @@ bool ZAVEventRepository::deleteEvents(const ZAVSet<ZAVEvent>& events, ZAVError* 
 bool ZAVEventRepository::persistTombstoneEventWithTargetSeq(ZAVSequence targetSeq,
                                                             ZAVDatabaseIdentifier streamDatabaseIdentifier,
                                                             ZAVError* error) const {
-    static constexpr ZAVRepositoryOperation operation{
+    static constexpr ZAVRepositoryOperation<ZAVSequence, ZAVDatabaseIdentifier> operation{
         "-[ZAVEventRepository persistTombstoneEventWithTargetSeq:streamDatabaseIdentifier:error:]",
         "tombstoning event with seq:%d and streamDBID:%llu",
         "failed to tombstone the event with seq:%d and streamDBID:%llu with %@"};

@@ -23,7 +23,7 @@ bool ZAVEventRepository::persistConversationsParticipantsSeq(ZAVSequence seq, st
                                                              const ZAVUUID& streamIdentifier,
                                                              ZAVError* error) const {
     static constexpr auto operation =
-        ZAVRepositoryOperation{
+        ZAVRepositoryOperation<ZAVSequence, std::string, ZAVUUID>{
             "-[ZAVEventRepository persistConversationsParticipantsSeq:memberID:streamIdentifier:error:]",
             "persisting conversations participant's seq:%u for member:%@ with stream identifier:%@",
             "failed persisting conversations participant's seq:%u for member:%@ with stream identifier:%@ with %@"}
@@ -58,7 +58,7 @@ bool ZAVEventRepository::persistConversationsParticipantsSeq(ZAVSequence seq, st
 
 bool ZAVEventRepository::persistMessageSeq(ZAVSequence seq, ZAVDatabaseIdentifier eventDatabaseIdentifier,
                                            ZAVError* error) const {
-    static constexpr ZAVRepositoryOperation operation{
+    static constexpr ZAVRepositoryOperation<ZAVSequence, ZAVDatabaseIdentifier> operation{
         "-[ZAVEventRepository persistMessageSeq:eventDatabaseIdentifier:error:]",
         "updating message's seq:%d event database ID:%llu",
         "failed to update message's seq:%d event database ID:%llu with %@"};

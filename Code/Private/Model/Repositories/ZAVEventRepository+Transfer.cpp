@@ -15,7 +15,7 @@ namespace {
 constexpr ZAVStatementText rank(", (streams.seq - events.preceding_seq) AS distance_from_eos");
 
 /// The four queues share their texts, which speak of uploads.
-constexpr ZAVRepositoryOperation queueOperation(std::string_view function) {
+constexpr ZAVRepositoryOperation<> queueOperation(std::string_view function) {
     return {function, "fetching event content parts awaiting uploads",
             "failed to fetch event content parts awaiting uploads %@"};
 }
@@ -23,7 +23,7 @@ constexpr ZAVRepositoryOperation queueOperation(std::string_view function) {
 /// Reads a queue. `query` is run inside the unit of work, so that "now" is the moment at which the queue is
 /// asked.
 template <class Query>
-std::optional<ZAVSet<ZAVEventContent>> readQueue(const ZAVRepositoryOperation& operation,
+std::optional<ZAVSet<ZAVEventContent>> readQueue(const ZAVRepositoryOperation<>& operation,
                                                  const ZAVEventRepository& repository, ZAVError* error,
                                                  const Query& query) {
     return readSet<ZAVEventContent>(operation, repository, error, query,

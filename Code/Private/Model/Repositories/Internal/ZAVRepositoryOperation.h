@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string_view>
+#include <type_traits>
 
 #include <ZAVEventRepository/DDLog.h>
 #include <ZAVEventRepository/ZAVError.h>
@@ -12,15 +13,25 @@ namespace zav {
 /// error line and the caller's out-parameter. An operation makes one, with its name and its texts, and runs
 /// it.
 ///
-/// The arguments of the log lines are held by reference and printed only for a line that is wanted.
+/// `LogArguments` are what both lines print, which their texts are compared with at compile time. They are
+/// held by reference and printed only for a line that is wanted.
+template <class... LogArguments>
 class ZAVRepositoryOperation {
 public:
     /// @param function class and selector, such as "-[ZAVEventRepository allEvents:]".
     /// @param verbose text of the line before the work.
     /// @param failure text of the line after a failure; the error is its last argument.
-    constexpr ZAVRepositoryOperation(std::string_view function, std::string_view verbose,
-                                     std::string_view failure, unsigned line = __builtin_LINE()) noexcept
+    constexpr ZAVRepositoryOperation(std::string_view function,
+                                     std::type_identity_t<ZAVFormatString<LogArguments...>> verbose,
+                                     std::type_identity_t<ZAVFormatString<LogArguments..., ZAVError>> failure,
+                                     unsigned line = __builtin_LINE()) noexcept
         : function_(function), verbose_(verbose), failure_(failure), line_(line) {}
+
+    /// An operation whose line before the work has other arguments, and is written by `announceAs`.
+    constexpr ZAVRepositoryOperation(std::string_view function,
+                                     std::type_identity_t<ZAVFormatString<LogArguments..., ZAVError>> failure,
+                                     unsigned line = __builtin_LINE()) noexcept
+        : function_(function), verbose_(ZAVRuntimeFormat("")), failure_(failure), line_(line) {}
 
     /// The same operation, but with its failure line as a verbose line.
     [[nodiscard]] constexpr ZAVRepositoryOperation reportingFailureAsVerbose() const noexcept {
@@ -32,7 +43,7 @@ public:
     /// Runs the whole contract. `unitOfWork` takes the operation's error cell and answers whether it
     /// succeeded; the operation is judged by that cell. Both lines carry `arguments`. Returns what
     /// `attemptBlock` returned.
-    template <class UnitOfWork, class... LogArguments>
+    template <class UnitOfWork>
     bool run(const ZAVEventRepository& repository, ZAVError* error, const UnitOfWork& unitOfWork,
              const LogArguments&... arguments) const {
         announce(arguments...);
@@ -40,15 +51,23 @@ public:
     }
 
     /// The verbose line alone, for an operation that does something between it and the work.
-    template <class... LogArguments>
     void announce(const LogArguments&... arguments) const {
         if (DDLog::verboseIsOpen(ZAVLogComponentModel)) {
             log(true, DDLogFlagVerbose, verbose_, arguments...);
         }
     }
 
+    /// A verbose line with arguments of its own.
+    template <class... Announced>
+    void announceAs(ZAVFormatString<std::type_identity_t<Announced>...> verbose,
+                    const Announced&... arguments) const {
+        if (DDLog::verboseIsOpen(ZAVLogComponentModel)) {
+            log(true, DDLogFlagVerbose, verbose, arguments...);
+        }
+    }
+
     /// The contract after the verbose line.
-    template <class UnitOfWork, class... LogArguments>
+    template <class UnitOfWork>
     bool attempt(const ZAVEventRepository& repository, ZAVError* error, const UnitOfWork& unitOfWork,
                  const LogArguments&... arguments) const {
         ZAVError outError;
@@ -61,28 +80,27 @@ public:
     }
 
     /// The failure line alone.
-    template <class... LogArguments>
-    void reportFailure(const LogArguments&... arguments) const {
+    void reportFailure(const LogArguments&... arguments, const ZAVError& reason) const {
         if (failureIsVerbose_) {
             if (DDLog::verboseIsOpen(ZAVLogComponentModel)) {
-                log(true, DDLogFlagVerbose, failure_, arguments...);
+                log(true, DDLogFlagVerbose, failure_, arguments..., reason);
             }
         } else if (DDLog::errorIsOpen(ZAVLogComponentModel)) {
-            log(false, DDLogFlagError, failure_, arguments...);
+            log(false, DDLogFlagError, failure_, arguments..., reason);
         }
     }
 
 private:
-    template <class... LogArguments>
-    void log(bool asynchronous, DDLogFlag flag, std::string_view format,
-             const LogArguments&... arguments) const {
+    template <class... Arguments>
+    void log(bool asynchronous, DDLogFlag flag, ZAVFormatString<std::type_identity_t<Arguments>...> format,
+             const Arguments&... arguments) const {
         DDLog::log(asynchronous, ddLogLevel, flag, 0, "Code/Private/Model/Repositories/ZAVEventRepository",
-                   function_, line_, nullptr, ZAVRuntimeFormat(format), arguments...);
+                   function_, line_, nullptr, format, arguments...);
     }
 
     std::string_view function_;
-    std::string_view verbose_;
-    std::string_view failure_;
+    ZAVFormatString<LogArguments...> verbose_;
+    ZAVFormatString<LogArguments..., ZAVError> failure_;
     unsigned line_;
     bool failureIsVerbose_ = false;
 };

@@ -25,7 +25,7 @@ template <class... Values>
 /// An operation that reads a set of records: `append` adds the record of each row, and answers false when
 /// there is none, which fails the operation. A failure hands out no set.
 template <class Record, class Query, class Append, class... LogArguments>
-[[nodiscard]] std::optional<ZAVSet<Record>> readSet(const ZAVRepositoryOperation& operation,
+[[nodiscard]] std::optional<ZAVSet<Record>> readSet(const ZAVRepositoryOperation<LogArguments...>& operation,
                                                     const ZAVEventRepository& repository, ZAVError* error,
                                                     const Query& query, const Append& append,
                                                     const LogArguments&... logArguments) {
@@ -56,9 +56,9 @@ template <class Record, class Query, class Append, class... LogArguments>
 /// An operation that reads one record: what `map` makes of the first row; an empty result when there is no
 /// row, and on failure.
 template <class Query, class Map, class... LogArguments>
-[[nodiscard]] auto readFirst(const ZAVRepositoryOperation& operation, const ZAVEventRepository& repository,
-                             ZAVError* error, const Query& query, const Map& map,
-                             const LogArguments&... logArguments) {
+[[nodiscard]] auto readFirst(const ZAVRepositoryOperation<LogArguments...>& operation,
+                             const ZAVEventRepository& repository, ZAVError* error, const Query& query,
+                             const Map& map, const LogArguments&... logArguments) {
     decltype(map(std::declval<const FMResultSet&>())) result{};
     operation.run(
         repository, error,
