@@ -331,7 +331,8 @@ void ZAVConnection::deliverChanges() noexcept {
 }
 
 void ZAVConnection::setStatementObserver(FMStatementObserver observer) {
-    changeObservation([&](ZAVObserverRegistry& observation) { observation.statements = std::move(observer); });
+    changeObservation(
+        [&](ZAVObserverRegistry& observation) { observation.statements = std::move(observer); });
     forgetCounts();
 }
 

@@ -12,6 +12,7 @@
 
 #include <ZAVEventRepository/FMObservation.h>
 #include <ZAVEventRepository/FMParameter.h>
+#include <ZAVEventRepository/ZAVDatabaseError.h>
 #include <ZAVEventRepository/ZAVError.h>
 
 #include "Private/Database/Internal/ZAVObserverRegistry.h"

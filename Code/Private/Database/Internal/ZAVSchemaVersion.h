@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <string>
 
+#include <ZAVEventRepository/ZAVDatabaseError.h>
 #include <ZAVEventRepository/ZAVError.h>
 
 namespace zav {
