@@ -7,9 +7,8 @@
 #include <string_view>
 #include <system_error>
 
+#include <ZAVEventRepository/ZAVPrintable.h>
 #include <ZAVEventRepository/ZAVUTF8.h>
-
-#include "Printable.h"
 
 namespace zavevents {
 namespace {
@@ -174,7 +173,7 @@ CLI::Option* addOptionOfWords(CLI::App& command, const std::string& name, const 
 }
 
 std::string isNot(const std::string& word, const std::string& wanted) {
-    return "'" + printable(word) + "' is not " + wanted;
+    return "'" + zav::ZAVPrintable(word) + "' is not " + wanted;
 }
 
 void addDatabaseOption(CLI::App& command, std::string& path) {

@@ -5,11 +5,11 @@
 #include <vector>
 
 #include <ZAVEventRepository/ZAVDatabaseSchema.h>
+#include <ZAVEventRepository/ZAVPrintable.h>
 
 #include "Arguments.h"
 #include "Commands.h"
 #include "Help.h"
-#include "Printable.h"
 
 #include "Store.h"
 #include "ToolError.h"
@@ -33,10 +33,10 @@ std::vector<std::string> integrity(FMDatabase& database) {
     auto rows = database.executeBoundedQuery("PRAGMA integrity_check");
     ZAVError error = rows ? ZAVError() : database.lastError();
     while (rows && rows->nextWithError(&error)) {
-        findings.push_back(asUTF8(rows->stringForColumnIndex(0).value_or("")));
+        findings.push_back(ZAVPrintable(rows->stringForColumnIndex(0).value_or(""), ZAVEscapesInvalidUTF8));
     }
     if (error) {
-        findings.push_back(asUTF8(error.message()));
+        findings.push_back(ZAVPrintable(error.message(), ZAVEscapesInvalidUTF8));
     }
     return findings;
 }
@@ -49,7 +49,7 @@ std::string schema(FMDatabase& database) {
         return "the schema has version " + std::to_string(*version) + " of " +
                std::to_string(ZAVDatabaseSchema::currentVersion());
     }
-    return version ? std::string(fine) : asUTF8(error.message());
+    return version ? std::string(fine) : ZAVPrintable(error.message(), ZAVEscapesInvalidUTF8);
 }
 
 /// The answer of a count; null where damage keeps it from being made.
@@ -90,9 +90,9 @@ std::string orUnknown(const ordered_json& count) {
 
 void print(const ordered_json& report) {
     for (const auto& finding : report["integrity"]) {
-        std::cout << "integrity               " << printable(finding.get<std::string>()) << '\n';
+        std::cout << "integrity               " << ZAVPrintable(finding.get<std::string>()) << '\n';
     }
-    std::cout << "schema                  " << printable(report["schema"].get<std::string>()) << '\n'
+    std::cout << "schema                  " << ZAVPrintable(report["schema"].get<std::string>()) << '\n'
               << "schema version          " << orUnknown(report["schema_version"]) << '\n'
               << "parts without an event  " << orUnknown(report["parts_without_event"]) << '\n'
               << "events without a stream " << orUnknown(report["events_without_stream"]) << '\n';
@@ -116,10 +116,10 @@ void check(const CheckOptions& options) {
         print(report);
     }
     if (!intact) {
-        throw ToolError(printable(options.database) + ": the database is damaged");
+        throw ToolError(ZAVPrintable(options.database) + ": the database is damaged");
     }
     if (report["schema"] != fine) {
-        throw ToolError(printable(options.database) + ": this is no event store that can be worked on");
+        throw ToolError(ZAVPrintable(options.database) + ": this is no event store that can be worked on");
     }
 }
 

@@ -13,11 +13,11 @@
 #include <ZAVEventRepository/ZAVDictionary.h>
 #include <ZAVEventRepository/ZAVEventRepository.h>
 #include <ZAVEventRepository/ZAVMessageRepositoryCache.h>
+#include <ZAVEventRepository/ZAVPrintable.h>
 
 #include "Base64.h"
 #include "JSONNumbers.h"
 
-#include "Printable.h"
 #include "StoredPath.h"
 
 namespace zavevents {
@@ -36,7 +36,7 @@ struct Field {
     std::string_view place{};  ///< where its object stands in the line
 
     [[noreturn]] void complain(const std::string& complaint) const {
-        throw BadLine(printable(std::string(place).append(key)) + " " + complaint);
+        throw BadLine(ZAVPrintable(std::string(place).append(key)) + " " + complaint);
     }
 
     [[nodiscard]] std::string_view text() const {

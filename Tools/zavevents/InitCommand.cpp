@@ -3,11 +3,11 @@
 #include <string>
 
 #include <ZAVEventRepository/ZAVDatabaseSchema.h>
+#include <ZAVEventRepository/ZAVPrintable.h>
 
 #include "Arguments.h"
 #include "Commands.h"
 #include "Help.h"
-#include "Printable.h"
 
 #include "Store.h"
 
@@ -22,8 +22,8 @@ void addInitCommand(CLI::App& app, Action& action) {
     command->callback([path, &action] {
         action = [path] {
             static_cast<void>(openOrCreateStore(*path));
-            std::cout << printable(*path) << ": schema version " << zav::ZAVDatabaseSchema::currentVersion()
-                      << '\n';
+            std::cout << zav::ZAVPrintable(*path) << ": schema version "
+                      << zav::ZAVDatabaseSchema::currentVersion() << '\n';
         };
     });
 }

@@ -3,11 +3,12 @@
 #include <memory>
 #include <string>
 
+#include <ZAVEventRepository/ZAVPrintable.h>
+
 #include "Arguments.h"
 #include "Commands.h"
 #include "ContentReclaimer.h"
 #include "Help.h"
-#include "Printable.h"
 #include "Store.h"
 #include "ToolError.h"
 
@@ -32,10 +33,10 @@ public:
         bytes_ += content.bytes;
         if (content.outcome == Outcome::refused) {
             ++refused_;
-            std::cerr << printable(content.reason) << '\n';
+            std::cerr << ZAVPrintable(content.reason) << '\n';
             return;
         }
-        std::cout << printable(content.path) << ": "
+        std::cout << ZAVPrintable(content.path) << ": "
                   << (content.outcome == Outcome::removed ? std::to_string(content.bytes) + " bytes"
                       : content.outcome == Outcome::gone  ? "was gone already"
                                                          : "kept, since a part that is not complete needs it")

@@ -5,11 +5,11 @@
 #include <string>
 
 #include <ZAVEventRepository/ZAVEventRepository.h>
+#include <ZAVEventRepository/ZAVPrintable.h>
 
 #include "Arguments.h"
 #include "Commands.h"
 #include "Help.h"
-#include "Printable.h"
 
 #include "Store.h"
 #include "ToolError.h"
@@ -42,13 +42,14 @@ auto answerOf(const std::string& what, Operation operation) {
 ordered_json countBy(FMDatabase& database, const std::string& column, const std::string& table,
                      const std::string& what) {
     // More than is shown of a value is not read either.
-    const std::string sql = "SELECT substr(" + column + ", 1, " + std::to_string(longestText + 1) +
+    const std::string sql = "SELECT substr(" + column + ", 1, " + std::to_string(ZAVPrintableSize + 1) +
                             "), COUNT(*) FROM " + table + " GROUP BY " + column + " ORDER BY " + column;
     ordered_json counts = ordered_json::object();
     auto rows = database.executeBoundedQuery(sql);
     ZAVError error = rows ? ZAVError() : database.lastError();
     while (rows && rows->nextWithError(&error)) {
-        const std::string value = asUTF8(rows->stringForColumnIndex(0).value_or("null"));
+        const std::string value =
+            ZAVPrintable(rows->stringForColumnIndex(0).value_or("null"), ZAVEscapesInvalidUTF8);
         counts[value] = counts.value(value, std::int64_t{0}) + rows->longLongIntForColumnIndex(1);
     }
     if (error) {
@@ -136,7 +137,7 @@ void printStats(const ordered_json& stats) {
         }
         std::cout << name << '\n';
         for (const auto& [key, count] : value.items()) {
-            line("  " + printable(key), count);
+            line("  " + ZAVPrintable(key), count);
         }
     }
 }

@@ -9,8 +9,7 @@
 #include <utility>
 
 #include <ZAVEventRepository/ZAVDatabaseSchema.h>
-
-#include "Printable.h"
+#include <ZAVEventRepository/ZAVPrintable.h>
 
 #include "ToolError.h"
 
@@ -75,11 +74,11 @@ void useKeyFile(const std::string& path) {
     std::string bytes(longestKey + 1, '\0');
     file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     if (file.bad() || !file.is_open()) {
-        throw ToolError(printable(path) + ": " + std::strerror(errno));
+        throw ToolError(ZAVPrintable(path) + ": " + std::strerror(errno));
     }
     bytes.resize(static_cast<std::size_t>(file.gcount()));
     if (bytes.size() > longestKey) {
-        throw ToolError(printable(path) + ": a key has at most " + std::to_string(longestKey) + " bytes");
+        throw ToolError(ZAVPrintable(path) + ": a key has at most " + std::to_string(longestKey) + " bytes");
     }
     for (const char lineEnd : {'\n', '\r'}) {
         if (bytes.ends_with(lineEnd)) {
@@ -93,7 +92,7 @@ std::shared_ptr<FMDatabase> openOrCreateStore(const std::string& path) {
     ZAVError error;
     auto database = ZAVDatabaseSchema::openDatabase(fileAt(path), optionsWithKey(), &error);
     if (!database) {
-        throw ToolError(printable(path), error);
+        throw ToolError(ZAVPrintable(path), error);
     }
     return watched(std::move(database));
 }
@@ -105,7 +104,7 @@ std::shared_ptr<FMDatabase> openStore(const std::string& path) {
     ZAVError error;
     auto database = ZAVDatabaseSchema::openCurrentDatabase(fileAt(path), options, &error);
     if (!database) {
-        throw ToolError(printable(path), withAdvice(error));
+        throw ToolError(ZAVPrintable(path), withAdvice(error));
     }
     return watched(std::move(database));
 }
@@ -117,7 +116,7 @@ std::shared_ptr<FMDatabase> openAnyDatabase(const std::string& path) {
     ZAVError error;
     auto database = FMDatabase::databaseWithPath(fileAt(path), options, &error);
     if (!database) {
-        throw ToolError(printable(path), error);
+        throw ToolError(ZAVPrintable(path), error);
     }
     return watched(std::move(database));
 }

@@ -11,12 +11,12 @@
 #include <string>
 
 #include <ZAVEventRepository/DDLog.h>
+#include <ZAVEventRepository/ZAVPrintable.h>
 
 #include "Arguments.h"
 #include "Commands.h"
 #include "Help.h"
 #include "Mistake.h"
-#include "Printable.h"
 
 #include "Store.h"
 #include "ToolError.h"
@@ -106,6 +106,6 @@ int main(int argc, char** argv) {
     } catch (const zavevents::ToolError& error) {
         return fail(error.what());
     } catch (const std::exception& error) {
-        return fail(zavevents::printable(error.what()));
+        return fail(zav::ZAVPrintable(error.what()));
     }
 }
