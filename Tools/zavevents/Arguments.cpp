@@ -53,7 +53,7 @@ bool takeOneOf(std::string_view& text, std::string_view characters) {
 }
 
 /// Whether a text is a number in decimal digits, with a fraction and an exponent perhaps. The C library takes
-/// more: hexadecimal ones, blanks, names of what is no number.
+/// more: hexadecimal ones, blanks, "nan" and "inf".
 bool isDecimal(std::string_view text) {
     takeOneOf(text, "-");
     if (!takeDigits(text) || (takeOneOf(text, ".") && !takeDigits(text))) {
@@ -174,10 +174,6 @@ CLI::Option* addOptionOfWords(CLI::App& command, const std::string& name, const 
 
 std::string isNot(const std::string& word, const std::string& wanted) {
     return "'" + zav::ZAVPrintable(word) + "' is not " + wanted;
-}
-
-void addDatabaseOption(CLI::App& command, std::string& path) {
-    addOption(command, "DATABASE", path, fileName(), "The database file")->required();
 }
 
 }  // namespace zavevents

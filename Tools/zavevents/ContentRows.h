@@ -66,7 +66,7 @@ public:
     /// Whether a part that is not complete has this file, under whichever name.
     [[nodiscard]] bool isNeeded(const FileIdentity& file) const;
 
-    /// Where the path of a row leads, absolute and without dots; none when it is no URL.
+    /// Where the path of a row leads, absolute and without dots; none when it is not a valid URL.
     [[nodiscard]] std::optional<std::string> location(const std::string& filePath) const;
 
     /// Whether a location is in the directory, or is the directory itself.

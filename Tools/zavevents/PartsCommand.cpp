@@ -8,14 +8,9 @@
 
 #include <ZAVEventRepository/ZAVEventRepository.h>
 
-#include "Arguments.h"
-#include "Commands.h"
+#include "Command.h"
 #include "EventWriter.h"
-#include "Help.h"
 #include "Output.h"
-
-#include "Store.h"
-#include "ToolError.h"
 
 namespace zavevents {
 namespace {
@@ -23,7 +18,6 @@ namespace {
 using namespace zav;
 
 struct PartsOptions {
-    std::string database;
     bool unassignedURLs = false;
     bool incompleteUploads = false;
     bool expiredDownloads = false;
@@ -49,8 +43,9 @@ std::optional<std::set<std::string>> typeSet(const PartsOptions& options) {
     return std::set<std::string>(options.types.begin(), options.types.end());
 }
 
-std::vector<std::shared_ptr<ZAVEventContent>> select(const ZAVEventRepository& repository,
-                                                     const PartsOptions& options) {
+using Parts = std::vector<std::shared_ptr<ZAVEventContent>>;
+
+Parts select(const ZAVEventRepository& repository, const PartsOptions& options) {
     ZAVError error;
     std::optional<ZAVSet<ZAVEventContent>> parts;
     std::shared_ptr<ZAVEventContent> part;
@@ -82,7 +77,7 @@ std::vector<std::shared_ptr<ZAVEventContent>> select(const ZAVEventRepository& r
     if (error) {
         throw ToolError("cannot read the content parts", error);
     }
-    std::vector<std::shared_ptr<ZAVEventContent>> selected;
+    Parts selected;
     if (parts) {
         selected.assign(parts->begin(), parts->end());
     } else if (part) {
@@ -98,8 +93,8 @@ std::vector<std::shared_ptr<ZAVEventContent>> select(const ZAVEventRepository& r
     return selected;
 }
 
-void writeParts(const PartsOptions& options) {
-    const ZAVEventRepository repository(openStore(options.database));
+void writeParts(const DatabaseFile& file, const PartsOptions& options) {
+    const ZAVEventRepository repository(openStore(file));
     Output output;
     for (const auto& part : select(repository, options)) {
         appendPart(*part, output.text());
@@ -118,50 +113,48 @@ void requireOneOf(const CLI::Option* option, const std::vector<const CLI::Option
 
 }  // namespace
 
-void addPartsCommand(CLI::App& app, Action& action) {
-    auto* const command = app.add_subcommand("parts", "Write content parts as JSON Lines");
-    const auto options = std::make_shared<PartsOptions>();
-    addDatabaseOption(*command, options->database);
-    auto* const selection = command->add_option_group("Selection", "Which parts");
-    selection->add_flag("--unassigned-urls", options->unassignedURLs, "Those that need a URL to upload to");
+void addPartsCommand(CLI::App& app, Invocation& invocation) {
+    const Command<PartsOptions> command(app, invocation, "parts", "Write content parts as JSON Lines",
+                                        "--expired-downloads --mime image/jpeg --max-size 65536");
+    CLI::App& parser = command.parser();
+    PartsOptions& options = command.options();
+    auto* const selection = parser.add_option_group("Selection", "Which parts");
+    selection->add_flag("--unassigned-urls", options.unassignedURLs, "Those that need a URL to upload to");
     auto* const uploads =
-        selection->add_flag("--incomplete-uploads", options->incompleteUploads, "Uploads in flight");
-    auto* const expired = selection->add_flag("--expired-downloads", options->expiredDownloads,
+        selection->add_flag("--incomplete-uploads", options.incompleteUploads, "Uploads in flight");
+    auto* const expired = selection->add_flag("--expired-downloads", options.expiredDownloads,
                                               "Those to download that need a new URL");
     auto* const downloads =
-        selection->add_flag("--incomplete-downloads", options->incompleteDownloads, "Downloads in flight");
-    addOption(*selection, "--id", options->row, row(), "The part in this row");
+        selection->add_flag("--incomplete-downloads", options.incompleteDownloads, "Downloads in flight");
+    addOption(*selection, "--id", options.row, row(), "The part in this row");
     auto* const event =
-        addOption(*selection, "--event", options->event, row(), "Part --index of the event in this row");
-    auto* const message = addOption(*selection, "--message", options->message, row(),
-                                    "Part --index of the message in this row");
-    addOption(*selection, "--object-id", options->objectID, url(),
-              "The part that an object identifier names");
-    addOption(*selection, "--url", options->url, url(), "The part whose content is kept under this URL");
-    addOption(*selection, "--least-recent", options->leastRecent, amount(),
+        addOption(*selection, "--event", options.event, row(), "Part --index of the event in this row");
+    auto* const message =
+        addOption(*selection, "--message", options.message, row(), "Part --index of the message in this row");
+    addOption(*selection, "--object-id", options.objectID, url(), "The part that an object identifier names");
+    addOption(*selection, "--url", options.url, url(), "The part whose content is kept under this URL");
+    addOption(*selection, "--least-recent", options.leastRecent, amount(),
               "Those to purge to free so many bytes, oldest first");
     selection->require_option(1);
 
-    auto* const index = addOption(*command, "--index", options->index, position(), "Position of the part");
+    auto* const index = addOption(parser, "--index", options.index, position(), "Position of the part");
     event->needs(index);
     message->needs(index);
     auto* const types =
-        addOption(*command, "--mime", options->types, mediaType(),
+        addOption(parser, "--mime", options.types, mediaType(),
                   "A type that is wanted whatever its size; all are, without --mime and --no-mime")
             ->needs(expired);
-    command->add_flag("--no-mime", options->noTypes, "No type is wanted whatever its size")
+    parser.add_flag("--no-mime", options.noTypes, "No type is wanted whatever its size")
         ->needs(expired)
         ->excludes(types);
-    addOption(*command, "--max-size", options->maxSize, amount(),
+    addOption(parser, "--max-size", options.maxSize, amount(),
               "The size up to which other types than those are wanted, in bytes (default: 0)")
         ->needs(expired);
     auto* const limit =
-        addOption(*command, "--limit", options->limit, amount(), "At most so many (default: 100)");
-    setExample(*command, "chat.db --expired-downloads --mime image/jpeg --max-size 65536");
-    command->callback([=, &action] {
+        addOption(parser, "--limit", options.limit, amount(), "At most so many (default: 100)");
+    command.does(writeParts, [=] {
         requireOneOf(index, {event, message});
         requireOneOf(limit, {uploads, expired, downloads});
-        action = [options] { writeParts(*options); };
     });
 }
 

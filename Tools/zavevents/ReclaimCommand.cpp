@@ -1,16 +1,10 @@
 #include <cstdint>
-#include <iostream>
-#include <memory>
 #include <string>
 
 #include <ZAVEventRepository/ZAVPrintable.h>
 
-#include "Arguments.h"
-#include "Commands.h"
+#include "Command.h"
 #include "ContentReclaimer.h"
-#include "Help.h"
-#include "Store.h"
-#include "ToolError.h"
 
 namespace zavevents {
 namespace {
@@ -18,7 +12,6 @@ namespace {
 using namespace zav;
 
 struct ReclaimOptions {
-    std::string database;
     std::uint64_t bytes = 0;
     std::string cache;
     bool dryRun = false;
@@ -53,8 +46,8 @@ private:
     std::size_t refused_ = 0;
 };
 
-void reclaim(const ReclaimOptions& options) {
-    const auto database = openStore(options.database);
+void reclaim(const DatabaseFile& file, const ReclaimOptions& options) {
+    const auto database = openStore(file);
     ContentReclaimer reclaimer(*database, options.cache);
     ReclaimReport report;
     const auto tell = [&report](const ReclaimedContent& content) { report.add(content); };
@@ -73,18 +66,18 @@ void reclaim(const ReclaimOptions& options) {
 
 }  // namespace
 
-void addReclaimCommand(CLI::App& app, Action& action) {
-    auto* const command = app.add_subcommand(
-        "reclaim", "Remove the files of the least recently accessed parts and mark them purged");
-    const auto options = std::make_shared<ReclaimOptions>();
-    addDatabaseOption(*command, options->database);
-    addOption(*command, "--bytes", options->bytes, amount(), "How much to free")->required();
-    addOption(*command, "--cache", options->cache, fileName(),
+void addReclaimCommand(CLI::App& app, Invocation& invocation) {
+    const Command<ReclaimOptions> command(
+        app, invocation, "reclaim",
+        "Remove the files of the least recently accessed parts and mark them purged",
+        "--bytes 100000000 --cache ~/.cache/ZAVEventRepository --dry-run");
+    auto& [bytes, cache, dryRun] = command.options();
+    addOption(command.parser(), "--bytes", bytes, amount(), "How much to free")->required();
+    addOption(command.parser(), "--cache", cache, fileName(),
               "The cache directory; nothing outside it is touched")
         ->required();
-    command->add_flag("--dry-run", options->dryRun, "Say what would be removed, and remove nothing");
-    setExample(*command, "chat.db --bytes 100000000 --cache ~/.cache/ZAVEventRepository --dry-run");
-    command->callback([options, &action] { action = [options] { reclaim(*options); }; });
+    command.parser().add_flag("--dry-run", dryRun, "Say what would be removed, and remove nothing");
+    command.does(reclaim);
 }
 
 }  // namespace zavevents
