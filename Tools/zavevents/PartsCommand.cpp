@@ -45,6 +45,27 @@ std::optional<std::set<std::string>> typeSet(const PartsOptions& options) {
 
 using Parts = std::vector<std::shared_ptr<ZAVEventContent>>;
 
+/// Puts parts into the order in which they are written. What to purge and the download queues have one of
+/// their own; in these the parts of one event have one rank, and follow each other by position. The upload
+/// queues have none.
+void order(Parts& parts, const PartsOptions& options) {
+    if (options.leastRecent) {
+        return;
+    }
+    const bool isRanked = options.expiredDownloads || options.incompleteDownloads;
+    for (auto first = parts.begin(); first != parts.end();) {
+        const auto isOfAnother = [event = (*first)->eventDatabaseIdentifier()](const auto& part) {
+            return part->eventDatabaseIdentifier() != event;
+        };
+        const auto last = isRanked ? std::find_if(first, parts.end(), isOfAnother) : parts.end();
+        std::stable_sort(first, last, [](const auto& left, const auto& right) {
+            return std::tuple(left->eventDatabaseIdentifier(), left->index()) <
+                   std::tuple(right->eventDatabaseIdentifier(), right->index());
+        });
+        first = last;
+    }
+}
+
 Parts select(const ZAVEventRepository& repository, const PartsOptions& options) {
     ZAVError error;
     std::optional<ZAVSet<ZAVEventContent>> parts;
@@ -83,13 +104,7 @@ Parts select(const ZAVEventRepository& repository, const PartsOptions& options) 
     } else if (part) {
         selected.push_back(part);
     }
-    // What to purge keeps its order, oldest first; the queues have none.
-    if (!options.leastRecent) {
-        std::stable_sort(selected.begin(), selected.end(), [](const auto& left, const auto& right) {
-            return std::tuple(left->eventDatabaseIdentifier(), left->index()) <
-                   std::tuple(right->eventDatabaseIdentifier(), right->index());
-        });
-    }
+    order(selected, options);
     return selected;
 }
 
