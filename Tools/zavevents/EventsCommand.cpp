@@ -75,8 +75,8 @@ std::vector<std::shared_ptr<ZAVEvent>> select(const ZAVEventRepository& reposito
     return ordered;
 }
 
-/// Which of the events the service has sequenced, in their order. A record with another `seq` than 0 tells it
-/// by itself; 0 may be read from NULL, and then the rows are asked.
+/// Which of the events the service has sequenced, in their order. A record with another `seq` than 0 is;
+/// 0 may be read from NULL, and then the rows decide.
 std::vector<bool> sequencedOf(const std::vector<std::shared_ptr<ZAVEvent>>& events,
                               const std::shared_ptr<FMDatabase>& database, const EventsOptions& options) {
     const bool allSequenced = options.posted || options.revived || options.seq;

@@ -25,8 +25,8 @@ namespace zavevents {
 
 /// Stores events in batches, each of them whole or not at all, and makes the streams that they need.
 ///
-/// Which stored event an incoming one is, if any, `EventRecognition` tells. One that is stored already is
-/// updated; its content parts stay as they are stored.
+/// Which stored event an incoming one is, if any, is decided by `EventRecognition`. One that is stored
+/// already is updated; its content parts stay as they are stored.
 class Importer {
 public:
     struct Options {

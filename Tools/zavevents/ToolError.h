@@ -11,7 +11,8 @@ namespace zavevents {
 /// An operation failed; the text says which and why. The tool prints it and exits with status 1.
 class ToolError : public std::runtime_error {
 public:
-    /// @param message may have several lines. What comes from others stands in it as `ZAVPrintable` makes it.
+    /// @param message may have several lines. Text from outside, such as names in the file, is made
+    /// printable with `ZAVPrintable` before.
     explicit ToolError(const std::string& message) : std::runtime_error(message) {}
 
     /// `what` failed with the database's own error, which may hold any name that stands in the file.
