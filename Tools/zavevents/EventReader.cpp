@@ -263,6 +263,7 @@ void prepareForDownload(const ZAVEvent& event, const std::vector<ReadPart>& part
     ZAVEvent received;
     received.set_client_id(event.client_id());
     std::vector<std::shared_ptr<ZAVTContent>> content;
+    content.reserve(parts.size());
     for (const ReadPart& read : parts) {
         content.push_back(isLeftToBe(read) ? read.part : std::make_shared<ZAVTContent>());
     }
