@@ -562,6 +562,13 @@ const Lookup lookups[] = {
      "transfer_status = ? OR transfer_status = ?) AND file_path IS NOT NULL AND size IS NOT NULL AND "
      "(purged = 0 OR purged IS NULL)",
      "SEARCH event_content_parts USING INDEX event_content_parts_by_transfer_status (transfer_status=?)"},
+    {"EventsWithoutASequence",
+     "SELECT database_identifier FROM events INDEXED BY events_without_seq WHERE seq IS NULL",
+     "SCAN events USING INDEX events_without_seq"},
+    {"DiskUtilizationIn64Bits",
+     "SELECT IFNULL(SUM(size), 0) FROM event_content_parts WHERE transfer_status IN (0, 1, 4) AND "
+     "file_path IS NOT NULL AND size IS NOT NULL AND (purged = 0 OR purged IS NULL)",
+     "SEARCH event_content_parts USING INDEX event_content_parts_by_transfer_status (transfer_status=?)"},
     {"PartsToPurge",
      PART_COLUMNS PART_SOURCE
      "WHERE file_path IS NOT NULL AND transfer_status != ? AND transfer_status != ? AND "

@@ -1,5 +1,6 @@
 #include <ZAVEventRepository/NSInternalInconsistencyException.h>
 #include <ZAVEventRepository/ZAVConversationRepository.h>
+#include <ZAVEventRepository/ZAVEventRowRepository.h>
 #include <ZAVEventRepository/ZAVKeyedValueRepository.h>
 #include <ZAVEventRepository/ZAVMessageRepository.h>
 #include <ZAVEventRepository/ZAVMessageRepositoryCache.h>
@@ -543,6 +544,51 @@ TEST(Messages, ShowThePartsOfTheirEvent) {
     const auto part = store.repository().eventContentForMessagePart(ZAVMessagePart(message, 1));
     ASSERT_NE(part, nullptr);
     EXPECT_EQ(part->body()->asText(), "you");
+}
+
+TEST(EventRows, TellWhichEventsHaveNoSequence) {
+    const TestStore store;
+    const auto stream = store.addStream(uuidNumber(1));
+    const ZAVEventRowRepository rows(store.sharedDatabase());
+    EXPECT_EQ(rows.eventsWithoutSeq(), std::set<ZAVDatabaseIdentifier>());
+    store.execute(
+        "INSERT INTO events (database_identifier, type, client_id, seq, stream_database_identifier) VALUES"
+        " (1, 4, x'01', 0, 1), (2, 4, x'02', NULL, 1), (3, 4, x'03', 7, 1), (4, 4, x'04', NULL, NULL),"
+        " (-5, 4, x'05', NULL, 1), (6, 4, x'06', 'text', 1)");
+    EXPECT_EQ(stream, 1);
+    EXPECT_EQ(rows.eventsWithoutSeq(), (std::set<ZAVDatabaseIdentifier>{-5, 2, 4}))
+        << "an event at the sequence 0 has one";
+}
+
+TEST(EventRows, SumTheBytesOfFilesBeyond32Bits) {
+    const TestStore store;
+    const ZAVEventRowRepository rows(store.sharedDatabase());
+    EXPECT_EQ(rows.diskUtilization(), 0) << "there are no parts";
+    store.execute(
+        "INSERT INTO event_content_parts (event_content_part_id, event_database_identifier, size,"
+        " transfer_status, file_path, purged) VALUES (0, 1, 3000000000, 4, 'a', 0), (1, 1, 2000000000, 0, 'b', NULL),"
+        " (2, 1, 40, 1, 'c', 0), (3, 1, 500, 2, 'd', 0), (4, 1, 600, 3, 'e', 0), (5, 1, 700, 4, NULL, 0),"
+        " (6, 1, 800, 4, 'f', 1), (7, 1, NULL, 4, 'g', 0)");
+    EXPECT_EQ(rows.diskUtilization(), 5000000040)
+        << "what is uploaded, uploading or complete, and neither purged nor without a file";
+}
+
+TEST(EventRows, SayWhyTheyCannotBeRead) {
+    const TestStore store;
+    const ZAVEventRowRepository rows(store.sharedDatabase());
+    store.execute(
+        "INSERT INTO event_content_parts (event_content_part_id, event_database_identifier, size,"
+        " transfer_status, file_path) VALUES (0, 1, 9223372036854775807, 4, 'a'), (1, 1, 1, 4, 'b')");
+    ZAVError error;
+    EXPECT_EQ(rows.diskUtilization(&error), std::nullopt);
+    EXPECT_EQ(error, ZAVError("SQLite", 1, "integer overflow"));
+    EXPECT_EQ(rows.diskUtilization(), std::nullopt) << "nobody asked for the reason";
+    store.execute("DROP TABLE events; DROP TABLE event_content_parts");
+    EXPECT_EQ(rows.eventsWithoutSeq(&error), std::nullopt);
+    EXPECT_EQ(error, ZAVError("SQLite", 1, "no such table: events"));
+    EXPECT_EQ(rows.eventsWithoutSeq(), std::nullopt);
+    EXPECT_EQ(rows.diskUtilization(&error), std::nullopt);
+    EXPECT_EQ(error, ZAVError("SQLite", 1, "no such table: event_content_parts"));
 }
 
 TEST(ConversationsAndMessages, TellWhyTheyFail) {

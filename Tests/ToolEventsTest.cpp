@@ -234,6 +234,30 @@ TEST(ToolEventLines, ASequenceOfZeroIsWrittenWhereItIsStoredAndNowhereElse) {
     EXPECT_EQ(copy.events(), all) << "a sequence that is not there is not made up on the way";
 }
 
+TEST(ToolEventLines, WhichOnesHaveNoSequenceIsAskedOnceAndOfNoOtherEvent) {
+    const ToolStore store;
+    store.importWell(lines({eventJSON(1, {{"seq", 0}}), eventJSON(2), eventJSON(3, unknownStream),
+                            eventJSON(4, changed(unknownStream, {{"seq", 0}})), eventJSON(5, {{"seq", 7}})}));
+    const auto runsOfStatementsWith = [](const ToolRun& run, const std::string& condition) {
+        int count = 0;
+        for (auto at = run.err.find(condition); at != std::string::npos;
+             at = run.err.find(condition, at + 1)) {
+            ++count;
+        }
+        return count;
+    };
+    const ToolRun traced = store.run("events", {"--all", "--trace"});
+    EXPECT_EQ(traced.status, 0) << traced.err;
+    EXPECT_EQ(fieldOfLines(traced.out, "seq"), (std::vector<json>{0, nullptr, nullptr, 0, 7}));
+    EXPECT_EQ(runsOfStatementsWith(traced, "seq IS NULL"), 1) << traced.err;
+    EXPECT_EQ(runsOfStatementsWith(traced, "events.seq IS NOT NULL"), 0)
+        << "the posted events are not read for it: " << traced.err;
+    EXPECT_EQ(runsOfStatementsWith(traced, "events.seq = ?"), 0)
+        << "no event is looked for by its sequence: " << traced.err;
+    EXPECT_EQ(runsOfStatementsWith(store.run("events", {"--id", "5", "--trace"}), "seq IS NULL"), 0)
+        << "an event with another sequence than 0 tells it by itself";
+}
+
 TEST(ToolEventLines, TheOnesOfARevivedStreamComeInReplayOrder) {
     const auto event = [](int number, int precedingSeq, const char* creator, int clientSeq) {
         return eventJSON(number, {{"seq", 100 - number},

@@ -559,6 +559,30 @@ TEST(ToolImport, AnErrorInAPartSaysInWhich) {
     });
 }
 
+TEST(ToolImport, MetadataThatAreNotTextAreWrittenOnce) {
+    const ToolStore store;
+    const std::string line = lines({eventJSON(
+        1, {{"transient_metadata",
+             {{"text", "a"}, {"encoded", {{"base64", "Yg=="}}}, {"bytes", {{"base64", "/wA="}}}}}})});
+    const auto writes = [&] {
+        const ToolRun imported = store.import(line, {"--trace"});
+        EXPECT_EQ(imported.status, 0) << imported.err;
+        int count = 0;
+        for (const std::string statement : {"INTO keyed_values_remote", "DELETE FROM keyed_values_remote"}) {
+            for (auto at = imported.err.find(statement); at != std::string::npos;
+                 at = imported.err.find(statement, at + 1)) {
+                ++count;
+            }
+        }
+        EXPECT_EQ(
+            store.execute("SELECT key, typeof(value), hex(value) FROM keyed_values_remote ORDER BY key"),
+            (std::vector<std::string>{"bytes|blob|FF00", "encoded|text|62", "text|text|61"}));
+        return count;
+    };
+    EXPECT_EQ(writes(), 3) << "each of the three is written";
+    EXPECT_EQ(writes(), 0) << "what is stored already is left alone";
+}
+
 TEST(ToolImport, ANameInAMessageIsOnOneLineAndOfBoundedLength) {
     const std::string name = "a\n\x1B[2J" + std::string(5000, 'x');
     const ToolStore store;

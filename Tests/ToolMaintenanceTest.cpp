@@ -148,6 +148,36 @@ TEST(ToolParts, AHundredPartsAreWrittenUnlessALimitSaysOtherwise) {
     EXPECT_EQ(parsedLines(store.run("parts", {"--incomplete-uploads", "--limit", "500"}).out).size(), 101U);
 }
 
+TEST(ToolParts, DownloadsAreWrittenInTheOrderOfTheirQueues) {
+    const ToolStore store;
+    const auto event = [](int number, int precedingSeq, int status, std::int64_t expiration) {
+        const std::string name = std::to_string(number);
+        return message(
+            number,
+            {remotePart(status, name + "-0", expiration), remotePart(status, name + "-1", expiration)},
+            {{"seq", number}, {"preceding_seq", precedingSeq}});
+    };
+    store.importWell(lines({event(1, 1, 2, expired), event(2, 5, 2, expired), event(3, 3, 2, expired),
+                            event(4, 1, 3, valid), event(5, 5, 3, valid), event(6, 3, 3, valid)}));
+    store.execute("UPDATE streams SET seq = 6");
+    const auto parts = [&](const Options& selection) {
+        return fieldOfLines(store.run("parts", selection).out, "external_url");
+    };
+    const auto urls = [](const Rows& names) {
+        std::vector<json> result;
+        for (const std::string& name : names) {
+            result.emplace_back("https://content.test/" + name);
+        }
+        return result;
+    };
+    EXPECT_EQ(parts({"--expired-downloads"}), urls({"2-0", "2-1", "3-0", "3-1", "1-0", "1-1"}))
+        << "the most recent of their stream come first";
+    EXPECT_EQ(parts({"--expired-downloads", "--limit", "3"}), urls({"2-0", "2-1", "3-0"}));
+    EXPECT_EQ(parts({"--expired-downloads", "--mime", "image/png"}),
+              urls({"2-0", "2-1", "3-0", "3-1", "1-0", "1-1"}));
+    EXPECT_EQ(parts({"--incomplete-downloads"}), urls({"5-0", "5-1", "6-0", "6-1", "4-0", "4-1"}));
+}
+
 TEST(ToolParts, ASinglePartIsFoundByEachOfItsKeys) {
     const QueueStore store;
     EXPECT_EQ(store.parts({"--id", "2"}), (Rows{"1.1"}));

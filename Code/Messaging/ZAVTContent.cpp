@@ -4,8 +4,7 @@
 #include <string>
 
 #include <ZAVEventRepository/ZAVFormat.h>
-
-#include "Private/Foundation/Internal/ZAVPrintable.h"
+#include <ZAVEventRepository/ZAVPrintable.h>
 
 namespace zav {
 

@@ -148,7 +148,7 @@ def record_header(name, record):
 
 def record_source(name, record):
     out = [NOTICE + f"#include <ZAVEventRepository/{name}.h>\n", "#include <string>\n",
-           "#include <ZAVEventRepository/ZAVFormat.h>\n", '#include "Private/Foundation/Internal/ZAVPrintable.h"\n',
+           "#include <ZAVEventRepository/ZAVFormat.h>\n#include <ZAVEventRepository/ZAVPrintable.h>\n",
            "namespace zav {\n",
            f"void {name}::describeFields(std::string& text) const {{", "    ZAVObject::describeFields(text);"]
     for field in record["members"]:

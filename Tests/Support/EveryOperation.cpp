@@ -1,6 +1,7 @@
 #include "Support/EveryOperation.h"
 
 #include <ZAVEventRepository/ZAVConversationRepository.h>
+#include <ZAVEventRepository/ZAVEventRowRepository.h>
 #include <ZAVEventRepository/ZAVKeyedValueRepository.h>
 #include <ZAVEventRepository/ZAVMessagePartObjectIdentifier.h>
 #include <ZAVEventRepository/ZAVMessageRepository.h>
@@ -288,6 +289,20 @@ std::vector<Operation> makeOperations() {
              return answerOfSeq(e, [&](ZAVError* error) {
                  return on<ZAVMessageRepository>(r).seqOfMessage(ZAVMessage(5), error);
              });
+         }},
+        {"eventsWithoutSeq", cell, "none",
+         [](const R& r, ZAVError* e) {
+             const auto rows = on<ZAVEventRowRepository>(r).eventsWithoutSeq(e);
+             Answer found{rows ? "rows" : "none"};
+             for (const ZAVDatabaseIdentifier row : rows.value_or(std::set<ZAVDatabaseIdentifier>())) {
+                 found.value += " " + std::to_string(row);
+             }
+             return found;
+         }},
+        {"diskUtilizationIn64Bits", cell, "none",
+         [](const R& r, ZAVError* e) {
+             const auto sum = on<ZAVEventRowRepository>(r).diskUtilization(e);
+             return Answer{sum ? std::to_string(*sum) : "none"};
          }},
         {"setKeyedValues", cell, "false",
          [](const R& r, ZAVError* e) {

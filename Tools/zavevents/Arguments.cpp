@@ -7,9 +7,8 @@
 #include <string_view>
 #include <system_error>
 
+#include <ZAVEventRepository/ZAVPrintable.h>
 #include <ZAVEventRepository/ZAVUTF8.h>
-
-#include "Printable.h"
 
 namespace zavevents {
 namespace {
@@ -54,7 +53,7 @@ bool takeOneOf(std::string_view& text, std::string_view characters) {
 }
 
 /// Whether a text is a number in decimal digits, with a fraction and an exponent perhaps. The C library takes
-/// more: hexadecimal ones, blanks, names of what is no number.
+/// more: hexadecimal ones, blanks, "nan" and "inf".
 bool isDecimal(std::string_view text) {
     takeOneOf(text, "-");
     if (!takeDigits(text) || (takeOneOf(text, ".") && !takeDigits(text))) {
@@ -174,11 +173,7 @@ CLI::Option* addOptionOfWords(CLI::App& command, const std::string& name, const 
 }
 
 std::string isNot(const std::string& word, const std::string& wanted) {
-    return "'" + printable(word) + "' is not " + wanted;
-}
-
-void addDatabaseOption(CLI::App& command, std::string& path) {
-    addOption(command, "DATABASE", path, fileName(), "The database file")->required();
+    return "'" + zav::ZAVPrintable(word) + "' is not " + wanted;
 }
 
 }  // namespace zavevents

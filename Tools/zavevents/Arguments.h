@@ -42,7 +42,7 @@ template <class Number>
 /// A sequence to look for.
 [[nodiscard]] Kind<zav::ZAVSequence> sequence();
 
-/// A sequence that the service assigned: any but the one that says that there is none.
+/// A sequence that the service assigned: any but the number that means "not set".
 [[nodiscard]] Kind<zav::ZAVSequence> assignedSequence();
 
 /// Seconds since 1970 in decimal digits, which may have a fraction and an exponent. Never infinite.
@@ -104,8 +104,5 @@ CLI::Option* addOption(CLI::App& command, const std::string& name, std::vector<V
     };
     return addOptionOfWords(command, name, kind.name, read, description);
 }
-
-/// Adds the positional argument that every command has first.
-void addDatabaseOption(CLI::App& command, std::string& path);
 
 }  // namespace zavevents

@@ -4,7 +4,7 @@
 
 namespace zavevents {
 
-/// A line that is no event, or that cannot be stored; the text says why.
+/// A line that is not an event, or that cannot be stored; the text says why.
 class BadLine : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;

@@ -33,7 +33,7 @@ struct FileStatus {
 /// Looks at the file that `path` leads to, through links or, without `followLink`, at a link itself. Files
 /// are looked at and never opened: closing a database file would drop the locks that this process holds on
 /// it.
-/// @return none when there is none that can be looked at.
+/// @return nothing when it does not exist or cannot be looked at.
 [[nodiscard]] std::optional<FileStatus> statusOfFile(const std::string& path, bool followLink = true);
 
 /// One directory of the cache, held open: what happens in it happens there, whatever becomes of its path.
@@ -59,7 +59,7 @@ public:
     /// Renames a file unless there is one of the name `target`; then it answers false.
     bool renameToFreeName(const std::string& from, const std::string& target) const;
 
-    /// Removes a file. It is no failure when there is none.
+    /// Removes a file. That there is none is not an error.
     void remove(const std::string& name) const;
 
     /// Has the device keep the names as they are now, where it can.
@@ -75,7 +75,7 @@ private:
 /// A directory of content, below which files are removed, and nothing outside it.
 class CacheDirectory {
 public:
-    /// @throws std::system_error when it is no directory that can be opened.
+    /// @throws std::system_error when it is not a directory or cannot be opened.
     explicit CacheDirectory(const std::string& path);
 
     /// Absolute, without links.

@@ -1,18 +1,12 @@
-#include <iostream>
-#include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
 #include <ZAVEventRepository/ZAVDatabaseSchema.h>
+#include <ZAVEventRepository/ZAVPrintable.h>
 
-#include "Arguments.h"
-#include "Commands.h"
-#include "Help.h"
-#include "Printable.h"
-
-#include "Store.h"
-#include "ToolError.h"
+#include "Command.h"
+#include "StoredRows.h"
 
 namespace zavevents {
 namespace {
@@ -21,7 +15,6 @@ using namespace zav;
 using nlohmann::ordered_json;
 
 struct CheckOptions {
-    std::string database;
     bool json = false;
 };
 
@@ -33,10 +26,10 @@ std::vector<std::string> integrity(FMDatabase& database) {
     auto rows = database.executeBoundedQuery("PRAGMA integrity_check");
     ZAVError error = rows ? ZAVError() : database.lastError();
     while (rows && rows->nextWithError(&error)) {
-        findings.push_back(asUTF8(rows->stringForColumnIndex(0).value_or("")));
+        findings.push_back(ZAVPrintable(rows->stringForColumnIndex(0).value_or(""), ZAVEscapesInvalidUTF8));
     }
     if (error) {
-        findings.push_back(asUTF8(error.message()));
+        findings.push_back(ZAVPrintable(error.message(), ZAVEscapesInvalidUTF8));
     }
     return findings;
 }
@@ -49,13 +42,13 @@ std::string schema(FMDatabase& database) {
         return "the schema has version " + std::to_string(*version) + " of " +
                std::to_string(ZAVDatabaseSchema::currentVersion());
     }
-    return version ? std::string(fine) : asUTF8(error.message());
+    return version ? std::string(fine) : ZAVPrintable(error.message(), ZAVEscapesInvalidUTF8);
 }
 
 /// The answer of a count; null where damage keeps it from being made.
-ordered_json countIn(FMDatabase& database, const std::string& sql, const std::string& what, bool intact) {
+ordered_json countIn(FMDatabase& database, std::int64_t (*count)(FMDatabase&), bool intact) {
     try {
-        return queryNumber(database, sql, what);
+        return count(database);
     } catch (const ToolError&) {
         if (intact) {
             throw;
@@ -67,21 +60,11 @@ ordered_json countIn(FMDatabase& database, const std::string& sql, const std::st
 /// Counts the rows that lack their parent. Nothing is read from tables that are not the store's: a view may
 /// be anything, also something that never ends.
 void countOrphans(FMDatabase& database, ordered_json& report, bool intact) {
-    report["parts_without_event"] = nullptr;
-    report["events_without_stream"] = nullptr;
-    if (report["schema"] != fine) {
-        return;
-    }
+    const bool isStore = report["schema"] == fine;
     report["parts_without_event"] =
-        countIn(database,
-                "SELECT COUNT(*) FROM event_content_parts WHERE NOT EXISTS (SELECT 1 FROM events"
-                " WHERE events.database_identifier = event_content_parts.event_database_identifier)",
-                "cannot count the parts without an event", intact);
+        isStore ? countIn(database, countPartsWithoutEvent, intact) : ordered_json();
     report["events_without_stream"] =
-        countIn(database,
-                "SELECT COUNT(*) FROM events WHERE NOT EXISTS (SELECT 1 FROM streams"
-                " WHERE streams.database_identifier = events.stream_database_identifier)",
-                "cannot count the events without a stream", intact);
+        isStore ? countIn(database, countEventsWithoutStream, intact) : ordered_json();
 }
 
 std::string orUnknown(const ordered_json& count) {
@@ -90,16 +73,16 @@ std::string orUnknown(const ordered_json& count) {
 
 void print(const ordered_json& report) {
     for (const auto& finding : report["integrity"]) {
-        std::cout << "integrity               " << printable(finding.get<std::string>()) << '\n';
+        std::cout << "integrity               " << ZAVPrintable(finding.get<std::string>()) << '\n';
     }
-    std::cout << "schema                  " << printable(report["schema"].get<std::string>()) << '\n'
+    std::cout << "schema                  " << ZAVPrintable(report["schema"].get<std::string>()) << '\n'
               << "schema version          " << orUnknown(report["schema_version"]) << '\n'
               << "parts without an event  " << orUnknown(report["parts_without_event"]) << '\n'
               << "events without a stream " << orUnknown(report["events_without_stream"]) << '\n';
 }
 
-void check(const CheckOptions& options) {
-    const auto database = openAnyDatabase(options.database);
+void check(const DatabaseFile& file, const CheckOptions& options) {
+    const auto database = openAnyDatabase(file);
     const auto findings = integrity(*database);
     const bool intact = findings == std::vector<std::string>{fine};
     ordered_json report;
@@ -116,23 +99,20 @@ void check(const CheckOptions& options) {
         print(report);
     }
     if (!intact) {
-        throw ToolError(printable(options.database) + ": the database is damaged");
+        throw ToolError(ZAVPrintable(file.path) + ": the database is damaged");
     }
     if (report["schema"] != fine) {
-        throw ToolError(printable(options.database) + ": this is no event store that can be worked on");
+        throw ToolError(ZAVPrintable(file.path) + ": this is no event store that can be worked on");
     }
 }
 
 }  // namespace
 
-void addCheckCommand(CLI::App& app, Action& action) {
-    auto* const command =
-        app.add_subcommand("check", "Check that the database is intact, and count what lacks its parent");
-    const auto options = std::make_shared<CheckOptions>();
-    addDatabaseOption(*command, options->database);
-    command->add_flag("--json", options->json, "Write one JSON object");
-    setExample(*command, "chat.db");
-    command->callback([options, &action] { action = [options] { check(*options); }; });
+void addCheckCommand(CLI::App& app, Invocation& invocation) {
+    const Command<CheckOptions> command(
+        app, invocation, "check", "Check that the database is intact, and count what lacks its parent", "");
+    command.parser().add_flag("--json", command.options().json, "Write one JSON object");
+    command.does(check);
 }
 
 }  // namespace zavevents

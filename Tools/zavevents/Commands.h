@@ -3,25 +3,31 @@
 #include <CLI/CLI.hpp>
 #include <functional>
 
+#include "Store.h"
+
 namespace zavevents {
 
-/// What the command line asks for: set by the command that was named, run when the whole line has been read.
-using Action = std::function<void()>;
+/// What the command line asks for: filled in while it is read, done when the whole line has been read.
+struct Invocation {
+    DatabaseFile database{};
+    std::function<void(const DatabaseFile&)> action{};  ///< of the command that is named
+};
 
-void addInitCommand(CLI::App& app, Action& action);
-void addImportCommand(CLI::App& app, Action& action);
-void addEventsCommand(CLI::App& app, Action& action);
-void addStatsCommand(CLI::App& app, Action& action);
-void addPartsCommand(CLI::App& app, Action& action);
-
-/// `sequence`, `tombstone`, `delete` and `processed`.
-void addEventCommands(CLI::App& app, Action& action);
-
-/// `conversation`, `participant-seq`, `message` and `message-seq`.
-void addConversationCommands(CLI::App& app, Action& action);
-
-void addTransferCommand(CLI::App& app, Action& action);
-void addReclaimCommand(CLI::App& app, Action& action);
-void addCheckCommand(CLI::App& app, Action& action);
+void addCheckCommand(CLI::App& app, Invocation& invocation);
+void addConversationCommand(CLI::App& app, Invocation& invocation);
+void addDeleteCommand(CLI::App& app, Invocation& invocation);
+void addEventsCommand(CLI::App& app, Invocation& invocation);
+void addImportCommand(CLI::App& app, Invocation& invocation);
+void addInitCommand(CLI::App& app, Invocation& invocation);
+void addMessageCommand(CLI::App& app, Invocation& invocation);
+void addMessageSeqCommand(CLI::App& app, Invocation& invocation);
+void addParticipantSeqCommand(CLI::App& app, Invocation& invocation);
+void addPartsCommand(CLI::App& app, Invocation& invocation);
+void addProcessedCommand(CLI::App& app, Invocation& invocation);
+void addReclaimCommand(CLI::App& app, Invocation& invocation);
+void addSequenceCommand(CLI::App& app, Invocation& invocation);
+void addStatsCommand(CLI::App& app, Invocation& invocation);
+void addTombstoneCommand(CLI::App& app, Invocation& invocation);
+void addTransferCommand(CLI::App& app, Invocation& invocation);
 
 }  // namespace zavevents

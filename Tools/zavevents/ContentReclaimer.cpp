@@ -227,7 +227,7 @@ void ContentReclaimer::Run::setAside(Decision& decision) {
         }
         const auto status = trash.directory.status(trash.trashName);
         if (!status || status->identity != decision.file) {
-            // Somebody has put another file in its place, on which nobody decided.
+            // It was replaced by another file, which was not decided on.
             trash.directory.renameToFreeName(trash.trashName, trash.name);
             refuse("was replaced meanwhile");
         }

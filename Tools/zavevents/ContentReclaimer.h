@@ -42,13 +42,13 @@ struct ReclaimedContent {
 /// Like the handle it serves one thread; nobody else uses the handle during a call.
 class ContentReclaimer {
 public:
-    /// Is told of each part, after all that was done about it.
+    /// Called for each part, after all that was done about it.
     using Observer = std::function<void(const ReclaimedContent& content)>;
 
     /// @param database holds the parts; it must outlive this object and have no transaction open.
     /// @param directory is where their paths begin. It has to be the right one: parts whose files are not
     /// there are marked purged.
-    /// @throws std::system_error when it is no directory that can be opened.
+    /// @throws std::system_error when it is not a directory or cannot be opened.
     ContentReclaimer(zav::FMDatabase& database, const std::string& directory);
     ~ContentReclaimer();
     ContentReclaimer(const ContentReclaimer&) = delete;
@@ -56,11 +56,11 @@ public:
 
     /// Repairs, then reclaims until so many bytes are freed or no part is left to choose. Parts that are kept
     /// or refused, and files that were gone already, free nothing.
-    /// @return false when the database failed, with the reason in `error`; what the observer was told of is
-    /// done.
+    /// @return false when the database failed, with the reason in `error`; what the observer was called for
+    /// is done.
     bool reclaim(std::uint64_t bytes, const Observer& observer, zav::ZAVError* error = nullptr);
 
-    /// Tells the observer what `reclaim` would do, and changes nothing.
+    /// Calls the observer with what `reclaim` would do, and changes nothing.
     bool foretell(std::uint64_t bytes, const Observer& observer, zav::ZAVError* error = nullptr);
 
 private:

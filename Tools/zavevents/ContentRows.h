@@ -28,8 +28,8 @@ private:
     zav::ZAVError error_;
 };
 
-/// The row of a content part, as far as its file is concerned. Event and index are text: a damaged or foreign
-/// store may hold anything there.
+/// The row of a content part, as far as its file is concerned. Event and index are text: a damaged store, or
+/// one that another program wrote, may hold anything there.
 struct ContentRow {
     std::int64_t row;
     std::string event;
@@ -40,8 +40,8 @@ struct ContentRow {
     bool isToDownload;  ///< fetched again in any case
 };
 
-/// Which rows of content parts name which files. Rows are told by their identifier in the table, since event
-/// and index need not tell them apart.
+/// Which rows of content parts name which files. Rows are identified by their row identifier, since event
+/// and index need not be unique.
 ///
 /// All of it throws `DatabaseFailure`.
 class ContentRows {
@@ -66,7 +66,7 @@ public:
     /// Whether a part that is not complete has this file, under whichever name.
     [[nodiscard]] bool isNeeded(const FileIdentity& file) const;
 
-    /// Where the path of a row leads, absolute and without dots; none when it is no URL.
+    /// Where the path of a row leads, absolute and without dots; none when it is not a valid URL.
     [[nodiscard]] std::optional<std::string> location(const std::string& filePath) const;
 
     /// Whether a location is in the directory, or is the directory itself.

@@ -13,11 +13,12 @@
 #include <ZAVEventRepository/ZAVDictionary.h>
 #include <ZAVEventRepository/ZAVEventRepository.h>
 #include <ZAVEventRepository/ZAVMessageRepositoryCache.h>
+#include <ZAVEventRepository/ZAVPrintable.h>
+#include <ZAVEventRepository/ZAVUTF8.h>
 
 #include "Base64.h"
 #include "JSONNumbers.h"
 
-#include "Printable.h"
 #include "StoredPath.h"
 
 namespace zavevents {
@@ -36,7 +37,7 @@ struct Field {
     std::string_view place{};  ///< where its object stands in the line
 
     [[noreturn]] void complain(const std::string& complaint) const {
-        throw BadLine(printable(std::string(place).append(key)) + " " + complaint);
+        throw BadLine(ZAVPrintable(std::string(place).append(key)) + " " + complaint);
     }
 
     [[nodiscard]] std::string_view text() const {
@@ -164,6 +165,7 @@ ZAVData readBytes(const Field& field) {
     return *std::move(bytes);
 }
 
+/// Text also where the line has base64 of it: what is bytes is not UTF-8.
 ZAVDictionary readMetadata(const Field& field) {
     ZAVDictionary metadata;
     for (const auto& [key, value] : field.object()) {
@@ -174,7 +176,10 @@ ZAVDictionary readMetadata(const Field& field) {
         if (value.is_string()) {
             metadata.set(std::string(key), std::string(entry.text()));
         } else {
-            metadata.set(std::string(key), readBytes(entry));
+            ZAVData bytes = readBytes(entry);
+            metadata.set(std::string(key), ZAVIsUTF8(bytes.asText())
+                                               ? ZAVDictionaryValue(std::string(bytes.asText()))
+                                               : ZAVDictionaryValue(std::move(bytes)));
         }
     }
     return metadata;
@@ -241,11 +246,10 @@ ReadPart readPart(const element& source, std::size_t index, const ZAVURL& cacheD
 
 /// Makes the parts ready for download that a line leaves to be. Those with a status of their own stay as they
 /// are.
-void prepareForDownload(ZAVEvent& event, const std::vector<ReadPart>& parts,
+void prepareForDownload(const ZAVEvent& event, const std::vector<ReadPart>& parts,
                         const std::optional<DownloadOwner>& owner) {
-    const auto needed = std::find_if(parts.begin(), parts.end(), [](const ReadPart& read) {
-        return !read.hasStatus && read.part->external_url();
-    });
+    const auto isLeftToBe = [](const ReadPart& read) { return !read.hasStatus && read.part->external_url(); };
+    const auto needed = std::find_if(parts.begin(), parts.end(), isLeftToBe);
     if (needed == parts.end()) {
         return;
     }
@@ -255,22 +259,16 @@ void prepareForDownload(ZAVEvent& event, const std::vector<ReadPart>& parts,
             "] has an external_url and no transfer_status: --app-id and --user must say for whom to "
             "download it");
     }
-    struct Kept {
-        ZAVContentTransferStatus status;
-        std::optional<ZAVURL> file;
-    };
-    std::vector<Kept> kept;
-    kept.reserve(parts.size());
+    // An event that has these parts alone, at their positions, which name their files.
+    ZAVEvent received;
+    received.set_client_id(event.client_id());
+    std::vector<std::shared_ptr<ZAVTContent>> content;
+    content.reserve(parts.size());
     for (const ReadPart& read : parts) {
-        kept.push_back({read.part->transferStatus(), read.part->fileURL()});
+        content.push_back(isLeftToBe(read) ? read.part : std::make_shared<ZAVTContent>());
     }
-    ZAVPrepareEventContentsForDownload(event, owner->appID, owner->userID);
-    for (std::size_t index = 0; index < parts.size(); ++index) {
-        if (parts[index].hasStatus) {
-            parts[index].part->setTransferStatus(kept[index].status);
-            parts[index].part->setFileURL(kept[index].file);
-        }
-    }
+    received.set_content(std::move(content));
+    ZAVPrepareEventContentsForDownload(received, owner->appID, owner->userID);
 }
 
 }  // namespace

@@ -19,7 +19,7 @@ struct DownloadOwner {
     std::string userID;
 };
 
-/// An event as a line gives it.
+/// An event as it is read from a line.
 struct ReadEvent {
     std::shared_ptr<zav::ZAVEvent> event;
 

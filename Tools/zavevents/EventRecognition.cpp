@@ -20,7 +20,7 @@ constexpr std::size_t worthKeeping = 16;
     throw ToolError("cannot look for a stored event", database.lastError());
 }
 
-/// Advances; a failure is no end.
+/// Advances; a failure is not taken for the end.
 bool next(const FMDatabase& database, std::optional<FMResultSet>& rows) {
     ZAVError error;
     if (!rows) {

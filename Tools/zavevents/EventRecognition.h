@@ -16,7 +16,7 @@
 
 namespace zavevents {
 
-/// Tells which stored event an incoming one is.
+/// Recognises which stored event an incoming one is.
 ///
 /// An event with a sequence is the one at that sequence of its stream. Else it is an event of the same
 /// stream, author and `client_id` that waits for its sequence; of several the oldest. An event that waits
@@ -56,7 +56,7 @@ public:
     /// Takes note that an event has been stored.
     void noteStored(const zav::ZAVEvent& event);
 
-    /// Whom the absence of an author names: the user, or nobody known.
+    /// The author of an event that may name none: the user then, if that is known.
     [[nodiscard]] const std::optional<std::string>& authorOf(
         const std::optional<std::string>& creator) const {
         return creator ? creator : userID_;

@@ -52,7 +52,7 @@ void appendEscaped(std::string_view text, std::string& out) {
     out += text.substr(plainFrom);
 }
 
-/// Appends text as a JSON string. A byte that is no UTF-8, which a database made elsewhere may hold, is
+/// Appends text as a JSON string. A byte that is not UTF-8, which a database made elsewhere may hold, is
 /// replaced: the line itself must be UTF-8.
 void appendString(std::string_view text, std::string& out) {
     out += '"';

@@ -7,7 +7,7 @@
 namespace zavevents {
 
 /// Appends an event as one line of JSON, with its line break.
-/// @param sequenced whether the service has sequenced the event, which the record does not tell.
+/// @param sequenced whether the service has sequenced the event, which cannot be seen from the record.
 void appendEvent(const zav::ZAVEvent& event, bool sequenced, std::string& text);
 
 /// Appends a content part as one line of JSON, with its line break.

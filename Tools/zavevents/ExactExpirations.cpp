@@ -18,7 +18,8 @@ constexpr std::string_view exactExpirations =
 ExactExpirations::ExactExpirations(std::shared_ptr<FMDatabase> database, bool ofAll)
     : database_(std::move(database)), ofAll_(ofAll) {
     if (ofAll_) {
-        forEachRow(*database_, std::string(exactExpirations), [this](const FMResultSet& row) { take(row); });
+        forEachRow(*database_, "cannot read the database", exactExpirations,
+                   [this](const FMResultSet& row) { take(row); });
     }
 }
 
@@ -29,7 +30,8 @@ void ExactExpirations::restore(ZAVEvent& event) {
     if (!ofAll_) {
         expirations_.clear();
         forEachRow(
-            *database_, std::string(exactExpirations) + " AND event_database_identifier = ?",
+            *database_, "cannot read the database",
+            std::string(exactExpirations) + " AND event_database_identifier = ?",
             [this](const FMResultSet& row) { take(row); }, event.databaseIdentifier());
     }
     const auto [first, last] = expirations_.equal_range(event.databaseIdentifier());

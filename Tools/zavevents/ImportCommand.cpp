@@ -1,6 +1,4 @@
 #include <csignal>
-#include <iostream>
-#include <memory>
 #include <new>
 #include <optional>
 #include <string>
@@ -8,16 +6,11 @@
 #include <ZAVEventRepository/DDLog.h>
 #include <ZAVEventRepository/NSInternalInconsistencyException.h>
 
-#include "Arguments.h"
-#include "Commands.h"
-#include "Help.h"
+#include "Command.h"
 #include "Importer.h"
 #include "LineReader.h"
-
 #include "ProgressLine.h"
 #include "StopSignals.h"
-#include "Store.h"
-#include "ToolError.h"
 
 namespace zavevents {
 namespace {
@@ -25,7 +18,6 @@ namespace {
 using namespace zav;
 
 struct ImportOptions {
-    std::string database;
     std::string file = "-";
     std::uint64_t batch = 1000;
     bool recordChanges = false;
@@ -52,12 +44,12 @@ std::string nameOf(int signal) {
 /// One import, from its options to its summary.
 class Import {
 public:
-    Import(const ImportOptions& options, const StopSignals& signals)
+    Import(const DatabaseFile& database, const ImportOptions& options, const StopSignals& signals)
         : options_(options),
           signals_(signals),
           reader_(ownerFrom(options)),
           lines_(options.file, &signals),
-          importer_(openOrCreateStore(options.database), importerOptions(options),
+          importer_(openOrCreateStore(database), importerOptions(options),
                     [this](const std::string& remark) { progress_.say(place() + remark); }) {}
 
     /// @return false when a signal ended it.
@@ -143,11 +135,11 @@ private:
     std::uint64_t badLines_ = 0;
 };
 
-void import(const ImportOptions& options) {
+void import(const DatabaseFile& database, const ImportOptions& options) {
     int signal = 0;
     {
         const StopSignals signals;
-        Import import(options, signals);
+        Import import(database, options, signals);
         if (import.run()) {
             import.printSummary();
             return;
@@ -160,25 +152,25 @@ void import(const ImportOptions& options) {
 
 }  // namespace
 
-void addImportCommand(CLI::App& app, Action& action) {
-    auto* const command = app.add_subcommand("import", "Store the events of a JSON Lines file");
-    const auto options = std::make_shared<ImportOptions>();
-    addDatabaseOption(*command, options->database);
-    addOption(*command, "FILE", options->file, fileName(),
+void addImportCommand(CLI::App& app, Invocation& invocation) {
+    const Command<ImportOptions> command(app, invocation, "import", "Store the events of a JSON Lines file",
+                                         "events.jsonl");
+    CLI::App& parser = command.parser();
+    ImportOptions& options = command.options();
+    addOption(parser, "FILE", options.file, fileName(),
               "The events, one a line (default: standard input, also as -)");
-    addOption(*command, "--batch", options->batch, wholeNumber<std::uint64_t>(1, 1000000),
+    addOption(parser, "--batch", options.batch, wholeNumber<std::uint64_t>(1, 1000000),
               "How many events are stored together (default: 1000)");
-    command->add_flag("--record-changes", options->recordChanges,
-                      "Record each new event as waiting to be processed");
-    command->add_flag("--skip-bad-lines", options->skipBadLines, "Count lines that are no events and go on");
-    auto* const appID = addOption(*command, "--app-id", options->appID, uuid(),
+    parser.add_flag("--record-changes", options.recordChanges,
+                    "Record each new event as waiting to be processed");
+    parser.add_flag("--skip-bad-lines", options.skipBadLines, "Count lines that are no events and go on");
+    auto* const appID = addOption(parser, "--app-id", options.appID, uuid(),
                                   "The application, a UUID, that content is downloaded for");
     auto* const user =
-        addOption(*command, "--user", options->user, text(),
+        addOption(parser, "--user", options.user, text(),
                   "The user: the author of stored events without one, and who downloads content");
     appID->needs(user);
-    setExample(*command, "chat.db events.jsonl");
-    command->callback([options, &action] { action = [options] { import(*options); }; });
+    command.does(import);
 }
 
 }  // namespace zavevents

@@ -8,7 +8,7 @@
 #include <ZAVEventRepository/ZAVSyncedChangeRepository.h>
 #include <ZAVEventRepository/ZAVUTF8.h>
 
-#include "Store.h"
+#include "StoredRows.h"
 #include "ToolError.h"
 
 namespace zavevents {
@@ -34,16 +34,15 @@ std::string streamText(const ZAVEvent& event) {
     return uuid ? uuid->UUIDString() : "in row " + std::to_string(event.streamDatabaseIdentifier());
 }
 
-/// What a line says of a part that the stored one, the current row, does not say.
-std::string differenceOf(const ZAVEventContent& part, const FMResultSet& stored) {
-    if (part.body() && !part.body()->empty() && stored.dataForColumnIndex(2) != part.body()) {
+/// What a line says of a part that the stored one does not say.
+std::string differenceOf(const ZAVEventContent& part, const StoredContent& stored) {
+    if (part.body() && !part.body()->empty() && stored.value != part.body()) {
         return ZAVIsUTF8(part.body()->asText()) ? "text" : "body";
     }
-    if (part.external_url() && stored.stringForColumnIndex(3) != part.external_url()) {
+    if (part.external_url() && stored.url != part.external_url()) {
         return "external_url";
     }
-    if (part.media_type() &&
-        stored.stringForColumnIndex(1).value_or("application/octet-stream") != part.media_type()) {
+    if (part.media_type() && stored.type.value_or("application/octet-stream") != part.media_type()) {
         return "media_type";
     }
     return {};
@@ -89,7 +88,7 @@ void Importer::begin() {
     } else {
         throw ToolError("cannot begin a batch", error);
     }
-    newestRow_ = queryNumber(*database_, "SELECT IFNULL(MAX(database_identifier), 0) FROM events");
+    newestRow_ = newestEventRow(*database_);
     const bool othersWrote = recognition_.begin();
     unnamedStreams_.begin(othersWrote);
     if (othersWrote) {
@@ -152,44 +151,28 @@ void Importer::adoptStoredEvent(ZAVEvent& event) {
 
 /// The service may have sequenced an event since its line was written: that is not to be forgotten.
 void Importer::keepWhatTheServiceAssigned(ZAVEvent& event) {
-    auto rows = database_->executeBoundedQuery(
-        "SELECT seq, creator_id, timestamp FROM events WHERE database_identifier = ?",
-        event.databaseIdentifier());
-    if (!rows || !rows->next()) {
-        throw ToolError("cannot read a stored event", database_->lastError());
-    }
+    const StoredAssignment stored = assignmentOfEvent(*database_, event.databaseIdentifier());
     if (!event.creator_id()) {
-        event.set_creator_id(rows->stringForColumnIndex(1));
+        event.set_creator_id(stored.creator);
     }
-    if (!rows->columnIndexIsNull(0)) {
-        event.set_seq(rows->intForColumnIndex(0));
-        event.set_server_timestamp(rows->longLongIntForColumnIndex(2));
+    if (stored.seq) {
+        event.set_seq(*stored.seq);
+        event.set_server_timestamp(stored.timestamp);
     }
 }
 
-/// Tells of content that is not stored because other content is.
+/// Reports content that is not stored because other content is.
 void Importer::compareContent(const ZAVEvent& event) {
-    auto rows = database_->executeBoundedQuery(
-        "SELECT event_content_part_id, type, value, url FROM event_content_parts"
-        " WHERE event_database_identifier = ? ORDER BY event_content_part_id",
-        event.databaseIdentifier());
     const auto parts = event.contentParts();
     std::string differences;
-    ZAVError error;
-    while (rows && rows->nextWithError(&error)) {
-        const std::uint64_t index = rows->unsignedLongLongIntForColumnIndex(0);
-        if (index >= parts.size()) {
-            continue;
-        }
-        const std::string difference = differenceOf(*parts[index], *rows);
+    forEachContentOfEvent(*database_, event.databaseIdentifier(), [&](const StoredContent& stored) {
+        const std::string difference =
+            stored.index < parts.size() ? differenceOf(*parts[stored.index], stored) : "";
         if (!difference.empty()) {
-            differences +=
-                (differences.empty() ? "content[" : ", content[") + std::to_string(index) + "]." + difference;
+            differences += (differences.empty() ? "content[" : ", content[") + std::to_string(stored.index) +
+                           "]." + difference;
         }
-    }
-    if (!rows || error) {
-        throw ToolError("cannot read stored content", database_->lastError());
-    }
+    });
     if (!differences.empty()) {
         ++batch_.differing;
         remark_("other content is stored and stays, this is not stored: " + differences);
@@ -204,6 +187,12 @@ void Importer::addToPending(const std::shared_ptr<ZAVEvent>& event) {
     }
     pendingClients_.insert(*event->client_id());
     pending_.insert(event);
+    const auto isBinary = [](const auto& entry) { return std::holds_alternative<ZAVData>(entry.second); };
+    if (const auto& metadata = event->transient_metadata();
+        metadata && std::any_of(metadata->begin(), metadata->end(), isBinary)) {
+        binaryMetadata_.emplace_back(event, *metadata);
+        event->set_transient_metadata(std::nullopt);
+    }
 }
 
 void Importer::persistPending() {
@@ -212,9 +201,9 @@ void Importer::persistPending() {
         throw ToolError("cannot store events", error);
     }
     for (const auto& event : pending_) {
-        storeBinaryMetadata(*event);
         recognition_.noteStored(*event);
     }
+    storeBinaryMetadata();
     const ZAVSyncedChangeRepository changes(database_);
     for (const auto& event : pending_) {
         if (event->databaseIdentifier() <= newestRow_) {
@@ -235,32 +224,19 @@ void Importer::persistPending() {
     pending_.clear();
 }
 
-/// Stores metadata that holds bytes beside its text: the repository keeps only what is text.
-void Importer::storeBinaryMetadata(const ZAVEvent& event) {
-    const auto& metadata = event.transient_metadata();
-    const auto isBinary = [](const auto& entry) {
-        const auto* bytes = std::get_if<ZAVData>(&entry.second);
-        return bytes != nullptr && !ZAVIsUTF8(bytes->asText());
-    };
-    if (!metadata || std::none_of(metadata->begin(), metadata->end(), isBinary)) {
-        return;
-    }
-    ZAVDictionary kept;
-    for (const auto& [key, value] : *metadata) {
-        const auto* bytes = std::get_if<ZAVData>(&value);
-        if (bytes != nullptr && ZAVIsUTF8(bytes->asText())) {
-            kept.set(key, std::string(bytes->asText()));
-        } else {
-            kept.set(key, value);
+/// The repository would leave out metadata that are not text: an event with such metadata is stored without
+/// any, and they are stored here.
+void Importer::storeBinaryMetadata() {
+    const ZAVKeyedValueRepository keyedValues(database_);
+    for (const auto& [event, metadata] : binaryMetadata_) {
+        ZAVError error;
+        const auto context = ZAVKeyedValuesContext::contextWithTable(
+            ZAVKeyedValuesTableRemote, "event", event->databaseIdentifier(), ZAVKeyedValuesKeyTypeTransient);
+        if (!keyedValues.setKeyedValuesWithDictionary(metadata, std::nullopt, context, &error)) {
+            throw ToolError("cannot store metadata", error);
         }
     }
-    ZAVError error;
-    const auto context = ZAVKeyedValuesContext::contextWithTable(
-        ZAVKeyedValuesTableRemote, "event", event.databaseIdentifier(), ZAVKeyedValuesKeyTypeTransient);
-    if (!ZAVKeyedValueRepository(database_).setKeyedValuesWithDictionary(kept, std::nullopt, context,
-                                                                         &error)) {
-        throw ToolError("cannot store metadata", error);
-    }
+    binaryMetadata_.clear();
 }
 
 void Importer::commit() {

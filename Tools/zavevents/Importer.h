@@ -9,6 +9,7 @@
 #include <string>
 #include <unordered_set>
 #include <utility>
+#include <vector>
 
 #include <ZAVEventRepository/FMDatabase.h>
 #include <ZAVEventRepository/ZAVEventRepository.h>
@@ -24,8 +25,8 @@ namespace zavevents {
 
 /// Stores events in batches, each of them whole or not at all, and makes the streams that they need.
 ///
-/// Which stored event an incoming one is, if any, `EventRecognition` tells. One that is stored already is
-/// updated; its content parts stay as they are stored.
+/// Which stored event an incoming one is, if any, is decided by `EventRecognition`. One that is stored
+/// already is updated; its content parts stay as they are stored.
 class Importer {
 public:
     struct Options {
@@ -72,7 +73,7 @@ private:
     void compareContent(const zav::ZAVEvent& event);
     void addToPending(const std::shared_ptr<zav::ZAVEvent>& event);
     void persistPending();
-    void storeBinaryMetadata(const zav::ZAVEvent& event);
+    void storeBinaryMetadata();
     void commit();
 
     std::shared_ptr<zav::FMDatabase> database_;
@@ -88,6 +89,8 @@ private:
     std::set<zav::ZAVData> pendingClients_;            ///< the client_ids of all pending events
     std::set<zav::ZAVData> pendingUnsequenced_;        ///< those of pending events without a sequence
     std::unordered_set<std::uint64_t> pendingPlaces_;  ///< streams and sequences, mixed into one number
+    std::vector<std::pair<std::shared_ptr<zav::ZAVEvent>, zav::ZAVDictionary>>
+        binaryMetadata_;  ///< of pending events
     std::size_t inBatch_ = 0;
     zav::ZAVDatabaseIdentifier newestRow_ = 0;
 

@@ -1,31 +1,27 @@
-#include <iostream>
-#include <memory>
-#include <string>
-
 #include <ZAVEventRepository/ZAVDatabaseSchema.h>
+#include <ZAVEventRepository/ZAVPrintable.h>
 
-#include "Arguments.h"
-#include "Commands.h"
-#include "Help.h"
-#include "Printable.h"
-
-#include "Store.h"
+#include "Command.h"
 
 namespace zavevents {
+namespace {
 
-void addInitCommand(CLI::App& app, Action& action) {
-    auto* const command =
-        app.add_subcommand("init", "Create a database and its schema, or bring an older one up to date");
-    const auto path = std::make_shared<std::string>();
-    addDatabaseOption(*command, *path);
-    setExample(*command, "chat.db");
-    command->callback([path, &action] {
-        action = [path] {
-            static_cast<void>(openOrCreateStore(*path));
-            std::cout << printable(*path) << ": schema version " << zav::ZAVDatabaseSchema::currentVersion()
-                      << '\n';
-        };
-    });
+using namespace zav;
+
+struct InitOptions {};
+
+void init(const DatabaseFile& file, const InitOptions& /*options*/) {
+    static_cast<void>(openOrCreateStore(file));
+    std::cout << ZAVPrintable(file.path) << ": schema version " << ZAVDatabaseSchema::currentVersion()
+              << '\n';
+}
+
+}  // namespace
+
+void addInitCommand(CLI::App& app, Invocation& invocation) {
+    const Command<InitOptions> command(
+        app, invocation, "init", "Create a database and its schema, or bring an older one up to date", "");
+    command.does(init);
 }
 
 }  // namespace zavevents

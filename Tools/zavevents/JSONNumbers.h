@@ -10,7 +10,7 @@ inline constexpr double beyondEveryDouble = 1.7976931348623157e308;
 
 /// A line of JSON with its numbers within what the parser reads, which refuses a whole line for one that is
 /// not: an integer beyond 64 bits becomes a floating-point number, one beyond those `beyondEveryDouble`. What
-/// is no number by JSON's rules stays as it is.
+/// is not a number by JSON's rules stays as it is.
 [[nodiscard]] std::string withReadableNumbers(std::string_view line);
 
 }  // namespace zavevents

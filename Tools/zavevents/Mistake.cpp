@@ -1,9 +1,8 @@
 #include "Mistake.h"
 
+#include <ZAVEventRepository/ZAVPrintable.h>
 #include <string_view>
 #include <vector>
-
-#include "Printable.h"
 
 namespace zavevents {
 namespace {
@@ -13,7 +12,7 @@ constexpr std::string_view dashes = "--";
 /// What was typed that has no meaning where it stands.
 std::string strangeWord(const std::string& word, bool isForCommand) {
     const char* const kind = word.starts_with('-') ? "option" : isForCommand ? "argument" : "command";
-    return std::string("there is no ") + kind + " '" + printable(word) + "'";
+    return std::string("there is no ") + kind + " '" + zav::ZAVPrintable(word) + "'";
 }
 
 }  // namespace
@@ -45,7 +44,7 @@ std::string describeMistake(const CLI::App& app, const CLI::ParseError& error) {
     const auto failedBy = [&](CLI::ExitCodes code) {
         return error.get_exit_code() == static_cast<int>(code);
     };
-    std::string reason = printable(error.what());
+    std::string reason = zav::ZAVPrintable(error.what());
     if (failedBy(CLI::ExitCodes::ExtrasError) && !strange.empty()) {
         reason = strangeWord(strange.front(), true);
     } else if (failedBy(CLI::ExitCodes::RequiredError) && commands.empty()) {

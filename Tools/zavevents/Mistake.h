@@ -14,7 +14,7 @@ void refuseEmptyValues(int count, const char* const* words);
 void refuseValuesOfFlags(CLI::App& app);
 
 /// What is wrong with a command line, in one line that says where to look. What was typed stands in it as
-/// `printable` makes it.
+/// `ZAVPrintable` makes it.
 [[nodiscard]] std::string describeMistake(const CLI::App& app, const CLI::ParseError& error);
 
 }  // namespace zavevents

@@ -8,14 +8,9 @@
 
 #include <ZAVEventRepository/ZAVEventRepository.h>
 
-#include "Arguments.h"
-#include "Commands.h"
+#include "Command.h"
 #include "EventWriter.h"
-#include "Help.h"
 #include "Output.h"
-
-#include "Store.h"
-#include "ToolError.h"
 
 namespace zavevents {
 namespace {
@@ -23,7 +18,6 @@ namespace {
 using namespace zav;
 
 struct PartsOptions {
-    std::string database;
     bool unassignedURLs = false;
     bool incompleteUploads = false;
     bool expiredDownloads = false;
@@ -49,8 +43,30 @@ std::optional<std::set<std::string>> typeSet(const PartsOptions& options) {
     return std::set<std::string>(options.types.begin(), options.types.end());
 }
 
-std::vector<std::shared_ptr<ZAVEventContent>> select(const ZAVEventRepository& repository,
-                                                     const PartsOptions& options) {
+using Parts = std::vector<std::shared_ptr<ZAVEventContent>>;
+
+/// Puts parts into the order in which they are written. What to purge and the download queues have one of
+/// their own; in these the parts of one event have one rank, and follow each other by position. The upload
+/// queues have none.
+void order(Parts& parts, const PartsOptions& options) {
+    if (options.leastRecent) {
+        return;
+    }
+    const bool isRanked = options.expiredDownloads || options.incompleteDownloads;
+    for (auto first = parts.begin(); first != parts.end();) {
+        const auto isOfAnother = [event = (*first)->eventDatabaseIdentifier()](const auto& part) {
+            return part->eventDatabaseIdentifier() != event;
+        };
+        const auto last = isRanked ? std::find_if(first, parts.end(), isOfAnother) : parts.end();
+        std::stable_sort(first, last, [](const auto& left, const auto& right) {
+            return std::tuple(left->eventDatabaseIdentifier(), left->index()) <
+                   std::tuple(right->eventDatabaseIdentifier(), right->index());
+        });
+        first = last;
+    }
+}
+
+Parts select(const ZAVEventRepository& repository, const PartsOptions& options) {
     ZAVError error;
     std::optional<ZAVSet<ZAVEventContent>> parts;
     std::shared_ptr<ZAVEventContent> part;
@@ -82,24 +98,18 @@ std::vector<std::shared_ptr<ZAVEventContent>> select(const ZAVEventRepository& r
     if (error) {
         throw ToolError("cannot read the content parts", error);
     }
-    std::vector<std::shared_ptr<ZAVEventContent>> selected;
+    Parts selected;
     if (parts) {
         selected.assign(parts->begin(), parts->end());
     } else if (part) {
         selected.push_back(part);
     }
-    // What to purge keeps its order, oldest first; the queues have none.
-    if (!options.leastRecent) {
-        std::stable_sort(selected.begin(), selected.end(), [](const auto& left, const auto& right) {
-            return std::tuple(left->eventDatabaseIdentifier(), left->index()) <
-                   std::tuple(right->eventDatabaseIdentifier(), right->index());
-        });
-    }
+    order(selected, options);
     return selected;
 }
 
-void writeParts(const PartsOptions& options) {
-    const ZAVEventRepository repository(openStore(options.database));
+void writeParts(const DatabaseFile& file, const PartsOptions& options) {
+    const ZAVEventRepository repository(openStore(file));
     Output output;
     for (const auto& part : select(repository, options)) {
         appendPart(*part, output.text());
@@ -118,50 +128,48 @@ void requireOneOf(const CLI::Option* option, const std::vector<const CLI::Option
 
 }  // namespace
 
-void addPartsCommand(CLI::App& app, Action& action) {
-    auto* const command = app.add_subcommand("parts", "Write content parts as JSON Lines");
-    const auto options = std::make_shared<PartsOptions>();
-    addDatabaseOption(*command, options->database);
-    auto* const selection = command->add_option_group("Selection", "Which parts");
-    selection->add_flag("--unassigned-urls", options->unassignedURLs, "Those that need a URL to upload to");
+void addPartsCommand(CLI::App& app, Invocation& invocation) {
+    const Command<PartsOptions> command(app, invocation, "parts", "Write content parts as JSON Lines",
+                                        "--expired-downloads --mime image/jpeg --max-size 65536");
+    CLI::App& parser = command.parser();
+    PartsOptions& options = command.options();
+    auto* const selection = parser.add_option_group("Selection", "Which parts");
+    selection->add_flag("--unassigned-urls", options.unassignedURLs, "Those that need a URL to upload to");
     auto* const uploads =
-        selection->add_flag("--incomplete-uploads", options->incompleteUploads, "Uploads in flight");
-    auto* const expired = selection->add_flag("--expired-downloads", options->expiredDownloads,
+        selection->add_flag("--incomplete-uploads", options.incompleteUploads, "Uploads in flight");
+    auto* const expired = selection->add_flag("--expired-downloads", options.expiredDownloads,
                                               "Those to download that need a new URL");
     auto* const downloads =
-        selection->add_flag("--incomplete-downloads", options->incompleteDownloads, "Downloads in flight");
-    addOption(*selection, "--id", options->row, row(), "The part in this row");
+        selection->add_flag("--incomplete-downloads", options.incompleteDownloads, "Downloads in flight");
+    addOption(*selection, "--id", options.row, row(), "The part in this row");
     auto* const event =
-        addOption(*selection, "--event", options->event, row(), "Part --index of the event in this row");
-    auto* const message = addOption(*selection, "--message", options->message, row(),
-                                    "Part --index of the message in this row");
-    addOption(*selection, "--object-id", options->objectID, url(),
-              "The part that an object identifier names");
-    addOption(*selection, "--url", options->url, url(), "The part whose content is kept under this URL");
-    addOption(*selection, "--least-recent", options->leastRecent, amount(),
+        addOption(*selection, "--event", options.event, row(), "Part --index of the event in this row");
+    auto* const message =
+        addOption(*selection, "--message", options.message, row(), "Part --index of the message in this row");
+    addOption(*selection, "--object-id", options.objectID, url(), "The part that an object identifier names");
+    addOption(*selection, "--url", options.url, url(), "The part whose content is kept under this URL");
+    addOption(*selection, "--least-recent", options.leastRecent, amount(),
               "Those to purge to free so many bytes, oldest first");
     selection->require_option(1);
 
-    auto* const index = addOption(*command, "--index", options->index, position(), "Position of the part");
+    auto* const index = addOption(parser, "--index", options.index, position(), "Position of the part");
     event->needs(index);
     message->needs(index);
     auto* const types =
-        addOption(*command, "--mime", options->types, mediaType(),
+        addOption(parser, "--mime", options.types, mediaType(),
                   "A type that is wanted whatever its size; all are, without --mime and --no-mime")
             ->needs(expired);
-    command->add_flag("--no-mime", options->noTypes, "No type is wanted whatever its size")
+    parser.add_flag("--no-mime", options.noTypes, "No type is wanted whatever its size")
         ->needs(expired)
         ->excludes(types);
-    addOption(*command, "--max-size", options->maxSize, amount(),
+    addOption(parser, "--max-size", options.maxSize, amount(),
               "The size up to which other types than those are wanted, in bytes (default: 0)")
         ->needs(expired);
     auto* const limit =
-        addOption(*command, "--limit", options->limit, amount(), "At most so many (default: 100)");
-    setExample(*command, "chat.db --expired-downloads --mime image/jpeg --max-size 65536");
-    command->callback([=, &action] {
+        addOption(parser, "--limit", options.limit, amount(), "At most so many (default: 100)");
+    command.does(writeParts, [=] {
         requireOneOf(index, {event, message});
         requireOneOf(limit, {uploads, expired, downloads});
-        action = [options] { writeParts(*options); };
     });
 }
 

@@ -19,6 +19,8 @@ using namespace zav;
 
 namespace {
 
+constexpr const char* cannotRead = "cannot read the database";
+
 /// A column, and the condition under which a stored value is not what a line can say.
 struct OddColumn {
     std::string_view name;
@@ -197,24 +199,24 @@ std::string ReadBackCheck::reasonsFor(const ZAVEvent& event, std::string_view li
 }
 
 void ReadBackCheck::findOddEvents(FMDatabase& database) {
-    forEachRow(database, queryOfOdd(oddEventColumns, "database_identifier", "events"),
+    forEachRow(database, cannotRead, queryOfOdd(oddEventColumns, "database_identifier", "events"),
                [this](const FMResultSet& row) {
                    note(row.longLongIntForColumnIndex(0), row.stringForColumnIndex(1).value_or(""));
                });
 }
 
 void ReadBackCheck::findOddParts(FMDatabase& database) {
-    forEachRow(database, queryOfOdd(oddPartColumns, "event_database_identifier", "event_content_parts"),
-               [this](const FMResultSet& row) {
-                   note(row.longLongIntForColumnIndex(0),
-                        row.stringForColumnIndex(1).value_or("") + " of a part");
-               });
+    forEachRow(
+        database, cannotRead, queryOfOdd(oddPartColumns, "event_database_identifier", "event_content_parts"),
+        [this](const FMResultSet& row) {
+            note(row.longLongIntForColumnIndex(0), row.stringForColumnIndex(1).value_or("") + " of a part");
+        });
 }
 
 /// A path that no URL can be made of is absent from the record.
 void ReadBackCheck::findOddPaths(FMDatabase& database) {
     const ZAVURL directory = ZAVMessageRepositoryCacheBaseDirectoryURL();
-    forEachRow(database,
+    forEachRow(database, cannotRead,
                "SELECT event_database_identifier, file_path FROM event_content_parts"
                " WHERE file_path GLOB '*[^-A-Za-z0-9._/~]*'",
                [&](const FMResultSet& row) {

@@ -13,7 +13,7 @@
 
 namespace zavevents {
 
-/// Tells which events `import` would not read back from their lines as they are stored, and why.
+/// Finds the events that `import` would not read back from their lines as they are stored, and why.
 ///
 /// What reading an event into a record loses is looked for in the tables; what its line loses, in the record;
 /// what `import` would refuse, by reading the line.
@@ -24,7 +24,7 @@ public:
     explicit ReadBackCheck(zav::FMDatabase& database);
 
     /// Finds events that `import` would take for one another.
-    /// @param events in the order of their lines; `isSequenced` tells which of them the service has
+    /// @param events in the order of their lines; `isSequenced` says which of them the service has
     /// sequenced.
     void findTwins(const std::vector<std::shared_ptr<zav::ZAVEvent>>& events,
                    const std::vector<bool>& isSequenced);

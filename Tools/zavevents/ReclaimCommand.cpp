@@ -1,15 +1,10 @@
 #include <cstdint>
-#include <iostream>
-#include <memory>
 #include <string>
 
-#include "Arguments.h"
-#include "Commands.h"
+#include <ZAVEventRepository/ZAVPrintable.h>
+
+#include "Command.h"
 #include "ContentReclaimer.h"
-#include "Help.h"
-#include "Printable.h"
-#include "Store.h"
-#include "ToolError.h"
 
 namespace zavevents {
 namespace {
@@ -17,7 +12,6 @@ namespace {
 using namespace zav;
 
 struct ReclaimOptions {
-    std::string database;
     std::uint64_t bytes = 0;
     std::string cache;
     bool dryRun = false;
@@ -32,10 +26,10 @@ public:
         bytes_ += content.bytes;
         if (content.outcome == Outcome::refused) {
             ++refused_;
-            std::cerr << printable(content.reason) << '\n';
+            std::cerr << ZAVPrintable(content.reason) << '\n';
             return;
         }
-        std::cout << printable(content.path) << ": "
+        std::cout << ZAVPrintable(content.path) << ": "
                   << (content.outcome == Outcome::removed ? std::to_string(content.bytes) + " bytes"
                       : content.outcome == Outcome::gone  ? "was gone already"
                                                          : "kept, since a part that is not complete needs it")
@@ -52,8 +46,8 @@ private:
     std::size_t refused_ = 0;
 };
 
-void reclaim(const ReclaimOptions& options) {
-    const auto database = openStore(options.database);
+void reclaim(const DatabaseFile& file, const ReclaimOptions& options) {
+    const auto database = openStore(file);
     ContentReclaimer reclaimer(*database, options.cache);
     ReclaimReport report;
     const auto tell = [&report](const ReclaimedContent& content) { report.add(content); };
@@ -72,18 +66,18 @@ void reclaim(const ReclaimOptions& options) {
 
 }  // namespace
 
-void addReclaimCommand(CLI::App& app, Action& action) {
-    auto* const command = app.add_subcommand(
-        "reclaim", "Remove the files of the least recently accessed parts and mark them purged");
-    const auto options = std::make_shared<ReclaimOptions>();
-    addDatabaseOption(*command, options->database);
-    addOption(*command, "--bytes", options->bytes, amount(), "How much to free")->required();
-    addOption(*command, "--cache", options->cache, fileName(),
+void addReclaimCommand(CLI::App& app, Invocation& invocation) {
+    const Command<ReclaimOptions> command(
+        app, invocation, "reclaim",
+        "Remove the files of the least recently accessed parts and mark them purged",
+        "--bytes 100000000 --cache ~/.cache/ZAVEventRepository --dry-run");
+    auto& [bytes, cache, dryRun] = command.options();
+    addOption(command.parser(), "--bytes", bytes, amount(), "How much to free")->required();
+    addOption(command.parser(), "--cache", cache, fileName(),
               "The cache directory; nothing outside it is touched")
         ->required();
-    command->add_flag("--dry-run", options->dryRun, "Say what would be removed, and remove nothing");
-    setExample(*command, "chat.db --bytes 100000000 --cache ~/.cache/ZAVEventRepository --dry-run");
-    command->callback([options, &action] { action = [options] { reclaim(*options); }; });
+    command.parser().add_flag("--dry-run", dryRun, "Say what would be removed, and remove nothing");
+    command.does(reclaim);
 }
 
 }  // namespace zavevents

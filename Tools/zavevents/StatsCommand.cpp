@@ -1,18 +1,13 @@
 #include <iomanip>
-#include <iostream>
-#include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
 
 #include <ZAVEventRepository/ZAVEventRepository.h>
+#include <ZAVEventRepository/ZAVEventRowRepository.h>
+#include <ZAVEventRepository/ZAVPrintable.h>
 
-#include "Arguments.h"
-#include "Commands.h"
-#include "Help.h"
-#include "Printable.h"
-
-#include "Store.h"
-#include "ToolError.h"
+#include "Command.h"
+#include "StoredRows.h"
 
 namespace zavevents {
 namespace {
@@ -21,7 +16,6 @@ using namespace zav;
 using nlohmann::ordered_json;
 
 struct StatsOptions {
-    std::string database;
     bool json = false;
 };
 
@@ -37,24 +31,14 @@ auto answerOf(const std::string& what, Operation operation) {
     return answer;
 }
 
-/// How many rows there are for each value of a column, by the value's text; rows with NULL count under
-/// "null", and values of one text together.
-ordered_json countBy(FMDatabase& database, const std::string& column, const std::string& table,
-                     const std::string& what) {
-    // More than is shown of a value is not read either.
-    const std::string sql = "SELECT substr(" + column + ", 1, " + std::to_string(longestText + 1) +
-                            "), COUNT(*) FROM " + table + " GROUP BY " + column + " ORDER BY " + column;
-    ordered_json counts = ordered_json::object();
-    auto rows = database.executeBoundedQuery(sql);
-    ZAVError error = rows ? ZAVError() : database.lastError();
-    while (rows && rows->nextWithError(&error)) {
-        const std::string value = asUTF8(rows->stringForColumnIndex(0).value_or("null"));
-        counts[value] = counts.value(value, std::int64_t{0}) + rows->longLongIntForColumnIndex(1);
+/// The numbers by their values; those of values that are shown alike together.
+ordered_json shown(const CountsByValue& counts) {
+    ordered_json result = ordered_json::object();
+    for (const auto& [value, count] : counts) {
+        const std::string name = ZAVPrintable(value, ZAVEscapesInvalidUTF8);
+        result[name] = result.value(name, std::int64_t{0}) + count;
     }
-    if (error) {
-        throw ToolError(what, error);
-    }
-    return counts;
+    return result;
 }
 
 /// How many events a query of the repository answers.
@@ -76,7 +60,7 @@ void countEvents(const std::shared_ptr<FMDatabase>& database, ordered_json& stat
     const ZAVEventRepository repository(database);
     // Before COUNT(*) alone, which not every engine ends in a file whose pages lead in circles: this one
     // ends.
-    const ordered_json byType = countBy(*database, "type", "events", "cannot count the events by type");
+    const ordered_json byType = shown(countEventsByType(*database));
     stats["events"] =
         answerOf("cannot count the events", [&](ZAVError* error) { return repository.countOfEvents(error); });
     stats["by_type"] = byType;
@@ -87,14 +71,12 @@ void countEvents(const std::shared_ptr<FMDatabase>& database, ordered_json& stat
     stats["unprocessed"] =
         countOf("unprocessed", [&](ZAVError* error) { return repository.unprocessedEvents(error); });
     // Counted where they are: these are nearly all events, too many to read only to learn their number.
-    stats["posted_and_processed"] = queryNumber(
-        *database, "SELECT COUNT(*) FROM events WHERE seq IS NOT NULL", "cannot count the posted events");
+    stats["posted_and_processed"] = countPostedEvents(*database);
 }
 
 void countParts(const std::shared_ptr<FMDatabase>& database, ordered_json& stats) {
     const ZAVEventRepository repository(database);
-    const ordered_json byTransferStatus = countBy(*database, "transfer_status", "event_content_parts",
-                                                  "cannot count the content parts by transfer status");
+    const ordered_json byTransferStatus = shown(countPartsByTransferStatus(*database));
     stats["parts"] = sumOf(byTransferStatus);
     stats["by_transfer_status"] = byTransferStatus;
     // The operation's figure is cut to 32 bits; where that shows, the true one stands beside it.
@@ -103,24 +85,17 @@ void countParts(const std::shared_ptr<FMDatabase>& database, ordered_json& stats
         return repository.totalDiskUtilizationOfEventContentPartsWithError(error);
     });
     stats["disk_utilization"] = utilization;
-    const auto exact =
-        queryNumber(*database,
-                    "SELECT SUM(size) FROM event_content_parts WHERE transfer_status IN (0, 1, 4)"
-                    " AND file_path IS NOT NULL AND size IS NOT NULL AND (purged = 0 OR purged IS NULL)",
-                    sum);
-    if (static_cast<ZAVSize>(exact) != utilization) {
-        stats["disk_utilization_exact"] = exact;
+    const auto exact = answerOf(
+        sum, [&](ZAVError* error) { return ZAVEventRowRepository(database).diskUtilization(error); });
+    if (exact && static_cast<ZAVSize>(*exact) != utilization) {
+        stats["disk_utilization_exact"] = *exact;
     }
 }
 
 ordered_json collect(const std::shared_ptr<FMDatabase>& database) {
     ordered_json stats;
     countEvents(database, stats);
-    // The condition has the engine walk from row to row, which ends also in a file whose pages lead in
-    // circles.
-    stats["streams"] =
-        queryNumber(*database, "SELECT COUNT(*) FROM streams WHERE database_identifier IS NOT NULL",
-                    "cannot count the streams");
+    stats["streams"] = countStreams(*database);
     countParts(database, stats);
     return stats;
 }
@@ -136,30 +111,28 @@ void printStats(const ordered_json& stats) {
         }
         std::cout << name << '\n';
         for (const auto& [key, count] : value.items()) {
-            line("  " + printable(key), count);
+            line("  " + ZAVPrintable(key), count);
         }
+    }
+}
+
+void writeStats(const DatabaseFile& file, const StatsOptions& options) {
+    const ordered_json stats = collect(openStore(file));
+    if (options.json) {
+        std::cout << stats.dump() << '\n';
+    } else {
+        printStats(stats);
     }
 }
 
 }  // namespace
 
-void addStatsCommand(CLI::App& app, Action& action) {
-    auto* const command =
-        app.add_subcommand("stats", "Count events, streams, content parts and the disk use of content");
-    const auto options = std::make_shared<StatsOptions>();
-    addDatabaseOption(*command, options->database);
-    command->add_flag("--json", options->json, "Write one JSON object");
-    setExample(*command, "chat.db --json");
-    command->callback([options, &action] {
-        action = [options] {
-            const ordered_json stats = collect(openStore(options->database));
-            if (options->json) {
-                std::cout << stats.dump() << '\n';
-            } else {
-                printStats(stats);
-            }
-        };
-    });
+void addStatsCommand(CLI::App& app, Invocation& invocation) {
+    const Command<StatsOptions> command(app, invocation, "stats",
+                                        "Count events, streams, content parts and the disk use of content",
+                                        "--json");
+    command.parser().add_flag("--json", command.options().json, "Write one JSON object");
+    command.does(writeStats);
 }
 
 }  // namespace zavevents

@@ -29,7 +29,7 @@ private:
     std::array<struct sigaction, signals.size()> before_{};
 };
 
-/// Ends the process as a signal does that nobody handles.
+/// Ends the process as an unhandled signal does.
 void endBySignal(int signal);
 
 }  // namespace zavevents

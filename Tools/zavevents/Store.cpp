@@ -5,12 +5,10 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
-#include <optional>
 #include <utility>
 
 #include <ZAVEventRepository/ZAVDatabaseSchema.h>
-
-#include "Printable.h"
+#include <ZAVEventRepository/ZAVPrintable.h>
 
 #include "ToolError.h"
 
@@ -22,11 +20,6 @@ namespace {
 
 constexpr std::size_t longestKey = 4096;
 
-/// What `--key-file` says, for all of this process.
-std::optional<std::string> key;
-
-bool tracing = false;
-
 void printRun(const FMStatementRun& run) {
     const std::chrono::duration<double, std::milli> milliseconds = run.duration;
     static_cast<void>(std::fprintf(stderr, "%10.3f ms %8llu rows  %.*s%s\n", milliseconds.count(),
@@ -35,16 +28,24 @@ void printRun(const FMStatementRun& run) {
                                    run.succeeded ? "" : "  -- failed"));
 }
 
-FMDatabaseOptions optionsWithKey() {
+/// The path in a form in which the engine takes none for anything else than a file's name, as it does with
+/// ":memory:".
+std::string pathOf(const DatabaseFile& file) {
+    return file.path.starts_with('/') ? file.path : "./" + file.path;
+}
+
+FMDatabaseOptions optionsOf(const DatabaseFile& file) {
     FMDatabaseOptions options;
-    options.key = key;
+    options.key = file.key;
     return options;
 }
 
-/// The path in a form in which the engine takes none for anything else than a file's name, as it does with
-/// ":memory:".
-std::string fileAt(const std::string& path) {
-    return path.starts_with('/') ? path : "./" + path;
+/// For a file that exists and stays as it is.
+FMDatabaseOptions optionsOfExisting(const DatabaseFile& file) {
+    FMDatabaseOptions options = optionsOf(file);
+    options.access = FMDatabaseOptions::Access::readWrite;
+    options.writeAheadLog = false;
+    return options;
 }
 
 /// An error that another command can do something about says which.
@@ -56,8 +57,13 @@ ZAVError withAdvice(const ZAVError& error) {
                    : error;
 }
 
-std::shared_ptr<FMDatabase> watched(std::shared_ptr<FMDatabase> database) {
-    if (tracing) {
+/// What was opened, or the failure.
+std::shared_ptr<FMDatabase> opened(const DatabaseFile& file, std::shared_ptr<FMDatabase> database,
+                                   const ZAVError& error) {
+    if (!database) {
+        throw ToolError(ZAVPrintable(file.path), withAdvice(error));
+    }
+    if (file.isTraced) {
         database->setStatementObserver(printRun);
     }
     return database;
@@ -65,70 +71,40 @@ std::shared_ptr<FMDatabase> watched(std::shared_ptr<FMDatabase> database) {
 
 }  // namespace
 
-void traceStatements() {
-    tracing = true;
-}
-
-void useKeyFile(const std::string& path) {
+std::string readKey(const std::string& path) {
     errno = 0;
     std::ifstream file(path, std::ios::binary);
     std::string bytes(longestKey + 1, '\0');
     file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     if (file.bad() || !file.is_open()) {
-        throw ToolError(printable(path) + ": " + std::strerror(errno));
+        throw ToolError(ZAVPrintable(path) + ": " + std::strerror(errno));
     }
     bytes.resize(static_cast<std::size_t>(file.gcount()));
     if (bytes.size() > longestKey) {
-        throw ToolError(printable(path) + ": a key has at most " + std::to_string(longestKey) + " bytes");
+        throw ToolError(ZAVPrintable(path) + ": a key has at most " + std::to_string(longestKey) + " bytes");
     }
     for (const char lineEnd : {'\n', '\r'}) {
         if (bytes.ends_with(lineEnd)) {
             bytes.pop_back();
         }
     }
-    key = bytes;
+    return bytes;
 }
 
-std::shared_ptr<FMDatabase> openOrCreateStore(const std::string& path) {
+std::shared_ptr<FMDatabase> openOrCreateStore(const DatabaseFile& file) {
     ZAVError error;
-    auto database = ZAVDatabaseSchema::openDatabase(fileAt(path), optionsWithKey(), &error);
-    if (!database) {
-        throw ToolError(printable(path), error);
-    }
-    return watched(std::move(database));
+    return opened(file, ZAVDatabaseSchema::openDatabase(pathOf(file), optionsOf(file), &error), error);
 }
 
-std::shared_ptr<FMDatabase> openStore(const std::string& path) {
-    FMDatabaseOptions options = optionsWithKey();
-    options.access = FMDatabaseOptions::Access::readWrite;
-    options.writeAheadLog = false;
+std::shared_ptr<FMDatabase> openStore(const DatabaseFile& file) {
     ZAVError error;
-    auto database = ZAVDatabaseSchema::openCurrentDatabase(fileAt(path), options, &error);
-    if (!database) {
-        throw ToolError(printable(path), withAdvice(error));
-    }
-    return watched(std::move(database));
+    return opened(file, ZAVDatabaseSchema::openCurrentDatabase(pathOf(file), optionsOfExisting(file), &error),
+                  error);
 }
 
-std::shared_ptr<FMDatabase> openAnyDatabase(const std::string& path) {
-    FMDatabaseOptions options = optionsWithKey();
-    options.access = FMDatabaseOptions::Access::readWrite;
-    options.writeAheadLog = false;
+std::shared_ptr<FMDatabase> openAnyDatabase(const DatabaseFile& file) {
     ZAVError error;
-    auto database = FMDatabase::databaseWithPath(fileAt(path), options, &error);
-    if (!database) {
-        throw ToolError(printable(path), error);
-    }
-    return watched(std::move(database));
-}
-
-std::int64_t queryNumber(FMDatabase& database, const std::string& sql, const std::string& what) {
-    auto rows = database.executeBoundedQuery(sql);
-    ZAVError error = rows ? ZAVError() : database.lastError();
-    if (!rows || !rows->nextWithError(&error)) {
-        throw ToolError(what.empty() ? sql : what, error);
-    }
-    return rows->longLongIntForColumnIndex(0);
+    return opened(file, FMDatabase::databaseWithPath(pathOf(file), optionsOfExisting(file), &error), error);
 }
 
 }  // namespace zavevents

@@ -1,39 +1,35 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include <ZAVEventRepository/FMDatabase.h>
 
 namespace zavevents {
 
-/// Has each statement that runs in a store opened from now on printed to standard error, with its time and
-/// rows.
-void traceStatements();
+/// A database file, and how it is opened.
+struct DatabaseFile {
+    std::string path;                  ///< of a file, whatever it looks like
+    std::optional<std::string> key{};  ///< of an encrypted one
+    bool isTraced = false;  ///< whether each statement is printed to standard error, with its time and rows
+};
 
-/// Opens every database from now on with the key that a file holds: its bytes without a line break at the
-/// end.
+/// The key that a file holds: its bytes without a line break at the end.
 /// @throws ToolError when the file cannot be read or is too long for a key.
-void useKeyFile(const std::string& path);
+[[nodiscard]] std::string readKey(const std::string& path);
 
-/// Opens a database file, makes it when there is none, and brings its schema up to date. As in the other
-/// functions here the path is that of a file, whatever it looks like.
+/// Opens a database file, makes it when there is none, and brings its schema up to date.
 /// @throws ToolError
-[[nodiscard]] std::shared_ptr<zav::FMDatabase> openOrCreateStore(const std::string& path);
+[[nodiscard]] std::shared_ptr<zav::FMDatabase> openOrCreateStore(const DatabaseFile& file);
 
 /// Opens an existing event store as it is.
 /// @throws ToolError when there is none, or the library would not open it or would have to change its schema;
 /// the file is then left untouched.
-[[nodiscard]] std::shared_ptr<zav::FMDatabase> openStore(const std::string& path);
+[[nodiscard]] std::shared_ptr<zav::FMDatabase> openStore(const DatabaseFile& file);
 
 /// Opens an existing database of whatever schema, to look at it.
 /// @throws ToolError
-[[nodiscard]] std::shared_ptr<zav::FMDatabase> openAnyDatabase(const std::string& path);
-
-/// The first column of the only row of a query without values, as a number.
-/// @param what what cannot be done when the query fails; by default the query itself.
-/// @throws ToolError
-[[nodiscard]] std::int64_t queryNumber(zav::FMDatabase& database, const std::string& sql,
-                                       const std::string& what = "");
+[[nodiscard]] std::shared_ptr<zav::FMDatabase> openAnyDatabase(const DatabaseFile& file);
 
 }  // namespace zavevents

@@ -15,7 +15,7 @@ namespace zavevents {
 /// is looked for; see `CacheDirectory`.
 class StoredPath {
 public:
-    /// @param fault receives, when `text` is no such path, what is wrong with it, such as "is no relative
+    /// @param fault receives, when `text` is invalid, what is wrong with it, such as "is not a relative
     /// path".
     [[nodiscard]] static std::optional<StoredPath> parse(std::string_view text, std::string* fault = nullptr);
 

@@ -1,5 +1,3 @@
-#include <iostream>
-#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -8,13 +6,9 @@
 #include <ZAVEventRepository/ZAVMessageRepositoryCache.h>
 #include <ZAVEventRepository/ZAVTransaction.h>
 
-#include "Arguments.h"
-#include "Commands.h"
-#include "Help.h"
-
-#include "Store.h"
+#include "Command.h"
 #include "StoredPath.h"
-#include "ToolError.h"
+#include "StoredRows.h"
 
 namespace zavevents {
 namespace {
@@ -22,7 +16,6 @@ namespace {
 using namespace zav;
 
 struct TransferOptions {
-    std::string database;
     std::int64_t event = 0;
     std::int64_t index = 0;
     std::optional<int> status;
@@ -63,19 +56,6 @@ Assignments assignments(const TransferOptions& options) {
     return result;
 }
 
-/// Whether writing the part back as it was read would leave each column of its row as it is. What is stored
-/// may be more than a record can say: an expiration with a fraction, a purge mark that is NULL, a URL that is
-/// none.
-bool isAllOfItsRow(FMDatabase& database, const ZAVEventContent& part, ZAVDatabaseIdentifier row) {
-    auto rows = database.executeBoundedQuery(
-        "SELECT access_expiration IS ? AND url IS ? AND size IS ? AND transfer_status IS ? AND file_path IS ?"
-        " AND last_accessed IS ? AND purged IS ? FROM event_content_parts WHERE database_identifier = ?",
-        part.externalContentURLExpiration(), part.external_url(), part.size(), part.transferStatus(),
-        part.fileURL() ? std::optional(part.fileURL()->relativePath()) : std::nullopt, part.lastAccessed(),
-        part.isPurged(), row);
-    return rows && rows->next() && rows->boolForColumnIndex(0);
-}
-
 void apply(const TransferOptions& options, ZAVEventContent& part) {
     if (options.expires) {
         part.setExternalContentURLExpiration(ZAVDateFromSecondsSince1970(*options.expires));
@@ -100,54 +80,38 @@ void apply(const TransferOptions& options, ZAVEventContent& part) {
     }
 }
 
-/// The row of the part; none when there is no such part.
-std::optional<ZAVDatabaseIdentifier> rowOf(const TransferOptions& options, FMDatabase& database) {
-    auto rows = database.executeBoundedQuery(
-        "SELECT database_identifier FROM event_content_parts"
-        " WHERE event_database_identifier = ? AND event_content_part_id = ?",
-        options.event, options.index);
-    ZAVError error;
-    const bool found = rows && rows->nextWithError(&error);
-    if (!rows || error) {
-        throw ToolError("cannot read the content part", database.lastError());
-    }
-    return found ? std::optional(rows->longLongIntForColumnIndex(0)) : std::nullopt;
-}
-
 /// Runs the repository's update, which writes all columns of a part, where that changes those only that are
 /// given, and an update of these columns alone where it would not.
-bool update(const TransferOptions& options, const ZAVEventRepository& repository, ZAVDatabaseIdentifier row,
+void update(const TransferOptions& options, const ZAVEventRepository& repository, ZAVDatabaseIdentifier row,
             const Assignments& given) {
     FMDatabase& database = repository.database();
     const auto part = repository.eventContentForEventDatabaseIdentifier(options.event, options.index);
-    if (part && isAllOfItsRow(database, *part, row)) {
-        apply(options, *part);
-        return repository.persistEventContentUpdate(*part);
+    if (part == nullptr || !isAllOfItsRow(database, *part, row)) {
+        updatePart(database, row, given.text, given.values);
+        return;
     }
-    std::vector<ZAVValue> values = given.values;
-    values.emplace_back(row);
-    return database.executeBoundedUpdateWithArgumentsInArray(
-        "UPDATE event_content_parts SET " + given.text + " WHERE database_identifier = ?", values);
+    apply(options, *part);
+    if (!repository.persistEventContentUpdate(*part)) {
+        throw ToolError("cannot update the content part", database.lastError());
+    }
 }
 
-void transfer(const TransferOptions& options) {
-    const ZAVEventRepository repository(openStore(options.database));
+void transfer(const DatabaseFile& file, const TransferOptions& options) {
+    const ZAVEventRepository repository(openStore(file));
     FMDatabase& database = repository.database();
     ZAVError error;
     auto transaction = ZAVTransaction::begin(database, &error);
     if (!transaction) {
         throw ToolError("cannot update the content part", error);
     }
-    const auto row = rowOf(options, database);
+    const auto row = rowOfPart(database, options.event, options.index);
     if (!row) {
         throw ToolError("event " + std::to_string(options.event) + " has no part " +
                         std::to_string(options.index));
     }
     int changed = 0;
     if (const Assignments given = assignments(options); !given.values.empty()) {
-        if (!update(options, repository, *row, given)) {
-            throw ToolError("cannot update the content part", database.lastError());
-        }
+        update(options, repository, *row, given);
         changed = database.changes();
     }
     if (!transaction->commit(&error)) {
@@ -165,26 +129,24 @@ Kind<std::string> storedPath() {
 
 }  // namespace
 
-void addTransferCommand(CLI::App& app, Action& action) {
-    auto* const command =
-        app.add_subcommand("transfer", "Update one part's transfer state; what is not given stays");
-    const auto options = std::make_shared<TransferOptions>();
-    addDatabaseOption(*command, options->database);
-    addOption(*command, "--event", options->event, row(), "Row of the event")->required();
-    addOption(*command, "--index", options->index, position(), "Position of the part")->required();
-    addOption(*command, "--status", options->status, wholeNumber<int>(0, ZAVContentTransferComplete),
+void addTransferCommand(CLI::App& app, Invocation& invocation) {
+    const Command<TransferOptions> command(app, invocation, "transfer",
+                                           "Update one part's transfer state; what is not given stays",
+                                           "--event 7 --index 1 --status 4 --accessed 1760090000");
+    CLI::App& parser = command.parser();
+    auto& [event, index, status, link, expires, size, path, accessed, purged] = command.options();
+    addOption(parser, "--event", event, row(), "Row of the event")->required();
+    addOption(parser, "--index", index, position(), "Position of the part")->required();
+    addOption(parser, "--status", status, wholeNumber<int>(0, ZAVContentTransferComplete),
               "Transfer status, 0 to 4");
-    addOption(*command, "--url", options->url, url(), "Where the service keeps the content");
-    addOption(*command, "--expires", options->expires, seconds(),
-              "When the URL ceases to work, in seconds since 1970");
-    addOption(*command, "--size", options->size, wholeNumber<std::int64_t>(0), "Size in bytes");
-    addOption(*command, "--file", options->file, storedPath(),
-              "Path of the file, relative to the cache directory");
-    addOption(*command, "--accessed", options->accessed, seconds(), "Last access, in seconds since 1970");
-    addOption(*command, "--purged", options->purged, wholeNumber<int>(0, 1),
+    addOption(parser, "--url", link, url(), "Where the service keeps the content");
+    addOption(parser, "--expires", expires, seconds(), "When the URL ceases to work, in seconds since 1970");
+    addOption(parser, "--size", size, wholeNumber<std::int64_t>(0), "Size in bytes");
+    addOption(parser, "--file", path, storedPath(), "Path of the file, relative to the cache directory");
+    addOption(parser, "--accessed", accessed, seconds(), "Last access, in seconds since 1970");
+    addOption(parser, "--purged", purged, wholeNumber<int>(0, 1),
               "Whether the file was removed to reclaim space, 0 or 1");
-    setExample(*command, "chat.db --event 7 --index 1 --status 4 --accessed 1760090000");
-    command->callback([options, &action] { action = [options] { transfer(*options); }; });
+    command.does(transfer);
 }
 
 }  // namespace zavevents

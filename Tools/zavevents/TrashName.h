@@ -7,7 +7,8 @@
 namespace zavevents {
 
 /// The name under which a file called `name` waits in its directory to be removed: another at each call, so
-/// that nobody who removes what has such a name removes another's file. It tells the name that the file had.
+/// that nobody who removes what has such a name removes another's file. The name that the file had can be
+/// read from it.
 [[nodiscard]] std::string makeTrashName(const std::string& name);
 
 /// The name that the file had before, when `name` is one that `makeTrashName` makes.

@@ -2,7 +2,7 @@
 
 #include <limits>
 
-#include "Store.h"
+#include "StoredRows.h"
 #include "ToolError.h"
 
 namespace zavevents {
@@ -24,7 +24,7 @@ UnnamedStreams::UnnamedStreams(std::shared_ptr<FMDatabase> database, const Event
 
 void UnnamedStreams::begin(bool othersWrote) {
     if (!newestRowBefore_) {
-        newestRowBefore_ = queryNumber(*database_, "SELECT IFNULL(MAX(database_identifier), 0) FROM events");
+        newestRowBefore_ = newestEventRow(*database_);
     }
     std::erase_if(clients_, [othersWrote](const auto& client) {
         return othersWrote || client.second.events < eventsWorthKeeping;

@@ -21,8 +21,8 @@ namespace zavevents {
 /// stream.
 ///
 /// Such a number means nothing in another store. The stream is the one in which an event of the lines was
-/// stored before the import began, told by its author and `client_id`; one that the service does not know
-/// comes before one that it has been told of since. No two numbers get the same one. Where no event is
+/// stored before the import began, found by its author and `client_id`; one that the service does not know
+/// comes before one that it knows. No two numbers get the same one. Where no event is
 /// stored, a new stream is made.
 class UnnamedStreams {
 public:
@@ -44,8 +44,8 @@ private:
         bool isNew;
     };
 
-    /// What tells stored events of one `client_id` apart: the author, and the sequence or one of the markers
-    /// for waiting and for any sequence.
+    /// What distinguishes stored events of one `client_id`: the author, and the sequence or one of the
+    /// markers for waiting and for any sequence.
     using Key = std::pair<std::optional<std::string>, std::int64_t>;
 
     /// The streams of the stored events of one `client_id`, in the order in which they are considered.

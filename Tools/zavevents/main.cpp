@@ -11,14 +11,12 @@
 #include <string>
 
 #include <ZAVEventRepository/DDLog.h>
+#include <ZAVEventRepository/ZAVPrintable.h>
 
 #include "Arguments.h"
 #include "Commands.h"
 #include "Help.h"
 #include "Mistake.h"
-#include "Printable.h"
-
-#include "Store.h"
 #include "ToolError.h"
 
 namespace {
@@ -54,20 +52,19 @@ int run(int argc, char** argv) {
         app, "--key-file", keyFile, zavevents::fileName(),
         "A file with the key of an encrypted database; a line break at its end is no part of it");
 
-    app.add_flag_callback("--trace", zavevents::traceStatements,
-                          "Print each statement to standard error: its time, the rows read, its text");
+    zavevents::Invocation invocation;
+    app.add_flag("--trace", invocation.database.isTraced,
+                 "Print each statement to standard error: its time, the rows read, its text");
 
-    zavevents::Action action;
-    zavevents::addInitCommand(app, action);
-    zavevents::addImportCommand(app, action);
-    zavevents::addEventsCommand(app, action);
-    zavevents::addPartsCommand(app, action);
-    zavevents::addStatsCommand(app, action);
-    zavevents::addEventCommands(app, action);
-    zavevents::addConversationCommands(app, action);
-    zavevents::addTransferCommand(app, action);
-    zavevents::addReclaimCommand(app, action);
-    zavevents::addCheckCommand(app, action);
+    for (const auto add :
+         {zavevents::addInitCommand, zavevents::addImportCommand, zavevents::addEventsCommand,
+          zavevents::addPartsCommand, zavevents::addStatsCommand, zavevents::addSequenceCommand,
+          zavevents::addTombstoneCommand, zavevents::addDeleteCommand, zavevents::addProcessedCommand,
+          zavevents::addConversationCommand, zavevents::addParticipantSeqCommand,
+          zavevents::addMessageCommand, zavevents::addMessageSeqCommand, zavevents::addTransferCommand,
+          zavevents::addReclaimCommand, zavevents::addCheckCommand}) {
+        add(app, invocation);
+    }
     zavevents::setExample(app, "--trace stats chat.db");
     zavevents::refuseValuesOfFlags(app);
 
@@ -76,9 +73,9 @@ int run(int argc, char** argv) {
         app.parse(argc, argv);
         setLogGuards(log);
         if (app.count("--key-file") != 0) {
-            zavevents::useKeyFile(keyFile);
+            invocation.database.key = zavevents::readKey(keyFile);
         }
-        action();
+        invocation.action(invocation.database);
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() != 0) {
             std::cerr << zavevents::describeMistake(app, error) << '\n';
@@ -106,6 +103,6 @@ int main(int argc, char** argv) {
     } catch (const zavevents::ToolError& error) {
         return fail(error.what());
     } catch (const std::exception& error) {
-        return fail(zavevents::printable(error.what()));
+        return fail(zav::ZAVPrintable(error.what()));
     }
 }

@@ -9,7 +9,8 @@
 #include <mutex>
 #include <span>
 
-#include "Private/Foundation/Internal/ZAVPrintable.h"
+#include <ZAVEventRepository/ZAVPrintable.h>
+
 #include "Private/Foundation/Internal/ZAVUndestroyed.h"
 #include "Private/Logging/Internal/ZAVForks.h"
 

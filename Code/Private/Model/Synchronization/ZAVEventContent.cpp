@@ -3,8 +3,7 @@
 #include <utility>
 
 #include <ZAVEventRepository/ZAVFormat.h>
-
-#include "Private/Foundation/Internal/ZAVPrintable.h"
+#include <ZAVEventRepository/ZAVPrintable.h>
 
 namespace zav {
 

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <functional>
+#include <iostream>
+#include <memory>
+#include <string>
+
+#include <ZAVEventRepository/ZAVTransaction.h>
+
+#include "Arguments.h"
+#include "Commands.h"
+#include "Help.h"
+#include "ToolError.h"
+
+namespace zavevents {
+
+/// A command while it is being described: its name, its help, the database that it takes first, its options.
+template <class Options>
+class Command {
+public:
+    /// @param example what stands behind the database in the example that ends its help.
+    Command(CLI::App& app, Invocation& invocation, const std::string& name, const std::string& description,
+            const std::string& example)
+        : parser_(*app.add_subcommand(name, description)), invocation_(invocation) {
+        addOption(parser_, "DATABASE", invocation.database.path, fileName(), "The database file")->required();
+        setExample(parser_, example.empty() ? "chat.db" : "chat.db " + example);
+    }
+
+    [[nodiscard]] CLI::App& parser() const { return parser_; }
+    [[nodiscard]] Options& options() const { return *options_; }
+
+    /// Has the command do `work`, which takes the database file and the options.
+    /// @param check throws `CLI::ValidationError` when the options do not go together.
+    template <class Work>
+    void does(
+        Work work, std::function<void()> check = [] {}) const {
+        parser_.callback([&invocation = invocation_, options = options_, work, check] {
+            check();
+            invocation.action = [options, work](const DatabaseFile& file) { work(file, *options); };
+        });
+    }
+
+    /// Has the command change rows of an existing store, all or none of them: `work` takes the open store and
+    /// the options, runs inside one transaction, which has the write lock from its beginning, and returns
+    /// what is printed once that is stored.
+    template <class Work>
+    void changes(Work work) const {
+        does([work](const DatabaseFile& file, const Options& options) {
+            const std::shared_ptr<zav::FMDatabase> database = openStore(file);
+            zav::ZAVError error;
+            auto transaction = zav::ZAVTransaction::begin(*database, &error);
+            if (!transaction) {
+                throw ToolError("cannot begin to write", error);
+            }
+            const std::string done = work(database, options);
+            if (!transaction->commit(&error)) {
+                throw ToolError("cannot store the changes", error);
+            }
+            std::cout << done << '\n';
+        });
+    }
+
+private:
+    CLI::App& parser_;
+    Invocation& invocation_;
+    std::shared_ptr<Options> options_ = std::make_shared<Options>();
+};
+
+}  // namespace zavevents
