@@ -30,7 +30,9 @@
 
 #include "Expect.h"
 #include "InputReader.h"
-#include "Support/EveryOperation.h"
+#include "Operations/Catalogue.h"
+#include "Operations/Description.h"
+#include "Operations/FilledStore.h"
 
 namespace {
 
@@ -410,7 +412,7 @@ void checkTables(const std::shared_ptr<FMDatabase>& database, const ZAVEventRepo
         expect(false, "storing again what was read to change nothing");
     }
     for (const test::Operation& operation : test::everyOperation()) {
-        if (operation.name == "persistEventsInATransaction") {
+        if (operation.owner == "ZAVTransaction") {
             continue;  // there is one already
         }
         try {

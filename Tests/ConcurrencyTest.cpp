@@ -18,7 +18,8 @@
 #include <utility>
 #include <vector>
 
-#include "Support/EveryOperation.h"
+#include "Operations/Catalogue.h"
+#include "Operations/FilledStore.h"
 #include "Support/LogCapture.h"
 #include "Support/TemporaryDirectory.h"
 #include "Support/TestEffort.h"
@@ -451,7 +452,7 @@ TEST_P(OperationOnALockedDatabase, ReadsOrFailsClearlyAndWorksWhenTheLockIsGone)
 
 INSTANTIATE_TEST_SUITE_P(Every, OperationOnALockedDatabase, testing::ValuesIn(everyOperation()),
                          [](const testing::TestParamInfo<Operation>& operation) {
-                             return operation.param.name;
+                             return nameOf(operation.param);
                          });
 
 TEST(ALockedDatabase, IsOpenedAndItsSchemaIsNotMadeMeanwhile) {
@@ -843,7 +844,7 @@ Lines answersOnANewStore() {
         for (std::string& line : operation.call(ZAVEventRepository(database), &error).text()) {
             texts.push_back(std::move(line));
         }
-        EXPECT_FALSE(error) << operation.name << ": " << error.description();
+        EXPECT_FALSE(error) << nameOf(operation) << ": " << error.description();
     }
     for (std::string& row : rowsOfAllTables(*database)) {
         texts.push_back(std::move(row));

@@ -26,8 +26,10 @@
 #include <utility>
 #include <vector>
 
+#include "Operations/Catalogue.h"
+#include "Operations/Description.h"
+#include "Operations/FilledStore.h"
 #include "Support/DatabaseHandles.h"
-#include "Support/EveryOperation.h"
 #include "Support/LogCapture.h"
 #include "Support/TemporaryDirectory.h"
 #include "Support/TestStore.h"
@@ -422,7 +424,7 @@ private:
 
     static void callOf(const Operation& operation, const std::shared_ptr<FMDatabase>& database,
                        const LogCapture& log, Outcome& outcome) {
-        SCOPED_TRACE(operation.name);
+        SCOPED_TRACE(nameOf(operation));
         const auto linesBefore = log.records().size();
         ZAVError error;
         Answer answer;
@@ -443,9 +445,9 @@ private:
         if (error) {
             EXPECT_FALSE(error.message().empty());
             EXPECT_NE(error.code(), 0);
-            outcome.codes[operation.name] = error.code() & 0xFF;
+            outcome.codes[nameOf(operation)] = error.code() & 0xFF;
         } else if (!threw) {
-            outcome.succeeded.insert(operation.name);
+            outcome.succeeded.insert(nameOf(operation));
         }
         // What fails while an event's own values are read is told, but the event is read all the same.
         const bool failedBesideAnEvent = error && !reported && operation.report == FailureReport::errorLine;
@@ -456,7 +458,7 @@ private:
             EXPECT_EQ(answer.value, operation.answerOnFailure) << error.description();
         }
         if (error.message() == beyondBounds) {
-            outcome.stopped.insert(operation.name);
+            outcome.stopped.insert(nameOf(operation));
         }
         EXPECT_EQ(database->openResultSets(), 0U) << "a cursor stayed open";
         EXPECT_EQ(busyStatements(*database), 0) << "a statement is still under way";
@@ -943,7 +945,7 @@ TEST_F(HostileFile, ASchemaThatGoesMissingIsFoundByEachOperation) {
     ASSERT_TRUE(outcome.opened) << outcome.refusal.description();
     for (const Operation& operation : everyOperation()) {
         if (operation.report != FailureReport::nothing) {
-            EXPECT_TRUE(outcome.codes.contains(operation.name)) << operation.name << " needs no table";
+            EXPECT_TRUE(outcome.codes.contains(nameOf(operation))) << nameOf(operation) << " needs no table";
         }
     }
 }
@@ -1153,11 +1155,11 @@ Lines answersOn(const std::shared_ptr<FMDatabase>& database) {
     Lines texts;
     for (const Operation& operation : everyOperation()) {
         ZAVError error;
-        texts.push_back(operation.name);
+        texts.push_back(nameOf(operation));
         for (std::string& line : operation.call(ZAVEventRepository(database), &error).text()) {
             texts.push_back(std::move(line));
         }
-        EXPECT_FALSE(error) << operation.name << ": " << error.description();
+        EXPECT_FALSE(error) << nameOf(operation) << ": " << error.description();
     }
     return texts;
 }

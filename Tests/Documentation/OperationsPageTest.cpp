@@ -9,9 +9,7 @@
 #include <vector>
 
 #include "Documentation/Pages.h"
-#include "Support/EveryOperation.h"
-#include "Support/StatementTrace.h"
-#include "Support/TestStore.h"
+#include "Operations/Catalogue.h"
 
 namespace zav::test {
 namespace {
@@ -61,18 +59,14 @@ public:
     [[nodiscard]] const std::vector<Section>& sections() const { return sections_; }
     [[nodiscard]] const Texts& neighbourStatements() const { return neighbourStatements_; }
 
-    /// The section of the operation that the tests know by a name, which may be the beginning of its own.
+    /// The section of a member, whose name its selector begins with.
     [[nodiscard]] const Section& sectionOf(const std::string& name) const {
-        const Section* best = nullptr;
-        for (const Section& section : sections_) {
-            if (section.selector.starts_with(name) &&
-                (best == nullptr || section.selector.size() < best->selector.size())) {
-                best = &section;
-            }
-        }
+        const auto found = std::find_if(sections_.begin(), sections_.end(), [&](const Section& section) {
+            return section.selector == name || section.selector.starts_with(name + ":");
+        });
         static const Section none;
-        EXPECT_NE(best, nullptr) << name << " is not described";
-        return best == nullptr ? none : *best;
+        EXPECT_NE(found, sections_.end()) << name << " is not described";
+        return found == sections_.end() ? none : *found;
     }
 
 private:
@@ -103,18 +97,11 @@ const Page& page() {
     return page;
 }
 
-/// The statements that a call of an operation runs on a store with something in it.
+/// The statements of an operation, with one placeholder where there are as many as there are events.
 Texts statementsOf(const Operation& operation) {
-    const TestStore store;
-    fillStore(store.sharedDatabase());
-    const StatementTrace trace(store.database(), StatementTrace::Text::asPrepared);
-    ZAVError error;
-    (void)operation.call(store.repository(), &error);
-    EXPECT_FALSE(error) << operation.name << ": " << error.description();
     Texts statements;
-    for (const std::string& statement : trace.statements()) {
-        // As many placeholders as there are events.
-        statements.insert(std::regex_replace(statement, std::regex(R"(row_identifier IN \(\?(, \?)*\))"),
+    for (const ExpectedStatement& statement : operation.statements) {
+        statements.insert(std::regex_replace(statement.text, std::regex(R"(row_identifier IN \(\?(, \?)*\))"),
                                              "row_identifier IN (?)"));
     }
     return statements;
@@ -127,54 +114,11 @@ Texts operator-(const Texts& left, const Texts& right) {
     return result;
 }
 
-/// What an operation does that one call of it does not show.
-const std::vector<Operation>& furtherCalls() {
-    static const std::vector<Operation> calls{
-        {"persistEvents", FailureReport::errorLine, "false",
-         [](const ZAVEventRepository& repository, ZAVError* error) {
-             // Without a row, at a sequence that is taken; with other metadata; in a stream named by its row.
-             const auto stored = repository.eventForDatabaseIdentifier(1);
-             const auto again =
-                 std::make_shared<ZAVEvent>(ZAVDatabaseIdentifierNotSet, stored->streamDatabaseIdentifier());
-             again->set_type(EventType_MESSAGE);
-             again->set_seq(stored->seq());
-             again->set_client_id(stored->client_id());
-             again->set_transient_metadata(ZAVDictionary{{"other", std::string("value")}});
-             return Answer{repository.persistEvents({again}, error) ? "true" : "false"};
-         }},
-        {"eventContentsHavingExpiredDownloadURLs", FailureReport::errorLine, "none",
-         [](const ZAVEventRepository& repository, ZAVError* error) {
-             const auto contents = repository.eventContentsHavingExpiredDownloadURLsWithAutoDownloadMIMETypes(
-                 std::nullopt, 100, 10, error);
-             return Answer{contents ? "set" : "none"};
-         }},
-    };
-    return calls;
-}
-
-bool isOfTheRepository(const Operation& operation) {
-    const auto& all = everyOperation();
-    const auto firstNeighbour = std::find_if(all.begin(), all.end(), [](const Operation& one) {
-        return one.name == "persistEventsInATransaction";
-    });
-    return std::any_of(all.begin(), firstNeighbour,
-                       [&](const Operation& one) { return one.name == operation.name; });
-}
-
 TEST(TheOperationsPage, ShowsTheStatementsThatEachOperationRuns) {
     std::map<std::string, Texts> run;
-    for (const auto* calls : {&everyOperation(), &furtherCalls()}) {
-        for (const Operation& operation : *calls) {
-            if (isOfTheRepository(operation)) {
-                run[operation.name].merge(statementsOf(operation));
-            }
-        }
+    for (const Operation& operation : operationsOfTheEventRepository()) {
+        run[operation.name].merge(statementsOf(operation));
     }
-    const auto withStatements =
-        std::count_if(page().sections().begin(), page().sections().end(),
-                      [](const Section& section) { return !section.statements.empty(); });
-    ASSERT_EQ(run.size() + 1, static_cast<std::size_t>(withStatements))
-        << "an operation is missing on the page or in EveryOperation; the one more is the mapper of events";
     const Texts& ofTheMapper = page().sectionOf("objectFromResultSet").statements;
     EXPECT_EQ(ofTheMapper.size(), 2U);
     for (auto& [name, statements] : run) {
@@ -183,9 +127,6 @@ TEST(TheOperationsPage, ShowsTheStatementsThatEachOperationRuns) {
             EXPECT_EQ(ofTheMapper - statements, Texts()) << name << " should run these for each event";
             statements = statements - ofTheMapper;
         }
-        if (name == "persistEvents") {
-            statements = statements - ofTheMapper - page().sectionOf("eventForDatabaseIdentifier").statements;
-        }
         EXPECT_EQ(section.statements - statements, Texts()) << "shown for " << name << ", but not run";
         EXPECT_EQ(statements - section.statements, Texts()) << "run by " << name << ", but not shown";
     }
@@ -193,8 +134,9 @@ TEST(TheOperationsPage, ShowsTheStatementsThatEachOperationRuns) {
 
 TEST(TheOperationsPage, ShowsTheStatementsOfTheNeighbours) {
     Texts run;
-    for (const Operation& operation : everyOperation()) {
-        if (!isOfTheRepository(operation) && operation.name != "persistEventsInATransaction") {
+    for (const Operation& operation : neighbours()) {
+        // Their page section tells what holds for both tables of keyed values, and not what a transaction is.
+        if (operation.variant != "InTheLocalTable" && operation.owner != "ZAVTransaction") {
             run.merge(statementsOf(operation));
         }
     }
@@ -218,6 +160,27 @@ TEST(TheOperationsPage, ShowsTheDeclarationOfEachOperation) {
     }
     // Operations are what is const; the free function beside the class comes to them.
     EXPECT_EQ(page().sections().size(), matchesIn(header, R"((\)const;))").size() + 1);
+}
+
+TEST(TheCatalogue, HasAnEntryForEachOperationOfTheRepository) {
+    const std::string header = bare(fileOfTheProject("Code/Private/Model/Repositories/ZAVEventRepository.h"));
+    Texts declared;
+    for (std::string& name : matchesIn(header, R"(([A-Za-z]+)\([^()]*ZAVError\*error=nullptr\)const;)")) {
+        // The return type stands before the name, without a blank.
+        declared.insert(std::move(name));
+    }
+    Texts entered;
+    for (const Operation& operation : operationsOfTheEventRepository()) {
+        entered.insert(operation.name);
+    }
+    EXPECT_EQ(entered.size(), 28U);
+    for (const std::string& declaration : declared) {
+        EXPECT_TRUE(std::any_of(entered.begin(), entered.end(),
+                                [&](const std::string& name) { return declaration.ends_with(name); }) ||
+                    declaration.ends_with("objectFromResultSet"))
+            << declaration << " has no entry in Tests/Operations";
+    }
+    EXPECT_EQ(declared.size(), entered.size() + 1) << "the one more is the mapper";
 }
 
 TEST(TheOperationsPage, NamesEachOperationAsItsLogLinesDo) {

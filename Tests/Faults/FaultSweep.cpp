@@ -10,6 +10,8 @@
 #include <set>
 #include <stdexcept>
 
+#include "Operations/Description.h"
+#include "Operations/FilledStore.h"
 #include "Support/DatabaseHandles.h"
 #include "Support/LogCapture.h"
 #include "Support/TemporaryDirectory.h"
@@ -67,7 +69,7 @@ Expectation expectationOf(const Operation& operation, const FMDatabaseOptions& o
     expectation.answer = operation.call(ZAVEventRepository(database), &error);
     expectation.after = rowsOfAllTables(*database);
     if (error || expectation.answer.value == operation.answerOnFailure) {
-        throw std::runtime_error(operation.name + " fails without a fault: " + error.description());
+        throw std::runtime_error(nameOf(operation) + " fails without a fault: " + error.description());
     }
     return expectation;
 }
@@ -296,7 +298,7 @@ SweepTally sweep(const Operation& operation, const FaultInjector& injector, cons
                  bool fromThenOn, int step) {
     const Expectation expectation = expectationOf(operation, options);
     SweepTally tally;
-    forEachFault(operation.name, injector, options, fromThenOn, step, [&](int number) {
+    forEachFault(nameOf(operation), injector, options, fromThenOn, step, [&](int number) {
         return Round(operation, expectation, options).run(injector, number, fromThenOn, tally);
     });
     return tally;

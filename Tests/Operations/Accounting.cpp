@@ -1,0 +1,105 @@
+#include <memory>
+
+#include "Operations/Answers.h"
+#include "Operations/Catalogue.h"
+#include "Operations/Statements.h"
+#include "Support/TestStore.h"
+
+namespace zav::test {
+namespace {
+
+std::shared_ptr<ZAVEventContent> partToUpdate() {
+    auto part = std::make_shared<ZAVEventContent>(ZAVDatabaseIdentifier{5}, uuidNumber(5), 0, "image/png",
+                                                  std::nullopt, 4096, ZAVURL::URLWithString("files/5/0"),
+                                                  ZAVURL::URLWithString("https://content.example.com/5/0"),
+                                                  ZAVDateFromSecondsSince1970(4000000000));
+    part->setTransferStatus(ZAVContentTransferComplete);
+    part->setLastAccessed(ZAVDateFromSecondsSince1970(1700000123));
+    return part;
+}
+
+}  // namespace
+
+std::vector<Operation> diskAccounting() {
+    using R = ZAVEventRepository;
+    const std::string part = partToUpdate()->description();
+    return {
+        {.owner = "ZAVEventRepository",
+         .name = "persistEventContentUpdate",
+         .call = [](const R& r,
+                    ZAVError* error) { return answer(r.persistEventContentUpdate(*partToUpdate(), error)); },
+         .log =
+             LogTexts{.function = "-[ZAVEventRepository persistEventContentUpdate:error:]",
+                      .verboseFormat = "persisting event content update for eventContent=%@",
+                      .verboseMessage = "persisting event content update for eventContent=" + part,
+                      .failureFormat = "failed persisting event content update for eventContent=%@ with %@",
+                      .failureMessage =
+                          "failed persisting event content update for eventContent=" + part + " with "},
+         .statements =
+             {{.text = "UPDATE event_content_parts SET access_expiration = ?, url = ?, size = ?, "
+                       "transfer_status = ?, file_path = ?, last_accessed = ?, purged = ? WHERE "
+                       "event_content_part_id = ? AND event_database_identifier = ?",
+               .plan = {"SEARCH event_content_parts USING INDEX event_content_parts_by_event_and_index "
+                        "(event_database_identifier=? AND event_content_part_id=?)"}}},
+         .brokenWithout = "event_content_parts",
+         .report = FailureReport::errorLine,
+         .answerOnFailure = "false"},
+        {.owner = "ZAVEventRepository",
+         .name = "totalDiskUtilizationOfEventContentPartsWithError",
+         .call =
+             [](const R& r, ZAVError* error) {
+                 return answer(r.totalDiskUtilizationOfEventContentPartsWithError(error));
+             },
+         .log =
+             LogTexts{.function = "-[ZAVEventRepository totalDiskUtilizationOfEventContentPartsWithError:]",
+                      .verboseFormat = "Calculating total disk utilization of all the event content parts.",
+                      .verboseMessage = "Calculating total disk utilization of all the event content parts.",
+                      .failureFormat =
+                          "Failed calculating total disk utilization of all the event content parts with %@",
+                      .failureMessage =
+                          "Failed calculating total disk utilization of all the event content parts with "},
+         .statements =
+             {{.text =
+                   "SELECT SUM(event_content_parts.size) FROM event_content_parts WHERE (transfer_status = ? "
+                   "OR transfer_status = ? OR transfer_status = ?) AND file_path IS NOT NULL AND size IS NOT "
+                   "NULL AND (purged = 0 OR purged IS NULL)",
+               .plan = {"SEARCH event_content_parts USING INDEX event_content_parts_by_transfer_status "
+                        "(transfer_status=?)"}}},
+         .brokenWithout = "event_content_parts",
+         .report = FailureReport::errorLine,
+         .answerOnFailure = "18446744073709551615",
+         .breaksOffSilently = true},
+        {.owner = "ZAVEventRepository",
+         .name = "leastRecentlyAccessedEventContentPartsForSize",
+         .call =
+             [](const R& r, ZAVError* error) {
+                 return answer(r.leastRecentlyAccessedEventContentPartsForSize(150, error));
+             },
+         .log = LogTexts{.function =
+                             "-[ZAVEventRepository leastRecentlyAccessedEventContentPartsForSize:error:]",
+                         .verboseFormat =
+                             "Collecting least recently accessed event content parts with external content "
+                             "with total size summing up to %lu byte(s).",
+                         .verboseMessage =
+                             "Collecting least recently accessed event content parts with external content "
+                             "with total size summing up to 150 byte(s).",
+                         .failureFormat =
+                             "Failed collecting least recently accessed event content parts with external "
+                             "content with total size summing up to %lu byte(s) with %@",
+                         .failureMessage =
+                             "Failed collecting least recently accessed event content parts with external "
+                             "content with total size summing up to 150 byte(s) with "},
+         .statements =
+             {{.text =
+                   partQuery("WHERE file_path IS NOT NULL AND transfer_status != ? AND transfer_status != ? "
+                             "AND last_accessed IS NOT NULL AND (purged = 0 OR purged IS NULL) ORDER BY "
+                             "last_accessed ASC"),
+               .plan = {"SEARCH event_content_parts USING INDEX event_content_parts_by_last_accessed "
+                        "(last_accessed>?)"}}},
+         .brokenWithout = "event_content_parts",
+         .report = FailureReport::errorLine,
+         .answerOnFailure = "none"},
+    };
+}
+
+}  // namespace zav::test

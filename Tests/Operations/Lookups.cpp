@@ -1,0 +1,120 @@
+#include <ZAVEventRepository/ZAVMessagePartObjectIdentifier.h>
+
+#include "Operations/Answers.h"
+#include "Operations/Catalogue.h"
+#include "Operations/Statements.h"
+#include "Support/TestStore.h"
+
+namespace zav::test {
+
+std::vector<Operation> contentLookups() {
+    using R = ZAVEventRepository;
+    return {
+        {.owner = "ZAVEventRepository",
+         .name = "eventContentDatabaseIdentifier",
+         .call = [](const R& r,
+                    ZAVError* error) { return answer(r.eventContentDatabaseIdentifier(9, error)); },
+         .log = LogTexts{.function = "-[ZAVEventRepository eventContentDatabaseIdentifier:error:]",
+                         .verboseFormat = "fetching event content part for databaseIdentifier=%lld",
+                         .verboseMessage = "fetching event content part for databaseIdentifier=9",
+                         .failureFormat = "failed to fetch event for databaseIdentifier=%lld %@",
+                         .failureMessage = "failed to fetch event for databaseIdentifier=9 "},
+         .statements = {{.text = partQuery("WHERE event_content_parts.database_identifier = ?"),
+                         .plan = {"SEARCH event_content_parts USING INTEGER PRIMARY KEY (rowid=?)"}}},
+         .brokenWithout = "event_content_parts",
+         .report = FailureReport::errorLine,
+         .answerOnFailure = "null"},
+        {.owner = "ZAVEventRepository",
+         .name = "eventContentForEventDatabaseIdentifier",
+         .call =
+             [](const R& r, ZAVError* error) {
+                 return answer(r.eventContentForEventDatabaseIdentifier(5, 1, error));
+             },
+         .log =
+             LogTexts{
+                 .function =
+                     "-[ZAVEventRepository eventContentForEventDatabaseIdentifier:eventContentIndex:error:]",
+                 .verboseFormat = "fetching event content part for eventDatabaseIdentifier=%lld index=%ld",
+                 .verboseMessage = "fetching event content part for eventDatabaseIdentifier=5 index=1",
+                 .failureFormat = "failed to fetch event for eventDatabaseIdentifier=%lld index=%ld %@",
+                 .failureMessage = "failed to fetch event for eventDatabaseIdentifier=5 index=1 "},
+         .statements =
+             {{.text = partQuery("WHERE event_database_identifier = ? AND event_content_part_id = ?"),
+               .plan = {"SEARCH event_content_parts USING INDEX event_content_parts_by_event_and_index "
+                        "(event_database_identifier=? AND event_content_part_id=?)"}}},
+         .brokenWithout = "event_content_parts",
+         .report = FailureReport::errorLine,
+         .answerOnFailure = "null"},
+        {.owner = "ZAVEventRepository",
+         .name = "eventContentForMessagePart",
+         .call =
+             [](const R& r, ZAVError* error) {
+                 return answer(
+                     r.eventContentForMessagePart(ZAVMessagePart(std::make_shared<ZAVMessage>(5), 0), error));
+             },
+         .log = LogTexts{.function = "-[ZAVEventRepository eventContentForMessagePart:error:]",
+                         .verboseFormat = "fetching event content part for messagePart=%@",
+                         .verboseMessage = "fetching event content part for messagePart=<ZAVMessagePart "
+                                           "message=<ZAVMessage databaseIdentifier=5> index=0>",
+                         .failureFormat = "failed to fetch event for messagePart=%@ %@",
+                         .failureMessage =
+                             "failed to fetch event for messagePart=<ZAVMessagePart message=<ZAVMessage "
+                             "databaseIdentifier=5> index=0> "},
+         .statements = {{.text = partQuery(
+                             "LEFT JOIN messages ON (event_content_parts.event_database_identifier = "
+                             "messages.event_database_identifier) WHERE messages.database_identifier = ? "
+                             "AND event_content_part_id = ?"),
+                         .plan = {"SEARCH messages USING INTEGER PRIMARY KEY (rowid=?)"}}},
+         .brokenWithout = "event_content_parts",
+         .report = FailureReport::errorLine,
+         .answerOnFailure = "null"},
+        {.owner = "ZAVEventRepository",
+         .name = "eventContentForMessagePartObjectIdentifier",
+         .call =
+             [](const R& r, ZAVError* error) {
+                 return answer(r.eventContentForMessagePartObjectIdentifier(
+                     ZAVMakeMessagePartObjectIdentifier(uuidNumber(5), 1), error));
+             },
+         .log =
+             LogTexts{
+                 .function = "-[ZAVEventRepository eventContentForMessagePartObjectIdentifier:error:]",
+                 .verboseFormat = "fetching event content part for messagePart->objectIdentifier=%@",
+                 .verboseMessage =
+                     "fetching event content part for "
+                     "messagePart->objectIdentifier=zav:///messages/11111111-1111-1111-1111-111111111105/parts/1",
+                 .failureFormat = "failed event content part for messagePart->objectIdentifier=%@ %@",
+                 .failureMessage =
+                     "failed event content part for messagePart->objectIdentifier=zav:///messages/"
+                     "11111111-1111-1111-1111-111111111105/parts/1 "},
+         .statements = {{.text = partQuery(
+                             "WHERE events.client_id = ? AND event_content_parts.event_content_part_id = ?"),
+                         .plan = {"SEARCH events USING INDEX events_by_client_id (client_id=?)"}}},
+         .brokenWithout = "event_content_parts",
+         .report = FailureReport::errorLine,
+         .answerOnFailure = "null"},
+        {.owner = "ZAVEventRepository",
+         .name = "eventContentForExternalContentURL",
+         .call =
+             [](const R& r, ZAVError* error) {
+                 return answer(r.eventContentForExternalContentURL(
+                     *ZAVURL::URLWithString("https://content.example.com/upload/14"), error));
+             },
+         .log =
+             LogTexts{
+                 .function = "-[ZAVEventRepository eventContentForExternalContentURL:error:]",
+                 .verboseFormat = "fetching event content part for externalContentURL=%@",
+                 .verboseMessage = "fetching event content part for "
+                                   "externalContentURL=https://content.example.com/upload/14",
+                 .failureFormat = "failed event content part for externalContentURL=%@ %@",
+                 .failureMessage =
+                     "failed event content part for externalContentURL=https://content.example.com/upload/14 "},
+         .statements =
+             {{.text = partQuery("WHERE event_content_parts.url = ?"),
+               .plan = {"SEARCH event_content_parts USING INDEX event_content_parts_by_url (url=?)"}}},
+         .brokenWithout = "event_content_parts",
+         .report = FailureReport::errorLine,
+         .answerOnFailure = "null"},
+    };
+}
+
+}  // namespace zav::test

@@ -1,0 +1,322 @@
+#include <ZAVEventRepository/ZAVConversationRepository.h>
+#include <ZAVEventRepository/ZAVKeyedValueRepository.h>
+#include <ZAVEventRepository/ZAVMessageRepository.h>
+#include <ZAVEventRepository/ZAVStreamRepository.h>
+#include <ZAVEventRepository/ZAVSyncedChangeRepository.h>
+#include <ZAVEventRepository/ZAVTransaction.h>
+
+#include <iterator>
+#include <memory>
+#include <utility>
+#include <variant>
+
+#include "Operations/Answers.h"
+#include "Operations/Catalogue.h"
+#include "Operations/FilledStore.h"
+#include "Support/TestStore.h"
+
+namespace zav::test {
+namespace {
+
+constexpr const char* noRow = "9223372036854775807";
+
+/// A neighbour on the handle of the repository, which keeps it open meanwhile.
+template <class Repository>
+Repository on(const ZAVEventRepository& repository) {
+    return Repository(std::shared_ptr<FMDatabase>(std::shared_ptr<void>(), &repository.database()));
+}
+
+/// A number that is not there is no failure: only the error tells.
+template <class Read>
+Answer answerOfSeq(ZAVError* error, const Read& read) {
+    ZAVError own;
+    const std::optional<ZAVSequence> seq = read(&own);
+    if (own) {
+        ZAVStoreError(error, own);
+        return {"none"};
+    }
+    return {seq ? std::to_string(*seq) : "no sequence"};
+}
+
+/// The keyed values of the event in row 1.
+ZAVKeyedValuesContext valuesIn(ZAVKeyedValuesTable table) {
+    return ZAVKeyedValuesContext::contextWithTable(table, "event", 1, ZAVKeyedValuesKeyTypeTransient);
+}
+
+std::vector<Operation> streamOperations() {
+    using R = ZAVEventRepository;
+    const ExpectedStatement find{
+        .text = "SELECT database_identifier FROM streams WHERE stream_id = ?",
+        .plan = {"SEARCH streams USING COVERING INDEX streams_by_stream_id (stream_id=?)"}};
+    const ExpectedStatement insertion{.text = "INSERT INTO streams (stream_id) VALUES (?)"};
+    const std::vector<std::string> byRow{"SEARCH streams USING INTEGER PRIMARY KEY (rowid=?)"};
+    return {
+        {.owner = "ZAVStreamRepository",
+         .name = "streamDatabaseIdentifierForUUID",
+         .call =
+             [](const R& r, ZAVError* error) {
+                 return answerOfRow(on<ZAVStreamRepository>(r).streamDatabaseIdentifierForUUID(
+                     publishedStreamUUID(), error));
+             },
+         .statements = {find},
+         .brokenWithout = "streams",
+         .answerOnFailure = noRow},
+        {.owner = "ZAVStreamRepository",
+         .name = "findOrCreateStreamWithUUID",
+         .variant = "OfANewStream",
+         .call =
+             [](const R& r, ZAVError* error) {
+                 return answerOfRow(
+                     on<ZAVStreamRepository>(r).findOrCreateStreamWithUUID(uuidNumber(0xBB), error));
+             },
+         .statements = {find, insertion},
+         .brokenWithout = "streams",
+         .answerOnFailure = noRow},
+        {.owner = "ZAVStreamRepository",
+         .name = "findOrCreateStreamWithUUID",
+         .variant = "OfAKnownStream",
+         .call =
+             [](const R& r, ZAVError* error) {
+                 return answerOfRow(
+                     on<ZAVStreamRepository>(r).findOrCreateStreamWithUUID(publishedStreamUUID(), error));
+             },
+         .statements = {find},
+         .brokenWithout = "streams",
+         .answerOnFailure = noRow},
+        {.owner = "ZAVStreamRepository",
+         .name = "createStreamWithoutUUID",
+         .call =
+             [](const R& r, ZAVError* error) {
+                 return answerOfRow(on<ZAVStreamRepository>(r).createStreamWithoutUUID(error));
+             },
+         .statements = {insertion},
+         .brokenWithout = "streams",
+         .answerOnFailure = noRow,
+         .isRepeatable = false},
+        {.owner = "ZAVStreamRepository",
+         .name = "setUUID",
+         .call =
+             [](const R& r, ZAVError* error) {
+                 return answer(
+                     on<ZAVStreamRepository>(r).setUUID(uuidNumber(0xCC), unpublishedStream, error));
+             },
+         .statements = {{.text = "UPDATE streams SET stream_id = ? WHERE database_identifier = ?",
+                         .plan = byRow}},
+         .brokenWithout = "streams",
+         .answerOnFailure = "false"},
+        {.owner = "ZAVStreamRepository",
+         .name = "setSeq",
+         .call =
+             [](const R& r, ZAVError* error) {
+                 return answer(on<ZAVStreamRepository>(r).setSeq(77, publishedStream, error));
+             },
+         .statements = {{.text = "UPDATE streams SET seq = ? WHERE database_identifier = ?", .plan = byRow}},
+         .brokenWithout = "streams",
+         .answerOnFailure = "false"},
+        {.owner = "ZAVStreamRepository",
+         .name = "countOfStreams",
+         .call =
+             [](const R& r, ZAVError* error) {
+                 const auto count = on<ZAVStreamRepository>(r).countOfStreams(error);
+                 return count ? answer(ZAVSize{*count}) : Answer{"none"};
+             },
+         .statements = {{.text = "SELECT COUNT(*) FROM streams",
+                         .plan = {"SCAN streams USING COVERING INDEX streams_by_stream_id"}}},
+         .brokenWithout = "streams",
+         .answerOnFailure = "none"},
+    };
+}
+
+std::vector<Operation> conversationOperations() {
+    using R = ZAVEventRepository;
+    return {
+        {.owner = "ZAVConversationRepository",
+         .name = "findOrCreateConversationWithStreamUUID",
+         .call =
+             [](const R& r, ZAVError* error) {
+                 return answerOfRow(on<ZAVConversationRepository>(r).findOrCreateConversationWithStreamUUID(
+                     uuidNumber(0xBB), error));
+             },
+         .statements =
+             {{.text = "SELECT database_identifier FROM conversations WHERE stream_id = ?",
+               .plan =
+                   {"SEARCH conversations USING COVERING INDEX conversations_by_stream_id (stream_id=?)"}},
+              {.text = "INSERT INTO conversations (stream_id) VALUES (?)"}},
+         .brokenWithout = "conversations",
+         .answerOnFailure = noRow},
+        {.owner = "ZAVConversationRepository",
+         .name = "addParticipant",
+         .call =
+             [](const R& r, ZAVError* error) {
+                 return answer(on<ZAVConversationRepository>(r).addParticipant("member-2", 1, error));
+             },
+         .statements =
+             {{.text = "INSERT OR IGNORE INTO conversation_participants (conversation_database_identifier, "
+                       "member_id) VALUES (?, ?)"}},
+         .brokenWithout = "conversation_participants",
+         .answerOnFailure = "false"},
+        {.owner = "ZAVConversationRepository",
+         .name = "seqOfParticipant",
+         .call =
+             [](const R& r, ZAVError* error) {
+                 return answerOfSeq(error, [&](ZAVError* own) {
+                     return on<ZAVConversationRepository>(r).seqOfParticipant("member-1", 1, own);
+                 });
+             },
+         .statements =
+             {{.text = "SELECT seq FROM conversation_participants WHERE conversation_database_identifier = ? "
+                       "AND member_id = ?",
+               .plan = {"SEARCH conversation_participants USING INDEX conversation_participants_by_member "
+                        "(conversation_database_identifier=? AND member_id=?)"}}},
+         .brokenWithout = "conversation_participants",
+         .answerOnFailure = "none"},
+        {.owner = "ZAVMessageRepository",
+         .name = "findOrCreateMessageForEventDatabaseIdentifier",
+         .call =
+             [](const R& r, ZAVError* error) {
+                 const auto message =
+                     on<ZAVMessageRepository>(r).findOrCreateMessageForEventDatabaseIdentifier(21, error);
+                 return Answer{message ? message->description() : "null"};
+             },
+         .statements =
+             {{.text = "SELECT database_identifier FROM messages WHERE event_database_identifier = ?",
+               .plan =
+                   {"SEARCH messages USING COVERING INDEX messages_by_event (event_database_identifier=?)"}},
+              {.text = "INSERT INTO messages (event_database_identifier) VALUES (?)"}},
+         .brokenWithout = "messages",
+         .answerOnFailure = "null"},
+        {.owner = "ZAVMessageRepository",
+         .name = "seqOfMessage",
+         .call =
+             [](const R& r, ZAVError* error) {
+                 return answerOfSeq(error, [&](ZAVError* own) {
+                     return on<ZAVMessageRepository>(r).seqOfMessage(ZAVMessage(5), own);
+                 });
+             },
+         .statements = {{.text = "SELECT seq FROM messages WHERE database_identifier = ?",
+                         .plan = {"SEARCH messages USING INTEGER PRIMARY KEY (rowid=?)"}}},
+         .brokenWithout = "messages",
+         .answerOnFailure = "none"},
+    };
+}
+
+/// The operations on keyed values in one of their two tables.
+std::vector<Operation> valueOperations(ZAVKeyedValuesTable table, const std::string& name,
+                                       const std::string& variant) {
+    using R = ZAVEventRepository;
+    const ExpectedStatement stored{
+        .text = "SELECT key, value, typeof(value) = 'blob' FROM " + name +
+                " WHERE object_database_identifier = ? AND object_type = ? AND key_type = ?",
+        .plan = {"SEARCH " + name +
+                 " USING PRIMARY KEY (object_database_identifier=? AND object_type=? AND key_type=?)"}};
+    const ExpectedStatement compared{
+        .text =
+            "SELECT key, value, typeof(value) = 'blob', timestamp, typeof(key) = 'text' AND typeof(value) IN "
+            "('text', 'blob') AND typeof(timestamp) IN ('real', 'null') FROM " +
+            name + " WHERE object_database_identifier = ? AND object_type = ? AND key_type = ?",
+        .plan = stored.plan};
+    const ExpectedStatement setting{
+        .text =
+            "INSERT OR REPLACE INTO " + name +
+            " (object_database_identifier, object_type, key_type, key, value, timestamp) VALUES (?, ?, ?, ?, ?, ?)"};
+    const ExpectedStatement removal{
+        .text = "DELETE FROM " + name +
+                " WHERE object_database_identifier = ? AND object_type = ? AND key_type = ? AND key = ?",
+        .plan = {
+            "SEARCH " + name +
+            " USING PRIMARY KEY (object_database_identifier=? AND object_type=? AND key_type=? AND key=?)"}};
+    // In the filled store only the remote object has values, one of which is not in the new dictionary.
+    const bool removes = table == ZAVKeyedValuesTableRemote;
+    return {
+        {.owner = "ZAVKeyedValueRepository",
+         .name = "setKeyedValuesWithDictionary",
+         .variant = variant,
+         .call =
+             [table](const R& r, ZAVError* error) {
+                 const ZAVDictionary values{{"locale", std::string("fr")}, {"key", ZAVData("\xFF", 1)}};
+                 return answer(on<ZAVKeyedValueRepository>(r).setKeyedValuesWithDictionary(
+                     values, ZAVDateFromSecondsSince1970(1700000000), valuesIn(table), error));
+             },
+         .statements = removes ? std::vector{compared, setting, removal} : std::vector{compared, setting},
+         .brokenWithout = name,
+         .answerOnFailure = "false",
+         .isAtomic = false},
+        {.owner = "ZAVKeyedValueRepository",
+         .name = "keyedValuesInContext",
+         .variant = variant,
+         .call =
+             [table](const R& r, ZAVError* error) {
+                 const auto values =
+                     on<ZAVKeyedValueRepository>(r).keyedValuesInContext(valuesIn(table), error);
+                 Answer found{values ? "values" : "none"};
+                 if (values) {
+                     for (const auto& [key, value] : values->keyedValues()) {
+                         const auto* const text = std::get_if<std::string>(&value);
+                         found.value += " " + key + "=" + (text != nullptr ? *text : "bytes");
+                     }
+                 }
+                 return found;
+             },
+         .statements = {stored},
+         .brokenWithout = name,
+         .answerOnFailure = "none"},
+    };
+}
+
+std::vector<Operation> changeOperations() {
+    using R = ZAVEventRepository;
+    return {
+        {.owner = "ZAVSyncedChangeRepository",
+         .name = "recordChange",
+         .call =
+             [](const R& r, ZAVError* error) {
+                 return answer(on<ZAVSyncedChangeRepository>(r).recordChange(
+                     "events", 1, ZAVSyncedChangeTypeUpdate, error));
+             },
+         .statements =
+             {{.text =
+                   "INSERT INTO synced_changes (table_name, row_identifier, change_type) VALUES (?, ?, ?)"}},
+         .brokenWithout = "synced_changes",
+         .answerOnFailure = "false",
+         // Each call adds a row.
+         .isRepeatable = false},
+    };
+}
+
+/// Storing events in a transaction.
+Operation transactionAroundPersisting() {
+    const Operation persisting = eventPersistence().front();
+    std::vector<ExpectedStatement> statements{{.text = "BEGIN IMMEDIATE"}};
+    statements.insert(statements.end(), persisting.statements.begin(), persisting.statements.end());
+    statements.push_back({.text = "COMMIT"});
+    return {
+        .owner = "ZAVTransaction",
+        .name = "begin",
+        .variant = "AndPersistEvents",
+        .call =
+            [persist = persisting.call](const ZAVEventRepository& r, ZAVError* error) {
+                auto transaction = ZAVTransaction::begin(r.database(), error);
+                return answer(transaction && persist(r, error).value == "true" && transaction->commit(error));
+            },
+        .log = persisting.log,
+        .statements = statements,
+        .brokenWithout = "events",
+        .report = FailureReport::outParameterOnly,
+        .answerOnFailure = "false"};
+}
+
+}  // namespace
+
+std::vector<Operation> neighbours() {
+    std::vector<Operation> all = streamOperations();
+    for (auto group : {conversationOperations(),
+                       valueOperations(ZAVKeyedValuesTableRemote, "keyed_values_remote", "InTheRemoteTable"),
+                       valueOperations(ZAVKeyedValuesTableLocal, "keyed_values_local", "InTheLocalTable"),
+                       changeOperations()}) {
+        all.insert(all.end(), std::make_move_iterator(group.begin()), std::make_move_iterator(group.end()));
+    }
+    all.push_back(transactionAroundPersisting());
+    return all;
+}
+
+}  // namespace zav::test

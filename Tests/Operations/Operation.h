@@ -1,0 +1,94 @@
+#pragma once
+
+#include <ZAVEventRepository/ZAVEventRepository.h>
+
+#include <functional>
+#include <iosfwd>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace zav::test {
+
+/// What an operation answered.
+struct Answer {
+    std::string value{};  ///< "true", "none", a number, "set" ...
+    std::vector<std::shared_ptr<ZAVEvent>> events{};
+    std::vector<std::shared_ptr<ZAVEventContent>> contents{};
+
+    /// All of it: the value, then each record with every field, its metadata and its parts.
+    [[nodiscard]] std::vector<std::string> text() const;
+};
+
+/// How an operation tells that it failed, beside its answer.
+enum class FailureReport {
+    errorLine,         ///< the error cell and an error line, which end with the same error
+    verboseLine,       ///< the same, but as a verbose line
+    outParameterOnly,  ///< the error cell alone
+    nothing,           ///< the answer alone
+};
+
+/// The two lines of an operation, as formats and as they read for the call of its entry.
+struct LogTexts {
+    std::string function{};
+    std::string verboseFormat{};
+    std::string verboseMessage{};
+    std::string failureFormat{};
+    std::string failureMessage{};  ///< up to the error, with which it ends
+};
+
+/// A statement that an operation runs.
+struct ExpectedStatement {
+    /// As it is prepared.
+    std::string text;
+
+    /// The first steps of the engine's plan for it, which name the index that finds its rows; none for a
+    /// statement that looks for no row.
+    std::vector<std::string> plan{};
+
+    /// Whether no index yields the rows in the order that it asks for.
+    bool sorts = false;
+};
+
+/// An entry of the catalogue: one public operation, and all that can be said of every operation alike.
+///
+/// Its texts and statements are written out here and taken from nowhere, so that they hold the product to
+/// them.
+struct Operation {
+    std::string owner{};    ///< the class it is a member of
+    std::string name{};     ///< the member's name
+    std::string variant{};  ///< what tells two entries of one operation apart
+
+    /// Calls it on a store that `fillStore` has filled. Each call brings new records.
+    std::function<Answer(const ZAVEventRepository& repository, ZAVError* error)> call{};
+
+    std::optional<LogTexts> log{};  ///< none when it logs nothing
+
+    /// What the call runs, each statement once, in the order in which they first run.
+    std::vector<ExpectedStatement> statements{};
+
+    /// A table without which the call fails.
+    std::string brokenWithout{};
+
+    FailureReport report = FailureReport::outParameterOnly;
+    std::string answerOnFailure{};
+
+    /// Whether a statement that breaks off while it yields its row is not reported.
+    bool breaksOffSilently = false;
+
+    /// Whether an event whose parts cannot be read does not count as complete, and is left out.
+    bool leavesOutIncomplete = false;
+
+    /// Whether it changes everything or nothing.
+    bool isAtomic = true;
+
+    /// Whether doing it a second time changes nothing more.
+    bool isRepeatable = true;
+};
+
+/// The operation's name and its variant, as a test's name.
+[[nodiscard]] std::string nameOf(const Operation& operation);
+std::ostream& operator<<(std::ostream& stream, const Operation& operation);
+
+}  // namespace zav::test

@@ -1,0 +1,77 @@
+#include "Operations/Answers.h"
+#include "Operations/Catalogue.h"
+#include "Operations/FilledStore.h"
+
+namespace zav::test {
+
+std::vector<Operation> sequenceUpdates() {
+    using R = ZAVEventRepository;
+    return {
+        {.owner = "ZAVEventRepository",
+         .name = "updateObject",
+         .call =
+             [](const R& r, ZAVError* error) {
+                 auto event = draft(23);
+                 event->set_seq(23);
+                 event->set_creator_id("member-9");
+                 return answer(r.updateObject(*event, error));
+             },
+         .statements =
+             {{.text =
+                   "UPDATE events SET seq = ?, creator_id = ?, timestamp = ? WHERE database_identifier = ?",
+               .plan = {"SEARCH events USING INTEGER PRIMARY KEY (rowid=?)"}}},
+         .brokenWithout = "events",
+         .report = FailureReport::nothing,
+         .answerOnFailure = "false"},
+        {.owner = "ZAVEventRepository",
+         .name = "persistConversationsParticipantsSeq",
+         .call =
+             [](const R& r, ZAVError* error) {
+                 return answer(
+                     r.persistConversationsParticipantsSeq(11, "member-1", publishedStreamUUID(), error));
+             },
+         .log =
+             LogTexts{
+                 .function =
+                     "-[ZAVEventRepository persistConversationsParticipantsSeq:memberID:streamIdentifier:error:]",
+                 .verboseFormat =
+                     "persisting conversations participant's seq:%u for member:%@ with stream identifier:%@",
+                 .verboseMessage =
+                     "persisting conversations participant's seq:11 for member:member-1 with stream "
+                     "identifier:11111111-1111-1111-1111-1111111111aa",
+                 .failureFormat =
+                     "failed persisting conversations participant's seq:%u for member:%@ with stream "
+                     "identifier:%@ with %@",
+                 .failureMessage =
+                     "failed persisting conversations participant's seq:11 for member:member-1 with stream "
+                     "identifier:11111111-1111-1111-1111-1111111111aa with "},
+         .statements =
+             {{.text = "SELECT conversations.database_identifier FROM conversations WHERE "
+                       "conversations.stream_id = ?",
+               .plan =
+                   {"SEARCH conversations USING COVERING INDEX conversations_by_stream_id (stream_id=?)"}},
+              {.text = "UPDATE conversation_participants SET seq = ? WHERE member_id = ? AND "
+                       "conversation_database_identifier = ?",
+               .plan = {"SEARCH conversation_participants USING INDEX conversation_participants_by_member "
+                        "(conversation_database_identifier=? AND member_id=?)"}}},
+         .brokenWithout = "conversation_participants",
+         .report = FailureReport::verboseLine,
+         .answerOnFailure = "false"},
+        {.owner = "ZAVEventRepository",
+         .name = "persistMessageSeq",
+         .call = [](const R& r, ZAVError* error) { return answer(r.persistMessageSeq(12, 5, error)); },
+         .log = LogTexts{.function = "-[ZAVEventRepository persistMessageSeq:eventDatabaseIdentifier:error:]",
+                         .verboseFormat = "updating message's seq:%d event database ID:%llu",
+                         .verboseMessage = "updating message's seq:12 event database ID:5",
+                         .failureFormat = "failed to update message's seq:%d event database ID:%llu with %@",
+                         .failureMessage = "failed to update message's seq:12 event database ID:5 with "},
+         .statements =
+             {{.text = "UPDATE messages SET seq = ? WHERE event_database_identifier = ?",
+               .plan = {"SEARCH messages USING INDEX messages_by_event (event_database_identifier=?)"}}},
+         .brokenWithout = "messages",
+         .report = FailureReport::errorLine,
+         .answerOnFailure = "false"},
+    };
+}
+
+}  // namespace zav::test

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <string>
+
+#include "Operations/Operation.h"
+
+namespace zav::test {
+
+/// The statement of an event query: the columns of an event and of its stream, and `furtherColumns`, from
+/// `rest` on.
+[[nodiscard]] inline std::string eventQuery(const std::string& rest, const std::string& furtherColumns = "") {
+    return "SELECT events.client_id, events.client_seq, events.creator_id, events.member_id, events.preceding_seq, "
+           "events.stream_database_identifier, events.subtype, events.target_seq, events.timestamp, events.type, "
+           "events.seq AS event_seq, events.database_identifier AS event_database_identifier, "
+           "streams.stream_id AS event_stream_id, streams.seq AS streams_seq, events.creator_name" +
+           furtherColumns +
+           " FROM events LEFT JOIN streams ON (events.stream_database_identifier = streams.database_identifier)" +
+           rest;
+}
+
+/// The statement of a lookup or a queue: the columns of a part and of what it belongs to, and
+/// `furtherColumn`, where `condition` holds.
+[[nodiscard]] inline std::string partQuery(const std::string& condition,
+                                           const std::string& furtherColumn = "") {
+    return "SELECT event_content_parts.event_content_part_id, event_content_parts.event_database_identifier, "
+           "event_content_parts.type, event_content_parts.value, event_content_parts.access_expiration, "
+           "event_content_parts.url, event_content_parts.size, event_content_parts.transfer_status, "
+           "event_content_parts.file_path, event_content_parts.last_accessed, event_content_parts.purged, "
+           "events.client_id, events.seq, streams.stream_id" +
+           furtherColumn +
+           " FROM event_content_parts LEFT JOIN events ON (events.database_identifier = "
+           "event_content_parts.event_database_identifier) LEFT JOIN streams ON (streams.database_identifier = "
+           "events.stream_database_identifier) " +
+           condition;
+}
+
+/// What the mapper runs for each event.
+[[nodiscard]] inline ExpectedStatement metadataOfAnEvent() {
+    return {
+        .text =
+            "SELECT key, value, typeof(value) = 'blob' FROM keyed_values_remote WHERE "
+            "object_database_identifier = ? AND object_type = ? AND key_type = ?",
+        .plan = {
+            "SEARCH keyed_values_remote USING PRIMARY KEY (object_database_identifier=? AND object_type=? AND "
+            "key_type=?)"}};
+}
+
+[[nodiscard]] inline ExpectedStatement partsOfAnEvent() {
+    return {.text = partQuery(
+                "WHERE event_database_identifier = ? ORDER BY event_content_parts.event_content_part_id ASC"),
+            .plan = {"SEARCH event_content_parts USING INDEX event_content_parts_by_event_and_index "
+                     "(event_database_identifier=?)"}};
+}
+
+}  // namespace zav::test
