@@ -39,11 +39,15 @@ std::vector<Operation> diskAccounting() {
              {{.text = "UPDATE event_content_parts SET access_expiration = ?, url = ?, size = ?, "
                        "transfer_status = ?, file_path = ?, last_accessed = ?, purged = ? WHERE "
                        "event_content_part_id = ? AND event_database_identifier = ?",
+               .values = {"4000000000.0", "'https://content.example.com/5/0'", "4096", "4", "'files/5/0'",
+                          "1700000123.0", "0", "0", "5"},
                .plan = {"SEARCH event_content_parts USING INDEX event_content_parts_by_event_and_index "
                         "(event_database_identifier=? AND event_content_part_id=?)"}}},
-         .brokenWithout = "event_content_parts",
-         .report = FailureReport::errorLine,
-         .answerOnFailure = "false"},
+         .needs = {"event_content_parts"},
+         .answer = "true",
+         .answerFromEmptyTables = "true",
+         .answerOnFailure = "false",
+         .report = FailureReport::errorLine},
         {.owner = "ZAVEventRepository",
          .name = "totalDiskUtilizationOfEventContentPartsWithError",
          .call =
@@ -63,11 +67,15 @@ std::vector<Operation> diskAccounting() {
                    "SELECT SUM(event_content_parts.size) FROM event_content_parts WHERE (transfer_status = ? "
                    "OR transfer_status = ? OR transfer_status = ?) AND file_path IS NOT NULL AND size IS NOT "
                    "NULL AND (purged = 0 OR purged IS NULL)",
+               .values = {"0", "1", "4"},
                .plan = {"SEARCH event_content_parts USING INDEX event_content_parts_by_transfer_status "
                         "(transfer_status=?)"}}},
-         .brokenWithout = "event_content_parts",
-         .report = FailureReport::errorLine,
+         .needs = {"event_content_parts"},
+         .answer = "1800",
+         .answerFromEmptyTables = "0",
          .answerOnFailure = "18446744073709551615",
+         .report = FailureReport::errorLine,
+         .tellsTheCallerFirst = true,
          .breaksOffSilently = true},
         {.owner = "ZAVEventRepository",
          .name = "leastRecentlyAccessedEventContentPartsForSize",
@@ -94,11 +102,15 @@ std::vector<Operation> diskAccounting() {
                    partQuery("WHERE file_path IS NOT NULL AND transfer_status != ? AND transfer_status != ? "
                              "AND last_accessed IS NOT NULL AND (purged = 0 OR purged IS NULL) ORDER BY "
                              "last_accessed ASC"),
+               .values = {"0", "1"},
                .plan = {"SEARCH event_content_parts USING INDEX event_content_parts_by_last_accessed "
                         "(last_accessed>?)"}}},
-         .brokenWithout = "event_content_parts",
+         .needs = {"event_content_parts", "events", "streams"},
+         .answer = "set of 2",
+         .answerFromEmptyTables = "set of 0",
+         .answerOnFailure = "none",
          .report = FailureReport::errorLine,
-         .answerOnFailure = "none"},
+         .tellsTheCallerFirst = true},
     };
 }
 

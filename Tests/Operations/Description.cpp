@@ -67,6 +67,10 @@ std::vector<std::string> describeMetadata(const ZAVEvent& event) {
     return entries;
 }
 
+std::string Answer::summary() const {
+    return value == "set" ? "set of " + std::to_string(events.size() + contents.size()) : value;
+}
+
 std::vector<std::string> Answer::text() const {
     std::vector<std::string> lines{value};
     for (const auto& event : events) {

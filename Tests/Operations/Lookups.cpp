@@ -7,73 +7,83 @@
 
 namespace zav::test {
 
+// All of them find the part at index 1 of the event in row 14.
 std::vector<Operation> contentLookups() {
     using R = ZAVEventRepository;
     return {
         {.owner = "ZAVEventRepository",
          .name = "eventContentDatabaseIdentifier",
          .call = [](const R& r,
-                    ZAVError* error) { return answer(r.eventContentDatabaseIdentifier(9, error)); },
+                    ZAVError* error) { return answer(r.eventContentDatabaseIdentifier(28, error)); },
          .log = LogTexts{.function = "-[ZAVEventRepository eventContentDatabaseIdentifier:error:]",
                          .verboseFormat = "fetching event content part for databaseIdentifier=%lld",
-                         .verboseMessage = "fetching event content part for databaseIdentifier=9",
+                         .verboseMessage = "fetching event content part for databaseIdentifier=28",
                          .failureFormat = "failed to fetch event for databaseIdentifier=%lld %@",
-                         .failureMessage = "failed to fetch event for databaseIdentifier=9 "},
+                         .failureMessage = "failed to fetch event for databaseIdentifier=28 "},
          .statements = {{.text = partQuery("WHERE event_content_parts.database_identifier = ?"),
+                         .values = {"28"},
                          .plan = {"SEARCH event_content_parts USING INTEGER PRIMARY KEY (rowid=?)"}}},
-         .brokenWithout = "event_content_parts",
-         .report = FailureReport::errorLine,
-         .answerOnFailure = "null"},
+         .needs = {"event_content_parts", "events", "streams"},
+         .answer = "part",
+         .answerFromEmptyTables = "null",
+         .answerOnFailure = "null",
+         .report = FailureReport::errorLine},
         {.owner = "ZAVEventRepository",
          .name = "eventContentForEventDatabaseIdentifier",
          .call =
              [](const R& r, ZAVError* error) {
-                 return answer(r.eventContentForEventDatabaseIdentifier(5, 1, error));
+                 return answer(r.eventContentForEventDatabaseIdentifier(14, 1, error));
              },
          .log =
              LogTexts{
                  .function =
                      "-[ZAVEventRepository eventContentForEventDatabaseIdentifier:eventContentIndex:error:]",
                  .verboseFormat = "fetching event content part for eventDatabaseIdentifier=%lld index=%ld",
-                 .verboseMessage = "fetching event content part for eventDatabaseIdentifier=5 index=1",
+                 .verboseMessage = "fetching event content part for eventDatabaseIdentifier=14 index=1",
                  .failureFormat = "failed to fetch event for eventDatabaseIdentifier=%lld index=%ld %@",
-                 .failureMessage = "failed to fetch event for eventDatabaseIdentifier=5 index=1 "},
+                 .failureMessage = "failed to fetch event for eventDatabaseIdentifier=14 index=1 "},
          .statements =
              {{.text = partQuery("WHERE event_database_identifier = ? AND event_content_part_id = ?"),
+               .values = {"14", "1"},
                .plan = {"SEARCH event_content_parts USING INDEX event_content_parts_by_event_and_index "
                         "(event_database_identifier=? AND event_content_part_id=?)"}}},
-         .brokenWithout = "event_content_parts",
-         .report = FailureReport::errorLine,
-         .answerOnFailure = "null"},
+         .needs = {"event_content_parts", "events", "streams"},
+         .answer = "part",
+         .answerFromEmptyTables = "null",
+         .answerOnFailure = "null",
+         .report = FailureReport::errorLine},
         {.owner = "ZAVEventRepository",
          .name = "eventContentForMessagePart",
          .call =
              [](const R& r, ZAVError* error) {
-                 return answer(
-                     r.eventContentForMessagePart(ZAVMessagePart(std::make_shared<ZAVMessage>(5), 0), error));
+                 return answer(r.eventContentForMessagePart(
+                     ZAVMessagePart(std::make_shared<ZAVMessage>(14), 1), error));
              },
          .log = LogTexts{.function = "-[ZAVEventRepository eventContentForMessagePart:error:]",
                          .verboseFormat = "fetching event content part for messagePart=%@",
                          .verboseMessage = "fetching event content part for messagePart=<ZAVMessagePart "
-                                           "message=<ZAVMessage databaseIdentifier=5> index=0>",
+                                           "message=<ZAVMessage databaseIdentifier=14> index=1>",
                          .failureFormat = "failed to fetch event for messagePart=%@ %@",
                          .failureMessage =
                              "failed to fetch event for messagePart=<ZAVMessagePart message=<ZAVMessage "
-                             "databaseIdentifier=5> index=0> "},
+                             "databaseIdentifier=14> index=1> "},
          .statements = {{.text = partQuery(
                              "LEFT JOIN messages ON (event_content_parts.event_database_identifier = "
                              "messages.event_database_identifier) WHERE messages.database_identifier = ? "
                              "AND event_content_part_id = ?"),
+                         .values = {"14", "1"},
                          .plan = {"SEARCH messages USING INTEGER PRIMARY KEY (rowid=?)"}}},
-         .brokenWithout = "event_content_parts",
-         .report = FailureReport::errorLine,
-         .answerOnFailure = "null"},
+         .needs = {"event_content_parts", "events", "streams", "messages"},
+         .answer = "part",
+         .answerFromEmptyTables = "null",
+         .answerOnFailure = "null",
+         .report = FailureReport::errorLine},
         {.owner = "ZAVEventRepository",
          .name = "eventContentForMessagePartObjectIdentifier",
          .call =
              [](const R& r, ZAVError* error) {
                  return answer(r.eventContentForMessagePartObjectIdentifier(
-                     ZAVMakeMessagePartObjectIdentifier(uuidNumber(5), 1), error));
+                     ZAVMakeMessagePartObjectIdentifier(uuidNumber(14), 1), error));
              },
          .log =
              LogTexts{
@@ -81,17 +91,20 @@ std::vector<Operation> contentLookups() {
                  .verboseFormat = "fetching event content part for messagePart->objectIdentifier=%@",
                  .verboseMessage =
                      "fetching event content part for "
-                     "messagePart->objectIdentifier=zav:///messages/11111111-1111-1111-1111-111111111105/parts/1",
+                     "messagePart->objectIdentifier=zav:///messages/11111111-1111-1111-1111-11111111110e/parts/1",
                  .failureFormat = "failed event content part for messagePart->objectIdentifier=%@ %@",
                  .failureMessage =
                      "failed event content part for messagePart->objectIdentifier=zav:///messages/"
-                     "11111111-1111-1111-1111-111111111105/parts/1 "},
+                     "11111111-1111-1111-1111-11111111110e/parts/1 "},
          .statements = {{.text = partQuery(
                              "WHERE events.client_id = ? AND event_content_parts.event_content_part_id = ?"),
+                         .values = {"x'1111111111111111111111111111110e'", "1"},
                          .plan = {"SEARCH events USING INDEX events_by_client_id (client_id=?)"}}},
-         .brokenWithout = "event_content_parts",
-         .report = FailureReport::errorLine,
-         .answerOnFailure = "null"},
+         .needs = {"event_content_parts", "events", "streams"},
+         .answer = "part",
+         .answerFromEmptyTables = "null",
+         .answerOnFailure = "null",
+         .report = FailureReport::errorLine},
         {.owner = "ZAVEventRepository",
          .name = "eventContentForExternalContentURL",
          .call =
@@ -110,10 +123,13 @@ std::vector<Operation> contentLookups() {
                      "failed event content part for externalContentURL=https://content.example.com/upload/14 "},
          .statements =
              {{.text = partQuery("WHERE event_content_parts.url = ?"),
+               .values = {"'https://content.example.com/upload/14'"},
                .plan = {"SEARCH event_content_parts USING INDEX event_content_parts_by_url (url=?)"}}},
-         .brokenWithout = "event_content_parts",
-         .report = FailureReport::errorLine,
-         .answerOnFailure = "null"},
+         .needs = {"event_content_parts", "events", "streams"},
+         .answer = "part",
+         .answerFromEmptyTables = "null",
+         .answerOnFailure = "null",
+         .report = FailureReport::errorLine},
     };
 }
 

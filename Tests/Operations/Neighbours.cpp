@@ -13,6 +13,7 @@
 #include "Operations/Answers.h"
 #include "Operations/Catalogue.h"
 #include "Operations/FilledStore.h"
+#include "Operations/Statements.h"
 #include "Support/TestStore.h"
 
 namespace zav::test {
@@ -45,10 +46,17 @@ ZAVKeyedValuesContext valuesIn(ZAVKeyedValuesTable table) {
 
 std::vector<Operation> streamOperations() {
     using R = ZAVEventRepository;
-    const ExpectedStatement find{
-        .text = "SELECT database_identifier FROM streams WHERE stream_id = ?",
-        .plan = {"SEARCH streams USING COVERING INDEX streams_by_stream_id (stream_id=?)"}};
-    const ExpectedStatement insertion{.text = "INSERT INTO streams (stream_id) VALUES (?)"};
+    const auto finding = [](const std::string& uuid) {
+        return ExpectedStatement{
+            .text = "SELECT database_identifier FROM streams WHERE stream_id = ?",
+            .values = {uuid},
+            .plan = {"SEARCH streams USING COVERING INDEX streams_by_stream_id (stream_id=?)"}};
+    };
+    const auto inserting = [](const std::string& uuid) {
+        return ExpectedStatement{.text = "INSERT INTO streams (stream_id) VALUES (?)", .values = {uuid}};
+    };
+    const std::string known = "x'111111111111111111111111111111aa'";
+    const std::string unknown = "x'111111111111111111111111111111bb'";
     const std::vector<std::string> byRow{"SEARCH streams USING INTEGER PRIMARY KEY (rowid=?)"};
     return {
         {.owner = "ZAVStreamRepository",
@@ -58,8 +66,10 @@ std::vector<Operation> streamOperations() {
                  return answerOfRow(on<ZAVStreamRepository>(r).streamDatabaseIdentifierForUUID(
                      publishedStreamUUID(), error));
              },
-         .statements = {find},
-         .brokenWithout = "streams",
+         .statements = {finding(known)},
+         .needs = {"streams"},
+         .answer = "1",
+         .answerFromEmptyTables = "9223372036854775807",
          .answerOnFailure = noRow},
         {.owner = "ZAVStreamRepository",
          .name = "findOrCreateStreamWithUUID",
@@ -69,8 +79,10 @@ std::vector<Operation> streamOperations() {
                  return answerOfRow(
                      on<ZAVStreamRepository>(r).findOrCreateStreamWithUUID(uuidNumber(0xBB), error));
              },
-         .statements = {find, insertion},
-         .brokenWithout = "streams",
+         .statements = {finding(unknown), inserting(unknown)},
+         .needs = {"streams"},
+         .answer = "3",
+         .answerFromEmptyTables = "1",
          .answerOnFailure = noRow},
         {.owner = "ZAVStreamRepository",
          .name = "findOrCreateStreamWithUUID",
@@ -80,8 +92,10 @@ std::vector<Operation> streamOperations() {
                  return answerOfRow(
                      on<ZAVStreamRepository>(r).findOrCreateStreamWithUUID(publishedStreamUUID(), error));
              },
-         .statements = {find},
-         .brokenWithout = "streams",
+         .statements = {finding(known)},
+         .needs = {"streams"},
+         .answer = "1",
+         .answerFromEmptyTables = "1",
          .answerOnFailure = noRow},
         {.owner = "ZAVStreamRepository",
          .name = "createStreamWithoutUUID",
@@ -89,8 +103,10 @@ std::vector<Operation> streamOperations() {
              [](const R& r, ZAVError* error) {
                  return answerOfRow(on<ZAVStreamRepository>(r).createStreamWithoutUUID(error));
              },
-         .statements = {insertion},
-         .brokenWithout = "streams",
+         .statements = {inserting("NULL")},
+         .needs = {"streams"},
+         .answer = "3",
+         .answerFromEmptyTables = "1",
          .answerOnFailure = noRow,
          .isRepeatable = false},
         {.owner = "ZAVStreamRepository",
@@ -101,8 +117,11 @@ std::vector<Operation> streamOperations() {
                      on<ZAVStreamRepository>(r).setUUID(uuidNumber(0xCC), unpublishedStream, error));
              },
          .statements = {{.text = "UPDATE streams SET stream_id = ? WHERE database_identifier = ?",
+                         .values = {"x'111111111111111111111111111111cc'", "2"},
                          .plan = byRow}},
-         .brokenWithout = "streams",
+         .needs = {"streams"},
+         .answer = "true",
+         .answerFromEmptyTables = "true",
          .answerOnFailure = "false"},
         {.owner = "ZAVStreamRepository",
          .name = "setSeq",
@@ -110,8 +129,12 @@ std::vector<Operation> streamOperations() {
              [](const R& r, ZAVError* error) {
                  return answer(on<ZAVStreamRepository>(r).setSeq(77, publishedStream, error));
              },
-         .statements = {{.text = "UPDATE streams SET seq = ? WHERE database_identifier = ?", .plan = byRow}},
-         .brokenWithout = "streams",
+         .statements = {{.text = "UPDATE streams SET seq = ? WHERE database_identifier = ?",
+                         .values = {"77", "1"},
+                         .plan = byRow}},
+         .needs = {"streams"},
+         .answer = "true",
+         .answerFromEmptyTables = "true",
          .answerOnFailure = "false"},
         {.owner = "ZAVStreamRepository",
          .name = "countOfStreams",
@@ -122,7 +145,9 @@ std::vector<Operation> streamOperations() {
              },
          .statements = {{.text = "SELECT COUNT(*) FROM streams",
                          .plan = {"SCAN streams USING COVERING INDEX streams_by_stream_id"}}},
-         .brokenWithout = "streams",
+         .needs = {"streams"},
+         .answer = "2",
+         .answerFromEmptyTables = "0",
          .answerOnFailure = "none"},
     };
 }
@@ -139,10 +164,14 @@ std::vector<Operation> conversationOperations() {
              },
          .statements =
              {{.text = "SELECT database_identifier FROM conversations WHERE stream_id = ?",
+               .values = {"x'111111111111111111111111111111bb'"},
                .plan =
                    {"SEARCH conversations USING COVERING INDEX conversations_by_stream_id (stream_id=?)"}},
-              {.text = "INSERT INTO conversations (stream_id) VALUES (?)"}},
-         .brokenWithout = "conversations",
+              {.text = "INSERT INTO conversations (stream_id) VALUES (?)",
+               .values = {"x'111111111111111111111111111111bb'"}}},
+         .needs = {"conversations"},
+         .answer = "2",
+         .answerFromEmptyTables = "1",
          .answerOnFailure = noRow},
         {.owner = "ZAVConversationRepository",
          .name = "addParticipant",
@@ -152,8 +181,11 @@ std::vector<Operation> conversationOperations() {
              },
          .statements =
              {{.text = "INSERT OR IGNORE INTO conversation_participants (conversation_database_identifier, "
-                       "member_id) VALUES (?, ?)"}},
-         .brokenWithout = "conversation_participants",
+                       "member_id) VALUES (?, ?)",
+               .values = {"1", "'member-2'"}}},
+         .needs = {"conversation_participants"},
+         .answer = "true",
+         .answerFromEmptyTables = "true",
          .answerOnFailure = "false"},
         {.owner = "ZAVConversationRepository",
          .name = "seqOfParticipant",
@@ -166,9 +198,12 @@ std::vector<Operation> conversationOperations() {
          .statements =
              {{.text = "SELECT seq FROM conversation_participants WHERE conversation_database_identifier = ? "
                        "AND member_id = ?",
+               .values = {"1", "'member-1'"},
                .plan = {"SEARCH conversation_participants USING INDEX conversation_participants_by_member "
                         "(conversation_database_identifier=? AND member_id=?)"}}},
-         .brokenWithout = "conversation_participants",
+         .needs = {"conversation_participants"},
+         .answer = "2",
+         .answerFromEmptyTables = "no sequence",
          .answerOnFailure = "none"},
         {.owner = "ZAVMessageRepository",
          .name = "findOrCreateMessageForEventDatabaseIdentifier",
@@ -180,10 +215,13 @@ std::vector<Operation> conversationOperations() {
              },
          .statements =
              {{.text = "SELECT database_identifier FROM messages WHERE event_database_identifier = ?",
+               .values = {"21"},
                .plan =
                    {"SEARCH messages USING COVERING INDEX messages_by_event (event_database_identifier=?)"}},
-              {.text = "INSERT INTO messages (event_database_identifier) VALUES (?)"}},
-         .brokenWithout = "messages",
+              {.text = "INSERT INTO messages (event_database_identifier) VALUES (?)", .values = {"21"}}},
+         .needs = {"messages"},
+         .answer = "<ZAVMessage databaseIdentifier=21>",
+         .answerFromEmptyTables = "<ZAVMessage databaseIdentifier=1>",
          .answerOnFailure = "null"},
         {.owner = "ZAVMessageRepository",
          .name = "seqOfMessage",
@@ -194,8 +232,11 @@ std::vector<Operation> conversationOperations() {
                  });
              },
          .statements = {{.text = "SELECT seq FROM messages WHERE database_identifier = ?",
+                         .values = {"5"},
                          .plan = {"SEARCH messages USING INTEGER PRIMARY KEY (rowid=?)"}}},
-         .brokenWithout = "messages",
+         .needs = {"messages"},
+         .answer = "5",
+         .answerFromEmptyTables = "no sequence",
          .answerOnFailure = "none"},
     };
 }
@@ -207,26 +248,17 @@ std::vector<Operation> valueOperations(ZAVKeyedValuesTable table, const std::str
     const ExpectedStatement stored{
         .text = "SELECT key, value, typeof(value) = 'blob' FROM " + name +
                 " WHERE object_database_identifier = ? AND object_type = ? AND key_type = ?",
+        .values = {"1", "'event'", "0"},
         .plan = {"SEARCH " + name +
                  " USING PRIMARY KEY (object_database_identifier=? AND object_type=? AND key_type=?)"}};
-    const ExpectedStatement compared{
-        .text =
-            "SELECT key, value, typeof(value) = 'blob', timestamp, typeof(key) = 'text' AND typeof(value) IN "
-            "('text', 'blob') AND typeof(timestamp) IN ('real', 'null') FROM " +
-            name + " WHERE object_database_identifier = ? AND object_type = ? AND key_type = ?",
-        .plan = stored.plan};
-    const ExpectedStatement setting{
-        .text =
-            "INSERT OR REPLACE INTO " + name +
-            " (object_database_identifier, object_type, key_type, key, value, timestamp) VALUES (?, ?, ?, ?, ?, ?)"};
-    const ExpectedStatement removal{
-        .text = "DELETE FROM " + name +
-                " WHERE object_database_identifier = ? AND object_type = ? AND key_type = ? AND key = ?",
-        .plan = {
-            "SEARCH " + name +
-            " USING PRIMARY KEY (object_database_identifier=? AND object_type=? AND key_type=? AND key=?)"}};
     // In the filled store only the remote object has values, one of which is not in the new dictionary.
-    const bool removes = table == ZAVKeyedValuesTableRemote;
+    const bool isRemote = table == ZAVKeyedValuesTableRemote;
+    std::vector<ExpectedStatement> setting{
+        comparingValues(name, {"1", "'event'", "0"}),
+        settingAValue(name, {"1", "'event'", "0", "'key'", "x'ff'", "1700000000.0"}, 2)};
+    if (isRemote) {
+        setting.push_back(removingAValue(name, {"1", "'event'", "0", "'note'"}));
+    }
     return {
         {.owner = "ZAVKeyedValueRepository",
          .name = "setKeyedValuesWithDictionary",
@@ -237,8 +269,10 @@ std::vector<Operation> valueOperations(ZAVKeyedValuesTable table, const std::str
                  return answer(on<ZAVKeyedValueRepository>(r).setKeyedValuesWithDictionary(
                      values, ZAVDateFromSecondsSince1970(1700000000), valuesIn(table), error));
              },
-         .statements = removes ? std::vector{compared, setting, removal} : std::vector{compared, setting},
-         .brokenWithout = name,
+         .statements = std::move(setting),
+         .needs = {name},
+         .answer = "true",
+         .answerFromEmptyTables = "true",
          .answerOnFailure = "false",
          .isAtomic = false},
         {.owner = "ZAVKeyedValueRepository",
@@ -258,7 +292,9 @@ std::vector<Operation> valueOperations(ZAVKeyedValuesTable table, const std::str
                  return found;
              },
          .statements = {stored},
-         .brokenWithout = name,
+         .needs = {name},
+         .answer = isRemote ? "values locale=de note=" + std::string(300, 'n') : "values",
+         .answerFromEmptyTables = "values",
          .answerOnFailure = "none"},
     };
 }
@@ -275,8 +311,11 @@ std::vector<Operation> changeOperations() {
              },
          .statements =
              {{.text =
-                   "INSERT INTO synced_changes (table_name, row_identifier, change_type) VALUES (?, ?, ?)"}},
-         .brokenWithout = "synced_changes",
+                   "INSERT INTO synced_changes (table_name, row_identifier, change_type) VALUES (?, ?, ?)",
+               .values = {"'events'", "1", "1"}}},
+         .needs = {"synced_changes"},
+         .answer = "true",
+         .answerFromEmptyTables = "true",
          .answerOnFailure = "false",
          // Each call adds a row.
          .isRepeatable = false},
@@ -300,9 +339,11 @@ Operation transactionAroundPersisting() {
             },
         .log = persisting.log,
         .statements = statements,
-        .brokenWithout = "events",
-        .report = FailureReport::outParameterOnly,
-        .answerOnFailure = "false"};
+        .needs = {"events"},
+        .answer = "true",
+        .answerFromEmptyTables = "raises",
+        .answerOnFailure = "false",
+        .report = FailureReport::outParameterOnly};
 }
 
 }  // namespace

@@ -17,6 +17,9 @@ struct Answer {
     std::vector<std::shared_ptr<ZAVEvent>> events{};
     std::vector<std::shared_ptr<ZAVEventContent>> contents{};
 
+    /// The value; of a set with the number of its records, as "set of 3".
+    [[nodiscard]] std::string summary() const;
+
     /// All of it: the value, then each record with every field, its metadata and its parts.
     [[nodiscard]] std::vector<std::string> text() const;
 };
@@ -43,12 +46,19 @@ struct ExpectedStatement {
     /// As it is prepared.
     std::string text;
 
+    /// The values that are bound when it first runs, as the engine prints them; "now" for the time of the
+    /// call.
+    std::vector<std::string> values{};
+
     /// The first steps of the engine's plan for it, which name the index that finds its rows; none for a
     /// statement that looks for no row.
     std::vector<std::string> plan{};
 
     /// Whether no index yields the rows in the order that it asks for.
     bool sorts = false;
+
+    /// How often the call runs it.
+    int times = 1;
 };
 
 /// An entry of the catalogue: one public operation, and all that can be said of every operation alike.
@@ -68,11 +78,21 @@ struct Operation {
     /// What the call runs, each statement once, in the order in which they first run.
     std::vector<ExpectedStatement> statements{};
 
-    /// A table without which the call fails.
-    std::string brokenWithout{};
+    /// The tables without each of which the call fails.
+    std::vector<std::string> needs{};
+
+    /// The summary of what it answers, and of what it answers when nothing is stored: "raises" when it throws
+    /// `NSInternalInconsistencyException`.
+    std::string answer{};
+    std::string answerFromEmptyTables{};
+
+    /// The value that it answers when it fails.
+    std::string answerOnFailure{};
 
     FailureReport report = FailureReport::outParameterOnly;
-    std::string answerOnFailure{};
+
+    /// Whether the caller has the error before the error line is written.
+    bool tellsTheCallerFirst = false;
 
     /// Whether a statement that breaks off while it yields its row is not reported.
     bool breaksOffSilently = false;

@@ -1,3 +1,5 @@
+#include <utility>
+
 #include "Operations/Answers.h"
 #include "Operations/Catalogue.h"
 #include "Operations/FilledStore.h"
@@ -12,54 +14,34 @@ const LogTexts persistingThree{.function = "-[ZAVEventRepository persistEvents:e
                                .failureFormat = "failed to persist events:%@ with %@",
                                .failureMessage = "failed to persist events:"};
 
-const ExpectedStatement streamByItsUUID{
-    .text = "SELECT * FROM streams WHERE stream_id = ? LIMIT 1",
-    .plan = {"SEARCH streams USING INDEX streams_by_stream_id (stream_id=?)"}};
+/// The statements of what becomes of an event, the first of those that a call stores.
 
-const ExpectedStatement insertion{
-    .text =
-        "INSERT OR IGNORE INTO events (database_identifier, type, creator_id, seq, timestamp, preceding_seq, "
-        "client_seq, subtype, member_id, target_seq, stream_database_identifier, client_id, creator_name) VALUES "
-        "(?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)"};
+ExpectedStatement insertion(std::vector<std::string> values, int times) {
+    return {
+        .text =
+            "INSERT OR IGNORE INTO events (database_identifier, type, creator_id, seq, timestamp, "
+            "preceding_seq, client_seq, subtype, member_id, target_seq, stream_database_identifier, client_id, "
+            "creator_name) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)",
+        .values = std::move(values),
+        .times = times};
+}
 
-const ExpectedStatement collidingEvent{
-    .text = "SELECT * FROM events WHERE stream_database_identifier = ? AND seq = ? LIMIT 1",
-    .plan = {"SEARCH events USING INDEX events_by_stream_and_seq (stream_database_identifier=? AND seq=?)"}};
+ExpectedStatement collidingEvent(const std::string& seq) {
+    return {.text = "SELECT * FROM events WHERE stream_database_identifier = ? AND seq = ? LIMIT 1",
+            .values = {"1", seq},
+            .plan = {"SEARCH events USING INDEX events_by_stream_and_seq (stream_database_identifier=? AND "
+                     "seq=?)"}};
+}
 
-const ExpectedStatement update{
-    .text =
-        "UPDATE events SET type = ?, creator_id = ?, seq = ?, timestamp = ?, preceding_seq = ?, client_seq = ?, "
-        "subtype = ?, member_id = ?, target_seq = ?, stream_database_identifier = ?, client_id = ?, creator_name = "
-        "? WHERE database_identifier = ?",
-    .plan = {"SEARCH events USING INTEGER PRIMARY KEY (rowid=?)"}};
-
-const ExpectedStatement storedValues{
-    .text =
-        "SELECT key, value, typeof(value) = 'blob', timestamp, typeof(key) = 'text' AND typeof(value) IN ('text', "
-        "'blob') AND typeof(timestamp) IN ('real', 'null') FROM keyed_values_remote WHERE "
-        "object_database_identifier = ? AND object_type = ? AND key_type = ?",
-    .plan = {
-        "SEARCH keyed_values_remote USING PRIMARY KEY (object_database_identifier=? AND object_type=? AND "
-        "key_type=?)"}};
-
-const ExpectedStatement setting{
-    .text =
-        "INSERT OR REPLACE INTO keyed_values_remote (object_database_identifier, object_type, key_type, key, value, "
-        "timestamp) VALUES (?, ?, ?, ?, ?, ?)"};
-
-const ExpectedStatement removal{
-    .text =
-        "DELETE FROM keyed_values_remote WHERE object_database_identifier = ? AND object_type = ? AND key_type = ? AND "
-        "key = ?",
-    .plan = {
-        "SEARCH keyed_values_remote USING PRIMARY KEY (object_database_identifier=? AND object_type=? AND key_type=? "
-        "AND key=?)"}};
-
-const ExpectedStatement part{
-    .text =
-        "INSERT OR IGNORE INTO event_content_parts (event_content_part_id, event_database_identifier, type, value, "
-        "access_expiration, url, size, transfer_status, file_path, last_accessed, purged) VALUES (?, ?, ?, ?, ?, ?, "
-        "?, ?, ?, ?, ?)"};
+ExpectedStatement update(std::vector<std::string> values) {
+    return {
+        .text =
+            "UPDATE events SET type = ?, creator_id = ?, seq = ?, timestamp = ?, preceding_seq = ?, client_seq "
+            "= ?, subtype = ?, member_id = ?, target_seq = ?, stream_database_identifier = ?, client_id = ?, "
+            "creator_name = ? WHERE database_identifier = ?",
+        .values = std::move(values),
+        .plan = {"SEARCH events USING INTEGER PRIMARY KEY (rowid=?)"}};
+}
 
 /// One that is stored already, one at a new sequence and one without.
 ZAVSet<ZAVTEvent> threeEvents() {
@@ -87,10 +69,31 @@ std::vector<Operation> eventPersistence() {
          .name = "persistEvents",
          .call = [](const R& r, ZAVError* error) { return answer(r.persistEvents(threeEvents(), error)); },
          .log = persistingThree,
-         .statements = {streamByItsUUID, insertion, collidingEvent, update, storedValues, part, setting},
-         .brokenWithout = "events",
-         .report = FailureReport::errorLine,
+         .statements =
+             {{.text = "SELECT * FROM streams WHERE stream_id = ? LIMIT 1",
+               .values = {"x'111111111111111111111111111111aa'"},
+               .plan = {"SEARCH streams USING INDEX streams_by_stream_id (stream_id=?)"},
+               .times = 3},
+              insertion({"NULL", "4", "'member-0'", "3", "1700000000003", "2", "3", "0", "NULL", "NULL", "1",
+                         "x'11111111111111111111111111111103'", "'Member 0'"},
+                        3),
+              collidingEvent("3"),
+              update({"4", "'member-0'", "3", "1700000000003", "2", "3", "0", "NULL", "NULL", "1",
+                      "x'11111111111111111111111111111103'", "'Member 0'", "3"}),
+              comparingValues("keyed_values_remote", {"3", "'event'", "0"}, 2),
+              {.text =
+                   "INSERT OR IGNORE INTO event_content_parts (event_content_part_id, event_database_identifier, "
+                   "type, value, access_expiration, url, size, transfer_status, file_path, last_accessed, purged) "
+                   "VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)",
+               .values = {"0", "3", "'text/plain'", "x'6d6573736167652033'", "NULL", "NULL", "9", "4", "NULL",
+                          "NULL", "0"},
+               .times = 5},
+              settingAValue("keyed_values_remote", {"26", "'event'", "0", "'locale'", "'de'", "NULL"}, 2)},
+         .needs = {"events", "streams", "event_content_parts", "keyed_values_remote"},
+         .answer = "true",
+         .answerFromEmptyTables = "raises",
          .answerOnFailure = "false",
+         .report = FailureReport::errorLine,
          .isAtomic = false,
          // An insertion that is ignored uses up a row identifier: the second time, events get later rows.
          .isRepeatable = false},
@@ -101,16 +104,23 @@ std::vector<Operation> eventPersistence() {
                     ZAVError* error) { return answer(r.persistEvents(eventWithOtherMetadata(), error)); },
          .log = persistingOne,
          .statements = {{.text = "SELECT * FROM streams WHERE database_identifier = ? LIMIT 1",
+                         .values = {"1"},
                          .plan = {"SEARCH streams USING INTEGER PRIMARY KEY (rowid=?)"}},
-                        insertion,
-                        collidingEvent,
-                        update,
-                        storedValues,
-                        setting,
-                        removal},
-         .brokenWithout = "events",
-         .report = FailureReport::errorLine,
+                        insertion({"NULL", "4", "NULL", "1", "0", "0", "0", "0", "NULL", "NULL", "1",
+                                   "x'111111111111111111111111111111aa'", "NULL"},
+                                  1),
+                        collidingEvent("1"),
+                        update({"4", "NULL", "1", "0", "0", "0", "0", "NULL", "NULL", "1",
+                                "x'111111111111111111111111111111aa'", "NULL", "1"}),
+                        comparingValues("keyed_values_remote", {"1", "'event'", "0"}, 1),
+                        settingAValue("keyed_values_remote",
+                                      {"1", "'event'", "0", "'other'", "'value'", "NULL"}, 1),
+                        removingAValue("keyed_values_remote", {"1", "'event'", "0", "'locale'"}, 2)},
+         .needs = {"events", "streams", "keyed_values_remote"},
+         .answer = "true",
+         .answerFromEmptyTables = "raises",
          .answerOnFailure = "false",
+         .report = FailureReport::errorLine,
          .isAtomic = false},
     };
 }

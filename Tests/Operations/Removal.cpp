@@ -20,11 +20,14 @@ std::vector<Operation> eventRemoval() {
          .statements =
              {{.text =
                    "DELETE FROM synced_changes WHERE table_name = 'events' AND row_identifier IN (?, ?, ?)",
+               .values = {"2", "4", "6"},
                .plan = {"SEARCH synced_changes USING INDEX synced_changes_by_row (table_name=? AND "
                         "row_identifier=?)"}}},
-         .brokenWithout = "synced_changes",
-         .report = FailureReport::errorLine,
-         .answerOnFailure = "false"},
+         .needs = {"synced_changes"},
+         .answer = "true",
+         .answerFromEmptyTables = "true",
+         .answerOnFailure = "false",
+         .report = FailureReport::errorLine},
         {.owner = "ZAVEventRepository",
          .name = "deleteEvents",
          .call = [](const R& r, ZAVError* error) { return answer(r.deleteEvents(storedEvents(), error)); },
@@ -34,10 +37,14 @@ std::vector<Operation> eventRemoval() {
                          .failureFormat = "failed to delete events with %@",
                          .failureMessage = "failed to delete events with "},
          .statements = {{.text = "DELETE FROM events WHERE database_identifier = ?",
-                         .plan = {"SEARCH events USING INTEGER PRIMARY KEY (rowid=?)"}}},
-         .brokenWithout = "events",
-         .report = FailureReport::errorLine,
+                         .values = {"2"},
+                         .plan = {"SEARCH events USING INTEGER PRIMARY KEY (rowid=?)"},
+                         .times = 3}},
+         .needs = {"events"},
+         .answer = "true",
+         .answerFromEmptyTables = "true",
          .answerOnFailure = "false",
+         .report = FailureReport::errorLine,
          .isAtomic = false},
         {.owner = "ZAVEventRepository",
          .name = "persistTombstoneEventWithTargetSeq",
@@ -55,12 +62,15 @@ std::vector<Operation> eventRemoval() {
                  .failureMessage = "failed to tombstone the event with seq:7 and streamDBID:1 with "},
          .statements =
              {{.text = "UPDATE events SET type = ? WHERE seq = ? AND stream_database_identifier = ?",
+               .values = {"10", "7", "1"},
                .plan =
                    {"SEARCH events USING INDEX events_by_stream_and_seq (stream_database_identifier=? AND "
                     "seq=?)"}}},
-         .brokenWithout = "events",
-         .report = FailureReport::errorLine,
-         .answerOnFailure = "false"},
+         .needs = {"events"},
+         .answer = "true",
+         .answerFromEmptyTables = "true",
+         .answerOnFailure = "false",
+         .report = FailureReport::errorLine},
     };
 }
 

@@ -19,10 +19,13 @@ std::vector<Operation> sequenceUpdates() {
          .statements =
              {{.text =
                    "UPDATE events SET seq = ?, creator_id = ?, timestamp = ? WHERE database_identifier = ?",
+               .values = {"23", "'member-9'", "0", "23"},
                .plan = {"SEARCH events USING INTEGER PRIMARY KEY (rowid=?)"}}},
-         .brokenWithout = "events",
-         .report = FailureReport::nothing,
-         .answerOnFailure = "false"},
+         .needs = {"events"},
+         .answer = "true",
+         .answerFromEmptyTables = "true",
+         .answerOnFailure = "false",
+         .report = FailureReport::nothing},
         {.owner = "ZAVEventRepository",
          .name = "persistConversationsParticipantsSeq",
          .call =
@@ -48,15 +51,19 @@ std::vector<Operation> sequenceUpdates() {
          .statements =
              {{.text = "SELECT conversations.database_identifier FROM conversations WHERE "
                        "conversations.stream_id = ?",
+               .values = {"x'111111111111111111111111111111aa'"},
                .plan =
                    {"SEARCH conversations USING COVERING INDEX conversations_by_stream_id (stream_id=?)"}},
               {.text = "UPDATE conversation_participants SET seq = ? WHERE member_id = ? AND "
                        "conversation_database_identifier = ?",
+               .values = {"11", "'member-1'", "1"},
                .plan = {"SEARCH conversation_participants USING INDEX conversation_participants_by_member "
                         "(conversation_database_identifier=? AND member_id=?)"}}},
-         .brokenWithout = "conversation_participants",
-         .report = FailureReport::verboseLine,
-         .answerOnFailure = "false"},
+         .needs = {"conversations", "conversation_participants"},
+         .answer = "true",
+         .answerFromEmptyTables = "false",
+         .answerOnFailure = "false",
+         .report = FailureReport::verboseLine},
         {.owner = "ZAVEventRepository",
          .name = "persistMessageSeq",
          .call = [](const R& r, ZAVError* error) { return answer(r.persistMessageSeq(12, 5, error)); },
@@ -67,10 +74,13 @@ std::vector<Operation> sequenceUpdates() {
                          .failureMessage = "failed to update message's seq:12 event database ID:5 with "},
          .statements =
              {{.text = "UPDATE messages SET seq = ? WHERE event_database_identifier = ?",
+               .values = {"12", "5"},
                .plan = {"SEARCH messages USING INDEX messages_by_event (event_database_identifier=?)"}}},
-         .brokenWithout = "messages",
-         .report = FailureReport::errorLine,
-         .answerOnFailure = "false"},
+         .needs = {"messages"},
+         .answer = "true",
+         .answerFromEmptyTables = "true",
+         .answerOnFailure = "false",
+         .report = FailureReport::errorLine},
     };
 }
 

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "Operations/Operation.h"
 
@@ -34,22 +36,61 @@ namespace zav::test {
            condition;
 }
 
-/// What the mapper runs for each event.
-[[nodiscard]] inline ExpectedStatement metadataOfAnEvent() {
+/// The statements of an operation that reads `count` events, beginning with the one in row `first`: the
+/// query, and what the mapper runs for each event.
+[[nodiscard]] inline std::vector<ExpectedStatement> readingEvents(ExpectedStatement query, int first,
+                                                                  int count) {
     return {
-        .text =
-            "SELECT key, value, typeof(value) = 'blob' FROM keyed_values_remote WHERE "
-            "object_database_identifier = ? AND object_type = ? AND key_type = ?",
-        .plan = {
-            "SEARCH keyed_values_remote USING PRIMARY KEY (object_database_identifier=? AND object_type=? AND "
-            "key_type=?)"}};
+        std::move(query),
+        {.text = "SELECT key, value, typeof(value) = 'blob' FROM keyed_values_remote WHERE "
+                 "object_database_identifier = ? AND object_type = ? AND key_type = ?",
+         .values = {std::to_string(first), "'event'", "0"},
+         .plan = {"SEARCH keyed_values_remote USING PRIMARY KEY (object_database_identifier=? AND "
+                  "object_type=? AND key_type=?)"},
+         .times = count},
+        {.text = partQuery(
+             "WHERE event_database_identifier = ? ORDER BY event_content_parts.event_content_part_id ASC"),
+         .values = {std::to_string(first)},
+         .plan = {"SEARCH event_content_parts USING INDEX event_content_parts_by_event_and_index "
+                  "(event_database_identifier=?)"},
+         .times = count}};
 }
 
-[[nodiscard]] inline ExpectedStatement partsOfAnEvent() {
-    return {.text = partQuery(
-                "WHERE event_database_identifier = ? ORDER BY event_content_parts.event_content_part_id ASC"),
-            .plan = {"SEARCH event_content_parts USING INDEX event_content_parts_by_event_and_index "
-                     "(event_database_identifier=?)"}};
+/// What setting the keyed values of an object runs: reading what is stored, one statement for each value that
+/// is to be stored, and one for each that is to go.
+
+[[nodiscard]] inline ExpectedStatement comparingValues(const std::string& table,
+                                                       std::vector<std::string> values, int times = 1) {
+    return {
+        .text =
+            "SELECT key, value, typeof(value) = 'blob', timestamp, typeof(key) = 'text' AND typeof(value) IN "
+            "('text', 'blob') AND typeof(timestamp) IN ('real', 'null') FROM " +
+            table + " WHERE object_database_identifier = ? AND object_type = ? AND key_type = ?",
+        .values = std::move(values),
+        .plan = {"SEARCH " + table +
+                 " USING PRIMARY KEY (object_database_identifier=? AND object_type=? AND key_type=?)"},
+        .times = times};
+}
+
+[[nodiscard]] inline ExpectedStatement settingAValue(const std::string& table,
+                                                     std::vector<std::string> values, int times = 1) {
+    return {
+        .text =
+            "INSERT OR REPLACE INTO " + table +
+            " (object_database_identifier, object_type, key_type, key, value, timestamp) VALUES (?, ?, ?, ?, ?, ?)",
+        .values = std::move(values),
+        .times = times};
+}
+
+[[nodiscard]] inline ExpectedStatement removingAValue(const std::string& table,
+                                                      std::vector<std::string> values, int times = 1) {
+    return {.text = "DELETE FROM " + table +
+                    " WHERE object_database_identifier = ? AND object_type = ? AND key_type = ? AND key = ?",
+            .values = std::move(values),
+            .plan = {"SEARCH " + table +
+                     " USING PRIMARY KEY (object_database_identifier=? AND object_type=? AND key_type=? AND "
+                     "key=?)"},
+            .times = times};
 }
 
 }  // namespace zav::test

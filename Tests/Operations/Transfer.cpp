@@ -48,10 +48,13 @@ std::vector<Operation> transferQueues() {
                              "NULL AND event_content_parts.url IS NULL AND "
                              "(event_content_parts.transfer_status = ? OR "
                              "event_content_parts.transfer_status = ?)"),
+                         .values = {"0", "1"},
                          .plan = {byStatus}}},
-         .brokenWithout = "event_content_parts",
-         .report = FailureReport::errorLine,
-         .answerOnFailure = "none"},
+         .needs = {"event_content_parts", "events", "streams"},
+         .answer = "set of 4",
+         .answerFromEmptyTables = "set of 0",
+         .answerOnFailure = "none",
+         .report = FailureReport::errorLine},
         {.owner = "ZAVEventRepository",
          .name = "eventContentsHavingIncompleteUploadsWithLimit",
          .call =
@@ -62,10 +65,13 @@ std::vector<Operation> transferQueues() {
          .statements = {{.text = partQuery(
                              "WHERE event_content_parts.file_path IS NOT NULL AND event_content_parts.url "
                              "IS NOT NULL AND event_content_parts.transfer_status = ? LIMIT ?"),
+                         .values = {"1", "10"},
                          .plan = {byStatus}}},
-         .brokenWithout = "event_content_parts",
-         .report = FailureReport::errorLine,
-         .answerOnFailure = "none"},
+         .needs = {"event_content_parts", "events", "streams"},
+         .answer = "set of 4",
+         .answerFromEmptyTables = "set of 0",
+         .answerOnFailure = "none",
+         .report = FailureReport::errorLine},
         {.owner = "ZAVEventRepository",
          .name = "eventContentsHavingExpiredDownloadURLsWithAutoDownloadMIMETypes",
          .variant = "OfSomeTypes",
@@ -83,11 +89,14 @@ std::vector<Operation> transferQueues() {
                              "= ? AND size <= ?))       ORDER BY distance_from_eos ASC, events.client_seq "
                              "DESC, events.creator_id DESC       LIMIT ?",
                              rank),
+                         .values = {"now", "3", "2", "2", "100", "10"},
                          .plan = alternativesByStatus(3),
                          .sorts = true}},
-         .brokenWithout = "event_content_parts",
-         .report = FailureReport::errorLine,
-         .answerOnFailure = "none"},
+         .needs = {"event_content_parts", "events", "streams"},
+         .answer = "set of 2",
+         .answerFromEmptyTables = "set of 0",
+         .answerOnFailure = "none",
+         .report = FailureReport::errorLine},
         {.owner = "ZAVEventRepository",
          .name = "eventContentsHavingExpiredDownloadURLsWithAutoDownloadMIMETypes",
          .variant = "OfAnyType",
@@ -104,11 +113,14 @@ std::vector<Operation> transferQueues() {
                              "size <= ?))      ORDER BY distance_from_eos ASC, events.client_seq DESC, "
                              "events.creator_id DESC       LIMIT ?",
                              std::string(rank) + " "),
+                         .values = {"now", "3", "2", "2", "100", "10"},
                          .plan = alternativesByStatus(3),
                          .sorts = true}},
-         .brokenWithout = "event_content_parts",
-         .report = FailureReport::errorLine,
-         .answerOnFailure = "none"},
+         .needs = {"event_content_parts", "events", "streams"},
+         .answer = "set of 2",
+         .answerFromEmptyTables = "set of 0",
+         .answerOnFailure = "none",
+         .report = FailureReport::errorLine},
         {.owner = "ZAVEventRepository",
          .name = "eventContentsHavingIncompleteDownloadsWithLimit",
          .call =
@@ -122,11 +134,14 @@ std::vector<Operation> transferQueues() {
                              "distance_from_eos ASC, events.client_seq DESC, events.creator_id DESC LIMIT "
                              "?",
                              rank),
+                         .values = {"now", "3", "10"},
                          .plan = {byStatus},
                          .sorts = true}},
-         .brokenWithout = "event_content_parts",
-         .report = FailureReport::errorLine,
-         .answerOnFailure = "none"},
+         .needs = {"event_content_parts", "events", "streams"},
+         .answer = "set of 4",
+         .answerFromEmptyTables = "set of 0",
+         .answerOnFailure = "none",
+         .report = FailureReport::errorLine},
     };
 }
 
