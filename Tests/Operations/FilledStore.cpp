@@ -113,7 +113,7 @@ void fillStore(const std::shared_ptr<FMDatabase>& database) {
             "event_content_part_id, size = 100, last_accessed = 1000 + database_identifier "
             "WHERE event_database_identifier BETWEEN 9 AND 20;"
             "UPDATE event_content_parts SET transfer_status = 0 WHERE event_database_identifier IN (9, 10);"
-            "UPDATE event_content_parts SET transfer_status = 1, url = 'https://content.example.com/upload/' "
+            "UPDATE event_content_parts SET transfer_status = 1, url = 'https://content.example.com/up%2Fload/' "
             "|| event_database_identifier WHERE event_content_part_id = 1 AND event_database_identifier "
             "BETWEEN 11 AND 14;"
             "UPDATE event_content_parts SET transfer_status = 2, type = 'image/png' WHERE "

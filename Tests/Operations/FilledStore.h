@@ -8,11 +8,19 @@
 #include <string>
 #include <vector>
 
+#include "Support/TestStore.h"
+
 namespace zav::test {
 
 /// Fills an empty event store with what each operation of the catalogue finds or changes: 24 events, of which
 /// 20 are sequenced in a stream that the service knows. Throws when it cannot.
 void fillStore(const std::shared_ptr<FMDatabase>& database);
+
+/// A store so filled, of its own.
+class FilledStore : public TestStore {
+public:
+    FilledStore() { fillStore(sharedDatabase()); }
+};
 
 /// The rows of the stream that the service knows, and of the other one.
 inline constexpr ZAVDatabaseIdentifier publishedStream = 1;

@@ -110,20 +110,20 @@ std::vector<Operation> contentLookups() {
          .call =
              [](const R& r, ZAVError* error) {
                  return answer(r.eventContentForExternalContentURL(
-                     *ZAVURL::URLWithString("https://content.example.com/upload/14"), error));
+                     *ZAVURL::URLWithString("https://content.example.com/up%2Fload/14"), error));
              },
          .log =
              LogTexts{
                  .function = "-[ZAVEventRepository eventContentForExternalContentURL:error:]",
                  .verboseFormat = "fetching event content part for externalContentURL=%@",
                  .verboseMessage = "fetching event content part for "
-                                   "externalContentURL=https://content.example.com/upload/14",
+                                   "externalContentURL=https://content.example.com/up%2Fload/14",
                  .failureFormat = "failed event content part for externalContentURL=%@ %@",
                  .failureMessage =
-                     "failed event content part for externalContentURL=https://content.example.com/upload/14 "},
+                     "failed event content part for externalContentURL=https://content.example.com/up%2Fload/14 "},
          .statements =
              {{.text = partQuery("WHERE event_content_parts.url = ?"),
-               .values = {"'https://content.example.com/upload/14'"},
+               .values = {"'https://content.example.com/up%2Fload/14'"},
                .plan = {"SEARCH event_content_parts USING INDEX event_content_parts_by_url (url=?)"}}},
          .needs = {"event_content_parts", "events", "streams"},
          .answer = "part",
