@@ -2,7 +2,7 @@
 
 #include "Operations/Answers.h"
 #include "Operations/Catalogue.h"
-#include "Operations/Statements.h"
+#include "Operations/Texts.h"
 #include "Support/TestStore.h"
 
 namespace zav::test {
@@ -24,17 +24,12 @@ std::vector<Operation> diskAccounting() {
     using R = ZAVEventRepository;
     const std::string part = partToUpdate()->description();
     return {
-        {.owner = "ZAVEventRepository",
-         .name = "persistEventContentUpdate",
+        {.name = "persistEventContentUpdate",
          .call = [](const R& r,
                     ZAVError* error) { return answer(r.persistEventContentUpdate(*partToUpdate(), error)); },
          .log =
-             LogTexts{.function = "-[ZAVEventRepository persistEventContentUpdate:error:]",
-                      .verboseFormat = "persisting event content update for eventContent=%@",
-                      .verboseMessage = "persisting event content update for eventContent=" + part,
-                      .failureFormat = "failed persisting event content update for eventContent=%@ with %@",
-                      .failureMessage =
-                          "failed persisting event content update for eventContent=" + part + " with "},
+             lines("persistEventContentUpdate:error:", "persisting event content update for eventContent=%@",
+                   "failed persisting event content update for eventContent=%@ with %@", {part}),
          .statements =
              {{.text = "UPDATE event_content_parts SET access_expiration = ?, url = ?, size = ?, "
                        "transfer_status = ?, file_path = ?, last_accessed = ?, purged = ? WHERE "
@@ -48,20 +43,14 @@ std::vector<Operation> diskAccounting() {
          .answerFromEmptyTables = "true",
          .answerOnFailure = "false",
          .report = FailureReport::errorLine},
-        {.owner = "ZAVEventRepository",
-         .name = "totalDiskUtilizationOfEventContentPartsWithError",
+        {.name = "totalDiskUtilizationOfEventContentPartsWithError",
          .call =
              [](const R& r, ZAVError* error) {
                  return answer(r.totalDiskUtilizationOfEventContentPartsWithError(error));
              },
-         .log =
-             LogTexts{.function = "-[ZAVEventRepository totalDiskUtilizationOfEventContentPartsWithError:]",
-                      .verboseFormat = "Calculating total disk utilization of all the event content parts.",
-                      .verboseMessage = "Calculating total disk utilization of all the event content parts.",
-                      .failureFormat =
-                          "Failed calculating total disk utilization of all the event content parts with %@",
-                      .failureMessage =
-                          "Failed calculating total disk utilization of all the event content parts with "},
+         .log = lines("totalDiskUtilizationOfEventContentPartsWithError:",
+                      "Calculating total disk utilization of all the event content parts.",
+                      "Failed calculating total disk utilization of all the event content parts with %@"),
          .statements =
              {{.text =
                    "SELECT SUM(event_content_parts.size) FROM event_content_parts WHERE (transfer_status = ? "
@@ -77,26 +66,16 @@ std::vector<Operation> diskAccounting() {
          .report = FailureReport::errorLine,
          .tellsTheCallerFirst = true,
          .breaksOffSilently = true},
-        {.owner = "ZAVEventRepository",
-         .name = "leastRecentlyAccessedEventContentPartsForSize",
+        {.name = "leastRecentlyAccessedEventContentPartsForSize",
          .call =
              [](const R& r, ZAVError* error) {
                  return answer(r.leastRecentlyAccessedEventContentPartsForSize(150, error));
              },
-         .log = LogTexts{.function =
-                             "-[ZAVEventRepository leastRecentlyAccessedEventContentPartsForSize:error:]",
-                         .verboseFormat =
-                             "Collecting least recently accessed event content parts with external content "
-                             "with total size summing up to %lu byte(s).",
-                         .verboseMessage =
-                             "Collecting least recently accessed event content parts with external content "
-                             "with total size summing up to 150 byte(s).",
-                         .failureFormat =
-                             "Failed collecting least recently accessed event content parts with external "
-                             "content with total size summing up to %lu byte(s) with %@",
-                         .failureMessage =
-                             "Failed collecting least recently accessed event content parts with external "
-                             "content with total size summing up to 150 byte(s) with "},
+         .log = lines(
+             "leastRecentlyAccessedEventContentPartsForSize:error:",
+             "Collecting least recently accessed event content parts with external content with total size summing up to %lu byte(s).",
+             "Failed collecting least recently accessed event content parts with external content with total size summing up to %lu byte(s) with %@",
+             {"150"}),
          .statements =
              {{.text =
                    partQuery("WHERE file_path IS NOT NULL AND transfer_status != ? AND transfer_status != ? "

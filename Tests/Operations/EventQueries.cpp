@@ -1,7 +1,7 @@
 #include "Operations/Answers.h"
 #include "Operations/Catalogue.h"
 #include "Operations/FilledStore.h"
-#include "Operations/Statements.h"
+#include "Operations/Texts.h"
 
 namespace zav::test {
 
@@ -9,28 +9,19 @@ std::vector<Operation> eventQueries() {
     using R = ZAVEventRepository;
     const std::string waitingEvents = "SCAN events USING INDEX events_without_seq";
     return {
-        {.owner = "ZAVEventRepository",
-         .name = "allEvents",
+        {.name = "allEvents",
          .call = [](const R& r, ZAVError* error) { return answer(r.allEvents(error)); },
-         .log = LogTexts{.function = "-[ZAVEventRepository allEvents:]",
-                         .verboseFormat = "fetching publishable events",
-                         .verboseMessage = "fetching publishable events",
-                         .failureFormat = "failed to fetch publishable events with %@",
-                         .failureMessage = "failed to fetch publishable events with "},
+         .log =
+             lines("allEvents:", "fetching publishable events", "failed to fetch publishable events with %@"),
          .statements = readingEvents({.text = eventQuery(""), .plan = {"SCAN events"}}, 1, 24),
          .needs = {"events", "streams"},
          .answer = "set of 24",
          .answerFromEmptyTables = "set of 0",
          .answerOnFailure = "none",
          .report = FailureReport::errorLine},
-        {.owner = "ZAVEventRepository",
-         .name = "countOfEvents",
+        {.name = "countOfEvents",
          .call = [](const R& r, ZAVError* error) { return answer(ZAVSize{r.countOfEvents(error)}); },
-         .log = LogTexts{.function = "-[ZAVEventRepository countOfEvents:]",
-                         .verboseFormat = "fetching syncable change count",
-                         .verboseMessage = "fetching syncable change count",
-                         .failureFormat = "failed to fetch events with %@",
-                         .failureMessage = "failed to fetch events with "},
+         .log = lines("countOfEvents:", "fetching syncable change count", "failed to fetch events with %@"),
          .statements = {{.text = "SELECT COUNT(*) FROM events",
                          .plan = {"SCAN events USING COVERING INDEX events_by_stream_and_seq"}}},
          .needs = {"events"},
@@ -38,14 +29,10 @@ std::vector<Operation> eventQueries() {
          .answerFromEmptyTables = "0",
          .answerOnFailure = "0",
          .report = FailureReport::errorLine},
-        {.owner = "ZAVEventRepository",
-         .name = "publishableEvents",
+        {.name = "publishableEvents",
          .call = [](const R& r, ZAVError* error) { return answer(r.publishableEvents(error)); },
-         .log = LogTexts{.function = "-[ZAVEventRepository publishableEvents:]",
-                         .verboseFormat = "fetching publishable events",
-                         .verboseMessage = "fetching publishable events",
-                         .failureFormat = "failed to fetch publishable events with %@",
-                         .failureMessage = "failed to fetch publishable events with "},
+         .log = lines("publishableEvents:", "fetching publishable events",
+                      "failed to fetch publishable events with %@"),
          .statements =
              readingEvents({.text = eventQuery(" WHERE events.seq IS NULL AND event_stream_id IS NOT NULL"),
                             .plan = {waitingEvents}},
@@ -56,14 +43,10 @@ std::vector<Operation> eventQueries() {
          .answerOnFailure = "none",
          .report = FailureReport::errorLine,
          .leavesOutIncomplete = true},
-        {.owner = "ZAVEventRepository",
-         .name = "unpublishableEvents",
+        {.name = "unpublishableEvents",
          .call = [](const R& r, ZAVError* error) { return answer(r.unpublishableEvents(error)); },
-         .log = LogTexts{.function = "-[ZAVEventRepository unpublishableEvents:]",
-                         .verboseFormat = "fetching unpublishable events",
-                         .verboseMessage = "fetching unpublishable events",
-                         .failureFormat = "failed to fetch unpublishable events with %@",
-                         .failureMessage = "failed to fetch unpublishable events with "},
+         .log = lines("unpublishableEvents:", "fetching unpublishable events",
+                      "failed to fetch unpublishable events with %@"),
          .statements =
              readingEvents({.text = eventQuery(" WHERE events.seq IS NULL AND event_stream_id IS NULL"),
                             .plan = {waitingEvents}},
@@ -73,14 +56,10 @@ std::vector<Operation> eventQueries() {
          .answerFromEmptyTables = "set of 0",
          .answerOnFailure = "none",
          .report = FailureReport::errorLine},
-        {.owner = "ZAVEventRepository",
-         .name = "unprocessedEvents",
+        {.name = "unprocessedEvents",
          .call = [](const R& r, ZAVError* error) { return answer(r.unprocessedEvents(error)); },
-         .log = LogTexts{.function = "-[ZAVEventRepository unprocessedEvents:]",
-                         .verboseFormat = "fetching unprocessed events",
-                         .verboseMessage = "fetching unprocessed events",
-                         .failureFormat = "failed to fetch unprocessed events with %@",
-                         .failureMessage = "failed to fetch unprocessed events with "},
+         .log = lines("unprocessedEvents:", "fetching unprocessed events",
+                      "failed to fetch unprocessed events with %@"),
          .statements = readingEvents(
              {.text = eventQuery(" LEFT JOIN synced_changes ON (events.database_identifier = "
                                  "row_identifier) WHERE synced_changes.table_name = ? AND change_type = ?",
@@ -93,21 +72,15 @@ std::vector<Operation> eventQueries() {
          .answerFromEmptyTables = "set of 0",
          .answerOnFailure = "none",
          .report = FailureReport::errorLine},
-        {.owner = "ZAVEventRepository",
-         .name = "eventsFromRevivedStreamWithStreamDatabaseIdentifier",
+        {.name = "eventsFromRevivedStreamWithStreamDatabaseIdentifier",
          .call =
              [](const R& r, ZAVError* error) {
                  return answer(r.eventsFromRevivedStreamWithStreamDatabaseIdentifier(publishedStream, error));
              },
-         .log =
-             LogTexts{.function =
-                          "-[ZAVEventRepository eventsFromRevivedStreamWithStreamDatabaseIdentifier:error:]",
-                      .verboseFormat = "fetching events for revived stream (streamDatabaseIdentifier=%lld)",
-                      .verboseMessage = "fetching events for revived stream (streamDatabaseIdentifier=1)",
-                      .failureFormat =
-                          "failed to fetch events for revived stream (streamDatabaseIdentifier=%lld) with %@",
-                      .failureMessage =
-                          "failed to fetch events for revived stream (streamDatabaseIdentifier=1) with "},
+         .log = lines("eventsFromRevivedStreamWithStreamDatabaseIdentifier:error:",
+                      "fetching events for revived stream (streamDatabaseIdentifier=%lld)",
+                      "failed to fetch events for revived stream (streamDatabaseIdentifier=%lld) with %@",
+                      {"1"}),
          .statements = readingEvents(
              {.text = eventQuery(" WHERE events.seq IS NOT NULL AND streams.database_identifier = ? ORDER "
                                  "BY events.preceding_seq, events.creator_id, events.client_seq"),
@@ -120,14 +93,10 @@ std::vector<Operation> eventQueries() {
          .answerFromEmptyTables = "set of 0",
          .answerOnFailure = "none",
          .report = FailureReport::errorLine},
-        {.owner = "ZAVEventRepository",
-         .name = "postedAndProcessedEvents",
+        {.name = "postedAndProcessedEvents",
          .call = [](const R& r, ZAVError* error) { return answer(r.postedAndProcessedEvents(error)); },
-         .log = LogTexts{.function = "-[ZAVEventRepository postedAndProcessedEvents:]",
-                         .verboseFormat = "fetching posted and processed events",
-                         .verboseMessage = "fetching posted and processed events",
-                         .failureFormat = "failed to fetch posted and processed events with %@",
-                         .failureMessage = "failed to fetch posted and processed events with "},
+         .log = lines("postedAndProcessedEvents:", "fetching posted and processed events",
+                      "failed to fetch posted and processed events with %@"),
          .statements = readingEvents(
              {.text = eventQuery(" WHERE events.seq IS NOT NULL"), .plan = {"SCAN events"}}, 1, 20),
          .needs = {"events", "streams"},
@@ -135,19 +104,13 @@ std::vector<Operation> eventQueries() {
          .answerFromEmptyTables = "set of 0",
          .answerOnFailure = "none",
          .report = FailureReport::errorLine},
-        {.owner = "ZAVEventRepository",
-         .name = "eventWithSeq",
+        {.name = "eventWithSeq",
          .call = [](const R& r,
                     ZAVError* error) { return answer(r.eventWithSeq(3, publishedStreamUUID(), error)); },
-         .log =
-             LogTexts{
-                 .function = "-[ZAVEventRepository eventWithSeq:streamIdentifier:error:]",
-                 .verboseFormat = "fetching event by seq:%d and stream identifier:%@",
-                 .verboseMessage =
-                     "fetching event by seq:3 and stream identifier:11111111-1111-1111-1111-1111111111aa",
-                 .failureFormat = "failed to fetch event by seq:%d and stream identifier:%@ with %@",
-                 .failureMessage = "failed to fetch event by seq:3 and stream "
-                                   "identifier:11111111-1111-1111-1111-1111111111aa with "},
+         .log = lines(
+             "eventWithSeq:streamIdentifier:error:", "fetching event by seq:%d and stream identifier:%@",
+             "failed to fetch event by seq:%d and stream identifier:%@ with %@",
+             {"3", "11111111-1111-1111-1111-1111111111aa"}),
          .statements =
              readingEvents({.text = eventQuery(" WHERE events.seq = ? AND event_stream_id = ?"),
                             .values = {"3", "x'111111111111111111111111111111aa'"},
@@ -158,14 +121,10 @@ std::vector<Operation> eventQueries() {
          .answerFromEmptyTables = "null",
          .answerOnFailure = "null",
          .report = FailureReport::errorLine},
-        {.owner = "ZAVEventRepository",
-         .name = "eventForDatabaseIdentifier",
+        {.name = "eventForDatabaseIdentifier",
          .call = [](const R& r, ZAVError* error) { return answer(r.eventForDatabaseIdentifier(3, error)); },
-         .log = LogTexts{.function = "-[ZAVEventRepository eventForDatabaseIdentifier:error:]",
-                         .verboseFormat = "fetching event for database identifier:%lld",
-                         .verboseMessage = "fetching event for database identifier:3",
-                         .failureFormat = "failed to fetch event for database identifier:%lld with %@",
-                         .failureMessage = "failed to fetch event for database identifier:3 with "},
+         .log = lines("eventForDatabaseIdentifier:error:", "fetching event for database identifier:%lld",
+                      "failed to fetch event for database identifier:%lld with %@", {"3"}),
          .statements = readingEvents({.text = eventQuery(" WHERE events.database_identifier = ?"),
                                       .values = {"3"},
                                       .plan = {"SEARCH events USING INTEGER PRIMARY KEY (rowid=?)"}},

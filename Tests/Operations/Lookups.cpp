@@ -2,7 +2,7 @@
 
 #include "Operations/Answers.h"
 #include "Operations/Catalogue.h"
-#include "Operations/Statements.h"
+#include "Operations/Texts.h"
 #include "Support/TestStore.h"
 
 namespace zav::test {
@@ -11,15 +11,12 @@ namespace zav::test {
 std::vector<Operation> contentLookups() {
     using R = ZAVEventRepository;
     return {
-        {.owner = "ZAVEventRepository",
-         .name = "eventContentDatabaseIdentifier",
+        {.name = "eventContentDatabaseIdentifier",
          .call = [](const R& r,
                     ZAVError* error) { return answer(r.eventContentDatabaseIdentifier(28, error)); },
-         .log = LogTexts{.function = "-[ZAVEventRepository eventContentDatabaseIdentifier:error:]",
-                         .verboseFormat = "fetching event content part for databaseIdentifier=%lld",
-                         .verboseMessage = "fetching event content part for databaseIdentifier=28",
-                         .failureFormat = "failed to fetch event for databaseIdentifier=%lld %@",
-                         .failureMessage = "failed to fetch event for databaseIdentifier=28 "},
+         .log = lines("eventContentDatabaseIdentifier:error:",
+                      "fetching event content part for databaseIdentifier=%lld",
+                      "failed to fetch event for databaseIdentifier=%lld %@", {"28"}),
          .statements = {{.text = partQuery("WHERE event_content_parts.database_identifier = ?"),
                          .values = {"28"},
                          .plan = {"SEARCH event_content_parts USING INTEGER PRIMARY KEY (rowid=?)"}}},
@@ -28,20 +25,14 @@ std::vector<Operation> contentLookups() {
          .answerFromEmptyTables = "null",
          .answerOnFailure = "null",
          .report = FailureReport::errorLine},
-        {.owner = "ZAVEventRepository",
-         .name = "eventContentForEventDatabaseIdentifier",
+        {.name = "eventContentForEventDatabaseIdentifier",
          .call =
              [](const R& r, ZAVError* error) {
                  return answer(r.eventContentForEventDatabaseIdentifier(14, 1, error));
              },
-         .log =
-             LogTexts{
-                 .function =
-                     "-[ZAVEventRepository eventContentForEventDatabaseIdentifier:eventContentIndex:error:]",
-                 .verboseFormat = "fetching event content part for eventDatabaseIdentifier=%lld index=%ld",
-                 .verboseMessage = "fetching event content part for eventDatabaseIdentifier=14 index=1",
-                 .failureFormat = "failed to fetch event for eventDatabaseIdentifier=%lld index=%ld %@",
-                 .failureMessage = "failed to fetch event for eventDatabaseIdentifier=14 index=1 "},
+         .log = lines("eventContentForEventDatabaseIdentifier:eventContentIndex:error:",
+                      "fetching event content part for eventDatabaseIdentifier=%lld index=%ld",
+                      "failed to fetch event for eventDatabaseIdentifier=%lld index=%ld %@", {"14", "1"}),
          .statements =
              {{.text = partQuery("WHERE event_database_identifier = ? AND event_content_part_id = ?"),
                .values = {"14", "1"},
@@ -52,21 +43,15 @@ std::vector<Operation> contentLookups() {
          .answerFromEmptyTables = "null",
          .answerOnFailure = "null",
          .report = FailureReport::errorLine},
-        {.owner = "ZAVEventRepository",
-         .name = "eventContentForMessagePart",
+        {.name = "eventContentForMessagePart",
          .call =
              [](const R& r, ZAVError* error) {
                  return answer(r.eventContentForMessagePart(
                      ZAVMessagePart(std::make_shared<ZAVMessage>(14), 1), error));
              },
-         .log = LogTexts{.function = "-[ZAVEventRepository eventContentForMessagePart:error:]",
-                         .verboseFormat = "fetching event content part for messagePart=%@",
-                         .verboseMessage = "fetching event content part for messagePart=<ZAVMessagePart "
-                                           "message=<ZAVMessage databaseIdentifier=14> index=1>",
-                         .failureFormat = "failed to fetch event for messagePart=%@ %@",
-                         .failureMessage =
-                             "failed to fetch event for messagePart=<ZAVMessagePart message=<ZAVMessage "
-                             "databaseIdentifier=14> index=1> "},
+         .log = lines("eventContentForMessagePart:error:", "fetching event content part for messagePart=%@",
+                      "failed to fetch event for messagePart=%@ %@",
+                      {"<ZAVMessagePart message=<ZAVMessage databaseIdentifier=14> index=1>"}),
          .statements = {{.text = partQuery(
                              "LEFT JOIN messages ON (event_content_parts.event_database_identifier = "
                              "messages.event_database_identifier) WHERE messages.database_identifier = ? "
@@ -78,24 +63,16 @@ std::vector<Operation> contentLookups() {
          .answerFromEmptyTables = "null",
          .answerOnFailure = "null",
          .report = FailureReport::errorLine},
-        {.owner = "ZAVEventRepository",
-         .name = "eventContentForMessagePartObjectIdentifier",
+        {.name = "eventContentForMessagePartObjectIdentifier",
          .call =
              [](const R& r, ZAVError* error) {
                  return answer(r.eventContentForMessagePartObjectIdentifier(
                      ZAVMakeMessagePartObjectIdentifier(uuidNumber(14), 1), error));
              },
-         .log =
-             LogTexts{
-                 .function = "-[ZAVEventRepository eventContentForMessagePartObjectIdentifier:error:]",
-                 .verboseFormat = "fetching event content part for messagePart->objectIdentifier=%@",
-                 .verboseMessage =
-                     "fetching event content part for "
-                     "messagePart->objectIdentifier=zav:///messages/11111111-1111-1111-1111-11111111110e/parts/1",
-                 .failureFormat = "failed event content part for messagePart->objectIdentifier=%@ %@",
-                 .failureMessage =
-                     "failed event content part for messagePart->objectIdentifier=zav:///messages/"
-                     "11111111-1111-1111-1111-11111111110e/parts/1 "},
+         .log = lines("eventContentForMessagePartObjectIdentifier:error:",
+                      "fetching event content part for messagePart->objectIdentifier=%@",
+                      "failed event content part for messagePart->objectIdentifier=%@ %@",
+                      {"zav:///messages/11111111-1111-1111-1111-11111111110e/parts/1"}),
          .statements = {{.text = partQuery(
                              "WHERE events.client_id = ? AND event_content_parts.event_content_part_id = ?"),
                          .values = {"x'1111111111111111111111111111110e'", "1"},
@@ -105,22 +82,16 @@ std::vector<Operation> contentLookups() {
          .answerFromEmptyTables = "null",
          .answerOnFailure = "null",
          .report = FailureReport::errorLine},
-        {.owner = "ZAVEventRepository",
-         .name = "eventContentForExternalContentURL",
+        {.name = "eventContentForExternalContentURL",
          .call =
              [](const R& r, ZAVError* error) {
                  return answer(r.eventContentForExternalContentURL(
                      *ZAVURL::URLWithString("https://content.example.com/up%2Fload/14"), error));
              },
-         .log =
-             LogTexts{
-                 .function = "-[ZAVEventRepository eventContentForExternalContentURL:error:]",
-                 .verboseFormat = "fetching event content part for externalContentURL=%@",
-                 .verboseMessage = "fetching event content part for "
-                                   "externalContentURL=https://content.example.com/up%2Fload/14",
-                 .failureFormat = "failed event content part for externalContentURL=%@ %@",
-                 .failureMessage =
-                     "failed event content part for externalContentURL=https://content.example.com/up%2Fload/14 "},
+         .log = lines("eventContentForExternalContentURL:error:",
+                      "fetching event content part for externalContentURL=%@",
+                      "failed event content part for externalContentURL=%@ %@",
+                      {"https://content.example.com/up%2Fload/14"}),
          .statements =
              {{.text = partQuery("WHERE event_content_parts.url = ?"),
                .values = {"'https://content.example.com/up%2Fload/14'"},

@@ -13,7 +13,7 @@
 #include "Operations/Answers.h"
 #include "Operations/Catalogue.h"
 #include "Operations/FilledStore.h"
-#include "Operations/Statements.h"
+#include "Operations/Texts.h"
 #include "Support/TestStore.h"
 
 namespace zav::test {

@@ -66,9 +66,9 @@ struct ExpectedStatement {
 /// Its texts and statements are written out here and taken from nowhere, so that they hold the product to
 /// them.
 struct Operation {
-    std::string owner{};    ///< the class it is a member of
-    std::string name{};     ///< the member's name
-    std::string variant{};  ///< what tells two entries of one operation apart
+    std::string owner = "ZAVEventRepository";  ///< the class it is a member of
+    std::string name{};                        ///< the member's name
+    std::string variant{};                     ///< what tells two entries of one operation apart
 
     /// Calls it on a store that `fillStore` has filled. Each call brings new records.
     std::function<Answer(const ZAVEventRepository& repository, ZAVError* error)> call{};

@@ -3,16 +3,18 @@
 #include "Operations/Answers.h"
 #include "Operations/Catalogue.h"
 #include "Operations/FilledStore.h"
-#include "Operations/Statements.h"
+#include "Operations/Texts.h"
 
 namespace zav::test {
 namespace {
 
-const LogTexts persistingThree{.function = "-[ZAVEventRepository persistEvents:error:]",
-                               .verboseFormat = "persisting %lu event(s)",
-                               .verboseMessage = "persisting 3 event(s)",
-                               .failureFormat = "failed to persist events:%@ with %@",
-                               .failureMessage = "failed to persist events:"};
+/// The lines of a call that stores `count` events. That of a failure names the events before the error.
+LogTexts persisting(const std::string& count) {
+    LogTexts texts = lines("persistEvents:error:", "persisting %lu event(s)",
+                           "failed to persist events:%@ with %@", {count});
+    texts.failureMessage = "failed to persist events:";
+    return texts;
+}
 
 /// The statements of what becomes of an event, the first of those that a call stores.
 
@@ -62,13 +64,10 @@ ZAVSet<ZAVTEvent> eventWithOtherMetadata() {
 
 std::vector<Operation> eventPersistence() {
     using R = ZAVEventRepository;
-    LogTexts persistingOne = persistingThree;
-    persistingOne.verboseMessage = "persisting 1 event(s)";
     return {
-        {.owner = "ZAVEventRepository",
-         .name = "persistEvents",
+        {.name = "persistEvents",
          .call = [](const R& r, ZAVError* error) { return answer(r.persistEvents(threeEvents(), error)); },
-         .log = persistingThree,
+         .log = persisting("3"),
          .statements =
              {{.text = "SELECT * FROM streams WHERE stream_id = ? LIMIT 1",
                .values = {"x'111111111111111111111111111111aa'"},
@@ -97,12 +96,11 @@ std::vector<Operation> eventPersistence() {
          .isAtomic = false,
          // An insertion that is ignored uses up a row identifier: the second time, events get later rows.
          .isRepeatable = false},
-        {.owner = "ZAVEventRepository",
-         .name = "persistEvents",
+        {.name = "persistEvents",
          .variant = "WithOtherMetadata",
          .call = [](const R& r,
                     ZAVError* error) { return answer(r.persistEvents(eventWithOtherMetadata(), error)); },
-         .log = persistingOne,
+         .log = persisting("1"),
          .statements = {{.text = "SELECT * FROM streams WHERE database_identifier = ? LIMIT 1",
                          .values = {"1"},
                          .plan = {"SEARCH streams USING INTEGER PRIMARY KEY (rowid=?)"}},

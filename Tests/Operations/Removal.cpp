@@ -1,22 +1,19 @@
 #include "Operations/Answers.h"
 #include "Operations/Catalogue.h"
 #include "Operations/FilledStore.h"
+#include "Operations/Texts.h"
 
 namespace zav::test {
 
 std::vector<Operation> eventRemoval() {
     using R = ZAVEventRepository;
     return {
-        {.owner = "ZAVEventRepository",
-         .name = "deleteUnprocessedEvents",
+        {.name = "deleteUnprocessedEvents",
          .call = [](const R& r,
                     ZAVError* error) { return answer(r.deleteUnprocessedEvents(storedEvents(), error)); },
-         .log =
-             LogTexts{.function = "-[ZAVEventRepository deleteUnprocessedEvents:error:]",
-                      .verboseFormat = "deleting unprocessed events with database identifiers: %@",
-                      .verboseMessage = "deleting unprocessed events with database identifiers: {(2, 4, 6)}",
-                      .failureFormat = "failed to delete unprocessed events with %@",
-                      .failureMessage = "failed to delete unprocessed events with "},
+         .log = lines(
+             "deleteUnprocessedEvents:error:", "deleting unprocessed events with database identifiers: %@",
+             "failed to delete unprocessed events with %@", {"{(2, 4, 6)}"}),
          .statements =
              {{.text =
                    "DELETE FROM synced_changes WHERE table_name = 'events' AND row_identifier IN (?, ?, ?)",
@@ -28,14 +25,9 @@ std::vector<Operation> eventRemoval() {
          .answerFromEmptyTables = "true",
          .answerOnFailure = "false",
          .report = FailureReport::errorLine},
-        {.owner = "ZAVEventRepository",
-         .name = "deleteEvents",
+        {.name = "deleteEvents",
          .call = [](const R& r, ZAVError* error) { return answer(r.deleteEvents(storedEvents(), error)); },
-         .log = LogTexts{.function = "-[ZAVEventRepository deleteEvents:error:]",
-                         .verboseFormat = "deleting events",
-                         .verboseMessage = "deleting events",
-                         .failureFormat = "failed to delete events with %@",
-                         .failureMessage = "failed to delete events with "},
+         .log = lines("deleteEvents:error:", "deleting events", "failed to delete events with %@"),
          .statements = {{.text = "DELETE FROM events WHERE database_identifier = ?",
                          .values = {"2"},
                          .plan = {"SEARCH events USING INTEGER PRIMARY KEY (rowid=?)"},
@@ -46,20 +38,14 @@ std::vector<Operation> eventRemoval() {
          .answerOnFailure = "false",
          .report = FailureReport::errorLine,
          .isAtomic = false},
-        {.owner = "ZAVEventRepository",
-         .name = "persistTombstoneEventWithTargetSeq",
+        {.name = "persistTombstoneEventWithTargetSeq",
          .call =
              [](const R& r, ZAVError* error) {
                  return answer(r.persistTombstoneEventWithTargetSeq(7, publishedStream, error));
              },
-         .log =
-             LogTexts{
-                 .function =
-                     "-[ZAVEventRepository persistTombstoneEventWithTargetSeq:streamDatabaseIdentifier:error:]",
-                 .verboseFormat = "tombstoning event with seq:%d and streamDBID:%llu",
-                 .verboseMessage = "tombstoning event with seq:7 and streamDBID:1",
-                 .failureFormat = "failed to tombstone the event with seq:%d and streamDBID:%llu with %@",
-                 .failureMessage = "failed to tombstone the event with seq:7 and streamDBID:1 with "},
+         .log = lines("persistTombstoneEventWithTargetSeq:streamDatabaseIdentifier:error:",
+                      "tombstoning event with seq:%d and streamDBID:%llu",
+                      "failed to tombstone the event with seq:%d and streamDBID:%llu with %@", {"7", "1"}),
          .statements =
              {{.text = "UPDATE events SET type = ? WHERE seq = ? AND stream_database_identifier = ?",
                .values = {"10", "7", "1"},

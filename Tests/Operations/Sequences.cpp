@@ -1,14 +1,14 @@
 #include "Operations/Answers.h"
 #include "Operations/Catalogue.h"
 #include "Operations/FilledStore.h"
+#include "Operations/Texts.h"
 
 namespace zav::test {
 
 std::vector<Operation> sequenceUpdates() {
     using R = ZAVEventRepository;
     return {
-        {.owner = "ZAVEventRepository",
-         .name = "updateObject",
+        {.name = "updateObject",
          .call =
              [](const R& r, ZAVError* error) {
                  auto event = draft(23);
@@ -26,28 +26,17 @@ std::vector<Operation> sequenceUpdates() {
          .answerFromEmptyTables = "true",
          .answerOnFailure = "false",
          .report = FailureReport::nothing},
-        {.owner = "ZAVEventRepository",
-         .name = "persistConversationsParticipantsSeq",
+        {.name = "persistConversationsParticipantsSeq",
          .call =
              [](const R& r, ZAVError* error) {
                  return answer(
                      r.persistConversationsParticipantsSeq(11, "member-1", publishedStreamUUID(), error));
              },
-         .log =
-             LogTexts{
-                 .function =
-                     "-[ZAVEventRepository persistConversationsParticipantsSeq:memberID:streamIdentifier:error:]",
-                 .verboseFormat =
-                     "persisting conversations participant's seq:%u for member:%@ with stream identifier:%@",
-                 .verboseMessage =
-                     "persisting conversations participant's seq:11 for member:member-1 with stream "
-                     "identifier:11111111-1111-1111-1111-1111111111aa",
-                 .failureFormat =
-                     "failed persisting conversations participant's seq:%u for member:%@ with stream "
-                     "identifier:%@ with %@",
-                 .failureMessage =
-                     "failed persisting conversations participant's seq:11 for member:member-1 with stream "
-                     "identifier:11111111-1111-1111-1111-1111111111aa with "},
+         .log = lines(
+             "persistConversationsParticipantsSeq:memberID:streamIdentifier:error:",
+             "persisting conversations participant's seq:%u for member:%@ with stream identifier:%@",
+             "failed persisting conversations participant's seq:%u for member:%@ with stream identifier:%@ with %@",
+             {"11", "member-1", "11111111-1111-1111-1111-1111111111aa"}),
          .statements =
              {{.text = "SELECT conversations.database_identifier FROM conversations WHERE "
                        "conversations.stream_id = ?",
@@ -64,14 +53,11 @@ std::vector<Operation> sequenceUpdates() {
          .answerFromEmptyTables = "false",
          .answerOnFailure = "false",
          .report = FailureReport::verboseLine},
-        {.owner = "ZAVEventRepository",
-         .name = "persistMessageSeq",
+        {.name = "persistMessageSeq",
          .call = [](const R& r, ZAVError* error) { return answer(r.persistMessageSeq(12, 5, error)); },
-         .log = LogTexts{.function = "-[ZAVEventRepository persistMessageSeq:eventDatabaseIdentifier:error:]",
-                         .verboseFormat = "updating message's seq:%d event database ID:%llu",
-                         .verboseMessage = "updating message's seq:12 event database ID:5",
-                         .failureFormat = "failed to update message's seq:%d event database ID:%llu with %@",
-                         .failureMessage = "failed to update message's seq:12 event database ID:5 with "},
+         .log = lines("persistMessageSeq:eventDatabaseIdentifier:error:",
+                      "updating message's seq:%d event database ID:%llu",
+                      "failed to update message's seq:%d event database ID:%llu with %@", {"12", "5"}),
          .statements =
              {{.text = "UPDATE messages SET seq = ? WHERE event_database_identifier = ?",
                .values = {"12", "5"},

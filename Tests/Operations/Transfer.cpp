@@ -2,7 +2,7 @@
 
 #include "Operations/Answers.h"
 #include "Operations/Catalogue.h"
-#include "Operations/Statements.h"
+#include "Operations/Texts.h"
 
 namespace zav::test {
 namespace {
@@ -13,12 +13,9 @@ const std::string byStatus =
     "SEARCH event_content_parts USING INDEX event_content_parts_by_transfer_status (transfer_status=?)";
 
 /// All four queues write the lines of the first.
-LogTexts linesOf(const std::string& function) {
-    return {.function = "-[ZAVEventRepository " + function + "]",
-            .verboseFormat = "fetching event content parts awaiting uploads",
-            .verboseMessage = "fetching event content parts awaiting uploads",
-            .failureFormat = "failed to fetch event content parts awaiting uploads %@",
-            .failureMessage = "failed to fetch event content parts awaiting uploads "};
+LogTexts linesOf(const std::string& selector) {
+    return lines(selector, "fetching event content parts awaiting uploads",
+                 "failed to fetch event content parts awaiting uploads %@");
 }
 
 /// An alternative of a condition is one step, with one below it that finds its rows.
@@ -38,8 +35,7 @@ std::vector<Operation> transferQueues() {
     const LogTexts expiredLines = linesOf(
         "eventContentsHavingExpiredDownloadURLsWithAutoDownloadMIMETypes:autodownloadMaxSize:limit:error:");
     return {
-        {.owner = "ZAVEventRepository",
-         .name = "eventContentsHavingUnassignedURLsWithError",
+        {.name = "eventContentsHavingUnassignedURLsWithError",
          .call = [](const R& r,
                     ZAVError* error) { return answer(r.eventContentsHavingUnassignedURLsWithError(error)); },
          .log = linesOf("eventContentsHavingUnassignedURLsWithError:"),
@@ -55,8 +51,7 @@ std::vector<Operation> transferQueues() {
          .answerFromEmptyTables = "set of 0",
          .answerOnFailure = "none",
          .report = FailureReport::errorLine},
-        {.owner = "ZAVEventRepository",
-         .name = "eventContentsHavingIncompleteUploadsWithLimit",
+        {.name = "eventContentsHavingIncompleteUploadsWithLimit",
          .call =
              [](const R& r, ZAVError* error) {
                  return answer(r.eventContentsHavingIncompleteUploadsWithLimit(10, error));
@@ -72,8 +67,7 @@ std::vector<Operation> transferQueues() {
          .answerFromEmptyTables = "set of 0",
          .answerOnFailure = "none",
          .report = FailureReport::errorLine},
-        {.owner = "ZAVEventRepository",
-         .name = "eventContentsHavingExpiredDownloadURLsWithAutoDownloadMIMETypes",
+        {.name = "eventContentsHavingExpiredDownloadURLsWithAutoDownloadMIMETypes",
          .variant = "OfSomeTypes",
          .call =
              [](const R& r, ZAVError* error) {
@@ -97,8 +91,7 @@ std::vector<Operation> transferQueues() {
          .answerFromEmptyTables = "set of 0",
          .answerOnFailure = "none",
          .report = FailureReport::errorLine},
-        {.owner = "ZAVEventRepository",
-         .name = "eventContentsHavingExpiredDownloadURLsWithAutoDownloadMIMETypes",
+        {.name = "eventContentsHavingExpiredDownloadURLsWithAutoDownloadMIMETypes",
          .variant = "OfAnyType",
          .call =
              [](const R& r, ZAVError* error) {
@@ -121,8 +114,7 @@ std::vector<Operation> transferQueues() {
          .answerFromEmptyTables = "set of 0",
          .answerOnFailure = "none",
          .report = FailureReport::errorLine},
-        {.owner = "ZAVEventRepository",
-         .name = "eventContentsHavingIncompleteDownloadsWithLimit",
+        {.name = "eventContentsHavingIncompleteDownloadsWithLimit",
          .call =
              [](const R& r, ZAVError* error) {
                  return answer(r.eventContentsHavingIncompleteDownloadsWithLimit(10, error));

@@ -13,7 +13,7 @@
 #include <utility>
 #include <vector>
 
-#include "Operations/Statements.h"
+#include "Operations/Texts.h"
 #include "Support/LogCapture.h"
 #include "Support/TestStore.h"
 

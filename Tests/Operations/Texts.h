@@ -1,5 +1,6 @@
 #pragma once
 
+#include <regex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -7,6 +8,29 @@
 #include "Operations/Operation.h"
 
 namespace zav::test {
+
+/// The log texts of an operation of the event repository. `values` fill the directives of both formats as
+/// they read for the call of the entry; the last directive of the failure's is that of the error.
+[[nodiscard]] inline LogTexts lines(const std::string& selector, const std::string& verboseFormat,
+                                    const std::string& failureFormat,
+                                    const std::vector<std::string>& values = {}) {
+    static const std::regex directive("%(lld|llu|ld|lu|d|u|@)");
+    const auto filled = [&](std::string format) {
+        std::string text;
+        std::smatch match;
+        for (auto value = values.begin();
+             value != values.end() && std::regex_search(format, match, directive); ++value) {
+            text += match.prefix().str() + *value;
+            format = match.suffix().str();
+        }
+        return text + format;
+    };
+    return {.function = "-[ZAVEventRepository " + selector + "]",
+            .verboseFormat = verboseFormat,
+            .verboseMessage = filled(verboseFormat),
+            .failureFormat = failureFormat,
+            .failureMessage = filled(failureFormat.substr(0, failureFormat.rfind('%')))};
+}
 
 /// The statement of an event query: the columns of an event and of its stream, and `furtherColumns`, from
 /// `rest` on.
