@@ -244,11 +244,13 @@ TEST_P(EveryOperation, ReportsThatItsFirstStepFailedAndWorksAfterwards) {
     if (GetParam().breaksOffSilently) {
         return;
     }
+    const Lines before = rowsOfAllTables(store.database());
     {
         const StatementInterruption interruption(store.database(), GetParam().statements.front().text);
         expectFailure(GetParam(), store, interruptionError());
         expectFailureWithoutAsking(GetParam(), store, interruptionError());
     }
+    EXPECT_EQ(rowsOfAllTables(store.database()), before) << "what failed at once has changed something";
     ZAVError error;
     EXPECT_EQ(summaryOf(GetParam(), store, &error), GetParam().answer) << error.description();
 }
@@ -259,6 +261,7 @@ TEST_P(EveryOperation, DropsWhatItReadBeforeAStepThatFails) {
         const InterruptionAfterRow interruption(store.database(), 1);
         expectFailure(GetParam(), store, interruptionError());
         EXPECT_EQ(interruption.rows(), 1) << "the step after the first row was to fail";
+        EXPECT_EQ(summaryOf(GetParam(), store, nullptr), GetParam().answer) << "after the failure";
     }
 }
 

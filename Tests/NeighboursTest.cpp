@@ -187,19 +187,6 @@ TEST_F(KeyedValues, NeedATable) {
                  NSInternalInconsistencyException);
 }
 
-TEST_F(KeyedValues, SayWhyTheyCannotBeReadOrSet) {
-    store_.execute("DROP TABLE keyed_values_remote");
-    const ZAVError expected("SQLite", 1, "no such table: keyed_values_remote");
-    ZAVError readError;
-    EXPECT_FALSE(values_.keyedValuesInContext(metadataOfEvent(1), &readError));
-    EXPECT_EQ(readError, expected);
-    ZAVError writeError;
-    EXPECT_FALSE(values_.setKeyedValuesWithDictionary({}, std::nullopt, metadataOfEvent(1), &writeError));
-    EXPECT_EQ(writeError, expected);
-    EXPECT_FALSE(values_.keyedValuesInContext(metadataOfEvent(1))) << "nobody asked for the reason";
-    EXPECT_FALSE(values_.setKeyedValuesWithDictionary({}, std::nullopt, metadataOfEvent(1)));
-}
-
 TEST_F(KeyedValues, AreTooManyRatherThanTooFewWhenSettingThemFailsPartWay) {
     store(metadataOfEvent(1), {{"old", text("1")}});
     store_.execute(
@@ -281,24 +268,6 @@ TEST_F(Streams, NeverGetTheRowOfOneThatWasDeleted) {
     EXPECT_GT(streams_.findOrCreateStreamWithUUID(uuidNumber(2)), first);
 }
 
-TEST_F(Streams, SayWhyTheyCannotBeReached) {
-    store_.execute("DROP TABLE streams");
-    const ZAVError expected("SQLite", 1, "no such table: streams");
-    ZAVError error;
-    EXPECT_EQ(streams_.streamDatabaseIdentifierForUUID(uuidNumber(1), &error), ZAVDatabaseIdentifierNotSet);
-    EXPECT_EQ(std::exchange(error, {}), expected);
-    EXPECT_EQ(streams_.findOrCreateStreamWithUUID(uuidNumber(1), &error), ZAVDatabaseIdentifierNotSet);
-    EXPECT_EQ(std::exchange(error, {}), expected);
-    EXPECT_EQ(streams_.createStreamWithoutUUID(&error), ZAVDatabaseIdentifierNotSet);
-    EXPECT_EQ(std::exchange(error, {}), expected);
-    EXPECT_FALSE(streams_.setUUID(uuidNumber(1), 1, &error));
-    EXPECT_EQ(std::exchange(error, {}), expected);
-    EXPECT_FALSE(streams_.setSeq(1, 1, &error));
-    EXPECT_EQ(std::exchange(error, {}), expected);
-    EXPECT_EQ(streams_.countOfStreams(&error), std::nullopt);
-    EXPECT_EQ(std::exchange(error, {}), expected);
-}
-
 TEST(SyncedChanges, AreRecordedOneByOne) {
     const TestStore store;
     const ZAVSyncedChangeRepository changes(store.sharedDatabase());
@@ -325,16 +294,6 @@ TEST(SyncedChanges, TellUnprocessedEventsFromProcessedOnes) {
     ASSERT_TRUE(unprocessed);
     ASSERT_EQ(unprocessed->size(), 1U);
     EXPECT_EQ((*unprocessed)[0]->databaseIdentifier(), inserted->databaseIdentifier());
-}
-
-TEST(SyncedChanges, SayWhyTheyCannotBeRecorded) {
-    const TestStore store;
-    store.execute("DROP TABLE synced_changes");
-    ZAVError error;
-    const ZAVSyncedChangeRepository changes(store.sharedDatabase());
-    EXPECT_FALSE(changes.recordChange("events", 1, ZAVSyncedChangeTypeInsert, &error));
-    EXPECT_EQ(error, ZAVError("SQLite", 1, "no such table: synced_changes"));
-    EXPECT_FALSE(changes.recordChange("events", 1, ZAVSyncedChangeTypeInsert));
 }
 
 TEST(SyncedChanges, NameTheEventsTableWithoutAQuote) {
@@ -543,27 +502,6 @@ TEST(Messages, ShowThePartsOfTheirEvent) {
     const auto part = store.repository().eventContentForMessagePart(ZAVMessagePart(message, 1));
     ASSERT_NE(part, nullptr);
     EXPECT_EQ(part->body()->asText(), "you");
-}
-
-TEST(ConversationsAndMessages, TellWhyTheyFail) {
-    const TestStore store;
-    const ZAVConversationRepository conversations(store.sharedDatabase());
-    const ZAVMessageRepository messages(store.sharedDatabase());
-    store.execute("DROP TABLE conversations; DROP TABLE conversation_participants; DROP TABLE messages");
-    ZAVError error;
-    EXPECT_EQ(conversations.findOrCreateConversationWithStreamUUID(uuidNumber(1), &error),
-              ZAVDatabaseIdentifierNotSet);
-    EXPECT_EQ(error, ZAVError("SQLite", 1, "no such table: conversations"));
-    EXPECT_FALSE(conversations.addParticipant("ada", 1, &error));
-    EXPECT_EQ(error, ZAVError("SQLite", 1, "no such table: conversation_participants"));
-    error = {};
-    EXPECT_EQ(conversations.seqOfParticipant("ada", 1, &error), std::nullopt);
-    EXPECT_EQ(error, ZAVError("SQLite", 1, "no such table: conversation_participants"));
-    EXPECT_EQ(messages.findOrCreateMessageForEventDatabaseIdentifier(1, &error), nullptr);
-    EXPECT_EQ(error, ZAVError("SQLite", 1, "no such table: messages"));
-    error = {};
-    EXPECT_EQ(messages.seqOfMessage(ZAVMessage(1), &error), std::nullopt);
-    EXPECT_EQ(error, ZAVError("SQLite", 1, "no such table: messages"));
 }
 
 // The row identifier that means "not set".

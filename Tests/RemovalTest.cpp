@@ -116,28 +116,6 @@ std::string forgettingStatement(const Rows& rows) {
            ")";
 }
 
-/// Records the statements that the engine starts on a handle as they were written, with their placeholders.
-class StatementTexts {
-public:
-    explicit StatementTexts(FMDatabase& database) : database_(database) {
-        sqlite3_trace_v2(database_.sqliteHandle(), SQLITE_TRACE_STMT, record, &texts_);
-    }
-    ~StatementTexts() { sqlite3_trace_v2(database_.sqliteHandle(), 0, nullptr, nullptr); }
-    StatementTexts(const StatementTexts&) = delete;
-    StatementTexts& operator=(const StatementTexts&) = delete;
-
-    [[nodiscard]] const Lines& texts() const { return texts_; }
-
-private:
-    static int record(unsigned, void* context, void* statement, void*) {
-        static_cast<Lines*>(context)->emplace_back(sqlite3_sql(static_cast<sqlite3_stmt*>(statement)));
-        return 0;
-    }
-
-    FMDatabase& database_;
-    Lines texts_;
-};
-
 TEST(UnprocessedEventRemoval, TakesOneStatementForAFewEventsInTheirOrder) {
     const TestStore store;
     EXPECT_EQ(
@@ -146,14 +124,6 @@ TEST(UnprocessedEventRemoval, TakesOneStatementForAFewEventsInTheirOrder) {
     EXPECT_EQ(statementsOf(store, forgetting(Rows{-1, 0, ZAVDatabaseIdentifierNotSet})),
               Lines{"DELETE FROM synced_changes WHERE table_name = 'events' AND row_identifier IN "
                     "(-1, 0, 9223372036854775807)"});
-}
-
-TEST(UnprocessedEventRemoval, WritesTheTableNameIntoTheTextAndBindsTheRows) {
-    const TestStore store;
-    const StatementTexts statements(store.database());
-    EXPECT_TRUE(store.repository().deleteUnprocessedEvents(eventsInRows({3, 1})));
-    EXPECT_EQ(statements.texts(),
-              Lines{"DELETE FROM synced_changes WHERE table_name = 'events' AND row_identifier IN (?, ?)"});
 }
 
 TEST(UnprocessedEventRemoval, TakesAStatementForEachFiveHundredEvents) {
@@ -226,9 +196,9 @@ TEST(UnprocessedEventRemoval, TakesRowsThatAHashTableWouldPutIntoOneBucket) {
     for (ZAVDatabaseIdentifier number = 100'000; number > 0; --number) {
         rows.push_back(number * bucketCounts);
     }
-    const StatementTexts statements(store.database());
+    const StatementTrace trace(store.database());
     EXPECT_TRUE(store.repository().deleteUnprocessedEvents(eventsInRows(rows)));
-    EXPECT_EQ(statements.texts().size(), 200U);
+    EXPECT_EQ(trace.statements().size(), 200U);
 }
 
 TEST(UnprocessedEventRemoval, OfEventsThatDoNotWaitIsNoFailure) {
@@ -245,13 +215,6 @@ TEST(UnprocessedEventRemoval, OfNoEventsIsFalseWithoutAStatementAndWithoutAnErro
     expectNoFailure(store, operation, false);
 }
 
-TEST(UnprocessedEventRemoval, ReportsThatItsStatementCannotBePrepared) {
-    const TestStore store;
-    store.execute("DROP TABLE synced_changes");
-    expectFailure(store, forgetting(Rows{1, 2}), missingTable("synced_changes"));
-    expectFailureWithoutAsking(store, forgetting(Rows{1, 2}), missingTable("synced_changes"));
-}
-
 TEST(UnprocessedEventRemoval, ReportsThatItsStatementFailed) {
     const TestStore store;
     addChanges(store, {1, 2});
@@ -260,17 +223,6 @@ TEST(UnprocessedEventRemoval, ReportsThatItsStatementFailed) {
     expectFailureWithoutAsking(store, forgetting(Rows{1, 2}), refusal());
     EXPECT_EQ(store.rows("SELECT row_identifier FROM synced_changes"), (Lines{"1", "2"}))
         << "a statement that fails deletes nothing";
-}
-
-TEST(UnprocessedEventRemoval, ReportsThatItsStatementWasBrokenOff) {
-    const TestStore store;
-    addChanges(store, {1});
-    {
-        const StatementInterruption interruption(store.database(), "DELETE FROM synced_changes");
-        expectFailure(store, forgetting(Rows{1}), interruptionError());
-    }
-    expectNoFailure(store, forgetting(Rows{1}), true);
-    EXPECT_EQ(store.rows("SELECT * FROM synced_changes"), Lines{});
 }
 
 TEST(UnprocessedEventRemoval, StopsAtTheFirstFailingStatementAndKeepsWhatTheEarlierOnesDid) {
@@ -333,11 +285,6 @@ TEST(EventRemoval, TakesAStatementForEachEventInTheOrderOfTheSet) {
     EXPECT_EQ(store.eventRows(), (Lines{"2", "4"}));
 }
 
-TEST(EventRemoval, IsAnnouncedAndLeavesTheCallersErrorAsItWas) {
-    const EventStore store;
-    expectNoFailure(store, deleting({1, 2}), true);
-}
-
 TEST(EventRemoval, LeavesAllThatRefersToTheEvents) {
     const EventStore store;
     EXPECT_TRUE(store.repository().deleteEvents(eventsInRows({1, 2, 3, 4})));
@@ -387,29 +334,12 @@ TEST(EventRemoval, OfNoEventsIsFalseWithoutAStatementAndWithoutAnError) {
     expectNoFailure(store, deleting({}), false);
 }
 
-TEST(EventRemoval, ReportsThatItsStatementCannotBePrepared) {
-    const EventStore store;
-    store.execute("DROP TABLE events");
-    expectFailure(store, deleting({1}), missingTable("events"));
-    expectFailureWithoutAsking(store, deleting({1}), missingTable("events"));
-}
-
 TEST(EventRemoval, StopsAtTheFirstFailingStatementAndKeepsWhatTheEarlierOnesDid) {
     const EventStore store;
     refuse(store, "DELETE ON events WHEN OLD.database_identifier = 2");
     expectFailure(store, deleting({4, 2, 1}), refusal());
     EXPECT_EQ(store.eventRows(), (Lines{"1", "2", "3"}));
     expectFailureWithoutAsking(store, deleting({2, 1}), refusal());
-}
-
-TEST(EventRemoval, ReportsThatItsStatementWasBrokenOff) {
-    const EventStore store;
-    {
-        const StatementInterruption interruption(store.database(), "DELETE FROM events");
-        expectFailure(store, deleting({1}), interruptionError());
-    }
-    EXPECT_EQ(store.eventRows(), (Lines{"1", "2", "3", "4"}));
-    expectNoFailure(store, deleting({1}), true);
 }
 
 // Tombstones.
@@ -490,29 +420,12 @@ TEST(Tombstoning, PrintsTheSequenceSignedAndTheStreamUnsigned) {
     expectFailure(store, operation, missingTable("events"));
 }
 
-TEST(Tombstoning, ReportsThatItsStatementCannotBePrepared) {
-    const EventStore store;
-    store.execute("DROP TABLE events");
-    expectFailure(store, tombstoningTwelve, missingTable("events"));
-    expectFailureWithoutAsking(store, tombstoningTwelve, missingTable("events"));
-}
-
 TEST(Tombstoning, ReportsThatItsStatementFailed) {
     const EventStore store;
     refuse(store, "UPDATE ON events");
     expectFailure(store, tombstoningTwelve, refusal());
     expectFailureWithoutAsking(store, tombstoningTwelve, refusal());
     EXPECT_EQ(typesOf(store), untouchedTypes);
-}
-
-TEST(Tombstoning, ReportsThatItsStatementWasBrokenOff) {
-    const EventStore store;
-    {
-        const StatementInterruption interruption(store.database(), "UPDATE events");
-        expectFailure(store, tombstoningTwelve, interruptionError());
-    }
-    EXPECT_EQ(typesOf(store), untouchedTypes);
-    expectNoFailure(store, tombstoningTwelve, true);
 }
 
 }  // namespace

@@ -72,13 +72,6 @@ void expectSilentFailure(const TestStore& store, const ZAVEvent& event, const ZA
     expectHandleIsAtRest(store);
 }
 
-TEST(EventSequence, IsRecordedWithOneStatementForTheEventsRow) {
-    const UnpublishedStore store;
-    EXPECT_EQ(statementsUpdating(store, *publishedEvent()),
-              Lines{"UPDATE events SET seq = 12, creator_id = 'alice', timestamp = 1700000000123 "
-                    "WHERE database_identifier = 41"});
-}
-
 TEST(EventSequence, IsRecordedWithTheCreatorAndTheTimestampAndChangesNoOtherColumnAndRow) {
     const UnpublishedStore store;
     const auto event = publishedEvent();
@@ -159,16 +152,6 @@ TEST(EventSequence, OfAnEventWhoseRowWasDeletedIsNoFailure) {
     EXPECT_EQ(store.events(), Lines{unpublished[1]});
 }
 
-TEST(EventSequence, IsRecordedWithoutALineAndWithoutTouchingTheCallersError) {
-    const UnpublishedStore store;
-    ZAVError error = errorOfSomebodyElse();
-    const LogCapture log;
-    EXPECT_TRUE(store.repository().updateObject(*publishedEvent(), &error));
-    EXPECT_EQ(error, errorOfSomebodyElse()) << error.description();
-    EXPECT_EQ(log.records(), std::vector<LogRecord>{});
-    expectHandleIsAtRest(store);
-}
-
 TEST(EventSequence, LeavesTheRecordAsItWas) {
     const UnpublishedStore store;
     const auto event = publishedEvent();
@@ -219,27 +202,11 @@ TEST(EventSequence, NeedsNoMoreOfTheStreamIdentifierThanThatThereIsOne) {
     EXPECT_EQ(store.events()[0], "41|2|alice|12|1700000000123|2|3|4|member|5|1|X'AB'|name");
 }
 
-TEST(EventSequence, FailsSilentlyWhenTheStatementCannotBePrepared) {
-    const UnpublishedStore store;
-    store.execute("DROP TABLE events");
-    expectSilentFailure(store, *publishedEvent(), missingTable("events"));
-}
-
 TEST(EventSequence, FailsSilentlyWhenTheRowIsRefused) {
     const UnpublishedStore store;
     refuse(store, "UPDATE ON events");
     expectSilentFailure(store, *publishedEvent(), refusal());
     EXPECT_EQ(store.events(), unpublished);
-}
-
-TEST(EventSequence, FailsSilentlyWhenTheStatementIsBrokenOff) {
-    const UnpublishedStore store;
-    {
-        const StatementInterruption interruption(store.database(), "UPDATE events");
-        expectSilentFailure(store, *publishedEvent(), interruptionError());
-    }
-    EXPECT_EQ(store.events(), unpublished);
-    EXPECT_TRUE(store.repository().updateObject(*publishedEvent())) << "a failure is not to last";
 }
 
 TEST(EventSequence, FailsSilentlyWhenAnotherEventOfTheStreamHasIt) {
@@ -305,11 +272,6 @@ TEST(ParticipantSequence, IsRecordedForTheMemberOfTheConversationThatIsLookedUpB
                      "AND conversation_database_identifier = 7"}));
     EXPECT_EQ(store.participants(), (Lines{"1|7|alice|12", "2|7|bob|20", "3|8|alice|20"}))
         << "a smaller sequence overwrites a larger one, and no other row changes";
-}
-
-TEST(ParticipantSequence, IsAnnouncedAndRecordedWithoutTouchingTheCallersError) {
-    const ConversationStore store;
-    expectNoFailure(store, aliceAtTwelve, true);
 }
 
 TEST(ParticipantSequence, OfSomebodyWhoIsNoParticipantIsNoFailure) {
@@ -389,24 +351,6 @@ TEST(ParticipantSequence, ReportsInAVerboseLineThatTheConversationCannotBeLooked
     EXPECT_EQ(store.participants(), untouchedParticipants);
 }
 
-TEST(ParticipantSequence, ReportsInAVerboseLineThatLookingUpTheConversationWasBrokenOff) {
-    const ConversationStore store;
-    {
-        const StatementInterruption interruption(store.database(), "SELECT conversations");
-        expectFailure(store, aliceAtTwelve, interruptionError());
-        expectFailureWithoutAsking(store, aliceAtTwelve, interruptionError());
-    }
-    EXPECT_EQ(store.participants(), untouchedParticipants);
-    expectNoFailure(store, aliceAtTwelve, true);
-}
-
-TEST(ParticipantSequence, ReportsInAVerboseLineThatItsUpdateCannotBePrepared) {
-    const ConversationStore store;
-    store.execute("DROP TABLE conversation_participants");
-    expectFailure(store, aliceAtTwelve, missingTable("conversation_participants"));
-    expectFailureWithoutAsking(store, aliceAtTwelve, missingTable("conversation_participants"));
-}
-
 TEST(ParticipantSequence, ReportsInAVerboseLineThatItsUpdateFailed) {
     const ConversationStore store;
     refuse(store, "UPDATE ON conversation_participants");
@@ -468,11 +412,6 @@ TEST(MessageSequence, IsRecordedWithOneStatementForTheMessageOfTheEvent) {
         << "a smaller sequence overwrites a larger one, and no other row changes";
 }
 
-TEST(MessageSequence, IsAnnouncedAndRecordedWithoutTouchingTheCallersError) {
-    const MessageStore store;
-    expectNoFailure(store, messageAtTwelve, true);
-}
-
 TEST(MessageSequence, OfAnEventThatCarriesNoMessageIsNoFailure) {
     const MessageStore store;
     expectNoFailure(store, messageSeq(12, 99, "99"), true);
@@ -495,29 +434,12 @@ TEST(MessageSequence, IsStoredAlsoWhenItIsTheMarkerOfAMissingOne) {
     EXPECT_EQ(store.messages()[0], "1|3|2147483647");
 }
 
-TEST(MessageSequence, ReportsThatItsStatementCannotBePrepared) {
-    const MessageStore store;
-    store.execute("DROP TABLE messages");
-    expectFailure(store, messageAtTwelve, missingTable("messages"));
-    expectFailureWithoutAsking(store, messageAtTwelve, missingTable("messages"));
-}
-
 TEST(MessageSequence, ReportsThatItsStatementFailed) {
     const MessageStore store;
     refuse(store, "UPDATE ON messages");
     expectFailure(store, messageAtTwelve, refusal());
     expectFailureWithoutAsking(store, messageAtTwelve, refusal());
     EXPECT_EQ(store.messages(), untouchedMessages);
-}
-
-TEST(MessageSequence, ReportsThatItsStatementWasBrokenOff) {
-    const MessageStore store;
-    {
-        const StatementInterruption interruption(store.database(), "UPDATE messages");
-        expectFailure(store, messageAtTwelve, interruptionError());
-    }
-    EXPECT_EQ(store.messages(), untouchedMessages);
-    expectNoFailure(store, messageAtTwelve, true);
 }
 
 }  // namespace

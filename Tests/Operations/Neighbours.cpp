@@ -31,8 +31,8 @@ Repository on(const ZAVEventRepository& repository) {
 template <class Read>
 Answer answerOfSeq(ZAVError* error, const Read& read) {
     ZAVError own;
-    const std::optional<ZAVSequence> seq = read(&own);
-    if (own) {
+    const std::optional<ZAVSequence> seq = read(error == nullptr ? nullptr : &own);
+    if (own || (error == nullptr && !seq)) {
         ZAVStoreError(error, own);
         return {"none"};
     }

@@ -14,12 +14,13 @@ std::vector<Operation> sequenceUpdates() {
                  auto event = draft(23);
                  event->set_seq(23);
                  event->set_creator_id("member-9");
+                 event->set_server_timestamp(1700000000123);
                  return answer(r.updateObject(*event, error));
              },
          .statements =
              {{.text =
                    "UPDATE events SET seq = ?, creator_id = ?, timestamp = ? WHERE database_identifier = ?",
-               .values = {"23", "'member-9'", "0", "23"},
+               .values = {"23", "'member-9'", "1700000000123", "23"},
                .plan = {"SEARCH events USING INTEGER PRIMARY KEY (rowid=?)"}}},
          .needs = {"events"},
          .answer = "true",
