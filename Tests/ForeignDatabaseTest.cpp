@@ -1,9 +1,9 @@
 #include <ZAVEventRepository/ZAVDatabaseSchema.h>
 #include <ZAVEventRepository/ZAVEventRepository.h>
-#include <ZAVEventRepository/ZAVMessagePartObjectIdentifier.h>
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <functional>
 #include <limits>
 #include <memory>
 #include <optional>
@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "Operations/Answers.h"
 #include "Operations/Catalogue.h"
 #include "Support/DatabaseHandles.h"
 #include "Support/TemporaryDirectory.h"
@@ -125,6 +126,16 @@ public:
     }
 };
 
+/// Makes a call that must not fail, whatever the tables hold; what it answers.
+std::string answerOf(const ForeignStore& store, const std::function<Answer(ZAVError*)>& call) {
+    ZAVError error;
+    Answer answer;
+    EXPECT_NO_THROW(answer = call(&error));
+    EXPECT_FALSE(error) << error.description();
+    EXPECT_EQ(store.database().openResultSets(), 0U) << "a cursor stayed open";
+    return answer.summary();
+}
+
 /// Runs every operation of the event repository and expects that none fails, whatever the tables hold.
 void expectEveryOperationToSucceed(const ForeignStore& store) {
     // The streams that the operations name.
@@ -133,13 +144,39 @@ void expectEveryOperationToSucceed(const ForeignStore& store) {
         "INSERT INTO streams (database_identifier) SELECT 1 WHERE NOT EXISTS"
         " (SELECT 1 FROM streams WHERE database_identifier = 1)");
     const ZAVEventRepository repository = store.repository();
+    // Zero may be among what the tables hold, unlike the rows that the operations of the catalogue look for.
+    answerOf(store, [&](auto* error) {
+        return answer(repository.eventsFromRevivedStreamWithStreamDatabaseIdentifier(0, error));
+    });
+    answerOf(store, [&](auto* error) { return answer(repository.eventWithSeq(0, uuidNumber(0xAA), error)); });
+    answerOf(store, [&](auto* error) { return answer(repository.eventForDatabaseIdentifier(0, error)); });
+    answerOf(store, [&](auto* error) { return answer(repository.eventContentDatabaseIdentifier(0, error)); });
+    answerOf(store, [&](auto* error) {
+        return answer(repository.eventContentForEventDatabaseIdentifier(0, 0, error));
+    });
+    answerOf(store, [&](auto* error) {
+        return answer(
+            repository.eventContentForMessagePart(ZAVMessagePart(std::make_shared<ZAVMessage>(0), 0), error));
+    });
+    answerOf(store, [&](auto* error) {
+        return answer(repository.eventContentsHavingExpiredDownloadURLsWithAutoDownloadMIMETypes(
+            std::set<std::string>{"4"}, 0, 100, error));
+    });
     for (const Operation& operation : operationsOfTheEventRepository()) {
         SCOPED_TRACE(operation);
-        ZAVError error;
-        EXPECT_NO_THROW(static_cast<void>(operation.call(repository, &error)));
-        EXPECT_FALSE(error) << error.description();
-        EXPECT_EQ(store.database().openResultSets(), 0U) << "a cursor stayed open";
+        const std::string answered =
+            answerOf(store, [&](ZAVError* error) { return operation.call(repository, error); });
+        EXPECT_TRUE(answered != operation.answerOnFailure || answered == operation.answerFromEmptyTables)
+            << answered;
     }
+    EXPECT_EQ(
+        scalar(store.database(), "SELECT COUNT(*) > 0 FROM events WHERE stream_database_identifier = 70"),
+        "1")
+        << "no event was stored in the stream that it names";
+    const auto events = repository.allEvents();
+    ASSERT_TRUE(events);
+    EXPECT_TRUE(repository.deleteUnprocessedEvents(*events));
+    EXPECT_TRUE(repository.deleteEvents(*events));
 }
 
 struct Filling {

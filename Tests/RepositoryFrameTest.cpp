@@ -151,25 +151,6 @@ TEST(RepositoryFrame, ATransactionOfTheCallersIsLeftOpen) {
     EXPECT_EQ(store.rows("SELECT COUNT(*) FROM events"), std::vector<std::string>{"1"});
 }
 
-TEST(RepositoryFrame, AnOperationThatSucceedsWritesItsVerboseLineAndLeavesTheErrorAlone) {
-    const TestStore store;
-    addEvents(store, 2);
-    const LogCapture log;
-    ZAVError error = fromBefore;
-    const auto events = store.repository().allEvents(&error);
-    ASSERT_TRUE(events);
-    EXPECT_EQ(events->size(), 2U);
-    EXPECT_EQ(error, fromBefore);
-    EXPECT_EQ(log.records(), std::vector<LogRecord>{fetchingAllEvents});
-}
-
-TEST(RepositoryFrame, AnEmptyTableYieldsAnEmptySetRatherThanNone) {
-    const TestStore store;
-    const auto events = store.repository().allEvents();
-    ASSERT_TRUE(events);
-    EXPECT_TRUE(events->empty());
-}
-
 TEST(RepositoryFrame, TheVerboseLineIsWrittenBeforeTheWork) {
     /// A sink that notes how many statements had been started when a line came.
     class Sink final : public DDLogSink {
@@ -189,19 +170,6 @@ TEST(RepositoryFrame, TheVerboseLineIsWrittenBeforeTheWork) {
     EXPECT_EQ(store.repository().countOfEvents(), 0U);
     EXPECT_EQ(sink->startedBefore, std::vector<std::size_t>{0});
     EXPECT_EQ(trace.statements(), std::vector<std::string>{"SELECT COUNT(*) FROM events"});
-}
-
-TEST(RepositoryFrame, AStatementThatCannotBePreparedYieldsNothingAndIsReportedOnce) {
-    const TestStore store;
-    store.execute("DROP TABLE events");
-    const LogCapture log;
-    ZAVError error = fromBefore;
-    EXPECT_EQ(store.repository().allEvents(&error), std::nullopt);
-    EXPECT_EQ(error, store.database().lastError());
-    EXPECT_EQ(error.domain(), "SQLite");
-    EXPECT_EQ(error.code(), 1);
-    EXPECT_EQ(error.message(), "no such table: events");
-    EXPECT_EQ(log.records(), (std::vector<LogRecord>{fetchingAllEvents, failedToFetchAllEvents(error)}));
 }
 
 TEST(RepositoryFrame, ALogThatFailsChangesNothingAboutAnOperation) {
@@ -244,39 +212,6 @@ TEST(RepositoryFrame, TheLineOfAFailedWriteIsBoundedWhateverTheEventsHold) {
     EXPECT_EQ(message.find('\n'), std::string::npos) << "a name broke the line";
 }
 
-TEST(RepositoryFrame, AFailedCountIsZero) {
-    const TestStore store;
-    addEvents(store, 2);
-    store.execute("DROP TABLE events");
-    const LogCapture log;
-    ZAVError error;
-    EXPECT_EQ(store.repository().countOfEvents(&error), 0U);
-    EXPECT_EQ(error, store.database().lastError());
-    constexpr const char* function = "-[ZAVEventRepository countOfEvents:]";
-    EXPECT_EQ(log.records(),
-              (std::vector<LogRecord>{
-                  verboseLine(function, "fetching syncable change count", "fetching syncable change count"),
-                  errorLine(function, "failed to fetch events with %@",
-                            "failed to fetch events with " + error.description())}));
-}
-
-TEST(RepositoryFrame, AFailedLookupIsNoRecord) {
-    const TestStore store;
-    addEvents(store, 1);
-    store.execute("DROP TABLE events");
-    const LogCapture log;
-    ZAVError error;
-    EXPECT_EQ(store.repository().eventForDatabaseIdentifier(1, &error), nullptr);
-    EXPECT_EQ(error, store.database().lastError());
-    constexpr const char* function = "-[ZAVEventRepository eventForDatabaseIdentifier:error:]";
-    EXPECT_EQ(log.records(),
-              (std::vector<LogRecord>{
-                  verboseLine(function, "fetching event for database identifier:%lld",
-                              "fetching event for database identifier:1"),
-                  errorLine(function, "failed to fetch event for database identifier:%lld with %@",
-                            "failed to fetch event for database identifier:1 with " + error.description())}));
-}
-
 TEST(RepositoryFrame, AFailedWriteIsFalseAndKeepsWhatWasWrittenBefore) {
     const TestStore store;
     store.addStream(uuidNumber(1));
@@ -314,15 +249,6 @@ TEST(RepositoryFrame, ReadingThatBreaksOffYieldsNoPartOfTheResult) {
     EXPECT_EQ(store.database().openResultSets(), 0U);
 }
 
-TEST(RepositoryFrame, AFailureWithoutAnErrorParameterIsLoggedAllTheSame) {
-    const TestStore store;
-    store.execute("DROP TABLE events");
-    const LogCapture log;
-    EXPECT_EQ(store.repository().allEvents(), std::nullopt);
-    EXPECT_EQ(log.records(), (std::vector<LogRecord>{fetchingAllEvents,
-                                                     failedToFetchAllEvents(store.database().lastError())}));
-}
-
 TEST(RepositoryFrame, AViolatedPreconditionIsThrownNotReported) {
     const TestStore store;
     const LogCapture log;
@@ -334,17 +260,6 @@ TEST(RepositoryFrame, AViolatedPreconditionIsThrownNotReported) {
               (std::vector<LogRecord>{verboseLine("-[ZAVEventRepository persistEvents:error:]",
                                                   "persisting %lu event(s)", "persisting 1 event(s)")}));
     EXPECT_EQ(store.database().openResultSets(), 0U);
-}
-
-TEST(RepositoryFrame, AfterAFailureTheRepositoryWorksOn) {
-    const TestStore store;
-    const LogCapture log;
-    store.execute("ALTER TABLE events RENAME TO events_away");
-    EXPECT_EQ(store.repository().allEvents(), std::nullopt);
-    store.execute("ALTER TABLE events_away RENAME TO events");
-    ZAVError error;
-    ASSERT_TRUE(store.repository().allEvents(&error)) << error.description();
-    EXPECT_FALSE(error) << "the failure before is not this operation's";
 }
 
 /// The lines, by flag, that a failing operation writes under the given guards.
@@ -420,44 +335,6 @@ TEST(RepositoryFrame, ARecordIsDescribedOnlyForALineThatIsWanted) {
     ddLogLevel = 1U;
     EXPECT_FALSE(store.repository().persistEvents({event}));
     EXPECT_EQ(event->descriptions, 1) << "the error line prints the event";
-}
-
-TEST(RepositoryFrame, TheRowMapperIsGivenTheCallersOwnErrorParameter) {
-    /// A repository that notes what its row mapper was given.
-    class Repository final : public ZAVEventRepository {
-    public:
-        using ZAVEventRepository::ZAVEventRepository;
-        std::shared_ptr<ZAVEvent> objectFromResultSet(const FMResultSet& row,
-                                                      ZAVError* error) const override {
-            given.push_back(error);
-            return ZAVEventRepository::objectFromResultSet(row, error);
-        }
-        mutable std::vector<ZAVError*> given;
-    };
-    const TestStore store;
-    addEvents(store, 1);
-    const Repository repository(store.sharedDatabase());
-    ZAVError error;
-    EXPECT_TRUE(repository.allEvents(&error));
-    EXPECT_TRUE(repository.allEvents());
-    EXPECT_NE(repository.eventForDatabaseIdentifier(1, &error), nullptr);
-    EXPECT_EQ(repository.given, (std::vector<ZAVError*>{&error, nullptr, &error}));
-}
-
-TEST(RepositoryFrame, NoOperationOpensATransaction) {
-    const TestStore store;
-    store.addStream(uuidNumber(1));
-    const auto event = makeEvent(EventType_MESSAGE, uuidNumber(1), 7);
-    event->set_content(std::vector<std::shared_ptr<ZAVTContent>>{makeTextPart("hello")});
-    const StatementTrace trace(store.database());
-    EXPECT_TRUE(store.repository().persistEvents({event}));
-    EXPECT_TRUE(store.repository().allEvents());
-    EXPECT_FALSE(trace.statements().empty());
-    for (const std::string& statement : trace.statements()) {
-        for (const char* word : {"BEGIN", "COMMIT", "ROLLBACK", "SAVEPOINT", "RELEASE", "END"}) {
-            EXPECT_FALSE(statement.starts_with(word)) << statement;
-        }
-    }
 }
 
 TEST(RepositoryFrame, TheRepositoryWorksOnTheHandleItWasGiven) {

@@ -1,7 +1,6 @@
 #include <ZAVEventRepository/ZAVEventRepository.h>
 #include <ZAVEventRepository/ZAVMessagePartObjectIdentifier.h>
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 
 #include <cstdint>
 #include <limits>

@@ -2,7 +2,6 @@
 #include <ZAVEventRepository/ZAVSQLVector.h>
 #include <ZAVEventRepository/ZAVSyncedChangeRepository.h>
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 
 #include <cstddef>
 #include <memory>
