@@ -200,7 +200,7 @@ int countDown(void* calls) {
 }
 
 void checkAnswer(const test::Operation& operation, const test::Answer& answer, const ZAVError& error) {
-    const bool failed = answer.value == operation.answerOnFailure;
+    const bool failed = answer.value == operation.answers.failing;
     if (error && !failed && answer.value != "set" && answer.value != "event") {
         std::cerr << nameOf(operation) << " answered " << answer.value << " and " << error.description()
                   << '\n';

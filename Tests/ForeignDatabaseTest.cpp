@@ -166,8 +166,7 @@ void expectEveryOperationToSucceed(const ForeignStore& store) {
         SCOPED_TRACE(operation);
         const std::string answered =
             answerOf(store, [&](ZAVError* error) { return operation.call(repository, error); });
-        EXPECT_TRUE(answered != operation.answerOnFailure || answered == operation.answerFromEmptyTables)
-            << answered;
+        EXPECT_TRUE(answered != operation.answers.failing || answered == operation.answers.empty) << answered;
     }
     EXPECT_EQ(
         scalar(store.database(), "SELECT COUNT(*) > 0 FROM events WHERE stream_database_identifier = 70"),

@@ -55,10 +55,6 @@ protected:
         ZAVKeyedValueRepository::repositoryWithDatabase(store_.sharedDatabase());
 };
 
-TEST_F(KeyedValues, AreEmptyWhenNothingIsStored) {
-    EXPECT_TRUE(stored(metadataOfEvent(1)).empty());
-}
-
 TEST_F(KeyedValues, KeepTextAsTextAndBytesAsBytes) {
     const ZAVDictionary dictionary{
         {"text", text("value")},
@@ -226,13 +222,6 @@ TEST_F(Streams, AreFoundUnderTheUUIDTheyWereRegisteredWith) {
     EXPECT_EQ(streams_.countOfStreams(), 2U);
     EXPECT_EQ(store_.rows("SELECT stream_id, seq FROM streams ORDER BY database_identifier"),
               (Rows{"X'11111111111111111111111111111101'|NULL", "X'11111111111111111111111111111102'|NULL"}));
-}
-
-TEST_F(Streams, ThatAreNotRegisteredHaveNoRowAndNoError) {
-    ZAVError error;
-    EXPECT_EQ(streams_.streamDatabaseIdentifierForUUID(uuidNumber(1), &error), ZAVDatabaseIdentifierNotSet);
-    EXPECT_FALSE(error);
-    EXPECT_EQ(streams_.countOfStreams(), 0U) << "looking a stream up registered it";
 }
 
 TEST_F(Streams, WaitForTheirUUID) {

@@ -48,13 +48,6 @@ LogRecord updateLine(const ZAVEventContent& part) {
                        "persisting event content update for eventContent=" + part.description());
 }
 
-LogRecord updateFailureLine(const ZAVEventContent& part, const ZAVError& error) {
-    return errorLine("-[ZAVEventRepository persistEventContentUpdate:error:]",
-                     "failed persisting event content update for eventContent=%@ with %@",
-                     "failed persisting event content update for eventContent=" + part.description() +
-                         " with " + error.description());
-}
-
 /// What the tables hold for the part that `FilledPart` updates, and for its neighbours.
 class StoredPartStore : public TestStore {
 public:
@@ -76,16 +69,6 @@ public:
 };
 
 constexpr const char* untouchedPart = "text/plain|X'ABCD'|5.5|old:url|6|2|old/file|8.5|0";
-
-TEST(ContentUpdate, RunsItsStatementWithEveryValueOfTheRecord) {
-    const StoredPartStore store;
-    EXPECT_EQ(statementsOfUpdate(store, FilledPart()),
-              std::vector<std::string>{
-                  "UPDATE event_content_parts SET access_expiration = 1700000000.5, url = "
-                  "'https://store.example/1', size = 42, transfer_status = 4, file_path = 'a/b', "
-                  "last_accessed = 1600000000.25, purged = 1 WHERE event_content_part_id = 3 AND "
-                  "event_database_identifier = 7"});
-}
 
 TEST(ContentUpdate, BindsNullForWhatTheRecordHasNot) {
     const TestStore store;
@@ -267,20 +250,6 @@ TEST(ContentUpdate, ZeroAndNegativeNumbersAreRowsOfEvents) {
     }
     EXPECT_EQ(store.rows("SELECT transfer_status FROM event_content_parts"),
               (std::vector<std::string>{"4", "4"}));
-}
-
-TEST(ContentUpdate, ReportsThatItsStatementFailed) {
-    const StoredPartStore store;
-    store.execute(
-        "CREATE TRIGGER refuse BEFORE UPDATE ON event_content_parts BEGIN SELECT RAISE(ABORT, 'no'); END");
-    const FilledPart part;
-    const LogCapture log;
-    ZAVError error;
-    EXPECT_FALSE(store.repository().persistEventContentUpdate(part, &error));
-    EXPECT_EQ(error, ZAVError("SQLite", SQLITE_CONSTRAINT_TRIGGER, "no")) << error.description();
-    EXPECT_EQ(log.records(), (std::vector{updateLine(part), updateFailureLine(part, error)}));
-    EXPECT_EQ(store.part(7, 3), std::vector<std::string>{untouchedPart});
-    expectHandleIsAtRest(store);
 }
 
 // The total.

@@ -73,10 +73,7 @@ std::string conditionOf(const TestStore& store, Call call) {
 
 class EveryContentLookup : public testing::TestWithParam<Operation> {};
 
-INSTANTIATE_TEST_SUITE_P(Of, EveryContentLookup, testing::ValuesIn(contentLookups()),
-                         [](const testing::TestParamInfo<Operation>& lookup) {
-                             return nameOf(lookup.param);
-                         });
+INSTANTIATE_TEST_SUITE_P(Of, EveryContentLookup, testing::ValuesIn(contentLookups()), nameOfParameter);
 
 TEST_P(EveryContentLookup, MapsTheWholePart) {
     const FilledStore store;
@@ -253,16 +250,15 @@ TEST(ContentLookups, FindNothingUnderAnObjectIdentifierThatNamesNoEvent) {
     const PartStore store;
     for (const std::string text : {"https://store.example/A%2Fb", "zav:///messages/7/parts/0", ""}) {
         const ZAVURL identifier = url(text);
-        const ExpectedOperation operation{
-            [=](const ZAVEventRepository& repository, ZAVError* error) {
-                return repository.eventContentForMessagePartObjectIdentifier(identifier, error) != nullptr;
-            },
-            verboseLine("-[ZAVEventRepository eventContentForMessagePartObjectIdentifier:error:]",
-                        "fetching event content part for messagePart->objectIdentifier=%@",
-                        "fetching event content part for messagePart->objectIdentifier=" + text),
-            {}};
-        expectNoFailure(store, operation, false);
-        EXPECT_EQ(conditionOf(store, [&] { return operation.run(store.repository(), nullptr); }),
+        const Operation operation{
+            .call =
+                [=](const ZAVEventRepository& repository, ZAVError* error) {
+                    return answer(repository.eventContentForMessagePartObjectIdentifier(identifier, error));
+                },
+            .log = lines("eventContentForMessagePartObjectIdentifier:error:",
+                         "fetching event content part for messagePart->objectIdentifier=%@", "", {text})};
+        expectNoFailure(store, operation, "null");
+        EXPECT_EQ(conditionOf(store, [&] { return operation.call(store.repository(), nullptr); }),
                   "WHERE events.client_id = NULL AND event_content_parts.event_content_part_id = 0");
     }
     store.execute("DELETE FROM events");

@@ -17,6 +17,7 @@
 #include "Operations/Catalogue.h"
 #include "Operations/FilledStore.h"
 #include "Support/LogCapture.h"
+#include "Support/OperationExpectations.h"
 #include "Support/StatementInterruption.h"
 #include "Support/StatementTrace.h"
 #include "Support/TestStore.h"
@@ -24,33 +25,17 @@
 namespace zav::test {
 namespace {
 
-std::string nameOfParameter(const testing::TestParamInfo<Operation>& info) {
-    return nameOf(info.param);
-}
-
 /// The event queries with these answers on failure: "none" of those that collect events, "null" of those that
 /// look for one. The count has another, and maps no row.
-std::vector<Operation> queriesAnswering(const std::set<std::string>& answersOnFailure) {
+std::vector<Operation> queriesAnswering(const std::set<std::string>& failing) {
     std::vector<Operation> queries = eventQueries();
-    std::erase_if(queries,
-                  [&](const Operation& query) { return !answersOnFailure.contains(query.answerOnFailure); });
+    std::erase_if(queries, [&](const Operation& query) { return !failing.contains(query.answers.failing); });
     return queries;
 }
 
 /// How many events a query maps in the store that the catalogue fills.
 std::size_t mappedBy(const Operation& query) {
     return static_cast<std::size_t>(query.statements.at(1).times);
-}
-
-std::vector<LogRecord> announcementOf(const Operation& query) {
-    return {verboseLine(query.log->function, query.log->verboseFormat, query.log->verboseMessage)};
-}
-
-std::vector<LogRecord> linesOfAFailure(const Operation& query, const ZAVError& error) {
-    std::vector<LogRecord> lines = announcementOf(query);
-    lines.push_back(errorLine(query.log->function, query.log->failureFormat,
-                              query.log->failureMessage + error.description()));
-    return lines;
 }
 
 /// A store with six events: two sequenced (rows 1 and 2) and two that are not (3 and 4) in a stream that
@@ -84,19 +69,6 @@ public:
 private:
     AfterMapping afterMapping_;
 };
-
-/// Runs a query that must fail, and checks all that a caller sees of the failure.
-void expectFailure(const TestStore& store, const Operation& query, const ZAVEventRepository& repository,
-                   int code, const std::string& message) {
-    ZAVError error;
-    const LogCapture log;
-    EXPECT_EQ(query.call(repository, &error).summary(), query.answerOnFailure)
-        << query << " answered part of a result after a failure";
-    EXPECT_EQ(error, ZAVError("SQLite", code, message)) << error.description();
-    EXPECT_EQ(error, store.database().lastError()) << "the caller did not get the handle's last error";
-    EXPECT_EQ(log.records(), linesOfAFailure(query, error));
-    expectHandleIsAtRest(store);
-}
 
 std::vector<ZAVDatabaseIdentifier> rowsOf(const std::optional<ZAVSet<ZAVEvent>>& events) {
     std::vector<ZAVDatabaseIdentifier> rows;
@@ -132,10 +104,10 @@ TEST_P(EveryMappingEventQuery, HandsTheMapperTheCallersOwnError) {
         return event;
     });
     ZAVError error;
-    ASSERT_EQ(GetParam().call(repository, &error).summary(), GetParam().answer);
+    ASSERT_EQ(GetParam().call(repository, &error).summary(), GetParam().answers.filled);
     EXPECT_EQ(received, std::vector<const ZAVError*>(mappedBy(GetParam()), &error));
     received.clear();
-    ASSERT_EQ(GetParam().call(repository, nullptr).summary(), GetParam().answer);
+    ASSERT_EQ(GetParam().call(repository, nullptr).summary(), GetParam().answers.filled);
     EXPECT_EQ(received, std::vector<const ZAVError*>(mappedBy(GetParam()), nullptr));
 }
 
@@ -144,11 +116,11 @@ TEST_P(EveryMappingEventQuery, ReturnsItsEventsAndTellsOnlyTheCallerWhenMetadata
     store.execute("DROP TABLE keyed_values_remote");
     const LogCapture log;
     ZAVError error;
-    EXPECT_EQ(GetParam().call(store.repository(), &error).summary(), GetParam().answer);
+    EXPECT_EQ(GetParam().call(store.repository(), &error).summary(), GetParam().answers.filled);
     EXPECT_EQ(error, ZAVError("SQLite", SQLITE_ERROR, "no such table: keyed_values_remote"))
         << error.description();
-    EXPECT_EQ(log.records(), announcementOf(GetParam()));
-    EXPECT_EQ(GetParam().call(store.repository(), nullptr).summary(), GetParam().answer);
+    EXPECT_EQ(log.records(), linesOfASuccess(GetParam()));
+    EXPECT_EQ(GetParam().call(store.repository(), nullptr).summary(), GetParam().answers.filled);
     expectHandleIsAtRest(store);
 }
 
@@ -158,16 +130,16 @@ TEST_P(EveryMappingEventQuery, ReturnsItsEventsSilentlyWhenContentCannotBeRead) 
     store.execute("UPDATE events SET type = 2; DROP TABLE event_content_parts");
     const LogCapture log;
     ZAVError error;
-    EXPECT_EQ(GetParam().call(store.repository(), &error).summary(), GetParam().answer);
+    EXPECT_EQ(GetParam().call(store.repository(), &error).summary(), GetParam().answers.filled);
     EXPECT_FALSE(error) << error.description();
-    EXPECT_EQ(log.records(), announcementOf(GetParam()));
+    EXPECT_EQ(log.records(), linesOfASuccess(GetParam()));
     expectHandleIsAtRest(store);
 }
 
 TEST_P(EveryMappingEventQuery, PrefersItsOwnFailureToThatOfTheMapper) {
     const FilledStore store;
     store.execute("DROP TABLE keyed_values_remote; DROP TABLE events");
-    expectFailure(store, GetParam(), store.repository(), SQLITE_ERROR, "no such table: events");
+    expectFailure(store, GetParam(), missingTable("events"));
 }
 
 TEST_P(EveryMappingEventQuery, ClosesItsCursorWhenTheMapperThrows) {
@@ -187,18 +159,6 @@ class EveryCollectingEventQuery : public testing::TestWithParam<Operation> {};
 INSTANTIATE_TEST_SUITE_P(Of, EveryCollectingEventQuery, testing::ValuesIn(queriesAnswering({"none"})),
                          nameOfParameter);
 
-TEST_P(EveryCollectingEventQuery, DropsTheRowsBeforeAStepThatFails) {
-    const FilledStore store;
-    int mapped = 0;
-    const TamperingRepository repository(store, [&](std::shared_ptr<ZAVEvent> event, ZAVError*) {
-        ++mapped;
-        sqlite3_interrupt(store.database().sqliteHandle());
-        return event;
-    });
-    expectFailure(store, GetParam(), repository, SQLITE_INTERRUPT, "interrupted");
-    EXPECT_EQ(mapped, 1) << "the step after the first row was to fail";
-}
-
 TEST_P(EveryCollectingEventQuery, StopsWithoutAnErrorAtARowThatMapsToNoEvent) {
     const FilledStore store;
     int mapped = 0;
@@ -206,11 +166,11 @@ TEST_P(EveryCollectingEventQuery, StopsWithoutAnErrorAtARowThatMapsToNoEvent) {
         store, [&](std::shared_ptr<ZAVEvent> event, ZAVError*) { return ++mapped == 2 ? nullptr : event; });
     const LogCapture log;
     ZAVError error = errorOfSomebodyElse();
-    EXPECT_EQ(GetParam().call(repository, &error).summary(), GetParam().answerOnFailure)
+    EXPECT_EQ(GetParam().call(repository, &error).summary(), GetParam().answers.failing)
         << "the events before the row are not a result";
     EXPECT_EQ(mapped, 2) << "the rows after it are not read";
     EXPECT_EQ(error, errorOfSomebodyElse()) << error.description();
-    EXPECT_EQ(log.records(), announcementOf(GetParam()));
+    EXPECT_EQ(log.records(), linesOfASuccess(GetParam()));
     expectHandleIsAtRest(store);
 }
 
@@ -757,7 +717,7 @@ TEST(EventQueries, ADamagedPageAmongTheEventsFailsTheWholeQuery) {
     ZAVError error;
     EXPECT_FALSE(repository.allEvents(&error)) << "events of a damaged table are not a result";
     EXPECT_EQ(error.code() & 0xFF, SQLITE_CORRUPT) << error.description();
-    EXPECT_EQ(log.records(), linesOfAFailure(eventQueries().front(), error)) << "of allEvents";
+    expectLinesOfAFailure(eventQueries().front(), log.records(), error);
     EXPECT_EQ(repository.database().openResultSets(), 0U);
 }
 

@@ -68,7 +68,7 @@ Expectation expectationOf(const Operation& operation, const FMDatabaseOptions& o
     ZAVError error;
     expectation.answer = operation.call(ZAVEventRepository(database), &error);
     expectation.after = rowsOfAllTables(*database);
-    if (error || expectation.answer.value == operation.answerOnFailure) {
+    if (error || expectation.answer.value == operation.answers.failing) {
         throw std::runtime_error(nameOf(operation) + " fails without a fault: " + error.description());
     }
     return expectation;
@@ -210,7 +210,7 @@ public:
             return false;
         }
         ++tally.faults;
-        const bool failed = seen.answer.value == operation_.answerOnFailure;
+        const bool failed = seen.answer.value == operation_.answers.failing;
         if (failed) {
             ++tally.reported;
             expectReported(operation_, seen);

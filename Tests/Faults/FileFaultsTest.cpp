@@ -57,7 +57,7 @@ TEST_P(FileFaults, AreReportedOrWithoutEffectAndNothingStoredIsLost) {
 }
 
 INSTANTIATE_TEST_SUITE_P(In, FileFaults, testing::ValuesIn(everyOperation()),
-                         [](const auto& parameter) { return nameOf(parameter.param); });
+                         nameOfParameter);
 
 TEST(FileFaultsInOpening, LeaveAStoreThatCanBeOpenedAndHoldsWhatItHeld) {
     const SweepTally tally =

@@ -47,7 +47,7 @@ TEST_P(MemoryFaults, AreReportedOrWithoutEffectAndNothingStoredIsLost) {
 }
 
 INSTANTIATE_TEST_SUITE_P(In, MemoryFaults, testing::ValuesIn(everyOperation()),
-                         [](const auto& parameter) { return nameOf(parameter.param); });
+                         nameOfParameter);
 
 TEST(MemoryFaultsInOpening, LeaveAStoreThatCanBeOpenedAndHoldsWhatItHeld) {
     const SweepTally tally =

@@ -9,24 +9,24 @@ namespace zav::test {
 namespace {
 
 std::shared_ptr<ZAVEventContent> partToUpdate() {
-    auto part = std::make_shared<ZAVEventContent>(ZAVDatabaseIdentifier{5}, uuidNumber(5), 0, "image/png",
-                                                  std::nullopt, 4096, ZAVURL::URLWithString("files/5/0"),
-                                                  ZAVURL::URLWithString("https://content.example.com/5/0"),
-                                                  ZAVDateFromSecondsSince1970(4000000000));
+    auto part = std::make_shared<ZAVEventContent>(
+        ZAVDatabaseIdentifier{5}, uuidNumber(5), 0, "image/png", std::nullopt, 4096,
+        ZAVURL::URLWithString("files/5/0", *ZAVURL::URLWithString("file:///cache/")),
+        ZAVURL::URLWithString("https://content.example.com/5/0"), ZAVDateFromSecondsSince1970(4000000000.5));
     part->setTransferStatus(ZAVContentTransferComplete);
-    part->setLastAccessed(ZAVDateFromSecondsSince1970(1700000123));
+    part->setLastAccessed(ZAVDateFromSecondsSince1970(1700000123.25));
+    part->setIsPurged(true);
     return part;
 }
 
 }  // namespace
 
 std::vector<Operation> diskAccounting() {
-    using R = ZAVEventRepository;
     const std::string part = partToUpdate()->description();
     return {
         {.name = "persistEventContentUpdate",
-         .call = [](const R& r,
-                    ZAVError* error) { return answer(r.persistEventContentUpdate(*partToUpdate(), error)); },
+         .call = [](auto& r,
+                    auto* error) { return answer(r.persistEventContentUpdate(*partToUpdate(), error)); },
          .log =
              lines("persistEventContentUpdate:error:", "persisting event content update for eventContent=%@",
                    "failed persisting event content update for eventContent=%@ with %@", {part}),
@@ -34,18 +34,15 @@ std::vector<Operation> diskAccounting() {
              {{.text = "UPDATE event_content_parts SET access_expiration = ?, url = ?, size = ?, "
                        "transfer_status = ?, file_path = ?, last_accessed = ?, purged = ? WHERE "
                        "event_content_part_id = ? AND event_database_identifier = ?",
-               .values = {"4000000000.0", "'https://content.example.com/5/0'", "4096", "4", "'files/5/0'",
-                          "1700000123.0", "0", "0", "5"},
+               .values = {"4000000000.5", "'https://content.example.com/5/0'", "4096", "4", "'files/5/0'",
+                          "1700000123.25", "1", "0", "5"},
                .plan = {"SEARCH event_content_parts USING INDEX event_content_parts_by_event_and_index "
                         "(event_database_identifier=? AND event_content_part_id=?)"}}},
          .needs = {"event_content_parts"},
-         .answer = "true",
-         .answerFromEmptyTables = "true",
-         .answerOnFailure = "false",
-         .report = FailureReport::errorLine},
+         .answers = {"true", "true", "false"}},
         {.name = "totalDiskUtilizationOfEventContentPartsWithError",
          .call =
-             [](const R& r, ZAVError* error) {
+             [](auto& r, auto* error) {
                  return answer(r.totalDiskUtilizationOfEventContentPartsWithError(error));
              },
          .log = lines("totalDiskUtilizationOfEventContentPartsWithError:",
@@ -60,15 +57,12 @@ std::vector<Operation> diskAccounting() {
                .plan = {"SEARCH event_content_parts USING INDEX event_content_parts_by_transfer_status "
                         "(transfer_status=?)"}}},
          .needs = {"event_content_parts"},
-         .answer = "1800",
-         .answerFromEmptyTables = "0",
-         .answerOnFailure = "18446744073709551615",
-         .report = FailureReport::errorLine,
+         .answers = {"1800", "0", "18446744073709551615"},
          .tellsTheCallerFirst = true,
          .breaksOffSilently = true},
         {.name = "leastRecentlyAccessedEventContentPartsForSize",
          .call =
-             [](const R& r, ZAVError* error) {
+             [](auto& r, auto* error) {
                  return answer(r.leastRecentlyAccessedEventContentPartsForSize(150, error));
              },
          .log = lines(
@@ -85,10 +79,7 @@ std::vector<Operation> diskAccounting() {
                .plan = {"SEARCH event_content_parts USING INDEX event_content_parts_by_last_accessed "
                         "(last_accessed>?)"}}},
          .needs = {"event_content_parts", "events", "streams"},
-         .answer = "set of 2",
-         .answerFromEmptyTables = "set of 0",
-         .answerOnFailure = "none",
-         .report = FailureReport::errorLine,
+         .answers = {"set of 2", "set of 0", "none"},
          .tellsTheCallerFirst = true},
     };
 }

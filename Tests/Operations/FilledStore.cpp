@@ -4,7 +4,6 @@
 #include <ZAVEventRepository/ZAVStreamRepository.h>
 #include <ZAVEventRepository/ZAVSyncedChangeRepository.h>
 #include <ZAVEventRepository/ZAVTransaction.h>
-#include <sqlite3.h>
 
 #include <algorithm>
 #include <stdexcept>
@@ -20,27 +19,6 @@ void require(bool succeeded, const FMDatabase& database, const ZAVError& error) 
     if (!succeeded) {
         throw std::runtime_error("cannot fill the store: " +
                                  (error ? error : database.lastError()).description());
-    }
-}
-
-std::string columnText(sqlite3_stmt* statement, int column) {
-    static constexpr char digits[] = "0123456789ABCDEF";
-    switch (sqlite3_column_type(statement, column)) {
-        case SQLITE_NULL:
-            return "NULL";
-        case SQLITE_BLOB: {
-            const auto* const bytes =
-                static_cast<const unsigned char*>(sqlite3_column_blob(statement, column));
-            std::string hexadecimal = "X'";
-            for (int index = 0; index < sqlite3_column_bytes(statement, column); ++index) {
-                hexadecimal += digits[bytes[index] >> 4];
-                hexadecimal += digits[bytes[index] & 0x0F];
-            }
-            return hexadecimal + "'";
-        }
-        default:
-            return {reinterpret_cast<const char*>(sqlite3_column_text(statement, column)),
-                    static_cast<std::size_t>(sqlite3_column_bytes(statement, column))};
     }
 }
 
@@ -136,22 +114,8 @@ std::vector<std::string> rowsOfAllTables(FMDatabase& database) {
     for (const std::string table :
          {"streams", "events", "event_content_parts", "synced_changes", "conversations",
           "conversation_participants", "messages", "keyed_values_local", "keyed_values_remote"}) {
-        sqlite3_stmt* statement = nullptr;
-        const std::string sql = "SELECT * FROM " + table;
-        int status = sqlite3_prepare_v2(database.sqliteHandle(), sql.c_str(), -1, &statement, nullptr);
-        while (status == SQLITE_OK || status == SQLITE_ROW) {
-            status = sqlite3_step(statement);
-            if (status == SQLITE_ROW) {
-                std::string row = table + ": ";
-                for (int column = 0; column < sqlite3_column_count(statement); ++column) {
-                    row += (column == 0 ? "" : "|") + columnText(statement, column);
-                }
-                rows.push_back(std::move(row));
-            }
-        }
-        sqlite3_finalize(statement);
-        if (status != SQLITE_DONE) {
-            throw std::runtime_error("cannot read " + table + ": " + sqlite3_errmsg(database.sqliteHandle()));
+        for (const std::string& row : rowsOf(database, "SELECT * FROM " + table)) {
+            rows.push_back(table + ": " + row);
         }
     }
     std::sort(rows.begin(), rows.end());

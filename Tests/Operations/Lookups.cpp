@@ -9,11 +9,9 @@ namespace zav::test {
 
 // All of them find the part at index 1 of the event in row 14.
 std::vector<Operation> contentLookups() {
-    using R = ZAVEventRepository;
     return {
         {.name = "eventContentDatabaseIdentifier",
-         .call = [](const R& r,
-                    ZAVError* error) { return answer(r.eventContentDatabaseIdentifier(28, error)); },
+         .call = [](auto& r, auto* error) { return answer(r.eventContentDatabaseIdentifier(28, error)); },
          .log = lines("eventContentDatabaseIdentifier:error:",
                       "fetching event content part for databaseIdentifier=%lld",
                       "failed to fetch event for databaseIdentifier=%lld %@", {"28"}),
@@ -21,15 +19,10 @@ std::vector<Operation> contentLookups() {
                          .values = {"28"},
                          .plan = {"SEARCH event_content_parts USING INTEGER PRIMARY KEY (rowid=?)"}}},
          .needs = {"event_content_parts", "events", "streams"},
-         .answer = "part",
-         .answerFromEmptyTables = "null",
-         .answerOnFailure = "null",
-         .report = FailureReport::errorLine},
+         .answers = {"part", "null", "null"}},
         {.name = "eventContentForEventDatabaseIdentifier",
-         .call =
-             [](const R& r, ZAVError* error) {
-                 return answer(r.eventContentForEventDatabaseIdentifier(14, 1, error));
-             },
+         .call = [](auto& r,
+                    auto* error) { return answer(r.eventContentForEventDatabaseIdentifier(14, 1, error)); },
          .log = lines("eventContentForEventDatabaseIdentifier:eventContentIndex:error:",
                       "fetching event content part for eventDatabaseIdentifier=%lld index=%ld",
                       "failed to fetch event for eventDatabaseIdentifier=%lld index=%ld %@", {"14", "1"}),
@@ -39,13 +32,10 @@ std::vector<Operation> contentLookups() {
                .plan = {"SEARCH event_content_parts USING INDEX event_content_parts_by_event_and_index "
                         "(event_database_identifier=? AND event_content_part_id=?)"}}},
          .needs = {"event_content_parts", "events", "streams"},
-         .answer = "part",
-         .answerFromEmptyTables = "null",
-         .answerOnFailure = "null",
-         .report = FailureReport::errorLine},
+         .answers = {"part", "null", "null"}},
         {.name = "eventContentForMessagePart",
          .call =
-             [](const R& r, ZAVError* error) {
+             [](auto& r, auto* error) {
                  return answer(r.eventContentForMessagePart(
                      ZAVMessagePart(std::make_shared<ZAVMessage>(14), 1), error));
              },
@@ -59,13 +49,10 @@ std::vector<Operation> contentLookups() {
                          .values = {"14", "1"},
                          .plan = {"SEARCH messages USING INTEGER PRIMARY KEY (rowid=?)"}}},
          .needs = {"event_content_parts", "events", "streams", "messages"},
-         .answer = "part",
-         .answerFromEmptyTables = "null",
-         .answerOnFailure = "null",
-         .report = FailureReport::errorLine},
+         .answers = {"part", "null", "null"}},
         {.name = "eventContentForMessagePartObjectIdentifier",
          .call =
-             [](const R& r, ZAVError* error) {
+             [](auto& r, auto* error) {
                  return answer(r.eventContentForMessagePartObjectIdentifier(
                      ZAVMakeMessagePartObjectIdentifier(uuidNumber(14), 1), error));
              },
@@ -78,13 +65,10 @@ std::vector<Operation> contentLookups() {
                          .values = {"x'1111111111111111111111111111110e'", "1"},
                          .plan = {"SEARCH events USING INDEX events_by_client_id (client_id=?)"}}},
          .needs = {"event_content_parts", "events", "streams"},
-         .answer = "part",
-         .answerFromEmptyTables = "null",
-         .answerOnFailure = "null",
-         .report = FailureReport::errorLine},
+         .answers = {"part", "null", "null"}},
         {.name = "eventContentForExternalContentURL",
          .call =
-             [](const R& r, ZAVError* error) {
+             [](auto& r, auto* error) {
                  return answer(r.eventContentForExternalContentURL(
                      *ZAVURL::URLWithString("https://content.example.com/up%2Fload/14"), error));
              },
@@ -97,10 +81,7 @@ std::vector<Operation> contentLookups() {
                .values = {"'https://content.example.com/up%2Fload/14'"},
                .plan = {"SEARCH event_content_parts USING INDEX event_content_parts_by_url (url=?)"}}},
          .needs = {"event_content_parts", "events", "streams"},
-         .answer = "part",
-         .answerFromEmptyTables = "null",
-         .answerOnFailure = "null",
-         .report = FailureReport::errorLine},
+         .answers = {"part", "null", "null"}},
     };
 }
 

@@ -21,10 +21,15 @@ namespace {
 
 constexpr const char* noRow = "9223372036854775807";
 
-/// A neighbour on the handle of the repository, which keeps it open meanwhile.
-template <class Repository>
-Repository on(const ZAVEventRepository& repository) {
-    return Repository(std::shared_ptr<FMDatabase>(std::shared_ptr<void>(), &repository.database()));
+using Streams = ZAVStreamRepository;
+using Conversations = ZAVConversationRepository;
+using Messages = ZAVMessageRepository;
+using KeyedValues = ZAVKeyedValueRepository;
+using Changes = ZAVSyncedChangeRepository;
+
+/// The handle of the repository, which keeps it open meanwhile, for a neighbour.
+std::shared_ptr<FMDatabase> on(const ZAVEventRepository& repository) {
+    return {std::shared_ptr<void>(), &repository.database()};
 }
 
 /// A number that is not there is no failure: only the error tells.
@@ -45,7 +50,6 @@ ZAVKeyedValuesContext valuesIn(ZAVKeyedValuesTable table) {
 }
 
 std::vector<Operation> streamOperations() {
-    using R = ZAVEventRepository;
     const auto finding = [](const std::string& uuid) {
         return ExpectedStatement{
             .text = "SELECT database_identifier FROM streams WHERE stream_id = ?",
@@ -62,105 +66,83 @@ std::vector<Operation> streamOperations() {
         {.owner = "ZAVStreamRepository",
          .name = "streamDatabaseIdentifierForUUID",
          .call =
-             [](const R& r, ZAVError* error) {
-                 return answerOfRow(on<ZAVStreamRepository>(r).streamDatabaseIdentifierForUUID(
-                     publishedStreamUUID(), error));
+             [](auto& r, auto* error) {
+                 return answerOfRow(
+                     Streams(on(r)).streamDatabaseIdentifierForUUID(publishedStreamUUID(), error));
              },
          .statements = {finding(known)},
          .needs = {"streams"},
-         .answer = "1",
-         .answerFromEmptyTables = "9223372036854775807",
-         .answerOnFailure = noRow},
+         .answers = {"1", "9223372036854775807", noRow}},
         {.owner = "ZAVStreamRepository",
          .name = "findOrCreateStreamWithUUID",
          .variant = "OfANewStream",
          .call =
-             [](const R& r, ZAVError* error) {
-                 return answerOfRow(
-                     on<ZAVStreamRepository>(r).findOrCreateStreamWithUUID(uuidNumber(0xBB), error));
+             [](auto& r, auto* error) {
+                 return answerOfRow(Streams(on(r)).findOrCreateStreamWithUUID(uuidNumber(0xBB), error));
              },
          .statements = {finding(unknown), inserting(unknown)},
          .needs = {"streams"},
-         .answer = "3",
-         .answerFromEmptyTables = "1",
-         .answerOnFailure = noRow},
+         .answers = {"3", "1", noRow}},
         {.owner = "ZAVStreamRepository",
          .name = "findOrCreateStreamWithUUID",
          .variant = "OfAKnownStream",
          .call =
-             [](const R& r, ZAVError* error) {
-                 return answerOfRow(
-                     on<ZAVStreamRepository>(r).findOrCreateStreamWithUUID(publishedStreamUUID(), error));
+             [](auto& r, auto* error) {
+                 return answerOfRow(Streams(on(r)).findOrCreateStreamWithUUID(publishedStreamUUID(), error));
              },
          .statements = {finding(known)},
          .needs = {"streams"},
-         .answer = "1",
-         .answerFromEmptyTables = "1",
-         .answerOnFailure = noRow},
+         .answers = {"1", "1", noRow}},
         {.owner = "ZAVStreamRepository",
          .name = "createStreamWithoutUUID",
-         .call =
-             [](const R& r, ZAVError* error) {
-                 return answerOfRow(on<ZAVStreamRepository>(r).createStreamWithoutUUID(error));
-             },
+         .call = [](auto& r,
+                    auto* error) { return answerOfRow(Streams(on(r)).createStreamWithoutUUID(error)); },
          .statements = {inserting("NULL")},
          .needs = {"streams"},
-         .answer = "3",
-         .answerFromEmptyTables = "1",
-         .answerOnFailure = noRow,
+         .answers = {"3", "1", noRow},
          .isRepeatable = false},
         {.owner = "ZAVStreamRepository",
          .name = "setUUID",
          .call =
-             [](const R& r, ZAVError* error) {
-                 return answer(
-                     on<ZAVStreamRepository>(r).setUUID(uuidNumber(0xCC), unpublishedStream, error));
+             [](auto& r, auto* error) {
+                 return answer(Streams(on(r)).setUUID(uuidNumber(0xCC), unpublishedStream, error));
              },
          .statements = {{.text = "UPDATE streams SET stream_id = ? WHERE database_identifier = ?",
                          .values = {"x'111111111111111111111111111111cc'", "2"},
                          .plan = byRow}},
          .needs = {"streams"},
-         .answer = "true",
-         .answerFromEmptyTables = "true",
-         .answerOnFailure = "false"},
+         .answers = {"true", "true", "false"}},
         {.owner = "ZAVStreamRepository",
          .name = "setSeq",
-         .call =
-             [](const R& r, ZAVError* error) {
-                 return answer(on<ZAVStreamRepository>(r).setSeq(77, publishedStream, error));
-             },
+         .call = [](auto& r,
+                    auto* error) { return answer(Streams(on(r)).setSeq(77, publishedStream, error)); },
          .statements = {{.text = "UPDATE streams SET seq = ? WHERE database_identifier = ?",
                          .values = {"77", "1"},
                          .plan = byRow}},
          .needs = {"streams"},
-         .answer = "true",
-         .answerFromEmptyTables = "true",
-         .answerOnFailure = "false"},
+         .answers = {"true", "true", "false"}},
         {.owner = "ZAVStreamRepository",
          .name = "countOfStreams",
          .call =
-             [](const R& r, ZAVError* error) {
-                 const auto count = on<ZAVStreamRepository>(r).countOfStreams(error);
+             [](auto& r, auto* error) {
+                 const auto count = Streams(on(r)).countOfStreams(error);
                  return count ? answer(ZAVSize{*count}) : Answer{"none"};
              },
          .statements = {{.text = "SELECT COUNT(*) FROM streams",
                          .plan = {"SCAN streams USING COVERING INDEX streams_by_stream_id"}}},
          .needs = {"streams"},
-         .answer = "2",
-         .answerFromEmptyTables = "0",
-         .answerOnFailure = "none"},
+         .answers = {"2", "0", "none"}},
     };
 }
 
 std::vector<Operation> conversationOperations() {
-    using R = ZAVEventRepository;
     return {
         {.owner = "ZAVConversationRepository",
          .name = "findOrCreateConversationWithStreamUUID",
          .call =
-             [](const R& r, ZAVError* error) {
-                 return answerOfRow(on<ZAVConversationRepository>(r).findOrCreateConversationWithStreamUUID(
-                     uuidNumber(0xBB), error));
+             [](auto& r, auto* error) {
+                 return answerOfRow(
+                     Conversations(on(r)).findOrCreateConversationWithStreamUUID(uuidNumber(0xBB), error));
              },
          .statements =
              {{.text = "SELECT database_identifier FROM conversations WHERE stream_id = ?",
@@ -170,29 +152,25 @@ std::vector<Operation> conversationOperations() {
               {.text = "INSERT INTO conversations (stream_id) VALUES (?)",
                .values = {"x'111111111111111111111111111111bb'"}}},
          .needs = {"conversations"},
-         .answer = "2",
-         .answerFromEmptyTables = "1",
-         .answerOnFailure = noRow},
+         .answers = {"2", "1", noRow}},
         {.owner = "ZAVConversationRepository",
          .name = "addParticipant",
          .call =
-             [](const R& r, ZAVError* error) {
-                 return answer(on<ZAVConversationRepository>(r).addParticipant("member-2", 1, error));
+             [](auto& r, auto* error) {
+                 return answer(Conversations(on(r)).addParticipant("member-2", 1, error));
              },
          .statements =
              {{.text = "INSERT OR IGNORE INTO conversation_participants (conversation_database_identifier, "
                        "member_id) VALUES (?, ?)",
                .values = {"1", "'member-2'"}}},
          .needs = {"conversation_participants"},
-         .answer = "true",
-         .answerFromEmptyTables = "true",
-         .answerOnFailure = "false"},
+         .answers = {"true", "true", "false"}},
         {.owner = "ZAVConversationRepository",
          .name = "seqOfParticipant",
          .call =
-             [](const R& r, ZAVError* error) {
+             [](auto& r, auto* error) {
                  return answerOfSeq(error, [&](ZAVError* own) {
-                     return on<ZAVConversationRepository>(r).seqOfParticipant("member-1", 1, own);
+                     return Conversations(on(r)).seqOfParticipant("member-1", 1, own);
                  });
              },
          .statements =
@@ -202,15 +180,13 @@ std::vector<Operation> conversationOperations() {
                .plan = {"SEARCH conversation_participants USING INDEX conversation_participants_by_member "
                         "(conversation_database_identifier=? AND member_id=?)"}}},
          .needs = {"conversation_participants"},
-         .answer = "2",
-         .answerFromEmptyTables = "no sequence",
-         .answerOnFailure = "none"},
+         .answers = {"2", "no sequence", "none"}},
         {.owner = "ZAVMessageRepository",
          .name = "findOrCreateMessageForEventDatabaseIdentifier",
          .call =
-             [](const R& r, ZAVError* error) {
+             [](auto& r, auto* error) {
                  const auto message =
-                     on<ZAVMessageRepository>(r).findOrCreateMessageForEventDatabaseIdentifier(21, error);
+                     Messages(on(r)).findOrCreateMessageForEventDatabaseIdentifier(21, error);
                  return Answer{message ? message->description() : "null"};
              },
          .statements =
@@ -220,31 +196,25 @@ std::vector<Operation> conversationOperations() {
                    {"SEARCH messages USING COVERING INDEX messages_by_event (event_database_identifier=?)"}},
               {.text = "INSERT INTO messages (event_database_identifier) VALUES (?)", .values = {"21"}}},
          .needs = {"messages"},
-         .answer = "<ZAVMessage databaseIdentifier=21>",
-         .answerFromEmptyTables = "<ZAVMessage databaseIdentifier=1>",
-         .answerOnFailure = "null"},
+         .answers = {"<ZAVMessage databaseIdentifier=21>", "<ZAVMessage databaseIdentifier=1>", "null"}},
         {.owner = "ZAVMessageRepository",
          .name = "seqOfMessage",
          .call =
-             [](const R& r, ZAVError* error) {
-                 return answerOfSeq(error, [&](ZAVError* own) {
-                     return on<ZAVMessageRepository>(r).seqOfMessage(ZAVMessage(5), own);
-                 });
+             [](auto& r, auto* error) {
+                 return answerOfSeq(
+                     error, [&](ZAVError* own) { return Messages(on(r)).seqOfMessage(ZAVMessage(5), own); });
              },
          .statements = {{.text = "SELECT seq FROM messages WHERE database_identifier = ?",
                          .values = {"5"},
                          .plan = {"SEARCH messages USING INTEGER PRIMARY KEY (rowid=?)"}}},
          .needs = {"messages"},
-         .answer = "5",
-         .answerFromEmptyTables = "no sequence",
-         .answerOnFailure = "none"},
+         .answers = {"5", "no sequence", "none"}},
     };
 }
 
 /// The operations on keyed values in one of their two tables.
 std::vector<Operation> valueOperations(ZAVKeyedValuesTable table, const std::string& name,
                                        const std::string& variant) {
-    using R = ZAVEventRepository;
     const ExpectedStatement stored{
         .text = "SELECT key, value, typeof(value) = 'blob' FROM " + name +
                 " WHERE object_database_identifier = ? AND object_type = ? AND key_type = ?",
@@ -264,24 +234,21 @@ std::vector<Operation> valueOperations(ZAVKeyedValuesTable table, const std::str
          .name = "setKeyedValuesWithDictionary",
          .variant = variant,
          .call =
-             [table](const R& r, ZAVError* error) {
+             [table](auto& r, auto* error) {
                  const ZAVDictionary values{{"locale", std::string("fr")}, {"key", ZAVData("\xFF", 1)}};
-                 return answer(on<ZAVKeyedValueRepository>(r).setKeyedValuesWithDictionary(
+                 return answer(KeyedValues(on(r)).setKeyedValuesWithDictionary(
                      values, ZAVDateFromSecondsSince1970(1700000000), valuesIn(table), error));
              },
          .statements = std::move(setting),
          .needs = {name},
-         .answer = "true",
-         .answerFromEmptyTables = "true",
-         .answerOnFailure = "false",
+         .answers = {"true", "true", "false"},
          .isAtomic = false},
         {.owner = "ZAVKeyedValueRepository",
          .name = "keyedValuesInContext",
          .variant = variant,
          .call =
-             [table](const R& r, ZAVError* error) {
-                 const auto values =
-                     on<ZAVKeyedValueRepository>(r).keyedValuesInContext(valuesIn(table), error);
+             [table](auto& r, auto* error) {
+                 const auto values = KeyedValues(on(r)).keyedValuesInContext(valuesIn(table), error);
                  Answer found{values ? "values" : "none"};
                  if (values) {
                      for (const auto& [key, value] : values->keyedValues()) {
@@ -293,30 +260,25 @@ std::vector<Operation> valueOperations(ZAVKeyedValuesTable table, const std::str
              },
          .statements = {stored},
          .needs = {name},
-         .answer = isRemote ? "values locale=de note=" + std::string(300, 'n') : "values",
-         .answerFromEmptyTables = "values",
-         .answerOnFailure = "none"},
+         .answers = {isRemote ? "values locale=de note=" + std::string(300, 'n') : "values", "values",
+                     "none"}},
     };
 }
 
 std::vector<Operation> changeOperations() {
-    using R = ZAVEventRepository;
     return {
         {.owner = "ZAVSyncedChangeRepository",
          .name = "recordChange",
          .call =
-             [](const R& r, ZAVError* error) {
-                 return answer(on<ZAVSyncedChangeRepository>(r).recordChange(
-                     "events", 1, ZAVSyncedChangeTypeUpdate, error));
+             [](auto& r, auto* error) {
+                 return answer(Changes(on(r)).recordChange("events", 1, ZAVSyncedChangeTypeUpdate, error));
              },
          .statements =
              {{.text =
                    "INSERT INTO synced_changes (table_name, row_identifier, change_type) VALUES (?, ?, ?)",
                .values = {"'events'", "1", "1"}}},
          .needs = {"synced_changes"},
-         .answer = "true",
-         .answerFromEmptyTables = "true",
-         .answerOnFailure = "false",
+         .answers = {"true", "true", "false"},
          // Each call adds a row.
          .isRepeatable = false},
     };
@@ -340,10 +302,7 @@ Operation transactionAroundPersisting() {
         .log = persisting.log,
         .statements = statements,
         .needs = {"events"},
-        .answer = "true",
-        .answerFromEmptyTables = "raises",
-        .answerOnFailure = "false",
-        .report = FailureReport::outParameterOnly};
+        .answers = {"true", "raises", "false"}};
 }
 
 }  // namespace
@@ -357,6 +316,9 @@ std::vector<Operation> neighbours() {
         all.insert(all.end(), std::make_move_iterator(group.begin()), std::make_move_iterator(group.end()));
     }
     all.push_back(transactionAroundPersisting());
+    for (Operation& operation : all) {
+        operation.report = FailureReport::outParameterOnly;
+    }
     return all;
 }
 

@@ -38,7 +38,8 @@ struct LogTexts {
     std::string verboseFormat{};
     std::string verboseMessage{};
     std::string failureFormat{};
-    std::string failureMessage{};  ///< up to the error, with which it ends
+    std::string failureMessage{};        ///< up to the error, with which it ends
+    bool printsMoreBeforeError = false;  ///< whether records that only the call knows stand between the two
 };
 
 /// A statement that an operation runs.
@@ -61,6 +62,13 @@ struct ExpectedStatement {
     int times = 1;
 };
 
+/// What an operation answers, each as its summary.
+struct Answers {
+    std::string filled{};   ///< from the filled store
+    std::string empty{};    ///< when nothing is stored; "raises" when it throws
+    std::string failing{};  ///< when it fails
+};
+
 /// An entry of the catalogue: one public operation, and all that can be said of every operation alike.
 ///
 /// Its texts and statements are written out here and taken from nowhere, so that they hold the product to
@@ -81,15 +89,9 @@ struct Operation {
     /// The tables without each of which the call fails.
     std::vector<std::string> needs{};
 
-    /// The summary of what it answers, and of what it answers when nothing is stored: "raises" when it throws
-    /// `NSInternalInconsistencyException`.
-    std::string answer{};
-    std::string answerFromEmptyTables{};
+    Answers answers{};
 
-    /// The value that it answers when it fails.
-    std::string answerOnFailure{};
-
-    FailureReport report = FailureReport::outParameterOnly;
+    FailureReport report = FailureReport::errorLine;
 
     /// Whether the caller has the error before the error line is written.
     bool tellsTheCallerFirst = false;
@@ -110,5 +112,8 @@ struct Operation {
 /// The operation's name and its variant, as a test's name.
 [[nodiscard]] std::string nameOf(const Operation& operation);
 std::ostream& operator<<(std::ostream& stream, const Operation& operation);
+
+/// Names the tests over entries of the catalogue, as the last argument of INSTANTIATE_TEST_SUITE_P.
+inline constexpr auto nameOfParameter = [](const auto& info) { return nameOf(info.param); };
 
 }  // namespace zav::test

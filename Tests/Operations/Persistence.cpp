@@ -13,6 +13,7 @@ LogTexts persisting(const std::string& count) {
     LogTexts texts = lines("persistEvents:error:", "persisting %lu event(s)",
                            "failed to persist events:%@ with %@", {count});
     texts.failureMessage = "failed to persist events:";
+    texts.printsMoreBeforeError = true;
     return texts;
 }
 
@@ -63,10 +64,9 @@ ZAVSet<ZAVTEvent> eventWithOtherMetadata() {
 }  // namespace
 
 std::vector<Operation> eventPersistence() {
-    using R = ZAVEventRepository;
     return {
         {.name = "persistEvents",
-         .call = [](const R& r, ZAVError* error) { return answer(r.persistEvents(threeEvents(), error)); },
+         .call = [](auto& r, auto* error) { return answer(r.persistEvents(threeEvents(), error)); },
          .log = persisting("3"),
          .statements =
              {{.text = "SELECT * FROM streams WHERE stream_id = ? LIMIT 1",
@@ -89,17 +89,14 @@ std::vector<Operation> eventPersistence() {
                .times = 5},
               settingAValue("keyed_values_remote", {"26", "'event'", "0", "'locale'", "'de'", "NULL"}, 2)},
          .needs = {"events", "streams", "event_content_parts", "keyed_values_remote"},
-         .answer = "true",
-         .answerFromEmptyTables = "raises",
-         .answerOnFailure = "false",
-         .report = FailureReport::errorLine,
+         .answers = {"true", "raises", "false"},
          .isAtomic = false,
          // An insertion that is ignored uses up a row identifier: the second time, events get later rows.
          .isRepeatable = false},
         {.name = "persistEvents",
          .variant = "WithOtherMetadata",
-         .call = [](const R& r,
-                    ZAVError* error) { return answer(r.persistEvents(eventWithOtherMetadata(), error)); },
+         .call = [](auto& r,
+                    auto* error) { return answer(r.persistEvents(eventWithOtherMetadata(), error)); },
          .log = persisting("1"),
          .statements = {{.text = "SELECT * FROM streams WHERE database_identifier = ? LIMIT 1",
                          .values = {"1"},
@@ -115,10 +112,7 @@ std::vector<Operation> eventPersistence() {
                                       {"1", "'event'", "0", "'other'", "'value'", "NULL"}, 1),
                         removingAValue("keyed_values_remote", {"1", "'event'", "0", "'locale'"}, 2)},
          .needs = {"events", "streams", "keyed_values_remote"},
-         .answer = "true",
-         .answerFromEmptyTables = "raises",
-         .answerOnFailure = "false",
-         .report = FailureReport::errorLine,
+         .answers = {"true", "raises", "false"},
          .isAtomic = false},
     };
 }

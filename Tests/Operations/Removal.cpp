@@ -6,11 +6,10 @@
 namespace zav::test {
 
 std::vector<Operation> eventRemoval() {
-    using R = ZAVEventRepository;
     return {
         {.name = "deleteUnprocessedEvents",
-         .call = [](const R& r,
-                    ZAVError* error) { return answer(r.deleteUnprocessedEvents(storedEvents(), error)); },
+         .call = [](auto& r,
+                    auto* error) { return answer(r.deleteUnprocessedEvents(storedEvents(), error)); },
          .log = lines(
              "deleteUnprocessedEvents:error:", "deleting unprocessed events with database identifiers: %@",
              "failed to delete unprocessed events with %@", {"{(2, 4, 6)}"}),
@@ -21,26 +20,20 @@ std::vector<Operation> eventRemoval() {
                .plan = {"SEARCH synced_changes USING INDEX synced_changes_by_row (table_name=? AND "
                         "row_identifier=?)"}}},
          .needs = {"synced_changes"},
-         .answer = "true",
-         .answerFromEmptyTables = "true",
-         .answerOnFailure = "false",
-         .report = FailureReport::errorLine},
+         .answers = {"true", "true", "false"}},
         {.name = "deleteEvents",
-         .call = [](const R& r, ZAVError* error) { return answer(r.deleteEvents(storedEvents(), error)); },
+         .call = [](auto& r, auto* error) { return answer(r.deleteEvents(storedEvents(), error)); },
          .log = lines("deleteEvents:error:", "deleting events", "failed to delete events with %@"),
          .statements = {{.text = "DELETE FROM events WHERE database_identifier = ?",
                          .values = {"2"},
                          .plan = {"SEARCH events USING INTEGER PRIMARY KEY (rowid=?)"},
                          .times = 3}},
          .needs = {"events"},
-         .answer = "true",
-         .answerFromEmptyTables = "true",
-         .answerOnFailure = "false",
-         .report = FailureReport::errorLine,
+         .answers = {"true", "true", "false"},
          .isAtomic = false},
         {.name = "persistTombstoneEventWithTargetSeq",
          .call =
-             [](const R& r, ZAVError* error) {
+             [](auto& r, auto* error) {
                  return answer(r.persistTombstoneEventWithTargetSeq(7, publishedStream, error));
              },
          .log = lines("persistTombstoneEventWithTargetSeq:streamDatabaseIdentifier:error:",
@@ -53,10 +46,7 @@ std::vector<Operation> eventRemoval() {
                    {"SEARCH events USING INDEX events_by_stream_and_seq (stream_database_identifier=? AND "
                     "seq=?)"}}},
          .needs = {"events"},
-         .answer = "true",
-         .answerFromEmptyTables = "true",
-         .answerOnFailure = "false",
-         .report = FailureReport::errorLine},
+         .answers = {"true", "true", "false"}},
     };
 }
 

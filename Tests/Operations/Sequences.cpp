@@ -6,11 +6,10 @@
 namespace zav::test {
 
 std::vector<Operation> sequenceUpdates() {
-    using R = ZAVEventRepository;
     return {
         {.name = "updateObject",
          .call =
-             [](const R& r, ZAVError* error) {
+             [](auto& r, auto* error) {
                  auto event = draft(23);
                  event->set_seq(23);
                  event->set_creator_id("member-9");
@@ -23,13 +22,11 @@ std::vector<Operation> sequenceUpdates() {
                .values = {"23", "'member-9'", "1700000000123", "23"},
                .plan = {"SEARCH events USING INTEGER PRIMARY KEY (rowid=?)"}}},
          .needs = {"events"},
-         .answer = "true",
-         .answerFromEmptyTables = "true",
-         .answerOnFailure = "false",
+         .answers = {"true", "true", "false"},
          .report = FailureReport::nothing},
         {.name = "persistConversationsParticipantsSeq",
          .call =
-             [](const R& r, ZAVError* error) {
+             [](auto& r, auto* error) {
                  return answer(
                      r.persistConversationsParticipantsSeq(11, "member-1", publishedStreamUUID(), error));
              },
@@ -50,12 +47,10 @@ std::vector<Operation> sequenceUpdates() {
                .plan = {"SEARCH conversation_participants USING INDEX conversation_participants_by_member "
                         "(conversation_database_identifier=? AND member_id=?)"}}},
          .needs = {"conversations", "conversation_participants"},
-         .answer = "true",
-         .answerFromEmptyTables = "false",
-         .answerOnFailure = "false",
+         .answers = {"true", "false", "false"},
          .report = FailureReport::verboseLine},
         {.name = "persistMessageSeq",
-         .call = [](const R& r, ZAVError* error) { return answer(r.persistMessageSeq(12, 5, error)); },
+         .call = [](auto& r, auto* error) { return answer(r.persistMessageSeq(12, 5, error)); },
          .log = lines("persistMessageSeq:eventDatabaseIdentifier:error:",
                       "updating message's seq:%d event database ID:%llu",
                       "failed to update message's seq:%d event database ID:%llu with %@", {"12", "5"}),
@@ -64,10 +59,7 @@ std::vector<Operation> sequenceUpdates() {
                .values = {"12", "5"},
                .plan = {"SEARCH messages USING INDEX messages_by_event (event_database_identifier=?)"}}},
          .needs = {"messages"},
-         .answer = "true",
-         .answerFromEmptyTables = "true",
-         .answerOnFailure = "false",
-         .report = FailureReport::errorLine},
+         .answers = {"true", "true", "false"}},
     };
 }
 

@@ -31,13 +31,12 @@ std::vector<std::string> alternativesByStatus(int count) {
 }  // namespace
 
 std::vector<Operation> transferQueues() {
-    using R = ZAVEventRepository;
     const LogTexts expiredLines = linesOf(
         "eventContentsHavingExpiredDownloadURLsWithAutoDownloadMIMETypes:autodownloadMaxSize:limit:error:");
     return {
         {.name = "eventContentsHavingUnassignedURLsWithError",
-         .call = [](const R& r,
-                    ZAVError* error) { return answer(r.eventContentsHavingUnassignedURLsWithError(error)); },
+         .call = [](auto& r,
+                    auto* error) { return answer(r.eventContentsHavingUnassignedURLsWithError(error)); },
          .log = linesOf("eventContentsHavingUnassignedURLsWithError:"),
          .statements = {{.text = partQuery(
                              "WHERE streams.stream_id IS NOT NULL AND event_content_parts.file_path IS NOT "
@@ -47,13 +46,10 @@ std::vector<Operation> transferQueues() {
                          .values = {"0", "1"},
                          .plan = {byStatus}}},
          .needs = {"event_content_parts", "events", "streams"},
-         .answer = "set of 4",
-         .answerFromEmptyTables = "set of 0",
-         .answerOnFailure = "none",
-         .report = FailureReport::errorLine},
+         .answers = {"set of 4", "set of 0", "none"}},
         {.name = "eventContentsHavingIncompleteUploadsWithLimit",
          .call =
-             [](const R& r, ZAVError* error) {
+             [](auto& r, auto* error) {
                  return answer(r.eventContentsHavingIncompleteUploadsWithLimit(10, error));
              },
          .log = linesOf("eventContentsHavingIncompleteUploadsWithLimit:error:"),
@@ -63,14 +59,11 @@ std::vector<Operation> transferQueues() {
                          .values = {"1", "10"},
                          .plan = {byStatus}}},
          .needs = {"event_content_parts", "events", "streams"},
-         .answer = "set of 4",
-         .answerFromEmptyTables = "set of 0",
-         .answerOnFailure = "none",
-         .report = FailureReport::errorLine},
+         .answers = {"set of 4", "set of 0", "none"}},
         {.name = "eventContentsHavingExpiredDownloadURLsWithAutoDownloadMIMETypes",
          .variant = "OfSomeTypes",
          .call =
-             [](const R& r, ZAVError* error) {
+             [](auto& r, auto* error) {
                  return answer(r.eventContentsHavingExpiredDownloadURLsWithAutoDownloadMIMETypes(
                      std::set<std::string>{"image/png", "text/plain"}, 100, 10, error));
              },
@@ -87,14 +80,11 @@ std::vector<Operation> transferQueues() {
                          .plan = alternativesByStatus(3),
                          .sorts = true}},
          .needs = {"event_content_parts", "events", "streams"},
-         .answer = "set of 2",
-         .answerFromEmptyTables = "set of 0",
-         .answerOnFailure = "none",
-         .report = FailureReport::errorLine},
+         .answers = {"set of 2", "set of 0", "none"}},
         {.name = "eventContentsHavingExpiredDownloadURLsWithAutoDownloadMIMETypes",
          .variant = "OfAnyType",
          .call =
-             [](const R& r, ZAVError* error) {
+             [](auto& r, auto* error) {
                  return answer(r.eventContentsHavingExpiredDownloadURLsWithAutoDownloadMIMETypes(
                      std::nullopt, 100, 10, error));
              },
@@ -110,13 +100,10 @@ std::vector<Operation> transferQueues() {
                          .plan = alternativesByStatus(3),
                          .sorts = true}},
          .needs = {"event_content_parts", "events", "streams"},
-         .answer = "set of 2",
-         .answerFromEmptyTables = "set of 0",
-         .answerOnFailure = "none",
-         .report = FailureReport::errorLine},
+         .answers = {"set of 2", "set of 0", "none"}},
         {.name = "eventContentsHavingIncompleteDownloadsWithLimit",
          .call =
-             [](const R& r, ZAVError* error) {
+             [](auto& r, auto* error) {
                  return answer(r.eventContentsHavingIncompleteDownloadsWithLimit(10, error));
              },
          .log = linesOf("eventContentsHavingIncompleteDownloadsWithLimit:error:"),
@@ -130,10 +117,7 @@ std::vector<Operation> transferQueues() {
                          .plan = {byStatus},
                          .sorts = true}},
          .needs = {"event_content_parts", "events", "streams"},
-         .answer = "set of 4",
-         .answerFromEmptyTables = "set of 0",
-         .answerOnFailure = "none",
-         .report = FailureReport::errorLine},
+         .answers = {"set of 4", "set of 0", "none"}},
     };
 }
 

@@ -177,7 +177,7 @@ void callOf(const Operation& operation, const std::shared_ptr<FMDatabase>& datab
         EXPECT_TRUE(answer.value == "set" || answer.value == "event" || answer.value == "null")
             << answer.value;
     } else if (error && !threw) {
-        EXPECT_EQ(answer.value, operation.answerOnFailure) << error.description();
+        EXPECT_EQ(answer.value, operation.answers.failing) << error.description();
     }
     if (error.message() == beyondBounds) {
         outcome.stopped.insert(nameOf(operation));
