@@ -27,7 +27,8 @@
 
 #include "Expect.h"
 #include "InputReader.h"
-#include "Support/EveryOperation.h"
+#include "Operations/Catalogue.h"
+#include "Operations/FilledStore.h"
 #include "Support/TemporaryDirectory.h"
 
 namespace {
@@ -199,13 +200,14 @@ int countDown(void* calls) {
 }
 
 void checkAnswer(const test::Operation& operation, const test::Answer& answer, const ZAVError& error) {
-    const bool failed = answer.value == operation.answerOnFailure;
+    const bool failed = answer.value == operation.answers.failing;
     if (error && !failed && answer.value != "set" && answer.value != "event") {
-        std::cerr << operation.name << " answered " << answer.value << " and " << error.description() << '\n';
+        std::cerr << nameOf(operation) << " answered " << answer.value << " and " << error.description()
+                  << '\n';
         expect(false, "an error to come with the answer of a failure");
     }
     if (answer.value == "none" && failed && !error) {
-        std::cerr << operation.name << '\n';
+        std::cerr << nameOf(operation) << '\n';
         expect(false, "an operation that answers nothing to say why");
     }
     expect(!answer.text().empty(), "every record to have a text");
@@ -225,7 +227,7 @@ void runEveryOperation(const std::shared_ptr<FMDatabase>& database) {
             expect(!refusal.reason().empty(), "a refusal to come with a reason");
         }
         if (database->openResultSets() != 0 || database->inTransaction()) {
-            std::cerr << operation.name << '\n';
+            std::cerr << nameOf(operation) << '\n';
             expect(false, "an operation to leave neither a cursor nor a transaction open");
         }
     }

@@ -32,8 +32,9 @@
 #include "Importer.h"
 #include "InputReader.h"
 #include "LineReader.h"
+#include "Operations/Description.h"
+#include "Operations/FilledStore.h"
 #include "ReadBackCheck.h"
-#include "Support/EveryOperation.h"
 #include "Support/TemporaryDirectory.h"
 #include "ToolError.h"
 

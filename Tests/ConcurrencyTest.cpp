@@ -18,7 +18,8 @@
 #include <utility>
 #include <vector>
 
-#include "Support/EveryOperation.h"
+#include "Operations/Catalogue.h"
+#include "Operations/FilledStore.h"
 #include "Support/LogCapture.h"
 #include "Support/TemporaryDirectory.h"
 #include "Support/TestEffort.h"
@@ -392,7 +393,7 @@ TEST(TwoWriters, FindOneStreamThatBothWouldRegister) {
 /// Expects that an operation which failed because somebody else writes said so in every way that it promises.
 void expectBusy(const Operation& operation, const FMDatabase& database, const Answer& answer,
                 const ZAVError& error, const std::vector<LogRecord>& lines) {
-    EXPECT_EQ(answer.value, operation.answerOnFailure);
+    EXPECT_EQ(answer.value, operation.answers.failing);
     EXPECT_EQ(database.lastError().code(), SQLITE_BUSY) << database.lastError().description();
     if (operation.report == FailureReport::nothing) {
         EXPECT_FALSE(error) << error.description();
@@ -432,7 +433,7 @@ TEST_P(OperationOnALockedDatabase, ReadsOrFailsClearlyAndWorksWhenTheLockIsGone)
     if (failed) {
         expectBusy(operation, *database, lockedAnswer, lockedError, lockedLines);
     } else {
-        EXPECT_NE(lockedAnswer.value, operation.answerOnFailure);
+        EXPECT_NE(lockedAnswer.value, operation.answers.failing);
         EXPECT_FALSE(lockedError) << lockedError.description();
     }
     EXPECT_FALSE(database->inTransaction());
@@ -442,7 +443,7 @@ TEST_P(OperationOnALockedDatabase, ReadsOrFailsClearlyAndWorksWhenTheLockIsGone)
     lock->rollback();
     ZAVError error;
     const Answer answer = operation.call(ZAVEventRepository(database), &error);
-    EXPECT_NE(answer.value, operation.answerOnFailure) << "the lock is gone: " << error.description();
+    EXPECT_NE(answer.value, operation.answers.failing) << "the lock is gone: " << error.description();
     EXPECT_FALSE(error) << error.description();
     const bool writes = rowsOfAllTables(*database) != before;
     EXPECT_EQ(failed, writes) << (writes ? "it wrote in spite of the lock"
@@ -450,9 +451,7 @@ TEST_P(OperationOnALockedDatabase, ReadsOrFailsClearlyAndWorksWhenTheLockIsGone)
 }
 
 INSTANTIATE_TEST_SUITE_P(Every, OperationOnALockedDatabase, testing::ValuesIn(everyOperation()),
-                         [](const testing::TestParamInfo<Operation>& operation) {
-                             return operation.param.name;
-                         });
+                         nameOfParameter);
 
 TEST(ALockedDatabase, IsOpenedAndItsSchemaIsNotMadeMeanwhile) {
     const TemporaryDirectory directory;
@@ -843,7 +842,7 @@ Lines answersOnANewStore() {
         for (std::string& line : operation.call(ZAVEventRepository(database), &error).text()) {
             texts.push_back(std::move(line));
         }
-        EXPECT_FALSE(error) << operation.name << ": " << error.description();
+        EXPECT_FALSE(error) << nameOf(operation) << ": " << error.description();
     }
     for (std::string& row : rowsOfAllTables(*database)) {
         texts.push_back(std::move(row));

@@ -25,8 +25,9 @@
 #include <string_view>
 #include <vector>
 
+#include "Operations/Catalogue.h"
+#include "Operations/FilledStore.h"
 #include "Support/DatabaseHandles.h"
-#include "Support/EveryOperation.h"
 #include "Support/LogCapture.h"
 #include "Support/TemporaryDirectory.h"
 #include "Support/TestEffort.h"
@@ -361,12 +362,12 @@ std::set<std::string> outcomesOfEveryOperation(const std::string& bytes) {
             // What a lookup does not find any more, an operation may miss.
         }
         if ((error.code() & 0xFF) == SQLITE_CORRUPT) {
-            outcomes.insert("failed: " + operation.name);
+            outcomes.insert("failed: " + nameOf(operation));
         } else if (error && (error.code() & 0xFF) != SQLITE_CONSTRAINT) {
-            outcomes.insert("wrong: " + operation.name + ": " + error.description());
+            outcomes.insert("wrong: " + nameOf(operation) + ": " + error.description());
         }
         if (database->openResultSets() != 0) {
-            outcomes.insert("wrong: " + operation.name + " left a cursor open");
+            outcomes.insert("wrong: " + nameOf(operation) + " left a cursor open");
         }
     }
     return outcomes;

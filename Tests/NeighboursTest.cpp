@@ -56,10 +56,6 @@ protected:
         ZAVKeyedValueRepository::repositoryWithDatabase(store_.sharedDatabase());
 };
 
-TEST_F(KeyedValues, AreEmptyWhenNothingIsStored) {
-    EXPECT_TRUE(stored(metadataOfEvent(1)).empty());
-}
-
 TEST_F(KeyedValues, KeepTextAsTextAndBytesAsBytes) {
     const ZAVDictionary dictionary{
         {"text", text("value")},
@@ -188,19 +184,6 @@ TEST_F(KeyedValues, NeedATable) {
                  NSInternalInconsistencyException);
 }
 
-TEST_F(KeyedValues, SayWhyTheyCannotBeReadOrSet) {
-    store_.execute("DROP TABLE keyed_values_remote");
-    const ZAVError expected("SQLite", 1, "no such table: keyed_values_remote");
-    ZAVError readError;
-    EXPECT_FALSE(values_.keyedValuesInContext(metadataOfEvent(1), &readError));
-    EXPECT_EQ(readError, expected);
-    ZAVError writeError;
-    EXPECT_FALSE(values_.setKeyedValuesWithDictionary({}, std::nullopt, metadataOfEvent(1), &writeError));
-    EXPECT_EQ(writeError, expected);
-    EXPECT_FALSE(values_.keyedValuesInContext(metadataOfEvent(1))) << "nobody asked for the reason";
-    EXPECT_FALSE(values_.setKeyedValuesWithDictionary({}, std::nullopt, metadataOfEvent(1)));
-}
-
 TEST_F(KeyedValues, AreTooManyRatherThanTooFewWhenSettingThemFailsPartWay) {
     store(metadataOfEvent(1), {{"old", text("1")}});
     store_.execute(
@@ -242,13 +225,6 @@ TEST_F(Streams, AreFoundUnderTheUUIDTheyWereRegisteredWith) {
               (Rows{"X'11111111111111111111111111111101'|NULL", "X'11111111111111111111111111111102'|NULL"}));
 }
 
-TEST_F(Streams, ThatAreNotRegisteredHaveNoRowAndNoError) {
-    ZAVError error;
-    EXPECT_EQ(streams_.streamDatabaseIdentifierForUUID(uuidNumber(1), &error), ZAVDatabaseIdentifierNotSet);
-    EXPECT_FALSE(error);
-    EXPECT_EQ(streams_.countOfStreams(), 0U) << "looking a stream up registered it";
-}
-
 TEST_F(Streams, WaitForTheirUUID) {
     const auto first = streams_.createStreamWithoutUUID();
     const auto second = streams_.createStreamWithoutUUID();
@@ -282,24 +258,6 @@ TEST_F(Streams, NeverGetTheRowOfOneThatWasDeleted) {
     EXPECT_GT(streams_.findOrCreateStreamWithUUID(uuidNumber(2)), first);
 }
 
-TEST_F(Streams, SayWhyTheyCannotBeReached) {
-    store_.execute("DROP TABLE streams");
-    const ZAVError expected("SQLite", 1, "no such table: streams");
-    ZAVError error;
-    EXPECT_EQ(streams_.streamDatabaseIdentifierForUUID(uuidNumber(1), &error), ZAVDatabaseIdentifierNotSet);
-    EXPECT_EQ(std::exchange(error, {}), expected);
-    EXPECT_EQ(streams_.findOrCreateStreamWithUUID(uuidNumber(1), &error), ZAVDatabaseIdentifierNotSet);
-    EXPECT_EQ(std::exchange(error, {}), expected);
-    EXPECT_EQ(streams_.createStreamWithoutUUID(&error), ZAVDatabaseIdentifierNotSet);
-    EXPECT_EQ(std::exchange(error, {}), expected);
-    EXPECT_FALSE(streams_.setUUID(uuidNumber(1), 1, &error));
-    EXPECT_EQ(std::exchange(error, {}), expected);
-    EXPECT_FALSE(streams_.setSeq(1, 1, &error));
-    EXPECT_EQ(std::exchange(error, {}), expected);
-    EXPECT_EQ(streams_.countOfStreams(&error), std::nullopt);
-    EXPECT_EQ(std::exchange(error, {}), expected);
-}
-
 TEST(SyncedChanges, AreRecordedOneByOne) {
     const TestStore store;
     const ZAVSyncedChangeRepository changes(store.sharedDatabase());
@@ -326,16 +284,6 @@ TEST(SyncedChanges, TellUnprocessedEventsFromProcessedOnes) {
     ASSERT_TRUE(unprocessed);
     ASSERT_EQ(unprocessed->size(), 1U);
     EXPECT_EQ((*unprocessed)[0]->databaseIdentifier(), inserted->databaseIdentifier());
-}
-
-TEST(SyncedChanges, SayWhyTheyCannotBeRecorded) {
-    const TestStore store;
-    store.execute("DROP TABLE synced_changes");
-    ZAVError error;
-    const ZAVSyncedChangeRepository changes(store.sharedDatabase());
-    EXPECT_FALSE(changes.recordChange("events", 1, ZAVSyncedChangeTypeInsert, &error));
-    EXPECT_EQ(error, ZAVError("SQLite", 1, "no such table: synced_changes"));
-    EXPECT_FALSE(changes.recordChange("events", 1, ZAVSyncedChangeTypeInsert));
 }
 
 TEST(SyncedChanges, NameTheEventsTableWithoutAQuote) {

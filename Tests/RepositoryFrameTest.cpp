@@ -15,35 +15,6 @@
 namespace zav::test {
 namespace {
 
-constexpr const char* allEventsFunction = "-[ZAVEventRepository allEvents:]";
-
-const LogRecord fetchingAllEvents =
-    verboseLine(allEventsFunction, "fetching publishable events", "fetching publishable events");
-
-LogRecord failedToFetchAllEvents(const ZAVError& error) {
-    return errorLine(allEventsFunction, "failed to fetch publishable events with %@",
-                     "failed to fetch publishable events with " + error.description());
-}
-
-const ZAVError fromBefore("Caller", 5, "from before");
-
-/// Makes every reading of event rows break off at the row with the given number.
-void breakEventsAtRow(const TestStore& store, int row) {
-    store.execute("ALTER TABLE events RENAME TO stored_events");
-    store.execute(
-        "CREATE VIEW events AS SELECT database_identifier, type, creator_id, seq, timestamp, preceding_seq, "
-        "client_seq, abs(-9223372036854775807 - (database_identifier = " +
-        std::to_string(row) +
-        ")) AS subtype, member_id, target_seq, stream_database_identifier, client_id, creator_name "
-        "FROM stored_events");
-}
-
-void addEvents(const TestStore& store, int count) {
-    for (int number = 0; number < count; ++number) {
-        store.execute("INSERT INTO events (type, client_id) VALUES (2, x'01')");
-    }
-}
-
 bool succeed() {
     return true;
 }
@@ -151,25 +122,6 @@ TEST(RepositoryFrame, ATransactionOfTheCallersIsLeftOpen) {
     EXPECT_EQ(store.rows("SELECT COUNT(*) FROM events"), std::vector<std::string>{"1"});
 }
 
-TEST(RepositoryFrame, AnOperationThatSucceedsWritesItsVerboseLineAndLeavesTheErrorAlone) {
-    const TestStore store;
-    addEvents(store, 2);
-    const LogCapture log;
-    ZAVError error = fromBefore;
-    const auto events = store.repository().allEvents(&error);
-    ASSERT_TRUE(events);
-    EXPECT_EQ(events->size(), 2U);
-    EXPECT_EQ(error, fromBefore);
-    EXPECT_EQ(log.records(), std::vector<LogRecord>{fetchingAllEvents});
-}
-
-TEST(RepositoryFrame, AnEmptyTableYieldsAnEmptySetRatherThanNone) {
-    const TestStore store;
-    const auto events = store.repository().allEvents();
-    ASSERT_TRUE(events);
-    EXPECT_TRUE(events->empty());
-}
-
 TEST(RepositoryFrame, TheVerboseLineIsWrittenBeforeTheWork) {
     /// A sink that notes how many statements had been started when a line came.
     class Sink final : public DDLogSink {
@@ -191,19 +143,6 @@ TEST(RepositoryFrame, TheVerboseLineIsWrittenBeforeTheWork) {
     EXPECT_EQ(trace.statements(), std::vector<std::string>{"SELECT COUNT(*) FROM events"});
 }
 
-TEST(RepositoryFrame, AStatementThatCannotBePreparedYieldsNothingAndIsReportedOnce) {
-    const TestStore store;
-    store.execute("DROP TABLE events");
-    const LogCapture log;
-    ZAVError error = fromBefore;
-    EXPECT_EQ(store.repository().allEvents(&error), std::nullopt);
-    EXPECT_EQ(error, store.database().lastError());
-    EXPECT_EQ(error.domain(), "SQLite");
-    EXPECT_EQ(error.code(), 1);
-    EXPECT_EQ(error.message(), "no such table: events");
-    EXPECT_EQ(log.records(), (std::vector<LogRecord>{fetchingAllEvents, failedToFetchAllEvents(error)}));
-}
-
 TEST(RepositoryFrame, ALogThatFailsChangesNothingAboutAnOperation) {
     /// A sink that fails.
     class Sink final : public DDLogSink {
@@ -211,7 +150,7 @@ TEST(RepositoryFrame, ALogThatFailsChangesNothingAboutAnOperation) {
         void write(const DDLogMessage&) override { throw std::runtime_error("the disk is full"); }
     };
     const TestStore store;
-    addEvents(store, 2);
+    store.execute("INSERT INTO events (type, client_id) VALUES (2, x'01'), (2, x'01')");
     const LogCapture guards;
     DDLog::setSink(std::make_shared<Sink>());
     EXPECT_EQ(store.repository().countOfEvents(), 2U);
@@ -242,109 +181,6 @@ TEST(RepositoryFrame, TheLineOfAFailedWriteIsBoundedWhateverTheEventsHold) {
         << message.substr(message.size() - 100);
     EXPECT_LT(message.size(), 32'768U);
     EXPECT_EQ(message.find('\n'), std::string::npos) << "a name broke the line";
-}
-
-TEST(RepositoryFrame, AFailedCountIsZero) {
-    const TestStore store;
-    addEvents(store, 2);
-    store.execute("DROP TABLE events");
-    const LogCapture log;
-    ZAVError error;
-    EXPECT_EQ(store.repository().countOfEvents(&error), 0U);
-    EXPECT_EQ(error, store.database().lastError());
-    constexpr const char* function = "-[ZAVEventRepository countOfEvents:]";
-    EXPECT_EQ(log.records(),
-              (std::vector<LogRecord>{
-                  verboseLine(function, "fetching syncable change count", "fetching syncable change count"),
-                  errorLine(function, "failed to fetch events with %@",
-                            "failed to fetch events with " + error.description())}));
-}
-
-TEST(RepositoryFrame, AFailedLookupIsNoRecord) {
-    const TestStore store;
-    addEvents(store, 1);
-    store.execute("DROP TABLE events");
-    const LogCapture log;
-    ZAVError error;
-    EXPECT_EQ(store.repository().eventForDatabaseIdentifier(1, &error), nullptr);
-    EXPECT_EQ(error, store.database().lastError());
-    constexpr const char* function = "-[ZAVEventRepository eventForDatabaseIdentifier:error:]";
-    EXPECT_EQ(log.records(),
-              (std::vector<LogRecord>{
-                  verboseLine(function, "fetching event for database identifier:%lld",
-                              "fetching event for database identifier:1"),
-                  errorLine(function, "failed to fetch event for database identifier:%lld with %@",
-                            "failed to fetch event for database identifier:1 with " + error.description())}));
-}
-
-TEST(RepositoryFrame, AFailedWriteIsFalseAndKeepsWhatWasWrittenBefore) {
-    const TestStore store;
-    store.addStream(uuidNumber(1));
-    store.execute(
-        "CREATE TRIGGER refuse BEFORE INSERT ON events WHEN NEW.creator_id = 'refused' "
-        "BEGIN SELECT RAISE(FAIL, 'refused'); END");
-    const auto stored = makeEvent(EventType_MESSAGE, uuidNumber(1), 7);
-    const auto refused = makeEvent(EventType_MESSAGE, uuidNumber(1), 8);
-    refused->set_creator_id("refused");
-    const LogCapture log;
-    ZAVError error;
-    EXPECT_FALSE(store.repository().persistEvents({stored, refused}, &error));
-    EXPECT_EQ(error.message(), "refused");
-    EXPECT_EQ(store.rows("SELECT client_id FROM events"),
-              std::vector<std::string>{"X'11111111111111111111111111111107'"});
-    const auto records = log.records();
-    ASSERT_EQ(records.size(), 2U);
-    constexpr const char* function = "-[ZAVEventRepository persistEvents:error:]";
-    EXPECT_EQ(records[0], verboseLine(function, "persisting %lu event(s)", "persisting 2 event(s)"));
-    EXPECT_EQ(records[1], errorLine(function, "failed to persist events:%@ with %@",
-                                    "failed to persist events:{(" + stored->description() + ", " +
-                                        refused->description() + ")} with " + error.description()));
-}
-
-TEST(RepositoryFrame, ReadingThatBreaksOffYieldsNoPartOfTheResult) {
-    const TestStore store;
-    addEvents(store, 3);
-    breakEventsAtRow(store, 3);
-    const LogCapture log;
-    ZAVError error;
-    EXPECT_EQ(store.repository().allEvents(&error), std::nullopt);
-    EXPECT_EQ(error.message(), "integer overflow");
-    EXPECT_EQ(error, store.database().lastError());
-    EXPECT_EQ(log.records(), (std::vector<LogRecord>{fetchingAllEvents, failedToFetchAllEvents(error)}));
-    EXPECT_EQ(store.database().openResultSets(), 0U);
-}
-
-TEST(RepositoryFrame, AFailureWithoutAnErrorParameterIsLoggedAllTheSame) {
-    const TestStore store;
-    store.execute("DROP TABLE events");
-    const LogCapture log;
-    EXPECT_EQ(store.repository().allEvents(), std::nullopt);
-    EXPECT_EQ(log.records(), (std::vector<LogRecord>{fetchingAllEvents,
-                                                     failedToFetchAllEvents(store.database().lastError())}));
-}
-
-TEST(RepositoryFrame, AViolatedPreconditionIsThrownNotReported) {
-    const TestStore store;
-    const LogCapture log;
-    ZAVError error = fromBefore;
-    EXPECT_THROW(store.repository().persistEvents({std::make_shared<ZAVEvent>()}, &error),
-                 NSInternalInconsistencyException);
-    EXPECT_EQ(error, fromBefore);
-    EXPECT_EQ(log.records(),
-              (std::vector<LogRecord>{verboseLine("-[ZAVEventRepository persistEvents:error:]",
-                                                  "persisting %lu event(s)", "persisting 1 event(s)")}));
-    EXPECT_EQ(store.database().openResultSets(), 0U);
-}
-
-TEST(RepositoryFrame, AfterAFailureTheRepositoryWorksOn) {
-    const TestStore store;
-    const LogCapture log;
-    store.execute("ALTER TABLE events RENAME TO events_away");
-    EXPECT_EQ(store.repository().allEvents(), std::nullopt);
-    store.execute("ALTER TABLE events_away RENAME TO events");
-    ZAVError error;
-    ASSERT_TRUE(store.repository().allEvents(&error)) << error.description();
-    EXPECT_FALSE(error) << "the failure before is not this operation's";
 }
 
 /// The lines, by flag, that a failing operation writes under the given guards.
@@ -422,62 +258,9 @@ TEST(RepositoryFrame, ARecordIsDescribedOnlyForALineThatIsWanted) {
     EXPECT_EQ(event->descriptions, 1) << "the error line prints the event";
 }
 
-TEST(RepositoryFrame, TheRowMapperIsGivenTheCallersOwnErrorParameter) {
-    /// A repository that notes what its row mapper was given.
-    class Repository final : public ZAVEventRepository {
-    public:
-        using ZAVEventRepository::ZAVEventRepository;
-        std::shared_ptr<ZAVEvent> objectFromResultSet(const FMResultSet& row,
-                                                      ZAVError* error) const override {
-            given.push_back(error);
-            return ZAVEventRepository::objectFromResultSet(row, error);
-        }
-        mutable std::vector<ZAVError*> given;
-    };
-    const TestStore store;
-    addEvents(store, 1);
-    const Repository repository(store.sharedDatabase());
-    ZAVError error;
-    EXPECT_TRUE(repository.allEvents(&error));
-    EXPECT_TRUE(repository.allEvents());
-    EXPECT_NE(repository.eventForDatabaseIdentifier(1, &error), nullptr);
-    EXPECT_EQ(repository.given, (std::vector<ZAVError*>{&error, nullptr, &error}));
-}
-
-TEST(RepositoryFrame, NoOperationOpensATransaction) {
-    const TestStore store;
-    store.addStream(uuidNumber(1));
-    const auto event = makeEvent(EventType_MESSAGE, uuidNumber(1), 7);
-    event->set_content(std::vector<std::shared_ptr<ZAVTContent>>{makeTextPart("hello")});
-    const StatementTrace trace(store.database());
-    EXPECT_TRUE(store.repository().persistEvents({event}));
-    EXPECT_TRUE(store.repository().allEvents());
-    EXPECT_FALSE(trace.statements().empty());
-    for (const std::string& statement : trace.statements()) {
-        for (const char* word : {"BEGIN", "COMMIT", "ROLLBACK", "SAVEPOINT", "RELEASE", "END"}) {
-            EXPECT_FALSE(statement.starts_with(word)) << statement;
-        }
-    }
-}
-
 TEST(RepositoryFrame, TheRepositoryWorksOnTheHandleItWasGiven) {
     const TestStore store;
     EXPECT_EQ(&store.repository().database(), store.sharedDatabase().get());
-}
-
-TEST(RepositoryFrame, AnEventThatWasPersistedIsReadBackWithItsContent) {
-    const TestStore store;
-    store.addStream(uuidNumber(1));
-    const auto event = makeEvent(EventType_MESSAGE, uuidNumber(1), 7);
-    event->set_content(std::vector<std::shared_ptr<ZAVTContent>>{makeTextPart("hello")});
-    ZAVError error;
-    ASSERT_TRUE(store.repository().persistEvents({event}, &error)) << error.description();
-    const auto events = store.repository().allEvents(&error);
-    ASSERT_TRUE(events) << error.description();
-    ASSERT_EQ(events->size(), 1U);
-    EXPECT_EQ((*events)[0]->databaseIdentifier(), event->databaseIdentifier());
-    ASSERT_EQ((*events)[0]->contentParts().size(), 1U);
-    EXPECT_EQ((*events)[0]->contentParts()[0]->body(), ZAVData::fromText("hello"));
 }
 
 template <class Repository>

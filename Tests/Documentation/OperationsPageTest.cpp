@@ -10,9 +10,7 @@
 #include <vector>
 
 #include "Documentation/Pages.h"
-#include "Support/EveryOperation.h"
-#include "Support/StatementTrace.h"
-#include "Support/TestStore.h"
+#include "Operations/Catalogue.h"
 
 namespace zav::test {
 namespace {
@@ -62,18 +60,14 @@ public:
     [[nodiscard]] const std::vector<Section>& sections() const { return sections_; }
     [[nodiscard]] const Texts& neighbourStatements() const { return neighbourStatements_; }
 
-    /// The section of the operation that the tests know by a name, which may be the beginning of its own.
+    /// The section of a member, whose name its selector begins with.
     [[nodiscard]] const Section& sectionOf(const std::string& name) const {
-        const Section* best = nullptr;
-        for (const Section& section : sections_) {
-            if (section.selector.starts_with(name) &&
-                (best == nullptr || section.selector.size() < best->selector.size())) {
-                best = &section;
-            }
-        }
+        const auto found = std::find_if(sections_.begin(), sections_.end(), [&](const Section& section) {
+            return section.selector == name || section.selector.starts_with(name + ":");
+        });
         static const Section none;
-        EXPECT_NE(best, nullptr) << name << " is not described";
-        return best == nullptr ? none : *best;
+        EXPECT_NE(found, sections_.end()) << name << " is not described";
+        return found == sections_.end() ? none : *found;
     }
 
 private:
@@ -104,18 +98,11 @@ const Page& page() {
     return page;
 }
 
-/// The statements that a call of an operation runs on a store with something in it.
+/// The statements of an operation, with one placeholder where there are as many as there are events.
 Texts statementsOf(const Operation& operation) {
-    const TestStore store;
-    fillStore(store.sharedDatabase());
-    const StatementTrace trace(store.database(), StatementTrace::Text::asPrepared);
-    ZAVError error;
-    (void)operation.call(store.repository(), &error);
-    EXPECT_FALSE(error) << operation.name << ": " << error.description();
     Texts statements;
-    for (const std::string& statement : trace.statements()) {
-        // As many placeholders as there are events.
-        statements.insert(std::regex_replace(statement, std::regex(R"(row_identifier IN \(\?(, \?)*\))"),
+    for (const ExpectedStatement& statement : operation.statements) {
+        statements.insert(std::regex_replace(statement.text, std::regex(R"(row_identifier IN \(\?(, \?)*\))"),
                                              "row_identifier IN (?)"));
     }
     return statements;
@@ -128,54 +115,11 @@ Texts operator-(const Texts& left, const Texts& right) {
     return result;
 }
 
-/// What an operation does that one call of it does not show.
-const std::vector<Operation>& furtherCalls() {
-    static const std::vector<Operation> calls{
-        {"persistEvents", FailureReport::errorLine, "false",
-         [](const ZAVEventRepository& repository, ZAVError* error) {
-             // Without a row, at a sequence that is taken; with other metadata; in a stream named by its row.
-             const auto stored = repository.eventForDatabaseIdentifier(1);
-             const auto again =
-                 std::make_shared<ZAVEvent>(ZAVDatabaseIdentifierNotSet, stored->streamDatabaseIdentifier());
-             again->set_type(EventType_MESSAGE);
-             again->set_seq(stored->seq());
-             again->set_client_id(stored->client_id());
-             again->set_transient_metadata(ZAVDictionary{{"other", std::string("value")}});
-             return Answer{repository.persistEvents({again}, error) ? "true" : "false"};
-         }},
-        {"eventContentsHavingExpiredDownloadURLs", FailureReport::errorLine, "none",
-         [](const ZAVEventRepository& repository, ZAVError* error) {
-             const auto contents = repository.eventContentsHavingExpiredDownloadURLsWithAutoDownloadMIMETypes(
-                 std::nullopt, 100, 10, error);
-             return Answer{contents ? "set" : "none"};
-         }},
-    };
-    return calls;
-}
-
-bool isOfTheRepository(const Operation& operation) {
-    const auto& all = everyOperation();
-    const auto firstNeighbour = std::find_if(all.begin(), all.end(), [](const Operation& one) {
-        return one.name == "persistEventsInATransaction";
-    });
-    return std::any_of(all.begin(), firstNeighbour,
-                       [&](const Operation& one) { return one.name == operation.name; });
-}
-
 TEST(TheOperationsPage, ShowsTheStatementsThatEachOperationRuns) {
     std::map<std::string, Texts> run;
-    for (const auto* calls : {&everyOperation(), &furtherCalls()}) {
-        for (const Operation& operation : *calls) {
-            if (isOfTheRepository(operation)) {
-                run[operation.name].merge(statementsOf(operation));
-            }
-        }
+    for (const Operation& operation : operationsOfTheEventRepository()) {
+        run[operation.name].merge(statementsOf(operation));
     }
-    const auto withStatements =
-        std::count_if(page().sections().begin(), page().sections().end(),
-                      [](const Section& section) { return !section.statements.empty(); });
-    ASSERT_EQ(run.size() + 1, static_cast<std::size_t>(withStatements))
-        << "an operation is missing on the page or in EveryOperation; the one more is the mapper of events";
     const Texts& ofTheMapper = page().sectionOf("objectFromResultSet").statements;
     EXPECT_EQ(ofTheMapper.size(), 2U);
     for (auto& [name, statements] : run) {
@@ -184,9 +128,6 @@ TEST(TheOperationsPage, ShowsTheStatementsThatEachOperationRuns) {
             EXPECT_EQ(ofTheMapper - statements, Texts()) << name << " should run these for each event";
             statements = statements - ofTheMapper;
         }
-        if (name == "persistEvents") {
-            statements = statements - ofTheMapper - page().sectionOf("eventForDatabaseIdentifier").statements;
-        }
         EXPECT_EQ(section.statements - statements, Texts()) << "shown for " << name << ", but not run";
         EXPECT_EQ(statements - section.statements, Texts()) << "run by " << name << ", but not shown";
     }
@@ -194,8 +135,9 @@ TEST(TheOperationsPage, ShowsTheStatementsThatEachOperationRuns) {
 
 TEST(TheOperationsPage, ShowsTheStatementsOfTheNeighbours) {
     Texts run;
-    for (const Operation& operation : everyOperation()) {
-        if (!isOfTheRepository(operation) && operation.name != "persistEventsInATransaction") {
+    for (const Operation& operation : neighbours()) {
+        // Their page section tells what holds for both tables of keyed values, and not what a transaction is.
+        if (operation.variant != "InTheLocalTable" && operation.owner != "ZAVTransaction") {
             run.merge(statementsOf(operation));
         }
     }
@@ -219,6 +161,48 @@ TEST(TheOperationsPage, ShowsTheDeclarationOfEachOperation) {
     }
     // Operations are what is const; the free function beside the class comes to them.
     EXPECT_EQ(page().sections().size(), matchesIn(header, R"((\)const;))").size() + 1);
+}
+
+/// Of each repository the members that do something with the database: those that are const.
+std::map<std::string, Texts> membersOfTheRepositories() {
+    std::map<std::string, Texts> members;
+    const std::string folder = "Code/Private/Model/Repositories/";
+    for (const auto& file : std::filesystem::directory_iterator(ZAV_PROJECT_DIRECTORY "/" + folder)) {
+        if (file.path().extension() != ".h") {
+            continue;
+        }
+        const std::string header = std::regex_replace(
+            fileOfTheProject(folder + file.path().filename().string()), std::regex("//[^\n]*"), "");
+        const auto names =
+            matchesIn(header, R"(class ZAV_EXPORT (\w+)(?: final)? : public ZAVDatabaseRepository)");
+        if (!names.empty()) {
+            for (std::string& member : matchesIn(header, R"((\w+)\([^()]*\)\s*const;)")) {
+                members[names.front()].insert(std::move(member));
+            }
+        }
+    }
+    return members;
+}
+
+TEST(TheCatalogue, HasAnEntryForEachMemberOfTheRepositoriesAndNoOther) {
+    std::map<std::string, Texts> entered;
+    for (const Operation& operation : everyOperation()) {
+        entered[operation.owner].insert(operation.name);
+    }
+    entered.erase("ZAVTransaction");  // which is no repository
+    // What maps a row, which reading operations call, and what calls only what it is given.
+    entered["ZAVEventRepository"].merge(
+        Texts{"objectFromResultSet", "eventContentFromResultSet", "attemptBlock"});
+    auto members = membersOfTheRepositories();
+    EXPECT_EQ(members["ZAVEventRepository"].size(), 31U);
+    for (const auto& [owner, names] : entered) {
+        EXPECT_EQ(names - members[owner], Texts())
+            << "entered in Tests/Operations, and no members of " << owner;
+    }
+    for (const auto& [owner, names] : members) {
+        EXPECT_EQ(names - entered[owner], Texts())
+            << "of " << owner << ", without an entry in Tests/Operations";
+    }
 }
 
 TEST(TheOperationsPage, NamesEachOperationAsItsLogLinesDo) {

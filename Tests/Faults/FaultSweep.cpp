@@ -10,6 +10,8 @@
 #include <set>
 #include <stdexcept>
 
+#include "Operations/Description.h"
+#include "Operations/FilledStore.h"
 #include "Support/DatabaseHandles.h"
 #include "Support/LogCapture.h"
 #include "Support/TemporaryDirectory.h"
@@ -66,8 +68,8 @@ Expectation expectationOf(const Operation& operation, const FMDatabaseOptions& o
     ZAVError error;
     expectation.answer = operation.call(ZAVEventRepository(database), &error);
     expectation.after = rowsOfAllTables(*database);
-    if (error || expectation.answer.value == operation.answerOnFailure) {
-        throw std::runtime_error(operation.name + " fails without a fault: " + error.description());
+    if (error || expectation.answer.value == operation.answers.failing) {
+        throw std::runtime_error(nameOf(operation) + " fails without a fault: " + error.description());
     }
     return expectation;
 }
@@ -208,7 +210,7 @@ public:
             return false;
         }
         ++tally.faults;
-        const bool failed = seen.answer.value == operation_.answerOnFailure;
+        const bool failed = seen.answer.value == operation_.answers.failing;
         if (failed) {
             ++tally.reported;
             expectReported(operation_, seen);
@@ -296,7 +298,7 @@ SweepTally sweep(const Operation& operation, const FaultInjector& injector, cons
                  bool fromThenOn, int step) {
     const Expectation expectation = expectationOf(operation, options);
     SweepTally tally;
-    forEachFault(operation.name, injector, options, fromThenOn, step, [&](int number) {
+    forEachFault(nameOf(operation), injector, options, fromThenOn, step, [&](int number) {
         return Round(operation, expectation, options).run(injector, number, fromThenOn, tally);
     });
     return tally;

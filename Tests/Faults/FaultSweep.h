@@ -5,7 +5,7 @@
 #include <functional>
 #include <string>
 
-#include "Support/EveryOperation.h"
+#include "Operations/Operation.h"
 
 namespace zav::test {
 

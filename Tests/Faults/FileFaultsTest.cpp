@@ -4,6 +4,7 @@
 
 #include "Faults/FaultSweep.h"
 #include "Faults/FaultyFileSystem.h"
+#include "Operations/Catalogue.h"
 #include "Support/TestEffort.h"
 
 namespace zav::test {
@@ -56,7 +57,7 @@ TEST_P(FileFaults, AreReportedOrWithoutEffectAndNothingStoredIsLost) {
 }
 
 INSTANTIATE_TEST_SUITE_P(In, FileFaults, testing::ValuesIn(everyOperation()),
-                         [](const auto& parameter) { return parameter.param.name; });
+                         nameOfParameter);
 
 TEST(FileFaultsInOpening, LeaveAStoreThatCanBeOpenedAndHoldsWhatItHeld) {
     const SweepTally tally =

@@ -10,6 +10,7 @@
 #include "Faults/FaultSweep.h"
 #include "Faults/FaultyAllocator.h"
 #include "Faults/FaultyFileSystem.h"
+#include "Operations/Catalogue.h"
 #include "Support/DatabaseHandles.h"
 #include "Support/LogCapture.h"
 #include "Support/TestEffort.h"
@@ -46,7 +47,7 @@ TEST_P(MemoryFaults, AreReportedOrWithoutEffectAndNothingStoredIsLost) {
 }
 
 INSTANTIATE_TEST_SUITE_P(In, MemoryFaults, testing::ValuesIn(everyOperation()),
-                         [](const auto& parameter) { return parameter.param.name; });
+                         nameOfParameter);
 
 TEST(MemoryFaultsInOpening, LeaveAStoreThatCanBeOpenedAndHoldsWhatItHeld) {
     const SweepTally tally =

@@ -67,23 +67,23 @@ TEST(ComparisonWithTheModel, NoticesAnErrorThatNobodyExpects) {
         ZAVStoreError(error, {"SQLite", 1, "failed"});
         return true;
     };
-    EXPECT_THROW(both.agree(failing, [] { return Answer<bool>{true}; }), Disagreement);
+    EXPECT_THROW(both.agree(failing, [] { return ModelAnswer<bool>{true}; }), Disagreement);
     EXPECT_THROW(both.agree([](ZAVError*) { return true; },
                             [] {
-                                return Answer<bool>{true, 1};
+                                return ModelAnswer<bool>{true, 1};
                             }),
                  Disagreement);
-    EXPECT_THROW(both.agree(failing, [] { return Answer<bool>{true, 2}; }), Disagreement);
-    both.agree([](ZAVError*) { return true; }, [] { return Answer<bool>{true}; });
+    EXPECT_THROW(both.agree(failing, [] { return ModelAnswer<bool>{true, 2}; }), Disagreement);
+    both.agree([](ZAVError*) { return true; }, [] { return ModelAnswer<bool>{true}; });
 }
 
 TEST(ComparisonWithTheModel, NoticesWhatIsThrownAndWhatIsNot) {
     Comparison both;
     const auto throwing = [](ZAVError*) -> bool { throw NSInternalInconsistencyException("reason"); };
     const auto violation = [](const char* reason) {
-        return [reason]() -> Answer<bool> { throw Violation{reason}; };
+        return [reason]() -> ModelAnswer<bool> { throw Violation{reason}; };
     };
-    EXPECT_THROW(both.agree(throwing, [] { return Answer<bool>{true}; }), Disagreement);
+    EXPECT_THROW(both.agree(throwing, [] { return ModelAnswer<bool>{true}; }), Disagreement);
     EXPECT_THROW(both.agree(throwing, violation("another reason")), Disagreement);
     EXPECT_THROW(both.agree([](ZAVError*) { return true; }, violation("reason")), Disagreement);
     both.agree(throwing, violation("reason"));

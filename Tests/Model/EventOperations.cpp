@@ -151,7 +151,7 @@ rc::Gen<Step> attemptBlock() {
                         return isPresent ? both.repository().attemptBlock(work)
                                          : both.repository().attemptBlock(nullptr);
                     },
-                    [&] { return Answer<bool>{isPresent && answer}; });
+                    [&] { return ModelAnswer<bool>{isPresent && answer}; });
                 if (calls != (isPresent ? 1 : 0)) {
                     throw Disagreement("the unit of work was called " + std::to_string(calls) + " times");
                 }

@@ -147,7 +147,7 @@ bool hasScheme(const std::string& text) {
 }
 
 template <class Value, class Work>
-Answer<Value> StoreModel::attempt(Value onFailure, const Work& work) {
+ModelAnswer<Value> StoreModel::attempt(Value onFailure, const Work& work) {
     metadataError_.reset();
     try {
         Value value = work();
@@ -157,7 +157,7 @@ Answer<Value> StoreModel::attempt(Value onFailure, const Work& work) {
     }
 }
 
-Answer<bool> StoreModel::begin() {
+ModelAnswer<bool> StoreModel::begin() {
     if (inTransaction()) {
         return {false, SQLITE_ERROR};
     }
@@ -165,7 +165,7 @@ Answer<bool> StoreModel::begin() {
     return {true};
 }
 
-Answer<bool> StoreModel::commit() {
+ModelAnswer<bool> StoreModel::commit() {
     if (!inTransaction()) {
         return {false, ErrorCode(ZAVDatabaseErrorTransactionEnded, ZAVErrorDomainDatabase)};
     }
@@ -353,21 +353,21 @@ std::vector<PartRecord> StoreModel::partsWhere(const PartCondition& condition) c
     return records;
 }
 
-Answer<StoreModel::Events> StoreModel::selectEvents(const EventCondition& condition) {
+ModelAnswer<StoreModel::Events> StoreModel::selectEvents(const EventCondition& condition) {
     return attempt(Events(), [&]() -> Events {
         touch({"events", "streams"});
         return Event{{eventsWhere(condition)}, {}, {}};
     });
 }
 
-Answer<StoreModel::Event> StoreModel::selectEvent(const EventCondition& condition) {
+ModelAnswer<StoreModel::Event> StoreModel::selectEvent(const EventCondition& condition) {
     return attempt(Event(), [&] {
         touch({"events", "streams"});
         return Event{{eventsWhere(condition)}, 1, {}};
     });
 }
 
-Answer<StoreModel::Part> StoreModel::selectPart(const PartCondition& condition) {
+ModelAnswer<StoreModel::Part> StoreModel::selectPart(const PartCondition& condition) {
     return attempt(Part(), [&] {
         touch({"event_content_parts", "events", "streams"});
         return Part{{partsWhere(condition)}, 1, {}};
@@ -376,18 +376,18 @@ Answer<StoreModel::Part> StoreModel::selectPart(const PartCondition& condition) 
 
 // --- Event queries -----------------------------------------------------------------------------------------
 
-Answer<StoreModel::Events> StoreModel::allEvents() {
+ModelAnswer<StoreModel::Events> StoreModel::allEvents() {
     return selectEvents([](Row, const Tables::Event&) { return true; });
 }
 
-Answer<std::uint64_t> StoreModel::countOfEvents() {
+ModelAnswer<std::uint64_t> StoreModel::countOfEvents() {
     return attempt(std::uint64_t{0}, [&] {
         touchWithoutColumns("events");
         return std::uint64_t{tables.events.size()};
     });
 }
 
-Answer<StoreModel::Events> StoreModel::publishableEvents() {
+ModelAnswer<StoreModel::Events> StoreModel::publishableEvents() {
     const auto isTransferred = [&](Row row) {
         bool hasParts = false;
         for (const auto& [partRow, part] : tables.parts) {
@@ -416,14 +416,14 @@ Answer<StoreModel::Events> StoreModel::publishableEvents() {
     return answer;
 }
 
-Answer<StoreModel::Events> StoreModel::unpublishableEvents() {
+ModelAnswer<StoreModel::Events> StoreModel::unpublishableEvents() {
     return selectEvents([&](Row, const Tables::Event& event) {
         const Tables::Stream* const stream = streamOf(event);
         return !event.seq && (stream == nullptr || !stream->stream_id);
     });
 }
 
-Answer<StoreModel::Events> StoreModel::unprocessedEvents() {
+ModelAnswer<StoreModel::Events> StoreModel::unprocessedEvents() {
     return attempt(Events(), [&]() -> Events {
         touch({"events", "streams", "synced_changes"});
         return Event{{eventsWhere([&](Row row, const Tables::Event&) {
@@ -439,7 +439,7 @@ Answer<StoreModel::Events> StoreModel::unprocessedEvents() {
     });
 }
 
-Answer<StoreModel::Events> StoreModel::eventsFromRevivedStream(Row stream) {
+ModelAnswer<StoreModel::Events> StoreModel::eventsFromRevivedStream(Row stream) {
     return attempt(Events(), [&]() -> Events {
         touch({"events", "streams"});
         std::map<std::tuple<Number, Text, Number>, std::vector<EventRecord>> byPosition;
@@ -457,24 +457,24 @@ Answer<StoreModel::Events> StoreModel::eventsFromRevivedStream(Row stream) {
     });
 }
 
-Answer<StoreModel::Events> StoreModel::postedAndProcessedEvents() {
+ModelAnswer<StoreModel::Events> StoreModel::postedAndProcessedEvents() {
     return selectEvents([](Row, const Tables::Event& event) { return event.seq.has_value(); });
 }
 
-Answer<StoreModel::Event> StoreModel::eventWithSeq(ZAVSequence seq, const ZAVUUID& uuid) {
+ModelAnswer<StoreModel::Event> StoreModel::eventWithSeq(ZAVSequence seq, const ZAVUUID& uuid) {
     return selectEvent([&](Row, const Tables::Event& event) {
         const Tables::Stream* const stream = streamOf(event);
         return event.seq == seq && stream != nullptr && stream->stream_id == bytesOf(uuid);
     });
 }
 
-Answer<StoreModel::Event> StoreModel::eventForDatabaseIdentifier(Row row) {
+ModelAnswer<StoreModel::Event> StoreModel::eventForDatabaseIdentifier(Row row) {
     return selectEvent([&](Row candidate, const Tables::Event&) { return candidate == row; });
 }
 
 // --- Storing events ----------------------------------------------------------------------------------------
 
-Answer<bool> StoreModel::persistEvents(const std::vector<EventRecord*>& events) {
+ModelAnswer<bool> StoreModel::persistEvents(const std::vector<EventRecord*>& events) {
     return attempt(false, [&] {
         for (EventRecord* const event : events) {
             persist(*event);
@@ -662,7 +662,7 @@ void StoreModel::persistParts(EventRecord& event) {
 
 // --- Other writes of events --------------------------------------------------------------------------------
 
-Answer<bool> StoreModel::updateObject(const EventRecord& event) {
+ModelAnswer<bool> StoreModel::updateObject(const EventRecord& event) {
     if (!event.stream_id) {
         throw Violation{
             "Failed to persist sequence by event. Event's stream_id property shouldn't be `nil`, since it's not "
@@ -687,7 +687,7 @@ Answer<bool> StoreModel::updateObject(const EventRecord& event) {
     return answer;
 }
 
-Answer<bool> StoreModel::deleteUnprocessedEvents(const std::vector<EventRecord*>& events) {
+ModelAnswer<bool> StoreModel::deleteUnprocessedEvents(const std::vector<EventRecord*>& events) {
     return attempt(false, [&] {
         if (events.empty()) {
             return false;
@@ -710,7 +710,7 @@ Answer<bool> StoreModel::deleteUnprocessedEvents(const std::vector<EventRecord*>
     });
 }
 
-Answer<bool> StoreModel::deleteEvents(const std::vector<EventRecord*>& events) {
+ModelAnswer<bool> StoreModel::deleteEvents(const std::vector<EventRecord*>& events) {
     return attempt(false, [&] {
         for (const EventRecord* const event : events) {
             touch({"events"});
@@ -726,7 +726,7 @@ Answer<bool> StoreModel::deleteEvents(const std::vector<EventRecord*>& events) {
     });
 }
 
-Answer<bool> StoreModel::persistTombstone(ZAVSequence targetSeq, Row stream) {
+ModelAnswer<bool> StoreModel::persistTombstone(ZAVSequence targetSeq, Row stream) {
     return attempt(false, [&] {
         touch({"events"});
         if (const auto row = eventAt(stream, targetSeq)) {
@@ -737,8 +737,8 @@ Answer<bool> StoreModel::persistTombstone(ZAVSequence targetSeq, Row stream) {
     });
 }
 
-Answer<bool> StoreModel::persistConversationsParticipantsSeq(ZAVSequence seq, const std::string& member,
-                                                             const ZAVUUID& stream) {
+ModelAnswer<bool> StoreModel::persistConversationsParticipantsSeq(ZAVSequence seq, const std::string& member,
+                                                                  const ZAVUUID& stream) {
     return attempt(false, [&] {
         touch({"conversations"});
         const auto conversation =
@@ -759,7 +759,7 @@ Answer<bool> StoreModel::persistConversationsParticipantsSeq(ZAVSequence seq, co
     });
 }
 
-Answer<bool> StoreModel::persistMessageSeq(ZAVSequence seq, Row event) {
+ModelAnswer<bool> StoreModel::persistMessageSeq(ZAVSequence seq, Row event) {
     return attempt(false, [&] {
         touch({"messages"});
         for (auto& [row, carried] : tables.messages) {
@@ -774,17 +774,17 @@ Answer<bool> StoreModel::persistMessageSeq(ZAVSequence seq, Row event) {
 
 // --- Content parts -----------------------------------------------------------------------------------------
 
-Answer<StoreModel::Part> StoreModel::partInRow(Row row) {
+ModelAnswer<StoreModel::Part> StoreModel::partInRow(Row row) {
     return selectPart([&](Row candidate, const Tables::Part&) { return candidate == row; });
 }
 
-Answer<StoreModel::Part> StoreModel::partOfEvent(Row event, std::int64_t index) {
+ModelAnswer<StoreModel::Part> StoreModel::partOfEvent(Row event, std::int64_t index) {
     return selectPart([&](Row, const Tables::Part& part) {
         return part.event_database_identifier == event && part.event_content_part_id == index;
     });
 }
 
-Answer<StoreModel::Part> StoreModel::partOfMessage(Row messageRow, std::uint64_t index) {
+ModelAnswer<StoreModel::Part> StoreModel::partOfMessage(Row messageRow, std::uint64_t index) {
     const auto carrying = tables.messages.find(messageRow);
     auto answer = selectPart([&](Row, const Tables::Part& part) {
         return carrying != tables.messages.end() &&
@@ -797,8 +797,8 @@ Answer<StoreModel::Part> StoreModel::partOfMessage(Row messageRow, std::uint64_t
     return answer;
 }
 
-Answer<StoreModel::Part> StoreModel::partOfClientID(const std::optional<Bytes>& clientID,
-                                                    std::int64_t index) {
+ModelAnswer<StoreModel::Part> StoreModel::partOfClientID(const std::optional<Bytes>& clientID,
+                                                         std::int64_t index) {
     return selectPart([&](Row, const Tables::Part& part) {
         const Tables::Event* const event = eventOf(part);
         return clientID && event != nullptr && event->client_id == *clientID &&
@@ -806,11 +806,11 @@ Answer<StoreModel::Part> StoreModel::partOfClientID(const std::optional<Bytes>& 
     });
 }
 
-Answer<StoreModel::Part> StoreModel::partWithURL(const std::string& url) {
+ModelAnswer<StoreModel::Part> StoreModel::partWithURL(const std::string& url) {
     return selectPart([&](Row, const Tables::Part& part) { return part.url == url; });
 }
 
-Answer<StoreModel::Parts> StoreModel::partsHavingUnassignedURLs() {
+ModelAnswer<StoreModel::Parts> StoreModel::partsHavingUnassignedURLs() {
     return attempt(Parts(), [&]() -> Parts {
         touch({"event_content_parts", "events", "streams"});
         return Part{{partsWhere([&](Row, const Tables::Part& part) {
@@ -823,7 +823,7 @@ Answer<StoreModel::Parts> StoreModel::partsHavingUnassignedURLs() {
     });
 }
 
-Answer<StoreModel::Parts> StoreModel::partsHavingIncompleteUploads(std::uint64_t limit) {
+ModelAnswer<StoreModel::Parts> StoreModel::partsHavingIncompleteUploads(std::uint64_t limit) {
     return attempt(Parts(), [&]() -> Parts {
         touch({"event_content_parts", "events", "streams"});
         return Part{{partsWhere([&](Row, const Tables::Part& part) {
@@ -865,7 +865,7 @@ Selection<PartRecord> StoreModel::downloads(const PartCondition& condition, std:
     return {tiersOf(ranked, before), limitOf(limit), {}};
 }
 
-Answer<StoreModel::Parts> StoreModel::partsHavingExpiredDownloadURLs(
+ModelAnswer<StoreModel::Parts> StoreModel::partsHavingExpiredDownloadURLs(
     const std::optional<std::set<std::string>>& types, std::uint64_t maxSize, std::uint64_t limit,
     double now) {
     return attempt(Parts(), [&]() -> Parts {
@@ -890,7 +890,7 @@ Answer<StoreModel::Parts> StoreModel::partsHavingExpiredDownloadURLs(
     });
 }
 
-Answer<StoreModel::Parts> StoreModel::partsHavingIncompleteDownloads(std::uint64_t limit, double now) {
+ModelAnswer<StoreModel::Parts> StoreModel::partsHavingIncompleteDownloads(std::uint64_t limit, double now) {
     return attempt(Parts(), [&]() -> Parts {
         touch({"event_content_parts", "events", "streams"});
         return downloads(
@@ -902,7 +902,7 @@ Answer<StoreModel::Parts> StoreModel::partsHavingIncompleteDownloads(std::uint64
     });
 }
 
-Answer<bool> StoreModel::persistEventContentUpdate(const PartRecord& update) {
+ModelAnswer<bool> StoreModel::persistEventContentUpdate(const PartRecord& update) {
     if (update.eventDatabaseIdentifier == ZAVDatabaseIdentifierNotSet) {
         throw Violation{
             "Failed to persist event content update for event content that hasn't been persisted before; "
@@ -928,7 +928,7 @@ Answer<bool> StoreModel::persistEventContentUpdate(const PartRecord& update) {
     });
 }
 
-Answer<std::set<std::uint64_t>> StoreModel::totalDiskUtilization() {
+ModelAnswer<std::set<std::uint64_t>> StoreModel::totalDiskUtilization() {
     constexpr std::uint64_t unknown = std::numeric_limits<std::uint64_t>::max();
     if (withheldTable == "event_content_parts") {
         return {{unknown}, SQLITE_AUTH, true};
@@ -959,7 +959,7 @@ Answer<std::set<std::uint64_t>> StoreModel::totalDiskUtilization() {
     return {totals, std::nullopt};
 }
 
-Answer<StoreModel::Parts> StoreModel::leastRecentlyAccessedParts(std::uint64_t totalSize) {
+ModelAnswer<StoreModel::Parts> StoreModel::leastRecentlyAccessedParts(std::uint64_t totalSize) {
     return attempt(Parts(), [&]() -> Parts {
         touch({"event_content_parts", "events", "streams"});
         std::map<double, std::vector<PartRecord>> byLastAccess;
@@ -999,7 +999,7 @@ void StoreModel::prepareForDownload(EventRecord& event, const ZAVUUID& app, cons
 
 // --- Neighbours --------------------------------------------------------------------------------------------
 
-Answer<Row> StoreModel::streamWithUUID(const ZAVUUID& uuid) {
+ModelAnswer<Row> StoreModel::streamWithUUID(const ZAVUUID& uuid) {
     return attempt(ZAVDatabaseIdentifierNotSet, [&] {
         touch({"streams"});
         for (const auto& [row, stream] : tables.streams) {
@@ -1011,7 +1011,7 @@ Answer<Row> StoreModel::streamWithUUID(const ZAVUUID& uuid) {
     });
 }
 
-Answer<Row> StoreModel::findOrCreateStream(const ZAVUUID& uuid) {
+ModelAnswer<Row> StoreModel::findOrCreateStream(const ZAVUUID& uuid) {
     const auto existing = streamWithUUID(uuid);
     if (existing.error || existing.value != ZAVDatabaseIdentifierNotSet) {
         return existing;
@@ -1019,7 +1019,7 @@ Answer<Row> StoreModel::findOrCreateStream(const ZAVUUID& uuid) {
     return attempt(ZAVDatabaseIdentifierNotSet, [&] { return usable(insertStream(bytesOf(uuid))); });
 }
 
-Answer<Row> StoreModel::createStreamWithoutUUID() {
+ModelAnswer<Row> StoreModel::createStreamWithoutUUID() {
     return attempt(ZAVDatabaseIdentifierNotSet, [&] { return usable(insertStream(std::nullopt)); });
 }
 
@@ -1032,7 +1032,7 @@ Row StoreModel::insertStream(const std::optional<Bytes>& uuid) {
     return lastInsertedRow_;
 }
 
-Answer<bool> StoreModel::setStreamUUID(const ZAVUUID& uuid, Row row) {
+ModelAnswer<bool> StoreModel::setStreamUUID(const ZAVUUID& uuid, Row row) {
     return attempt(false, [&] {
         touch({"streams"});
         const auto stream = tables.streams.find(row);
@@ -1049,7 +1049,7 @@ Answer<bool> StoreModel::setStreamUUID(const ZAVUUID& uuid, Row row) {
     });
 }
 
-Answer<bool> StoreModel::setStreamSeq(ZAVSequence seq, Row row) {
+ModelAnswer<bool> StoreModel::setStreamSeq(ZAVSequence seq, Row row) {
     return attempt(false, [&] {
         touch({"streams"});
         const auto stream = tables.streams.find(row);
@@ -1061,14 +1061,14 @@ Answer<bool> StoreModel::setStreamSeq(ZAVSequence seq, Row row) {
     });
 }
 
-Answer<std::optional<std::uint64_t>> StoreModel::countOfStreams() {
+ModelAnswer<std::optional<std::uint64_t>> StoreModel::countOfStreams() {
     return attempt(std::optional<std::uint64_t>(), [&] {
         touchWithoutColumns("streams");
         return std::optional(std::uint64_t{tables.streams.size()});
     });
 }
 
-Answer<bool> StoreModel::recordChange(const std::string& table, Row row, std::int64_t type) {
+ModelAnswer<bool> StoreModel::recordChange(const std::string& table, Row row, std::int64_t type) {
     return attempt(false, [&] {
         touch({"synced_changes"});
         failIfRefused(Refusal::insertOfChange);
@@ -1078,8 +1078,8 @@ Answer<bool> StoreModel::recordChange(const std::string& table, Row row, std::in
     });
 }
 
-Answer<bool> StoreModel::setKeyedValues(bool remote, const Tables::Owner& owner, const Metadata& values,
-                                        std::optional<double> timestamp) {
+ModelAnswer<bool> StoreModel::setKeyedValues(bool remote, const Tables::Owner& owner, const Metadata& values,
+                                             std::optional<double> timestamp) {
     return attempt(false, [&] {
         storeKeyedValues(remote, owner, values, timestamp);
         return true;
@@ -1111,7 +1111,7 @@ void StoreModel::storeKeyedValues(bool remote, const Tables::Owner& owner, const
     }
 }
 
-Answer<std::optional<Metadata>> StoreModel::keyedValues(bool remote, const Tables::Owner& owner) {
+ModelAnswer<std::optional<Metadata>> StoreModel::keyedValues(bool remote, const Tables::Owner& owner) {
     return attempt(std::optional<Metadata>(), [&] {
         touch({remote ? "keyed_values_remote" : "keyed_values_local"});
         Metadata values;

@@ -110,7 +110,7 @@ struct ErrorCode {
 
 /// What an operation is expected to answer.
 template <class Value>
-struct Answer {
+struct ModelAnswer {
     Value value{};
     std::optional<ErrorCode> error{};  ///< what the out-parameter receives, if it does
     bool errorIsOptional = false;      ///< whether a failure shows depends on when the engine finds it
@@ -154,8 +154,8 @@ public:
     /// @name Transactions
     /// One at a time. The engine ends one by itself, undone, when it runs out of row identifiers.
     /// @{
-    Answer<bool> begin();
-    Answer<bool> commit();
+    ModelAnswer<bool> begin();
+    ModelAnswer<bool> commit();
     void rollback();
     [[nodiscard]] bool inTransaction() const { return tablesBeforeTransaction_.has_value(); }
     /// @}
@@ -166,59 +166,59 @@ public:
 
     /// @name Event queries
     /// @{
-    [[nodiscard]] Answer<Events> allEvents();
-    [[nodiscard]] Answer<std::uint64_t> countOfEvents();
-    [[nodiscard]] Answer<Events> publishableEvents();
-    [[nodiscard]] Answer<Events> unpublishableEvents();
-    [[nodiscard]] Answer<Events> unprocessedEvents();
-    [[nodiscard]] Answer<Events> eventsFromRevivedStream(Row stream);
-    [[nodiscard]] Answer<Events> postedAndProcessedEvents();
-    [[nodiscard]] Answer<Event> eventWithSeq(ZAVSequence seq, const ZAVUUID& stream);
-    [[nodiscard]] Answer<Event> eventForDatabaseIdentifier(Row row);
+    [[nodiscard]] ModelAnswer<Events> allEvents();
+    [[nodiscard]] ModelAnswer<std::uint64_t> countOfEvents();
+    [[nodiscard]] ModelAnswer<Events> publishableEvents();
+    [[nodiscard]] ModelAnswer<Events> unpublishableEvents();
+    [[nodiscard]] ModelAnswer<Events> unprocessedEvents();
+    [[nodiscard]] ModelAnswer<Events> eventsFromRevivedStream(Row stream);
+    [[nodiscard]] ModelAnswer<Events> postedAndProcessedEvents();
+    [[nodiscard]] ModelAnswer<Event> eventWithSeq(ZAVSequence seq, const ZAVUUID& stream);
+    [[nodiscard]] ModelAnswer<Event> eventForDatabaseIdentifier(Row row);
     /// @}
     /// @name Writing events
     /// The records are changed as the store changes its own.
     /// @{
-    Answer<bool> persistEvents(const std::vector<EventRecord*>& events);
-    Answer<bool> updateObject(const EventRecord& event);
-    Answer<bool> deleteUnprocessedEvents(const std::vector<EventRecord*>& events);
-    Answer<bool> deleteEvents(const std::vector<EventRecord*>& events);
-    Answer<bool> persistTombstone(ZAVSequence targetSeq, Row stream);
-    Answer<bool> persistConversationsParticipantsSeq(ZAVSequence seq, const std::string& member,
-                                                     const ZAVUUID& stream);
-    Answer<bool> persistMessageSeq(ZAVSequence seq, Row event);
+    ModelAnswer<bool> persistEvents(const std::vector<EventRecord*>& events);
+    ModelAnswer<bool> updateObject(const EventRecord& event);
+    ModelAnswer<bool> deleteUnprocessedEvents(const std::vector<EventRecord*>& events);
+    ModelAnswer<bool> deleteEvents(const std::vector<EventRecord*>& events);
+    ModelAnswer<bool> persistTombstone(ZAVSequence targetSeq, Row stream);
+    ModelAnswer<bool> persistConversationsParticipantsSeq(ZAVSequence seq, const std::string& member,
+                                                          const ZAVUUID& stream);
+    ModelAnswer<bool> persistMessageSeq(ZAVSequence seq, Row event);
     /// @}
     /// @name Content parts
     /// @{
-    [[nodiscard]] Answer<Part> partInRow(Row row);
-    [[nodiscard]] Answer<Part> partOfEvent(Row event, std::int64_t index);
-    [[nodiscard]] Answer<Part> partOfMessage(Row messageRow, std::uint64_t index);
-    [[nodiscard]] Answer<Part> partOfClientID(const std::optional<Bytes>& clientID, std::int64_t index);
-    [[nodiscard]] Answer<Part> partWithURL(const std::string& url);
-    [[nodiscard]] Answer<Parts> partsHavingUnassignedURLs();
-    [[nodiscard]] Answer<Parts> partsHavingIncompleteUploads(std::uint64_t limit);
-    [[nodiscard]] Answer<Parts> partsHavingExpiredDownloadURLs(
+    [[nodiscard]] ModelAnswer<Part> partInRow(Row row);
+    [[nodiscard]] ModelAnswer<Part> partOfEvent(Row event, std::int64_t index);
+    [[nodiscard]] ModelAnswer<Part> partOfMessage(Row messageRow, std::uint64_t index);
+    [[nodiscard]] ModelAnswer<Part> partOfClientID(const std::optional<Bytes>& clientID, std::int64_t index);
+    [[nodiscard]] ModelAnswer<Part> partWithURL(const std::string& url);
+    [[nodiscard]] ModelAnswer<Parts> partsHavingUnassignedURLs();
+    [[nodiscard]] ModelAnswer<Parts> partsHavingIncompleteUploads(std::uint64_t limit);
+    [[nodiscard]] ModelAnswer<Parts> partsHavingExpiredDownloadURLs(
         const std::optional<std::set<std::string>>& types, std::uint64_t maxSize, std::uint64_t limit,
         double now);
-    [[nodiscard]] Answer<Parts> partsHavingIncompleteDownloads(std::uint64_t limit, double now);
-    Answer<bool> persistEventContentUpdate(const PartRecord& part);
+    [[nodiscard]] ModelAnswer<Parts> partsHavingIncompleteDownloads(std::uint64_t limit, double now);
+    ModelAnswer<bool> persistEventContentUpdate(const PartRecord& part);
     /// Every total that the engine may come to: whether a sum overflows can depend on the order of the rows.
-    [[nodiscard]] Answer<std::set<std::uint64_t>> totalDiskUtilization();
-    [[nodiscard]] Answer<Parts> leastRecentlyAccessedParts(std::uint64_t totalSize);
+    [[nodiscard]] ModelAnswer<std::set<std::uint64_t>> totalDiskUtilization();
+    [[nodiscard]] ModelAnswer<Parts> leastRecentlyAccessedParts(std::uint64_t totalSize);
     static void prepareForDownload(EventRecord& event, const ZAVUUID& app, const std::string& user);
     /// @}
     /// @name Neighbours
     /// @{
-    [[nodiscard]] Answer<Row> streamWithUUID(const ZAVUUID& uuid);
-    Answer<Row> findOrCreateStream(const ZAVUUID& uuid);
-    Answer<Row> createStreamWithoutUUID();
-    Answer<bool> setStreamUUID(const ZAVUUID& uuid, Row stream);
-    Answer<bool> setStreamSeq(ZAVSequence seq, Row stream);
-    [[nodiscard]] Answer<std::optional<std::uint64_t>> countOfStreams();
-    Answer<bool> recordChange(const std::string& table, Row row, std::int64_t type);
-    Answer<bool> setKeyedValues(bool remote, const Tables::Owner& owner, const Metadata& values,
-                                std::optional<double> timestamp);
-    [[nodiscard]] Answer<std::optional<Metadata>> keyedValues(bool remote, const Tables::Owner& owner);
+    [[nodiscard]] ModelAnswer<Row> streamWithUUID(const ZAVUUID& uuid);
+    ModelAnswer<Row> findOrCreateStream(const ZAVUUID& uuid);
+    ModelAnswer<Row> createStreamWithoutUUID();
+    ModelAnswer<bool> setStreamUUID(const ZAVUUID& uuid, Row stream);
+    ModelAnswer<bool> setStreamSeq(ZAVSequence seq, Row stream);
+    [[nodiscard]] ModelAnswer<std::optional<std::uint64_t>> countOfStreams();
+    ModelAnswer<bool> recordChange(const std::string& table, Row row, std::int64_t type);
+    ModelAnswer<bool> setKeyedValues(bool remote, const Tables::Owner& owner, const Metadata& values,
+                                     std::optional<double> timestamp);
+    [[nodiscard]] ModelAnswer<std::optional<Metadata>> keyedValues(bool remote, const Tables::Owner& owner);
     /// @}
     /// @name Rows that other components write
     /// @{
@@ -238,7 +238,7 @@ private:
 
     /// Runs the work of an operation; a statement that fails ends it, with `onFailure` as the answer.
     template <class Value, class Work>
-    Answer<Value> attempt(Value onFailure, const Work& work);
+    ModelAnswer<Value> attempt(Value onFailure, const Work& work);
 
     /// A statement that touches these tables.
     void touch(std::initializer_list<const char*> names) const;
@@ -261,9 +261,9 @@ private:
     using PartCondition = std::function<bool(Row, const Tables::Part&)>;
     [[nodiscard]] std::vector<EventRecord> eventsWhere(const EventCondition& condition);
     [[nodiscard]] std::vector<PartRecord> partsWhere(const PartCondition& condition) const;
-    [[nodiscard]] Answer<Events> selectEvents(const EventCondition& condition);
-    [[nodiscard]] Answer<Event> selectEvent(const EventCondition& condition);
-    [[nodiscard]] Answer<Part> selectPart(const PartCondition& condition);
+    [[nodiscard]] ModelAnswer<Events> selectEvents(const EventCondition& condition);
+    [[nodiscard]] ModelAnswer<Event> selectEvent(const EventCondition& condition);
+    [[nodiscard]] ModelAnswer<Part> selectPart(const PartCondition& condition);
 
     /// The parts that a download queue looks at, those nearest to the end of their stream first.
     [[nodiscard]] Selection<PartRecord> downloads(const PartCondition& condition, std::uint64_t limit) const;

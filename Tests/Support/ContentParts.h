@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "Operations/Texts.h"
 #include "Support/LogCapture.h"
 #include "Support/TestStore.h"
 
@@ -26,24 +27,6 @@ inline void addPart(const TestStore& store, int index, const std::string& column
     store.execute("INSERT INTO event_content_parts (event_content_part_id, event_database_identifier, " +
                   columns + ") VALUES (" + std::to_string(index) + ", " + std::to_string(eventRow) + ", " +
                   values + ")");
-}
-
-/// The statement of a lookup or a queue: the columns of a part and of what it belongs to, and
-/// `furtherColumn`, where `condition` holds.
-[[nodiscard]] inline std::string partQuery(const std::string& condition,
-                                           const std::string& furtherColumn = "") {
-    return "SELECT event_content_parts.event_content_part_id, "
-           "event_content_parts.event_database_identifier, event_content_parts.type, "
-           "event_content_parts.value, event_content_parts.access_expiration, "
-           "event_content_parts.url, event_content_parts.size, "
-           "event_content_parts.transfer_status, event_content_parts.file_path, "
-           "event_content_parts.last_accessed, event_content_parts.purged, events.client_id, "
-           "events.seq, streams.stream_id" +
-           furtherColumn +
-           " FROM event_content_parts LEFT JOIN events ON (events.database_identifier = "
-           "event_content_parts.event_database_identifier) LEFT JOIN streams ON "
-           "(streams.database_identifier = events.stream_database_identifier) " +
-           condition;
 }
 
 /// The indexes of the parts that an operation answered, in the set's order.

@@ -3,11 +3,12 @@
 #include <ZAVEventRepository/ZAVEventRepository.h>
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <string>
-#include <utility>
 #include <vector>
 
+#include "Operations/Answers.h"
+#include "Operations/Operation.h"
+#include "Operations/Texts.h"
 #include "Support/LogCapture.h"
 #include "Support/StatementInterruption.h"
 #include "Support/StatementTrace.h"
@@ -15,66 +16,92 @@
 
 namespace zav::test {
 
-/// A call of an operation, and what it must say.
-struct ExpectedOperation {
-    /// Whether the operation answered true, or a record.
-    std::function<bool(const ZAVEventRepository& repository, ZAVError* error)> run;
+// What is expected of a call, which the catalogue or a test describes.
 
-    /// The line before the work.
-    LogRecord announcement;
+/// What a call answers, in one line.
+inline std::string summaryOf(const Operation& operation, const ZAVEventRepository& repository,
+                             ZAVError* error) {
+    try {
+        return operation.call(repository, error).summary();
+    } catch (const NSInternalInconsistencyException&) {
+        return "raises";
+    }
+}
 
-    /// The line after a failure, up to the error with which it ends.
-    LogRecord failure;
-};
+/// The lines of a call that succeeds.
+inline std::vector<LogRecord> linesOfASuccess(const Operation& operation) {
+    return operation.log ? std::vector{verboseLine(operation.log->function, operation.log->verboseFormat,
+                                                   operation.log->verboseMessage)}
+                         : std::vector<LogRecord>();
+}
 
-/// The failure of `operation` with the error appended to its message.
-inline LogRecord failureWith(const ExpectedOperation& operation, const ZAVError& error) {
-    LogRecord line = operation.failure;
-    line.message += error.description();
-    return line;
+/// Checks the lines that a failing call has written; the message of the second ends with `error`.
+inline void expectLinesOfAFailure(const Operation& operation, const std::vector<LogRecord>& lines,
+                                  const ZAVError& error) {
+    if (!operation.log) {
+        EXPECT_EQ(lines, std::vector<LogRecord>()) << operation << " logs nothing";
+        return;
+    }
+    if (operation.report == FailureReport::outParameterOnly && lines.empty()) {
+        return;  // it failed before that began which logs
+    }
+    ASSERT_EQ(lines.size(), 2U) << operation << " writes a line before its work and one after a failure";
+    const LogTexts& log = *operation.log;
+    EXPECT_EQ(lines[0], linesOfASuccess(operation)[0]);
+    std::string message = log.failureMessage + error.description();
+    if (log.printsMoreBeforeError && lines[1].message.starts_with(log.failureMessage) &&
+        lines[1].message.ends_with(" with " + error.description())) {
+        message = lines[1].message;
+    }
+    EXPECT_EQ(lines[1], operation.report == FailureReport::verboseLine
+                            ? verboseLine(log.function, log.failureFormat, message)
+                            : errorLine(log.function, log.failureFormat, message));
 }
 
 /// Runs an operation that does not fail, and checks that it answers `answer`, says no more than its verbose
 /// line and leaves the caller's error as it was.
-inline void expectNoFailure(const TestStore& store, const ExpectedOperation& operation, bool answer) {
+inline void expectNoFailure(const TestStore& store, const Operation& operation, const std::string& answer) {
     ZAVError error = errorOfSomebodyElse();
     const LogCapture log;
-    EXPECT_EQ(operation.run(store.repository(), &error), answer) << operation.announcement.message;
+    EXPECT_EQ(summaryOf(operation, store.repository(), &error), answer) << operation;
     EXPECT_EQ(error, errorOfSomebodyElse())
         << "nothing failed, yet the caller's error became " << error.description();
-    EXPECT_EQ(log.records(), std::vector{operation.announcement});
-    EXPECT_EQ(operation.run(store.repository(), nullptr), answer) << "without an error to fill";
+    EXPECT_EQ(log.records(), linesOfASuccess(operation));
+    EXPECT_EQ(summaryOf(operation, store.repository(), nullptr), answer) << "without an error to fill";
     expectHandleIsAtRest(store);
 }
 
 /// Runs an operation that must fail, and checks all that a caller sees of it.
-inline void expectFailure(const TestStore& store, const ExpectedOperation& operation,
-                          const ZAVError& expected) {
+inline void expectFailure(const TestStore& store, const Operation& operation, const ZAVError& expected,
+                          const ZAVEventRepository* repository = nullptr) {
     ZAVError error = errorOfSomebodyElse();
     const LogCapture log;
-    const std::vector lines{operation.announcement, failureWith(operation, expected)};
-    EXPECT_FALSE(operation.run(store.repository(), &error)) << "the failure was not reported";
-    EXPECT_EQ(error, expected) << error.description();
-    EXPECT_EQ(error, store.database().lastError()) << "the caller did not get the handle's last error";
-    EXPECT_EQ(log.records(), lines);
+    EXPECT_EQ(operation.call(repository != nullptr ? *repository : store.repository(), &error).value,
+              operation.answers.failing)
+        << operation << " did not report its failure, or answered part of a result";
+    EXPECT_EQ(store.database().lastError(), expected) << store.database().lastError().description();
+    EXPECT_EQ(error, operation.report == FailureReport::nothing ? errorOfSomebodyElse() : expected)
+        << error.description();
+    expectLinesOfAFailure(operation, log.records(), expected);
     expectHandleIsAtRest(store);
 }
 
 /// As `expectFailure`, for a caller who does not ask why.
-inline void expectFailureWithoutAsking(const TestStore& store, const ExpectedOperation& operation,
+inline void expectFailureWithoutAsking(const TestStore& store, const Operation& operation,
                                        const ZAVError& expected) {
     const LogCapture log;
-    EXPECT_FALSE(operation.run(store.repository(), nullptr)) << "the failure was not reported";
+    EXPECT_EQ(operation.call(store.repository(), nullptr).value, operation.answers.failing)
+        << operation << " did not report its failure";
     EXPECT_EQ(store.database().lastError(), expected) << store.database().lastError().description();
-    EXPECT_EQ(log.records(), (std::vector{operation.announcement, failureWith(operation, expected)}));
+    expectLinesOfAFailure(operation, log.records(), expected);
     expectHandleIsAtRest(store);
 }
 
-/// What the engine runs during one run of an operation that answers true or a record.
-inline std::vector<std::string> statementsOf(const TestStore& store, const ExpectedOperation& operation,
-                                             bool answer = true) {
+/// What the engine runs during one run of an operation.
+inline std::vector<std::string> statementsOf(const TestStore& store, const Operation& operation,
+                                             const std::string& answer = "true") {
     const StatementTrace trace(store.database());
-    EXPECT_EQ(operation.run(store.repository(), nullptr), answer) << operation.announcement.message;
+    EXPECT_EQ(summaryOf(operation, store.repository(), nullptr), answer) << operation;
     return trace.statements();
 }
 

@@ -1,5 +1,6 @@
 #include "Support/StatementTrace.h"
 
+#include <gtest/gtest.h>
 #include <sqlite3.h>
 
 namespace zav::test {
@@ -23,6 +24,19 @@ StatementTrace::StatementTrace(FMDatabase& database, Text text) : database_(data
 
 StatementTrace::~StatementTrace() {
     sqlite3_trace_v2(database_.sqliteHandle(), 0, nullptr, nullptr);
+}
+
+std::vector<std::string> planOf(const std::string& statement, FMDatabase& database) {
+    std::vector<std::string> steps;
+    sqlite3_stmt* explanation = nullptr;
+    const std::string sql = "EXPLAIN QUERY PLAN " + statement;
+    EXPECT_EQ(sqlite3_prepare_v2(database.sqliteHandle(), sql.c_str(), -1, &explanation, nullptr), SQLITE_OK)
+        << sqlite3_errmsg(database.sqliteHandle()) << ": " << statement;
+    while (sqlite3_step(explanation) == SQLITE_ROW) {
+        steps.emplace_back(reinterpret_cast<const char*>(sqlite3_column_text(explanation, 3)));
+    }
+    sqlite3_finalize(explanation);
+    return steps;
 }
 
 }  // namespace zav::test

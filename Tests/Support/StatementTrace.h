@@ -31,4 +31,7 @@ private:
     std::vector<std::string> statements_;
 };
 
+/// The steps of the engine's plan for a statement; fails the test when it cannot be prepared.
+[[nodiscard]] std::vector<std::string> planOf(const std::string& statement, FMDatabase& database);
+
 }  // namespace zav::test

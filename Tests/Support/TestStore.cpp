@@ -18,6 +18,27 @@ std::shared_ptr<FMDatabase> open(const std::string& path) {
     return database;
 }
 
+std::string columnText(sqlite3_stmt* statement, int column) {
+    static constexpr char digits[] = "0123456789ABCDEF";
+    switch (sqlite3_column_type(statement, column)) {
+        case SQLITE_NULL:
+            return "NULL";
+        case SQLITE_BLOB: {
+            const auto* const bytes =
+                static_cast<const unsigned char*>(sqlite3_column_blob(statement, column));
+            std::string hexadecimal = "X'";
+            for (int index = 0; index < sqlite3_column_bytes(statement, column); ++index) {
+                hexadecimal += digits[bytes[index] >> 4];
+                hexadecimal += digits[bytes[index] & 0x0F];
+            }
+            return hexadecimal + "'";
+        }
+        default:
+            return {reinterpret_cast<const char*>(sqlite3_column_text(statement, column)),
+                    static_cast<std::size_t>(sqlite3_column_bytes(statement, column))};
+    }
+}
+
 }  // namespace
 
 TestStore::TestStore() : path_(directory_.file("store.db")), database_(open(path_)), repository_(database_) {}
@@ -34,33 +55,27 @@ void TestStore::execute(const std::string& sql) const {
 }
 
 std::vector<std::string> TestStore::rows(const std::string& sql) const {
+    return rowsOf(*database_, sql);
+}
+
+std::vector<std::string> rowsOf(FMDatabase& database, const std::string& sql) {
     std::vector<std::string> result;
     sqlite3_stmt* statement = nullptr;
-    EXPECT_EQ(sqlite3_prepare_v2(database_->sqliteHandle(), sql.c_str(), -1, &statement, nullptr), SQLITE_OK)
-        << sql << ": " << sqlite3_errmsg(database_->sqliteHandle());
-    while (sqlite3_step(statement) == SQLITE_ROW) {
-        std::string row;
-        for (int column = 0; column < sqlite3_column_count(statement); ++column) {
-            row += column == 0 ? "" : "|";
-            const int type = sqlite3_column_type(statement, column);
-            if (type == SQLITE_NULL) {
-                row += "NULL";
-            } else if (type == SQLITE_BLOB) {
-                static constexpr char digits[] = "0123456789ABCDEF";
-                const auto* bytes = static_cast<const unsigned char*>(sqlite3_column_blob(statement, column));
-                row += "X'";
-                for (int index = 0; index < sqlite3_column_bytes(statement, column); ++index) {
-                    row += digits[bytes[index] >> 4];
-                    row += digits[bytes[index] & 0x0F];
-                }
-                row += "'";
-            } else {
-                row += reinterpret_cast<const char*>(sqlite3_column_text(statement, column));
+    int status = sqlite3_prepare_v2(database.sqliteHandle(), sql.c_str(), -1, &statement, nullptr);
+    while (status == SQLITE_OK || status == SQLITE_ROW) {
+        status = sqlite3_step(statement);
+        if (status == SQLITE_ROW) {
+            std::string row;
+            for (int column = 0; column < sqlite3_column_count(statement); ++column) {
+                row += (column == 0 ? "" : "|") + columnText(statement, column);
             }
+            result.push_back(std::move(row));
         }
-        result.push_back(std::move(row));
     }
     sqlite3_finalize(statement);
+    if (status != SQLITE_DONE) {
+        throw std::runtime_error(sql + ": " + sqlite3_errmsg(database.sqliteHandle()));
+    }
     return result;
 }
 

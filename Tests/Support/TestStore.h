@@ -43,6 +43,9 @@ private:
     ZAVEventRepository repository_;
 };
 
+/// The same for any handle. Reads past the handle's own statements; throws when it cannot read to the end.
+[[nodiscard]] std::vector<std::string> rowsOf(FMDatabase& database, const std::string& sql);
+
 /// What a caller's error cell holds before a call, to see whether the call writes it.
 [[nodiscard]] ZAVError errorOfSomebodyElse();
 

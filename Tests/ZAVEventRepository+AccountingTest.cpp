@@ -48,13 +48,6 @@ LogRecord updateLine(const ZAVEventContent& part) {
                        "persisting event content update for eventContent=" + part.description());
 }
 
-LogRecord updateFailureLine(const ZAVEventContent& part, const ZAVError& error) {
-    return errorLine("-[ZAVEventRepository persistEventContentUpdate:error:]",
-                     "failed persisting event content update for eventContent=%@ with %@",
-                     "failed persisting event content update for eventContent=" + part.description() +
-                         " with " + error.description());
-}
-
 /// What the tables hold for the part that `FilledPart` updates, and for its neighbours.
 class StoredPartStore : public TestStore {
 public:
@@ -76,16 +69,6 @@ public:
 };
 
 constexpr const char* untouchedPart = "text/plain|X'ABCD'|5.5|old:url|6|2|old/file|8.5|0";
-
-TEST(ContentUpdate, RunsItsStatementWithEveryValueOfTheRecord) {
-    const StoredPartStore store;
-    EXPECT_EQ(statementsOfUpdate(store, FilledPart()),
-              std::vector<std::string>{
-                  "UPDATE event_content_parts SET access_expiration = 1700000000.5, url = "
-                  "'https://store.example/1', size = 42, transfer_status = 4, file_path = 'a/b', "
-                  "last_accessed = 1600000000.25, purged = 1 WHERE event_content_part_id = 3 AND "
-                  "event_database_identifier = 7"});
-}
 
 TEST(ContentUpdate, BindsNullForWhatTheRecordHasNot) {
     const TestStore store;
@@ -234,17 +217,6 @@ TEST(ContentUpdate, SucceedsWhenThereIsNoSuchPart) {
     EXPECT_EQ(store.rows("SELECT * FROM event_content_parts"), before);
 }
 
-TEST(ContentUpdate, WritesItsVerboseLineAndLeavesTheCallersError) {
-    const StoredPartStore store;
-    const FilledPart part;
-    const LogCapture log;
-    ZAVError error = errorOfSomebodyElse();
-    EXPECT_TRUE(store.repository().persistEventContentUpdate(part, &error));
-    EXPECT_EQ(error, errorOfSomebodyElse()) << error.description();
-    EXPECT_EQ(log.records(), std::vector{updateLine(part)});
-    expectHandleIsAtRest(store);
-}
-
 TEST(ContentUpdate, APartThatWasNeverStoredIsAProgrammingError) {
     const StoredPartStore store;
     const auto before = store.rows("SELECT * FROM event_content_parts");
@@ -280,77 +252,14 @@ TEST(ContentUpdate, ZeroAndNegativeNumbersAreRowsOfEvents) {
               (std::vector<std::string>{"4", "4"}));
 }
 
-TEST(ContentUpdate, ReportsThatItsStatementCannotBePrepared) {
-    const StoredPartStore store;
-    store.execute("DROP TABLE event_content_parts");
-    const FilledPart part;
-    const LogCapture log;
-    ZAVError error;
-    EXPECT_FALSE(store.repository().persistEventContentUpdate(part, &error));
-    EXPECT_EQ(error, ZAVError("SQLite", SQLITE_ERROR, "no such table: event_content_parts"))
-        << error.description();
-    EXPECT_EQ(error, store.database().lastError());
-    EXPECT_EQ(log.records(), (std::vector{updateLine(part), updateFailureLine(part, error)}));
-    expectHandleIsAtRest(store);
-}
-
-TEST(ContentUpdate, ReportsThatItsStatementFailed) {
-    const StoredPartStore store;
-    store.execute(
-        "CREATE TRIGGER refuse BEFORE UPDATE ON event_content_parts BEGIN SELECT RAISE(ABORT, 'no'); END");
-    const FilledPart part;
-    const LogCapture log;
-    ZAVError error;
-    EXPECT_FALSE(store.repository().persistEventContentUpdate(part, &error));
-    EXPECT_EQ(error, ZAVError("SQLite", SQLITE_CONSTRAINT_TRIGGER, "no")) << error.description();
-    EXPECT_EQ(log.records(), (std::vector{updateLine(part), updateFailureLine(part, error)}));
-    EXPECT_EQ(store.part(7, 3), std::vector<std::string>{untouchedPart});
-    expectHandleIsAtRest(store);
-}
-
-TEST(ContentUpdate, FailsAndLogsAsWellForACallerWhoDoesNotAskWhy) {
-    const StoredPartStore store;
-    store.execute("DROP TABLE event_content_parts");
-    const FilledPart part;
-    const LogCapture log;
-    EXPECT_FALSE(store.repository().persistEventContentUpdate(part));
-    EXPECT_EQ(log.records(),
-              (std::vector{updateLine(part), updateFailureLine(part, store.database().lastError())}));
-}
-
-TEST(ContentUpdate, WritesTheErrorLineBeforeTheCallerHasTheError) {
-    const StoredPartStore store;
-    store.execute("DROP TABLE event_content_parts");
-    const auto lines = callersErrorAtEachLine([&](ZAVError* error) {
-        EXPECT_FALSE(store.repository().persistEventContentUpdate(FilledPart(), error));
-        EXPECT_EQ(*error, store.database().lastError()) << "the caller did not get the error at all";
-    });
-    EXPECT_EQ(lines,
-              (std::vector<LineAndError>{
-                  {"persisting event content update for eventContent=%@", ZAVError()},
-                  {"failed persisting event content update for eventContent=%@ with %@", ZAVError()}}));
-}
-
 // The total.
 
 constexpr ZAVSize noTotal = 18446744073709551615U;
-
-const std::string totalStatement =
-    "SELECT SUM(event_content_parts.size) FROM event_content_parts WHERE (transfer_status = 0 OR "
-    "transfer_status = 1 OR transfer_status = 4) AND file_path IS NOT NULL AND size IS NOT NULL AND (purged "
-    "= 0 OR purged IS NULL)";
 
 LogRecord totalLine() {
     return verboseLine("-[ZAVEventRepository totalDiskUtilizationOfEventContentPartsWithError:]",
                        "Calculating total disk utilization of all the event content parts.",
                        "Calculating total disk utilization of all the event content parts.");
-}
-
-LogRecord totalFailureLine(const ZAVError& error) {
-    return errorLine("-[ZAVEventRepository totalDiskUtilizationOfEventContentPartsWithError:]",
-                     "Failed calculating total disk utilization of all the event content parts with %@",
-                     "Failed calculating total disk utilization of all the event content parts with " +
-                         error.description());
 }
 
 ZAVSize totalOf(const TestStore& store) {
@@ -368,23 +277,6 @@ ZAVSize totalOfSizes(const std::vector<std::string>& sizes) {
         addPart(store, index++, "transfer_status, file_path, size", "4, 'f', " + size);
     }
     return totalOf(store);
-}
-
-TEST(DiskUtilization, RunsItsStatementWithTheStatesThatOccupyTheDisk) {
-    const TestStore store;
-    const StatementTrace trace(store.database());
-    static_cast<void>(store.repository().totalDiskUtilizationOfEventContentPartsWithError());
-    EXPECT_EQ(trace.statements(), std::vector<std::string>{totalStatement});
-}
-
-TEST(DiskUtilization, WritesItsVerboseLineAndLeavesTheCallersError) {
-    const TestStore store;
-    const LogCapture log;
-    ZAVError error = errorOfSomebodyElse();
-    EXPECT_EQ(store.repository().totalDiskUtilizationOfEventContentPartsWithError(&error), 0U);
-    EXPECT_EQ(error, errorOfSomebodyElse()) << error.description();
-    EXPECT_EQ(log.records(), std::vector{totalLine()});
-    expectHandleIsAtRest(store);
 }
 
 TEST(DiskUtilization, IsZeroWithoutParts) {
@@ -444,39 +336,6 @@ TEST(DiskUtilization, LosesAPartThatIsRecordedAsPurged) {
         << "a purged part is chosen no more";
 }
 
-TEST(DiskUtilization, HasAllBitsSetWhenItsStatementCannotBePrepared) {
-    const TestStore store;
-    store.execute("DROP TABLE event_content_parts");
-    const LogCapture log;
-    ZAVError error;
-    EXPECT_EQ(store.repository().totalDiskUtilizationOfEventContentPartsWithError(&error), noTotal);
-    EXPECT_EQ(error, ZAVError("SQLite", SQLITE_ERROR, "no such table: event_content_parts"))
-        << error.description();
-    EXPECT_EQ(error, store.database().lastError());
-    EXPECT_EQ(log.records(), (std::vector{totalLine(), totalFailureLine(error)}));
-    expectHandleIsAtRest(store);
-}
-
-TEST(DiskUtilization, FailsAndLogsAsWellForACallerWhoDoesNotAskWhy) {
-    const TestStore store;
-    store.execute("DROP TABLE event_content_parts");
-    const LogCapture log;
-    EXPECT_EQ(store.repository().totalDiskUtilizationOfEventContentPartsWithError(), noTotal);
-    EXPECT_EQ(log.records(), (std::vector{totalLine(), totalFailureLine(store.database().lastError())}));
-}
-
-TEST(DiskUtilization, GivesTheCallerTheErrorBeforeItsErrorLine) {
-    const TestStore store;
-    store.execute("DROP TABLE event_content_parts");
-    const auto lines = callersErrorAtEachLine([&](ZAVError* error) {
-        EXPECT_EQ(store.repository().totalDiskUtilizationOfEventContentPartsWithError(error), noTotal);
-    });
-    EXPECT_EQ(lines, (std::vector<LineAndError>{
-                         {"Calculating total disk utilization of all the event content parts.", ZAVError()},
-                         {"Failed calculating total disk utilization of all the event content parts with %@",
-                          ZAVError("SQLite", SQLITE_ERROR, "no such table: event_content_parts")}}));
-}
-
 /// The total's only step fails: the operation does not ask why, so that it neither reports nor logs it.
 void expectTheStepsFailureUnreported(const TestStore& store) {
     const LogCapture log;
@@ -504,11 +363,6 @@ TEST(DiskUtilization, HasAllBitsSetAndNoErrorWhenTheSumOverflows) {
 
 // The choice.
 
-const std::string choiceStatement = partQuery(
-    "WHERE file_path IS NOT NULL AND transfer_status != 0 AND transfer_status != 1 AND "
-    "last_accessed IS NOT NULL AND (purged = 0 OR purged IS NULL) ORDER BY last_accessed "
-    "ASC");
-
 LogRecord choiceLine(const std::string& size) {
     return verboseLine("-[ZAVEventRepository leastRecentlyAccessedEventContentPartsForSize:error:]",
                        "Collecting least recently accessed event content parts with external content with "
@@ -516,15 +370,6 @@ LogRecord choiceLine(const std::string& size) {
                        "Collecting least recently accessed event content parts with external content with "
                        "total size summing up to " +
                            size + " byte(s).");
-}
-
-LogRecord choiceFailureLine(const std::string& size, const ZAVError& error) {
-    return errorLine("-[ZAVEventRepository leastRecentlyAccessedEventContentPartsForSize:error:]",
-                     "Failed collecting least recently accessed event content parts with external content "
-                     "with total size summing up to %lu byte(s) with %@",
-                     "Failed collecting least recently accessed event content parts with external content "
-                     "with total size summing up to " +
-                         size + " byte(s) with " + error.description());
 }
 
 /// Complete parts of these sizes, the one at index 0 least recently accessed. They are stored in the opposite
@@ -550,13 +395,6 @@ std::size_t chosen(const TestStore& store, ZAVSize request) {
     return indexes.size();
 }
 
-TEST(LeastRecentlyAccessedParts, AreReadWithOneStatement) {
-    const SizesStore store({"10", "20", "30"});
-    const StatementTrace trace(store.database());
-    EXPECT_EQ(chosen(store, 30), 3U);
-    EXPECT_EQ(trace.statements(), std::vector<std::string>{choiceStatement});
-}
-
 TEST(LeastRecentlyAccessedParts, AreTakenUntilTheirSizesExceedTheRequest) {
     const SizesStore store({"10", "20", "30", "40"});
     EXPECT_EQ(chosen(store, 9), 1U);
@@ -580,18 +418,6 @@ TEST(LeastRecentlyAccessedParts, ForNoBytesGoOnToTheFirstThatHasAny) {
     EXPECT_EQ(chosen(SizesStore({"0", "NULL", "0", "1", "0"}), 0), 4U);
     EXPECT_EQ(chosen(SizesStore({"5", "5"}), 0), 1U);
     EXPECT_EQ(chosen(SizesStore({"0", "0", "NULL"}), 0), 3U) << "every part, when all are empty";
-}
-
-TEST(LeastRecentlyAccessedParts, AreAnEmptySetWhenThereAreNone) {
-    const TestStore store;
-    const LogCapture log;
-    ZAVError error = errorOfSomebodyElse();
-    const auto parts = store.repository().leastRecentlyAccessedEventContentPartsForSize(100, &error);
-    ASSERT_TRUE(parts) << "no part is an empty set, not none";
-    EXPECT_TRUE(parts->empty());
-    EXPECT_EQ(error, errorOfSomebodyElse()) << error.description();
-    EXPECT_EQ(log.records(), std::vector{choiceLine("100")});
-    expectHandleIsAtRest(store);
 }
 
 TEST(LeastRecentlyAccessedParts, ANegativeSizeCountsAsAHugeOne) {
@@ -690,68 +516,15 @@ TEST(LeastRecentlyAccessedParts, AreAnnouncedWithTheRequestAndLeaveTheCallersErr
     }
 }
 
-/// Asks for 1000 bytes, which must fail, and checks all that a caller sees of it.
-void expectChoiceToFail(const TestStore& store, int code, const std::string& message) {
-    const LogCapture log;
-    ZAVError error;
-    EXPECT_FALSE(store.repository().leastRecentlyAccessedEventContentPartsForSize(1000, &error))
-        << "a set came back after a failure";
-    EXPECT_EQ(error, ZAVError("SQLite", code, message)) << error.description();
-    EXPECT_EQ(error, store.database().lastError());
-    EXPECT_EQ(log.records(), (std::vector{choiceLine("1000"), choiceFailureLine("1000", error)}));
-    expectHandleIsAtRest(store);
-}
-
-TEST(LeastRecentlyAccessedParts, AreNoneWhenTheirStatementCannotBePrepared) {
-    const TestStore store;
-    store.execute("DROP TABLE event_content_parts");
-    expectChoiceToFail(store, SQLITE_ERROR, "no such table: event_content_parts");
-}
-
-TEST(LeastRecentlyAccessedParts, AreNoneWhenTheFirstStepFails) {
-    const SizesStore store({"10", "20", "30"});
-    const StatementInterruption interruption(store.database(), "SELECT event_content_parts.");
-    expectChoiceToFail(store, SQLITE_INTERRUPT, "interrupted");
-}
-
 TEST(LeastRecentlyAccessedParts, AreNoneWhenAStepFailsAfterSomeWereCollected) {
     const SizesStore store({"10", "20", "30"});
     const InterruptionAfterRow interruption(store.database(), 2);
-    expectChoiceToFail(store, SQLITE_INTERRUPT, "interrupted");
+    ZAVError error;
+    EXPECT_FALSE(store.repository().leastRecentlyAccessedEventContentPartsForSize(1000, &error))
+        << "a set came back after a failure";
+    EXPECT_EQ(error, ZAVError("SQLite", SQLITE_INTERRUPT, "interrupted")) << error.description();
+    expectHandleIsAtRest(store);
     EXPECT_EQ(interruption.rows(), 2) << "the step after the second row was to fail";
-}
-
-TEST(LeastRecentlyAccessedParts, AreFoundAgainAfterAFailure) {
-    const SizesStore store({"10", "20", "30"});
-    {
-        const InterruptionAfterRow interruption(store.database(), 1);
-        ASSERT_FALSE(store.repository().leastRecentlyAccessedEventContentPartsForSize(1000));
-    }
-    EXPECT_EQ(chosen(store, 1000), 3U);
-}
-
-TEST(LeastRecentlyAccessedParts, AFailureIsLoggedAsWellForACallerWhoDoesNotAskWhy) {
-    const TestStore store;
-    store.execute("DROP TABLE event_content_parts");
-    const LogCapture log;
-    EXPECT_FALSE(store.repository().leastRecentlyAccessedEventContentPartsForSize(7));
-    EXPECT_EQ(log.records(),
-              (std::vector{choiceLine("7"), choiceFailureLine("7", store.database().lastError())}));
-}
-
-TEST(LeastRecentlyAccessedParts, TheCallerHasTheErrorBeforeTheErrorLine) {
-    const TestStore store;
-    store.execute("DROP TABLE event_content_parts");
-    const auto lines = callersErrorAtEachLine([&](ZAVError* error) {
-        EXPECT_FALSE(store.repository().leastRecentlyAccessedEventContentPartsForSize(7, error));
-    });
-    EXPECT_EQ(lines, (std::vector<LineAndError>{
-                         {"Collecting least recently accessed event content parts with external content with "
-                          "total size summing up to %lu byte(s).",
-                          ZAVError()},
-                         {"Failed collecting least recently accessed event content parts with external "
-                          "content with total size summing up to %lu byte(s) with %@",
-                          ZAVError("SQLite", SQLITE_ERROR, "no such table: event_content_parts")}}));
 }
 
 }  // namespace

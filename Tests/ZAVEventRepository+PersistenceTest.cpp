@@ -11,7 +11,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "Support/LogCapture.h"
@@ -1114,12 +1113,6 @@ TEST(EventPersistence, AnInsertThatFailsLeavesTheEventWithoutARow) {
               Lines{"0"});
 }
 
-TEST(EventPersistence, AnInsertWithoutItsTableFails) {
-    const StreamStore store;
-    store.execute("DROP TABLE events");
-    expectFailure(store, {makeMessage(7)}, missingTable("events"));
-}
-
 TEST(EventPersistence, AnInsertThatMeetsALockFails) {
     const StreamStore store;
     sqlite3_busy_timeout(store.database().sqliteHandle(), 0);
@@ -1228,15 +1221,6 @@ TEST(EventPersistence, APartThatFailsStopsItsEventAndKeepsThePartsBeforeIt) {
     EXPECT_EQ(parts[2]->streamUUID(), std::nullopt);
 }
 
-TEST(EventPersistence, APartWithoutItsTableFailsTheEvent) {
-    const StreamStore store;
-    store.execute("DROP TABLE event_content_parts");
-    const auto event = makeMessage(7);
-    event->set_content(Content{makeTextPart("hi")});
-    expectFailure(store, {event}, missingTable("event_content_parts"));
-    persist(store, {makeMessage(8)});
-}
-
 TEST(EventPersistence, EveryWritingStatementMayBeInterrupted) {
     for (const char* beginning : {"INSERT OR IGNORE INTO events ", "UPDATE events SET ",
                                   "INSERT OR IGNORE INTO event_content_parts "}) {
@@ -1281,15 +1265,6 @@ TEST(EventPersistence, TheSameSetCanBeStoredOnceTheCauseOfItsFailureIsGone) {
     EXPECT_EQ(store.repository().countOfEvents(), 2U);
     EXPECT_EQ(store.rows("SELECT event_content_part_id FROM event_content_parts ORDER BY 1"),
               (Lines{"0", "1"}));
-}
-
-TEST(EventPersistence, ACallerWhoDoesNotAskWhyIsToldOfTheFailureAndItIsLogged) {
-    const StreamStore store;
-    store.execute("DROP TABLE events");
-    const LogCapture log;
-    EXPECT_FALSE(store.repository().persistEvents({makeMessage(7)}));
-    ASSERT_EQ(log.records().size(), 2U);
-    EXPECT_EQ(log.records()[1].flag, 1U);
 }
 
 // What observers change meanwhile.
