@@ -7,11 +7,15 @@ namespace zav {
 std::optional<std::set<ZAVDatabaseIdentifier>> ZAVEventRowRepository::eventsWithoutSeq(
     ZAVError* error) const {
     // Left to itself, the engine walks an index of all events.
-    auto rows = database().executeBoundedQuery(
-        "SELECT database_identifier FROM events INDEXED BY events_without_seq WHERE seq IS NULL");
-    ZAVError failure = rows ? ZAVError() : database().lastError();
+    auto rows =
+        runQuery(database(), error,
+                 "SELECT database_identifier FROM events INDEXED BY events_without_seq WHERE seq IS NULL");
+    if (!rows) {
+        return std::nullopt;
+    }
+    ZAVError failure;
     std::set<ZAVDatabaseIdentifier> events;
-    while (rows && rows->nextWithError(&failure)) {
+    while (rows->nextWithError(&failure)) {
         events.insert(rows->longLongIntForColumnIndex(0));
     }
     if (failure) {
