@@ -457,7 +457,7 @@ INSTANTIATE_TEST_SUITE_P(
         Tree{"events_without_seq", "publishableEvents"}, Tree{"events_by_client_id", ""},  //
         Tree{"streams", ""}, Tree{"streams_by_stream_id", "countOfStreams"}, Tree{"event_content_parts", ""},
         Tree{"event_content_parts_by_event_and_index", "allEvents"}, Tree{"event_content_parts_by_url", ""},
-        Tree{"event_content_parts_by_transfer_status", "eventContentsHavingUnassignedURLs"},
+        Tree{"event_content_parts_by_transfer_status", "eventContentsHavingUnassignedURLsWithError"},
         Tree{"event_content_parts_by_last_accessed", ""}, Tree{"synced_changes", ""},
         Tree{"synced_changes_by_row", "unprocessedEvents"}, Tree{"conversations", ""},
         Tree{"conversations_by_stream_id", ""}, Tree{"conversation_participants", ""},

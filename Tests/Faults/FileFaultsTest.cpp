@@ -56,8 +56,7 @@ TEST_P(FileFaults, AreReportedOrWithoutEffectAndNothingStoredIsLost) {
     reportSweep("file faults in " + GetParam().name + ": " + tally.description());
 }
 
-INSTANTIATE_TEST_SUITE_P(In, FileFaults, testing::ValuesIn(everyOperation()),
-                         nameOfParameter);
+INSTANTIATE_TEST_SUITE_P(In, FileFaults, testing::ValuesIn(everyOperation()), nameOfParameter);
 
 TEST(FileFaultsInOpening, LeaveAStoreThatCanBeOpenedAndHoldsWhatItHeld) {
     const SweepTally tally =

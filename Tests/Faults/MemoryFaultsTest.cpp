@@ -46,8 +46,7 @@ TEST_P(MemoryFaults, AreReportedOrWithoutEffectAndNothingStoredIsLost) {
     reportSweep("memory faults in " + GetParam().name + ": " + tally.description());
 }
 
-INSTANTIATE_TEST_SUITE_P(In, MemoryFaults, testing::ValuesIn(everyOperation()),
-                         nameOfParameter);
+INSTANTIATE_TEST_SUITE_P(In, MemoryFaults, testing::ValuesIn(everyOperation()), nameOfParameter);
 
 TEST(MemoryFaultsInOpening, LeaveAStoreThatCanBeOpenedAndHoldsWhatItHeld) {
     const SweepTally tally =
