@@ -272,7 +272,7 @@ constexpr bool memoryCanBeLimited = true;
 
 constexpr rlim_t mostMemory = rlim_t{1} << 30;
 
-/// Generous: what ends at all ends in a few seconds. Tools that watch over memory take many times as long.
+/// Generous: what ends at all takes half of it. Tools that watch over memory take many times as long.
 unsigned mostSeconds() {
     return memoryCanBeLimited && effort() != "brief" ? 60 : 1200;
 }
@@ -290,9 +290,8 @@ LimitedWork runLimited(const std::function<std::set<std::string>()>& work) {
     }
     const pid_t child = ::fork();
     if (child == 0) {
-        ::alarm(mostSeconds());
         const rlimit limit{mostMemory, mostMemory};
-        if (memoryCanBeLimited && ::setrlimit(RLIMIT_DATA, &limit) != 0) {
+        if (!limitTime(mostSeconds()) || (memoryCanBeLimited && ::setrlimit(RLIMIT_DATA, &limit) != 0)) {
             ::_exit(2);
         }
         int status = 0;

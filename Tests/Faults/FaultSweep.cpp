@@ -233,7 +233,7 @@ public:
                 << "the operation failed, and changed something";
         }
         expectSound(path_, options_, rows, "after the fault");
-        expectToWorkAgain();
+        expectToWorkAgain(!failed);
         return true;
     }
 
@@ -255,11 +255,15 @@ private:
         EXPECT_FALSE(database_->inTransaction()) << "a transaction stayed open";
     }
 
-    void expectToWorkAgain() {
+    void expectToWorkAgain(bool isSecondTime) {
         ZAVError error = fromBefore;
         const Answer answer = operation_.call(ZAVEventRepository(database_), &error);
-        EXPECT_EQ(answer.text(), expectation_.answer.text())
-            << "the handle does not work again: " << error.description();
+        if (isSecondTime && !operation_.isRepeatable) {  // it may answer with another row
+            EXPECT_NE(answer.value, operation_.answers.failing) << "the handle does not work again";
+        } else {
+            EXPECT_EQ(answer.text(), expectation_.answer.text())
+                << "the handle does not work again: " << error.description();
+        }
         EXPECT_EQ(error, fromBefore) << "the handle does not work again";
         const auto rows = rowsOfAllTables(*database_);
         if (operation_.isRepeatable) {

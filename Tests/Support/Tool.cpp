@@ -84,6 +84,16 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
     return pointers;
 }
 
+}  // namespace
+
+bool limitTime(unsigned seconds) {
+    const rlimit limit{seconds, seconds};
+    ::alarm(5 * seconds);
+    return ::setrlimit(RLIMIT_CPU, &limit) == 0;
+}
+
+namespace {
+
 /// In the child, where only async-signal-safe calls are allowed.
 bool enter(const ToolCircumstances& circumstances) {
     if (circumstances.fileSizeLimit) {
@@ -101,7 +111,9 @@ bool enter(const ToolCircumstances& circumstances) {
             return false;
         }
     }
-    ::alarm(circumstances.secondsToLive);
+    if (circumstances.secondsToLive != 0 && !limitTime(circumstances.secondsToLive)) {
+        return false;
+    }
     if (circumstances.user) {
         const uid_t user = *circumstances.user;
         return ::setgroups(0, nullptr) == 0 && ::setgid(user) == 0 && ::setuid(user) == 0;

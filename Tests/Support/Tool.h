@@ -13,6 +13,10 @@
 
 namespace zav::test {
 
+/// Has this process ended by a signal once it has taken so many seconds of processor time, or has waited for
+/// five times as long: a machine that is busy with others must not fail a test. Async-signal-safe.
+[[nodiscard]] bool limitTime(unsigned seconds);
+
 /// What a run of the tool left behind.
 struct ToolRun {
     /// The exit status; 128 and the signal's number when a signal ended it, `notStarted` when it never ran.
@@ -30,9 +34,11 @@ struct ToolCircumstances {
     std::string outputPath{};  ///< a file to use as standard output; `ToolRun::out` then stays empty
     std::optional<rlim_t> fileSizeLimit{};  ///< writing a file beyond it fails instead of ending the process
     std::optional<rlim_t> memoryLimit{};    ///< bytes of address space that the run may take
-    unsigned secondsToLive = 0;             ///< a run that takes longer is ended by SIGALRM; 0 for no limit
-    std::optional<uid_t> user{};            ///< the user and group to become; needs a privileged caller
-    std::string directory{};                ///< where it starts; empty for where the caller is
+    /// Processor time; a run that takes more, or that waits for five times as long, is ended by a signal. 0
+    /// for no limit.
+    unsigned secondsToLive = 0;
+    std::optional<uid_t> user{};  ///< the user and group to become; needs a privileged caller
+    std::string directory{};      ///< where it starts; empty for where the caller is
 };
 
 /// Runs the tool as a process of its own and waits for its end.
