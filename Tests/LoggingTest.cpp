@@ -114,14 +114,15 @@ TEST(Logger, TheLoggerItselfTestsNoGuard) {
         (std::vector<LogRecord>{{false, 0, DDLogFlagError, 0, "file", "function", nullptr, "text", "text"}}));
 }
 
+template <class... Arguments>
+void log(ZAVFormatString<std::type_identity_t<Arguments>...> format, const Arguments&... arguments) {
+    DDLog::log(true, 31, 16, 0, "file", "function", 1, nullptr, format, arguments...);
+}
+
 TEST(Logger, ArgumentsArePrintedAsTheirDirectivesSay) {
     const auto sink = std::make_shared<KeepingSink>();
     const DefaultSinkAfterwards afterwards;
     DDLog::setSink(sink);
-    const auto log = []<class... Arguments>(ZAVFormatString<std::type_identity_t<Arguments>...> format,
-                                            const Arguments&... arguments) {
-        DDLog::log(true, 31, 16, 0, "file", "function", 1, nullptr, format, arguments...);
-    };
     log("%d %d", -1, std::int32_t{2147483647});
     log("%lld %ld", std::int64_t{-9223372036854775807}, -1L);
     log("%llu %lu", std::uint64_t{18446744073709551615U}, std::size_t{7});

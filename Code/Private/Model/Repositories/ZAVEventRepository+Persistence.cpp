@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -29,6 +28,16 @@ std::string_view classNameOf(const ZAVObject* object) noexcept {
     return object == nullptr ? "(null)" : object->className();
 }
 
+[[noreturn]] void refuseEvent(const ZAVObject* event) {
+    raise("Failed to persist an event. Expected '%@' but received an object of type '%@'",
+          std::string_view("ZAVEvent"), classNameOf(event));
+}
+
+[[noreturn]] void refusePart(const ZAVObject* part) {
+    raise("Failed to persist an event's content. Expected '%@' but received an object of type '%@'",
+          std::string_view("ZAVEventContent"), classNameOf(part));
+}
+
 using Parts = std::vector<std::shared_ptr<ZAVEventContent>>;
 
 /// The element as an event that can be stored, and its parts in `parts`: whoever observes the statements may
@@ -37,8 +46,7 @@ using Parts = std::vector<std::shared_ptr<ZAVEventContent>>;
 ZAVEvent& requireStorable(const std::shared_ptr<ZAVTEvent>& element, Parts& parts) {
     auto* const event = ZAVRecordCast<ZAVEvent>(element.get());
     if (event == nullptr) {
-        raise("Failed to persist an event. Expected '%@' but received an object of type '%@'",
-              std::string_view("ZAVEvent"), classNameOf(element.get()));
+        refuseEvent(element.get());
     }
     if (event->type() == 0) {
         raise("Cannot persist event: invalid type of 0 encountered. (%@)", event->description());
@@ -49,11 +57,16 @@ ZAVEvent& requireStorable(const std::shared_ptr<ZAVTEvent>& element, Parts& part
     if (!event->client_id()) {
         raise("Failed to persist an event with an undefined client_id; event = %@", event->description());
     }
-    parts = event->contentParts();
-    if (const auto part = std::find(parts.begin(), parts.end(), nullptr); part != parts.end()) {
-        raise("Failed to persist an event's content. Expected '%@' but received an object of type '%@'",
-              std::string_view("ZAVEventContent"),
-              classNameOf((*event->content())[static_cast<std::size_t>(part - parts.begin())].get()));
+    // One list for all events: `contentParts` would make one for each.
+    parts.clear();
+    if (event->content()) {
+        for (const auto& part : *event->content()) {
+            auto* const storable = ZAVRecordCast<ZAVEventContent>(part.get());
+            if (storable == nullptr) {
+                refusePart(part.get());
+            }
+            parts.emplace_back(part, storable);
+        }
     }
     return *event;
 }

@@ -119,8 +119,6 @@ std::optional<ZAVSet<ZAVEventContent>> ZAVEventRepository::eventContentsHavingIn
     });
 }
 
-// The parts are the event's, though they stand elsewhere in memory.
-// cppcheck-suppress constParameter
 void ZAVPrepareEventContentsForDownload(ZAVEvent& event, const ZAVUUID& appID,
                                         std::string_view authenticatedUserID) {
     std::uint64_t index = 0;
