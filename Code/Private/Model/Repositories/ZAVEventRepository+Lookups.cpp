@@ -88,7 +88,10 @@ std::shared_ptr<ZAVEventContent> ZAVEventRepository::eventContentForExternalCont
         "failed event content part for externalContentURL=%@ %@"};
     static constexpr auto statement = projections::selectContent(" WHERE event_content_parts.url = ?");
     const ZAVURL url = externalContentURL;
-    return readContent(operation, *this, error, selecting(*this, statement, url.absoluteString()), url);
+    return readContent(
+        operation, *this, error,
+        [&](ZAVError& outError) { return runQuery(database(), &outError, statement, url.absoluteString()); },
+        url);
 }
 
 }  // namespace zav

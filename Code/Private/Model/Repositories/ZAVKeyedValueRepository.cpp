@@ -1,5 +1,6 @@
 #include <ZAVEventRepository/ZAVKeyedValueRepository.h>
 
+#include <algorithm>
 #include <string>
 #include <utility>
 #include <vector>
@@ -121,13 +122,10 @@ bool ZAVKeyedValueRepository::setKeyedValuesWithDictionary(const ZAVDictionary& 
             return false;
         }
     }
-    for (const std::string& key : obsoleteKeys) {
-        if (!runUpdate(database(), error, statements.remove, row, context.objectType(), context.keyType(),
-                       key)) {
-            return false;
-        }
-    }
-    return true;
+    return std::all_of(obsoleteKeys.begin(), obsoleteKeys.end(), [&](const std::string& key) {
+        return runUpdate(database(), error, statements.remove, row, context.objectType(), context.keyType(),
+                         key);
+    });
 }
 
 }  // namespace zav
