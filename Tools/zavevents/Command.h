@@ -34,7 +34,7 @@ public:
     /// @param check throws `CLI::ValidationError` when the options do not go together.
     template <class Work>
     void does(
-        Work work, std::function<void()> check = [] {}) const {
+        Work work, const std::function<void()>& check = [] {}) const {
         parser_.callback([&invocation = invocation_, options = options_, work, check] {
             check();
             invocation.action = [options, work](const DatabaseFile& file) { work(file, *options); };
