@@ -29,8 +29,9 @@ $check --enable=style --suppress=noExplicitConstructor --suppress=useStlAlgorith
     -I Code -I "$build/Code/include" Code Tools Examples || status=1
 
 echo "clang-tidy"
-# On standard error it only counts the warnings that it leaves out.
-find Code Tools Examples -name '*.cpp' -print0 |
-    xargs -0 -n 1 -P "$jobs" clang-tidy -p "$build" --quiet 2> /dev/null || status=1
+# What is compiled as one unit is read as one. On standard error it only counts the warnings that it leaves out.
+sed -n 's/^ *"file": "\(.*\)".*$/\1/p' "$build/compile_commands.json" |
+    grep -E "^($PWD|$(cd "$build" && pwd))/(Code|Tools|Examples)/" |
+    xargs -d '\n' -n 1 -P "$jobs" clang-tidy -p "$build" --quiet 2> /dev/null || status=1
 
 exit $status
