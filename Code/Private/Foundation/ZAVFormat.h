@@ -180,6 +180,15 @@ struct ZAVRuntimeFormat {
     std::string_view text;  ///< the format
 };
 
+/// What a format is refused for. Nothing defines these functions: a compiler that has to evaluate a call of
+/// one, as it compiles a call with a wrong format, reports its name.
+namespace ZAVFormatMistakes {
+void percentSignBeginsNoDirective();           ///< and is not doubled
+void formatHasMoreDirectivesThanArguments();   ///< an argument is missing
+void formatHasFewerDirectivesThanArguments();  ///< an argument would not be printed
+void directiveDoesNotFitItsArgument();         ///< that is not an integer, or too long a one
+}  // namespace ZAVFormatMistakes
+
 /// The format of a call with these arguments. Made of a constant text, a literal as a rule, it is compared
 /// with them while the call is compiled: a call does not compile that has more or fewer arguments than
 /// directives, an object, a floating-point number or an absent one where the directive wants an integer, an
@@ -202,12 +211,6 @@ public:
     [[nodiscard]] constexpr std::string_view text() const noexcept { return text_; }
 
 private:
-    // Nobody defines these: a compiler that has to evaluate a call of one reports its name.
-    static void percentSignBeginsNoDirective();
-    static void formatHasMoreDirectivesThanArguments();
-    static void formatHasFewerDirectivesThanArguments();
-    static void directiveDoesNotFitItsArgument();
-
     /// The bits of an integer, and of whatever else none.
     template <class Argument>
     static constexpr std::size_t bitsOf = std::integral<Argument> || std::is_enum_v<Argument>
@@ -221,22 +224,22 @@ private:
             const std::string_view rest = text_.substr(percent + 1);
             const std::string_view directive = rest.starts_with('%') ? "%" : ZAVFormatDirectiveAt(rest);
             if (directive.empty()) {
-                percentSignBeginsNoDirective();
+                ZAVFormatMistakes::percentSignBeginsNoDirective();
             }
             if (directive != "%") {
                 if (used == bits.size()) {
-                    formatHasMoreDirectivesThanArguments();
+                    ZAVFormatMistakes::formatHasMoreDirectivesThanArguments();
                 }
                 const std::size_t widest = directive == "d" || directive == "u" ? 32 : 64;
                 if (directive != "@" && (bits[used] == 0 || bits[used] > widest)) {
-                    directiveDoesNotFitItsArgument();
+                    ZAVFormatMistakes::directiveDoesNotFitItsArgument();
                 }
                 ++used;
             }
             percent = text_.find('%', percent + 1 + directive.size());
         }
         if (used != bits.size()) {
-            formatHasFewerDirectivesThanArguments();
+            ZAVFormatMistakes::formatHasFewerDirectivesThanArguments();
         }
     }
 
