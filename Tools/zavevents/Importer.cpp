@@ -167,7 +167,8 @@ void Importer::compareContent(const ZAVEvent& event) {
     std::string differences;
     forEachContentOfEvent(*database_, event.databaseIdentifier(), [&](const StoredContent& stored) {
         const std::string difference =
-            stored.index < parts.size() ? differenceOf(*parts[stored.index], stored) : "";
+            stored.index < parts.size() ? differenceOf(*parts[static_cast<std::size_t>(stored.index)], stored)
+                                        : "";
         if (!difference.empty()) {
             differences += (differences.empty() ? "content[" : ", content[") + std::to_string(stored.index) +
                            "]." + difference;
