@@ -182,6 +182,9 @@ TEST_P(EveryOperation, ReportsThatItsFirstStepFailedAndWorksAfterwards) {
     if (GetParam().breaksOffSilently) {
         return;
     }
+    if (sqlite3_libversion_number() < 3040000 && GetParam().statements.front().text == "BEGIN IMMEDIATE") {
+        GTEST_SKIP() << "older engines begin a transaction without asking whether they were interrupted";
+    }
     const Lines before = rowsOfAllTables(store.database());
     {
         const StatementInterruption interruption(store.database(), GetParam().statements.front().text);
