@@ -8,13 +8,15 @@ foreach(file IN LISTS files)
     string(APPEND entries "    {\"${name}\",\n     R\"sql(${sql})sql\"},\n")
 endforeach()
 file(WRITE ${OUTPUT} "// Generated from the folder Migrations.
+#include <array>
+
 #include \"Private/Database/Internal/ZAVSchemaMigrations.h\"
 
 namespace zav {
 namespace {
 
-constexpr ZAVSchemaMigration migrations[] = {
-${entries}};
+constexpr auto migrations = std::to_array<ZAVSchemaMigration>({
+${entries}});
 
 }  // namespace
 
