@@ -189,6 +189,9 @@ private:
 /// contents that go beyond their pages.
 class SoundStore {
 public:
+    /// It has no parts: a tree of changes without end leads to it again and again.
+    static constexpr ZAVDatabaseIdentifier eventOfAllChanges = 5000;
+
     SoundStore() {
         const std::string path = directory_.file("sound.db");
         FMDatabaseOptions options;
@@ -231,8 +234,9 @@ private:
             SELECT 100 + i, 1, 'text/plain', x'00', 'u', 1, i % 5, 'f', 5 FROM n;
         INSERT INTO event_content_parts (event_content_part_id, event_database_identifier, value)
             VALUES (999, 1, replace(hex(zeroblob(20000)), '0', 'Q'));
-        INSERT INTO synced_changes (table_name, row_identifier, change_type) SELECT 'events', 1, 0 FROM n;
-        INSERT INTO synced_changes (table_name, row_identifier, change_type) SELECT 'events', 1, 1 FROM n;
+        INSERT INTO events (database_identifier, type, client_id) VALUES (5000, 1, CAST('changed' AS BLOB));
+        INSERT INTO synced_changes (table_name, row_identifier, change_type) SELECT 'events', 5000, 0 FROM n;
+        INSERT INTO synced_changes (table_name, row_identifier, change_type) SELECT 'events', 5000, 1 FROM n;
         INSERT INTO conversations (stream_id) SELECT x'11111111111111111111111111111101' FROM n;
         INSERT INTO conversation_participants (conversation_database_identifier, member_id) SELECT 1, i FROM n;
         INSERT INTO messages (event_database_identifier) SELECT 1 FROM n;
@@ -521,7 +525,7 @@ TEST(AnEndlessStatement, ThatWritesTakesItsTransactionBackAndNoOther) {
     auto transaction = ZAVTransaction::begin(*store.database);
     ASSERT_TRUE(transaction);
     ASSERT_TRUE(store.database->executeUpdate("UPDATE events SET creator_name = 'changed'"));
-    const auto event = std::make_shared<ZAVEvent>(1, 1);
+    const auto event = std::make_shared<ZAVEvent>(SoundStore::eventOfAllChanges, 1);
     ZAVError error;
     EXPECT_FALSE(repository.deleteUnprocessedEvents({event}, &error));
     EXPECT_EQ(error.code() & 0xFF, SQLITE_CORRUPT) << error.description();
