@@ -3,7 +3,9 @@
 #include <string>
 #include <vector>
 
+#include "Support/TemporaryDirectory.h"
 #include "Support/Tool.h"
+#include "Support/TracedTool.h"
 
 namespace zav::test {
 namespace {
@@ -256,6 +258,33 @@ TEST(ToolEventLines, WhichOnesHaveNoSequenceIsAskedOnceAndOfNoOtherEvent) {
         << "no event is looked for by its sequence: " << traced.err;
     EXPECT_EQ(runsOfStatementsWith(store.run("events", {"--id", "5", "--trace"}), "seq IS NULL"), 0)
         << "an event with another sequence than 0 tells it by itself";
+}
+
+TEST(ToolEventLines, TheyAreOfOneMomentWhateverAnotherClientStoresMeanwhile) {
+    const ToolStore store;
+    store.importWell(lines({eventJSON(1, unknownStream)}));
+    const std::string before = store.events();
+    std::vector<std::string> answers;
+    bool isInTime = true;
+    for (int statements = 0; isInTime; ++statements) {
+        store.execute("UPDATE events SET seq = NULL");
+        TracedTool tool({"events", store.path()}, store.file("printed"));
+        for (int run = 0; run < statements; ++run) {
+            static_cast<void>(tool.nextStatement());
+        }
+        isInTime = tool.stop();
+        store.execute("UPDATE events SET seq = 7");
+        tool.goOn();
+        EXPECT_EQ(tool.exitStatus(), 0) << "after " << statements << " statements";
+        answers.push_back(bytesOfFile(store.file("printed")));
+    }
+    const std::string after = store.events();
+    ASSERT_NE(after, before);
+    for (const std::string& answer : answers) {
+        EXPECT_TRUE(answer == before || answer == after) << "this event never was: " << answer;
+    }
+    EXPECT_EQ(answers.front(), after) << "it is stored before the tool has read anything";
+    EXPECT_EQ(answers.back(), before) << "the tool had ended";
 }
 
 TEST(ToolEventLines, TheOnesOfARevivedStreamComeInReplayOrder) {

@@ -14,7 +14,7 @@
 
 namespace zav::test {
 
-TracedTool::TracedTool(const std::vector<std::string>& arguments) {
+TracedTool::TracedTool(const std::vector<std::string>& arguments, const std::string& output) {
     std::vector<std::string> words{ZAV_TOOL_PATH, "--trace"};
     words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<char*> argv;
@@ -29,8 +29,8 @@ TracedTool::TracedTool(const std::vector<std::string>& arguments) {
     }
     process_ = ::fork();
     if (process_ == 0) {
-        const int nothing = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
-        ::dup2(nothing, STDOUT_FILENO);
+        const int printed = ::open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+        ::dup2(printed, STDOUT_FILENO);
         ::dup2(ends[1], STDERR_FILENO);
         ::execv(argv.front(), argv.data());
         ::_exit(ToolRun::notStarted);

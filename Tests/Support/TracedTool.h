@@ -11,8 +11,8 @@ namespace zav::test {
 /// and waits for its reader before it runs the one after the next.
 class TracedTool {
 public:
-    /// Starts `zavevents --trace` with the arguments.
-    explicit TracedTool(const std::vector<std::string>& arguments);
+    /// Starts `zavevents --trace` with the arguments; what it prints goes to the file `output`.
+    explicit TracedTool(const std::vector<std::string>& arguments, const std::string& output = "/dev/null");
     TracedTool(const TracedTool&) = delete;
     TracedTool& operator=(const TracedTool&) = delete;
 

@@ -107,6 +107,10 @@ bool selectsAll(const EventsOptions& options) {
 
 void writeEvents(const DatabaseFile& file, const EventsOptions& options) {
     const auto database = openStore(file);
+    // One snapshot: whether a `seq` was NULL is asked for after the events were read.
+    if (!database->executeUpdate("BEGIN")) {
+        throw ToolError("cannot read the events", database->lastError());
+    }
     const ZAVEventRepository repository(database);
     const auto events = select(repository, options);
     const std::vector<bool> isSequenced = sequencedOf(events, database, options);
