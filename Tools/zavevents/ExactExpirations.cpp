@@ -34,9 +34,10 @@ void ExactExpirations::restore(ZAVEvent& event) {
             std::string(exactExpirations) + " AND event_database_identifier = ?",
             [this](const FMResultSet& row) { take(row); }, event.databaseIdentifier());
     }
+    const auto parts = event.contentParts();
     const auto [first, last] = expirations_.equal_range(event.databaseIdentifier());
     for (auto entry = first; entry != last; ++entry) {
-        for (const auto& part : event.contentParts()) {
+        for (const auto& part : parts) {
             if (part->index() == entry->second.first) {
                 part->setExternalContentURLExpiration(entry->second.second);
             }

@@ -39,7 +39,9 @@ std::shared_ptr<FMDatabase> FMDatabase::databaseWithPath(const std::string& path
 FMDatabase::FMDatabase(std::unique_ptr<ZAVConnection> connection) noexcept
     : connection_(std::move(connection)) {}
 
-FMDatabase::~FMDatabase() = default;
+FMDatabase::~FMDatabase() {
+    connection_->close();  // here, where an observer that is told of it still finds the handle in order
+}
 
 std::optional<FMResultSet> FMDatabase::query(ZAVStatement* statement) {
     return queryWith(*connection_, statement, Reach::free);

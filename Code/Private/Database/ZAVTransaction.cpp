@@ -1,5 +1,7 @@
 #include <ZAVEventRepository/ZAVTransaction.h>
 
+#include <utility>
+
 #include "Private/Database/Internal/ZAVConnection.h"
 
 namespace zav {
@@ -19,19 +21,22 @@ bool ZAVTransaction::isOpen() const noexcept {
 }
 
 bool ZAVTransaction::commit(ZAVError* error) {
-    const ZAVError ended(ZAVErrorDomainDatabase, ZAVDatabaseErrorTransactionEnded,
-                         "the transaction is no longer open");
-    if (connection_ == nullptr) {
+    if (!isOpen()) {
+        const ZAVError ended(ZAVErrorDomainDatabase, ZAVDatabaseErrorTransactionEnded,
+                             "the transaction is no longer open");
+        if (connection_ != nullptr) {
+            std::exchange(connection_, nullptr)->fail(ended);
+        }
         ZAVStoreError(error, ended);
         return false;
     }
-    if (!isOpen() ? connection_->fail(ended) : connection_->commitTransaction()) {
-        connection_ = nullptr;
-        return true;
+    if (!connection_->commitTransaction()) {
+        ZAVStoreError(error, connection_->lastError());
+        rollback();
+        return false;
     }
-    ZAVStoreError(error, connection_->lastError());
-    rollback();
-    return false;
+    connection_ = nullptr;
+    return true;
 }
 
 void ZAVTransaction::rollback() noexcept {

@@ -1,6 +1,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -110,17 +111,14 @@ private:
     [[nodiscard]] bool findStreamRow() {
         auto rows = runQuery(database_, &outError_, "SELECT * FROM streams WHERE stream_id = ? LIMIT 1",
                              *event_.stream_id());
-        if (!rows) {
-            return false;
-        }
-        if (!rows->nextWithError(&outError_)) {
-            if (outError_) {
-                return false;
-            }
+        const auto missing = [&] {
             raise(
                 "Failed to persist an event. stream_id='%@' doesn't exist yet in the database. Should create a new "
                 "stream with that identifier before persisting the event.",
                 event_.streamUUID());
+        };
+        if (!requireRow(rows, missing)) {
+            return false;
         }
         event_.setStreamDatabaseIdentifier(rows->longLongIntForColumn("database_identifier"));
         return isUsableRow(event_.streamDatabaseIdentifier(), &outError_) && rows->closeWithError(&outError_);
@@ -130,17 +128,14 @@ private:
         auto rows =
             runQuery(database_, &outError_, "SELECT * FROM streams WHERE database_identifier = ? LIMIT 1",
                      event_.streamDatabaseIdentifier());
-        if (!rows) {
-            return false;
-        }
-        if (!rows->nextWithError(&outError_)) {
-            if (outError_) {
-                return false;
-            }
+        const auto missing = [&] {
             raise(
                 "Failed to persist the event. stream_database_identifier='%lld' doesn't exist in the database. The "
                 "stream might have been deleted before the event could be persisted.",
                 event_.streamDatabaseIdentifier());
+        };
+        if (!requireRow(rows, missing)) {
+            return false;
         }
         event_.set_stream_id(rows->dataForColumn("stream_id"));
         return rows->closeWithError(&outError_);
@@ -181,17 +176,12 @@ private:
         auto rows = runQuery(database_, &outError_,
                              "SELECT * FROM events WHERE stream_database_identifier = ? AND seq = ? LIMIT 1",
                              event_.streamDatabaseIdentifier(), event_.seq());
-        if (!rows) {
+        const auto missing = [] { raise("Failed to persist an event with an existing stream_id and seq."); };
+        if (!requireRow(rows, missing)) {
             return false;
         }
-        if (rows->nextWithError(&outError_)) {
-            event_.setDatabaseIdentifier(rows->longLongIntForColumn("database_identifier"));
-            return isUsableRow(event_.databaseIdentifier(), &outError_);
-        }
-        if (outError_) {
-            return false;
-        }
-        raise("Failed to persist an event with an existing stream_id and seq.");
+        event_.setDatabaseIdentifier(rows->longLongIntForColumn("database_identifier"));
+        return isUsableRow(event_.databaseIdentifier(), &outError_);
     }
 
     /// Unlike `insert`, this writes a `seq` that was set to `ZAVSequenceNotSet` as that number.
@@ -243,6 +233,18 @@ private:
             part.externalContentURLExpiration(), part.external_url(), part.size(), part.transferStatus(),
             part.fileURL() ? std::optional(part.fileURL()->relativePath()) : std::nullopt,
             part.lastAccessed(), part.isPurged());
+    }
+
+    /// Goes to the first row of a query. When nothing failed and there is none, `missing` raises.
+    template <class Missing>
+    [[nodiscard]] bool requireRow(std::optional<FMResultSet>& rows, const Missing& missing) {
+        if (rows && rows->nextWithError(&outError_)) {
+            return true;
+        }
+        if (rows && !outError_) {
+            missing();
+        }
+        return false;
     }
 
     /// A `target_seq` that was set to `ZAVSequenceNotSet` is stored as that number: only the flag counts.
