@@ -6,7 +6,7 @@
 #include <ZAVEventRepository/ZAVPrintable.h>
 
 #include "Command.h"
-#include "StoredRows.h"
+#include "Rows.h"
 
 namespace zavevents {
 namespace {
@@ -46,9 +46,9 @@ std::string schema(FMDatabase& database) {
 }
 
 /// The answer of a count; null where damage keeps it from being made.
-ordered_json countIn(FMDatabase& database, std::int64_t (*count)(FMDatabase&), bool intact) {
+ordered_json countIn(FMDatabase& database, bool intact, const std::string& what, std::string_view sql) {
     try {
-        return count(database);
+        return queryNumber(database, what, sql);
     } catch (const ToolError&) {
         if (intact) {
             throw;
@@ -60,11 +60,18 @@ ordered_json countIn(FMDatabase& database, std::int64_t (*count)(FMDatabase&), b
 /// Counts the rows that lack their parent. Nothing is read from tables that are not the store's: a view may
 /// be anything, also something that never ends.
 void countOrphans(FMDatabase& database, ordered_json& report, bool intact) {
-    const bool isStore = report["schema"] == fine;
-    report["parts_without_event"] =
-        isStore ? countIn(database, countPartsWithoutEvent, intact) : ordered_json();
-    report["events_without_stream"] =
-        isStore ? countIn(database, countEventsWithoutStream, intact) : ordered_json();
+    report["parts_without_event"] = nullptr;
+    report["events_without_stream"] = nullptr;
+    if (report["schema"] == fine) {
+        report["parts_without_event"] =
+            countIn(database, intact, "cannot count the parts without an event",
+                    "SELECT COUNT(*) FROM event_content_parts WHERE NOT EXISTS (SELECT 1 FROM events"
+                    " WHERE events.database_identifier = event_content_parts.event_database_identifier)");
+        report["events_without_stream"] =
+            countIn(database, intact, "cannot count the events without a stream",
+                    "SELECT COUNT(*) FROM events WHERE NOT EXISTS (SELECT 1 FROM streams"
+                    " WHERE streams.database_identifier = events.stream_database_identifier)");
+    }
 }
 
 std::string orUnknown(const ordered_json& count) {

@@ -43,19 +43,20 @@ public:
 
     /// Has the command change rows of an existing store, all or none of them: `work` takes the open store and
     /// the options, runs inside one transaction, which has the write lock from its beginning, and returns
-    /// what is printed once that is stored.
+    /// what is printed once that is stored. The texts say what cannot be done when the transaction fails.
     template <class Work>
-    void changes(Work work) const {
-        does([work](const DatabaseFile& file, const Options& options) {
+    void changes(Work work, const std::string& cannotBegin = "cannot begin to write",
+                 const std::string& cannotStore = "cannot store the changes") const {
+        does([work, cannotBegin, cannotStore](const DatabaseFile& file, const Options& options) {
             const std::shared_ptr<zav::FMDatabase> database = openStore(file);
             zav::ZAVError error;
             auto transaction = zav::ZAVTransaction::begin(*database, &error);
             if (!transaction) {
-                throw ToolError("cannot begin to write", error);
+                throw ToolError(cannotBegin, error);
             }
             const std::string done = work(database, options);
             if (!transaction->commit(&error)) {
-                throw ToolError("cannot store the changes", error);
+                throw ToolError(cannotStore, error);
             }
             std::cout << done << '\n';
         });

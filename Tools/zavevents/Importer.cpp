@@ -8,7 +8,7 @@
 #include <ZAVEventRepository/ZAVSyncedChangeRepository.h>
 #include <ZAVEventRepository/ZAVUTF8.h>
 
-#include "StoredRows.h"
+#include "Rows.h"
 #include "ToolError.h"
 
 namespace zavevents {
@@ -34,15 +34,16 @@ std::string streamText(const ZAVEvent& event) {
     return uuid ? uuid->UUIDString() : "in row " + std::to_string(event.streamDatabaseIdentifier());
 }
 
-/// What a line says of a part that the stored one does not say.
-std::string differenceOf(const ZAVEventContent& part, const StoredContent& stored) {
-    if (part.body() && !part.body()->empty() && stored.value != part.body()) {
+/// What a line says of a part that its row, of index, type, value and url, does not say.
+std::string differenceOf(const ZAVEventContent& part, const FMResultSet& stored) {
+    if (part.body() && !part.body()->empty() && stored.dataForColumnIndex(2) != part.body()) {
         return ZAVIsUTF8(part.body()->asText()) ? "text" : "body";
     }
-    if (part.external_url() && stored.url != part.external_url()) {
+    if (part.external_url() && stored.stringForColumnIndex(3) != part.external_url()) {
         return "external_url";
     }
-    if (part.media_type() && stored.type.value_or("application/octet-stream") != part.media_type()) {
+    if (part.media_type() &&
+        stored.stringForColumnIndex(1).value_or("application/octet-stream") != part.media_type()) {
         return "media_type";
     }
     return {};
@@ -151,13 +152,22 @@ void Importer::adoptStoredEvent(ZAVEvent& event) {
 
 /// The service may have sequenced an event since its line was written: that is not to be forgotten.
 void Importer::keepWhatTheServiceAssigned(ZAVEvent& event) {
-    const StoredAssignment stored = assignmentOfEvent(*database_, event.databaseIdentifier());
-    if (!event.creator_id()) {
-        event.set_creator_id(stored.creator);
-    }
-    if (stored.seq) {
-        event.set_seq(*stored.seq);
-        event.set_server_timestamp(stored.timestamp);
+    bool isFound = false;
+    const auto take = [&](const FMResultSet& stored) {
+        isFound = true;
+        if (!event.creator_id()) {
+            event.set_creator_id(stored.stringForColumnIndex(1));
+        }
+        if (!stored.columnIndexIsNull(0)) {
+            event.set_seq(stored.intForColumnIndex(0));
+            event.set_server_timestamp(stored.longLongIntForColumnIndex(2));
+        }
+    };
+    forEachRow(*database_, "cannot read a stored event",
+               "SELECT seq, creator_id, timestamp FROM events WHERE database_identifier = ?", take,
+               event.databaseIdentifier());
+    if (!isFound) {
+        throw ToolError("cannot read a stored event", {});
     }
 }
 
@@ -165,15 +175,19 @@ void Importer::keepWhatTheServiceAssigned(ZAVEvent& event) {
 void Importer::compareContent(const ZAVEvent& event) {
     const auto parts = event.contentParts();
     std::string differences;
-    forEachContentOfEvent(*database_, event.databaseIdentifier(), [&](const StoredContent& stored) {
+    const auto compare = [&](const FMResultSet& stored) {
+        const std::uint64_t index = stored.unsignedLongLongIntForColumnIndex(0);
         const std::string difference =
-            stored.index < parts.size() ? differenceOf(*parts[static_cast<std::size_t>(stored.index)], stored)
-                                        : "";
+            index < parts.size() ? differenceOf(*parts[static_cast<std::size_t>(index)], stored) : "";
         if (!difference.empty()) {
-            differences += (differences.empty() ? "content[" : ", content[") + std::to_string(stored.index) +
-                           "]." + difference;
+            differences +=
+                (differences.empty() ? "content[" : ", content[") + std::to_string(index) + "]." + difference;
         }
-    });
+    };
+    forEachRow(*database_, "cannot read stored content",
+               "SELECT event_content_part_id, type, value, url FROM event_content_parts"
+               " WHERE event_database_identifier = ? ORDER BY event_content_part_id",
+               compare, event.databaseIdentifier());
     if (!differences.empty()) {
         ++batch_.differing;
         remark_("other content is stored and stays, this is not stored: " + differences);

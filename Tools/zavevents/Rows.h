@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include <ZAVEventRepository/FMDatabase.h>
+#include <ZAVEventRepository/ZAVIdentifiers.h>
 
 #include "ToolError.h"
 
@@ -40,6 +41,12 @@ template <class... Values>
         throw ToolError(what, {});
     }
     return *number;
+}
+
+/// The greatest row of an event; 0 when there is none.
+[[nodiscard]] inline zav::ZAVDatabaseIdentifier newestEventRow(zav::FMDatabase& database) {
+    return queryNumber(database, "cannot look for the newest event",
+                       "SELECT IFNULL(MAX(database_identifier), 0) FROM events");
 }
 
 }  // namespace zavevents

@@ -7,7 +7,7 @@
 #include <ZAVEventRepository/ZAVPrintable.h>
 
 #include "Command.h"
-#include "StoredRows.h"
+#include "Rows.h"
 
 namespace zavevents {
 namespace {
@@ -31,14 +31,21 @@ auto answerOf(const std::string& what, Operation operation) {
     return answer;
 }
 
-/// The numbers by their values; those of values that are shown alike together.
-ordered_json shown(const CountsByValue& counts) {
-    ordered_json result = ordered_json::object();
-    for (const auto& [value, count] : counts) {
-        const std::string name = ZAVPrintable(value, ZAVEscapesInvalidUTF8);
-        result[name] = result.value(name, std::int64_t{0}) + count;
-    }
-    return result;
+/// How many rows of a table there are for each value of a column, in its order; those of values that are
+/// shown alike together.
+ordered_json countBy(FMDatabase& database, const std::string& column, const std::string& table,
+                     const std::string& what) {
+    ordered_json counts = ordered_json::object();
+    forEachRow(database, what,
+               // More than is shown of a value is not read either.
+               "SELECT substr(" + column + ", 1, " + std::to_string(ZAVPrintableSize + 1) +
+                   "), COUNT(*) FROM " + table + " GROUP BY " + column + " ORDER BY " + column,
+               [&counts](const FMResultSet& row) {
+                   const std::string value =
+                       ZAVPrintable(row.stringForColumnIndex(0).value_or("null"), ZAVEscapesInvalidUTF8);
+                   counts[value] = counts.value(value, std::int64_t{0}) + row.longLongIntForColumnIndex(1);
+               });
+    return counts;
 }
 
 /// How many events a query of the repository answers.
@@ -60,7 +67,7 @@ void countEvents(const std::shared_ptr<FMDatabase>& database, ordered_json& stat
     const ZAVEventRepository repository(database);
     // Before COUNT(*) alone, which not every engine ends in a file whose pages lead in circles: this one
     // ends.
-    const ordered_json byType = shown(countEventsByType(*database));
+    const ordered_json byType = countBy(*database, "type", "events", "cannot count the events by type");
     stats["events"] =
         answerOf("cannot count the events", [&](ZAVError* error) { return repository.countOfEvents(error); });
     stats["by_type"] = byType;
@@ -71,12 +78,14 @@ void countEvents(const std::shared_ptr<FMDatabase>& database, ordered_json& stat
     stats["unprocessed"] =
         countOf("unprocessed", [&](ZAVError* error) { return repository.unprocessedEvents(error); });
     // Counted where they are: these are nearly all events, too many to read only to learn their number.
-    stats["posted_and_processed"] = countPostedEvents(*database);
+    stats["posted_and_processed"] = queryNumber(*database, "cannot count the posted events",
+                                                "SELECT COUNT(*) FROM events WHERE seq IS NOT NULL");
 }
 
 void countParts(const std::shared_ptr<FMDatabase>& database, ordered_json& stats) {
     const ZAVEventRepository repository(database);
-    const ordered_json byTransferStatus = shown(countPartsByTransferStatus(*database));
+    const ordered_json byTransferStatus = countBy(*database, "transfer_status", "event_content_parts",
+                                                  "cannot count the content parts by transfer status");
     stats["parts"] = sumOf(byTransferStatus);
     stats["by_transfer_status"] = byTransferStatus;
     // The operation's figure is cut to 32 bits; where that shows, the true one stands beside it.
@@ -95,7 +104,9 @@ void countParts(const std::shared_ptr<FMDatabase>& database, ordered_json& stats
 ordered_json collect(const std::shared_ptr<FMDatabase>& database) {
     ordered_json stats;
     countEvents(database, stats);
-    stats["streams"] = countStreams(*database);
+    // The condition has the engine walk from row to row, which ends also where pages lead in circles.
+    stats["streams"] = queryNumber(*database, "cannot count the streams",
+                                   "SELECT COUNT(*) FROM streams WHERE database_identifier IS NOT NULL");
     countParts(database, stats);
     return stats;
 }

@@ -4,16 +4,17 @@
 
 #include <ZAVEventRepository/ZAVEventRepository.h>
 #include <ZAVEventRepository/ZAVMessageRepositoryCache.h>
-#include <ZAVEventRepository/ZAVTransaction.h>
 
 #include "Command.h"
+#include "Rows.h"
 #include "StoredPath.h"
-#include "StoredRows.h"
 
 namespace zavevents {
 namespace {
 
 using namespace zav;
+
+constexpr const char* cannotUpdate = "cannot update the content part";
 
 struct TransferOptions {
     std::int64_t event = 0;
@@ -26,6 +27,31 @@ struct TransferOptions {
     std::optional<double> accessed;
     std::optional<int> purged;
 };
+
+/// The row of a content part; none when there is no such part.
+std::optional<ZAVDatabaseIdentifier> rowOfPart(FMDatabase& database, ZAVDatabaseIdentifier event,
+                                               std::int64_t index) {
+    std::optional<ZAVDatabaseIdentifier> row;
+    forEachRow(
+        database, "cannot read the content part",
+        "SELECT database_identifier FROM event_content_parts"
+        " WHERE event_database_identifier = ? AND event_content_part_id = ?",
+        [&row](const FMResultSet& found) { row = found.longLongIntForColumnIndex(0); }, event, index);
+    return row;
+}
+
+/// Whether writing a part back as it was read would leave each column of its row as it is. What is stored may
+/// be more than a record can say: an expiration with a fraction, a purge mark that is NULL, an invalid URL.
+bool isAllOfItsRow(FMDatabase& database, const ZAVEventContent& part, ZAVDatabaseIdentifier row) {
+    return queryNumber(database, "cannot read the content part",
+                       "SELECT access_expiration IS ? AND url IS ? AND size IS ? AND transfer_status IS ?"
+                       " AND file_path IS ? AND last_accessed IS ? AND purged IS ? FROM event_content_parts"
+                       " WHERE database_identifier = ?",
+                       part.externalContentURLExpiration(), part.external_url(), part.size(),
+                       part.transferStatus(),
+                       part.fileURL() ? std::optional(part.fileURL()->relativePath()) : std::nullopt,
+                       part.lastAccessed(), part.isPurged(), row) != 0;
+}
 
 /// What the options assign to which columns.
 struct Assignments {
@@ -82,42 +108,32 @@ void apply(const TransferOptions& options, ZAVEventContent& part) {
 
 /// Runs the repository's update, which writes all columns of a part, where that changes those only that are
 /// given, and an update of these columns alone where it would not.
-void update(const TransferOptions& options, const ZAVEventRepository& repository, ZAVDatabaseIdentifier row,
-            const Assignments& given) {
-    FMDatabase& database = repository.database();
+bool update(const TransferOptions& options, const ZAVEventRepository& repository, ZAVDatabaseIdentifier row,
+            Assignments& given) {
     const auto part = repository.eventContentForEventDatabaseIdentifier(options.event, options.index);
-    if (part == nullptr || !isAllOfItsRow(database, *part, row)) {
-        updatePart(database, row, given.text, given.values);
-        return;
+    if (part != nullptr && isAllOfItsRow(repository.database(), *part, row)) {
+        apply(options, *part);
+        return repository.persistEventContentUpdate(*part);
     }
-    apply(options, *part);
-    if (!repository.persistEventContentUpdate(*part)) {
-        throw ToolError("cannot update the content part", database.lastError());
-    }
+    given.values.emplace_back(row);
+    return repository.database().executeBoundedUpdateWithArgumentsInArray(
+        "UPDATE event_content_parts SET " + given.text + " WHERE database_identifier = ?", given.values);
 }
 
-void transfer(const DatabaseFile& file, const TransferOptions& options) {
-    const ZAVEventRepository repository(openStore(file));
-    FMDatabase& database = repository.database();
-    ZAVError error;
-    auto transaction = ZAVTransaction::begin(database, &error);
-    if (!transaction) {
-        throw ToolError("cannot update the content part", error);
-    }
-    const auto row = rowOfPart(database, options.event, options.index);
+std::string transfer(const std::shared_ptr<FMDatabase>& database, const TransferOptions& options) {
+    const auto row = rowOfPart(*database, options.event, options.index);
     if (!row) {
         throw ToolError("event " + std::to_string(options.event) + " has no part " +
                         std::to_string(options.index));
     }
     int changed = 0;
-    if (const Assignments given = assignments(options); !given.values.empty()) {
-        update(options, repository, *row, given);
-        changed = database.changes();
+    if (Assignments given = assignments(options); !given.values.empty()) {
+        if (!update(options, ZAVEventRepository(database), *row, given)) {
+            throw ToolError(cannotUpdate, database->lastError());
+        }
+        changed = database->changes();
     }
-    if (!transaction->commit(&error)) {
-        throw ToolError("cannot update the content part", error);
-    }
-    std::cout << changed << (changed == 1 ? " part updated\n" : " parts updated\n");
+    return std::to_string(changed) + (changed == 1 ? " part updated" : " parts updated");
 }
 
 /// The path of a file that `reclaim` will be able to remove.
@@ -146,7 +162,7 @@ void addTransferCommand(CLI::App& app, Invocation& invocation) {
     addOption(parser, "--accessed", accessed, seconds(), "Last access, in seconds since 1970");
     addOption(parser, "--purged", purged, wholeNumber<int>(0, 1),
               "Whether the file was removed to reclaim space, 0 or 1");
-    command.does(transfer);
+    command.changes(transfer, cannotUpdate, cannotUpdate);
 }
 
 }  // namespace zavevents

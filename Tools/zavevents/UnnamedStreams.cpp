@@ -2,8 +2,7 @@
 
 #include <limits>
 
-#include "StoredRows.h"
-#include "ToolError.h"
+#include "Rows.h"
 
 namespace zavevents {
 
@@ -88,28 +87,24 @@ UnnamedStreams::Candidates& UnnamedStreams::candidatesFor(const ZAVData& clientI
     if (!isNew) {
         return candidates;
     }
-    auto rows = database_->executeBoundedQuery(
-        "SELECT stream_database_identifier, creator_id, events.seq FROM events JOIN streams"
-        " ON (streams.database_identifier = events.stream_database_identifier)"
-        " WHERE client_id = ? AND events.database_identifier <= ?"
-        " ORDER BY stream_id IS NOT NULL, events.database_identifier",
-        clientID, *newestRowBefore_);
-    ZAVError error;
-    while (rows && rows->nextWithError(&error)) {
+    const auto take = [&](const FMResultSet& event) {
         ++candidates.events;
-        const ZAVDatabaseIdentifier stream = rows->longLongIntForColumnIndex(0);
-        const auto creator = rows->stringForColumnIndex(1);
+        const ZAVDatabaseIdentifier stream = event.longLongIntForColumnIndex(0);
+        const auto creator = event.stringForColumnIndex(1);
         const auto& author = recognition_.authorOf(creator);
-        if (rows->columnIndexIsNull(2)) {
+        if (event.columnIndexIsNull(2)) {
             candidates.streams[{author, waiting}].push_back(stream);
         } else {
-            candidates.streams[{author, rows->longLongIntForColumnIndex(2)}].push_back(stream);
+            candidates.streams[{author, event.longLongIntForColumnIndex(2)}].push_back(stream);
             candidates.streams[{author, anySequence}].push_back(stream);
         }
-    }
-    if (!rows || error) {
-        throw ToolError("cannot look for a stored stream", database_->lastError());
-    }
+    };
+    forEachRow(*database_, "cannot look for a stored stream",
+               "SELECT stream_database_identifier, creator_id, events.seq FROM events JOIN streams"
+               " ON (streams.database_identifier = events.stream_database_identifier)"
+               " WHERE client_id = ? AND events.database_identifier <= ?"
+               " ORDER BY stream_id IS NOT NULL, events.database_identifier",
+               take, clientID, *newestRowBefore_);
     return candidates;
 }
 
