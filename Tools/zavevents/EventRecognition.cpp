@@ -4,7 +4,7 @@
 #include <limits>
 #include <utility>
 
-#include "ToolError.h"
+#include "Rows.h"
 
 namespace zavevents {
 
@@ -16,22 +16,7 @@ namespace {
 /// with what is imported.
 constexpr std::size_t worthKeeping = 16;
 
-[[noreturn]] void fail(const FMDatabase& database) {
-    throw ToolError("cannot look for a stored event", database.lastError());
-}
-
-/// Advances; a failure is not taken for the end.
-bool next(const FMDatabase& database, std::optional<FMResultSet>& rows) {
-    ZAVError error;
-    if (!rows) {
-        fail(database);
-    }
-    const bool isRow = rows->nextWithError(&error);
-    if (error) {
-        fail(database);
-    }
-    return isRow;
-}
+constexpr const char* cannotLook = "cannot look for a stored event";
 
 }  // namespace
 
@@ -39,11 +24,7 @@ EventRecognition::EventRecognition(std::shared_ptr<FMDatabase> database, std::op
     : database_(std::move(database)), userID_(std::move(userID)) {}
 
 bool EventRecognition::begin() {
-    auto rows = database_->executeBoundedQuery("PRAGMA data_version");
-    if (!next(*database_, rows)) {
-        fail(*database_);
-    }
-    const std::int64_t version = rows->longLongIntForColumnIndex(0);
+    const std::int64_t version = queryNumber(*database_, cannotLook, "PRAGMA data_version");
     const bool othersWrote = version_ && *version_ != version;
     version_ = version;
     if (othersWrote) {
@@ -84,21 +65,20 @@ void EventRecognition::noteStored(const ZAVEvent& event) {
 }
 
 EventRecognition::Answer EventRecognition::atSequence(const ZAVEvent& event, ZAVDatabaseIdentifier stream) {
-    auto rows = database_->executeBoundedQuery(
-        "SELECT database_identifier, client_id, creator_id FROM events"
-        " WHERE stream_database_identifier = ? AND seq = ? LIMIT 1",
-        stream, event.seq());
     Answer answer;
-    if (!next(*database_, rows)) {
-        return answer;
-    }
-    answer.row = rows->longLongIntForColumnIndex(0);
-    auto clientID = rows->dataForColumnIndex(1);
-    if (clientID != event.client_id()) {
-        answer.conflictingClientID = std::move(clientID).value_or(ZAVData());
-    } else if (const auto client = clients_.find(*event.client_id()); client != clients_.end()) {
-        client->second.erase({stream, authorOf(rows->stringForColumnIndex(2)), true, *answer.row});
-    }
+    const auto take = [&](const FMResultSet& stored) {
+        answer.row = stored.longLongIntForColumnIndex(0);
+        auto clientID = stored.dataForColumnIndex(1);
+        if (clientID != event.client_id()) {
+            answer.conflictingClientID = std::move(clientID).value_or(ZAVData());
+        } else if (const auto client = clients_.find(*event.client_id()); client != clients_.end()) {
+            client->second.erase({stream, authorOf(stored.stringForColumnIndex(2)), true, *answer.row});
+        }
+    };
+    forEachRow(*database_, cannotLook,
+               "SELECT database_identifier, client_id, creator_id FROM events"
+               " WHERE stream_database_identifier = ? AND seq = ? LIMIT 1",
+               take, stream, event.seq());
     return answer;
 }
 
@@ -131,19 +111,19 @@ EventRecognition::Answer EventRecognition::byClientID(const ZAVEvent& event, ZAV
 EventRecognition::Stream& EventRecognition::streamAt(ZAVDatabaseIdentifier row) {
     const auto [stream, isNew] = streams_.try_emplace(row);
     if (isNew) {
-        auto rows = database_->executeBoundedQuery(
-            "SELECT seq, typeof(seq) IN ('text', 'blob'), EXISTS"
-            " (SELECT 1 FROM events WHERE stream_database_identifier = ? AND seq IS NULL)"
-            " FROM events WHERE stream_database_identifier = ? ORDER BY seq DESC LIMIT 1",
-            row, row);
-        if (next(*database_, rows)) {
-            if (rows->boolForColumnIndex(1)) {  // sorts behind all numbers: each of them is looked for then
-                stream->second.greatestSeq = std::numeric_limits<std::int64_t>::max();
-            } else if (!rows->columnIndexIsNull(0)) {
-                stream->second.greatestSeq = rows->longLongIntForColumnIndex(0);
+        const auto take = [&known = stream->second](const FMResultSet& last) {
+            if (last.boolForColumnIndex(1)) {  // sorts behind all numbers: each of them is looked for then
+                known.greatestSeq = std::numeric_limits<std::int64_t>::max();
+            } else if (!last.columnIndexIsNull(0)) {
+                known.greatestSeq = last.longLongIntForColumnIndex(0);
             }
-            stream->second.hasWaiting = rows->boolForColumnIndex(2);
-        }
+            known.hasWaiting = last.boolForColumnIndex(2);
+        };
+        forEachRow(*database_, cannotLook,
+                   "SELECT seq, typeof(seq) IN ('text', 'blob'), EXISTS"
+                   " (SELECT 1 FROM events WHERE stream_database_identifier = ? AND seq IS NULL)"
+                   " FROM events WHERE stream_database_identifier = ? ORDER BY seq DESC LIMIT 1",
+                   take, row, row);
     }
     return stream->second;
 }
@@ -153,14 +133,15 @@ EventRecognition::Keys& EventRecognition::eventsOf(const ZAVData& clientID) {
         return known->second;
     }
     Keys events;
-    auto rows = database_->executeBoundedQuery(
+    const auto take = [&](const FMResultSet& row) {
+        events.emplace(row.longLongIntForColumnIndex(0), authorOf(row.stringForColumnIndex(1)),
+                       row.boolForColumnIndex(2), row.longLongIntForColumnIndex(3));
+    };
+    forEachRow(
+        *database_, cannotLook,
         "SELECT stream_database_identifier, creator_id, seq IS NOT NULL, database_identifier FROM events"
         " WHERE client_id = ?",
-        clientID);
-    while (next(*database_, rows)) {
-        events.emplace(rows->longLongIntForColumnIndex(0), authorOf(rows->stringForColumnIndex(1)),
-                       rows->boolForColumnIndex(2), rows->longLongIntForColumnIndex(3));
-    }
+        take, clientID);
     return clients_.emplace(clientID, std::move(events)).first->second;
 }
 
