@@ -40,13 +40,22 @@ struct Field {
         throw BadLine(ZAVPrintable(std::string(place).append(key)) + " " + complaint);
     }
 
-    [[nodiscard]] std::string_view text() const {
-        std::string_view result;
-        if (value.get_string().get(result) != simdjson::SUCCESS) {
-            complain("is not text");
+    /// The value, if it is of the parser's type.
+    template <class Value>
+    [[nodiscard]] Value as(const char* complaint) const {
+        Value result{};
+        if (value.get(result) != simdjson::SUCCESS) {
+            complain(complaint);
         }
         return result;
     }
+
+    [[nodiscard]] std::string_view text() const { return as<std::string_view>("is not text"); }
+    [[nodiscard]] bool boolean() const { return as<bool>("is neither true nor false"); }
+    [[nodiscard]] simdjson::dom::object object() const {
+        return as<simdjson::dom::object>("is not an object");
+    }
+    [[nodiscard]] simdjson::dom::array array() const { return as<simdjson::dom::array>("is not an array"); }
 
     template <class Number>
     [[nodiscard]] Number number(std::int64_t least = std::numeric_limits<Number>::min(),
@@ -63,22 +72,11 @@ struct Field {
     }
 
     [[nodiscard]] ZAVDate date() const {
-        double seconds = 0;
-        if (value.get_double().get(seconds) != simdjson::SUCCESS) {
-            complain("is not a number of seconds");
-        }
+        const auto seconds = as<double>("is not a number of seconds");
         if (std::abs(seconds) >= beyondEveryDouble) {
             complain("is out of range");
         }
         return ZAVDateFromSecondsSince1970(seconds + 0.0);  // negative zero is stored as plain zero
-    }
-
-    [[nodiscard]] bool boolean() const {
-        bool result = false;
-        if (value.get_bool().get(result) != simdjson::SUCCESS) {
-            complain("is neither true nor false");
-        }
-        return result;
     }
 
     [[nodiscard]] ZAVUUID uuid() const {
@@ -95,22 +93,6 @@ struct Field {
             complain("is not base64");
         }
         return *std::move(result);
-    }
-
-    [[nodiscard]] simdjson::dom::object object() const {
-        simdjson::dom::object result;
-        if (value.get_object().get(result) != simdjson::SUCCESS) {
-            complain("is not an object");
-        }
-        return result;
-    }
-
-    [[nodiscard]] simdjson::dom::array array() const {
-        simdjson::dom::array result;
-        if (value.get_array().get(result) != simdjson::SUCCESS) {
-            complain("is not an array");
-        }
-        return result;
     }
 };
 
