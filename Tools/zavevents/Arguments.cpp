@@ -1,6 +1,5 @@
 #include "Arguments.h"
 
-#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
@@ -10,27 +9,20 @@
 #include <ZAVEventRepository/ZAVPrintable.h>
 #include <ZAVEventRepository/ZAVUTF8.h>
 
+#include "JSONNumbers.h"
+
 namespace zavevents {
 namespace {
 
 constexpr std::size_t longestName = 127;
 
-/// More than fit on a command line.
-constexpr int manyWords = 1 << 24;
-
-constexpr std::string_view digits = "0123456789";
-
 bool isRestrictedName(std::string_view name) {
-    static constexpr std::string_view alphanumeric =
-        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
-    static constexpr std::string_view others = "!#$&-^_.+";
-    const auto isIn = [](std::string_view characters) {
-        return [characters](char character) { return characters.find(character) != std::string_view::npos; };
-    };
-    return !name.empty() && name.size() <= longestName && isIn(alphanumeric)(name.front()) &&
-           std::all_of(name.begin(), name.end(), [&](char character) {
-               return isIn(alphanumeric)(character) || isIn(others)(character);
-           });
+    static constexpr std::string_view characters =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789!#$&-^_.+";
+    static constexpr std::string_view firsts = characters.substr(0, characters.find('!'));
+    return !name.empty() && name.size() <= longestName &&
+           firsts.find(name.front()) != std::string_view::npos &&
+           name.find_first_not_of(characters) == std::string_view::npos;
 }
 
 bool isMediaTypeName(std::string_view text) {
@@ -39,54 +31,12 @@ bool isMediaTypeName(std::string_view text) {
            isRestrictedName(text.substr(slash + 1));
 }
 
-/// Takes the digits at the beginning of a text off; whether there are any.
-bool takeDigits(std::string_view& text) {
-    const std::size_t count = std::min(text.find_first_not_of(digits), text.size());
-    text.remove_prefix(count);
-    return count != 0;
-}
-
-bool takeOneOf(std::string_view& text, std::string_view characters) {
-    const bool found = !text.empty() && characters.find(text.front()) != std::string_view::npos;
-    text.remove_prefix(found ? 1 : 0);
-    return found;
-}
-
-/// Whether a text is a number in decimal digits, with a fraction and an exponent perhaps. The C library takes
-/// more: hexadecimal ones, blanks, "nan" and "inf".
-bool isDecimal(std::string_view text) {
-    takeOneOf(text, "-");
-    if (!takeDigits(text) || (takeOneOf(text, ".") && !takeDigits(text))) {
-        return false;
-    }
-    if (takeOneOf(text, "eE")) {
-        takeOneOf(text, "+-");
-        return takeDigits(text) && text.empty();
-    }
-    return text.empty();
-}
-
 std::optional<double> finiteNumber(const std::string& text) {
-    if (!isDecimal(text)) {
+    if (!isDecimal(text)) {  // the C library takes more: hexadecimal numbers, blanks, "nan" and "inf"
         return std::nullopt;
     }
     const double number = std::strtod(text.c_str(), nullptr);
     return std::isfinite(number) ? std::optional(number) : std::nullopt;
-}
-
-/// Has the words of an option read one after the other. They reach `read` as they were typed.
-CLI::Option* addReadOption(CLI::App& command, const std::string& name, const WordReader& read,
-                           const std::string& description) {
-    const CLI::callback_t readAll = [name, read](const CLI::results_t& words) {
-        for (const std::string& word : words) {
-            const std::string objection = read(word);
-            if (!objection.empty()) {
-                throw CLI::ValidationError(name, objection);
-            }
-        }
-        return true;
-    };
-    return command.add_option(name, readAll, description);
 }
 
 }  // namespace
@@ -161,15 +111,18 @@ Kind<std::string> mediaType() {
             }};
 }
 
-CLI::Option* addOptionOfWord(CLI::App& command, const std::string& name, const std::string& kind,
-                             const WordReader& read, const std::string& description) {
-    return addReadOption(command, name, read, description)->type_name(kind);
-}
-
-CLI::Option* addOptionOfWords(CLI::App& command, const std::string& name, const std::string& kind,
-                              const WordReader& read, const std::string& description) {
-    // Not without an upper bound: the words would be looked at for lists in brackets.
-    return addReadOption(command, name, read, description)->type_name(kind + " ...")->expected(1, manyWords);
+CLI::Option* addReadOption(CLI::App& command, const std::string& name, const WordReader& read,
+                           const std::string& description) {
+    const CLI::callback_t readAll = [name, read](const CLI::results_t& words) {
+        for (const std::string& word : words) {
+            const std::string objection = read(word);
+            if (!objection.empty()) {
+                throw CLI::ValidationError(name, objection);
+            }
+        }
+        return true;
+    };
+    return command.add_option(name, readAll, description);
 }
 
 std::string isNot(const std::string& word, const std::string& wanted) {

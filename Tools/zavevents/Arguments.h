@@ -61,18 +61,27 @@ template <class Number>
 /// statement.
 [[nodiscard]] Kind<std::string> mediaType();
 
-/// Adds an option, or a positional argument, of one word. `read` takes it, and says what is wrong with it
-/// unless that is nothing.
-using WordReader = std::function<std::string(const std::string& word)>;
-CLI::Option* addOptionOfWord(CLI::App& command, const std::string& name, const std::string& kind,
-                             const WordReader& read, const std::string& description);
-
-/// The same for one or more words.
-CLI::Option* addOptionOfWords(CLI::App& command, const std::string& name, const std::string& kind,
-                              const WordReader& read, const std::string& description);
-
 /// What is said of a word that is refused.
 [[nodiscard]] std::string isNot(const std::string& word, const std::string& wanted);
+
+/// Takes a word as it was typed, and says what is wrong with it unless that is nothing.
+using WordReader = std::function<std::string(const std::string& word)>;
+
+/// Adds an option, or a positional argument, whose words are read one after the other.
+CLI::Option* addReadOption(CLI::App& command, const std::string& name, const WordReader& read,
+                           const std::string& description);
+
+/// Reads words of a kind, and hands their values to `take`.
+template <class Value, class Take>
+[[nodiscard]] WordReader readingAs(const Kind<Value>& kind, const Take& take) {
+    return [kind, take](const std::string& word) {
+        const std::optional<Value> value = kind.read(word);
+        if (value) {
+            take(*value);
+        }
+        return value ? std::string() : isNot(word, kind.wanted);
+    };
+}
 
 /// Adds an option that sets `target` to the value of its word. Without the option `target` stays as it is;
 /// where that matters it is an `std::optional`.
@@ -81,28 +90,20 @@ CLI::Option* addOption(CLI::App& command, const std::string& name, Target& targe
                        const std::string& description) {
     static_assert(std::is_same_v<Target, Value> || std::is_same_v<Target, std::optional<Value>>,
                   "the value is stored as it was read");
-    const auto read = [&target, kind](const std::string& word) {
-        const std::optional<Value> value = kind.read(word);
-        if (value) {
-            target = *value;
-        }
-        return value ? std::string() : isNot(word, kind.wanted);
-    };
-    return addOptionOfWord(command, name, kind.name, read, description);
+    const auto set = [&target](const Value& value) { target = value; };
+    return addReadOption(command, name, readingAs(kind, set), description)->type_name(kind.name);
 }
 
 /// Adds an option that takes one or more words, and may be repeated.
 template <class Value>
 CLI::Option* addOption(CLI::App& command, const std::string& name, std::vector<Value>& target,
                        const Kind<Value>& kind, const std::string& description) {
-    const auto read = [&target, kind](const std::string& word) {
-        const std::optional<Value> value = kind.read(word);
-        if (value) {
-            target.push_back(*value);
-        }
-        return value ? std::string() : isNot(word, kind.wanted);
-    };
-    return addOptionOfWords(command, name, kind.name, read, description);
+    constexpr int manyWords = 1 << 24;  // more than fit on a command line
+    const auto add = [&target](const Value& value) { target.push_back(value); };
+    // Not without an upper bound: the words would be looked at for lists in brackets.
+    return addReadOption(command, name, readingAs(kind, add), description)
+        ->type_name(kind.name + " ...")
+        ->expected(1, manyWords);
 }
 
 }  // namespace zavevents

@@ -29,21 +29,10 @@ bool pass(std::string_view& text, std::string_view characters) {
     return isNext;
 }
 
+/// Whether a text is a number by JSON's rules, by which no zero stands before another digit.
 bool isNumber(std::string_view text) {
-    pass(text, "-");
-    if (!pass(text, "0") && !passDigits(text)) {
-        return false;
-    }
-    if (pass(text, ".") && !passDigits(text)) {
-        return false;
-    }
-    if (pass(text, "eE")) {
-        pass(text, "+-");
-        if (!passDigits(text)) {
-            return false;
-        }
-    }
-    return text.empty();
+    const std::string_view digits = text.substr(text.starts_with('-') ? 1 : 0);
+    return isDecimal(text) && !(digits.size() > 1 && digits[0] == '0' && isDigit(digits[1]));
 }
 
 /// The longest run of characters that numbers are made of.
@@ -78,6 +67,18 @@ void appendReadable(std::string_view number, std::string& out) {
 }
 
 }  // namespace
+
+bool isDecimal(std::string_view text) {
+    pass(text, "-");
+    if (!passDigits(text) || (pass(text, ".") && !passDigits(text))) {
+        return false;
+    }
+    if (pass(text, "eE")) {
+        pass(text, "+-");
+        return passDigits(text) && text.empty();
+    }
+    return text.empty();
+}
 
 std::string withReadableNumbers(std::string_view line) {
     std::string out;

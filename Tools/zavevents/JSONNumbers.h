@@ -5,6 +5,9 @@
 
 namespace zavevents {
 
+/// Whether a text is a number in decimal digits, with a fraction and an exponent perhaps. Zeros may lead it.
+[[nodiscard]] bool isDecimal(std::string_view text);
+
 /// What `withReadableNumbers` writes for a number that is beyond every double.
 inline constexpr double beyondEveryDouble = 1.7976931348623157e308;
 
