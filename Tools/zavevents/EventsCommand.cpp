@@ -38,15 +38,9 @@ std::vector<std::shared_ptr<ZAVEvent>> select(const ZAVEventRepository& reposito
     ZAVError error;
     std::optional<ZAVSet<ZAVEvent>> events;
     if (options.row || options.seq) {
-        std::shared_ptr<ZAVEvent> event;
-        if (options.row) {
-            event = repository.eventForDatabaseIdentifier(*options.row, &error);
-        } else {
-            event = repository.eventWithSeq(*options.seq, *options.stream, &error);
-        }
-        if (!error || event) {
-            events.emplace();
-        }
+        const auto event = options.row ? repository.eventForDatabaseIdentifier(*options.row, &error)
+                                       : repository.eventWithSeq(*options.seq, *options.stream, &error);
+        events.emplace();
         if (event) {
             events->insert(event);
         }

@@ -140,9 +140,26 @@ bool mayBeRefused(const ZAVEvent& event) {
 }  // namespace
 
 ReadBackCheck::ReadBackCheck(FMDatabase& database) : reader_(std::nullopt) {
-    findOddEvents(database);
-    findOddParts(database);
-    findOddPaths(database);
+    forEachRow(database, cannotRead, queryOfOdd(oddEventColumns, "database_identifier", "events"),
+               [this](const FMResultSet& row) {
+                   note(row.longLongIntForColumnIndex(0), row.stringForColumnIndex(1).value_or(""));
+               });
+    forEachRow(
+        database, cannotRead, queryOfOdd(oddPartColumns, "event_database_identifier", "event_content_parts"),
+        [this](const FMResultSet& row) {
+            note(row.longLongIntForColumnIndex(0), row.stringForColumnIndex(1).value_or("") + " of a part");
+        });
+    // A path that no URL can be made of is absent from the record.
+    const ZAVURL directory = ZAVMessageRepositoryCacheBaseDirectoryURL();
+    forEachRow(database, cannotRead,
+               "SELECT event_database_identifier, file_path FROM event_content_parts"
+               " WHERE file_path GLOB '*[^-A-Za-z0-9._/~]*'",
+               [&](const FMResultSet& row) {
+                   const auto path = row.stringForColumnIndex(1);
+                   if (path && !ZAVURL::URLWithString(*path, directory)) {
+                       note(row.longLongIntForColumnIndex(0), "the stored file_path of a part");
+                   }
+               });
 }
 
 void ReadBackCheck::findTwins(const std::vector<std::shared_ptr<ZAVEvent>>& events,
@@ -196,35 +213,6 @@ std::string ReadBackCheck::reasonsFor(const ZAVEvent& event, std::string_view li
         }
     }
     return reasons;
-}
-
-void ReadBackCheck::findOddEvents(FMDatabase& database) {
-    forEachRow(database, cannotRead, queryOfOdd(oddEventColumns, "database_identifier", "events"),
-               [this](const FMResultSet& row) {
-                   note(row.longLongIntForColumnIndex(0), row.stringForColumnIndex(1).value_or(""));
-               });
-}
-
-void ReadBackCheck::findOddParts(FMDatabase& database) {
-    forEachRow(
-        database, cannotRead, queryOfOdd(oddPartColumns, "event_database_identifier", "event_content_parts"),
-        [this](const FMResultSet& row) {
-            note(row.longLongIntForColumnIndex(0), row.stringForColumnIndex(1).value_or("") + " of a part");
-        });
-}
-
-/// A path that no URL can be made of is absent from the record.
-void ReadBackCheck::findOddPaths(FMDatabase& database) {
-    const ZAVURL directory = ZAVMessageRepositoryCacheBaseDirectoryURL();
-    forEachRow(database, cannotRead,
-               "SELECT event_database_identifier, file_path FROM event_content_parts"
-               " WHERE file_path GLOB '*[^-A-Za-z0-9._/~]*'",
-               [&](const FMResultSet& row) {
-                   const auto path = row.stringForColumnIndex(1);
-                   if (path && !ZAVURL::URLWithString(*path, directory)) {
-                       note(row.longLongIntForColumnIndex(0), "the stored file_path of a part");
-                   }
-               });
 }
 
 void ReadBackCheck::note(ZAVDatabaseIdentifier event, const std::string& reason) {

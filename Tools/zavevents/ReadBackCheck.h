@@ -33,9 +33,6 @@ public:
     [[nodiscard]] std::string reasonsFor(const zav::ZAVEvent& event, std::string_view line);
 
 private:
-    void findOddEvents(zav::FMDatabase& database);
-    void findOddParts(zav::FMDatabase& database);
-    void findOddPaths(zav::FMDatabase& database);
     void note(zav::ZAVDatabaseIdentifier event, const std::string& reason);
 
     EventReader reader_;

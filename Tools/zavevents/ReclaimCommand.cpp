@@ -17,50 +17,41 @@ struct ReclaimOptions {
     bool dryRun = false;
 };
 
-/// Prints what became of each part, and counts.
-class ReclaimReport {
-public:
-    void add(const ReclaimedContent& content) {
-        using Outcome = ReclaimedContent::Outcome;
-        parts_ += content.parts;
-        bytes_ += content.bytes;
-        if (content.outcome == Outcome::refused) {
-            ++refused_;
-            std::cerr << ZAVPrintable(content.reason) << '\n';
-            return;
-        }
-        std::cout << ZAVPrintable(content.path) << ": "
-                  << (content.outcome == Outcome::removed ? std::to_string(content.bytes) + " bytes"
-                      : content.outcome == Outcome::gone  ? "was gone already"
-                                                         : "kept, since a part that is not complete needs it")
-                  << '\n';
+/// Prints what became of a part.
+void tell(const ReclaimedContent& content) {
+    using Outcome = ReclaimedContent::Outcome;
+    if (content.outcome == Outcome::refused) {
+        std::cerr << ZAVPrintable(content.reason) << '\n';
+        return;
     }
-
-    [[nodiscard]] std::size_t parts() const { return parts_; }
-    [[nodiscard]] std::uint64_t bytes() const { return bytes_; }
-    [[nodiscard]] std::size_t refused() const { return refused_; }
-
-private:
-    std::size_t parts_ = 0;
-    std::uint64_t bytes_ = 0;
-    std::size_t refused_ = 0;
-};
+    std::cout << ZAVPrintable(content.path) << ": "
+              << (content.outcome == Outcome::removed ? std::to_string(content.bytes) + " bytes"
+                  : content.outcome == Outcome::gone  ? "was gone already"
+                                                      : "kept, since a part that is not complete needs it")
+              << '\n';
+}
 
 void reclaim(const DatabaseFile& file, const ReclaimOptions& options) {
     const auto database = openStore(file);
     ContentReclaimer reclaimer(*database, options.cache);
-    ReclaimReport report;
-    const auto tell = [&report](const ReclaimedContent& content) { report.add(content); };
+    std::size_t parts = 0;
+    std::uint64_t bytes = 0;
+    std::size_t refused = 0;
+    const auto count = [&](const ReclaimedContent& content) {
+        parts += content.parts;
+        bytes += content.bytes;
+        refused += content.outcome == ReclaimedContent::Outcome::refused ? 1 : 0;
+        tell(content);
+    };
     ZAVError error;
-    const bool succeeded = options.dryRun ? reclaimer.foretell(options.bytes, tell, &error)
-                                          : reclaimer.reclaim(options.bytes, tell, &error);
-    std::cout << report.parts() << " parts, " << report.bytes()
-              << (options.dryRun ? " bytes to free\n" : " bytes freed\n");
+    const bool succeeded = options.dryRun ? reclaimer.foretell(options.bytes, count, &error)
+                                          : reclaimer.reclaim(options.bytes, count, &error);
+    std::cout << parts << " parts, " << bytes << (options.dryRun ? " bytes to free\n" : " bytes freed\n");
     if (!succeeded) {
         throw ToolError("cannot reclaim", error);
     }
-    if (report.refused() != 0 && report.bytes() < options.bytes) {
-        throw ToolError(std::to_string(report.refused()) + " parts could not be reclaimed");
+    if (refused != 0 && bytes < options.bytes) {
+        throw ToolError(std::to_string(refused) + " parts could not be reclaimed");
     }
 }
 
