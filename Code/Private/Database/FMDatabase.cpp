@@ -8,27 +8,8 @@
 #include "Private/Database/Internal/ZAVDatabaseOpening.h"
 
 namespace zav {
-namespace {
 
 using Reach = ZAVConnection::Reach;
-
-std::optional<FMResultSet> queryWith(ZAVConnection& connection, ZAVStatement* statement, Reach reach) {
-    if (statement == nullptr) {
-        return std::nullopt;
-    }
-    connection.begin(*statement, reach);
-    return FMResultSet(connection, *statement);
-}
-
-bool updateWith(ZAVConnection& connection, ZAVStatement* statement, Reach reach) {
-    if (statement == nullptr) {
-        return false;
-    }
-    connection.begin(*statement, reach);
-    return connection.finish(*statement);
-}
-
-}  // namespace
 
 std::shared_ptr<FMDatabase> FMDatabase::databaseWithPath(const std::string& path,
                                                          const FMDatabaseOptions& options, ZAVError* error) {
@@ -44,19 +25,19 @@ FMDatabase::~FMDatabase() {
 }
 
 std::optional<FMResultSet> FMDatabase::query(ZAVStatement* statement) {
-    return queryWith(*connection_, statement, Reach::free);
+    return connection_->query(statement, Reach::free);
 }
 
 std::optional<FMResultSet> FMDatabase::boundedQuery(ZAVStatement* statement) {
-    return queryWith(*connection_, statement, Reach::bounded);
+    return connection_->query(statement, Reach::bounded);
 }
 
 bool FMDatabase::update(ZAVStatement* statement) {
-    return updateWith(*connection_, statement, Reach::free);
+    return connection_->update(statement, Reach::free);
 }
 
 bool FMDatabase::boundedUpdate(ZAVStatement* statement) {
-    return updateWith(*connection_, statement, Reach::bounded);
+    return connection_->update(statement, Reach::bounded);
 }
 
 std::optional<FMResultSet> FMDatabase::executeQueryWithArgumentsInArray(std::string_view sql,

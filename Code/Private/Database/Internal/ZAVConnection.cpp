@@ -271,21 +271,11 @@ std::optional<std::uint64_t> ZAVConnection::beginTransaction() {
         }
         giveBackUnused(*statement);
     }
-    return run("BEGIN IMMEDIATE") ? std::optional(++transactionNumber_) : std::nullopt;
+    return update(lend("BEGIN IMMEDIATE"), Reach::free) ? std::optional(++transactionNumber_) : std::nullopt;
 }
 
 bool ZAVConnection::commitTransaction() {
-    return run("COMMIT");
-}
-
-/// Runs a statement without values.
-bool ZAVConnection::run(std::string_view sql) {
-    ZAVStatement* const statement = lend(sql);
-    if (statement == nullptr) {
-        return false;
-    }
-    begin(*statement, Reach::free);
-    return finish(*statement);
+    return update(lend("COMMIT"), Reach::free);
 }
 
 bool ZAVConnection::isInTransaction() const noexcept {
@@ -299,7 +289,7 @@ void ZAVConnection::endTransaction() noexcept {
         return;
     }
     try {
-        static_cast<void>(run("ROLLBACK"));
+        update(lend("ROLLBACK"), Reach::free);
     } catch (const std::bad_alloc&) {
         lastError_ = {ZAVErrorDomainSQLite, SQLITE_NOMEM, "out of memory"};  // short enough to need none
     }

@@ -12,6 +12,7 @@
 
 #include <ZAVEventRepository/FMObservation.h>
 #include <ZAVEventRepository/FMParameter.h>
+#include <ZAVEventRepository/FMResultSet.h>
 #include <ZAVEventRepository/ZAVDatabaseError.h>
 #include <ZAVEventRepository/ZAVError.h>
 
@@ -33,8 +34,9 @@ using ZAVEngineHandle = std::unique_ptr<sqlite3, ZAVEngineCloser>;
 /// failed call, and who watches. The handle, its cursors, the scoped transaction and the schema work through
 /// it.
 ///
-/// A statement's life is lend, bind, `begin`, `step` until there is no further row, and `giveBack`, or
-/// `discardFailed` when a step failed. What fails stores its reason as `lastError`.
+/// A statement's life is lend, bind, `query`, `step` until there is no further row, and `giveBack`, or
+/// `discardFailed` when a step failed; `update` does all but the first two. What fails stores its reason as
+/// `lastError`.
 class ZAVConnection {
 public:
     /// What opening decided, for calls that come later.
@@ -105,14 +107,23 @@ public:
     [[nodiscard]] bool bindBytes(ZAVStatement& statement, int position, const FMParameter& value,
                                  bool isCopied);
 
-    /// Makes a lent statement ready for its first step.
-    void begin(ZAVStatement& statement, Reach reach) noexcept {
-        if (reach == Reach::bounded) {
-            bounds_.begin(statement.run);
-        } else {
-            statement.run.isBounded = false;
-            statement.run.hasPassedBounds = false;
+    /// A cursor over a lent statement whose values are bound; none for null.
+    [[nodiscard]] std::optional<FMResultSet> query(ZAVStatement* statement, Reach reach) {
+        if (statement == nullptr) {
+            return std::nullopt;
         }
+        begin(*statement, reach);
+        return FMResultSet(*this, *statement);
+    }
+
+    /// Runs a lent statement whose values are bound to its end, and takes it back. False for null, and on
+    /// failure.
+    bool update(ZAVStatement* statement, Reach reach) {
+        if (statement == nullptr) {
+            return false;
+        }
+        begin(*statement, reach);
+        return finish(*statement);
     }
 
     /// Goes to the next row. Answers as the engine does, and that the file is damaged when the run has passed
@@ -121,9 +132,6 @@ public:
 
     /// One step without a bound, for those who watch.
     [[nodiscard]] int stepUnbounded(ZAVStatement& statement) const noexcept;
-
-    /// Runs a statement that was begun to its end, and takes it back.
-    bool finish(ZAVStatement& statement);
 
     /// Takes back a statement that ran. Answers what the engine says of its last row.
     int giveBack(ZAVStatement& statement) noexcept;
@@ -177,10 +185,18 @@ private:
         return status == SQLITE_OK || discardUnbound(statement);
     }
     bool discardUnbound(ZAVStatement& statement);
+    void begin(ZAVStatement& statement, Reach reach) noexcept {
+        if (reach == Reach::bounded) {
+            bounds_.begin(statement.run);
+        } else {
+            statement.run.isBounded = false;
+            statement.run.hasPassedBounds = false;
+        }
+    }
+    bool finish(ZAVStatement& statement);
     [[nodiscard]] int stepWatched(ZAVStatement& statement) noexcept;
     [[nodiscard]] bool runStatements(const char* script);
     [[nodiscard]] bool runToEnd(sqlite3_stmt* statement);
-    [[nodiscard]] bool run(std::string_view sql);
     [[nodiscard]] bool leaveAbandonedTransaction() noexcept;
     void noteEndOfTransaction() noexcept;
     void deliverChanges() noexcept;

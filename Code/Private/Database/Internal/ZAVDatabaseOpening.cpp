@@ -8,8 +8,6 @@
 #include <optional>
 #include <utility>
 
-#include <ZAVEventRepository/FMResultSet.h>
-
 #include "Private/Database/Internal/ZAVDatabaseFile.h"
 #include "Private/Database/Internal/ZAVEncryption.h"
 #include "Private/Database/Internal/ZAVOptionsCheck.h"
@@ -78,19 +76,9 @@ void refuseHostileSchema(sqlite3* engine) noexcept {
 #endif
 }
 
-/// A cursor over a statement without values; none on failure.
-std::optional<FMResultSet> query(ZAVConnection& connection, std::string_view sql) {
-    ZAVStatement* const statement = connection.lend(sql);
-    if (statement == nullptr) {
-        return std::nullopt;
-    }
-    connection.begin(*statement, ZAVConnection::Reach::free);
-    return FMResultSet(connection, *statement);
-}
-
 /// Reading the version is the first look into the file: it tells whether there is a database in it at all.
 bool hasKnownVersion(ZAVConnection& connection, std::optional<std::int32_t> newest) {
-    auto rows = query(connection, "PRAGMA user_version");
+    auto rows = connection.query(connection.lend("PRAGMA user_version"), ZAVConnection::Reach::free);
     ZAVError error;
     if (!rows || (!rows->nextWithError(&error) && error)) {
         return false;
@@ -201,7 +189,7 @@ bool ZAVUseWriteAheadLog(ZAVConnection& connection) {
         sqlite3_sleep(pauseInMilliseconds);
     }
     // Where the file system shares no memory, and in memory, the engine keeps to the journal without a word.
-    auto mode = query(connection, "PRAGMA journal_mode");
+    auto mode = connection.query(connection.lend("PRAGMA journal_mode"), ZAVConnection::Reach::free);
     if (!mode || !mode->next()) {
         return false;
     }

@@ -14,11 +14,8 @@ namespace {
 /// Visits each row that the statement counts. Answers false on failure.
 bool walk(ZAVConnection& connection, const ZAVStatement& count) {
     ZAVStatement* const walk = connection.lend(count.sql() + " WHERE ? IS NULL");
-    if (walk == nullptr || !connection.bind(*walk, 1, nullptr)) {
-        return false;
-    }
-    connection.begin(*walk, ZAVConnection::Reach::bounded);
-    return connection.finish(*walk);
+    return walk != nullptr && connection.bind(*walk, 1, nullptr) &&
+           connection.update(walk, ZAVConnection::Reach::bounded);
 }
 
 }  // namespace
