@@ -13,7 +13,6 @@
 
 #include "CacheDirectory.h"
 #include "ContentRows.h"
-
 #include "StoredPath.h"
 #include "TrashName.h"
 

@@ -18,7 +18,6 @@
 
 #include "Base64.h"
 #include "JSONNumbers.h"
-
 #include "StoredPath.h"
 
 namespace zavevents {

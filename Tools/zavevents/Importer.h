@@ -18,7 +18,6 @@
 
 #include "EventReader.h"
 #include "EventRecognition.h"
-
 #include "UnnamedStreams.h"
 
 namespace zavevents {

@@ -11,7 +11,6 @@
 
 #include "Private/Database/Internal/ZAVDatabaseOpening.h"
 #include "Private/Database/Internal/ZAVSchemaMigrations.h"
-#include "Private/Database/Internal/ZAVSchemaVersion.h"
 #include "Private/Database/Internal/ZAVStatements.h"
 
 namespace zav {

@@ -49,8 +49,8 @@ private:
     bool haveThread() noexcept;
     void writeLines() noexcept;
     void writeNext(Lock& lock) noexcept;
+    void writeUnlocked(const ZAVLogStamp& stamp, std::string_view text, Lock& lock) noexcept;
     void awaitWritten(std::uint64_t number, Lock& lock) noexcept;
-    void awaitTurn(Lock& lock) noexcept;
 
     static constexpr std::size_t capacity = 8192;
 
@@ -113,13 +113,10 @@ bool ZAVStandardErrorSink::Queue::add(const DDLogMessage& message, const ZAVLogT
 void ZAVStandardErrorSink::Queue::writeAtOnce(const DDLogMessage& message, const ZAVLogText& text) {
     Lock lock(mutex_);
     awaitWritten(addedCount_, lock);
-    awaitTurn(lock);
-    writing_ = true;
-    lock.unlock();
-    output_.write(ZAVLogStamp(message.flag), text.text());
-    lock.lock();
-    writing_ = false;
-    written_.notify_all();
+    while (writing_) {
+        written_.wait(lock);
+    }
+    writeUnlocked(ZAVLogStamp(message.flag), text.text(), lock);
     added_.notify_one();
 }
 
@@ -154,17 +151,23 @@ void ZAVStandardErrorSink::Queue::writeLines() noexcept {
     }
 }
 
-/// Writes the first line of the queue, without the lock. To be called when nobody is writing.
+/// Writes a line without the lock. To be called when nobody is writing.
+void ZAVStandardErrorSink::Queue::writeUnlocked(const ZAVLogStamp& stamp, std::string_view text,
+                                                Lock& lock) noexcept {
+    writing_ = true;
+    lock.unlock();
+    output_.write(stamp, text);
+    lock.lock();
+    writing_ = false;
+    written_.notify_all();
+}
+
+/// Writes the first line of the queue. To be called when nobody is writing.
 void ZAVStandardErrorSink::Queue::writeNext(Lock& lock) noexcept {
     const Line line = std::move(lines_.front());
     lines_.pop_front();
-    writing_ = true;
-    lock.unlock();
-    output_.write(line.stamp, line.text);
-    lock.lock();
-    writing_ = false;
+    writeUnlocked(line.stamp, line.text, lock);
     ++writtenCount_;
-    written_.notify_all();
     if (!lines_.empty()) {
         added_.notify_one();
     }
@@ -177,12 +180,6 @@ void ZAVStandardErrorSink::Queue::awaitWritten(std::uint64_t number, Lock& lock)
         } else {
             writeNext(lock);
         }
-    }
-}
-
-void ZAVStandardErrorSink::Queue::awaitTurn(Lock& lock) noexcept {
-    while (writing_) {
-        written_.wait(lock);
     }
 }
 

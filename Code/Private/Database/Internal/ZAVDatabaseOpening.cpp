@@ -11,7 +11,6 @@
 #include "Private/Database/Internal/ZAVDatabaseFile.h"
 #include "Private/Database/Internal/ZAVEncryption.h"
 #include "Private/Database/Internal/ZAVOptionsCheck.h"
-#include "Private/Database/Internal/ZAVSchemaVersion.h"
 
 namespace zav {
 namespace {
@@ -175,6 +174,12 @@ std::unique_ptr<ZAVConnection> ZAVOpenDatabase(const std::string& path, const FM
     }
     ZAVCloseUntouched(*connection);
     return nullptr;
+}
+
+ZAVError ZAVErrorOfNewerSchema(std::int64_t version, std::int64_t newest) {
+    return {ZAVErrorDomainDatabase, ZAVDatabaseErrorNewerSchema,
+            "the database has schema version " + std::to_string(version) +
+                ", but this version of the library knows only versions up to " + std::to_string(newest)};
 }
 
 bool ZAVUseWriteAheadLog(ZAVConnection& connection) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -15,6 +16,9 @@ namespace zav {
 [[nodiscard]] std::unique_ptr<ZAVConnection> ZAVOpenDatabase(const std::string& path,
                                                              const FMDatabaseOptions& options,
                                                              ZAVError* error);
+
+/// Why a database of a newer version is refused.
+[[nodiscard]] ZAVError ZAVErrorOfNewerSchema(std::int64_t version, std::int64_t newest);
 
 /// Has one connection read while another writes, as `FMDatabase::useWriteAheadLog` promises.
 bool ZAVUseWriteAheadLog(ZAVConnection& connection);

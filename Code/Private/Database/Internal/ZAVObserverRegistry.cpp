@@ -79,7 +79,11 @@ int ZAVChangeCollector::step(sqlite3_stmt* statement, std::size_t& changesBefore
     }
     const bool writes = sqlite3_stmt_readonly(statement) == 0;
     if (status != SQLITE_DONE && writes) {
-        statementFailed(changesBefore);
+        // It takes all its changes back, unless it keeps those before the failure (OR FAIL): the engine
+        // counts what stays.
+        if (sqlite3_changes(connection_) == 0) {
+            keepFirst(changesBefore);
+        }
     } else if (status == SQLITE_DONE && !writes && sqlite3_column_count(statement) == 0) {
         try {
             followSavepoints(sqlite3_sql(statement));
@@ -93,14 +97,6 @@ int ZAVChangeCollector::step(sqlite3_stmt* statement, std::size_t& changesBefore
 void ZAVChangeCollector::keepFirst(std::size_t count) noexcept {
     if (count < changes_.size()) {
         changes_.erase(changes_.begin() + static_cast<std::ptrdiff_t>(count), changes_.end());
-    }
-}
-
-/// A statement that fails takes all its changes back, unless it is one that keeps those before the failure
-/// (OR FAIL): the engine counts what stays.
-void ZAVChangeCollector::statementFailed(std::size_t changesBefore) noexcept {
-    if (sqlite3_changes(connection_) == 0) {
-        keepFirst(changesBefore);
     }
 }
 

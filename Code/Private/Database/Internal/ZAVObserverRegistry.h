@@ -47,7 +47,6 @@ private:
     static void rolledBack(void* collector) noexcept;
 
     void keepFirst(std::size_t count) noexcept;
-    void statementFailed(std::size_t changesBefore) noexcept;
     void followSavepoints(const char* sql);
     [[nodiscard]] std::vector<Savepoint>::iterator innermost(const std::string& name);
 

@@ -37,7 +37,6 @@ public:
     ZAVLink& operator=(const ZAVLink&) = delete;
 
     [[nodiscard]] ZAVLink* next() const noexcept { return next_; }
-    [[nodiscard]] ZAVLink* previous() const noexcept { return previous_; }
 
     /// Enters the ring of `other`, behind it. This one must stand in no ring, or have left it.
     void enterBehind(ZAVLink& other) noexcept {

@@ -2,7 +2,6 @@
 
 #include <cstdint>
 #include <optional>
-#include <span>
 #include <string_view>
 
 #include <ZAVEventRepository/FMDatabase.h>
@@ -10,7 +9,9 @@
 namespace zav {
 
 /// Stores why the most recent call failed.
-void storeLastError(const FMDatabase& database, ZAVError* error);
+inline void storeLastError(const FMDatabase& database, ZAVError* error) {
+    ZAVStoreError(error, database.lastError());
+}
 
 /// Runs a bounded query.
 /// @return a cursor before the first row; none on failure, with the reason in `error`.
@@ -36,10 +37,6 @@ inline bool runUpdate(FMDatabase& database, ZAVError* error, std::string_view st
     }
     return succeeded;
 }
-
-/// As `runUpdate`, for a list of values.
-bool runUpdateWithArguments(FMDatabase& database, ZAVError* error, std::string_view statement,
-                            std::span<const ZAVValue> arguments);
 
 /// The number in the first column of a query's first row; none when there is no row, when the column is NULL,
 /// and on failure, with the reason in `error`.

@@ -5,7 +5,6 @@
 
 #include <ZAVEventRepository/ZAVEventMapperColumns.h>
 #include <ZAVEventRepository/ZAVEventRepository.h>
-
 #include <ZAVEventRepository/ZAVKeyedValueRepository.h>
 #include <ZAVEventRepository/ZAVMessageRepositoryCache.h>
 

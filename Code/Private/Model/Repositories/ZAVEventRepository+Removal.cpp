@@ -2,14 +2,11 @@
 #include <string>
 #include <vector>
 
-#include <ZAVEventRepository/ZAVSQLVector.h>
-
 #include <ZAVEventRepository/ZAVEventRepository.h>
-
-#include "Private/Model/Repositories/Internal/ZAVDistinctRows.h"
-
+#include <ZAVEventRepository/ZAVSQLVector.h>
 #include <ZAVEventRepository/ZAVSyncedChangeType.h>
 
+#include "Private/Model/Repositories/Internal/ZAVDistinctRows.h"
 #include "Private/Model/Repositories/Internal/ZAVRepositoryOperation.h"
 #include "Private/Model/Repositories/Internal/ZAVRepositoryStatements.h"
 
@@ -45,7 +42,8 @@ bool ZAVEventRepository::deleteUnprocessedEvents(const ZAVSet<ZAVEvent>& events,
             const std::string statement = ZAVStringWithFormat(
                 "DELETE FROM synced_changes WHERE table_name = '%@' AND row_identifier IN %@",
                 ZAVSyncedChangeTableNameEvents, vector.stringRepresentation());
-            if (!runUpdateWithArguments(database(), &outError, statement, vector.arguments())) {
+            if (!database().executeBoundedUpdateWithArgumentsInArray(statement, vector.arguments())) {
+                storeLastError(database(), &outError);
                 return false;
             }
         }
