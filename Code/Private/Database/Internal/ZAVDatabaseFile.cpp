@@ -6,12 +6,12 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
+#include <optional>
 #include <string_view>
 #include <system_error>
 
 #include <ZAVEventRepository/ZAVDatabaseError.h>
-
-#include "Private/Database/Internal/ZAVDatabaseCompanions.h"
 
 namespace zav {
 namespace {
@@ -25,6 +25,47 @@ ZAVError unusable(const std::string& reason) {
 /// An engine that takes URIs takes what begins so for one, wherever the path came from.
 std::string thatIsNoURI(const std::string& path) {
     return path.starts_with("file:") ? "./" + path : path;
+}
+
+/// A journal that takes part in a transaction over several databases ends with the name of the journal of
+/// all, its length, its checksum and these bytes. This library never writes one.
+constexpr std::string_view endOfNamingJournal = "\xD9\xD5\x05\xF9\x20\xA1\x63\xD7";
+constexpr std::streamoff smallestNamingJournal = 16;
+
+bool namesAnotherJournal(const fs::path& journal) {
+    std::ifstream stream(journal, std::ios::binary | std::ios::ate);
+    if (!stream || stream.tellg() < smallestNamingJournal) {
+        return false;
+    }
+    std::string end(endOfNamingJournal.size(), '\0');
+    stream.seekg(-static_cast<std::streamoff>(end.size()), std::ios::end);
+    stream.read(end.data(), static_cast<std::streamsize>(end.size()));
+    return stream && end == endOfNamingJournal;
+}
+
+/// What makes the files unsafe to use that the engine would take for journal, log and shared memory, if
+/// anything: one that is not a regular file, for which the engine might wait forever; one that has another
+/// name too, under which it is somebody else's file; or a journal that names a further journal, a file
+/// anywhere which the engine would remove.
+std::optional<std::string> hazardBeside(const std::string& path) {
+    for (const char* const suffix : {"-journal", "-wal", "-shm"}) {
+        std::error_code failure;
+        const std::string companion = path + suffix;
+        const auto status = fs::symlink_status(companion, failure);
+        if (!fs::exists(status)) {
+            continue;
+        }
+        if (!fs::is_regular_file(status)) {
+            return companion + " is no ordinary file";
+        }
+        if (fs::hard_link_count(companion, failure) > 1 && !failure) {
+            return companion + " has another name too, under which it belongs to something else";
+        }
+    }
+    if (const std::string journal = path + "-journal"; namesAnotherJournal(journal)) {
+        return journal + " names another journal, which would be removed";
+    }
+    return std::nullopt;
 }
 
 }  // namespace
@@ -70,7 +111,7 @@ ZAVError ZAVDatabaseFile::objection() const {
                             "journal and the log that stand beside the other");
         }
     }
-    if (const auto hazard = ZAVHazardBesideDatabase(path_)) {
+    if (const auto hazard = hazardBeside(path_)) {
         return {ZAVErrorDomainDatabase, ZAVDatabaseErrorUnsafeCompanion, *hazard};
     }
     return {};
