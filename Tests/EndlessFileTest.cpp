@@ -596,8 +596,7 @@ TEST(AnApplicationsOwnStatement, TakesAsManyStepsAsItNeedsOnASmallFile) {
 }
 
 TEST(AnApplicationsOwnStatement, YieldsAsManyRowsAsItLikesAlsoWhileABoundedCursorIsOpen) {
-    const TestStore store;
-    store.addStream(uuidNumber(1));
+    const StreamStore store;
     auto bounded = store.database().executeBoundedQuery("SELECT * FROM streams");
     ASSERT_TRUE(bounded && bounded->next());
     auto rows = store.database().executeQuery(std::string(endlessNumbers) + "SELECT i FROM n LIMIT 300000");
@@ -643,8 +642,7 @@ TEST(ABoundedStatement, EndsWhateverMakesItEndless) {
 }
 
 TEST(ABoundedStatement, ThatSomebodyElseInterruptsFailsAsInterrupted) {
-    const TestStore store;
-    store.addStream(uuidNumber(1));
+    const StreamStore store;
     store.addStream(uuidNumber(2));
     auto rows = store.database().executeBoundedQuery("SELECT * FROM streams");
     ASSERT_TRUE(rows && rows->next());

@@ -270,8 +270,7 @@ TEST(SyncedChanges, AreRecordedOneByOne) {
 }
 
 TEST(SyncedChanges, TellUnprocessedEventsFromProcessedOnes) {
-    const TestStore store;
-    store.addStream(uuidNumber(1));
+    const StreamStore store;
     const auto inserted = makeEvent(EventType_MEMBER_ADDED, uuidNumber(1), 2);
     const auto updated = makeEvent(EventType_MEMBER_ADDED, uuidNumber(1), 3);
     ASSERT_TRUE(store.repository().persistEvents({inserted, updated}));
@@ -482,8 +481,7 @@ TEST(Messages, HaveTheSequenceThatWasPersistedForTheirEvent) {
 }
 
 TEST(Messages, ShowThePartsOfTheirEvent) {
-    const TestStore store;
-    store.addStream(uuidNumber(1));
+    const StreamStore store;
     const auto event = makeEvent(EventType_MESSAGE, uuidNumber(1), 1);
     event->set_content(std::vector<std::shared_ptr<ZAVTContent>>{makeTextPart("hello"), makeTextPart("you")});
     ASSERT_TRUE(store.repository().persistEvents({event}));

@@ -24,13 +24,7 @@ namespace {
 using Lines = std::vector<std::string>;
 using Content = std::vector<std::shared_ptr<ZAVTContent>>;
 
-/// A store with one stream, row 1, that the service knows as `uuidNumber(1)`.
-class StreamStore : public TestStore {
-public:
-    StreamStore() { addStream(uuidNumber(1)); }
-};
-
-/// A new message in that stream.
+/// A new message in the stream of a `StreamStore`.
 std::shared_ptr<ZAVEvent> makeMessage(int number, std::optional<ZAVSequence> seq = std::nullopt) {
     auto event = makeEvent(EventType_MESSAGE, uuidNumber(1), number);
     if (seq) {

@@ -256,8 +256,7 @@ TEST(EventQueries, EachCallMakesNewRecordsThatAreTiedToNothing) {
 }
 
 TEST(EventQueries, TwoStoredEventsThatDifferOnlyInTheirRowsAreTwoEvents) {
-    const TestStore store;
-    store.addStream(uuidNumber(1));
+    const StreamStore store;
     store.execute(
         "WITH RECURSIVE numbers (number) AS (SELECT 1 UNION ALL SELECT number + 1 FROM numbers LIMIT 5000)"
         "INSERT INTO events (type, stream_database_identifier, client_id) SELECT 2, 1, x'AA' FROM numbers");
@@ -308,8 +307,7 @@ TEST(EventQueries, AnUnpublishableEventBecomesPublishableOnceItsStreamHasItsIden
 }
 
 TEST(EventQueries, ASequencedEventIsNeitherPublishableNorUnpublishable) {
-    const TestStore store;
-    store.addStream(uuidNumber(1));
+    const StreamStore store;
     addEvent(store, 1, EventType_MEMBER_ADDED, "0", "1");
     addEvent(store, 2, EventType_MEMBER_ADDED, "2147483647", "1");
     addEvent(store, 3, EventType_MEMBER_ADDED, "5", "99");
@@ -319,8 +317,7 @@ TEST(EventQueries, ASequencedEventIsNeitherPublishableNorUnpublishable) {
 
 /// The publishable rows of a store with one unsequenced message, row 1, whose parts have these statuses.
 Rows publishableWithPartsOf(ZAVTEventType type, const std::vector<std::string>& transferStatuses) {
-    const TestStore store;
-    store.addStream(uuidNumber(1));
+    const StreamStore store;
     addEvent(store, 1, type, "NULL", "1");
     int index = 0;
     for (const std::string& status : transferStatuses) {
@@ -354,8 +351,7 @@ TEST(EventQueries, AMessageWithAPartInAnyOtherTransferStateIsNotPublishable) {
 
 /// The publishable rows of a store with one unsequenced message, row 1, whose mapper answers this content.
 Rows publishableWithContent(const std::optional<std::vector<std::shared_ptr<ZAVTContent>>>& content) {
-    const TestStore store;
-    store.addStream(uuidNumber(1));
+    const StreamStore store;
     addEvent(store, 1, EventType_MESSAGE, "NULL", "1");
     addPart(store, 1, 0, "4");
     const TamperingRepository repository(store, [&](std::shared_ptr<ZAVEvent> event, ZAVError*) {
@@ -390,8 +386,7 @@ TEST(EventQueries, AnEventThatIsNoMessageIsPublishableWhateverItsParts) {
 }
 
 TEST(EventQueries, AMessageThatIsHeldBackDoesNotHoldBackTheEventsAroundIt) {
-    const TestStore store;
-    store.addStream(uuidNumber(1));
+    const StreamStore store;
     for (const int row : {1, 2, 3}) {
         addEvent(store, row, EventType_MESSAGE, "NULL", "1");
         addPart(store, row, 0, row == 2 ? "1" : "4");
@@ -400,8 +395,7 @@ TEST(EventQueries, AMessageThatIsHeldBackDoesNotHoldBackTheEventsAroundIt) {
 }
 
 TEST(EventQueries, OnlyARecordedInsertionMakesAnEventUnprocessed) {
-    const TestStore store;
-    store.addStream(uuidNumber(1));
+    const StreamStore store;
     for (int row = 1; row <= 5; ++row) {
         addEvent(store, row, EventType_MEMBER_ADDED, "NULL", "1");
     }
@@ -440,8 +434,7 @@ TEST(EventQueries, AnEventWithSeveralRecordedInsertionsComesBackOnce) {
 }
 
 TEST(EventQueries, AnEventComesBackOnceInWhateverOrderItsInsertionsAreFound) {
-    const TestStore store;
-    store.addStream(uuidNumber(1));
+    const StreamStore store;
     for (int row = 1; row <= 4; ++row) {
         addEvent(store, row, EventType_MEMBER_ADDED, "NULL", "1");
     }
@@ -454,8 +447,7 @@ TEST(EventQueries, AnEventComesBackOnceInWhateverOrderItsInsertionsAreFound) {
 }
 
 TEST(EventQueries, AnEventOfManyInsertionsComesBackOnceBesideThoseAroundIt) {
-    const TestStore store;
-    store.addStream(uuidNumber(1));
+    const StreamStore store;
     for (int row = 1; row <= 3; ++row) {
         addEvent(store, row, EventType_MEMBER_ADDED, "NULL", "1");
     }
@@ -466,8 +458,7 @@ TEST(EventQueries, AnEventOfManyInsertionsComesBackOnceBesideThoseAroundIt) {
 }
 
 TEST(EventQueries, AnUnprocessedEventIsReadWithItsContentAndNotFromTheColumnsOfItsChange) {
-    const TestStore store;
-    store.addStream(uuidNumber(1));
+    const StreamStore store;
     addEvent(store, 7, EventType_MESSAGE, "3", "1", "creator_name", "'Ann'");
     addPart(store, 7, 0, "4");
     addPart(store, 7, 1, "1");
@@ -487,8 +478,7 @@ void addReplayed(const TestStore& store, int row, const std::string& precedingSe
 }
 
 TEST(EventQueries, TheEventsOfARevivedStreamComeByPrecedingSequenceThenCreator) {
-    const TestStore store;
-    store.addStream(uuidNumber(1));
+    const StreamStore store;
     addReplayed(store, 1, "5", "'a'", "1");
     addReplayed(store, 2, "3", "'b'", "1");
     addReplayed(store, 3, "3", "'a'", "1");
@@ -497,8 +487,7 @@ TEST(EventQueries, TheEventsOfARevivedStreamComeByPrecedingSequenceThenCreator) 
 }
 
 TEST(EventQueries, EventsOfOneCreatorAfterTheSameSequenceComeByClientSequence) {
-    const TestStore store;
-    store.addStream(uuidNumber(1));
+    const StreamStore store;
     addReplayed(store, 1, "3", "'a'", "10");
     addReplayed(store, 2, "3", "'a'", "9");
     addReplayed(store, 3, "3", "'a'", "-1");
@@ -508,8 +497,7 @@ TEST(EventQueries, EventsOfOneCreatorAfterTheSameSequenceComeByClientSequence) {
 }
 
 TEST(EventQueries, WhatARevivedEventLacksSortsBeforeWhatOthersHave) {
-    const TestStore store;
-    store.addStream(uuidNumber(1));
+    const StreamStore store;
     addReplayed(store, 1, "0", "''", "1");
     addReplayed(store, 2, "0", "NULL", "1");
     addReplayed(store, 3, "NULL", "'z'", "1");
@@ -519,8 +507,7 @@ TEST(EventQueries, WhatARevivedEventLacksSortsBeforeWhatOthersHave) {
 }
 
 TEST(EventQueries, RevivedEventsThatTieAreAllReturned) {
-    const TestStore store;
-    store.addStream(uuidNumber(1));
+    const StreamStore store;
     addReplayed(store, 1, "9", "'a'", "1");
     for (const int row : {2, 3, 4}) {
         addReplayed(store, row, "3", "'a'", "1");
@@ -568,8 +555,7 @@ TEST(EventQueries, PostedEventsAreThoseWithAnySequenceInAnyStream) {
 }
 
 TEST(EventQueries, AnEventIsFoundByItsSequenceInItsOwnStreamOnly) {
-    const TestStore store;
-    store.addStream(uuidNumber(1));
+    const StreamStore store;
     store.addStream(uuidNumber(2));
     addEvent(store, 1, EventType_MESSAGE, "5", "1");
     addEvent(store, 2, EventType_MESSAGE, "5", "2");
@@ -604,8 +590,7 @@ TEST(EventQueries, AnEventWithoutASequenceIsNotFoundBySequenceZero) {
 }
 
 TEST(EventQueries, SequencesAtBothEndsOfTheirRangeAreFoundAndLogged) {
-    const TestStore store;
-    store.addStream(uuidNumber(1));
+    const StreamStore store;
     addEvent(store, 1, EventType_MESSAGE, "-2147483648", "1");
     addEvent(store, 2, EventType_MESSAGE, "2147483647", "1");
     const LogCapture log;
@@ -625,8 +610,7 @@ TEST(EventQueries, SequencesAtBothEndsOfTheirRangeAreFoundAndLogged) {
 }
 
 TEST(EventQueries, OfSeveralEventsAtOneSequenceOneIsReturned) {
-    const TestStore store;
-    store.addStream(uuidNumber(1));
+    const StreamStore store;
     store.execute("DROP INDEX events_by_stream_and_seq");
     addEvent(store, 1, EventType_MESSAGE, "5", "1");
     addEvent(store, 2, EventType_MESSAGE, "5", "1");
@@ -643,8 +627,7 @@ TEST(EventQueries, OfSeveralEventsAtOneSequenceOneIsReturned) {
 }
 
 TEST(EventQueries, AnEventIsFoundByItsRowWithEverythingThatItCarries) {
-    const TestStore store;
-    store.addStream(uuidNumber(1));
+    const StreamStore store;
     const auto stored = makeEvent(EventType_MESSAGE, uuidNumber(1), 7);
     stored->set_creator_id("alice");
     stored->set_transient_metadata(ZAVDictionary{{"colour", std::string("green")}});

@@ -114,8 +114,7 @@ TEST_F(WatchedStatements, AreNoLongerToldWhenNobodyWatches) {
 }
 
 TEST_F(WatchedStatements, AreThoseThatAnOperationRuns) {
-    const TestStore store;
-    store.addStream(uuidNumber(1));
+    const StreamStore store;
     std::vector<std::string> told;
     store.database().setStatementObserver([&](const FMStatementRun& run) { told.emplace_back(run.sql); });
     EXPECT_EQ(store.repository().countOfEvents(), 0U);
@@ -544,8 +543,7 @@ TEST_F(WatchedChangesOfAReturningCursor, AreNotToldWhenTheHandleGoesInATransacti
 }
 
 TEST(ChangesOfAnOperation, NameTheRowsOfItsRecords) {
-    const TestStore store;
-    store.addStream(uuidNumber(1));
+    const StreamStore store;
     std::vector<Changes> commits;
     store.database().setChangeObserver(
         [&](std::span<const FMRowChange> changes) { commits.emplace_back(changes.begin(), changes.end()); });
