@@ -11,6 +11,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "Support/LogCapture.h"
@@ -32,6 +33,16 @@ std::shared_ptr<ZAVEvent> makeMessage(int number, std::optional<ZAVSequence> seq
     }
     return event;
 }
+
+/// A new message with these parts.
+std::shared_ptr<ZAVEvent> messageWith(int number, Content parts,
+                                      std::optional<ZAVSequence> seq = std::nullopt) {
+    auto event = makeMessage(number, seq);
+    event->set_content(std::move(parts));
+    return event;
+}
+
+const ZAVDictionary someMetadata{{"key", std::string("value")}};
 
 void persist(const TestStore& store, const ZAVSet<ZAVTEvent>& events) {
     ZAVError error;
@@ -201,8 +212,7 @@ TEST(EventPersistence, EachPartIsInsertedAfterItsEventUnderItsPosition) {
     second->setFileURL(ZAVURL::URLWithString("app/user/part-1", ZAVMessageRepositoryCacheBaseDirectoryURL()));
     second->setLastAccessed(ZAVDateFromSecondsSince1970(1.5));
     second->setIsPurged(true);
-    const auto event = makeMessage(7);
-    event->set_content(Content{first, second});
+    const auto event = messageWith(7, Content{first, second});
     const Lines statements = statementsPersisting(store, {event});
     ASSERT_EQ(statements.size(), 4U);
     EXPECT_EQ(statements[2],
@@ -218,9 +228,8 @@ TEST(EventPersistence, EachPartIsInsertedAfterItsEventUnderItsPosition) {
 
 TEST(EventPersistence, MetadataAreStoredAfterTheEventAndBeforeItsParts) {
     const StreamStore store;
-    const auto event = makeMessage(7);
-    event->set_content(Content{makeTextPart("hi")});
-    event->set_transient_metadata(ZAVDictionary{{"key", std::string("value")}});
+    const auto event = messageWith(7, Content{makeTextPart("hi")});
+    event->set_transient_metadata(someMetadata);
     const Lines statements = statementsPersisting(store, {event});
     ASSERT_GT(statements.size(), 3U) << "the metadata take statements of their own";
     EXPECT_TRUE(statements[1].starts_with("INSERT OR IGNORE INTO events ")) << statements[1];
@@ -234,9 +243,8 @@ TEST(EventPersistence, MetadataAreStoredAfterTheEventAndBeforeItsParts) {
 
 TEST(EventPersistence, ATransactionOfTheCallersOwnUndoesEverything) {
     const StreamStore store;
-    const auto event = makeMessage(7);
-    event->set_content(Content{makeTextPart("hi")});
-    event->set_transient_metadata(ZAVDictionary{{"key", std::string("value")}});
+    const auto event = messageWith(7, Content{makeTextPart("hi")});
+    event->set_transient_metadata(someMetadata);
     {
         auto transaction = ZAVTransaction::begin(store.database());
         ASSERT_TRUE(transaction);
@@ -266,8 +274,7 @@ TEST(EventPersistence, TheErrorLineShowsTheEventsAsTheyAreAfterTheFailure) {
     const StreamStore store;
     store.execute("DROP TABLE event_content_parts");
     const auto stored = makeMessage(7, 3);
-    const auto failing = makeMessage(8);
-    failing->set_content(Content{makeTextPart("hi")});
+    const auto failing = messageWith(8, Content{makeTextPart("hi")});
     const LogCapture log;
     EXPECT_FALSE(store.repository().persistEvents({stored, failing}));
     ASSERT_EQ(log.records().size(), 2U);
@@ -341,10 +348,9 @@ TEST(EventPersistence, AnEventKeepsTheRowThatItBrought) {
 
 TEST(EventPersistence, EachPartReceivesItsBackReferences) {
     const StreamStore store;
-    const auto event = makeMessage(7, 12);
     const auto first = makeTextPart("one");
     const auto second = makeTextPart("two");
-    event->set_content(Content{first, second});
+    const auto event = messageWith(7, Content{first, second}, 12);
     persist(store, {event});
     for (const auto& part : {first, second}) {
         EXPECT_EQ(part->eventDatabaseIdentifier(), event->databaseIdentifier());
@@ -454,12 +460,11 @@ TEST(EventPersistence, AnUpdateTakesAwayWhatTheRecordNoLongerHas) {
 
 TEST(EventPersistence, TheOtherFlagsOfARecordDecideNothing) {
     const StreamStore store;
-    const auto event = makeMessage(7);
+    const auto event = messageWith(7, Content{makeTextPart("hi")});
     event->set_creator_id("alice");
     event->set_server_timestamp(99);
     event->set_subtype(3);
-    event->set_content(Content{makeTextPart("hi")});
-    event->set_transient_metadata(ZAVDictionary{{"key", std::string("value")}});
+    event->set_transient_metadata(someMetadata);
     event->unset_type();
     event->unset_client_id();
     event->unset_creator_id();
@@ -503,9 +508,8 @@ TEST(EventPersistence, AnEventWithAnUnknownRowThatCollidesBySequenceChangesNothi
     const StreamStore store;
     persist(store, {makeMessage(7, 12)});
     const Lines before = store.rows("SELECT * FROM events");
-    const auto event = makeMessage(8, 12);
+    const auto event = messageWith(8, Content{makeTextPart("hi")}, 12);
     event->setDatabaseIdentifier(99);
-    event->set_content(Content{makeTextPart("hi")});
     persist(store, {event});
     EXPECT_EQ(event->databaseIdentifier(), 99);
     EXPECT_EQ(store.rows("SELECT * FROM events"), before);
@@ -586,8 +590,7 @@ TEST(EventPersistence, AnEmptyClientIdentifierIsNotAbsent) {
 /// The stored row of the only part of a new message, by these columns.
 std::string storedPart(const std::shared_ptr<ZAVEventContent>& part, const std::string& columns) {
     const StreamStore store;
-    const auto event = makeMessage(7);
-    event->set_content(Content{part});
+    const auto event = messageWith(7, Content{part});
     persist(store, {event});
     const Lines rows = store.rows("SELECT " + columns + " FROM event_content_parts");
     EXPECT_EQ(rows.size(), 1U);
@@ -620,24 +623,20 @@ TEST(EventPersistence, TheBytesAndTheMediaTypeOfAPartKeepTheirNulBytes) {
     EXPECT_EQ(storedPart(part, "value, hex(CAST(type AS BLOB))"), "X'00FF00'|610062");
 }
 
-TEST(EventPersistence, DatesOfAPartKeepTheirFractions) {
+std::string storedDates(double expiration, double lastAccessed) {
     const auto part = makeTextPart("hi");
-    part->setExternalContentURLExpiration(ZAVDateFromSecondsSince1970(1700000000.125));
-    part->setLastAccessed(ZAVDateFromSecondsSince1970(-0.5));
-    EXPECT_EQ(storedPart(part,
-                         "typeof(access_expiration), access_expiration, typeof(last_accessed), "
-                         "last_accessed"),
-              "real|1700000000.125|real|-0.5");
+    part->setExternalContentURLExpiration(ZAVDateFromSecondsSince1970(expiration));
+    part->setLastAccessed(ZAVDateFromSecondsSince1970(lastAccessed));
+    return storedPart(part,
+                      "typeof(access_expiration), access_expiration, typeof(last_accessed), last_accessed");
+}
+
+TEST(EventPersistence, DatesOfAPartKeepTheirFractions) {
+    EXPECT_EQ(storedDates(1700000000.125, -0.5), "real|1700000000.125|real|-0.5");
 }
 
 TEST(EventPersistence, AWholeSecondIsStoredAsADateToo) {
-    const auto part = makeTextPart("hi");
-    part->setExternalContentURLExpiration(ZAVDateFromSecondsSince1970(1700000000));
-    part->setLastAccessed(ZAVDateFromSecondsSince1970(0));
-    EXPECT_EQ(storedPart(part,
-                         "typeof(access_expiration), access_expiration, typeof(last_accessed), "
-                         "last_accessed"),
-              "real|1700000000.0|real|0.0");
+    EXPECT_EQ(storedDates(1700000000, 0), "real|1700000000.0|real|0.0");
 }
 
 TEST(EventPersistence, TheExpirationOfTheWireIsNotStored) {
@@ -732,9 +731,8 @@ TEST(EventPersistence, PartsAreNumberedByTheirPositionAndNotByTheirIndex) {
 
 TEST(EventPersistence, StoringAnEventAgainKeepsItsPartsAsTheyWereAndAddsNewOnes) {
     const StreamStore store;
-    const auto event = makeMessage(7);
     const auto part = makeTextPart("first");
-    event->set_content(Content{part});
+    const auto event = messageWith(7, Content{part});
     persist(store, {event});
     part->set_body(ZAVData::fromText("changed"));
     part->setTransferStatus(ZAVContentTransferUploading);
@@ -747,8 +745,7 @@ TEST(EventPersistence, StoringAnEventAgainKeepsItsPartsAsTheyWereAndAddsNewOnes)
 
 TEST(EventPersistence, StoringAnEventAgainWithFewerPartsRemovesNone) {
     const StreamStore store;
-    const auto event = makeMessage(7);
-    event->set_content(Content{makeTextPart("one"), makeTextPart("two")});
+    const auto event = messageWith(7, Content{makeTextPart("one"), makeTextPart("two")});
     persist(store, {event});
     for (const std::optional<Content>& content : {std::optional<Content>(), std::optional(Content{})}) {
         event->set_content(content);
@@ -759,17 +756,15 @@ TEST(EventPersistence, StoringAnEventAgainWithFewerPartsRemovesNone) {
 
 TEST(EventPersistence, AnEventWithAnEmptyListOfPartsIsStored) {
     const StreamStore store;
-    const auto event = makeMessage(7);
-    event->set_content(Content{});
+    const auto event = messageWith(7, Content{});
     EXPECT_EQ(statementsPersisting(store, {event}).size(), 2U);
     EXPECT_EQ(event->databaseIdentifier(), 1);
 }
 
 TEST(EventPersistence, OneRecordMayStandAtTwoPositions) {
     const StreamStore store;
-    const auto event = makeMessage(7);
     const auto part = makeTextPart("hi");
-    event->set_content(Content{part, part});
+    const auto event = messageWith(7, Content{part, part});
     persist(store, {event});
     EXPECT_EQ(store.rows("SELECT event_content_part_id FROM event_content_parts ORDER BY 1"),
               (Lines{"0", "1"}));
@@ -792,7 +787,7 @@ TEST(EventPersistence, MetadataAreKeptBesideTheEventsRowWithoutATimestamp) {
     const StreamStore store;
     const auto event = makeMessage(7);
     event->setDatabaseIdentifier(41);
-    event->set_transient_metadata(ZAVDictionary{{"key", std::string("value")}});
+    event->set_transient_metadata(someMetadata);
     persist(store, {event});
     EXPECT_EQ(store.rows("SELECT object_database_identifier, object_type, key_type, key, value, timestamp "
                          "FROM keyed_values_remote"),
@@ -805,9 +800,8 @@ TEST(EventPersistence, MetadataAreKeptUnderTheRowThatTheEventAdopted) {
     store.execute(
         "INSERT INTO events (database_identifier, type, seq, stream_database_identifier, client_id) "
         "VALUES (41, 2, 12, 1, x'00')");
-    const auto event = makeMessage(7, 12);
-    event->set_transient_metadata(ZAVDictionary{{"key", std::string("value")}});
-    event->set_content(Content{makeTextPart("hi")});
+    const auto event = messageWith(7, Content{makeTextPart("hi")}, 12);
+    event->set_transient_metadata(someMetadata);
     persist(store, {event});
     EXPECT_EQ(store.rows("SELECT object_database_identifier FROM keyed_values_remote"), Lines{"41"});
     EXPECT_EQ(store.rows("SELECT event_database_identifier FROM event_content_parts"), Lines{"41"});
@@ -838,7 +832,7 @@ TEST(EventPersistence, MetadataWhoseBytesAreNoTextAreLeftOut) {
 TEST(EventPersistence, AnEventWithoutMetadataLeavesWhatIsStored) {
     const StreamStore store;
     const auto event = makeMessage(7);
-    event->set_transient_metadata(ZAVDictionary{{"key", std::string("value")}});
+    event->set_transient_metadata(someMetadata);
     persist(store, {event});
     event->set_transient_metadata(std::nullopt);
     for (const std::string& statement : statementsPersisting(store, {event})) {
@@ -850,7 +844,7 @@ TEST(EventPersistence, AnEventWithoutMetadataLeavesWhatIsStored) {
 TEST(EventPersistence, EmptyMetadataReplaceWhatIsStored) {
     const StreamStore store;
     const auto event = makeMessage(7);
-    event->set_transient_metadata(ZAVDictionary{{"key", std::string("value")}});
+    event->set_transient_metadata(someMetadata);
     persist(store, {event});
     event->set_transient_metadata(ZAVDictionary());
     persist(store, {event});
@@ -871,8 +865,7 @@ TEST(EventPersistence, EmptyMetadataAreHandedToTheirStoreAsWell) {
 TEST(EventPersistence, NoChangeIsRecordedAndNoStreamIsTouched) {
     const StreamStore store;
     store.execute("UPDATE streams SET seq = 3");
-    const auto event = makeMessage(7, 12);
-    event->set_content(Content{makeTextPart("hi")});
+    const auto event = messageWith(7, Content{makeTextPart("hi")}, 12);
     persist(store, {event});
     persist(store, {event});
     EXPECT_EQ(store.rows("SELECT COUNT(*) FROM synced_changes"), Lines{"0"});
@@ -980,8 +973,7 @@ TEST(EventPersistence, AnEventThatCollidesWithNoEventAtItsSequenceIsRefused) {
 
 TEST(EventPersistence, APartThatIsNoEventContentIsRefusedBeforeItsEventIsStored) {
     const StreamStore store;
-    const auto event = makeMessage(7);
-    event->set_content(Content{makeTextPart("good"), std::make_shared<ZAVTContent>()});
+    const auto event = messageWith(7, Content{makeTextPart("good"), std::make_shared<ZAVTContent>()});
     EXPECT_EQ(refusalOf(store, {event}),
               "Failed to persist an event's content. Expected 'ZAVEventContent' but received an object of "
               "type 'ZAVTContent'");
@@ -1022,8 +1014,7 @@ TEST(EventPersistence, ARefusedEventRunsNoStatement) {
 
 TEST(EventPersistence, EventsBeforeARefusedOneStayStoredAndThoseAfterItAreUntouched) {
     const StreamStore store;
-    const auto before = makeMessage(7);
-    before->set_content(Content{makeTextPart("hi")});
+    const auto before = messageWith(7, Content{makeTextPart("hi")});
     const auto after = makeMessage(8);
     EXPECT_EQ(refusalOf(store, {before, std::make_shared<ZAVTEvent>(), after}),
               "Failed to persist an event. Expected 'ZAVEvent' but received an object of type 'ZAVTEvent'");
@@ -1060,9 +1051,8 @@ TEST(EventPersistence, AStepOfTheStreamLookupThatFailsIsAnErrorAndNotAMissingStr
 TEST(EventPersistence, AnInsertThatFailsLeavesTheEventWithoutARow) {
     const StreamStore store;
     refuse(store, "INSERT ON events");
-    const auto event = makeMessage(7);
-    event->set_content(Content{makeTextPart("hi")});
-    event->set_transient_metadata(ZAVDictionary{{"key", std::string("value")}});
+    const auto event = messageWith(7, Content{makeTextPart("hi")});
+    event->set_transient_metadata(someMetadata);
     expectFailure(store, {event}, refusal());
     EXPECT_EQ(event->databaseIdentifier(), ZAVDatabaseIdentifierNotSet);
     EXPECT_EQ(event->streamDatabaseIdentifier(), 1) << "the stream had been resolved";
@@ -1121,8 +1111,7 @@ TEST(EventPersistence, AnUpdateThatFailsKeepsTheStoredRowAndTheAdoptedIdentifier
     const StreamStore store;
     persist(store, {makeMessage(7, 12)});
     refuse(store, "UPDATE ON events");
-    const auto event = makeMessage(8, 12);
-    event->set_content(Content{makeTextPart("hi")});
+    const auto event = messageWith(8, Content{makeTextPart("hi")}, 12);
     expectFailure(store, {event}, refusal());
     EXPECT_EQ(event->databaseIdentifier(), 1);
     EXPECT_EQ(store.rows("SELECT client_id FROM events"), Lines{"X'11111111111111111111111111111107'"});
@@ -1144,10 +1133,9 @@ TEST(EventPersistence, AnUpdateThatWouldTakeASequenceTwiceFails) {
 TEST(EventPersistence, MetadataThatCannotBeStoredFailTheEventAndItsPartsAreNotWritten) {
     const StreamStore store;
     refuse(store, "INSERT ON keyed_values_remote WHEN NEW.key = 'b'");
-    const auto event = makeMessage(7);
+    const auto event = messageWith(7, Content{makeTextPart("hi")});
     event->set_transient_metadata(
         ZAVDictionary{{"a", std::string("1")}, {"b", std::string("2")}, {"c", std::string("3")}});
-    event->set_content(Content{makeTextPart("hi")});
     expectFailure(store, {event}, refusal());
     EXPECT_EQ(event->databaseIdentifier(), 1) << "the event's row had been written";
     EXPECT_EQ(store.repository().countOfEvents(), 1U);
@@ -1160,8 +1148,8 @@ TEST(EventPersistence, MetadataThatCannotBeStoredFailTheEventAndItsPartsAreNotWr
 TEST(EventPersistence, APartThatFailsStopsItsEventAndKeepsThePartsBeforeIt) {
     const StreamStore store;
     refuse(store, "INSERT ON event_content_parts WHEN NEW.event_content_part_id = 1");
-    const auto event = makeMessage(7);
-    event->set_content(Content{makeTextPart("one"), makeTextPart("two"), makeTextPart("three")});
+    const auto event =
+        messageWith(7, Content{makeTextPart("one"), makeTextPart("two"), makeTextPart("three")});
     expectFailure(store, {event}, refusal());
     EXPECT_EQ(store.rows("SELECT event_content_part_id FROM event_content_parts"), Lines{"0"});
     const auto parts = event->contentParts();
@@ -1187,12 +1175,10 @@ TEST(EventPersistence, EveryWritingStatementMayBeInterrupted) {
 TEST(EventPersistence, AFailureKeepsTheEventsBeforeItAndTouchesNoneAfterIt) {
     const StreamStore store;
     refuse(store, "INSERT ON event_content_parts WHEN NEW.type = 'text/failing'");
-    const auto before = makeMessage(7);
-    before->set_content(Content{makeTextPart("hi")});
-    const auto failing = makeMessage(8);
+    const auto before = messageWith(7, Content{makeTextPart("hi")});
     const auto part = makeTextPart("ho");
     part->set_media_type("text/failing");
-    failing->set_content(Content{part});
+    const auto failing = messageWith(8, Content{part});
     const auto after = makeMessage(9);
     expectFailure(store, {before, failing, after}, refusal());
     EXPECT_EQ(store.rows("SELECT database_identifier, client_id FROM events ORDER BY 1"),
@@ -1206,8 +1192,7 @@ TEST(EventPersistence, AFailureKeepsTheEventsBeforeItAndTouchesNoneAfterIt) {
 TEST(EventPersistence, TheSameSetCanBeStoredOnceTheCauseOfItsFailureIsGone) {
     const StreamStore store;
     refuse(store, "INSERT ON event_content_parts WHEN NEW.event_content_part_id = 1");
-    const auto event = makeMessage(7);
-    event->set_content(Content{makeTextPart("one"), makeTextPart("two")});
+    const auto event = messageWith(7, Content{makeTextPart("one"), makeTextPart("two")});
     const ZAVSet<ZAVTEvent> events{event, makeMessage(8)};
     expectFailure(store, events, refusal());
     store.execute("DROP TRIGGER refusing");
@@ -1237,8 +1222,7 @@ TEST(EventPersistence, TheEventsAreThoseOfTheCallWhateverAnObserverDoesToTheSet)
 
 TEST(EventPersistence, ThePartsAreThoseOfTheEventAsItWasWhateverAnObserverDoesToThem) {
     const StreamStore store;
-    const auto event = makeMessage(1);
-    event->set_content(Content{makeTextPart("a"), makeTextPart("b"), makeTextPart("c")});
+    const auto event = messageWith(1, Content{makeTextPart("a"), makeTextPart("b"), makeTextPart("c")});
     store.database().setStatementObserver([&](const FMStatementRun& run) {
         if (run.sql.starts_with("INSERT OR IGNORE INTO event_content_parts")) {
             event->set_content(Content{makeTextPart("x")});
@@ -1253,8 +1237,7 @@ TEST(EventPersistence, ThePartsAreThoseOfTheEventAsItWasWhateverAnObserverDoesTo
 
 TEST(EventPersistence, AnObserverCannotPutAPartOfAnotherClassAmongThem) {
     const StreamStore store;
-    const auto event = makeMessage(1);
-    event->set_content(Content{makeTextPart("a")});
+    const auto event = messageWith(1, Content{makeTextPart("a")});
     store.database().setStatementObserver(
         [&](const FMStatementRun&) { event->set_content(Content{std::make_shared<ZAVTContent>()}); });
     EXPECT_TRUE(store.repository().persistEvents({event}));
@@ -1296,8 +1279,7 @@ TEST(EventPersistence, AnEventThatGetsTheRowWhichMeansNotSetFailsAndItsRowStays)
     last->setDatabaseIdentifier(9223372036854775806);
     persist(store, {last});
 
-    const auto event = makeMessage(2, 2);
-    event->set_content(Content{makeTextPart("hi")});
+    const auto event = messageWith(2, Content{makeTextPart("hi")}, 2);
     ZAVError error;
     const LogCapture log;
     EXPECT_FALSE(store.repository().persistEvents({event}, &error)) << "the event has no usable row";
