@@ -470,51 +470,37 @@ TEST(EventQueries, AnUnprocessedEventIsReadWithItsContentAndNotFromTheColumnsOfI
     EXPECT_EQ((*events)[0]->contentParts().size(), 2U);
 }
 
-/// Adds a sequenced event to stream row 1, by what the replay order depends on.
-void addReplayed(const TestStore& store, int row, const std::string& precedingSeq, const std::string& creator,
-                 const std::string& clientSeq) {
-    addEvent(store, row, EventType_MESSAGE, std::to_string(100 - row), "1",
-             "preceding_seq, creator_id, client_seq", precedingSeq + ", " + creator + ", " + clientSeq);
+/// The rows of a revived stream in the order of the answer. Its events, in the rows from 1 on, have these
+/// preceding sequences, creators and client sequences.
+Rows replayOrderOf(const std::vector<std::string>& events) {
+    const StreamStore store;
+    int row = 0;
+    for (const std::string& event : events) {
+        ++row;
+        addEvent(store, row, EventType_MESSAGE, std::to_string(100 - row), "1",
+                 "preceding_seq, creator_id, client_seq", event);
+    }
+    return rowsOf(store.repository().eventsFromRevivedStreamWithStreamDatabaseIdentifier(1));
 }
 
 TEST(EventQueries, TheEventsOfARevivedStreamComeByPrecedingSequenceThenCreator) {
-    const StreamStore store;
-    addReplayed(store, 1, "5", "'a'", "1");
-    addReplayed(store, 2, "3", "'b'", "1");
-    addReplayed(store, 3, "3", "'a'", "1");
-    EXPECT_EQ(rowsOf(store.repository().eventsFromRevivedStreamWithStreamDatabaseIdentifier(1)),
-              (Rows{3, 2, 1}));
+    EXPECT_EQ(replayOrderOf({"5, 'a', 1", "3, 'b', 1", "3, 'a', 1"}), (Rows{3, 2, 1}));
 }
 
 TEST(EventQueries, EventsOfOneCreatorAfterTheSameSequenceComeByClientSequence) {
-    const StreamStore store;
-    addReplayed(store, 1, "3", "'a'", "10");
-    addReplayed(store, 2, "3", "'a'", "9");
-    addReplayed(store, 3, "3", "'a'", "-1");
-    addReplayed(store, 4, "2", "'z'", "99");
-    EXPECT_EQ(rowsOf(store.repository().eventsFromRevivedStreamWithStreamDatabaseIdentifier(1)),
-              (Rows{4, 3, 2, 1}));
+    EXPECT_EQ(replayOrderOf({"3, 'a', 10", "3, 'a', 9", "3, 'a', -1", "2, 'z', 99"}), (Rows{4, 3, 2, 1}));
 }
 
 TEST(EventQueries, WhatARevivedEventLacksSortsBeforeWhatOthersHave) {
-    const StreamStore store;
-    addReplayed(store, 1, "0", "''", "1");
-    addReplayed(store, 2, "0", "NULL", "1");
-    addReplayed(store, 3, "NULL", "'z'", "1");
-    addReplayed(store, 4, "-5", "'a'", "NULL");
-    EXPECT_EQ(rowsOf(store.repository().eventsFromRevivedStreamWithStreamDatabaseIdentifier(1)),
-              (Rows{3, 4, 2, 1}));
+    EXPECT_EQ(replayOrderOf({"0, '', 1", "0, NULL, 1", "NULL, 'z', 1", "-5, 'a', NULL"}), (Rows{3, 4, 2, 1}));
 }
 
 TEST(EventQueries, RevivedEventsThatTieAreAllReturned) {
-    const StreamStore store;
-    addReplayed(store, 1, "9", "'a'", "1");
-    for (const int row : {2, 3, 4}) {
-        addReplayed(store, row, "3", "'a'", "1");
-    }
-    const auto events = store.repository().eventsFromRevivedStreamWithStreamDatabaseIdentifier(1);
-    EXPECT_EQ(sortedRowsOf(events), (Rows{1, 2, 3, 4}));
-    EXPECT_EQ(rowsOf(events).back(), 1);
+    Rows rows = replayOrderOf({"9, 'a', 1", "3, 'a', 1", "3, 'a', 1", "3, 'a', 1"});
+    ASSERT_EQ(rows.size(), 4U);
+    EXPECT_EQ(rows.back(), 1);
+    std::sort(rows.begin(), rows.end());
+    EXPECT_EQ(rows, (Rows{1, 2, 3, 4}));
 }
 
 TEST(EventQueries, ARevivedStreamYieldsOnlyItsOwnSequencedEvents) {
