@@ -232,16 +232,6 @@ TEST(EventQueries, AllEventsAreThoseOfEveryStreamAndThoseWithout) {
     EXPECT_EQ(sortedRowsOf(store.repository().allEvents()), (Rows{1, 2, 3, 4, 5, 6, 7, 8}));
 }
 
-TEST(EventQueries, AnEventWhoseStreamIsMissingHasNoStreamIdentifierButItsStreamsRow) {
-    const TestStore store;
-    addEvent(store, 7, EventType_MESSAGE, "1", "99");
-    const auto events = store.repository().allEvents();
-    ASSERT_TRUE(events);
-    ASSERT_EQ(events->size(), 1U);
-    EXPECT_EQ((*events)[0]->stream_id(), std::nullopt);
-    EXPECT_EQ((*events)[0]->streamDatabaseIdentifier(), 99);
-}
-
 TEST(EventQueries, EachCallMakesNewRecordsThatAreTiedToNothing) {
     const SixEvents store;
     const auto first = store.repository().allEvents();
