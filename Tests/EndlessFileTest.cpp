@@ -194,9 +194,7 @@ public:
 
     SoundStore() {
         const std::string path = directory_.file("sound.db");
-        FMDatabaseOptions options;
-        options.writeAheadLog = false;
-        run(*openHandle(path, options),
+        run(*openHandle(path, withoutWriteAheadLog()),
             "PRAGMA page_size=512; CREATE TABLE passing (a); DROP TABLE passing; VACUUM");
         auto database = ZAVDatabaseSchema::openDatabase(path);
         fillStore(database);
@@ -547,9 +545,7 @@ TEST(AnEndlessStatement, InTheSchemaIsRefusedOnOpening) {
     const TemporaryDirectory directory;
     const std::string path = directory.file("schema.db");
     {
-        FMDatabaseOptions options;
-        options.writeAheadLog = false;
-        const auto database = openHandle(path, options);
+        const auto database = openHandle(path, withoutWriteAheadLog());
         run(*database, "PRAGMA page_size=512; CREATE TABLE passing (a); DROP TABLE passing; VACUUM");
         for (int index = 0; index < 60; ++index) {
             run(*database, "CREATE TABLE t" + std::to_string(index) + " (a, b, c, d, e, f, g, h)");
