@@ -107,10 +107,9 @@ TEST_P(CompanionOfAFile, ThatIsNotItsOwnIsRefusedByName) {
     disguise.put(companion, target);
     for (const auto access :
          {FMDatabaseOptions::Access::readOnly, FMDatabaseOptions::Access::readWriteCreate}) {
-        FMDatabaseOptions options;
-        options.access = access;
         ZAVError error;
-        EXPECT_EQ(FMDatabase::databaseWithPath(path_, options, &error), nullptr) << companion << " was used";
+        EXPECT_EQ(FMDatabase::databaseWithPath(path_, withAccess(access), &error), nullptr)
+            << companion << " was used";
         EXPECT_EQ(error.code(), 6) << error.description();
         EXPECT_NE(error.message().find(suffix), std::string::npos) << error.message();
     }

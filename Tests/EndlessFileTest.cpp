@@ -194,9 +194,7 @@ public:
 
     SoundStore() {
         const std::string path = directory_.file("sound.db");
-        FMDatabaseOptions options;
-        options.writeAheadLog = false;
-        run(*openHandle(path, options),
+        run(*openHandle(path, withoutWriteAheadLog()),
             "PRAGMA page_size=512; CREATE TABLE passing (a); DROP TABLE passing; VACUUM");
         auto database = ZAVDatabaseSchema::openDatabase(path);
         fillStore(database);
@@ -547,9 +545,7 @@ TEST(AnEndlessStatement, InTheSchemaIsRefusedOnOpening) {
     const TemporaryDirectory directory;
     const std::string path = directory.file("schema.db");
     {
-        FMDatabaseOptions options;
-        options.writeAheadLog = false;
-        const auto database = openHandle(path, options);
+        const auto database = openHandle(path, withoutWriteAheadLog());
         run(*database, "PRAGMA page_size=512; CREATE TABLE passing (a); DROP TABLE passing; VACUUM");
         for (int index = 0; index < 60; ++index) {
             run(*database, "CREATE TABLE t" + std::to_string(index) + " (a, b, c, d, e, f, g, h)");
@@ -596,8 +592,7 @@ TEST(AnApplicationsOwnStatement, TakesAsManyStepsAsItNeedsOnASmallFile) {
 }
 
 TEST(AnApplicationsOwnStatement, YieldsAsManyRowsAsItLikesAlsoWhileABoundedCursorIsOpen) {
-    const TestStore store;
-    store.addStream(uuidNumber(1));
+    const StreamStore store;
     auto bounded = store.database().executeBoundedQuery("SELECT * FROM streams");
     ASSERT_TRUE(bounded && bounded->next());
     auto rows = store.database().executeQuery(std::string(endlessNumbers) + "SELECT i FROM n LIMIT 300000");
@@ -643,8 +638,7 @@ TEST(ABoundedStatement, EndsWhateverMakesItEndless) {
 }
 
 TEST(ABoundedStatement, ThatSomebodyElseInterruptsFailsAsInterrupted) {
-    const TestStore store;
-    store.addStream(uuidNumber(1));
+    const StreamStore store;
     store.addStream(uuidNumber(2));
     auto rows = store.database().executeBoundedQuery("SELECT * FROM streams");
     ASSERT_TRUE(rows && rows->next());

@@ -4,7 +4,6 @@
 
 #include "Support/LogCapture.h"
 #include "Support/SelectedRow.h"
-#include "Support/StatementTrace.h"
 #include "Support/TestStore.h"
 
 namespace zav::test {
@@ -215,37 +214,6 @@ TEST(EventMapper, AnEventWhoseStreamRowIsMissingKeepsTheRowAndHasNoStreamIdentif
     EXPECT_EQ((*events)[0]->streamDatabaseIdentifier(), 99);
 }
 
-TEST(EventMapper, TheMetadataAndTheContentTakeOneFurtherStatementEach) {
-    const TestStore store;
-    const FMResultSet rows = firstRow(store.database(), message.sql());
-    const StatementTrace trace(store.database());
-    EXPECT_NE(store.repository().objectFromResultSet(rows), nullptr);
-    ASSERT_EQ(trace.statements().size(), 2U);
-    EXPECT_EQ(trace.statements()[0],
-              "SELECT key, value, typeof(value) = 'blob' FROM keyed_values_remote "
-              "WHERE object_database_identifier = 7 AND object_type = 'event' AND key_type = 0");
-    EXPECT_EQ(trace.statements()[1],
-              "SELECT event_content_parts.event_content_part_id, "
-              "event_content_parts.event_database_identifier, event_content_parts.type, "
-              "event_content_parts.value, event_content_parts.access_expiration, event_content_parts.url, "
-              "event_content_parts.size, event_content_parts.transfer_status, event_content_parts.file_path, "
-              "event_content_parts.last_accessed, event_content_parts.purged, events.client_id, events.seq, "
-              "streams.stream_id FROM event_content_parts LEFT JOIN events ON (events.database_identifier = "
-              "event_content_parts.event_database_identifier) LEFT JOIN streams ON "
-              "(streams.database_identifier = events.stream_database_identifier) WHERE "
-              "event_database_identifier = 7 ORDER BY event_content_parts.event_content_part_id ASC");
-}
-
-TEST(EventMapper, AQueryThatYieldsEventsTakesTwoFurtherStatementsForEach) {
-    const TestStore store;
-    for (int number = 1; number <= 3; ++number) {
-        store.execute("INSERT INTO events (type, client_id) VALUES (2, x'01')");
-    }
-    const StatementTrace trace(store.database());
-    ASSERT_TRUE(store.repository().allEvents());
-    EXPECT_EQ(trace.statements().size(), 7U);
-}
-
 TEST(EventMapper, PartsComeInTheOrderOfTheirIndex) {
     const TestStore store;
     for (const int index : {2, 0, 1, 10}) {
@@ -330,22 +298,6 @@ TEST(EventMapper, MetadataThatBreakOffWhileTheyAreReadLeaveTheEventWithNone) {
     const auto event = mapped(store, message, &error);
     EXPECT_EQ(error.message(), "integer overflow");
     EXPECT_EQ(event->transient_metadata(), ZAVDictionary());
-}
-
-TEST(EventMapper, AnOperationWhoseMetadataCannotBeReadSucceeds) {
-    const TestStore store;
-    store.execute("INSERT INTO events (type, client_id) VALUES (2, x'01')");
-    store.execute("DROP TABLE keyed_values_remote");
-    const LogCapture log;
-    ZAVError error;
-    const auto events = store.repository().allEvents(&error);
-    ASSERT_TRUE(events);
-    ASSERT_EQ(events->size(), 1U);
-    EXPECT_EQ((*events)[0]->transient_metadata(), ZAVDictionary());
-    EXPECT_EQ(error.message(), "no such table: keyed_values_remote");
-    EXPECT_EQ(log.records(), (std::vector<LogRecord>{verboseLine("-[ZAVEventRepository allEvents:]",
-                                                                 "fetching publishable events",
-                                                                 "fetching publishable events")}));
 }
 
 TEST(EventMapper, AnErrorThatTheCallerHoldsIsLeftAloneWhenNothingFails) {

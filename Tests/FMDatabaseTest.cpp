@@ -416,12 +416,6 @@ protected:
             << path << " was opened when nobody asked for the reason";
     }
 
-    static FMDatabaseOptions options(FMDatabaseOptions::Access access) {
-        FMDatabaseOptions chosen;
-        chosen.access = access;
-        return chosen;
-    }
-
     static FMDatabaseOptions knowingVersionsUpTo(std::int32_t version) {
         FMDatabaseOptions chosen;
         chosen.newestUserVersion = version;
@@ -470,9 +464,7 @@ TEST_F(OpeningADatabase, TakesTheOptionsOfTheCaller) {
 
 TEST_F(OpeningADatabase, KeepsTheModeOfTheFileWhenNoWriteAheadLogIsAskedFor) {
     run(*openHandle(path_), "CREATE TABLE t (a)");
-    FMDatabaseOptions chosen;
-    chosen.writeAheadLog = false;
-    EXPECT_EQ(scalar(*openHandle(path_, chosen), "PRAGMA journal_mode"), "wal");
+    EXPECT_EQ(scalar(*openHandle(path_, withoutWriteAheadLog()), "PRAGMA journal_mode"), "wal");
 }
 
 /// The engine's own file system without shared memory, which a write-ahead log needs.
@@ -550,20 +542,20 @@ TEST_F(OpeningADatabase, RefusesAPathThatIsADirectory) {
 }
 
 TEST_F(OpeningADatabase, MakesNoFileUnlessItMay) {
-    expectRefusal(path_, options(FMDatabaseOptions::Access::readOnly), "SQLite", SQLITE_CANTOPEN);
-    expectRefusal(path_, options(FMDatabaseOptions::Access::readWrite), "SQLite", SQLITE_CANTOPEN);
+    expectRefusal(path_, withAccess(FMDatabaseOptions::Access::readOnly), "SQLite", SQLITE_CANTOPEN);
+    expectRefusal(path_, withAccess(FMDatabaseOptions::Access::readWrite), "SQLite", SQLITE_CANTOPEN);
     EXPECT_FALSE(std::filesystem::exists(path_));
 }
 
 TEST_F(OpeningADatabase, WritesToAnExistingFileWhenItMay) {
     run(*openHandle(path_), "CREATE TABLE t (a)");
-    const auto database = openHandle(path_, options(FMDatabaseOptions::Access::readWrite));
+    const auto database = openHandle(path_, withAccess(FMDatabaseOptions::Access::readWrite));
     EXPECT_TRUE(database->executeUpdate("INSERT INTO t VALUES (1)"));
 }
 
 TEST_F(OpeningADatabase, ReadsButDoesNotWriteWhenItIsReadOnly) {
     run(*openHandle(path_), "CREATE TABLE t (a); INSERT INTO t VALUES (1)");
-    const auto database = openHandle(path_, options(FMDatabaseOptions::Access::readOnly));
+    const auto database = openHandle(path_, withAccess(FMDatabaseOptions::Access::readOnly));
     EXPECT_EQ(scalar(*database, "SELECT a FROM t"), "1");
     EXPECT_FALSE(database->executeUpdate("INSERT INTO t VALUES (2)"));
     EXPECT_EQ(database->lastError().code() & 0xFF, SQLITE_READONLY) << database->lastError().description();
@@ -700,7 +692,7 @@ TEST_F(OpeningADatabase, RefusesAFileThatHasAnotherNameToo) {
     const std::string other = directory_.file("other.db");
     std::filesystem::create_hard_link(path_, other);
     expectRefusal(path_, {}, "ZAVDatabase", 10);
-    expectRefusal(other, options(FMDatabaseOptions::Access::readOnly), "ZAVDatabase", 10);
+    expectRefusal(other, withAccess(FMDatabaseOptions::Access::readOnly), "ZAVDatabase", 10);
     std::filesystem::remove(other);
     EXPECT_NE(FMDatabase::databaseWithPath(path_), nullptr) << "it has one name again";
 }
@@ -709,7 +701,7 @@ TEST_F(OpeningADatabase, RefusesAFileThatIsNoOrdinaryOne) {
     ASSERT_EQ(::mkfifo(path_.c_str(), 0600), 0);
     for (const auto access : {FMDatabaseOptions::Access::readOnly, FMDatabaseOptions::Access::readWrite,
                               FMDatabaseOptions::Access::readWriteCreate}) {
-        expectRefusal(path_, options(access), "ZAVDatabase", 10);
+        expectRefusal(path_, withAccess(access), "ZAVDatabase", 10);
     }
 }
 
@@ -799,11 +791,7 @@ TEST_F(PermissionsOfANewFile, AreNotThoseOfAFileThatIsThere) {
 }
 
 TEST_F(OpeningADatabase, RefusesANewerVersionAndLeavesTheFileAlone) {
-    {
-        FMDatabaseOptions chosen;
-        chosen.writeAheadLog = false;
-        run(*openHandle(path_, chosen), "CREATE TABLE t (a); PRAGMA user_version=9");
-    }
+    run(*openHandle(path_, withoutWriteAheadLog()), "CREATE TABLE t (a); PRAGMA user_version=9");
     const std::string before = bytesOfFile(path_);
     expectRefusal(path_, knowingVersionsUpTo(8), "ZAVDatabase", ZAVDatabaseErrorNewerSchema);
     EXPECT_EQ(bytesOfFile(path_), before) << "a file that was refused was written to";

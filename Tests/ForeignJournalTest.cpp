@@ -18,8 +18,7 @@ namespace fs = std::filesystem;
 TEST_F(HostileFile, BesideTheLogOfAnotherDatabaseIsRefusedOrUsedWithoutHarm) {
     const std::string other = directory_.file("other.db");
     {
-        FMDatabaseOptions options;
-        const auto writer = openHandle(other, options);
+        const auto writer = openHandle(other);
         run(*writer,
             "CREATE TABLE streams (a); CREATE TABLE notes (b); INSERT INTO notes VALUES (zeroblob(50000)); "
             "PRAGMA user_version=1");
@@ -69,12 +68,8 @@ std::string journalOf(std::string_view pages, const std::string& superJournal = 
 
 TEST_F(HostileFile, BesideTheJournalOfAnotherDatabaseIsRefusedOrUsedWithoutHarm) {
     const std::string other = directory_.file("other.db");
-    {
-        FMDatabaseOptions options;
-        options.writeAheadLog = false;
-        run(*openHandle(other, options),
-            "CREATE TABLE notes (b); INSERT INTO notes VALUES (zeroblob(20000))");
-    }
+    run(*openHandle(other, withoutWriteAheadLog()),
+        "CREATE TABLE notes (b); INSERT INTO notes VALUES (zeroblob(20000))");
     writeFile(path_ + "-journal", journalOf(bytesOfFile(other)));
     const Outcome outcome = use();
     EXPECT_FALSE(outcome.opened) << "nothing was proved: the journal was ignored";

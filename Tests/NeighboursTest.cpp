@@ -269,23 +269,6 @@ TEST(SyncedChanges, AreRecordedOneByOne) {
               (Rows{"events|7|0", "events|7|0", "events|7|1", "streams|-1|2"}));
 }
 
-TEST(SyncedChanges, TellUnprocessedEventsFromProcessedOnes) {
-    const TestStore store;
-    store.addStream(uuidNumber(1));
-    const auto inserted = makeEvent(EventType_MEMBER_ADDED, uuidNumber(1), 2);
-    const auto updated = makeEvent(EventType_MEMBER_ADDED, uuidNumber(1), 3);
-    ASSERT_TRUE(store.repository().persistEvents({inserted, updated}));
-    const ZAVSyncedChangeRepository changes(store.sharedDatabase());
-    ASSERT_TRUE(changes.recordChange(ZAVSyncedChangeTableNameEvents, inserted->databaseIdentifier(),
-                                     ZAVSyncedChangeTypeInsert));
-    ASSERT_TRUE(changes.recordChange(ZAVSyncedChangeTableNameEvents, updated->databaseIdentifier(),
-                                     ZAVSyncedChangeTypeUpdate));
-    const auto unprocessed = store.repository().unprocessedEvents();
-    ASSERT_TRUE(unprocessed);
-    ASSERT_EQ(unprocessed->size(), 1U);
-    EXPECT_EQ((*unprocessed)[0]->databaseIdentifier(), inserted->databaseIdentifier());
-}
-
 TEST(SyncedChanges, NameTheEventsTableWithoutAQuote) {
     EXPECT_FALSE(ZAVSyncedChangeTableNameEvents.empty());
     EXPECT_EQ(ZAVSyncedChangeTableNameEvents.find('\''), std::string_view::npos)
@@ -482,8 +465,7 @@ TEST(Messages, HaveTheSequenceThatWasPersistedForTheirEvent) {
 }
 
 TEST(Messages, ShowThePartsOfTheirEvent) {
-    const TestStore store;
-    store.addStream(uuidNumber(1));
+    const StreamStore store;
     const auto event = makeEvent(EventType_MESSAGE, uuidNumber(1), 1);
     event->set_content(std::vector<std::shared_ptr<ZAVTContent>>{makeTextPart("hello"), makeTextPart("you")});
     ASSERT_TRUE(store.repository().persistEvents({event}));
@@ -521,7 +503,7 @@ TEST(EventRows, SumTheBytesOfFilesBeyond32Bits) {
         << "what is uploaded, uploading or complete, and neither purged nor without a file";
 }
 
-TEST(EventRows, SayWhyTheyCannotBeRead) {
+TEST(EventRows, SayThatTheirSumIsTooLarge) {
     const TestStore store;
     const ZAVEventRowRepository rows(store.sharedDatabase());
     store.execute(
@@ -531,33 +513,6 @@ TEST(EventRows, SayWhyTheyCannotBeRead) {
     EXPECT_EQ(rows.diskUtilization(&error), std::nullopt);
     EXPECT_EQ(error, ZAVError("SQLite", 1, "integer overflow"));
     EXPECT_EQ(rows.diskUtilization(), std::nullopt) << "nobody asked for the reason";
-    store.execute("DROP TABLE events; DROP TABLE event_content_parts");
-    EXPECT_EQ(rows.eventsWithoutSeq(&error), std::nullopt);
-    EXPECT_EQ(error, ZAVError("SQLite", 1, "no such table: events"));
-    EXPECT_EQ(rows.eventsWithoutSeq(), std::nullopt);
-    EXPECT_EQ(rows.diskUtilization(&error), std::nullopt);
-    EXPECT_EQ(error, ZAVError("SQLite", 1, "no such table: event_content_parts"));
-}
-
-TEST(ConversationsAndMessages, TellWhyTheyFail) {
-    const TestStore store;
-    const ZAVConversationRepository conversations(store.sharedDatabase());
-    const ZAVMessageRepository messages(store.sharedDatabase());
-    store.execute("DROP TABLE conversations; DROP TABLE conversation_participants; DROP TABLE messages");
-    ZAVError error;
-    EXPECT_EQ(conversations.findOrCreateConversationWithStreamUUID(uuidNumber(1), &error),
-              ZAVDatabaseIdentifierNotSet);
-    EXPECT_EQ(error, ZAVError("SQLite", 1, "no such table: conversations"));
-    EXPECT_FALSE(conversations.addParticipant("ada", 1, &error));
-    EXPECT_EQ(error, ZAVError("SQLite", 1, "no such table: conversation_participants"));
-    error = {};
-    EXPECT_EQ(conversations.seqOfParticipant("ada", 1, &error), std::nullopt);
-    EXPECT_EQ(error, ZAVError("SQLite", 1, "no such table: conversation_participants"));
-    EXPECT_EQ(messages.findOrCreateMessageForEventDatabaseIdentifier(1, &error), nullptr);
-    EXPECT_EQ(error, ZAVError("SQLite", 1, "no such table: messages"));
-    error = {};
-    EXPECT_EQ(messages.seqOfMessage(ZAVMessage(1), &error), std::nullopt);
-    EXPECT_EQ(error, ZAVError("SQLite", 1, "no such table: messages"));
 }
 
 // The row identifier that means "not set".

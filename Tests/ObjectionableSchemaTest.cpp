@@ -151,10 +151,9 @@ TEST_F(ObjectionableSchema, InALogThatIsNotYetFoldedIsRefusedAndTheLogIsKept) {
 
 TEST_F(ObjectionableSchema, IsRefusedToWhoeverOnlyReadsAsWell) {
     tamper("CREATE VIEW summary AS SELECT 1");
-    FMDatabaseOptions options;
-    options.access = FMDatabaseOptions::Access::readOnly;
     ZAVError error;
-    EXPECT_EQ(ZAVDatabaseSchema::openDatabase(path_, options, &error), nullptr);
+    EXPECT_EQ(ZAVDatabaseSchema::openDatabase(path_, withAccess(FMDatabaseOptions::Access::readOnly), &error),
+              nullptr);
     EXPECT_EQ(error.code(), ZAVDatabaseErrorForeignSchema) << error.description();
 }
 

@@ -3,7 +3,6 @@
 #include <ZAVEventRepository/ZAVEvent.h>
 #include <ZAVEventRepository/ZAVEventContent.h>
 #include <ZAVEventRepository/ZAVKeyedValuesContext.h>
-#include <ZAVEventRepository/ZAVLogComponent.h>
 #include <ZAVEventRepository/ZAVMessagePart.h>
 #include <ZAVEventRepository/ZAVSyncedChangeType.h>
 #include <gtest/gtest.h>
@@ -72,30 +71,6 @@ TEST(StoredNumber, OfEachKeyedValuesTableAndKeyTypeIsFixed) {
 TEST(StoredNumber, OfTheMarkersForUnsetIsTheLargestOfItsType) {
     EXPECT_EQ(ZAVDatabaseIdentifierNotSet, std::int64_t{0x7FFFFFFFFFFFFFFF});
     EXPECT_EQ(ZAVSequenceNotSet, std::int32_t{0x7FFFFFFF});
-}
-
-TEST(LogComponents, AreNumberedWithoutAGap) {
-    const std::vector<ZAVLogComponent> components = {ZAVLogComponentUndefined,
-                                                     ZAVLogComponentInitialization,
-                                                     ZAVLogComponentCertification,
-                                                     ZAVLogComponentAuthentication,
-                                                     ZAVLogComponentTransport,
-                                                     ZAVLogComponentTransportPush,
-                                                     ZAVLogComponentPlatformPush,
-                                                     ZAVLogComponentModel,
-                                                     ZAVLogComponentSQLite,
-                                                     ZAVLogComponentSynchronization,
-                                                     ZAVLogComponentInboundReconciliation,
-                                                     ZAVLogComponentOutboundReconciliation,
-                                                     ZAVLogComponentMessagingPublicAPI,
-                                                     ZAVLogComponentRichContent,
-                                                     ZAVLogComponentApplicationState,
-                                                     ZAVLogComponentCount};
-    for (unsigned number = 0; number < components.size(); ++number) {
-        EXPECT_EQ(components[number], number);
-    }
-    EXPECT_EQ(ZAVLogComponentModel, 7U);
-    EXPECT_EQ(ZAVLogComponentCount, 15U);
 }
 
 TEST(NewEvent, HasNoRowAndNoStream) {

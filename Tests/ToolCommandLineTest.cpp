@@ -467,27 +467,28 @@ TEST(ToolFailure, AnImportThatTheFileSizeLimitEndsKeepsTheBatchesBefore) {
     expectFirstBatchesOfTen(store, imported);
 }
 
-/// Runs `body` where a small file system of its own is mounted on `directory`; false when that cannot be had.
-/// The mount is the thread's own: nobody else sees it, and it goes with the thread.
+/// Runs `body` on a store in a small file system of its own; skips the test when that cannot be had. The
+/// mount is the thread's own: nobody else sees it, and it goes with the thread.
 template <class Body>
-bool runOnSmallFileSystem(const std::string& directory, const char* size, Body body) {
+void onSmallFileSystem(const char* size, Body body) {
+    const TemporaryDirectory mountPoint;
+    const std::string directory = mountPoint.path().string();
     bool mounted = false;
     std::thread([&] {
         mounted = ::unshare(CLONE_NEWNS) == 0 &&
                   ::mount("none", "/", "", MS_REC | MS_PRIVATE, nullptr) == 0 &&
                   ::mount("tmpfs", directory.c_str(), "tmpfs", 0, size) == 0;
         if (mounted) {
-            body();
+            body(ToolStore(directory));
         }
     }).join();
-    return mounted;
+    if (!mounted) {
+        GTEST_SKIP() << "a file system can be mounted by a privileged user only";
+    }
 }
 
 TEST(ToolFailure, AnImportThatFillsTheDiskLeavesWhatWasStored) {
-    const TemporaryDirectory mountPoint;
-    const std::string directory = mountPoint.path().string();
-    const auto body = [&] {
-        const ToolStore store(directory);
+    onSmallFileSystem("size=2m", [](const ToolStore& store) {
         store.importWell(lines({eventJSON(1, {{"seq", 1}}), eventJSON(2)}));
         const std::string before = store.events();
         const ToolRun imported = store.run("import", {"-", "--log", "off", "--batch", "1000000"},
@@ -498,40 +499,25 @@ TEST(ToolFailure, AnImportThatFillsTheDiskLeavesWhatWasStored) {
         expectIntact(store);
         store.importWell(lines({eventJSON(3)}));
         EXPECT_EQ(parsedLines(store.events()).size(), 3U) << "what fits can be stored again";
-    };
-    if (!runOnSmallFileSystem(directory, "size=2m", body)) {
-        GTEST_SKIP() << "a file system can be mounted by a privileged user only";
-    }
+    });
 }
 
 TEST(ToolFailure, AnImportThatFillsTheDiskKeepsTheBatchesBefore) {
-    const TemporaryDirectory mountPoint;
-    const std::string directory = mountPoint.path().string();
-    const auto body = [&] {
-        const ToolStore store(directory);
+    onSmallFileSystem("size=2m", [](const ToolStore& store) {
         const ToolRun imported =
             store.run("import", {"-", "--log", "off", "--batch", "10"}, {.input = eventsOfSize(8000000)});
         expectFirstBatchesOfTen(store, imported);
-    };
-    if (!runOnSmallFileSystem(directory, "size=2m", body)) {
-        GTEST_SKIP() << "a file system can be mounted by a privileged user only";
-    }
+    });
 }
 
 TEST(ToolFailure, ADatabaseCannotBeMadeOnAFullDisk) {
-    const TemporaryDirectory mountPoint;
-    const std::string directory = mountPoint.path().string();
-    const auto body = [&] {
-        const ToolStore store(directory);
+    onSmallFileSystem("size=64k", [](const ToolStore& store) {
         store.write("ballast", std::string(65536 - 8192, 'x'));
         const ToolRun run = store.run("init");
         EXPECT_EQ(run.status, 1) << "the schema does not fit";
         EXPECT_EQ(run.err.find("zavevents: " + store.path() + ": "), 0U) << run.err;
         std::filesystem::remove(store.file("ballast"));
-    };
-    if (!runOnSmallFileSystem(directory, "size=64k", body)) {
-        GTEST_SKIP() << "a file system can be mounted by a privileged user only";
-    }
+    });
 }
 
 }  // namespace

@@ -131,6 +131,15 @@ std::vector<std::string> wordsToImport(const ToolStore& store, const std::string
     return {ZAV_TOOL_PATH, "import", store.path(), "-", "--batch", batch};
 }
 
+/// The same, begun by a shell that does something first.
+std::vector<std::string> wordsToImportAfter(const std::string& command, const ToolStore& store,
+                                            const std::string& batch) {
+    std::vector<std::string> words = {"/bin/sh", "-c", command + "; exec \"$0\" \"$@\""};
+    const auto import = wordsToImport(store, batch);
+    words.insert(words.end(), import.begin(), import.end());
+    return words;
+}
+
 std::string numberedLines(int from, int to) {
     std::vector<json> events;
     for (int number = from; number <= to; ++number) {
@@ -186,11 +195,7 @@ TEST(ToolImportEnd, ASignalBetweenLinesThatAreThereStopsIt) {
 
 TEST(ToolImportEnd, ASignalThatIsIgnoredStaysIgnored) {
     const ToolStore store;
-    std::vector<std::string> words = {"/bin/sh", "-c", "trap '' HUP; exec \"$0\" \"$@\""};
-    for (const std::string& word : wordsToImport(store, "1")) {
-        words.push_back(word);
-    }
-    RunningTool tool(words, RunningTool::Errors::toPipe);
+    RunningTool tool(wordsToImportAfter("trap '' HUP", store, "1"), RunningTool::Errors::toPipe);
     tool.feed(numberedLines(1, 1));
     waitUntilStored(store, "1");
     tool.signal(SIGHUP);
@@ -205,11 +210,7 @@ TEST(ToolImportEnd, ASignalThatIsIgnoredStaysIgnored) {
 TEST(ToolImportEnd, AFileSizeLimitIsAFailureThatSaysWhatIsStored) {
     const ToolStore store;
     EXPECT_EQ(store.run("init").status, 0);
-    std::vector<std::string> words = {"/bin/sh", "-c", "ulimit -f 800; exec \"$0\" \"$@\""};
-    for (const std::string& word : wordsToImport(store, "100")) {
-        words.push_back(word);
-    }
-    RunningTool tool(words, RunningTool::Errors::toPipe);
+    RunningTool tool(wordsToImportAfter("ulimit -f 800", store, "100"), RunningTool::Errors::toPipe);
     std::thread feeder([&] {
         try {
             tool.feed(numberedLines(1, 20000));
@@ -235,11 +236,7 @@ TEST(ToolImportEnd, MemoryThatRunsOutIsAFailureThatSaysWhatIsStored) {
     }
     const ToolStore store;
     EXPECT_EQ(store.run("init").status, 0);
-    std::vector<std::string> words = {"/bin/sh", "-c", "ulimit -v 400000; exec \"$0\" \"$@\""};
-    for (const std::string& word : wordsToImport(store, "2")) {
-        words.push_back(word);
-    }
-    RunningTool tool(words, RunningTool::Errors::toPipe);
+    RunningTool tool(wordsToImportAfter("ulimit -v 400000", store, "2"), RunningTool::Errors::toPipe);
     std::thread feeder([&] {
         try {
             tool.feed(numberedLines(1, 5) + "{\"creator_id\":\"");

@@ -254,14 +254,6 @@ TEST(ToolParts, TheOptionsOfExpiredDownloadsGoWithNothingElse) {
     store.expectWrongCommandLine({"--expired-downloads", "--mime", "image/png", "--no-mime"});
 }
 
-TEST(ToolParts, NegativeAmountsAreRefused) {
-    const QueueStore store;
-    store.expectWrongCommandLine({"--incomplete-uploads", "--limit", "-1"});
-    store.expectWrongCommandLine({"--expired-downloads", "--max-size", "-1"});
-    store.expectWrongCommandLine({"--least-recent", "-1"});
-    store.expectWrongCommandLine({"--event", "1", "--index", "-1"});
-}
-
 // Sequences
 
 const Options assigned = {"--seq", "12", "--creator", "ada", "--timestamp", "1760000492000"};

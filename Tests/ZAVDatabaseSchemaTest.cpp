@@ -30,11 +30,7 @@ protected:
     }
 
     /// Makes a file that no write-ahead log belongs to.
-    void makeFile(const std::string& script) {
-        FMDatabaseOptions options;
-        options.writeAheadLog = false;
-        run(*openHandle(path_, options), script);
-    }
+    void makeFile(const std::string& script) { run(*openHandle(path_, withoutWriteAheadLog()), script); }
 
     ZAVError refusal() {
         ZAVError error;
@@ -124,10 +120,8 @@ TEST_F(Schema, IsNotMadeWhileAnotherConnectionWrites) {
 }
 
 TEST_F(Schema, IsMadeWithoutAWriteAheadLogWhenNoneIsAskedFor) {
-    FMDatabaseOptions options;
-    options.writeAheadLog = false;
     ZAVError error;
-    const auto database = ZAVDatabaseSchema::openDatabase(path_, options, &error);
+    const auto database = ZAVDatabaseSchema::openDatabase(path_, withoutWriteAheadLog(), &error);
     ASSERT_NE(database, nullptr) << error.description();
     EXPECT_EQ(scalar(*database, "PRAGMA journal_mode"), "delete");
     EXPECT_EQ(ZAVDatabaseSchema::versionOfDatabase(*database), ZAVDatabaseSchema::currentVersion());
@@ -150,19 +144,17 @@ TEST_F(Schema, IsNotOpenedWithAWriteAheadLogWhileAnotherConnectionReadsWithoutOn
 
 TEST_F(Schema, IsNotMadeInAFileThatMayOnlyBeRead) {
     openHandle(path_).reset();
-    FMDatabaseOptions options;
-    options.access = FMDatabaseOptions::Access::readOnly;
     ZAVError error;
-    EXPECT_EQ(ZAVDatabaseSchema::openDatabase(path_, options, &error), nullptr);
+    EXPECT_EQ(ZAVDatabaseSchema::openDatabase(path_, withAccess(FMDatabaseOptions::Access::readOnly), &error),
+              nullptr);
     EXPECT_TRUE(error);
 }
 
 TEST_F(Schema, OfAStoreThatIsOnlyReadIsTakenAsItIs) {
     openStore().reset();
-    FMDatabaseOptions options;
-    options.access = FMDatabaseOptions::Access::readOnly;
     ZAVError error;
-    const auto database = ZAVDatabaseSchema::openDatabase(path_, options, &error);
+    const auto database =
+        ZAVDatabaseSchema::openDatabase(path_, withAccess(FMDatabaseOptions::Access::readOnly), &error);
     ASSERT_TRUE(database) << error.description();
     EXPECT_EQ(scalar(*database, "SELECT COUNT(*) FROM events"), "0");
 }

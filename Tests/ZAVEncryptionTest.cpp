@@ -239,9 +239,7 @@ TEST_F(Encryption, TheFileAndItsWriteAheadLogHoldNoText) {
 }
 
 TEST_F(Encryption, TheRollbackJournalHoldsNoText) {
-    FMDatabaseOptions options;
-    options.writeAheadLog = false;
-    const auto database = openStoreWithKey(path(), rightKey, options);
+    const auto database = openStoreWithKey(path(), rightKey, withoutWriteAheadLog());
     storeEvent(database, 1);
     ASSERT_EQ(scalar(*database, "PRAGMA journal_mode"), "delete");
     const auto transaction = ZAVTransaction::begin(*database);
@@ -272,9 +270,7 @@ TEST_F(Encryption, AWrongKeyLosesNothingOfALogThatACrashLeft) {
 }
 
 TEST_F(Encryption, AWrongKeyLosesNothingOfWhatAJournalKeeps) {
-    FMDatabaseOptions options;
-    options.writeAheadLog = false;
-    const auto database = openStoreWithKey(path(), rightKey, options);
+    const auto database = openStoreWithKey(path(), rightKey, withoutWriteAheadLog());
     for (int number = 1; number <= 100; ++number) {
         storeEvent(database, number);
     }

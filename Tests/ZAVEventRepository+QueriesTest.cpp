@@ -232,16 +232,6 @@ TEST(EventQueries, AllEventsAreThoseOfEveryStreamAndThoseWithout) {
     EXPECT_EQ(sortedRowsOf(store.repository().allEvents()), (Rows{1, 2, 3, 4, 5, 6, 7, 8}));
 }
 
-TEST(EventQueries, AnEventWhoseStreamIsMissingHasNoStreamIdentifierButItsStreamsRow) {
-    const TestStore store;
-    addEvent(store, 7, EventType_MESSAGE, "1", "99");
-    const auto events = store.repository().allEvents();
-    ASSERT_TRUE(events);
-    ASSERT_EQ(events->size(), 1U);
-    EXPECT_EQ((*events)[0]->stream_id(), std::nullopt);
-    EXPECT_EQ((*events)[0]->streamDatabaseIdentifier(), 99);
-}
-
 TEST(EventQueries, EachCallMakesNewRecordsThatAreTiedToNothing) {
     const SixEvents store;
     const auto first = store.repository().allEvents();
@@ -256,8 +246,7 @@ TEST(EventQueries, EachCallMakesNewRecordsThatAreTiedToNothing) {
 }
 
 TEST(EventQueries, TwoStoredEventsThatDifferOnlyInTheirRowsAreTwoEvents) {
-    const TestStore store;
-    store.addStream(uuidNumber(1));
+    const StreamStore store;
     store.execute(
         "WITH RECURSIVE numbers (number) AS (SELECT 1 UNION ALL SELECT number + 1 FROM numbers LIMIT 5000)"
         "INSERT INTO events (type, stream_database_identifier, client_id) SELECT 2, 1, x'AA' FROM numbers");
@@ -308,8 +297,7 @@ TEST(EventQueries, AnUnpublishableEventBecomesPublishableOnceItsStreamHasItsIden
 }
 
 TEST(EventQueries, ASequencedEventIsNeitherPublishableNorUnpublishable) {
-    const TestStore store;
-    store.addStream(uuidNumber(1));
+    const StreamStore store;
     addEvent(store, 1, EventType_MEMBER_ADDED, "0", "1");
     addEvent(store, 2, EventType_MEMBER_ADDED, "2147483647", "1");
     addEvent(store, 3, EventType_MEMBER_ADDED, "5", "99");
@@ -319,8 +307,7 @@ TEST(EventQueries, ASequencedEventIsNeitherPublishableNorUnpublishable) {
 
 /// The publishable rows of a store with one unsequenced message, row 1, whose parts have these statuses.
 Rows publishableWithPartsOf(ZAVTEventType type, const std::vector<std::string>& transferStatuses) {
-    const TestStore store;
-    store.addStream(uuidNumber(1));
+    const StreamStore store;
     addEvent(store, 1, type, "NULL", "1");
     int index = 0;
     for (const std::string& status : transferStatuses) {
@@ -354,8 +341,7 @@ TEST(EventQueries, AMessageWithAPartInAnyOtherTransferStateIsNotPublishable) {
 
 /// The publishable rows of a store with one unsequenced message, row 1, whose mapper answers this content.
 Rows publishableWithContent(const std::optional<std::vector<std::shared_ptr<ZAVTContent>>>& content) {
-    const TestStore store;
-    store.addStream(uuidNumber(1));
+    const StreamStore store;
     addEvent(store, 1, EventType_MESSAGE, "NULL", "1");
     addPart(store, 1, 0, "4");
     const TamperingRepository repository(store, [&](std::shared_ptr<ZAVEvent> event, ZAVError*) {
@@ -390,8 +376,7 @@ TEST(EventQueries, AnEventThatIsNoMessageIsPublishableWhateverItsParts) {
 }
 
 TEST(EventQueries, AMessageThatIsHeldBackDoesNotHoldBackTheEventsAroundIt) {
-    const TestStore store;
-    store.addStream(uuidNumber(1));
+    const StreamStore store;
     for (const int row : {1, 2, 3}) {
         addEvent(store, row, EventType_MESSAGE, "NULL", "1");
         addPart(store, row, 0, row == 2 ? "1" : "4");
@@ -400,8 +385,7 @@ TEST(EventQueries, AMessageThatIsHeldBackDoesNotHoldBackTheEventsAroundIt) {
 }
 
 TEST(EventQueries, OnlyARecordedInsertionMakesAnEventUnprocessed) {
-    const TestStore store;
-    store.addStream(uuidNumber(1));
+    const StreamStore store;
     for (int row = 1; row <= 5; ++row) {
         addEvent(store, row, EventType_MEMBER_ADDED, "NULL", "1");
     }
@@ -440,8 +424,7 @@ TEST(EventQueries, AnEventWithSeveralRecordedInsertionsComesBackOnce) {
 }
 
 TEST(EventQueries, AnEventComesBackOnceInWhateverOrderItsInsertionsAreFound) {
-    const TestStore store;
-    store.addStream(uuidNumber(1));
+    const StreamStore store;
     for (int row = 1; row <= 4; ++row) {
         addEvent(store, row, EventType_MEMBER_ADDED, "NULL", "1");
     }
@@ -454,8 +437,7 @@ TEST(EventQueries, AnEventComesBackOnceInWhateverOrderItsInsertionsAreFound) {
 }
 
 TEST(EventQueries, AnEventOfManyInsertionsComesBackOnceBesideThoseAroundIt) {
-    const TestStore store;
-    store.addStream(uuidNumber(1));
+    const StreamStore store;
     for (int row = 1; row <= 3; ++row) {
         addEvent(store, row, EventType_MEMBER_ADDED, "NULL", "1");
     }
@@ -466,8 +448,7 @@ TEST(EventQueries, AnEventOfManyInsertionsComesBackOnceBesideThoseAroundIt) {
 }
 
 TEST(EventQueries, AnUnprocessedEventIsReadWithItsContentAndNotFromTheColumnsOfItsChange) {
-    const TestStore store;
-    store.addStream(uuidNumber(1));
+    const StreamStore store;
     addEvent(store, 7, EventType_MESSAGE, "3", "1", "creator_name", "'Ann'");
     addPart(store, 7, 0, "4");
     addPart(store, 7, 1, "1");
@@ -479,55 +460,37 @@ TEST(EventQueries, AnUnprocessedEventIsReadWithItsContentAndNotFromTheColumnsOfI
     EXPECT_EQ((*events)[0]->contentParts().size(), 2U);
 }
 
-/// Adds a sequenced event to stream row 1, by what the replay order depends on.
-void addReplayed(const TestStore& store, int row, const std::string& precedingSeq, const std::string& creator,
-                 const std::string& clientSeq) {
-    addEvent(store, row, EventType_MESSAGE, std::to_string(100 - row), "1",
-             "preceding_seq, creator_id, client_seq", precedingSeq + ", " + creator + ", " + clientSeq);
+/// The rows of a revived stream in the order of the answer. Its events, in the rows from 1 on, have these
+/// preceding sequences, creators and client sequences.
+Rows replayOrderOf(const std::vector<std::string>& events) {
+    const StreamStore store;
+    int row = 0;
+    for (const std::string& event : events) {
+        ++row;
+        addEvent(store, row, EventType_MESSAGE, std::to_string(100 - row), "1",
+                 "preceding_seq, creator_id, client_seq", event);
+    }
+    return rowsOf(store.repository().eventsFromRevivedStreamWithStreamDatabaseIdentifier(1));
 }
 
 TEST(EventQueries, TheEventsOfARevivedStreamComeByPrecedingSequenceThenCreator) {
-    const TestStore store;
-    store.addStream(uuidNumber(1));
-    addReplayed(store, 1, "5", "'a'", "1");
-    addReplayed(store, 2, "3", "'b'", "1");
-    addReplayed(store, 3, "3", "'a'", "1");
-    EXPECT_EQ(rowsOf(store.repository().eventsFromRevivedStreamWithStreamDatabaseIdentifier(1)),
-              (Rows{3, 2, 1}));
+    EXPECT_EQ(replayOrderOf({"5, 'a', 1", "3, 'b', 1", "3, 'a', 1"}), (Rows{3, 2, 1}));
 }
 
 TEST(EventQueries, EventsOfOneCreatorAfterTheSameSequenceComeByClientSequence) {
-    const TestStore store;
-    store.addStream(uuidNumber(1));
-    addReplayed(store, 1, "3", "'a'", "10");
-    addReplayed(store, 2, "3", "'a'", "9");
-    addReplayed(store, 3, "3", "'a'", "-1");
-    addReplayed(store, 4, "2", "'z'", "99");
-    EXPECT_EQ(rowsOf(store.repository().eventsFromRevivedStreamWithStreamDatabaseIdentifier(1)),
-              (Rows{4, 3, 2, 1}));
+    EXPECT_EQ(replayOrderOf({"3, 'a', 10", "3, 'a', 9", "3, 'a', -1", "2, 'z', 99"}), (Rows{4, 3, 2, 1}));
 }
 
 TEST(EventQueries, WhatARevivedEventLacksSortsBeforeWhatOthersHave) {
-    const TestStore store;
-    store.addStream(uuidNumber(1));
-    addReplayed(store, 1, "0", "''", "1");
-    addReplayed(store, 2, "0", "NULL", "1");
-    addReplayed(store, 3, "NULL", "'z'", "1");
-    addReplayed(store, 4, "-5", "'a'", "NULL");
-    EXPECT_EQ(rowsOf(store.repository().eventsFromRevivedStreamWithStreamDatabaseIdentifier(1)),
-              (Rows{3, 4, 2, 1}));
+    EXPECT_EQ(replayOrderOf({"0, '', 1", "0, NULL, 1", "NULL, 'z', 1", "-5, 'a', NULL"}), (Rows{3, 4, 2, 1}));
 }
 
 TEST(EventQueries, RevivedEventsThatTieAreAllReturned) {
-    const TestStore store;
-    store.addStream(uuidNumber(1));
-    addReplayed(store, 1, "9", "'a'", "1");
-    for (const int row : {2, 3, 4}) {
-        addReplayed(store, row, "3", "'a'", "1");
-    }
-    const auto events = store.repository().eventsFromRevivedStreamWithStreamDatabaseIdentifier(1);
-    EXPECT_EQ(sortedRowsOf(events), (Rows{1, 2, 3, 4}));
-    EXPECT_EQ(rowsOf(events).back(), 1);
+    Rows rows = replayOrderOf({"9, 'a', 1", "3, 'a', 1", "3, 'a', 1", "3, 'a', 1"});
+    ASSERT_EQ(rows.size(), 4U);
+    EXPECT_EQ(rows.back(), 1);
+    std::sort(rows.begin(), rows.end());
+    EXPECT_EQ(rows, (Rows{1, 2, 3, 4}));
 }
 
 TEST(EventQueries, ARevivedStreamYieldsOnlyItsOwnSequencedEvents) {
@@ -568,8 +531,7 @@ TEST(EventQueries, PostedEventsAreThoseWithAnySequenceInAnyStream) {
 }
 
 TEST(EventQueries, AnEventIsFoundByItsSequenceInItsOwnStreamOnly) {
-    const TestStore store;
-    store.addStream(uuidNumber(1));
+    const StreamStore store;
     store.addStream(uuidNumber(2));
     addEvent(store, 1, EventType_MESSAGE, "5", "1");
     addEvent(store, 2, EventType_MESSAGE, "5", "2");
@@ -604,8 +566,7 @@ TEST(EventQueries, AnEventWithoutASequenceIsNotFoundBySequenceZero) {
 }
 
 TEST(EventQueries, SequencesAtBothEndsOfTheirRangeAreFoundAndLogged) {
-    const TestStore store;
-    store.addStream(uuidNumber(1));
+    const StreamStore store;
     addEvent(store, 1, EventType_MESSAGE, "-2147483648", "1");
     addEvent(store, 2, EventType_MESSAGE, "2147483647", "1");
     const LogCapture log;
@@ -625,8 +586,7 @@ TEST(EventQueries, SequencesAtBothEndsOfTheirRangeAreFoundAndLogged) {
 }
 
 TEST(EventQueries, OfSeveralEventsAtOneSequenceOneIsReturned) {
-    const TestStore store;
-    store.addStream(uuidNumber(1));
+    const StreamStore store;
     store.execute("DROP INDEX events_by_stream_and_seq");
     addEvent(store, 1, EventType_MESSAGE, "5", "1");
     addEvent(store, 2, EventType_MESSAGE, "5", "1");
@@ -643,8 +603,7 @@ TEST(EventQueries, OfSeveralEventsAtOneSequenceOneIsReturned) {
 }
 
 TEST(EventQueries, AnEventIsFoundByItsRowWithEverythingThatItCarries) {
-    const TestStore store;
-    store.addStream(uuidNumber(1));
+    const StreamStore store;
     const auto stored = makeEvent(EventType_MESSAGE, uuidNumber(1), 7);
     stored->set_creator_id("alice");
     stored->set_transient_metadata(ZAVDictionary{{"colour", std::string("green")}});

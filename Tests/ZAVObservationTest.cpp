@@ -114,8 +114,7 @@ TEST_F(WatchedStatements, AreNoLongerToldWhenNobodyWatches) {
 }
 
 TEST_F(WatchedStatements, AreThoseThatAnOperationRuns) {
-    const TestStore store;
-    store.addStream(uuidNumber(1));
+    const StreamStore store;
     std::vector<std::string> told;
     store.database().setStatementObserver([&](const FMStatementRun& run) { told.emplace_back(run.sql); });
     EXPECT_EQ(store.repository().countOfEvents(), 0U);
@@ -175,6 +174,12 @@ protected:
             << database_->lastError().description();
     }
 
+    /// Inserts a row of which it does not matter that it was told.
+    void insertBefore(int number) {
+        insert(number);
+        commits_.clear();
+    }
+
     /// That these rows of `t` were told as inserted, by one commit, and nothing else.
     void expectInserted(const std::vector<int>& numbers) const {
         Changes expected;
@@ -203,8 +208,7 @@ TEST_F(WatchedChanges, AreToldTogetherWhenATransactionIsCommitted) {
     insert(2);
     EXPECT_TRUE(commits_.empty()) << "changes were told before their commit";
     ASSERT_TRUE(transaction->commit());
-    const std::vector<Changes> expected{{{Kind::insertion, "t", 1}, {Kind::insertion, "t", 2}}};
-    EXPECT_EQ(commits_, expected);
+    expectInserted({1, 2});
 }
 
 TEST_F(WatchedChanges, AreNotToldWhenATransactionIsUndone) {
@@ -213,45 +217,38 @@ TEST_F(WatchedChanges, AreNotToldWhenATransactionIsUndone) {
         insert(1);
     }
     insert(2);
-    const std::vector<Changes> expected{{{Kind::insertion, "t", 2}}};
-    EXPECT_EQ(commits_, expected);
+    expectInserted({2});
 }
 
 TEST_F(WatchedChanges, AreNotToldWhenTheEngineUndoesTheTransaction) {
-    insert(1);
-    commits_.clear();
+    insertBefore(1);
     {
         const auto transaction = ZAVTransaction::begin(*database_);
         insert(2);
         ASSERT_FALSE(database_->executeUpdate("INSERT OR ROLLBACK INTO t VALUES (3, 1)"));
     }
     insert(4);
-    const std::vector<Changes> expected{{{Kind::insertion, "t", 4}}};
-    EXPECT_EQ(commits_, expected);
+    expectInserted({4});
 }
 
 TEST_F(WatchedChanges, LeaveOutWhatAFailedStatementTookBack) {
-    insert(1);
-    commits_.clear();
+    insertBefore(1);
     auto transaction = ZAVTransaction::begin(*database_);
     insert(2);
     ASSERT_FALSE(database_->executeUpdate("INSERT INTO t VALUES (3, 3), (4, 1)"));
     insert(5);
     ASSERT_TRUE(transaction->commit());
-    const std::vector<Changes> expected{{{Kind::insertion, "t", 2}, {Kind::insertion, "t", 5}}};
-    EXPECT_EQ(commits_, expected);
+    expectInserted({2, 5});
 }
 
 TEST_F(WatchedChanges, LeaveOutAFailedStatementOutsideATransaction) {
-    insert(1);
-    commits_.clear();
+    insertBefore(1);
     ASSERT_FALSE(database_->executeUpdate("INSERT INTO t VALUES (3, 3), (4, 1)"));
     EXPECT_TRUE(commits_.empty());
 }
 
 TEST_F(WatchedChanges, AreToldWhileACursorIsOpen) {
-    insert(1);
-    commits_.clear();
+    insertBefore(1);
     auto rows = database_->executeQuery("SELECT a FROM t");
     ASSERT_TRUE(rows->next());
     insert(2);
@@ -260,8 +257,7 @@ TEST_F(WatchedChanges, AreToldWhileACursorIsOpen) {
 
 TEST_F(WatchedChanges, OfAScriptAreTold) {
     run(*database_, "BEGIN; INSERT INTO t VALUES (1, 1); COMMIT");
-    const std::vector<Changes> expected{{{Kind::insertion, "t", 1}}};
-    EXPECT_EQ(commits_, expected);
+    expectInserted({1});
 }
 
 TEST_F(WatchedChanges, LeaveOutTablesThatAreNotInTheFile) {
@@ -284,8 +280,7 @@ TEST_F(WatchedChanges, AreToldToAnObserverThatTookOverMeanwhile) {
     database_->setChangeObserver([this](std::span<const FMRowChange>) { watch(); });
     insert(1);
     insert(2);
-    const std::vector<Changes> expected{{{Kind::insertion, "t", 2}}};
-    EXPECT_EQ(commits_, expected);
+    expectInserted({2});
 }
 
 TEST_F(WatchedChanges, AreNoLongerToldWhenNobodyWatches) {
@@ -304,8 +299,7 @@ TEST_F(WatchedChanges, MayBeWatchedWhenTheHandleCloses) {
 // What is taken back, and what stays after a failure
 
 TEST_F(WatchedChanges, OfAScriptThatFailsInATransactionAreThoseOfTheStatementsBefore) {
-    insert(1);
-    commits_.clear();
+    insertBefore(1);
     auto transaction = ZAVTransaction::begin(*database_);
     ASSERT_FALSE(database_->executeStatements(
         "INSERT INTO t VALUES (2, 2); INSERT INTO t VALUES (3, 3), (4, 1); INSERT INTO t VALUES (5, 5)"));
@@ -315,8 +309,7 @@ TEST_F(WatchedChanges, OfAScriptThatFailsInATransactionAreThoseOfTheStatementsBe
 }
 
 TEST_F(WatchedChanges, OfAScriptThatFailsAreThoseOfTheStatementsBefore) {
-    insert(1);
-    commits_.clear();
+    insertBefore(1);
     ASSERT_FALSE(
         database_->executeStatements("INSERT INTO t VALUES (2, 2); INSERT INTO t VALUES (3, 3), (4, 1)"));
     expectInserted({2});
@@ -331,8 +324,7 @@ TEST_F(WatchedChanges, OfAScriptAreToldCommitByCommitAlsoWhenItLeavesATransactio
 }
 
 TEST_F(WatchedChanges, LeaveOutWhatAFailedCursorTookBack) {
-    insert(1);
-    commits_.clear();
+    insertBefore(1);
     auto transaction = ZAVTransaction::begin(*database_);
     insert(2);
     auto rows = database_->executeQuery("INSERT INTO t VALUES (3, 3), (4, 1)");
@@ -345,8 +337,7 @@ TEST_F(WatchedChanges, LeaveOutWhatAFailedCursorTookBack) {
 }
 
 TEST_F(WatchedChanges, IncludeWhatAStatementStoredBeforeItFailed) {
-    insert(1);
-    commits_.clear();
+    insertBefore(1);
     constexpr const char* keeping = "INSERT OR FAIL INTO t VALUES (3, 3), (4, 1), (5, 5)";
     ASSERT_FALSE(database_->executeUpdate(keeping));
     ASSERT_EQ(scalar(*database_, "SELECT group_concat(a) FROM t"), "1,3") << "the engine keeps the row";
@@ -354,8 +345,7 @@ TEST_F(WatchedChanges, IncludeWhatAStatementStoredBeforeItFailed) {
 }
 
 TEST_F(WatchedChanges, IncludeWhatACursorStoredBeforeItFailed) {
-    insert(1);
-    commits_.clear();
+    insertBefore(1);
     auto rows = database_->executeQuery("INSERT OR FAIL INTO t VALUES (3, 3), (4, 1)");
     ASSERT_TRUE(rows);
     ASSERT_FALSE(rows->next());
@@ -363,15 +353,13 @@ TEST_F(WatchedChanges, IncludeWhatACursorStoredBeforeItFailed) {
 }
 
 TEST_F(WatchedChanges, IncludeWhatAStatementOfAScriptStoredBeforeItFailed) {
-    insert(1);
-    commits_.clear();
+    insertBefore(1);
     ASSERT_FALSE(database_->executeStatements("INSERT OR FAIL INTO t VALUES (3, 3), (4, 1)"));
     expectInserted({3});
 }
 
 TEST_F(WatchedChanges, IncludeInATransactionWhatAStatementStoredBeforeItFailed) {
-    insert(1);
-    commits_.clear();
+    insertBefore(1);
     auto transaction = ZAVTransaction::begin(*database_);
     ASSERT_FALSE(database_->executeUpdate("INSERT OR FAIL INTO t VALUES (3, 3), (4, 1)"));
     ASSERT_FALSE(database_->executeUpdate("INSERT INTO t VALUES (6, 6), (7, 1)"));
@@ -380,8 +368,7 @@ TEST_F(WatchedChanges, IncludeInATransactionWhatAStatementStoredBeforeItFailed) 
 }
 
 TEST_F(WatchedChanges, LeaveOutAStatementThatWasInterrupted) {
-    insert(1);
-    commits_.clear();
+    insertBefore(1);
     auto transaction = ZAVTransaction::begin(*database_);
     insert(2);
     sqlite3_create_function(
@@ -544,8 +531,7 @@ TEST_F(WatchedChangesOfAReturningCursor, AreNotToldWhenTheHandleGoesInATransacti
 }
 
 TEST(ChangesOfAnOperation, NameTheRowsOfItsRecords) {
-    const TestStore store;
-    store.addStream(uuidNumber(1));
+    const StreamStore store;
     std::vector<Changes> commits;
     store.database().setChangeObserver(
         [&](std::span<const FMRowChange> changes) { commits.emplace_back(changes.begin(), changes.end()); });

@@ -232,8 +232,7 @@ TEST_F(Transaction, EndsWhileACursorIsOpen) {
 }
 
 TEST(TransactionOfACaller, StoresSeveralOperationsTogetherOrNotAtAll) {
-    const TestStore store;
-    store.addStream(uuidNumber(1));
+    const StreamStore store;
     {
         const auto transaction = ZAVTransaction::begin(store.database());
         ASSERT_TRUE(transaction);

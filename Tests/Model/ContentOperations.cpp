@@ -100,56 +100,35 @@ rc::Gen<Step> partWithURL() {
 }
 
 rc::Gen<Step> unassignedURLs() {
-    return rc::gen::just(comparedStep(
-        "eventContentsHavingUnassignedURLsWithError", "",
-        [](Comparison& both, ZAVError* error) {
-            return both.repository().eventContentsHavingUnassignedURLsWithError(error);
-        },
-        [](StoreModel& model) { return model.partsHavingUnassignedURLs(); }));
+    return drawnStep("eventContentsHavingUnassignedURLsWithError", &Comparison::repository,
+                     &ZAVEventRepository::eventContentsHavingUnassignedURLsWithError,
+                     &StoreModel::partsHavingUnassignedURLs);
 }
 
 rc::Gen<Step> incompleteUploads() {
-    return rc::gen::exec([] {
-        const auto limit = *values::limit();
-        return comparedStep(
-            "eventContentsHavingIncompleteUploadsWithLimit", list(limit),
-            [=](Comparison& both, ZAVError* error) {
-                return both.repository().eventContentsHavingIncompleteUploadsWithLimit(limit, error);
-            },
-            [=](StoreModel& model) { return model.partsHavingIncompleteUploads(limit); });
-    });
+    return drawnStep("eventContentsHavingIncompleteUploadsWithLimit", &Comparison::repository,
+                     &ZAVEventRepository::eventContentsHavingIncompleteUploadsWithLimit,
+                     &StoreModel::partsHavingIncompleteUploads, values::limit());
 }
 
 rc::Gen<Step> expiredDownloadURLs() {
-    return rc::gen::exec([] {
-        const auto types = *values::mediaTypes();
-        const auto maxSize = *values::byteCount();
-        const auto limit = *values::limit();
-        return comparedStep(
-            "eventContentsHavingExpiredDownloadURLsWithAutoDownloadMIMETypes", list(types, maxSize, limit),
-            [=](Comparison& both, ZAVError* error) {
-                return both.repository().eventContentsHavingExpiredDownloadURLsWithAutoDownloadMIMETypes(
-                    types, maxSize, limit, error);
-            },
-            [=](StoreModel& model) {
-                return model.partsHavingExpiredDownloadURLs(types, maxSize, limit,
-                                                            ZAVSecondsSince1970(ZAVNow()));
-            });
-    });
+    return drawnStep(
+        "eventContentsHavingExpiredDownloadURLsWithAutoDownloadMIMETypes", &Comparison::repository,
+        &ZAVEventRepository::eventContentsHavingExpiredDownloadURLsWithAutoDownloadMIMETypes,
+        [](StoreModel& model, const auto& types, std::uint64_t maxSize, std::uint64_t limit) {
+            return model.partsHavingExpiredDownloadURLs(types, maxSize, limit, ZAVSecondsSince1970(ZAVNow()));
+        },
+        values::mediaTypes(), values::byteCount(), values::limit());
 }
 
 rc::Gen<Step> incompleteDownloads() {
-    return rc::gen::exec([] {
-        const auto limit = *values::limit();
-        return comparedStep(
-            "eventContentsHavingIncompleteDownloadsWithLimit", list(limit),
-            [=](Comparison& both, ZAVError* error) {
-                return both.repository().eventContentsHavingIncompleteDownloadsWithLimit(limit, error);
-            },
-            [=](StoreModel& model) {
-                return model.partsHavingIncompleteDownloads(limit, ZAVSecondsSince1970(ZAVNow()));
-            });
-    });
+    return drawnStep(
+        "eventContentsHavingIncompleteDownloadsWithLimit", &Comparison::repository,
+        &ZAVEventRepository::eventContentsHavingIncompleteDownloadsWithLimit,
+        [](StoreModel& model, std::uint64_t limit) {
+            return model.partsHavingIncompleteDownloads(limit, ZAVSecondsSince1970(ZAVNow()));
+        },
+        values::limit());
 }
 
 void updatePart(Comparison& both, const Comparison::PartPlace& place) {
@@ -168,24 +147,15 @@ rc::Gen<Step> persistEventContentUpdate() {
 }
 
 rc::Gen<Step> totalDiskUtilization() {
-    return rc::gen::just(comparedStep(
-        "totalDiskUtilizationOfEventContentPartsWithError", "",
-        [](Comparison& both, ZAVError* error) {
-            return both.repository().totalDiskUtilizationOfEventContentPartsWithError(error);
-        },
-        [](StoreModel& model) { return model.totalDiskUtilization(); }));
+    return drawnStep("totalDiskUtilizationOfEventContentPartsWithError", &Comparison::repository,
+                     &ZAVEventRepository::totalDiskUtilizationOfEventContentPartsWithError,
+                     &StoreModel::totalDiskUtilization);
 }
 
 rc::Gen<Step> leastRecentlyAccessed() {
-    return rc::gen::exec([] {
-        const auto size = *values::byteCount();
-        return comparedStep(
-            "leastRecentlyAccessedEventContentPartsForSize", list(size),
-            [=](Comparison& both, ZAVError* error) {
-                return both.repository().leastRecentlyAccessedEventContentPartsForSize(size, error);
-            },
-            [=](StoreModel& model) { return model.leastRecentlyAccessedParts(size); });
-    });
+    return drawnStep("leastRecentlyAccessedEventContentPartsForSize", &Comparison::repository,
+                     &ZAVEventRepository::leastRecentlyAccessedEventContentPartsForSize,
+                     &StoreModel::leastRecentlyAccessedParts, values::byteCount());
 }
 
 }  // namespace

@@ -75,24 +75,10 @@ rc::Gen<Step> changedPart() {
     });
 }
 
-/// A query without arguments.
-template <class Call, class Ask>
-rc::Gen<Step> query(const char* kind, Call call, Ask ask) {
-    return rc::gen::just(comparedStep(
-        kind, "", [call](Comparison& both, ZAVError* error) { return (both.repository().*call)(error); },
-        [ask](StoreModel& model) { return (model.*ask)(); }));
-}
-
-rc::Gen<Step> eventsFromRevivedStream() {
-    return rc::gen::exec([] {
-        const auto stream = *values::streamRow();
-        return comparedStep(
-            "eventsFromRevivedStreamWithStreamDatabaseIdentifier", list(stream),
-            [=](Comparison& both, ZAVError* error) {
-                return both.repository().eventsFromRevivedStreamWithStreamDatabaseIdentifier(stream, error);
-            },
-            [=](StoreModel& model) { return model.eventsFromRevivedStream(stream); });
-    });
+/// A query of the event repository.
+template <class Call, class Ask, class... Arguments>
+rc::Gen<Step> query(const char* kind, Call call, Ask ask, const rc::Gen<Arguments>&... arguments) {
+    return drawnStep(kind, &Comparison::repository, call, ask, arguments...);
 }
 
 auto keepingEvent(std::optional<std::size_t> slot) {
@@ -159,6 +145,20 @@ rc::Gen<Step> attemptBlock() {
     });
 }
 
+/// Deletes of the events in some slots what `call` and `ask` delete.
+template <class Call, class Ask>
+rc::Gen<Step> deletion(const char* kind, Call call, Ask ask) {
+    return rc::gen::exec([=] {
+        const auto slots = *values::eventSlots();
+        return Step{
+            kind, printed(slots), [=](Comparison& both) {
+                both.agree(
+                    [&](ZAVError* error) { return (both.repository().*call)(both.eventsIn(slots), error); },
+                    [&] { return (both.model().*ask)(both.eventRecordsIn(slots)); });
+            }};
+    });
+}
+
 }  // namespace
 
 rc::Gen<Step> persistEvents() {
@@ -187,71 +187,30 @@ rc::Gen<Step> updateObject() {
 }
 
 rc::Gen<Step> deleteUnprocessedEvents() {
-    return rc::gen::exec([] {
-        const auto slots = *values::eventSlots();
-        return Step{"deleteUnprocessedEvents", printed(slots), [slots](Comparison& both) {
-                        both.agree(
-                            [&](ZAVError* error) {
-                                return both.repository().deleteUnprocessedEvents(both.eventsIn(slots), error);
-                            },
-                            [&] { return both.model().deleteUnprocessedEvents(both.eventRecordsIn(slots)); });
-                    }};
-    });
+    return deletion("deleteUnprocessedEvents", &ZAVEventRepository::deleteUnprocessedEvents,
+                    &StoreModel::deleteUnprocessedEvents);
 }
 
 rc::Gen<Step> deleteEvents() {
-    return rc::gen::exec([] {
-        const auto slots = *values::eventSlots();
-        return Step{"deleteEvents", printed(slots), [slots](Comparison& both) {
-                        both.agree(
-                            [&](ZAVError* error) {
-                                return both.repository().deleteEvents(both.eventsIn(slots), error);
-                            },
-                            [&] { return both.model().deleteEvents(both.eventRecordsIn(slots)); });
-                    }};
-    });
+    return deletion("deleteEvents", &ZAVEventRepository::deleteEvents, &StoreModel::deleteEvents);
 }
 
 rc::Gen<Step> persistTombstone() {
-    return rc::gen::exec([] {
-        const auto seq = *values::sequence();
-        const auto stream = *values::streamRow();
-        return comparedStep(
-            "persistTombstoneEventWithTargetSeq", list(seq, stream),
-            [=](Comparison& both, ZAVError* error) {
-                return both.repository().persistTombstoneEventWithTargetSeq(seq, stream, error);
-            },
-            [=](StoreModel& model) { return model.persistTombstone(seq, stream); });
-    });
+    return drawnStep("persistTombstoneEventWithTargetSeq", &Comparison::repository,
+                     &ZAVEventRepository::persistTombstoneEventWithTargetSeq, &StoreModel::persistTombstone,
+                     values::sequence(), values::streamRow());
 }
 
 rc::Gen<Step> persistParticipantsSeq() {
-    return rc::gen::exec([] {
-        const auto seq = *values::sequence();
-        const auto member = *values::member();
-        const auto stream = *values::streamUUID();
-        return comparedStep(
-            "persistConversationsParticipantsSeq", list(seq, member, stream),
-            [=](Comparison& both, ZAVError* error) {
-                return both.repository().persistConversationsParticipantsSeq(seq, member, stream, error);
-            },
-            [=](StoreModel& model) {
-                return model.persistConversationsParticipantsSeq(seq, member, stream);
-            });
-    });
+    return drawnStep("persistConversationsParticipantsSeq", &Comparison::repository,
+                     &ZAVEventRepository::persistConversationsParticipantsSeq,
+                     &StoreModel::persistConversationsParticipantsSeq, values::sequence(), values::member(),
+                     values::streamUUID());
 }
 
 rc::Gen<Step> persistMessageSeq() {
-    return rc::gen::exec([] {
-        const auto seq = *values::sequence();
-        const auto event = *values::eventRow();
-        return comparedStep(
-            "persistMessageSeq", list(seq, event),
-            [=](Comparison& both, ZAVError* error) {
-                return both.repository().persistMessageSeq(seq, event, error);
-            },
-            [=](StoreModel& model) { return model.persistMessageSeq(seq, event); });
-    });
+    return drawnStep("persistMessageSeq", &Comparison::repository, &ZAVEventRepository::persistMessageSeq,
+                     &StoreModel::persistMessageSeq, values::sequence(), values::eventRow());
 }
 
 rc::Gen<Step> persistNewEvent() {
@@ -289,7 +248,9 @@ WeightedSteps eventQuerySteps() {
             {3, query("unprocessedEvents", &Repository::unprocessedEvents, &Model::unprocessedEvents)},
             {2, query("postedAndProcessedEvents", &Repository::postedAndProcessedEvents,
                       &Model::postedAndProcessedEvents)},
-            {3, eventsFromRevivedStream()},
+            {3, query("eventsFromRevivedStreamWithStreamDatabaseIdentifier",
+                      &Repository::eventsFromRevivedStreamWithStreamDatabaseIdentifier,
+                      &Model::eventsFromRevivedStream, values::streamRow())},
             {3, eventWithSeq()},
             {3, eventForDatabaseIdentifier()},
             {1, attemptBlock()}};

@@ -9,80 +9,49 @@
 namespace zav::test {
 namespace {
 
+using Streams = ZAVStreamRepository;
+
 rc::Gen<Step> streamWithUUID() {
-    return rc::gen::exec([] {
-        const auto uuid = *values::streamUUID();
-        return comparedStep(
-            "streamDatabaseIdentifierForUUID", list(uuid),
-            [=](Comparison& both, ZAVError* error) {
-                return both.streams().streamDatabaseIdentifierForUUID(uuid, error);
-            },
-            [=](StoreModel& model) { return model.streamWithUUID(uuid); });
-    });
+    return drawnStep("streamDatabaseIdentifierForUUID", &Comparison::streams,
+                     &Streams::streamDatabaseIdentifierForUUID, &StoreModel::streamWithUUID,
+                     values::streamUUID());
 }
 
 rc::Gen<Step> findOrCreateStream() {
-    return rc::gen::exec([] {
-        const auto uuid = *values::streamUUID();
-        return comparedStep(
-            "findOrCreateStreamWithUUID", list(uuid),
-            [=](Comparison& both, ZAVError* error) {
-                return both.streams().findOrCreateStreamWithUUID(uuid, error);
-            },
-            [=](StoreModel& model) { return model.findOrCreateStream(uuid); });
-    });
+    return drawnStep("findOrCreateStreamWithUUID", &Comparison::streams, &Streams::findOrCreateStreamWithUUID,
+                     &StoreModel::findOrCreateStream, values::streamUUID());
 }
 
 rc::Gen<Step> createStreamWithoutUUID() {
-    return rc::gen::just(comparedStep(
-        "createStreamWithoutUUID", "",
-        [](Comparison& both, ZAVError* error) { return both.streams().createStreamWithoutUUID(error); },
-        [](StoreModel& model) { return model.createStreamWithoutUUID(); }));
+    return drawnStep("createStreamWithoutUUID", &Comparison::streams, &Streams::createStreamWithoutUUID,
+                     &StoreModel::createStreamWithoutUUID);
 }
 
 rc::Gen<Step> countOfStreams() {
-    return rc::gen::just(comparedStep(
-        "countOfStreams", "",
-        [](Comparison& both, ZAVError* error) { return both.streams().countOfStreams(error); },
-        [](StoreModel& model) { return model.countOfStreams(); }));
+    return drawnStep("countOfStreams", &Comparison::streams, &Streams::countOfStreams,
+                     &StoreModel::countOfStreams);
 }
 
 rc::Gen<Step> setStreamUUID() {
-    return rc::gen::exec([] {
-        const auto uuid =
-            *values::from<ZAVUUID>({uuidNumber(3), uuidNumber(1), uuidNumber(2), uuidNumber(9)});
-        const auto stream =
-            *values::mostly<Tables::Row>({3, 3, 4}, {1, 2, 0, ZAVDatabaseIdentifierNotSet}, 3);
-        return comparedStep(
-            "setUUID", list(uuid, stream),
-            [=](Comparison& both, ZAVError* error) { return both.streams().setUUID(uuid, stream, error); },
-            [=](StoreModel& model) { return model.setStreamUUID(uuid, stream); });
-    });
+    return drawnStep("setUUID", &Comparison::streams, &Streams::setUUID, &StoreModel::setStreamUUID,
+                     values::from<ZAVUUID>({uuidNumber(3), uuidNumber(1), uuidNumber(2), uuidNumber(9)}),
+                     values::mostly<Tables::Row>({3, 3, 4}, {1, 2, 0, ZAVDatabaseIdentifierNotSet}, 3));
 }
 
 rc::Gen<Step> setStreamSeq() {
-    return rc::gen::exec([] {
-        const auto seq = *values::sequence();
-        const auto stream = *values::streamRow();
-        return comparedStep(
-            "setSeq", list(seq, stream),
-            [=](Comparison& both, ZAVError* error) { return both.streams().setSeq(seq, stream, error); },
-            [=](StoreModel& model) { return model.setStreamSeq(seq, stream); });
-    });
+    return drawnStep("setSeq", &Comparison::streams, &Streams::setSeq, &StoreModel::setStreamSeq,
+                     values::sequence(), values::streamRow());
 }
 
 rc::Gen<Step> recordChange() {
-    return rc::gen::exec([] {
-        const auto table = *values::mostly<std::string>({"events"}, {"messages", "EVENTS"}, 5);
-        const auto row = *values::eventRow();
-        const auto type = *values::mostly<std::int32_t>({0}, {1, 2}, 3);
-        return comparedStep(
-            "recordChange", list(table, row, type),
-            [=](Comparison& both, ZAVError* error) {
-                return both.changes().recordChange(table, row, static_cast<ZAVSyncedChangeType>(type), error);
-            },
-            [=](StoreModel& model) { return model.recordChange(table, row, type); });
-    });
+    return drawnStep(
+        "recordChange", &Comparison::changes,
+        [](const ZAVSyncedChangeRepository& changes, const std::string& table, Tables::Row row,
+           std::int32_t type, ZAVError* error) {
+            return changes.recordChange(table, row, static_cast<ZAVSyncedChangeType>(type), error);
+        },
+        &StoreModel::recordChange, values::mostly<std::string>({"events"}, {"messages", "EVENTS"}, 5),
+        values::eventRow(), values::mostly<std::int32_t>({0}, {1, 2}, 3));
 }
 
 /// Records changes of the event in a slot, which is then one that exists more often than not.

@@ -5,6 +5,7 @@
 #include <functional>
 #include <ostream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "Model/Comparison.h"
@@ -92,6 +93,9 @@ struct Mixture {
 [[nodiscard]] std::string printed(const PartRecord& part);
 [[nodiscard]] std::string printed(const Comparison::PartPlace& place);
 
+[[nodiscard]] inline std::string list() {
+    return "";
+}
 template <class First, class... Others>
 [[nodiscard]] std::string list(const First& first, const Others&... others) {
     return (printed(first) + ... + (", " + printed(others)));
@@ -107,7 +111,28 @@ template <class Call, class Ask>
             }};
 }
 
-/// The same for an operation that finds a record, which may be kept in a slot.
+/// The same with arguments that are drawn: `call` is a member of the repository that `owner` names, and `ask`
+/// one of the model; both take the arguments in this order.
+template <class Owner, class Call, class Ask, class... Arguments>
+[[nodiscard]] rc::Gen<Step> drawnStep(const char* kind, Owner owner, Call call, Ask ask,
+                                      const rc::Gen<Arguments>&... arguments) {
+    return rc::gen::exec([=] {
+        // Between braces, so that they are drawn in their order.
+        const std::tuple<Arguments...> drawn{*arguments...};
+        return std::apply(
+            [&](const Arguments&... values) {
+                return comparedStep(
+                    kind, list(values...),
+                    [=](Comparison& both, ZAVError* error) {
+                        return std::invoke(call, std::invoke(owner, both), values..., error);
+                    },
+                    [=](StoreModel& model) { return std::invoke(ask, model, values...); });
+            },
+            drawn);
+    });
+}
+
+/// A step that is compared, for an operation that finds a record, which may be kept in a slot.
 template <class Call, class Ask, class Keep>
 [[nodiscard]] Step comparedStep(std::string kind, std::string arguments, Call call, Ask ask, Keep keep) {
     return {std::move(kind), std::move(arguments), [call, ask, keep](Comparison& both) {

@@ -14,12 +14,28 @@
 namespace zav::test {
 namespace {
 
-std::optional<ZAVData> dataOf(const std::optional<Bytes>& bytes) {
-    return bytes ? std::optional(test::dataOf(*bytes)) : std::nullopt;
+/// What a record has for a value of a wire record, and the other way round.
+
+template <class T>
+const T& plain(const T& value) {
+    return value;
+}
+std::optional<Bytes> plain(const std::optional<ZAVData>& data) {
+    return data ? std::optional(bytesOf(*data)) : std::nullopt;
+}
+std::optional<Metadata> plain(const std::optional<ZAVDictionary>& dictionary) {
+    return dictionary ? std::optional(recordOf(*dictionary)) : std::nullopt;
 }
 
-std::optional<Bytes> bytesOf(const std::optional<ZAVData>& data) {
-    return data ? std::optional(test::bytesOf(*data)) : std::nullopt;
+template <class T>
+const T& wire(const T& value) {
+    return value;
+}
+std::optional<ZAVData> wire(const std::optional<Bytes>& bytes) {
+    return bytes ? std::optional(dataOf(*bytes)) : std::nullopt;
+}
+std::optional<ZAVDictionary> wire(const std::optional<Metadata>& metadata) {
+    return metadata ? std::optional(makeDictionary(*metadata)) : std::nullopt;
 }
 
 std::optional<double> secondsOf(const std::optional<ZAVDate>& date) {
@@ -138,25 +154,28 @@ private:
     const char* separator_ = "";
 };
 
-#define ZAV_TEST_READ(record, object, field) record.field = {object.field(), object.field##IsSet()}
+/// The fields that records and wire records have alike.
+#define ZAV_TEST_PART_FIELDS(use) \
+    use(media_type) use(size) use(body) use(external_url) use(external_access_expiration)
+#define ZAV_TEST_EVENT_FIELDS(use)                                                                   \
+    use(ephemeral) use(creator_id) use(seq) use(server_timestamp) use(preceding_seq) use(client_seq) \
+        use(subtype) use(member_id) use(target_seq) use(transient_metadata) use(client_id)           \
+            use(client_timestamp) use(creator_name)
 
-#define ZAV_TEST_WRITE(record, object, field) \
-    object.set_##field(record.field.value);   \
-    if (!record.field.isSet) {                \
-        object.unset_##field();               \
-    }                                         \
-    static_assert(true)
+#define ZAV_TEST_READ(field) record.field = {plain(object.field()), object.field##IsSet()};
+
+#define ZAV_TEST_WRITE(field)                     \
+    object.set_##field(wire(record.field.value)); \
+    if (!record.field.isSet) {                    \
+        object.unset_##field();                   \
+    }
 
 }  // namespace
 
-PartRecord recordOf(const ZAVTContent& part) {
+PartRecord recordOf(const ZAVTContent& object) {
     PartRecord record;
-    ZAV_TEST_READ(record, part, media_type);
-    ZAV_TEST_READ(record, part, size);
-    record.body = {bytesOf(part.body()), part.bodyIsSet()};
-    ZAV_TEST_READ(record, part, external_url);
-    ZAV_TEST_READ(record, part, external_access_expiration);
-    const auto* const content = dynamic_cast<const ZAVEventContent*>(&part);
+    ZAV_TEST_PART_FIELDS(ZAV_TEST_READ)
+    const auto* const content = dynamic_cast<const ZAVEventContent*>(&object);
     record.isBareWireRecord = content == nullptr;
     if (content != nullptr) {
         record.eventDatabaseIdentifier = content->eventDatabaseIdentifier();
@@ -176,18 +195,7 @@ PartRecord recordOf(const ZAVTContent& part) {
 EventRecord recordOf(const ZAVTEvent& object) {
     EventRecord record;
     record.type = {object.type(), object.typeIsSet()};
-    ZAV_TEST_READ(record, object, ephemeral);
-    ZAV_TEST_READ(record, object, creator_id);
-    ZAV_TEST_READ(record, object, seq);
-    ZAV_TEST_READ(record, object, server_timestamp);
-    ZAV_TEST_READ(record, object, preceding_seq);
-    ZAV_TEST_READ(record, object, client_seq);
-    ZAV_TEST_READ(record, object, subtype);
-    ZAV_TEST_READ(record, object, member_id);
-    ZAV_TEST_READ(record, object, target_seq);
-    record.client_id = {bytesOf(object.client_id()), object.client_idIsSet()};
-    ZAV_TEST_READ(record, object, client_timestamp);
-    ZAV_TEST_READ(record, object, creator_name);
+    ZAV_TEST_EVENT_FIELDS(ZAV_TEST_READ)
     record.content.isSet = object.contentIsSet();
     if (object.content()) {
         record.content.value.emplace();
@@ -195,16 +203,12 @@ EventRecord recordOf(const ZAVTEvent& object) {
             record.content.value->push_back(recordOf(*part));
         }
     }
-    record.transient_metadata.isSet = object.transient_metadataIsSet();
-    if (object.transient_metadata()) {
-        record.transient_metadata.value = recordOf(*object.transient_metadata());
-    }
     const auto* const event = dynamic_cast<const ZAVEvent*>(&object);
     record.isBareWireRecord = event == nullptr;
     if (event != nullptr) {
         record.databaseIdentifier = event->databaseIdentifier();
         record.streamDatabaseIdentifier = event->streamDatabaseIdentifier();
-        record.stream_id = bytesOf(event->stream_id());
+        record.stream_id = plain(event->stream_id());
     }
     return record;
 }
@@ -222,14 +226,7 @@ Metadata recordOf(const ZAVDictionary& dictionary) {
 }
 
 void assign(const PartRecord& record, ZAVTContent& object) {
-    ZAV_TEST_WRITE(record, object, media_type);
-    ZAV_TEST_WRITE(record, object, size);
-    object.set_body(dataOf(record.body.value));
-    if (!record.body.isSet) {
-        object.unset_body();
-    }
-    ZAV_TEST_WRITE(record, object, external_url);
-    ZAV_TEST_WRITE(record, object, external_access_expiration);
+    ZAV_TEST_PART_FIELDS(ZAV_TEST_WRITE)
     if (!record.isBareWireRecord) {
         auto& part = dynamic_cast<ZAVEventContent&>(object);
         part.setEventDatabaseIdentifier(record.eventDatabaseIdentifier);
@@ -250,21 +247,7 @@ void assign(const EventRecord& record, ZAVTEvent& object) {
     if (!record.type.isSet) {
         object.unset_type();
     }
-    ZAV_TEST_WRITE(record, object, ephemeral);
-    ZAV_TEST_WRITE(record, object, creator_id);
-    ZAV_TEST_WRITE(record, object, seq);
-    ZAV_TEST_WRITE(record, object, server_timestamp);
-    ZAV_TEST_WRITE(record, object, preceding_seq);
-    ZAV_TEST_WRITE(record, object, client_seq);
-    ZAV_TEST_WRITE(record, object, subtype);
-    ZAV_TEST_WRITE(record, object, member_id);
-    ZAV_TEST_WRITE(record, object, target_seq);
-    object.set_client_id(dataOf(record.client_id.value));
-    if (!record.client_id.isSet) {
-        object.unset_client_id();
-    }
-    ZAV_TEST_WRITE(record, object, client_timestamp);
-    ZAV_TEST_WRITE(record, object, creator_name);
+    ZAV_TEST_EVENT_FIELDS(ZAV_TEST_WRITE)
 
     std::optional<std::vector<std::shared_ptr<ZAVTContent>>> content;
     if (record.content.value) {
@@ -286,17 +269,11 @@ void assign(const EventRecord& record, ZAVTEvent& object) {
     if (!record.content.isSet) {
         object.unset_content();
     }
-    object.set_transient_metadata(record.transient_metadata.value
-                                      ? std::optional(makeDictionary(*record.transient_metadata.value))
-                                      : std::nullopt);
-    if (!record.transient_metadata.isSet) {
-        object.unset_transient_metadata();
-    }
     if (!record.isBareWireRecord) {
         auto& event = dynamic_cast<ZAVEvent&>(object);
         event.setDatabaseIdentifier(record.databaseIdentifier);
         event.setStreamDatabaseIdentifier(record.streamDatabaseIdentifier);
-        event.set_stream_id(dataOf(record.stream_id));
+        event.set_stream_id(wire(record.stream_id));
     }
 }
 

@@ -384,65 +384,39 @@ rc::Gen<EventRecord> event() {
     });
 }
 
+namespace {
+
+template <class Record, class... Values>
+FieldGroup<Record> groupOf(const char* name, Values Record::*... fields) {
+    return {name, [=](const Record& from, Record& to) { ((to.*fields = from.*fields), ...); }};
+}
+
+}  // namespace
+
 rc::Gen<FieldGroup<EventRecord>> eventFields() {
-    using Group = FieldGroup<EventRecord>;
-    return from<Group>({
-        {"seq", [](const EventRecord& from, EventRecord& to) { to.seq = from.seq; }},
-        {"content", [](const EventRecord& from, EventRecord& to) { to.content = from.content; }},
-        {"metadata",
-         [](const EventRecord& from, EventRecord& to) { to.transient_metadata = from.transient_metadata; }},
-        {"row",
-         [](const EventRecord& from, EventRecord& to) { to.databaseIdentifier = from.databaseIdentifier; }},
-        {"stream",
-         [](const EventRecord& from, EventRecord& to) {
-             to.stream_id = from.stream_id;
-             to.streamDatabaseIdentifier = from.streamDatabaseIdentifier;
-         }},
-        {"texts",
-         [](const EventRecord& from, EventRecord& to) {
-             to.creator_id = from.creator_id;
-             to.member_id = from.member_id;
-             to.creator_name = from.creator_name;
-         }},
-        {"numbers",
-         [](const EventRecord& from, EventRecord& to) {
-             to.type = from.type;
-             to.server_timestamp = from.server_timestamp;
-             to.preceding_seq = from.preceding_seq;
-             to.client_seq = from.client_seq;
-             to.subtype = from.subtype;
-             to.target_seq = from.target_seq;
-         }},
-        {"client_id", [](const EventRecord& from, EventRecord& to) { to.client_id = from.client_id; }},
+    using Event = EventRecord;
+    return from<FieldGroup<Event>>({
+        groupOf("seq", &Event::seq),
+        groupOf("content", &Event::content),
+        groupOf("metadata", &Event::transient_metadata),
+        groupOf("row", &Event::databaseIdentifier),
+        groupOf("stream", &Event::stream_id, &Event::streamDatabaseIdentifier),
+        groupOf("texts", &Event::creator_id, &Event::member_id, &Event::creator_name),
+        groupOf("numbers", &Event::type, &Event::server_timestamp, &Event::preceding_seq, &Event::client_seq,
+                &Event::subtype, &Event::target_seq),
+        groupOf("client_id", &Event::client_id),
     });
 }
 
 rc::Gen<FieldGroup<PartRecord>> partFields() {
-    using Group = FieldGroup<PartRecord>;
-    return from<Group>({
-        {"status", [](const PartRecord& from, PartRecord& to) { to.transferStatus = from.transferStatus; }},
-        {"URL",
-         [](const PartRecord& from, PartRecord& to) {
-             to.external_url = from.external_url;
-             to.externalContentURLExpiration = from.externalContentURLExpiration;
-         }},
-        {"file",
-         [](const PartRecord& from, PartRecord& to) {
-             to.fileURL = from.fileURL;
-             to.isPurged = from.isPurged;
-             to.lastAccessed = from.lastAccessed;
-         }},
-        {"size", [](const PartRecord& from, PartRecord& to) { to.size = from.size; }},
-        {"inline data",
-         [](const PartRecord& from, PartRecord& to) {
-             to.media_type = from.media_type;
-             to.body = from.body;
-         }},
-        {"place",
-         [](const PartRecord& from, PartRecord& to) {
-             to.index = from.index;
-             to.eventDatabaseIdentifier = from.eventDatabaseIdentifier;
-         }},
+    using Part = PartRecord;
+    return from<FieldGroup<Part>>({
+        groupOf("status", &Part::transferStatus),
+        groupOf("URL", &Part::external_url, &Part::externalContentURLExpiration),
+        groupOf("file", &Part::fileURL, &Part::isPurged, &Part::lastAccessed),
+        groupOf("size", &Part::size),
+        groupOf("inline data", &Part::media_type, &Part::body),
+        groupOf("place", &Part::index, &Part::eventDatabaseIdentifier),
     });
 }
 

@@ -3,6 +3,7 @@
 #include <rapidcheck.h>
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <set>
 #include <string>
@@ -72,7 +73,7 @@ template <class T>
 template <class Record>
 struct FieldGroup {
     const char* name;
-    void (*copy)(const Record& from, Record& to);
+    std::function<void(const Record& from, Record& to)> copy;
 };
 [[nodiscard]] rc::Gen<FieldGroup<EventRecord>> eventFields();
 [[nodiscard]] rc::Gen<FieldGroup<PartRecord>> partFields();

@@ -24,6 +24,18 @@ namespace zav::test {
     return database;
 }
 
+/// Options for a handle that may do so much, and for one that keeps a rollback journal.
+[[nodiscard]] inline FMDatabaseOptions withAccess(FMDatabaseOptions::Access access) {
+    FMDatabaseOptions options;
+    options.access = access;
+    return options;
+}
+[[nodiscard]] inline FMDatabaseOptions withoutWriteAheadLog() {
+    FMDatabaseOptions options;
+    options.writeAheadLog = false;
+    return options;
+}
+
 /// Runs a script; throws when it fails.
 inline void run(FMDatabase& database, const std::string& script) {
     if (!database.executeStatements(script)) {

@@ -52,6 +52,12 @@ private:
 /// A UUID whose last byte is `number` and whose others are 0x11.
 [[nodiscard]] ZAVUUID uuidNumber(int number);
 
+/// A store with one stream, row 1, that the service knows as `uuidNumber(1)`.
+class StreamStore : public TestStore {
+public:
+    StreamStore() { addStream(uuidNumber(1)); }
+};
+
 /// A new event of a type in a stream, with a client_id made from `number`.
 [[nodiscard]] std::shared_ptr<ZAVEvent> makeEvent(ZAVTEventType type, const ZAVUUID& stream, int number);
 
