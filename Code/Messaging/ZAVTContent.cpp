@@ -15,20 +15,17 @@ void ZAVTContent::describeFields(std::string& text) const {
         ZAVAppendPrintable(text, *media_type_);
     }
     if (sizeIsSet_) {
-        text += " size=";
-        text += std::to_string(size_);
+        text += " size=" + std::to_string(size_);
     }
     if (bodyIsSet_ && body_) {
-        text += " body=";
-        text += std::to_string(body_->size()) + " byte(s)";
+        text += " body=" + std::to_string(body_->size()) + " byte(s)";
     }
     if (external_urlIsSet_ && external_url_) {
         text += " external_url=";
         ZAVAppendPrintable(text, *external_url_);
     }
     if (external_access_expirationIsSet_) {
-        text += " external_access_expiration=";
-        text += std::to_string(external_access_expiration_);
+        text += " external_access_expiration=" + std::to_string(external_access_expiration_);
     }
 }
 

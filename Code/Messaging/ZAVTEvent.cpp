@@ -11,60 +11,48 @@ namespace zav {
 void ZAVTEvent::describeFields(std::string& text) const {
     ZAVObject::describeFields(text);
     if (typeIsSet_) {
-        text += " type=";
-        text += std::to_string(type_);
+        text += " type=" + std::to_string(type_);
     }
     if (ephemeralIsSet_) {
-        text += " ephemeral=";
-        text += ephemeral_ ? "1" : "0";
+        text += " ephemeral=" + std::to_string(static_cast<int>(ephemeral_));
     }
     if (creator_idIsSet_ && creator_id_) {
         text += " creator_id=";
         ZAVAppendPrintable(text, *creator_id_);
     }
     if (seqIsSet_) {
-        text += " seq=";
-        text += std::to_string(seq_);
+        text += " seq=" + std::to_string(seq_);
     }
     if (server_timestampIsSet_) {
-        text += " server_timestamp=";
-        text += std::to_string(server_timestamp_);
+        text += " server_timestamp=" + std::to_string(server_timestamp_);
     }
     if (preceding_seqIsSet_) {
-        text += " preceding_seq=";
-        text += std::to_string(preceding_seq_);
+        text += " preceding_seq=" + std::to_string(preceding_seq_);
     }
     if (client_seqIsSet_) {
-        text += " client_seq=";
-        text += std::to_string(client_seq_);
+        text += " client_seq=" + std::to_string(client_seq_);
     }
     if (subtypeIsSet_) {
-        text += " subtype=";
-        text += std::to_string(subtype_);
+        text += " subtype=" + std::to_string(subtype_);
     }
     if (contentIsSet_ && content_) {
-        text += " content=";
-        text += std::to_string(content_->size()) + " part(s)";
+        text += " content=" + std::to_string(content_->size()) + " part(s)";
     }
     if (member_idIsSet_ && member_id_) {
         text += " member_id=";
         ZAVAppendPrintable(text, *member_id_);
     }
     if (target_seqIsSet_) {
-        text += " target_seq=";
-        text += std::to_string(target_seq_);
+        text += " target_seq=" + std::to_string(target_seq_);
     }
     if (transient_metadataIsSet_ && transient_metadata_) {
-        text += " transient_metadata=";
-        text += std::to_string(transient_metadata_->size()) + " key(s)";
+        text += " transient_metadata=" + std::to_string(transient_metadata_->size()) + " key(s)";
     }
     if (client_idIsSet_ && client_id_) {
-        text += " client_id=";
-        text += ZAVDescription(ZAVUUIDFromData(client_id_));
+        text += " client_id=" + ZAVDescription(ZAVUUIDFromData(client_id_));
     }
     if (client_timestampIsSet_) {
-        text += " client_timestamp=";
-        text += std::to_string(client_timestamp_);
+        text += " client_timestamp=" + std::to_string(client_timestamp_);
     }
     if (creator_nameIsSet_ && creator_name_) {
         text += " creator_name=";

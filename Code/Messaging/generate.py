@@ -164,11 +164,15 @@ def record_source(name, record):
         elif field.is_object:
             value = None
         elif field.kind == "bool":
-            value = f'{field.name}_ ? "1" : "0"'
+            value = f"std::to_string(static_cast<int>({field.name}_))"
         else:
             value = f"std::to_string({field.name}_)"
-        append = f"text += {value};" if value else f"ZAVAppendPrintable(text, *{field.name}_);"
-        out += [f"    if ({condition}) {{", f'        text += " {field.name}=";', f"        {append}", "    }"]
+        out.append(f"    if ({condition}) {{")
+        if value:
+            out.append(f'        text += " {field.name}=" + {value};')
+        else:
+            out += [f'        text += " {field.name}=";', f"        ZAVAppendPrintable(text, *{field.name}_);"]
+        out.append("    }")
     out += ["}\n", "}  // namespace zav"]
     return "\n".join(out) + "\n"
 

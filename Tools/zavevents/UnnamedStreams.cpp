@@ -92,10 +92,10 @@ UnnamedStreams::Candidates& UnnamedStreams::candidatesFor(const ZAVData& clientI
         const ZAVDatabaseIdentifier stream = event.longLongIntForColumnIndex(0);
         const auto creator = event.stringForColumnIndex(1);
         const auto& author = recognition_.authorOf(creator);
-        if (event.columnIndexIsNull(2)) {
-            candidates.streams[{author, waiting}].push_back(stream);
-        } else {
-            candidates.streams[{author, event.longLongIntForColumnIndex(2)}].push_back(stream);
+        const bool waits = event.columnIndexIsNull(2);
+        const std::int64_t seq = waits ? waiting : event.longLongIntForColumnIndex(2);
+        candidates.streams[{author, seq}].push_back(stream);
+        if (!waits) {
             candidates.streams[{author, anySequence}].push_back(stream);
         }
     };

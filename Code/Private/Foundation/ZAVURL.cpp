@@ -85,7 +85,11 @@ std::string resolved(const std::string& text, const std::string& base) {
 ZAVURL::ZAVURL(std::shared_ptr<const Reference> reference) noexcept : reference_(std::move(reference)) {}
 
 std::optional<ZAVURL> ZAVURL::URLWithString(std::string_view text) {
-    return URLWithString(text, ZAVURL(nullptr));
+    const std::string_view readable = text.data() == nullptr ? std::string_view("") : text;
+    if (!ParsedReference(readable).valid()) {
+        return std::nullopt;
+    }
+    return ZAVURL(std::make_shared<const Reference>(Reference{std::string(readable), nullptr}));
 }
 
 std::optional<ZAVURL> ZAVURL::URLWithString(std::string_view text, const ZAVURL& base) {

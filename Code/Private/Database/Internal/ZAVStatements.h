@@ -9,9 +9,7 @@
 namespace zav {
 
 /// Stores why the most recent call failed.
-inline void storeLastError(const FMDatabase& database, ZAVError* error) {
-    ZAVStoreError(error, database.lastError());
-}
+void storeLastError(const FMDatabase& database, ZAVError* error);
 
 /// Runs a bounded query.
 /// @return a cursor before the first row; none on failure, with the reason in `error`.
