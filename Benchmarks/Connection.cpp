@@ -25,11 +25,15 @@ void configure(sqlite3* connection) {
 #ifdef SQLITE_DBCONFIG_TRUSTED_SCHEMA
     sqlite3_db_config(connection, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
 #endif
-    execute(connection,
-            "PRAGMA cell_size_check=ON; PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL; "
-            "PRAGMA cache_size=-" +
-                std::to_string(options.pageCacheKiB) +
-                "; PRAGMA wal_autocheckpoint=" + std::to_string(options.writeAheadLogPages));
+#ifdef SQLITE_DBCONFIG_ENABLE_QPSG
+    sqlite3_db_config(connection, SQLITE_DBCONFIG_ENABLE_QPSG, 1, nullptr);
+#endif
+    execute(
+        connection,
+        "PRAGMA cell_size_check=ON; PRAGMA secure_delete=ON; PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL; "
+        "PRAGMA cache_size=-" +
+            std::to_string(options.pageCacheKiB) +
+            "; PRAGMA wal_autocheckpoint=" + std::to_string(options.writeAheadLogPages));
 }
 
 std::string digestOfTables(sqlite3* connection) {

@@ -97,10 +97,12 @@ Files makeSoundFiles(const Place& place) {
     database.reset();
     Files files;
     files.store = bytesOf(place.path());
-    database = ZAVDatabaseSchema::openDatabase(place.path());
+    FMDatabaseOptions options;
+    options.writeAheadLogPages = 0;
+    database = ZAVDatabaseSchema::openDatabase(place.path(), options);
     expect(
         database && database->executeStatements(
-                        "PRAGMA wal_autocheckpoint=0; UPDATE events SET creator_name = creator_name || '!';"
+                        "UPDATE events SET creator_name = creator_name || '!';"
                         "INSERT INTO keyed_values_remote VALUES (1, 'event', 1, 'more', zeroblob(700), NULL);"
                         "DELETE FROM event_content_parts WHERE event_database_identifier IN (1, 2)"),
         "a sound store to be changed");

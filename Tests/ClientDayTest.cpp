@@ -221,11 +221,13 @@ TEST(ClientDay, EveryOperationServesAClientFromTheFirstMessageToTheCleanUp) {
                            {"by_transfer_status", {{"3", 1}, {"4", 4}}},
                            {"disk_utilization", 2000}};
     EXPECT_EQ(store.stats(), expected) << "at the end of the day";
-    EXPECT_EQ(json::parse(client.does("check", {"--json"})), json({{"integrity", {"ok"}},
-                                                                   {"schema", "ok"},
-                                                                   {"schema_version", schemaVersion},
-                                                                   {"parts_without_event", 0},
-                                                                   {"events_without_stream", 0}}));
+    json check = json::parse(client.does("check", {"--json"}));
+    check.erase("engine");
+    EXPECT_EQ(check, json({{"integrity", {"ok"}},
+                           {"schema", "ok"},
+                           {"schema_version", schemaVersion},
+                           {"parts_without_event", 0},
+                           {"events_without_stream", 0}}));
 }
 
 }  // namespace

@@ -1,3 +1,4 @@
+#include <ZAVEventRepository/ZAVDatabaseMaintenance.h>
 #include <ZAVEventRepository/ZAVDatabaseSchema.h>
 #include <ZAVEventRepository/ZAVEventRepository.h>
 #include <ZAVEventRepository/ZAVStreamRepository.h>
@@ -605,19 +606,18 @@ TEST_F(OldSnapshot, KeepsWhatACheckpointCannotFoldYet) {
     auto rows = reader_->executeQuery("SELECT client_id FROM events ORDER BY database_identifier");
     ASSERT_TRUE(rows && rows->next());
     writeElsewhere();
-    const auto checkpoint = [&](const char* mode, int expectedStatus) {
-        const auto checkpointer = store_.open(Milliseconds(0));
-        auto result = checkpointer->executeQuery(std::string("PRAGMA wal_checkpoint(") + mode + ")");
-        ASSERT_TRUE(result && result->next()) << checkpointer->lastError().description();
-        EXPECT_EQ(result->intForColumnIndex(0), expectedStatus) << mode;
-    };
-    checkpoint("PASSIVE", 0);
-    checkpoint("TRUNCATE", 1);
+    const ZAVDatabaseMaintenance maintenance(store_.open(Milliseconds(0)));
+    const auto part = maintenance.checkpoint();
+    ASSERT_TRUE(part);
+    EXPECT_TRUE(part->isHeldUp);
+    EXPECT_LT(part->copied, part->frames) << "what the cursor may still read was overwritten";
     EXPECT_TRUE(rows->next() && rows->next());
     EXPECT_EQ(rows->dataForColumnIndex(0), ZAVData::fromText("old 2"));
     EXPECT_FALSE(rows->next());
-    checkpoint("TRUNCATE", 0);
-    EXPECT_EQ(bytesOfFile(store_.path() + "-wal"), "") << "nobody reads any more, and the log was not folded";
+    const auto whole = maintenance.checkpoint(ZAVCheckpointMode::truncate);
+    ASSERT_TRUE(whole);
+    EXPECT_FALSE(whole->isHeldUp) << "nobody reads any more, and the log was not folded";
+    EXPECT_EQ(whole->copied, whole->frames);
     for (const auto& database : {reader_, writer_, store_.open()}) {
         EXPECT_EQ(ZAVEventRepository(database).allEvents()->size(), 4U);
         EXPECT_EQ(integrityOf(*database), "ok");

@@ -1,3 +1,4 @@
+#include <ZAVEventRepository/NSInternalInconsistencyException.h>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
@@ -10,6 +11,7 @@
 #include "Operations/Catalogue.h"
 #include "Operations/FilledStore.h"
 #include "Support/ContentParts.h"
+#include "Support/DatabaseHandles.h"
 #include "Support/LogCapture.h"
 #include "Support/OperationExpectations.h"
 #include "Support/StatementTrace.h"
@@ -115,6 +117,35 @@ TEST_P(EveryOperation, FindsItsRowsAsItsEntrySays) {
         }
     }
 }
+
+#ifdef SQLITE_STMTSTATUS_REPREPARE
+TEST_P(EveryOperation, HasNoStatementPreparedAnewWhenItIsCalledAgain) {
+    if (sqlite3_libversion_number() < 3020000) {
+        GTEST_SKIP() << "older engines do not count how often a statement was prepared anew";
+    }
+    const FilledStore store;
+    const auto call = [&] {
+        try {
+            static_cast<void>(GetParam().call(store.repository(), nullptr));
+        } catch (const NSInternalInconsistencyException&) {
+            // What the call before took away may be missed by this one.
+        }
+    };
+    constexpr int startsAnew = 1;
+    const auto preparations = [&](sqlite3_stmt* statement) {
+        return sqlite3_stmt_status(statement, SQLITE_STMTSTATUS_REPREPARE, startsAnew);
+    };
+    call();
+    for (sqlite3_stmt* const statement : preparedStatements(store.database())) {
+        preparations(statement);  // for the schema, which was made on this handle
+    }
+    call();
+    call();
+    for (sqlite3_stmt* const statement : preparedStatements(store.database())) {
+        EXPECT_EQ(preparations(statement), 0) << sqlite3_sql(statement);
+    }
+}
+#endif
 
 TEST_P(EveryOperation, AnnouncesItselfAndSaysNothingElseWhenItSucceeds) {
     const FilledStore store;

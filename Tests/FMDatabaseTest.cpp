@@ -444,7 +444,30 @@ TEST_F(OpeningADatabase, TurnsTheWriteAheadLogOnAndSynchronisesInFull) {
     EXPECT_EQ(scalar(*database, "PRAGMA synchronous"), "2");
     EXPECT_EQ(scalar(*database, "PRAGMA busy_timeout"), "5000");
     EXPECT_EQ(scalar(*database, "PRAGMA cache_size"), "-16384");
-    EXPECT_EQ(scalar(*database, "PRAGMA wal_autocheckpoint"), "4000");
+    EXPECT_EQ(scalar(*database, "PRAGMA secure_delete"), "1");
+}
+
+TEST_F(OpeningADatabase, OverwritesWhatIsDeletedUnlessItIsToldNotTo) {
+    const std::string secret = "a text that was to be forgotten";
+    for (const bool isSecure : {true, false}) {
+        const std::string path = path_ + (isSecure ? "-secure" : "");
+        FMDatabaseOptions chosen;
+        chosen.secureDelete = isSecure;
+        run(*openHandle(path, chosen), "CREATE TABLE t (a); INSERT INTO t VALUES ('" + secret + "')");
+        ASSERT_NE(bytesOfFile(path).find(secret), std::string::npos);
+        run(*openHandle(path, chosen), "DELETE FROM t");
+        EXPECT_EQ(bytesOfFile(path).find(secret) == std::string::npos, isSecure);
+    }
+}
+
+TEST_F(OpeningADatabase, HasTheCommitThatLeavesFourThousandPagesInTheLogFoldIt) {
+    const auto database = openHandle(path_);
+    run(*database, "CREATE TABLE t (a)");
+    const auto before = std::filesystem::file_size(path_);
+    run(*database, "INSERT INTO t VALUES (zeroblob(3950 * 4096))");
+    EXPECT_EQ(std::filesystem::file_size(path_), before);
+    run(*database, "INSERT INTO t VALUES (zeroblob(50 * 4096))");
+    EXPECT_GT(std::filesystem::file_size(path_), 4000 * 4096U);
 }
 
 TEST_F(OpeningADatabase, TakesTheOptionsOfTheCaller) {
@@ -453,13 +476,13 @@ TEST_F(OpeningADatabase, TakesTheOptionsOfTheCaller) {
     chosen.writeAheadLog = false;
     chosen.busyTimeout = std::chrono::milliseconds(123);
     chosen.pageCacheKiB = 2048;
-    chosen.writeAheadLogPages = 77;
+    chosen.secureDelete = false;
     const auto database = openHandle(path_, chosen);
     EXPECT_EQ(scalar(*database, "PRAGMA journal_mode"), "delete");
     EXPECT_EQ(scalar(*database, "PRAGMA synchronous"), "1");
     EXPECT_EQ(scalar(*database, "PRAGMA busy_timeout"), "123");
     EXPECT_EQ(scalar(*database, "PRAGMA cache_size"), "-2048");
-    EXPECT_EQ(scalar(*database, "PRAGMA wal_autocheckpoint"), "77");
+    EXPECT_EQ(scalar(*database, "PRAGMA secure_delete"), "0");
 }
 
 TEST_F(OpeningADatabase, KeepsTheModeOfTheFileWhenNoWriteAheadLogIsAskedFor) {
@@ -620,7 +643,6 @@ TEST_F(OpeningADatabase, TakesTheLeastOfEachOption) {
     chosen.newestUserVersion = 0;
     const auto database = openHandle(path_, chosen);
     EXPECT_EQ(scalar(*database, "PRAGMA busy_timeout"), "0");
-    EXPECT_EQ(scalar(*database, "PRAGMA wal_autocheckpoint"), "0");
     run(*database, "CREATE TABLE t (a); INSERT INTO t VALUES (zeroblob(100000))");
     EXPECT_EQ(scalar(*database, "SELECT length(a) FROM t"), "100000");
 }

@@ -68,10 +68,18 @@ void expectIntact(const ToolStore& store) {
     EXPECT_EQ(store.execute("PRAGMA integrity_check"), std::vector<std::string>{"ok"});
 }
 
-TEST(ToolCommandLine, VersionIsThatOfTheLibrary) {
+TEST(ToolCommandLine, VersionIsThatOfTheLibraryAndOfItsEngine) {
     const ToolRun run = runTool({"--version"});
     EXPECT_EQ(run.status, 0) << "to ask for the version is right";
-    EXPECT_EQ(run.out, "zavevents " + std::string(ZAVLibraryVersion()) + "\n");
+    const std::string beginning =
+        "zavevents " + std::string(ZAVLibraryVersion()) + "\nSQLite " + sqlite3_libversion() + ", ";
+    EXPECT_EQ(run.out.substr(0, beginning.size()), beginning);
+    EXPECT_NE(run.out.find(std::string("\nsource ") + sqlite3_sourceid() +
+                           "\nheaders " SQLITE_VERSION "\noptions "),
+              std::string::npos)
+        << run.out;
+    EXPECT_NE(run.out.find(" THREADSAFE="), std::string::npos) << run.out;
+    EXPECT_EQ(run.out.back(), '\n');
     EXPECT_EQ(run.err, "") << "a version that was asked for is a result";
 }
 
@@ -95,6 +103,7 @@ TEST(ToolCommandLine, HelpOfACommandNamesItsOptions) {
          {"DATABASE", "--all", "--publishable", "--unpublishable", "--unprocessed", "--posted", "--revived",
           "--id", "--seq", "--stream"}},
         {"stats", {"DATABASE", "--json"}},
+        {"checkpoint", {"DATABASE", "--passive", "--truncate", "--json"}},
     };
     for (const auto& [name, words] : commands) {
         const ToolRun run = runTool({name, "--help"});
@@ -127,6 +136,8 @@ TEST(ToolCommandLine, AWrongCommandLineIsToldFromAFailure) {
         {"import"},
         {"events"},
         {"stats"},
+        {"checkpoint"},
+        {"checkpoint", database, "--passive", "--truncate"},
         {"init", database, "more"},
         {"init", database, "--json"},
         {"import", database, file, "more"},

@@ -42,6 +42,8 @@ const std::vector<Command> commands = {
     {"message-seq", {"--event", "1", "--seq", "7"}},
     {"transfer", {"--event", "1", "--index", "0", "--status", "4"}},
     {"reclaim", {"--bytes", "1", "--cache", "/tmp"}},
+    {"checkpoint", {}},
+    {"checkpoint", {"--truncate"}},
 };
 
 /// A store with an event, in which somebody has run a script.

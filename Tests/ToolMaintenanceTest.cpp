@@ -735,6 +735,15 @@ json checked(const ToolStore& store, int status = 0) {
     return json::parse(run.out);
 }
 
+/// What the tool says of its engine; the cures are in 3.51.3, 3.50.7 and 3.44.6.
+std::string engineLine() {
+    const int version = sqlite3_libversion_number();
+    const bool isSafe = version >= 3051003 || (version >= 3050007 && version < 3051000) ||
+                        (version >= 3044006 && version < 3045000);
+    return std::string("SQLite ") + sqlite3_libversion() +
+           (isSafe ? ", safe checkpoints" : ", checkpoints guarded by the library");
+}
+
 TEST(ToolCheck, AnIntactStoreIsReportedAsSuch) {
     const QueueStore store;
     expectDone(store.run("check"),
@@ -744,12 +753,20 @@ TEST(ToolCheck, AnIntactStoreIsReportedAsSuch) {
                    schemaVersionText +
                    "\n"
                    "parts without an event  0\n"
-                   "events without a stream 0\n");
-    expectDone(store.run("check", {"--json"}), R"({"integrity":["ok"],"schema":"ok","schema_version":)" +
-                                                   schemaVersionText +
-                                                   R"(,"parts_without_event":0,)"
-                                                   R"("events_without_stream":0})"
-                                                   "\n");
+                   "events without a stream 0\n"
+                   "engine                  " +
+                   engineLine() + "\n");
+    const ToolRun object = store.run("check", {"--json"});
+    const std::string beginning =
+        R"({"integrity":["ok"],"schema":"ok","schema_version":)" + schemaVersionText +
+        R"(,"parts_without_event":0,"events_without_stream":0,"engine":{"version":")" + sqlite3_libversion() +
+        "\",";
+    EXPECT_EQ(object.out.substr(0, beginning.size()), beginning);
+    const json engine = json::parse(object.out).at("engine");
+    EXPECT_EQ(engine.at("headers"), SQLITE_VERSION);
+    EXPECT_EQ(engine.at("source"), sqlite3_sourceid());
+    EXPECT_EQ(engine.at("safe_checkpoints"), engineLine().ends_with(", safe checkpoints"));
+    EXPECT_FALSE(engine.at("options").empty());
 }
 
 TEST(ToolCheck, WhatLacksItsParentIsCountedAndIsNoDamage) {
@@ -805,6 +822,45 @@ TEST(ToolCheck, AFileThatIsNoDatabaseIsAFailureInTheDatabasesWords) {
     EXPECT_EQ(run.status, 1);
     EXPECT_NE(run.err.find(sqlite3_errstr(SQLITE_NOTADB)), std::string::npos) << run.err;
     EXPECT_EQ(run.out, "");
+}
+
+// Checkpoint
+
+TEST(ToolCheckpoint, FoldsTheLogOfAnotherClientAndSaysHowFar) {
+    const QueueStore store;
+    sqlite3* client = nullptr;
+    ASSERT_EQ(sqlite3_open(store.path().c_str(), &client), SQLITE_OK);
+    ASSERT_EQ(
+        sqlite3_exec(client, "PRAGMA wal_autocheckpoint=0; UPDATE events SET creator_name = zeroblob(100000)",
+                     nullptr, nullptr, nullptr),
+        SQLITE_OK);
+    const auto log = store.path() + "-wal";
+    const std::size_t before = bytesOfFile(log).size();
+    ASSERT_GT(before, 100000U);
+    const ToolRun passive = store.run("checkpoint", {"--passive", "--json"});
+    EXPECT_EQ(passive.status, 0) << passive.err;
+    const json report = json::parse(passive.out);
+    EXPECT_GT(report.at("frames"), 25);
+    EXPECT_EQ(report,
+              json({{"frames", report.at("frames")}, {"copied", report.at("frames")}, {"held_up", false}}));
+    const std::string frames = report.at("frames").dump();
+    expectDone(store.run("checkpoint"),
+               "the log has " + frames + " pages, " + frames + " of them in the file\n");
+    expectDone(store.run("checkpoint", {"--truncate"}), "the log has 1 pages, 1 of them in the file\n");
+    EXPECT_LE(bytesOfFile(log).size(), 32 + 24 + 4096U);
+    sqlite3_close(client);
+}
+
+TEST(ToolCheckpoint, SaysThatAReaderHeldItUp) {
+    const QueueStore store;
+    sqlite3* reader = nullptr;
+    ASSERT_EQ(sqlite3_open(store.path().c_str(), &reader), SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(reader, "BEGIN; SELECT * FROM events", nullptr, nullptr, nullptr), SQLITE_OK);
+    store.execute("UPDATE events SET creator_name = 'changed'");
+    const ToolRun run = store.run("checkpoint", {"--passive"});
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_TRUE(run.out.ends_with(" of them in the file; another connection held it up\n")) << run.out;
+    sqlite3_close(reader);
 }
 
 TEST(ToolStatsOfDisk, BelowTheSignedHalfTheDiskUseHasNoSecondFigure) {

@@ -1,3 +1,4 @@
+#include <ZAVEventRepository/ZAVDatabaseMaintenance.h>
 #include <ZAVEventRepository/ZAVEventRepository.h>
 #include <ZAVEventRepository/ZAVSyncedChangeRepository.h>
 #include <gtest/gtest.h>
@@ -651,8 +652,8 @@ TEST(EventQueries, ADamagedPageAmongTheEventsFailsTheWholeQuery) {
     store.execute(
         "WITH RECURSIVE numbers (number) AS (SELECT 1 UNION ALL SELECT number + 1 FROM numbers LIMIT 500)"
         "INSERT INTO events (type, client_id, creator_name) SELECT 2, x'AA', printf('%0200d', number)"
-        " FROM numbers;"
-        "PRAGMA wal_checkpoint(TRUNCATE)");
+        " FROM numbers");
+    ASSERT_TRUE(ZAVDatabaseMaintenance(store.sharedDatabase()).checkpoint(ZAVCheckpointMode::truncate));
     const auto pageSize = std::stoll(store.rows("PRAGMA page_size").at(0));
     const auto root =
         std::stoll(store.rows("SELECT rootpage FROM sqlite_master WHERE name = 'events'").at(0));

@@ -1,4 +1,5 @@
 #include <ZAVEventRepository/DDLog.h>
+#include <ZAVEventRepository/ZAVDatabaseMaintenance.h>
 #include <ZAVEventRepository/ZAVDatabaseSchema.h>
 #include <ZAVEventRepository/ZAVEventRepository.h>
 #include <ZAVEventRepository/ZAVTransaction.h>
@@ -141,7 +142,9 @@ private:
                 return add("closing and opening", [this] { return reopen(); });
             case 6:
                 return add("folding the log", [this] {
-                    return database_->executeStatements("PRAGMA wal_checkpoint(TRUNCATE)");
+                    return ZAVDatabaseMaintenance(database_)
+                        .checkpoint(ZAVCheckpointMode::truncate)
+                        .has_value();
                 });
             case 7:
                 return add("compacting", [this] { return database_->executeStatements("VACUUM"); });

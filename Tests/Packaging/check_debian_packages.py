@@ -51,7 +51,7 @@ if kind == "shared":
     expect({"usr/bin/zavevents"} | manual <= files["zavevents"],
            f"the tool is in its package, with its manual: {sorted(files['zavevents'])}")
     told = run(root / "bin/zavevents", "--version", environment={"LD_LIBRARY_PATH": str(libraries)})
-    expect(told == f"zavevents {VERSION}\n", f"the packaged tool runs: {told}")
+    expect(told.startswith(f"zavevents {VERSION}\n"), f"the packaged tool runs: {told}")
     dynamic = run("readelf", "-d", root / "bin/zavevents", environment={"LC_ALL": "C"})
     expect("RUNPATH" not in dynamic and "RPATH" not in dynamic, "a packaged tool looks where the system does")
 else:

@@ -32,4 +32,5 @@ expect(headers, "headers are installed")
 
 if kind == "shared":
     # Wherever the prefix lies, the tool finds its library there.
-    expect(run(prefix / "bin/zavevents", "--version") == f"zavevents {VERSION}\n", "the installed tool runs")
+    told = run(prefix / "bin/zavevents", "--version")
+    expect(told.startswith(f"zavevents {VERSION}\n"), "the installed tool runs")

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <ZAVEventRepository/FMDatabase.h>
+#include <ZAVEventRepository/ZAVDatabaseMaintenance.h>
 #include <sqlite3.h>
 
 #include <memory>
@@ -87,6 +88,17 @@ inline void run(FMDatabase& database, const std::string& script) {
         count += sqlite3_stmt_busy(statement) != 0 ? 1 : 0;
     }
     return count;
+}
+
+/// Folds the log into the file and has it begun anew. Answers whether another connection kept it from that;
+/// throws when it fails.
+[[nodiscard]] inline bool isHeldUpInTruncating(const std::shared_ptr<FMDatabase>& database) {
+    ZAVError error;
+    const auto checkpoint = ZAVDatabaseMaintenance(database).checkpoint(ZAVCheckpointMode::truncate, &error);
+    if (!checkpoint) {
+        throw std::runtime_error("cannot fold the log: " + error.description());
+    }
+    return checkpoint->isHeldUp;
 }
 
 /// A file with a table `t (a)` of three rows, and two connections to it.

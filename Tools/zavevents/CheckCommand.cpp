@@ -6,6 +6,7 @@
 #include <ZAVEventRepository/ZAVPrintable.h>
 
 #include "Command.h"
+#include "EngineReport.h"
 #include "Rows.h"
 
 namespace zavevents {
@@ -85,7 +86,8 @@ void print(const ordered_json& report) {
     std::cout << "schema                  " << ZAVPrintable(report["schema"].get<std::string>()) << '\n'
               << "schema version          " << orUnknown(report["schema_version"]) << '\n'
               << "parts without an event  " << orUnknown(report["parts_without_event"]) << '\n'
-              << "events without a stream " << orUnknown(report["events_without_stream"]) << '\n';
+              << "events without a stream " << orUnknown(report["events_without_stream"]) << '\n'
+              << "engine                  " << engineText() << '\n';
 }
 
 void check(const DatabaseFile& file, const CheckOptions& options) {
@@ -100,6 +102,7 @@ void check(const DatabaseFile& file, const CheckOptions& options) {
         report["schema_version"] = *version;
     }
     countOrphans(*database, report, intact);
+    report["engine"] = engineReport();
     if (options.json) {
         std::cout << report.dump() << '\n';
     } else {

@@ -14,6 +14,7 @@ struct Invocation {
 };
 
 void addCheckCommand(CLI::App& app, Invocation& invocation);
+void addCheckpointCommand(CLI::App& app, Invocation& invocation);
 void addConversationCommand(CLI::App& app, Invocation& invocation);
 void addDeleteCommand(CLI::App& app, Invocation& invocation);
 void addEventsCommand(CLI::App& app, Invocation& invocation);

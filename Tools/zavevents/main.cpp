@@ -1,5 +1,3 @@
-#include <ZAVEventRepository/ZAVVersion.h>
-
 #include <CLI/CLI.hpp>
 #include <cerrno>
 #include <csignal>
@@ -11,10 +9,12 @@
 #include <string>
 
 #include <ZAVEventRepository/DDLog.h>
+#include <ZAVEventRepository/ZAVDatabaseEngine.h>
 #include <ZAVEventRepository/ZAVPrintable.h>
 
 #include "Arguments.h"
 #include "Commands.h"
+#include "EngineReport.h"
 #include "Help.h"
 #include "Mistake.h"
 #include "ToolError.h"
@@ -41,8 +41,8 @@ int run(int argc, char** argv) {
     app.formatter(std::make_shared<zavevents::HelpFormatter>());
     app.require_subcommand(1);
     app.fallthrough();
-    app.set_version_flag("--version", "zavevents " + std::string(zav::ZAVLibraryVersion()),
-                         "Print the version and exit");
+    app.set_version_flag("--version", zavevents::versionText,
+                         "Print the versions of tool and engine and exit");
     std::string log = "error";
     app.add_option("--log", log,
                    "What the library logs to standard error: verbose, error or off (default: error)")
@@ -62,7 +62,7 @@ int run(int argc, char** argv) {
           zavevents::addTombstoneCommand, zavevents::addDeleteCommand, zavevents::addProcessedCommand,
           zavevents::addConversationCommand, zavevents::addParticipantSeqCommand,
           zavevents::addMessageCommand, zavevents::addMessageSeqCommand, zavevents::addTransferCommand,
-          zavevents::addReclaimCommand, zavevents::addCheckCommand}) {
+          zavevents::addReclaimCommand, zavevents::addCheckpointCommand, zavevents::addCheckCommand}) {
         add(app, invocation);
     }
     zavevents::setExample(app, "--trace stats chat.db");
@@ -98,6 +98,7 @@ int fail(const std::string& reason) {
 int main(int argc, char** argv) {
     // A file that must not grow further is a write that fails: the message says what was stored.
     static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
+    static_cast<void>(zav::ZAVDatabaseEngine::configureProcess());  // nothing asks here what memory is in use
     try {
         return run(argc, argv);
     } catch (const zavevents::ToolError& error) {

@@ -48,6 +48,11 @@ struct FMDatabaseOptions {
     /// again and again in between is folded once. 0 leaves folding it to the application, and to closing.
     std::int32_t writeAheadLogPages = 4000;
 
+    /// Whether what is deleted is overwritten with zeros in the file, so that it cannot be read there any
+    /// more. Without it a deleted text stays in a free page until something else takes its place, and the
+    /// file is written less.
+    bool secureDelete = true;
+
     /// How long a call waits for a lock that another connection holds before it fails; 0 does not wait. More
     /// than 2^31 - 1 ms, some 24 days, are taken for that.
     std::chrono::milliseconds busyTimeout{5000};

@@ -27,6 +27,8 @@ enum ZAVDatabaseErrorCode : int {
     ZAVDatabaseErrorNulInText = 12,        ///< the text of a statement or a script holds a NUL
     ZAVDatabaseErrorOlderSchema = 13,  ///< the schema is an older one, or none yet, and was not to be changed
     ZAVDatabaseErrorUnusableRow = 14,  ///< a row has the identifier that means "not set"
+    ZAVDatabaseErrorUnsafeCheckpoint =
+        15,  ///< the statement would have this engine fold the log while others commit
 };
 
 }  // namespace zav

@@ -4,6 +4,7 @@ _zavevents_options() {
     case $1 in
     "") echo --help --key-file --log --trace --version ;;
     check | stats) echo --help --json ;;
+    checkpoint) echo --help --json --passive --truncate ;;
     conversation) echo --help --member --stream ;;
     delete | processed) echo --help --id ;;
     events) echo --all --help --id --posted --publishable --revived --seq --stream --unprocessed --unpublishable ;;
@@ -28,8 +29,8 @@ _zavevents_options() {
 _zavevents_takes_value() {
     case $1 in
     --all | --dry-run | --expired-downloads | --help | -h | --incomplete-downloads | --incomplete-uploads | --json | \
-        --no-mime | --posted | --publishable | --record-changes | --skip-bad-lines | --trace | --unassigned-urls | \
-        --unprocessed | --unpublishable | --version) return 1 ;;
+        --no-mime | --passive | --posted | --publishable | --record-changes | --skip-bad-lines | --trace | \
+        --truncate | --unassigned-urls | --unprocessed | --unpublishable | --version) return 1 ;;
     --*=*) return 1 ;;
     -*) return 0 ;;
     *) return 1 ;;
@@ -88,7 +89,7 @@ _zavevents() {
     elif [[ $current == -* ]]; then
         _zavevents_words "$(_zavevents_options "$command")" "$current"
     elif [ -z "$command" ]; then
-        _zavevents_words "check conversation delete events import init message message-seq participant-seq parts \
+        _zavevents_words "check checkpoint conversation delete events import init message message-seq participant-seq parts \
             processed reclaim sequence stats tombstone transfer" "$current"
     elif ((positionals == 0)) || { ((positionals == 1)) && [ "$command" = import ]; }; then
         _zavevents_files "$current"

@@ -43,6 +43,7 @@ bool isBlank(std::string_view text) noexcept {
 void ZAVEngineCloser::operator()(sqlite3* engine) const noexcept {
     // Statements of the application's own may keep the connection alive.
     sqlite3_progress_handler(engine, 0, nullptr, nullptr);
+    ZAVCheckpointGuard::leave(engine);
     sqlite3_close_v2(engine);
 }
 
@@ -50,7 +51,8 @@ ZAVConnection::ZAVConnection(ZAVEngineHandle engine, const Settings& settings)
     : engine_(std::move(engine)),
       settings_(settings),
       statements_(settings.statementCacheCapacity),
-      bounds_(engine_.get()) {}
+      bounds_(engine_.get()),
+      checkpoints_(engine_.get()) {}
 
 ZAVConnection::~ZAVConnection() {
     close();
@@ -106,7 +108,7 @@ ZAVStatementHandle ZAVConnection::prepare(std::string_view sql) {
     ZAVStatementHandle statement(handle);
     if (status != SQLITE_OK) {
         noteEndOfTransaction();
-        static_cast<void>(reading.hasPassedBounds ? failBeyondBounds() : failWithEngineError());
+        static_cast<void>(reading.hasPassedBounds ? failBeyondBounds() : failToPrepare());
         return nullptr;
     }
     if (statement == nullptr) {
@@ -120,6 +122,11 @@ ZAVStatementHandle ZAVConnection::prepare(std::string_view sql) {
               "there is text after the first statement: " + std::string(rest)});
     }
     return statement;
+}
+
+bool ZAVConnection::failToPrepare() {
+    const auto refusal = checkpoints_.takeRefusal();
+    return refusal ? fail(*refusal) : failWithEngineError();
 }
 
 /// The engine reads no further than a NUL, and does not report it.
@@ -239,7 +246,7 @@ bool ZAVConnection::runStatements(const char* script) {
         const int status = sqlite3_prepare_v2(engine(), script, -1, &handle, &script);
         ZAVStatementHandle statement(handle);
         const bool succeeded =
-            status == SQLITE_OK ? statement == nullptr || runToEnd(statement.get()) : failWithEngineError();
+            status == SQLITE_OK ? statement == nullptr || runToEnd(statement.get()) : failToPrepare();
         if (!succeeded) {
             noteEndOfTransaction();
         }

@@ -16,6 +16,7 @@
 #include <ZAVEventRepository/ZAVDatabaseError.h>
 #include <ZAVEventRepository/ZAVError.h>
 
+#include "Private/Database/Internal/ZAVCheckpointGuard.h"
 #include "Private/Database/Internal/ZAVObserverRegistry.h"
 #include "Private/Database/Internal/ZAVStatementBounds.h"
 #include "Private/Database/Internal/ZAVStatementCache.h"
@@ -59,6 +60,7 @@ public:
     [[nodiscard]] sqlite3* engine() const noexcept { return engine_.get(); }
     [[nodiscard]] const Settings& settings() const noexcept { return settings_; }
     [[nodiscard]] ZAVStatementBounds& bounds() noexcept { return bounds_; }
+    [[nodiscard]] ZAVCheckpointGuard& checkpoints() noexcept { return checkpoints_; }
 
     /// The error of the most recent call that failed.
     [[nodiscard]] const ZAVError& lastError() const noexcept { return lastError_; }
@@ -185,6 +187,7 @@ private:
         return status == SQLITE_OK || discardUnbound(statement);
     }
     bool discardUnbound(ZAVStatement& statement);
+    [[nodiscard]] bool failToPrepare();
     void begin(ZAVStatement& statement, Reach reach) noexcept {
         if (reach == Reach::bounded) {
             bounds_.begin(statement.run);
@@ -208,6 +211,7 @@ private:
     Settings settings_;
     ZAVStatementCache statements_;
     ZAVStatementBounds bounds_;
+    ZAVCheckpointGuard checkpoints_;
     std::unique_ptr<ZAVObserverRegistry> observation_;  ///< null unless somebody watches
     ZAVError lastError_;
     std::uint64_t transactionNumber_ = 0;  ///< another once the transaction that had it has ended

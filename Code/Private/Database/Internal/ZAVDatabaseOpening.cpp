@@ -75,6 +75,16 @@ void refuseHostileSchema(sqlite3* engine) noexcept {
 #endif
 }
 
+/// Has a statement keep its plan whatever is bound to it. Some engines plan a `LIMIT ?` anew for each number,
+/// and a queue then prepares its statement at every call.
+void keepPlans(sqlite3* engine) noexcept {
+#ifdef SQLITE_DBCONFIG_ENABLE_QPSG
+    sqlite3_db_config(engine, SQLITE_DBCONFIG_ENABLE_QPSG, 1, nullptr);
+#else
+    static_cast<void>(engine);
+#endif
+}
+
 /// Reading the version is the first look into the file: it tells whether there is a database in it at all.
 bool hasKnownVersion(ZAVConnection& connection, std::optional<std::int32_t> newest) {
     auto rows = connection.query(connection.lend("PRAGMA user_version"), ZAVConnection::Reach::free);
@@ -91,14 +101,17 @@ bool configure(ZAVConnection& connection, const FMDatabaseOptions& options) {
     sqlite3_extended_result_codes(engine, 1);
     sqlite3_busy_timeout(engine, static_cast<int>(connection.settings().busyTimeout.count()));
     refuseHostileSchema(engine);
+    keepPlans(engine);
     if (options.key && ZAVUseKey(engine, *options.key) != SQLITE_OK) {
         return connection.failWithEngineError();
     }
     // A journal's deletion is the commit, and it has to reach the device too: FULL alone does not wait for
     // that.
-    return connection.runScript(
-               "PRAGMA cell_size_check=ON; PRAGMA cache_size=-" + std::to_string(options.pageCacheKiB) +
-               "; PRAGMA wal_autocheckpoint=" + std::to_string(options.writeAheadLogPages)) &&
+    connection.checkpoints().setAutomaticPages(options.writeAheadLogPages);
+    // What an engine does by default about deleted content depends on who compiled it.
+    return connection.runScript("PRAGMA cell_size_check=ON; PRAGMA cache_size=-" +
+                                std::to_string(options.pageCacheKiB) +
+                                "; PRAGMA secure_delete=" + (options.secureDelete ? "ON" : "OFF")) &&
            hasKnownVersion(connection, options.newestUserVersion) &&
            connection.runScript(connection.settings().isDurable ? "PRAGMA synchronous=EXTRA"
                                                                 : "PRAGMA synchronous=NORMAL") &&

@@ -1,0 +1,214 @@
+#include "Private/Database/Internal/ZAVCheckpointGuard.h"
+
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cstddef>
+#include <string>
+#include <utility>
+
+#include <ZAVEventRepository/ZAVDatabaseEngine.h>
+#include <ZAVEventRepository/ZAVDatabaseError.h>
+
+namespace zav {
+namespace {
+
+constexpr const char* checkpointPragma = "wal_checkpoint";
+constexpr const char* automaticPragma = "wal_autocheckpoint";
+
+sqlite3_file* fileOf(sqlite3* connection, const char* schema) noexcept {
+    sqlite3_file* file = nullptr;
+    const int status = sqlite3_file_control(connection, schema, SQLITE_FCNTL_FILE_POINTER, &file);
+    return status == SQLITE_OK && file != nullptr && file->pMethods != nullptr ? file : nullptr;
+}
+
+/// The lock that a connection holds while it writes to the log: the first of those in the log's index.
+class WritersLock {
+public:
+    explicit WritersLock(sqlite3_file& file) noexcept : file_(file), status_(change(SQLITE_SHM_LOCK)) {}
+    ~WritersLock() {
+        if (status_ == SQLITE_OK) {
+            change(SQLITE_SHM_UNLOCK);
+        }
+    }
+    WritersLock(const WritersLock&) = delete;
+    WritersLock& operator=(const WritersLock&) = delete;
+
+    [[nodiscard]] int status() const noexcept { return status_; }
+
+private:
+    int change(int action) const noexcept {
+        return file_.pMethods->xShmLock(&file_, 0, 1, action | SQLITE_SHM_EXCLUSIVE);
+    }
+
+    sqlite3_file& file_;
+    int status_;
+};
+
+/// The beginning of the log's index: what is in the log, written twice by whoever holds the writer's lock,
+/// and how much of it was copied.
+class LogIndex {
+public:
+    /// @param file one whose log this connection has read from.
+    explicit LogIndex(sqlite3_file& file) noexcept {
+        constexpr int pageSize = 32768;
+        void volatile* memory = nullptr;
+        if (file.pMethods->xShmMap(&file, 0, pageSize, 0, &memory) == SQLITE_OK && memory != nullptr) {
+            const auto* words = static_cast<const volatile std::uint32_t*>(memory);
+            for (std::uint32_t& word : words_) {
+                word = *words++;
+            }
+        }
+    }
+
+    /// Whether it is as its writer left it. If not, the next connection that reads makes it anew from the
+    /// log, and takes and gives back the writer's lock for that.
+    [[nodiscard]] bool isWhole() const noexcept {
+        std::uint32_t first = 0;
+        std::uint32_t second = 0;
+        for (std::size_t at = 0; at < sum; at += 2) {
+            first += words_[at] + second;
+            second += words_[at + 1] + first;
+        }
+        bool areAlike = true;
+        for (std::size_t at = 0; at < headerSize; ++at) {
+            areAlike = areAlike && words_[at] == words_[headerSize + at];
+        }
+        const auto flags = std::bit_cast<std::array<unsigned char, sizeof(std::uint32_t)>>(words_[3]);
+        return areAlike && flags[0] != 0 && first == words_[sum] && second == words_[sum + 1];
+    }
+
+    [[nodiscard]] ZAVCheckpointGuard::Outcome outcome(int status) const noexcept {
+        return {status, words_[4], words_[2 * headerSize]};
+    }
+
+private:
+    static constexpr std::size_t headerSize = 12;  ///< in words, the sum of those before it among them
+    static constexpr std::size_t sum = 10;
+
+    std::array<std::uint32_t, 2 * headerSize + 1> words_{};
+};
+
+/// The engine's own checkpoint, which waits for nobody.
+ZAVCheckpointGuard::Outcome copyUnguarded(sqlite3* connection, const char* schema) noexcept {
+    int frames = 0;
+    int copied = 0;
+    const int status =
+        sqlite3_wal_checkpoint_v2(connection, schema, SQLITE_CHECKPOINT_PASSIVE, &frames, &copied);
+    return {status, std::max(frames, 0), std::max(copied, 0)};
+}
+
+}  // namespace
+
+ZAVCheckpointGuard::ZAVCheckpointGuard(sqlite3* connection) noexcept : connection_(connection) {
+    if (connection != nullptr && !ZAVDatabaseEngine::hasSafeCheckpoints()) {
+        sqlite3_wal_hook(connection, noteCommit, this);
+        sqlite3_set_authorizer(connection, authorize, this);
+    }
+}
+
+void ZAVCheckpointGuard::leave(sqlite3* connection) noexcept {
+    sqlite3_wal_hook(connection, nullptr, nullptr);
+    sqlite3_set_authorizer(connection, nullptr, nullptr);
+}
+
+void ZAVCheckpointGuard::setAutomaticPages(int pages) noexcept {
+    automaticPages_ = pages;
+    if (ZAVDatabaseEngine::hasSafeCheckpoints()) {
+        sqlite3_wal_autocheckpoint(connection_, pages);
+    }
+}
+
+/// What is answered is the answer of the commit, which stands whatever becomes of the checkpoint.
+int ZAVCheckpointGuard::noteCommit(void* guard, sqlite3*, const char* schema, int pages) noexcept {
+    auto& self = *static_cast<ZAVCheckpointGuard*>(guard);
+    if (self.automaticPages_ > 0 && pages >= self.automaticPages_) {
+        static_cast<void>(self.copy(schema));
+    }
+    return SQLITE_OK;
+}
+
+ZAVCheckpointGuard::Outcome ZAVCheckpointGuard::copy(const char* schema) noexcept {
+    if (isInUse(schema)) {
+        return {SQLITE_LOCKED, 0, 0};
+    }
+    if (sqlite3_db_readonly(connection_, schema) == 1) {
+        return {SQLITE_READONLY, 0, 0};
+    }
+    return ZAVDatabaseEngine::hasSafeCheckpoints() || isAlone(schema) ? copyUnguarded(connection_, schema)
+                                                                      : copyWithLock(schema);
+}
+
+ZAVCheckpointGuard::Outcome ZAVCheckpointGuard::copyWithLock(const char* schema) noexcept {
+    sqlite3_file& file = *fileOf(connection_, schema);
+    const WritersLock lock(file);
+    const LogIndex index(file);
+    if (lock.status() != SQLITE_OK) {
+        return index.outcome(lock.status());
+    }
+    return index.isWhole() ? copyUnguarded(connection_, schema) : index.outcome(SQLITE_BUSY);
+}
+
+/// Whether this connection reads or writes by itself. It might hold the writer's lock then, and would lose it
+/// with the guard's.
+bool ZAVCheckpointGuard::isInUse(const char* schema) const noexcept {
+#ifdef SQLITE_TXN_NONE
+    if (sqlite3_txn_state(connection_, schema) != SQLITE_TXN_NONE) {
+        return true;
+    }
+#else
+    static_cast<void>(schema);
+#endif
+    bool isBusy = sqlite3_get_autocommit(connection_) == 0;
+    sqlite3_stmt* statement = nullptr;
+    while (!isBusy && (statement = sqlite3_next_stmt(connection_, statement)) != nullptr) {
+        isBusy = sqlite3_stmt_busy(statement) != 0;
+    }
+    return isBusy;
+}
+
+/// Whether no other connection can be in the file: there is nobody to guard against, and no index with locks
+/// in it either.
+bool ZAVCheckpointGuard::isAlone(const char* schema) const noexcept {
+    const sqlite3_file* const file = fileOf(connection_, schema);
+    if (file == nullptr || file->pMethods->iVersion < 2 || file->pMethods->xShmLock == nullptr) {
+        return true;
+    }
+    int level = SQLITE_LOCK_NONE;
+    return sqlite3_file_control(connection_, schema, SQLITE_FCNTL_LOCKSTATE, &level) == SQLITE_OK &&
+           level == SQLITE_LOCK_EXCLUSIVE;
+}
+
+int ZAVCheckpointGuard::authorize(void* guard, int action, const char* name, const char* argument,
+                                  const char*, const char*) noexcept {
+    if (action != SQLITE_PRAGMA || name == nullptr) {
+        return SQLITE_OK;
+    }
+    auto& self = *static_cast<ZAVCheckpointGuard*>(guard);
+    if (sqlite3_stricmp(name, checkpointPragma) == 0) {
+        self.refused_ = checkpointPragma;
+    } else if (sqlite3_stricmp(name, automaticPragma) == 0 && argument != nullptr) {
+        self.refused_ = automaticPragma;
+    } else {
+        return SQLITE_OK;
+    }
+    return SQLITE_DENY;
+}
+
+std::optional<ZAVError> ZAVCheckpointGuard::takeRefusal() {
+    const char* const refused = std::exchange(refused_, nullptr);
+    if (refused == nullptr || sqlite3_errcode(connection_) != SQLITE_AUTH) {
+        return std::nullopt;
+    }
+    const std::string name = refused;
+    return ZAVError(ZAVErrorDomainDatabase, ZAVDatabaseErrorUnsafeCheckpoint,
+                    "PRAGMA " + name + " is refused: checkpoints of SQLite " +
+                        std::string(ZAVDatabaseEngine::version()) +
+                        " may lose what another connection commits meanwhile; use " +
+                        (name == checkpointPragma ? "ZAVDatabaseMaintenance::checkpoint"
+                                                  : "FMDatabaseOptions::writeAheadLogPages"));
+}
+
+}  // namespace zav

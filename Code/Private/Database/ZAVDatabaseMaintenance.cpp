@@ -1,0 +1,153 @@
+#include <ZAVEventRepository/ZAVDatabaseMaintenance.h>
+
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <chrono>
+#include <string>
+#include <thread>
+#include <utility>
+
+#include <ZAVEventRepository/ZAVTransaction.h>
+
+#include "Private/Database/Internal/ZAVConnection.h"
+#include "Private/Database/Internal/ZAVStatements.h"
+
+namespace zav {
+namespace {
+
+using Outcome = ZAVCheckpointGuard::Outcome;
+
+constexpr const char* schema = "main";
+
+/// A pause between attempts, longer each time, until a moment comes.
+class Patience {
+public:
+    explicit Patience(std::chrono::milliseconds longest) noexcept
+        : end_(std::chrono::steady_clock::now() + longest) {}
+
+    /// Answers false when the moment has come.
+    [[nodiscard]] bool pause() noexcept {
+        if (std::chrono::steady_clock::now() >= end_) {
+            return false;
+        }
+        std::this_thread::sleep_for(pause_);
+        pause_ = std::min(2 * pause_, longestPause);
+        return true;
+    }
+
+private:
+    static constexpr std::chrono::milliseconds longestPause{50};
+
+    std::chrono::steady_clock::time_point end_;
+    std::chrono::milliseconds pause_{1};
+};
+
+bool isBusy(std::int64_t status) noexcept {
+    return (status & 0xFF) == SQLITE_BUSY;
+}
+
+bool isFailure(const Outcome& outcome) noexcept {
+    return outcome.status != SQLITE_OK && !isBusy(outcome.status);
+}
+
+bool isCopied(const Outcome& outcome) noexcept {
+    return outcome.status == SQLITE_OK && outcome.copied == outcome.frames;
+}
+
+ZAVError errorOf(const Outcome& outcome) {
+    return {ZAVErrorDomainSQLite, outcome.status,
+            outcome.status == SQLITE_LOCKED ? "this handle has an open cursor or transaction"
+                                            : sqlite3_errstr(outcome.status)};
+}
+
+/// Looks into the file, which has the engine open its log. None on failure.
+std::optional<bool> hasLog(FMDatabase& database, ZAVError* error) {
+    if (!readNumber(database, error, "PRAGMA schema_version")) {
+        return std::nullopt;
+    }
+    auto mode = runQuery(database, error, "PRAGMA journal_mode");
+    if (!mode || !mode->nextWithError(error)) {
+        return std::nullopt;
+    }
+    return mode->stringForColumnIndex(0) == "wal";
+}
+
+/// With a limit on what stays of a log that is begun anew.
+class NoRestOfTheLog {
+public:
+    explicit NoRestOfTheLog(FMDatabase& database, ZAVError* error)
+        : database_(database), before_(readNumber(database, error, "PRAGMA journal_size_limit")) {
+        set(0);
+    }
+    ~NoRestOfTheLog() {
+        if (before_) {
+            set(*before_);
+        }
+    }
+    NoRestOfTheLog(const NoRestOfTheLog&) = delete;
+    NoRestOfTheLog& operator=(const NoRestOfTheLog&) = delete;
+
+private:
+    void set(std::int64_t limit) const {
+        database_.executeStatements("PRAGMA journal_size_limit=" + std::to_string(limit));
+    }
+
+    FMDatabase& database_;
+    std::optional<std::int64_t> before_;
+};
+
+/// Begins a log anew that was copied whole, which the engine does when somebody writes and nobody reads from
+/// it.
+bool writeAnew(FMDatabase& database, ZAVError* error) {
+    const NoRestOfTheLog limit(database, error);
+    auto transaction = ZAVTransaction::begin(database, error);
+    if (!transaction) {
+        return false;
+    }
+    const auto version = readNumber(database, error, "PRAGMA user_version");
+    return version && runUpdate(database, error, "PRAGMA user_version=" + std::to_string(*version)) &&
+           transaction->commit(error);
+}
+
+}  // namespace
+
+ZAVDatabaseMaintenance::ZAVDatabaseMaintenance(std::shared_ptr<FMDatabase> database)
+    : database_(std::move(database)) {}
+
+std::optional<ZAVCheckpoint> ZAVDatabaseMaintenance::checkpoint(ZAVCheckpointMode mode,
+                                                                ZAVError* error) const {
+    const auto log = hasLog(*database_, error);
+    if (!log) {
+        return std::nullopt;
+    }
+    if (!*log) {
+        return ZAVCheckpoint{};
+    }
+    ZAVConnection& connection = database_->connection();
+    Patience patience(connection.settings().busyTimeout);
+    std::optional<std::int64_t> framesBeforeWriting;
+    for (bool mayGoOn = mode != ZAVCheckpointMode::passive;; mayGoOn = patience.pause()) {
+        const Outcome outcome = connection.checkpoints().copy(schema);
+        if (isFailure(outcome)) {
+            connection.fail(errorOf(outcome));
+            storeLastError(*database_, error);
+            return std::nullopt;
+        }
+        const bool isBegunAnew = outcome.frames <= 1 || outcome.frames < framesBeforeWriting;
+        const bool isDone = isCopied(outcome) && (mode != ZAVCheckpointMode::truncate || isBegunAnew);
+        if (isDone || !mayGoOn) {
+            return ZAVCheckpoint{outcome.frames, outcome.copied, !isDone};
+        }
+        if (isCopied(outcome)) {
+            framesBeforeWriting = outcome.frames;
+            ZAVError failure;
+            if (!writeAnew(*database_, &failure) && !isBusy(failure.code())) {
+                ZAVStoreError(error, failure);
+                return std::nullopt;
+            }
+        }
+    }
+}
+
+}  // namespace zav
