@@ -54,8 +54,8 @@ std::vector<Operation> diskAccounting() {
                    "OR transfer_status = ? OR transfer_status = ?) AND file_path IS NOT NULL AND size IS NOT "
                    "NULL AND (purged = 0 OR purged IS NULL)",
                .values = {"0", "1", "4"},
-               .plan = {"SEARCH event_content_parts USING INDEX event_content_parts_by_transfer_status "
-                        "(transfer_status=?)"}}},
+               .plan = {"SEARCH event_content_parts USING INDEX event_content_parts_by_disk_use "
+                        "(transfer_status=? AND size>?)"}}},
          .needs = {"event_content_parts"},
          .answers = {"1800", "0", "18446744073709551615"},
          .tellsTheCallerFirst = true,

@@ -316,8 +316,8 @@ std::vector<Operation> eventRowOperations() {
          .statements =
              {{.text = "SELECT IFNULL(SUM(size), 0) FROM event_content_parts WHERE transfer_status IN (0, 1, "
                        "4) AND file_path IS NOT NULL AND size IS NOT NULL AND (purged = 0 OR purged IS NULL)",
-               .plan = {"SEARCH event_content_parts USING INDEX event_content_parts_by_transfer_status "
-                        "(transfer_status=?)"}}},
+               .plan = {"SEARCH event_content_parts USING INDEX event_content_parts_by_disk_use "
+                        "(transfer_status=? AND size>?)"}}},
          .needs = {"event_content_parts"},
          .answers = {"1800", "0", "none"}},
     };
