@@ -19,15 +19,20 @@
 #
 # Each sets up what it needs: on Debian and Ubuntu missing packages are installed, elsewhere they are named. What `make run`
 # has built, `make test` uses.
-# BUILD, BUILD_TYPE, CXX and SANITIZE may be given, as in: make test CXX=clang++ SANITIZE=address,undefined BUILD=build-asan
+# BUILD, BUILD_TYPE, CXX, SANITIZE and ENGINE may be given, as in: make test CXX=clang++ SANITIZE=address,undefined
+# BUILD=build-asan. ENGINE is that of ZAV_ENGINE; amalgamation, SQLite compiled in, is fetched into build/engine.
 
 BUILD ?= build
 BUILD_TYPE ?= Release
 SANITIZE ?=
+ENGINE ?=
 ifeq ($(origin CXX),default)
 CXX := g++
 endif
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
+
+FETCHED_ENGINE = $(if $(filter amalgamation,$(ENGINE)),fetch-engine)
+ENGINE_CHOICE = $(if $(ENGINE),-DZAV_ENGINE=$(ENGINE))
 
 SAMPLE_DATABASE = $(BUILD)/sample.db
 ZAVEVENTS = $(BUILD)/Tools/zavevents/zavevents
@@ -39,11 +44,11 @@ SCALE_OPTIONS ?=
 PRESETS ?= shared sqlcipher
 
 CONFIGURE = cmake -S . -B $(BUILD) -G Ninja -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) -DCMAKE_CXX_COMPILER=$(CXX) \
-	-DZAV_SANITIZE=$(SANITIZE)
+	-DZAV_SANITIZE=$(SANITIZE) $(ENGINE_CHOICE)
 # A folder that is configured already stays as it is, so that its tests are not taken out of it.
 TOOL_ALONE = $(if $(wildcard $(BUILD)/CMakeCache.txt),,-DZAV_BUILD_TESTS=OFF -DZAV_BUILD_EXAMPLES=OFF)
 
-.PHONY: run tool test test-long fuzz static valgrind coverage docs bench configure-bench instructions scale memory tool-cost \
+.PHONY: fetch-engine run tool test test-long fuzz static valgrind coverage docs bench configure-bench instructions scale memory tool-cost \
 	toolchains presets check hooks build setup setup-tool setup-checks format check-format clean
 
 run: tool
@@ -61,6 +66,7 @@ test: build
 	@scripts/report-sweeps.sh $(BUILD)/Testing/Temporary/LastTest.log
 
 test-long: build
+	scripts/check-loss.sh $(BUILD)/loss
 	ZAV_TEST_EFFORT=long ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS) -L long
 	@scripts/report-sweeps.sh $(BUILD)/Testing/Temporary/LastTest.log
 
@@ -95,8 +101,8 @@ tool-cost: build configure-bench
 	python3 Benchmarks/compare_tool.py $(ZAVEVENTS) $(BENCH) $(EVENTS)
 
 configure-bench: setup-checks
-	cmake -S . -B $(BENCH) -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_COMPILER=$(CXX) -DZAV_BUILD_BENCHMARKS=ON \
-		-DZAV_BUILD_TESTS=OFF -DZAV_BUILD_TOOLS=OFF -DZAV_BUILD_EXAMPLES=OFF
+	cmake -S . -B $(BENCH) -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_COMPILER=$(CXX) $(ENGINE_CHOICE) \
+		-DZAV_BUILD_BENCHMARKS=ON -DZAV_BUILD_TESTS=OFF -DZAV_BUILD_TOOLS=OFF -DZAV_BUILD_EXAMPLES=OFF
 
 docs: setup setup-checks
 	$(CONFIGURE)
@@ -121,14 +127,17 @@ build: setup
 	$(CONFIGURE) -DZAV_BUILD_TESTS=ON -DZAV_BUILD_EXAMPLES=ON
 	cmake --build $(BUILD) -j $(JOBS)
 
-setup:
+setup: $(FETCHED_ENGINE)
 	@scripts/setup.sh
 
-setup-tool:
+setup-tool: $(FETCHED_ENGINE)
 	@CXX="$(CXX)" scripts/setup.sh --tool
 
-setup-checks:
+setup-checks: $(FETCHED_ENGINE)
 	@scripts/setup.sh --checks
+
+fetch-engine:
+	@scripts/fetch-engine.sh
 
 format:
 	scripts/format.sh

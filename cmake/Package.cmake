@@ -34,6 +34,6 @@ if(BUILD_SHARED_LIBS)
     set(CPACK_COMPONENT_TOOLS_DEPENDS runtime)
 else()
     set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
-        "${zav_engine_for_debian}, liburiparser-dev, libspdlog-dev, libfmt-dev")
+        "${zav_engine_for_debian}liburiparser-dev, libspdlog-dev, libfmt-dev")
 endif()
 include(CPack)

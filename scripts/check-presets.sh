@@ -5,6 +5,7 @@ set -eu
 cd "$(dirname "$0")/.."
 [ $# -gt 0 ] || set -- shared sqlcipher
 for preset in "$@"; do
+    [ "$preset" != amalgamation ] || scripts/fetch-engine.sh
     cmake --preset "$preset"
     cmake --build --preset "$preset"
     ctest --preset "$preset"

@@ -24,7 +24,7 @@ else
 fi
 if [ "${1:-}" = --checks ]; then
     packages="$packages doxygen clang-tidy cppcheck valgrind gcovr libbenchmark-dev libsqlitecpp-dev libsoci-dev
-        libsqlcipher-dev groff-base mandoc zsh libc++-dev libc++abi-dev g++-multilib"
+        libsqlcipher-dev groff-base mandoc zsh libc++-dev libc++abi-dev g++-multilib curl"
 fi
 
 if ! command -v dpkg-query > /dev/null || ! command -v apt-get > /dev/null; then

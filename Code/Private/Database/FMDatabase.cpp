@@ -108,11 +108,11 @@ const ZAVError& FMDatabase::lastError() const noexcept {
 }
 
 int FMDatabase::changes() const noexcept {
-    return sqlite3_changes(sqliteHandle());
+    return sqlite3_changes(connection_->engine());
 }
 
 std::int64_t FMDatabase::lastInsertRowId() const noexcept {
-    return sqlite3_last_insert_rowid(sqliteHandle());
+    return sqlite3_last_insert_rowid(connection_->engine());
 }
 
 bool FMDatabase::inTransaction() const noexcept {
@@ -136,7 +136,11 @@ std::size_t FMDatabase::openResultSets() const noexcept {
 }
 
 sqlite3* FMDatabase::sqliteHandle() const noexcept {
+#ifdef ZAV_ENGINE_IS_HIDDEN
+    return nullptr;
+#else
     return connection_->engine();
+#endif
 }
 
 }  // namespace zav

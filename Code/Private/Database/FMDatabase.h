@@ -167,7 +167,8 @@ public:
     /// How many cursors are open.
     [[nodiscard]] std::size_t openResultSets() const noexcept;
 
-    /// The engine's own connection, for what this class does not cover. It stays the handle's property.
+    /// The engine's own connection, for what this class does not cover. It stays the handle's property. Null
+    /// where a shared library holds an engine of its own: another engine must not be given its connections.
     [[nodiscard]] sqlite3* sqliteHandle() const noexcept;
 
     /// For the library's own use: what the handle works through.
