@@ -8,7 +8,7 @@
 namespace zav::test {
 
 /// What the environment says of how far the tests should go: nothing, for a developer's ordinary run; "long"
-/// (`make test-long`); or "brief", under a tool that makes them many times as slow (`make valgrind`).
+/// (`make test-long`); or "brief", where they are many times as slow or run once more (`make valgrind`).
 [[nodiscard]] inline std::string_view effort() {
     const char* const effort = std::getenv("ZAV_TEST_EFFORT");
     return effort != nullptr ? effort : std::string_view();
