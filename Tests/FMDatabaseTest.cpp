@@ -442,7 +442,7 @@ TEST_F(OpeningADatabase, TurnsTheWriteAheadLogOnAndSynchronisesInFull) {
     const auto database = openHandle(path_);
     EXPECT_EQ(scalar(*database, "PRAGMA journal_mode"), "wal");
     EXPECT_EQ(scalar(*database, "PRAGMA synchronous"), "2");
-    EXPECT_EQ(scalar(*database, "PRAGMA busy_timeout"), "5000");
+    EXPECT_EQ(FMDatabaseOptions().busyTimeout, std::chrono::seconds(5));
     EXPECT_EQ(scalar(*database, "PRAGMA cache_size"), "-16384");
     EXPECT_EQ(scalar(*database, "PRAGMA secure_delete"), "1");
 }
@@ -474,13 +474,11 @@ TEST_F(OpeningADatabase, TakesTheOptionsOfTheCaller) {
     FMDatabaseOptions chosen;
     chosen.synchronous = FMDatabaseOptions::Synchronous::normal;
     chosen.writeAheadLog = false;
-    chosen.busyTimeout = std::chrono::milliseconds(123);
     chosen.pageCacheKiB = 2048;
     chosen.secureDelete = false;
     const auto database = openHandle(path_, chosen);
     EXPECT_EQ(scalar(*database, "PRAGMA journal_mode"), "delete");
     EXPECT_EQ(scalar(*database, "PRAGMA synchronous"), "1");
-    EXPECT_EQ(scalar(*database, "PRAGMA busy_timeout"), "123");
     EXPECT_EQ(scalar(*database, "PRAGMA cache_size"), "-2048");
     EXPECT_EQ(scalar(*database, "PRAGMA secure_delete"), "0");
 }
@@ -642,19 +640,39 @@ TEST_F(OpeningADatabase, TakesTheLeastOfEachOption) {
     chosen.statementCacheCapacity = 0;
     chosen.newestUserVersion = 0;
     const auto database = openHandle(path_, chosen);
-    EXPECT_EQ(scalar(*database, "PRAGMA busy_timeout"), "0");
     run(*database, "CREATE TABLE t (a); INSERT INTO t VALUES (zeroblob(100000))");
     EXPECT_EQ(scalar(*database, "SELECT length(a) FROM t"), "100000");
 }
 
+TEST_F(OpeningADatabase, WaitsForALockAsLongAsItIsTold) {
+    const auto holder = openHandle(path_);
+    run(*holder, "CREATE TABLE t (a); BEGIN IMMEDIATE");
+    for (const auto timeout : {std::chrono::milliseconds(0), std::chrono::milliseconds(123)}) {
+        FMDatabaseOptions chosen;
+        chosen.busyTimeout = timeout;
+        const auto database = openHandle(path_, chosen);
+        const auto start = std::chrono::steady_clock::now();
+        EXPECT_FALSE(database->executeUpdate("INSERT INTO t VALUES (1)"));
+        EXPECT_EQ(database->lastError().code() & 0xFF, SQLITE_BUSY);
+        EXPECT_GE(std::chrono::steady_clock::now() - start, timeout);
+    }
+}
+
 TEST_F(OpeningADatabase, WaitsAsLongAsItCanWhenToldToWaitLonger) {
+    run(*openHandle(path_), "CREATE TABLE t (a)");
     for (const auto timeout : {std::chrono::milliseconds(2147483648), std::chrono::milliseconds::max(),
                                std::chrono::milliseconds(std::chrono::hours(30 * 24))}) {
         FMDatabaseOptions chosen;
         chosen.busyTimeout = timeout;
         const auto database = openHandle(path_, chosen);
-        EXPECT_EQ(scalar(*database, "PRAGMA busy_timeout"), "2147483647") << "for " << timeout.count();
-        EXPECT_EQ(scalar(*database, "PRAGMA journal_mode"), "wal");
+        const auto holder = openHandle(path_);
+        run(*holder, "BEGIN IMMEDIATE");
+        std::thread release([&] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+            run(*holder, "COMMIT");
+        });
+        EXPECT_TRUE(database->executeUpdate("INSERT INTO t VALUES (1)")) << "for " << timeout.count();
+        release.join();
     }
 }
 

@@ -43,6 +43,7 @@ bool isBlank(std::string_view text) noexcept {
 void ZAVEngineCloser::operator()(sqlite3* engine) const noexcept {
     // Statements of the application's own may keep the connection alive.
     sqlite3_progress_handler(engine, 0, nullptr, nullptr);
+    sqlite3_busy_handler(engine, nullptr, nullptr);
     ZAVCheckpointGuard::leave(engine);
     sqlite3_close_v2(engine);
 }
@@ -52,7 +53,8 @@ ZAVConnection::ZAVConnection(ZAVEngineHandle engine, const Settings& settings)
       settings_(settings),
       statements_(settings.statementCacheCapacity),
       bounds_(engine_.get()),
-      checkpoints_(engine_.get()) {}
+      checkpoints_(engine_.get()),
+      lockWait_(engine_.get(), settings.busyTimeout) {}
 
 ZAVConnection::~ZAVConnection() {
     close();

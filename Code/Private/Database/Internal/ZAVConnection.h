@@ -17,6 +17,7 @@
 #include <ZAVEventRepository/ZAVError.h>
 
 #include "Private/Database/Internal/ZAVCheckpointGuard.h"
+#include "Private/Database/Internal/ZAVLockWait.h"
 #include "Private/Database/Internal/ZAVObserverRegistry.h"
 #include "Private/Database/Internal/ZAVStatementBounds.h"
 #include "Private/Database/Internal/ZAVStatementCache.h"
@@ -212,6 +213,7 @@ private:
     ZAVStatementCache statements_;
     ZAVStatementBounds bounds_;
     ZAVCheckpointGuard checkpoints_;
+    ZAVLockWait lockWait_;
     std::unique_ptr<ZAVObserverRegistry> observation_;  ///< null unless somebody watches
     ZAVError lastError_;
     std::uint64_t transactionNumber_ = 0;  ///< another once the transaction that had it has ended

@@ -99,7 +99,6 @@ bool hasKnownVersion(ZAVConnection& connection, std::optional<std::int32_t> newe
 bool configure(ZAVConnection& connection, const FMDatabaseOptions& options) {
     sqlite3* const engine = connection.engine();
     sqlite3_extended_result_codes(engine, 1);
-    sqlite3_busy_timeout(engine, static_cast<int>(connection.settings().busyTimeout.count()));
     refuseHostileSchema(engine);
     keepPlans(engine);
     if (options.key && ZAVUseKey(engine, *options.key) != SQLITE_OK) {

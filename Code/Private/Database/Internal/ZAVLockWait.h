@@ -1,0 +1,30 @@
+#pragma once
+
+#include <chrono>
+
+struct sqlite3;
+
+namespace zav {
+
+/// Has a connection wait for locks that others hold, for a while.
+///
+/// It asks for them every few hundred microseconds. One who writes without a pause leaves its lock free for
+/// moments only, and the engine's own way of waiting, which comes to ask ten times a second, may miss them
+/// all.
+class ZAVLockWait {
+public:
+    /// @param connection an open connection, whose busy handler this is; null for none.
+    /// @param longest how long a statement waits; 0 for not at all.
+    ZAVLockWait(sqlite3* connection, std::chrono::milliseconds longest) noexcept;
+    ~ZAVLockWait() = default;
+    ZAVLockWait(const ZAVLockWait&) = delete;
+    ZAVLockWait& operator=(const ZAVLockWait&) = delete;
+
+private:
+    static int wait(void* lockWait, int count) noexcept;
+
+    std::chrono::milliseconds longest_;
+    std::chrono::steady_clock::time_point end_;
+};
+
+}  // namespace zav
