@@ -21,6 +21,7 @@
 
 #include "Operations/Catalogue.h"
 #include "Operations/FilledStore.h"
+#include "Operations/TestWithOperation.h"
 #include "Support/LogCapture.h"
 #include "Support/TemporaryDirectory.h"
 #include "Support/TestEffort.h"
@@ -410,10 +411,9 @@ void expectBusy(const Operation& operation, const FMDatabase& database, const An
     EXPECT_TRUE(lines[1].message.ends_with(error.description())) << lines[1].message;
 }
 
-class OperationOnALockedDatabase : public testing::TestWithParam<Operation> {};
+class OperationOnALockedDatabase : public TestWithOperation {};
 
 TEST_P(OperationOnALockedDatabase, ReadsOrFailsClearlyAndWorksWhenTheLockIsGone) {
-    const Operation& operation = GetParam();
     const TemporaryDirectory directory;
     const std::string path = directory.file("store.db");
     const auto holder = openFile(path);
@@ -427,14 +427,14 @@ TEST_P(OperationOnALockedDatabase, ReadsOrFailsClearlyAndWorksWhenTheLockIsGone)
     std::vector<LogRecord> lockedLines;
     {
         const LogCapture log;
-        lockedAnswer = operation.call(ZAVEventRepository(database), &lockedError);
+        lockedAnswer = operation().call(ZAVEventRepository(database), &lockedError);
         lockedLines = log.records();
     }
     const bool failed = static_cast<bool>(database->lastError());
     if (failed) {
-        expectBusy(operation, *database, lockedAnswer, lockedError, lockedLines);
+        expectBusy(operation(), *database, lockedAnswer, lockedError, lockedLines);
     } else {
-        EXPECT_NE(lockedAnswer.value, operation.answers.failing);
+        EXPECT_NE(lockedAnswer.value, operation().answers.failing);
         EXPECT_FALSE(lockedError) << lockedError.description();
     }
     EXPECT_FALSE(database->inTransaction());
@@ -443,15 +443,15 @@ TEST_P(OperationOnALockedDatabase, ReadsOrFailsClearlyAndWorksWhenTheLockIsGone)
 
     lock->rollback();
     ZAVError error;
-    const Answer answer = operation.call(ZAVEventRepository(database), &error);
-    EXPECT_NE(answer.value, operation.answers.failing) << "the lock is gone: " << error.description();
+    const Answer answer = operation().call(ZAVEventRepository(database), &error);
+    EXPECT_NE(answer.value, operation().answers.failing) << "the lock is gone: " << error.description();
     EXPECT_FALSE(error) << error.description();
     const bool writes = rowsOfAllTables(*database) != before;
     EXPECT_EQ(failed, writes) << (writes ? "it wrote in spite of the lock"
                                          : "a reader was stopped by a writer");
 }
 
-INSTANTIATE_TEST_SUITE_P(Every, OperationOnALockedDatabase, testing::ValuesIn(everyOperation()),
+INSTANTIATE_TEST_SUITE_P(Every, OperationOnALockedDatabase, testing::ValuesIn(entriesOf(everyOperation())),
                          nameOfParameter);
 
 TEST(ALockedDatabase, IsOpenedAndItsSchemaIsNotMadeMeanwhile) {

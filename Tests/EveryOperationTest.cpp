@@ -10,6 +10,7 @@
 
 #include "Operations/Catalogue.h"
 #include "Operations/FilledStore.h"
+#include "Operations/TestWithOperation.h"
 #include "Support/ContentParts.h"
 #include "Support/DatabaseHandles.h"
 #include "Support/LogCapture.h"
@@ -88,12 +89,12 @@ Lines linesOf(const std::vector<ExpectedStatement>& statements) {
     return lines;
 }
 
-class EveryOperation : public testing::TestWithParam<Operation> {};
+class EveryOperation : public TestWithOperation {};
 
-INSTANTIATE_TEST_SUITE_P(Of, EveryOperation, testing::ValuesIn(everyOperation()), nameOfParameter);
+INSTANTIATE_TEST_SUITE_P(Of, EveryOperation, testing::ValuesIn(entriesOf(everyOperation())), nameOfParameter);
 
 TEST_P(EveryOperation, RunsItsStatementsWithTheirValuesAndNoOther) {
-    EXPECT_EQ(statementsRunBy(GetParam()), linesOf(GetParam().statements));
+    EXPECT_EQ(statementsRunBy(operation()), linesOf(operation().statements));
 }
 
 TEST_P(EveryOperation, FindsItsRowsAsItsEntrySays) {
@@ -101,7 +102,7 @@ TEST_P(EveryOperation, FindsItsRowsAsItsEntrySays) {
         GTEST_SKIP() << "older engines plan, and describe their plans, in other words";
     }
     const FilledStore store;
-    for (const ExpectedStatement& statement : GetParam().statements) {
+    for (const ExpectedStatement& statement : operation().statements) {
         const Lines steps = planOf(statement.text, store.database());
         ASSERT_GE(steps.size(), statement.plan.size()) << statement.text << "\n"
                                                        << testing::PrintToString(steps);
@@ -126,7 +127,7 @@ TEST_P(EveryOperation, HasNoStatementPreparedAnewWhenItIsCalledAgain) {
     const FilledStore store;
     const auto call = [&] {
         try {
-            static_cast<void>(GetParam().call(store.repository(), nullptr));
+            static_cast<void>(operation().call(store.repository(), nullptr));
         } catch (const NSInternalInconsistencyException&) {
             // What the call before took away may be missed by this one.
         }
@@ -151,14 +152,14 @@ TEST_P(EveryOperation, AnnouncesItselfAndSaysNothingElseWhenItSucceeds) {
     const FilledStore store;
     ZAVError error = errorOfSomebodyElse();
     const LogCapture log;
-    EXPECT_EQ(summaryOf(GetParam(), store.repository(), &error), GetParam().answers.filled);
+    EXPECT_EQ(summaryOf(operation(), store.repository(), &error), operation().answers.filled);
     EXPECT_EQ(error, errorOfSomebodyElse()) << "a success left an error: " << error.description();
-    EXPECT_EQ(log.records(), linesOfASuccess(GetParam()));
+    EXPECT_EQ(log.records(), linesOfASuccess(operation()));
     expectHandleIsAtRest(store);
 }
 
 TEST_P(EveryOperation, LeavesEveryRowAsItWasWhenItOnlyReads) {
-    const auto& statements = GetParam().statements;
+    const auto& statements = operation().statements;
     if (std::any_of(statements.begin(), statements.end(),
                     [](const auto& statement) { return !statement.text.starts_with("SELECT "); })) {
         return;
@@ -166,8 +167,8 @@ TEST_P(EveryOperation, LeavesEveryRowAsItWasWhenItOnlyReads) {
     const FilledStore store;
     const Lines before = rowsOfAllTables(store.database());
     const int changes = sqlite3_total_changes(store.database().sqliteHandle());
-    EXPECT_EQ(summaryOf(GetParam(), store.repository(), nullptr), GetParam().answers.filled);
-    EXPECT_EQ(summaryOf(GetParam(), store.repository(), nullptr), GetParam().answers.filled)
+    EXPECT_EQ(summaryOf(operation(), store.repository(), nullptr), operation().answers.filled);
+    EXPECT_EQ(summaryOf(operation(), store.repository(), nullptr), operation().answers.filled)
         << "the second time";
     EXPECT_EQ(sqlite3_total_changes(store.database().sqliteHandle()), changes);
     EXPECT_EQ(rowsOfAllTables(store.database()), before);
@@ -177,67 +178,67 @@ TEST_P(EveryOperation, AnswersAsItsEntrySaysWhenNothingIsStored) {
     const TestStore store;
     ZAVError error = errorOfSomebodyElse();
     const LogCapture log;
-    EXPECT_EQ(summaryOf(GetParam(), store.repository(), &error), GetParam().answers.empty);
+    EXPECT_EQ(summaryOf(operation(), store.repository(), &error), operation().answers.empty);
     EXPECT_EQ(error, errorOfSomebodyElse()) << "nothing failed, yet: " << error.description();
-    EXPECT_EQ(log.records(), linesOfASuccess(GetParam()));
+    EXPECT_EQ(log.records(), linesOfASuccess(operation()));
     expectHandleIsAtRest(store);
 }
 
 TEST_P(EveryOperation, ReportsAsItsEntrySaysThatATableIsMissing) {
-    ASSERT_FALSE(GetParam().needs.empty());
-    for (const std::string& table : GetParam().needs) {
+    ASSERT_FALSE(operation().needs.empty());
+    for (const std::string& table : operation().needs) {
         SCOPED_TRACE(table);
         const FilledStore store;
         store.execute("DROP TABLE " + table);
-        expectFailure(store, GetParam(), missingTable(table));
-        expectFailureWithoutAsking(store, GetParam(), missingTable(table));
+        expectFailure(store, operation(), missingTable(table));
+        expectFailureWithoutAsking(store, operation(), missingTable(table));
     }
 }
 
 TEST_P(EveryOperation, TellsTheLogAndTheCallerInTheOrderOfItsEntry) {
-    if (GetParam().report != FailureReport::errorLine && GetParam().report != FailureReport::verboseLine) {
+    if (operation().report != FailureReport::errorLine && operation().report != FailureReport::verboseLine) {
         return;
     }
     const FilledStore store;
-    store.execute("DROP TABLE " + GetParam().needs.front());
+    store.execute("DROP TABLE " + operation().needs.front());
     const auto lines = callersErrorAtEachLine(
-        [&](ZAVError* error) { static_cast<void>(GetParam().call(store.repository(), error)); });
+        [&](ZAVError* error) { static_cast<void>(operation().call(store.repository(), error)); });
     const ZAVError atTheFailure =
-        GetParam().tellsTheCallerFirst ? missingTable(GetParam().needs.front()) : ZAVError();
-    EXPECT_EQ(lines, (std::vector<LineAndError>{{GetParam().log->verboseFormat, ZAVError()},
-                                                {GetParam().log->failureFormat, atTheFailure}}));
+        operation().tellsTheCallerFirst ? missingTable(operation().needs.front()) : ZAVError();
+    EXPECT_EQ(lines, (std::vector<LineAndError>{{operation().log->verboseFormat, ZAVError()},
+                                                {operation().log->failureFormat, atTheFailure}}));
 }
 
 TEST_P(EveryOperation, ReportsThatItsFirstStepFailedAndWorksAfterwards) {
     const FilledStore store;
-    if (GetParam().breaksOffSilently) {
+    if (operation().breaksOffSilently) {
         return;
     }
-    if (sqlite3_libversion_number() < 3040000 && GetParam().statements.front().text == "BEGIN IMMEDIATE") {
+    if (sqlite3_libversion_number() < 3040000 && operation().statements.front().text == "BEGIN IMMEDIATE") {
         GTEST_SKIP() << "older engines begin a transaction without asking whether they were interrupted";
     }
     const Lines before = rowsOfAllTables(store.database());
     {
-        const StatementInterruption interruption(store.database(), GetParam().statements.front().text);
-        expectFailure(store, GetParam(), interruptionError());
-        expectFailureWithoutAsking(store, GetParam(), interruptionError());
+        const StatementInterruption interruption(store.database(), operation().statements.front().text);
+        expectFailure(store, operation(), interruptionError());
+        expectFailureWithoutAsking(store, operation(), interruptionError());
     }
     EXPECT_EQ(rowsOfAllTables(store.database()), before) << "what failed at once has changed something";
     ZAVError error;
-    EXPECT_EQ(summaryOf(GetParam(), store.repository(), &error), GetParam().answers.filled)
+    EXPECT_EQ(summaryOf(operation(), store.repository(), &error), operation().answers.filled)
         << error.description();
 }
 
 TEST_P(EveryOperation, ReportsThatItsFirstChangeIsRefused) {
     static const std::regex change(R"((INSERT|UPDATE|DELETE)(?: OR \w+)?(?: INTO| FROM)? (\w+) .*)");
-    for (const ExpectedStatement& statement : GetParam().statements) {
+    for (const ExpectedStatement& statement : operation().statements) {
         std::smatch words;
         if (std::regex_match(statement.text, words, change)) {
             const FilledStore store;
             refuse(store, words[1].str() + " ON " + words[2].str());
             const Lines before = rowsOfAllTables(store.database());
-            expectFailure(store, GetParam(), refusal());
-            expectFailureWithoutAsking(store, GetParam(), refusal());
+            expectFailure(store, operation(), refusal());
+            expectFailureWithoutAsking(store, operation(), refusal());
             EXPECT_EQ(rowsOfAllTables(store.database()), before);
             return;
         }
@@ -245,12 +246,12 @@ TEST_P(EveryOperation, ReportsThatItsFirstChangeIsRefused) {
 }
 
 TEST_P(EveryOperation, DropsWhatItReadBeforeAStepThatFails) {
-    if (GetParam().answers.filled.starts_with("set of ")) {
+    if (operation().answers.filled.starts_with("set of ")) {
         const FilledStore store;
         const InterruptionAfterRow interruption(store.database(), 1);
-        expectFailure(store, GetParam(), interruptionError());
+        expectFailure(store, operation(), interruptionError());
         EXPECT_EQ(interruption.rows(), 1) << "the step after the first row was to fail";
-        EXPECT_EQ(summaryOf(GetParam(), store.repository(), nullptr), GetParam().answers.filled)
+        EXPECT_EQ(summaryOf(operation(), store.repository(), nullptr), operation().answers.filled)
             << "after the failure";
     }
 }

@@ -12,6 +12,7 @@
 
 #include "Operations/Catalogue.h"
 #include "Operations/FilledStore.h"
+#include "Operations/TestWithOperation.h"
 #include "Support/ContentParts.h"
 #include "Support/LogCapture.h"
 #include "Support/OperationExpectations.h"
@@ -71,16 +72,23 @@ std::string conditionOf(const TestStore& store, Call call) {
 
 // What all five lookups have in common.
 
-class EveryContentLookup : public testing::TestWithParam<Operation> {};
+class EveryContentLookup : public TestWithOperation {
+public:
+    static std::vector<const Operation*> all() {
+        static const std::vector<Operation> lookups = contentLookups();
+        return entriesOf(lookups);
+    }
+};
 
-INSTANTIATE_TEST_SUITE_P(Of, EveryContentLookup, testing::ValuesIn(contentLookups()), nameOfParameter);
+INSTANTIATE_TEST_SUITE_P(Of, EveryContentLookup, testing::ValuesIn(EveryContentLookup::all()),
+                         nameOfParameter);
 
 TEST_P(EveryContentLookup, MapsTheWholePart) {
     const FilledStore store;
     store.execute(
         "UPDATE event_content_parts SET type = 'image/png', value = NULL, access_expiration = 77, size = 9, "
         "transfer_status = 3, file_path = 'a/b', last_accessed = 1.5, purged = 1 WHERE database_identifier = 28");
-    const Answer answer = GetParam().call(store.repository(), nullptr);
+    const Answer answer = operation().call(store.repository(), nullptr);
     ASSERT_EQ(answer.contents.size(), 1U);
     const Part part = answer.contents[0];
     EXPECT_EQ(part->index(), 1);
@@ -102,8 +110,8 @@ TEST_P(EveryContentLookup, MapsTheWholePart) {
 
 TEST_P(EveryContentLookup, MakesANewRecordEachTime) {
     const FilledStore store;
-    const Answer first = GetParam().call(store.repository(), nullptr);
-    const Answer second = GetParam().call(store.repository(), nullptr);
+    const Answer first = operation().call(store.repository(), nullptr);
+    const Answer second = operation().call(store.repository(), nullptr);
     ASSERT_TRUE(first.contents.size() == 1 && second.contents.size() == 1);
     EXPECT_NE(first.contents[0], second.contents[0]) << "two calls handed out the same record";
 }
@@ -112,9 +120,9 @@ TEST_P(EveryContentLookup, FindsAPartWhoseEventIsMissingUnlessItAsksForTheEvents
     const FilledStore store;
     store.execute("DELETE FROM events");
     ZAVError error = errorOfSomebodyElse();
-    const Answer answer = GetParam().call(store.repository(), &error);
+    const Answer answer = operation().call(store.repository(), &error);
     EXPECT_EQ(error, errorOfSomebodyElse()) << error.description();
-    if (GetParam().name == "eventContentForMessagePartObjectIdentifier") {
+    if (operation().name == "eventContentForMessagePartObjectIdentifier") {
         EXPECT_EQ(answer.value, "null");
         return;
     }

@@ -17,6 +17,7 @@
 
 #include "Operations/Catalogue.h"
 #include "Operations/FilledStore.h"
+#include "Operations/TestWithOperation.h"
 #include "Support/LogCapture.h"
 #include "Support/OperationExpectations.h"
 #include "Support/StatementInterruption.h"
@@ -28,10 +29,10 @@ namespace {
 
 /// The event queries with these answers on failure: "none" of those that collect events, "null" of those that
 /// look for one. The count has another, and maps no row.
-std::vector<Operation> queriesAnswering(const std::set<std::string>& failing) {
-    std::vector<Operation> queries = eventQueries();
-    std::erase_if(queries, [&](const Operation& query) { return !failing.contains(query.answers.failing); });
-    return queries;
+std::vector<const Operation*> queriesAnswering(const std::set<std::string>& failing) {
+    static const std::vector<Operation> queries = eventQueries();
+    return entriesOf(queries,
+                     [&](const Operation& query) { return failing.contains(query.answers.failing); });
 }
 
 /// How many events a query maps in the store that the catalogue fills.
@@ -92,7 +93,7 @@ using Rows = std::vector<ZAVDatabaseIdentifier>;
 
 // What the queries that map rows have in common.
 
-class EveryMappingEventQuery : public testing::TestWithParam<Operation> {};
+class EveryMappingEventQuery : public TestWithOperation {};
 
 INSTANTIATE_TEST_SUITE_P(Of, EveryMappingEventQuery, testing::ValuesIn(queriesAnswering({"none", "null"})),
                          nameOfParameter);
@@ -105,11 +106,11 @@ TEST_P(EveryMappingEventQuery, HandsTheMapperTheCallersOwnError) {
         return event;
     });
     ZAVError error;
-    ASSERT_EQ(GetParam().call(repository, &error).summary(), GetParam().answers.filled);
-    EXPECT_EQ(received, std::vector<const ZAVError*>(mappedBy(GetParam()), &error));
+    ASSERT_EQ(operation().call(repository, &error).summary(), operation().answers.filled);
+    EXPECT_EQ(received, std::vector<const ZAVError*>(mappedBy(operation()), &error));
     received.clear();
-    ASSERT_EQ(GetParam().call(repository, nullptr).summary(), GetParam().answers.filled);
-    EXPECT_EQ(received, std::vector<const ZAVError*>(mappedBy(GetParam()), nullptr));
+    ASSERT_EQ(operation().call(repository, nullptr).summary(), operation().answers.filled);
+    EXPECT_EQ(received, std::vector<const ZAVError*>(mappedBy(operation()), nullptr));
 }
 
 TEST_P(EveryMappingEventQuery, ReturnsItsEventsAndTellsOnlyTheCallerWhenMetadataCannotBeRead) {
@@ -117,11 +118,11 @@ TEST_P(EveryMappingEventQuery, ReturnsItsEventsAndTellsOnlyTheCallerWhenMetadata
     store.execute("DROP TABLE keyed_values_remote");
     const LogCapture log;
     ZAVError error;
-    EXPECT_EQ(GetParam().call(store.repository(), &error).summary(), GetParam().answers.filled);
+    EXPECT_EQ(operation().call(store.repository(), &error).summary(), operation().answers.filled);
     EXPECT_EQ(error, ZAVError("SQLite", SQLITE_ERROR, "no such table: keyed_values_remote"))
         << error.description();
-    EXPECT_EQ(log.records(), linesOfASuccess(GetParam()));
-    EXPECT_EQ(GetParam().call(store.repository(), nullptr).summary(), GetParam().answers.filled);
+    EXPECT_EQ(log.records(), linesOfASuccess(operation()));
+    EXPECT_EQ(operation().call(store.repository(), nullptr).summary(), operation().answers.filled);
     expectHandleIsAtRest(store);
 }
 
@@ -131,16 +132,16 @@ TEST_P(EveryMappingEventQuery, ReturnsItsEventsSilentlyWhenContentCannotBeRead) 
     store.execute("UPDATE events SET type = 2; DROP TABLE event_content_parts");
     const LogCapture log;
     ZAVError error;
-    EXPECT_EQ(GetParam().call(store.repository(), &error).summary(), GetParam().answers.filled);
+    EXPECT_EQ(operation().call(store.repository(), &error).summary(), operation().answers.filled);
     EXPECT_FALSE(error) << error.description();
-    EXPECT_EQ(log.records(), linesOfASuccess(GetParam()));
+    EXPECT_EQ(log.records(), linesOfASuccess(operation()));
     expectHandleIsAtRest(store);
 }
 
 TEST_P(EveryMappingEventQuery, PrefersItsOwnFailureToThatOfTheMapper) {
     const FilledStore store;
     store.execute("DROP TABLE keyed_values_remote; DROP TABLE events");
-    expectFailure(store, GetParam(), missingTable("events"));
+    expectFailure(store, operation(), missingTable("events"));
 }
 
 TEST_P(EveryMappingEventQuery, ClosesItsCursorWhenTheMapperThrows) {
@@ -149,13 +150,13 @@ TEST_P(EveryMappingEventQuery, ClosesItsCursorWhenTheMapperThrows) {
         store, [](const std::shared_ptr<ZAVEvent>&, ZAVError*) -> std::shared_ptr<ZAVEvent> {
             throw std::runtime_error("no mapping today");
         });
-    EXPECT_THROW(static_cast<void>(GetParam().call(repository, nullptr)), std::runtime_error);
+    EXPECT_THROW(static_cast<void>(operation().call(repository, nullptr)), std::runtime_error);
     expectHandleIsAtRest(store);
 }
 
 // What the queries that collect several events have in common.
 
-class EveryCollectingEventQuery : public testing::TestWithParam<Operation> {};
+class EveryCollectingEventQuery : public TestWithOperation {};
 
 INSTANTIATE_TEST_SUITE_P(Of, EveryCollectingEventQuery, testing::ValuesIn(queriesAnswering({"none"})),
                          nameOfParameter);
@@ -167,11 +168,11 @@ TEST_P(EveryCollectingEventQuery, StopsWithoutAnErrorAtARowThatMapsToNoEvent) {
         store, [&](std::shared_ptr<ZAVEvent> event, ZAVError*) { return ++mapped == 2 ? nullptr : event; });
     const LogCapture log;
     ZAVError error = errorOfSomebodyElse();
-    EXPECT_EQ(GetParam().call(repository, &error).summary(), GetParam().answers.failing)
+    EXPECT_EQ(operation().call(repository, &error).summary(), operation().answers.failing)
         << "the events before the row are not a result";
     EXPECT_EQ(mapped, 2) << "the rows after it are not read";
     EXPECT_EQ(error, errorOfSomebodyElse()) << error.description();
-    EXPECT_EQ(log.records(), linesOfASuccess(GetParam()));
+    EXPECT_EQ(log.records(), linesOfASuccess(operation()));
     expectHandleIsAtRest(store);
 }
 
@@ -181,10 +182,10 @@ TEST_P(EveryCollectingEventQuery, HoldsARecordOnceThatTheMapperAnswersForSeveral
     same->set_type(EventType_MEMBER_ADDED);
     const TamperingRepository repository(store,
                                          [&](const std::shared_ptr<ZAVEvent>&, ZAVError*) { return same; });
-    EXPECT_EQ(GetParam().call(repository, nullptr).summary(), "set of 1");
+    EXPECT_EQ(operation().call(repository, nullptr).summary(), "set of 1");
 }
 
-class EverySingleEventLookup : public testing::TestWithParam<Operation> {};
+class EverySingleEventLookup : public TestWithOperation {};
 
 INSTANTIATE_TEST_SUITE_P(Of, EverySingleEventLookup, testing::ValuesIn(queriesAnswering({"null"})),
                          nameOfParameter);
@@ -196,7 +197,7 @@ TEST_P(EverySingleEventLookup, AsksForOneRowOnly) {
         return event;
     });
     ZAVError error;
-    EXPECT_EQ(GetParam().call(repository, &error).summary(), "event") << "a step after the row was taken";
+    EXPECT_EQ(operation().call(repository, &error).summary(), "event") << "a step after the row was taken";
     EXPECT_FALSE(error) << error.description();
     expectHandleIsAtRest(store);
 }

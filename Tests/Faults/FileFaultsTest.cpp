@@ -5,6 +5,7 @@
 #include "Faults/FaultSweep.h"
 #include "Faults/FaultyFileSystem.h"
 #include "Operations/Catalogue.h"
+#include "Operations/TestWithOperation.h"
 #include "Support/TestEffort.h"
 
 namespace zav::test {
@@ -46,17 +47,17 @@ SweepTally sweepEveryCall(const Sweep& sweep) {
     return tally;
 }
 
-class FileFaults : public testing::TestWithParam<Operation> {};
+class FileFaults : public TestWithOperation {};
 
 TEST_P(FileFaults, AreReportedOrWithoutEffectAndNothingStoredIsLost) {
     const SweepTally tally =
         sweepEveryCall([](const auto& injector, const auto& options, bool fromThenOn, int step) {
-            return sweep(GetParam(), injector, options, fromThenOn, step);
+            return sweep(operation(), injector, options, fromThenOn, step);
         });
-    reportSweep("file faults in " + GetParam().name + ": " + tally.description());
+    reportSweep("file faults in " + operation().name + ": " + tally.description());
 }
 
-INSTANTIATE_TEST_SUITE_P(In, FileFaults, testing::ValuesIn(everyOperation()), nameOfParameter);
+INSTANTIATE_TEST_SUITE_P(In, FileFaults, testing::ValuesIn(entriesOf(everyOperation())), nameOfParameter);
 
 TEST(FileFaultsInOpening, LeaveAStoreThatCanBeOpenedAndHoldsWhatItHeld) {
     const SweepTally tally =

@@ -11,6 +11,7 @@
 #include "Faults/FaultyAllocator.h"
 #include "Faults/FaultyFileSystem.h"
 #include "Operations/Catalogue.h"
+#include "Operations/TestWithOperation.h"
 #include "Support/DatabaseHandles.h"
 #include "Support/LogCapture.h"
 #include "Support/TestEffort.h"
@@ -36,17 +37,17 @@ SweepTally sweepEveryRequest(const Sweep& sweep) {
     return tally;
 }
 
-class MemoryFaults : public testing::TestWithParam<Operation> {};
+class MemoryFaults : public TestWithOperation {};
 
 TEST_P(MemoryFaults, AreReportedOrWithoutEffectAndNothingStoredIsLost) {
     const SweepTally tally =
         sweepEveryRequest([](const auto& memory, const auto& options, bool fromThenOn, int step) {
-            return sweep(GetParam(), memory, options, fromThenOn, step);
+            return sweep(operation(), memory, options, fromThenOn, step);
         });
-    reportSweep("memory faults in " + GetParam().name + ": " + tally.description());
+    reportSweep("memory faults in " + operation().name + ": " + tally.description());
 }
 
-INSTANTIATE_TEST_SUITE_P(In, MemoryFaults, testing::ValuesIn(everyOperation()), nameOfParameter);
+INSTANTIATE_TEST_SUITE_P(In, MemoryFaults, testing::ValuesIn(entriesOf(everyOperation())), nameOfParameter);
 
 TEST(MemoryFaultsInOpening, LeaveAStoreThatCanBeOpenedAndHoldsWhatItHeld) {
     const SweepTally tally =

@@ -113,7 +113,4 @@ struct Operation {
 [[nodiscard]] std::string nameOf(const Operation& operation);
 std::ostream& operator<<(std::ostream& stream, const Operation& operation);
 
-/// Names the tests over entries of the catalogue, as the last argument of INSTANTIATE_TEST_SUITE_P.
-inline constexpr auto nameOfParameter = [](const auto& info) { return nameOf(info.param); };
-
 }  // namespace zav::test
