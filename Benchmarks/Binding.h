@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <type_traits>
+#include <vector>
 
 namespace zav::bench {
 
@@ -22,6 +23,10 @@ struct Unwrapped<std::optional<T>> {
     using Type = T;
 };
 
+/// Whether a value is bytes without a class of their own.
+template <class T>
+concept isPlainBytes = std::is_same_v<T, std::vector<std::uint8_t>> || std::is_same_v<T, ZAVUUID::Bytes>;
+
 /// How a value of type `T`, or an optional one, is stored.
 template <class T>
 constexpr Kind kindOf() {
@@ -32,8 +37,11 @@ constexpr Kind kindOf() {
         return Kind::real;
     } else if constexpr (std::is_same_v<Value, std::string>) {
         return Kind::text;
+    } else if constexpr (std::is_floating_point_v<Value>) {
+        return Kind::real;
     } else {
-        static_assert(std::is_same_v<Value, ZAVData> || std::is_same_v<Value, ZAVUUID>);
+        static_assert(std::is_same_v<Value, ZAVData> || std::is_same_v<Value, ZAVUUID> ||
+                      isPlainBytes<Value>);
         return Kind::blob;
     }
 }
@@ -51,7 +59,11 @@ void bindValue(Binder& binder, int position, const T& value) {
     } else if constexpr (kindOf<T>() == Kind::integer) {
         binder.integer(position, static_cast<std::int64_t>(value));
     } else if constexpr (kindOf<T>() == Kind::real) {
-        binder.real(position, ZAVSecondsSince1970(value));
+        if constexpr (std::is_floating_point_v<T>) {
+            binder.real(position, value);
+        } else {
+            binder.real(position, ZAVSecondsSince1970(value));
+        }
     } else if constexpr (kindOf<T>() == Kind::text) {
         binder.text(position, value);
     } else if constexpr (std::is_same_v<T, ZAVUUID>) {

@@ -177,18 +177,22 @@ private:
                 }));
     }
 
+    template <class Row>
+    static void requireStream(Row& row) {
+        if (!row.next()) {
+            throw std::runtime_error("an event's stream is not registered");
+        }
+    }
+
     void resolveStream(ZAVEvent& event) {
-        const auto adopt = [&](auto&& rows) {
-            if (!rows.next()) {
-                throw std::runtime_error("an event's stream is not registered");
-            }
-            event.setStreamDatabaseIdentifier(rows.int64(0));
-            event.set_stream_id(dataOf(rows, 1));
-        };
         if (event.streamDatabaseIdentifier() == ZAVDatabaseIdentifierNotSet) {
-            adopt(engine_.query(Sql::streamWithUUID, event.stream_id()));
+            auto&& rows = engine_.query(Sql::streamWithUUID, event.stream_id());
+            requireStream(rows);
+            event.setStreamDatabaseIdentifier(rows.int64(0));
         } else {
-            adopt(engine_.query(Sql::streamInRow, event.streamDatabaseIdentifier()));
+            auto&& rows = engine_.query(Sql::streamInRow, event.streamDatabaseIdentifier());
+            requireStream(rows);
+            event.set_stream_id(dataOf(rows, 1));
         }
     }
 
