@@ -7,6 +7,7 @@
 #include <ZAVEventRepository/ZAVURL.h>
 #include <ZAVEventRepository/ZAVUTF8.h>
 #include <ZAVEventRepository/ZAVUUID.h>
+#include <uriparser/Uri.h>
 
 #include <algorithm>
 #include <cctype>
@@ -65,8 +66,23 @@ void checkMadeObjectIdentifier(std::string_view text) {
            "an object identifier to name what it was made of");
 }
 
+/// What is recognised without the parser must be what the parser finds.
+void checkParsing(std::string_view text, const std::optional<ZAVURL>& url) {
+    UriUriA parsed;
+    const bool isValid =
+        uriParseSingleUriExA(&parsed, text.data(), text.data() + text.size(), nullptr) == URI_SUCCESS;
+    expect(url.has_value() == isValid && ZAVURL::isURL(text) == isValid, "a URL to be what the parser takes");
+    if (isValid) {
+        const auto withBase = ZAVURL::URLWithString(text, *ZAVURL::URLWithString("base:"));
+        expect(withBase && withBase->baseURL().has_value() == (parsed.scheme.first == nullptr),
+               "a scheme to be where the parser finds one");
+        uriFreeUriMembersA(&parsed);
+    }
+}
+
 void checkLoneURL(std::string_view text) {
     const auto url = ZAVURL::URLWithString(text);
+    checkParsing(text, url);
     if (!url) {
         return;
     }

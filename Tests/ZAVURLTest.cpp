@@ -1,6 +1,8 @@
 #include <ZAVEventRepository/ZAVURL.h>
 #include <gtest/gtest.h>
+#include <uriparser/Uri.h>
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -51,6 +53,53 @@ TEST(URLParsing, KeepsTheTextOfAReferenceAsItIs) {
         EXPECT_EQ(parsed->text(), text);
         EXPECT_EQ(parsed->absoluteString(), text) << "a URL that stands alone is its own text";
         EXPECT_EQ(parsed->baseURL(), std::nullopt);
+    }
+}
+
+/// Whether the parser of URLs takes a text, and whether it then finds a scheme.
+std::optional<bool> schemeFoundByTheParser(std::string_view text) {
+    UriUriA uri;
+    if (uriParseSingleUriExA(&uri, text.data(), text.data() + text.size(), nullptr) != URI_SUCCESS) {
+        return std::nullopt;
+    }
+    const bool hasScheme = uri.scheme.first != nullptr;
+    uriFreeUriMembersA(&uri);
+    return hasScheme;
+}
+
+/// Calls with each text of so many of these characters, or fewer, after a beginning.
+void forEachText(std::string text, std::string_view characters, int size,
+                 const std::function<void(const std::string&)>& call) {
+    call(text);
+    if (size > 0) {
+        for (const char character : characters) {
+            forEachText(text + character, characters, size - 1, call);
+        }
+    }
+}
+
+void expectWhatTheParserFinds(const std::string& text) {
+    const auto scheme = schemeFoundByTheParser(text);
+    const auto url = ZAVURL::URLWithString(text, cacheDirectory());
+    if (ZAVURL::isURL(text) != scheme.has_value() || url.has_value() != scheme.has_value() ||
+        (url && url->baseURL().has_value() == *scheme)) {
+        ADD_FAILURE() << "'" << text << "' is not taken as the parser takes it";
+    }
+}
+
+TEST(URLParsing, FindsInEveryShortTextWhatTheParserFinds) {
+    constexpr std::string_view characters = "a1:/?#@.-+_%[\xC3 ";
+    forEachText("", characters, 4, expectWhatTheParserFinds);
+    for (const char* const beginning :
+         {"s://", "s://h", "s://h/", "s://h?", "s:/", "a/", "1.2.3.", "s://1.2."}) {
+        forEachText(beginning, characters, 3, expectWhatTheParserFinds);
+    }
+    for (int character = 0; character < 256; ++character) {
+        for (const char* const beginning : {"", "a", "a/b", "s", "s://", "s://h", "s://h/p", "s://h/p?q"}) {
+            const std::string text = std::string(beginning) + static_cast<char>(character);
+            expectWhatTheParserFinds(text);
+            expectWhatTheParserFinds(text + "z");
+        }
     }
 }
 

@@ -5,6 +5,7 @@
 #include <new>
 #include <utility>
 
+#include "Private/Foundation/Internal/ZAVPlainReference.h"
 #include "Private/Foundation/Internal/ZAVUndestroyed.h"
 
 namespace zav {
@@ -38,6 +39,21 @@ public:
 private:
     bool valid_;
 };
+
+/// Whether a text is a reference and has a scheme; none when it is no reference.
+std::optional<bool> findScheme(std::string_view text) noexcept {
+    const ZAVReferenceForm form = ZAVFormOfPlainReference(text);
+    if (form != ZAVReferenceForm::unknown) {
+        return form == ZAVReferenceForm::absolute;
+    }
+    const ParsedReference parsed(text);
+    return parsed.valid() ? std::optional(parsed.hasScheme()) : std::nullopt;
+}
+
+/// The parser takes no null.
+std::string_view readable(std::string_view text) noexcept {
+    return text.data() == nullptr ? std::string_view("") : text;
+}
 
 /// The path component of a well-formed reference.
 std::string_view pathComponent(std::string_view text) noexcept {
@@ -84,22 +100,24 @@ std::string resolved(const std::string& text, const std::string& base) {
 
 ZAVURL::ZAVURL(std::shared_ptr<const Reference> reference) noexcept : reference_(std::move(reference)) {}
 
+bool ZAVURL::isURL(std::string_view text) noexcept {
+    return findScheme(readable(text)).has_value();
+}
+
 std::optional<ZAVURL> ZAVURL::URLWithString(std::string_view text) {
-    const std::string_view readable = text.data() == nullptr ? std::string_view("") : text;
-    if (!ParsedReference(readable).valid()) {
+    if (!isURL(text)) {
         return std::nullopt;
     }
-    return ZAVURL(std::make_shared<const Reference>(Reference{std::string(readable), nullptr}));
+    return ZAVURL(std::make_shared<const Reference>(Reference{std::string(readable(text)), nullptr}));
 }
 
 std::optional<ZAVURL> ZAVURL::URLWithString(std::string_view text, const ZAVURL& base) {
-    const std::string_view readable = text.data() == nullptr ? std::string_view("") : text;
-    const ParsedReference parsed(readable);
-    if (!parsed.valid()) {
+    const auto hasScheme = findScheme(readable(text));
+    if (!hasScheme) {
         return std::nullopt;
     }
     return ZAVURL(std::make_shared<const Reference>(
-        Reference{std::string(readable), parsed.hasScheme() ? nullptr : base.reference_}));
+        Reference{std::string(readable(text)), *hasScheme ? nullptr : base.reference_}));
 }
 
 ZAVURL ZAVURL::fileURLWithDirectoryPath(std::string_view path) {

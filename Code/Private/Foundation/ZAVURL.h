@@ -16,6 +16,9 @@ namespace zav {
 /// before. A URL that was moved away is the empty reference.
 class ZAV_EXPORT ZAVURL {
 public:
+    /// Whether `text` is an RFC 3986 reference.
+    [[nodiscard]] static bool isURL(std::string_view text) noexcept;
+
     /// Parses `text`; none when it is not an RFC 3986 reference. The empty text is a reference.
     [[nodiscard]] static std::optional<ZAVURL> URLWithString(std::string_view text);
 
