@@ -90,6 +90,34 @@ TEST(StatementCache, KeepsNoValueOfAnIdleStatementHoweverManyThereWere) {
     }
 }
 
+TEST(StatementCache, BindsNullWhereAnEarlierUseBoundSomethingElse) {
+    const auto database = openHandle();
+    for (const std::size_t count : {1U, 2U, 3U, 63U, 64U, 70U}) {
+        std::string query = "SELECT quote(?)";
+        for (std::size_t place = 1; place < count; ++place) {
+            query += " || quote(?)";
+        }
+        const auto answerTo = [&](const std::vector<ZAVValue>& values) {
+            auto rows = database->executeQueryWithArgumentsInArray(query, values);
+            return rows && rows->next() ? rows->stringForColumnIndex(0).value_or("NULL")
+                                        : database->lastError().description();
+        };
+        const std::vector<ZAVValue> kinds{ZAVValue(7), ZAVValue(ZAVDateFromSecondsSince1970(0.5)),
+                                          ZAVValue("t"), ZAVValue(ZAVData("b", 1)), ZAVValue()};
+        const std::vector<std::string> literals{"7", "0.5", "'t'", "X'62'", "NULL"};
+        for (std::size_t turn = 0; turn < kinds.size() * kinds.size(); ++turn) {
+            std::vector<ZAVValue> values;
+            std::string expected;
+            for (std::size_t place = 0; place < count; ++place) {
+                const std::size_t kind = (turn + place * (turn / kinds.size() + 1)) % kinds.size();
+                values.push_back(kinds[kind]);
+                expected += literals[kind];
+            }
+            ASSERT_EQ(answerTo(values), expected) << "of " << count << " placeholders in turn " << turn;
+        }
+    }
+}
+
 TEST(StatementCache, KeepsNoValueWhenTheirNumberWasWrong) {
     const auto database = openHandle();
     run(*database, "CREATE TABLE t (a, b)");

@@ -80,7 +80,9 @@ bool FMDatabase::bindReal(ZAVStatement& statement, int position, double value) {
 }
 
 bool FMDatabase::bindBytes(ZAVStatement& statement, int position, const FMParameter& value, Bytes bytes) {
-    return connection_->bindBytes(statement, position, value, bytes == Bytes::copied);
+    return connection_->bindBytes(
+        statement, position, value,
+        bytes == Bytes::copied ? ZAVConnection::Bytes::copied : ZAVConnection::Bytes::referredTo);
 }
 
 bool FMDatabase::bindNull(ZAVStatement& statement, int position) {

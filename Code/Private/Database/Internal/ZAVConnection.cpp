@@ -90,11 +90,10 @@ ZAVStatement* ZAVConnection::refuseValues(ZAVStatement& statement, std::string_v
     return nullptr;
 }
 
-ZAVStatement* ZAVConnection::lendNew(std::string_view sql) {
-    if (sql.data() == nullptr) {
-        sql = "";  // the engine takes no null
-    }
-    ZAVStatementHandle statement = isShortEnough(sql) && isReadable(sql) ? prepare(sql) : nullptr;
+ZAVStatement* ZAVConnection::lendNew(ZAVSQL sql) {
+    // The engine takes no null.
+    const std::string_view text = sql.text().data() == nullptr ? std::string_view("") : sql.text();
+    ZAVStatementHandle statement = isShortEnough(text) && isReadable(text) ? prepare(text) : nullptr;
     return statement == nullptr ? nullptr : &statements_.add(std::move(statement), sql);
 }
 
@@ -148,11 +147,11 @@ bool ZAVConnection::isShortEnough(std::string_view sql) {
 }
 
 bool ZAVConnection::bindBytes(ZAVStatement& statement, int position, const FMParameter& value,
-                              bool isCopied) {
+                              Bytes bytes) {
     statement.noteBytesAt(position);
     const void* content = value.bytes() == nullptr ? "" : value.bytes();
     sqlite3_destructor_type lifetime = SQLITE_STATIC;
-    if (isCopied) {
+    if (bytes == Bytes::copied) {
         if (const void* const kept = statement.keep(content, value.size())) {
             content = kept;
         } else {
@@ -273,7 +272,7 @@ bool ZAVConnection::runToEnd(sqlite3_stmt* statement) {
 
 std::optional<std::uint64_t> ZAVConnection::beginTransaction() {
     // What ends a transaction is made ready before it begins, for when memory is short.
-    for (const char* const ending : {"ROLLBACK", "COMMIT"}) {
+    for (const ZAVSQL ending : {ZAVSQL("ROLLBACK"), ZAVSQL("COMMIT")}) {
         ZAVStatement* const statement = lend(ending);
         if (statement == nullptr) {
             return std::nullopt;

@@ -19,6 +19,7 @@
 #include "Private/Database/Internal/ZAVCheckpointGuard.h"
 #include "Private/Database/Internal/ZAVLockWait.h"
 #include "Private/Database/Internal/ZAVObserverRegistry.h"
+#include "Private/Database/Internal/ZAVSQL.h"
 #include "Private/Database/Internal/ZAVStatementBounds.h"
 #include "Private/Database/Internal/ZAVStatementCache.h"
 
@@ -78,7 +79,7 @@ public:
     enum class Reach : bool { free, bounded };
 
     /// The statement with this text, from the cache or prepared now; null on failure.
-    [[nodiscard]] ZAVStatement* lend(std::string_view sql) {
+    [[nodiscard]] ZAVStatement* lend(ZAVSQL sql) {
         if (transactionIsAbandoned_ && !leaveAbandonedTransaction()) [[unlikely]] {
             return nullptr;
         }
@@ -87,28 +88,58 @@ public:
     }
 
     /// The same for so many values, which must be the number of its placeholders; null on failure.
-    [[nodiscard]] ZAVStatement* lend(std::string_view sql, std::size_t valueCount) {
+    [[nodiscard]] ZAVStatement* lend(ZAVSQL sql, std::size_t valueCount) {
         ZAVStatement* const statement = lend(sql);
         return statement == nullptr || statement->placeholderCount() == valueCount
                    ? statement
-                   : refuseValues(*statement, sql, valueCount);
+                   : refuseValues(*statement, sql.text(), valueCount);
+    }
+
+    /// Whether a statement keeps a copy of the texts and byte strings bound to it. Those that it only refers
+    /// to must stay as they are until it is given back.
+    enum class Bytes : bool { referredTo, copied };
+
+    /// The statement with this text, with values bound to its placeholders; null on failure.
+    template <class... Values>
+    [[nodiscard]] ZAVStatement* lendWithValues(ZAVSQL sql, [[maybe_unused]] Bytes bytes,
+                                               const Values&... values) {
+        ZAVStatement* const statement = lend(sql, sizeof...(Values));
+        // Value by value, and not from an array: the compiler knows the kind of most.
+        [[maybe_unused]] int position = 0;
+        return statement != nullptr && (bind(*statement, ++position, FMParameter(values), bytes) && ...)
+                   ? statement
+                   : nullptr;
     }
 
     /// Binds one value. On failure the statement is discarded.
+    [[nodiscard]] bool bind(ZAVStatement& statement, int position, const FMParameter& value, Bytes bytes) {
+        switch (value.kind()) {
+            case FMParameter::Kind::integer:
+                return bind(statement, position, value.integer());
+            case FMParameter::Kind::real:
+                return bind(statement, position, value.real());
+            case FMParameter::Kind::text:
+            case FMParameter::Kind::blob:
+                return bindBytes(statement, position, value, bytes);
+            case FMParameter::Kind::null:
+                break;
+        }
+        return bind(statement, position, nullptr);
+    }
     [[nodiscard]] bool bind(ZAVStatement& statement, int position, std::int64_t value) {
+        statement.noteNumberAt(position);
         return isBound(statement, sqlite3_bind_int64(statement.handle(), position, value));
     }
     [[nodiscard]] bool bind(ZAVStatement& statement, int position, double value) {
+        statement.noteNumberAt(position);
         return isBound(statement, sqlite3_bind_double(statement.handle(), position, value));
     }
     [[nodiscard]] bool bind(ZAVStatement& statement, int position, std::nullptr_t) {
-        return isBound(statement, sqlite3_bind_null(statement.handle(), position));
+        return statement.holdsNullAt(position) ||
+               isBound(statement, sqlite3_bind_null(statement.handle(), position));
     }
-
-    /// Binds a text or a byte string, on failure as above. One that is not copied must stay as it is until
-    /// the statement is given back.
     [[nodiscard]] bool bindBytes(ZAVStatement& statement, int position, const FMParameter& value,
-                                 bool isCopied);
+                                 Bytes bytes);
 
     /// A cursor over a lent statement whose values are bound; none for null.
     [[nodiscard]] std::optional<FMResultSet> query(ZAVStatement* statement, Reach reach) {
@@ -179,7 +210,7 @@ public:
     void setChangeObserver(FMChangeObserver observer);
 
 private:
-    [[nodiscard]] ZAVStatement* lendNew(std::string_view sql);
+    [[nodiscard]] ZAVStatement* lendNew(ZAVSQL sql);
     ZAVStatement* refuseValues(ZAVStatement& statement, std::string_view sql, std::size_t valueCount);
     [[nodiscard]] ZAVStatementHandle prepare(std::string_view sql);
     [[nodiscard]] bool isReadable(std::string_view sql);

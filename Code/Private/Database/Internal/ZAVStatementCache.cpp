@@ -37,12 +37,13 @@ void ZAVStatementFinalizer::operator()(sqlite3_stmt* handle) const noexcept {
     sqlite3_finalize(handle);
 }
 
-ZAVStatement::ZAVStatement(ZAVStatementHandle handle, std::string_view sql)
-    : isUnprovedCount(isBareCount(sql)),
+ZAVStatement::ZAVStatement(ZAVStatementHandle handle, ZAVSQL sql)
+    : isUnprovedCount(isBareCount(sql.text())),
       handle_(std::move(handle)),
-      sql_(sql),
+      sql_(sql.text()),
+      literal_(sql.isLiteral() ? sql.text().data() : nullptr),
       placeholderCount_(static_cast<std::size_t>(sqlite3_bind_parameter_count(handle_.get()))) {
-    run.textSize = sql.size();
+    run.textSize = sql_.size();
     run.reads = sqlite3_stmt_readonly(handle_.get()) != 0;
 }
 
@@ -56,6 +57,7 @@ void ZAVStatement::releaseBytes() noexcept {
     const std::uint64_t allButTwo = allButFirst & (allButFirst - 1);
     if (allButTwo != 0 || positions >> lastNotedPosition != 0) {
         sqlite3_clear_bindings(handle_.get());
+        numbersAt_ = 0;
         return;
     }
     sqlite3_bind_null(handle_.get(), std::countr_zero(positions));
@@ -94,15 +96,15 @@ void ZAVStatementCache::closeCursors() noexcept {
     }
 }
 
-ZAVStatement* ZAVStatementCache::borrow(std::string_view sql) noexcept {
-    const ZAVBucketLink& bucket = buckets_[bucketFor(sql, bucketCount)];
+ZAVStatement* ZAVStatementCache::borrow(ZAVSQL sql) noexcept {
+    const ZAVBucketLink& bucket = buckets_[bucketFor(sql.text(), bucketCount)];
     for (ZAVBucketLink* link = bucket.next(); link != &bucket;) {
         auto& statement = static_cast<ZAVStatement&>(*link);
         link = link->next();
         if (statement.isLent_) {
             statement.ZAVBucketLink::leave();
             statement.isInBucket_ = false;
-        } else if (statement.sql_ == sql) {
+        } else if (statement.isOf(sql)) {
             statement.isLent_ = true;
             --idleCount_;
             return &statement;
@@ -111,9 +113,9 @@ ZAVStatement* ZAVStatementCache::borrow(std::string_view sql) noexcept {
     return nullptr;
 }
 
-ZAVStatement& ZAVStatementCache::add(ZAVStatementHandle handle, std::string_view sql) {
+ZAVStatement& ZAVStatementCache::add(ZAVStatementHandle handle, ZAVSQL sql) {
     ZAVStatement* const statement = std::make_unique<ZAVStatement>(std::move(handle), sql).release();
-    statement->bucket_ = &buckets_[bucketFor(sql, bucketCount)];
+    statement->bucket_ = &buckets_[bucketFor(sql.text(), bucketCount)];
     statement->ZAVUseLink::enterBehind(lent_);
     return *statement;
 }

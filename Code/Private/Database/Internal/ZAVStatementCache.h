@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 
+#include "Private/Database/Internal/ZAVSQL.h"
 #include "Private/Database/Internal/ZAVStatementBounds.h"
 
 struct sqlite3;
@@ -66,7 +67,7 @@ using ZAVUseLink = ZAVLink<struct ZAVUseRing>;
 /// A prepared statement, lent to at most one user at a time.
 class ZAVStatement : public ZAVBucketLink, public ZAVUseLink {
 public:
-    ZAVStatement(ZAVStatementHandle handle, std::string_view sql);
+    ZAVStatement(ZAVStatementHandle handle, ZAVSQL sql);
 
     [[nodiscard]] sqlite3_stmt* handle() const noexcept { return handle_.get(); }
 
@@ -91,8 +92,14 @@ public:
 
     /// Notes that a text or a byte string is bound to the placeholder at a position, counted from 1. It must
     /// not stay when the statement is given back. Numbers may: the next use binds every placeholder anew.
-    void noteBytesAt(int position) noexcept {
-        bytesAt_ |= std::uint64_t{1} << (position < lastNotedPosition ? position : lastNotedPosition);
+    void noteBytesAt(int position) noexcept { bytesAt_ |= bitOf(position); }
+
+    /// The same for a number.
+    void noteNumberAt(int position) noexcept { numbersAt_ |= bitOf(position); }
+
+    /// Whether nothing but NULL has been bound there since it was last cleared.
+    [[nodiscard]] bool holdsNullAt(int position) const noexcept {
+        return ((numbersAt_ | bytesAt_ | std::uint64_t{1} << lastNotedPosition) & bitOf(position)) == 0;
     }
 
     /// Keeps a copy of a few bytes until the statement is given back, which spares the engine a heap block
@@ -111,6 +118,15 @@ private:
 
     /// The highest bit stands for this position and all after it.
     static constexpr int lastNotedPosition = 63;
+    [[nodiscard]] static std::uint64_t bitOf(int position) noexcept {
+        return std::uint64_t{1} << (position < lastNotedPosition ? position : lastNotedPosition);
+    }
+
+    /// Whether it was prepared from this text, or from one of the same characters.
+    [[nodiscard]] bool isOf(ZAVSQL sql) const noexcept {
+        return (sql.isLiteral() && sql.text().data() == literal_ && sql.text().size() == sql_.size()) ||
+               sql_ == sql.text();
+    }
 
     /// Clears every text and byte string. One or two are cleared one by one, which costs less than
     /// clearing all bindings.
@@ -118,10 +134,12 @@ private:
 
     ZAVStatementHandle handle_;
     std::string sql_;
+    const char* literal_;  ///< where its text stands in the program; null when it may have stood elsewhere
     std::size_t placeholderCount_;
     std::array<char, 64> kept_{};
     std::size_t keptSize_ = 0;
     std::uint64_t bytesAt_ = 0;
+    std::uint64_t numbersAt_ = 0;
     ZAVBucketLink* bucket_ = nullptr;  ///< the ring that it stands in while it is idle
     std::uint64_t lastUse_ = 0;
     bool isInBucket_ = false;
@@ -143,11 +161,11 @@ public:
     ZAVStatementCache& operator=(const ZAVStatementCache&) = delete;
 
     /// An idle statement with this text, lent to the caller; null when there is none.
-    [[nodiscard]] ZAVStatement* borrow(std::string_view sql) noexcept;
+    [[nodiscard]] ZAVStatement* borrow(ZAVSQL sql) noexcept;
 
     /// Takes a statement in that was prepared just now, and lends it to the caller. When memory runs out the
     /// statement is finalised.
-    [[nodiscard]] ZAVStatement& add(ZAVStatementHandle handle, std::string_view sql);
+    [[nodiscard]] ZAVStatement& add(ZAVStatementHandle handle, ZAVSQL sql);
 
     /// Takes a statement back, reset and with its bindings cleared. Returns what the engine says of it at the
     /// end: whether a value of its last row could not be handed out.

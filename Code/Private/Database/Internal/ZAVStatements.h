@@ -2,9 +2,11 @@
 
 #include <cstdint>
 #include <optional>
-#include <string_view>
 
 #include <ZAVEventRepository/FMDatabase.h>
+
+#include "Private/Database/Internal/ZAVConnection.h"
+#include "Private/Database/Internal/ZAVSQL.h"
 
 namespace zav {
 
@@ -15,11 +17,13 @@ void storeLastError(const FMDatabase& database, ZAVError* error);
 /// @return a cursor before the first row; none on failure, with the reason in `error`.
 template <class... Values>
 [[nodiscard]] inline std::optional<FMResultSet> runQuery(FMDatabase& database, ZAVError* error,
-                                                         std::string_view statement,
+                                                         ZAVSQL statement,
                                                          const Values&... values) {
-    auto rows = database.executeBoundedQuery(statement, values...);
+    ZAVConnection& connection = database.connection();
+    auto rows = connection.query(connection.lendWithValues(statement, ZAVConnection::Bytes::copied, values...),
+                                 ZAVConnection::Reach::bounded);
     if (!rows) [[unlikely]] {
-        storeLastError(database, error);
+        ZAVStoreError(error, connection.lastError());
     }
     return rows;
 }
@@ -27,11 +31,14 @@ template <class... Values>
 /// Runs a bounded update.
 /// @return whether it succeeded; if not, the reason is in `error`.
 template <class... Values>
-inline bool runUpdate(FMDatabase& database, ZAVError* error, std::string_view statement,
+inline bool runUpdate(FMDatabase& database, ZAVError* error, ZAVSQL statement,
                       const Values&... values) {
-    const bool succeeded = database.executeBoundedUpdate(statement, values...);
+    ZAVConnection& connection = database.connection();
+    const bool succeeded =
+        connection.update(connection.lendWithValues(statement, ZAVConnection::Bytes::referredTo, values...),
+                          ZAVConnection::Reach::bounded);
     if (!succeeded) [[unlikely]] {
-        storeLastError(database, error);
+        ZAVStoreError(error, connection.lastError());
     }
     return succeeded;
 }
@@ -40,7 +47,7 @@ inline bool runUpdate(FMDatabase& database, ZAVError* error, std::string_view st
 /// and on failure, with the reason in `error`.
 template <class... Values>
 [[nodiscard]] std::optional<std::int64_t> readNumber(FMDatabase& database, ZAVError* error,
-                                                     std::string_view statement, const Values&... values) {
+                                                     ZAVSQL statement, const Values&... values) {
     auto rows = runQuery(database, error, statement, values...);
     if (!rows || !rows->nextWithError(error) || rows->columnIndexIsNull(0)) {
         return std::nullopt;

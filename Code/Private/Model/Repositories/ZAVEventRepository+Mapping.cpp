@@ -8,6 +8,7 @@
 #include <ZAVEventRepository/ZAVKeyedValueRepository.h>
 #include <ZAVEventRepository/ZAVMessageRepositoryCache.h>
 
+#include "Private/Database/Internal/ZAVStatements.h"
 #include "Private/Model/Repositories/Internal/ZAVEventRepositoryProjections.h"
 
 namespace zav {
@@ -61,7 +62,7 @@ std::shared_ptr<ZAVEvent> ZAVEventRepository::objectFromResultSet(const FMResult
     static constexpr auto contentOfEvent = projections::selectContent(
         " WHERE event_database_identifier = ? ORDER BY event_content_parts.event_content_part_id ASC");
     std::vector<std::shared_ptr<ZAVTContent>> content;
-    if (auto parts = database().executeBoundedQuery(contentOfEvent, event->databaseIdentifier())) {
+    if (auto parts = runQuery(database(), nullptr, contentOfEvent, event->databaseIdentifier())) {
         while (parts->next()) {
             auto part = eventContentFromResultSet(*parts);
             // One that memory ran out for is missing: half of it could be taken for the whole.
@@ -81,8 +82,7 @@ std::shared_ptr<ZAVEvent> ZAVEventRepository::objectFromResultSet(const FMResult
 std::shared_ptr<ZAVEventContent> ZAVEventRepository::eventContentFromResultSet(const FMResultSet& row) const {
     const std::uint64_t expirationSeconds =
         row.unsignedLongLongIntForColumnIndex(ZAVEventMapperEventContentPartsColumnAccessExpiration);
-    const std::optional<std::string> urlText =
-        row.stringForColumnIndex(ZAVEventMapperEventContentPartsColumnURL);
+    std::optional<std::string> urlText = row.stringForColumnIndex(ZAVEventMapperEventContentPartsColumnURL);
     const std::optional<std::string> filePath =
         row.stringForColumnIndex(ZAVEventMapperEventContentPartsColumnFilePath);
 
@@ -116,7 +116,10 @@ std::shared_ptr<ZAVEventContent> ZAVEventRepository::eventContentFromResultSet(c
         std::move(inlineData),
         static_cast<std::int64_t>(
             row.unsignedLongLongIntForColumnIndex(ZAVEventMapperEventContentPartsColumnSize)),
-        std::move(fileURL), urlText ? ZAVURL::URLWithString(*urlText) : std::nullopt, expiration);
+        std::move(fileURL), std::nullopt, expiration);
+    if (urlText && ZAVURL::isURL(*urlText)) {
+        content->set_external_url(std::move(urlText));
+    }
     content->setTransferStatus(static_cast<ZAVContentTransferStatus>(
         row.intForColumnIndex(ZAVEventMapperEventContentPartsColumnTransferStatus)));
     content->setLastAccessed(row.dateForColumnIndex(ZAVEventMapperEventContentPartsColumnLastAccessed));

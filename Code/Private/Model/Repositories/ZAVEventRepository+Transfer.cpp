@@ -98,7 +98,7 @@ ZAVEventRepository::eventContentsHavingExpiredDownloadURLsWithAutoDownloadMIMETy
                 ? ZAVStringWithFormat(expiredDownloadsOfTypes, quotedList(*autodownloadMIMETypes))
                 : std::string();
         return runQuery(database(), &outError,
-                        autodownloadMIMETypes ? std::string_view(ofTypes) : expiredDownloadsOfAnyType,
+                        autodownloadMIMETypes ? ZAVSQL(ofTypes) : ZAVSQL(expiredDownloadsOfAnyType),
                         ZAVNow(), ZAVContentTransferDownloading, ZAVContentTransferReadyForDownload,
                         ZAVContentTransferReadyForDownload, static_cast<std::uint32_t>(autodownloadMaxSize),
                         limit);

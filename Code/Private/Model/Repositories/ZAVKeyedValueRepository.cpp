@@ -14,10 +14,10 @@ namespace zav {
 namespace {
 
 struct Statements {
-    std::string_view select;
-    std::string_view selectStored;  ///< the same with the timestamp, and with whether the row is of our kind
-    std::string_view insert;
-    std::string_view remove;
+    ZAVSQL select;
+    ZAVSQL selectStored;  ///< the same with the timestamp, and with whether the row is of our kind
+    ZAVSQL insert;
+    ZAVSQL remove;
 };
 
 constexpr ZAVStatementText ofObject(

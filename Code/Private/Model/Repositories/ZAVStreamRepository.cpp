@@ -5,8 +5,8 @@
 namespace zav {
 namespace {
 
-constexpr std::string_view selectByUUID = "SELECT database_identifier FROM streams WHERE stream_id = ?";
-constexpr std::string_view insertWithUUID = "INSERT INTO streams (stream_id) VALUES (?)";
+constexpr ZAVSQL selectByUUID = "SELECT database_identifier FROM streams WHERE stream_id = ?";
+constexpr ZAVSQL insertWithUUID = "INSERT INTO streams (stream_id) VALUES (?)";
 
 }  // namespace
 

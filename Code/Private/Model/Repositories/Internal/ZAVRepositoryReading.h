@@ -1,7 +1,6 @@
 #pragma once
 
 #include <optional>
-#include <string_view>
 #include <utility>
 
 #include <ZAVEventRepository/ZAVEventRepository.h>
@@ -15,7 +14,7 @@ namespace zav {
 /// A query for the functions below, which run it inside the unit of work. It refers to its values, and is for
 /// the expression that it stands in.
 template <class... Values>
-[[nodiscard]] auto selecting(const ZAVEventRepository& repository, std::string_view statement,
+[[nodiscard]] auto selecting(const ZAVEventRepository& repository, ZAVSQL statement,
                              const Values&... values) {
     return [&repository, statement, &values...](ZAVError& outError) {
         return runQuery(repository.database(), &outError, statement, values...);

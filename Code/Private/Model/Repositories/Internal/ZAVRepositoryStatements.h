@@ -1,7 +1,6 @@
 #pragma once
 
 #include <optional>
-#include <string_view>
 
 #include <ZAVEventRepository/ZAVIdentifiers.h>
 
@@ -28,7 +27,7 @@ inline void storeUnusableRow(ZAVError* error) {
 /// The row that a query finds; none when there is none, and on failure, with the reason in `error`.
 template <class... Values>
 std::optional<ZAVDatabaseIdentifier> readRow(FMDatabase& database, ZAVError* error,
-                                             std::string_view statement, const Values&... values) {
+                                             ZAVSQL statement, const Values&... values) {
     const auto row = readNumber(database, error, statement, values...);
     return row && isUsableRow(*row, error) ? row : std::nullopt;
 }
@@ -36,7 +35,7 @@ std::optional<ZAVDatabaseIdentifier> readRow(FMDatabase& database, ZAVError* err
 /// The row that an insertion makes; none on failure, with the reason in `error`.
 template <class... Values>
 std::optional<ZAVDatabaseIdentifier> insertRow(FMDatabase& database, ZAVError* error,
-                                               std::string_view statement, const Values&... values) {
+                                               ZAVSQL statement, const Values&... values) {
     const bool succeeded =
         runUpdate(database, error, statement, values...) && isUsableRow(database.lastInsertRowId(), error);
     return succeeded ? std::optional(database.lastInsertRowId()) : std::nullopt;
@@ -46,7 +45,7 @@ std::optional<ZAVDatabaseIdentifier> insertRow(FMDatabase& database, ZAVError* e
 /// reason in `error`.
 template <class Key>
 std::optional<ZAVDatabaseIdentifier> findOrInsert(FMDatabase& database, ZAVError* error,
-                                                  std::string_view select, std::string_view insert, Key key) {
+                                                  ZAVSQL select, ZAVSQL insert, Key key) {
     ZAVError failure;
     auto row = readRow(database, &failure, select, key);
     if (!row && !failure) {

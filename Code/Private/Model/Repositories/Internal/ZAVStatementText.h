@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <string_view>
 
+#include "Private/Database/Internal/ZAVSQL.h"
+
 namespace zav {
 
 /// The text of a statement, put together while the library is compiled. It lies in the program's own data,
@@ -21,6 +23,7 @@ public:
     }
 
     constexpr operator std::string_view() const noexcept { return {characters_.data(), Size}; }
+    consteval operator ZAVSQL() const noexcept { return ZAVSQL::literal(*this); }
 
     template <std::size_t OtherSize>
     [[nodiscard]] constexpr auto operator+(const ZAVStatementText<OtherSize>& other) const noexcept {
