@@ -262,6 +262,9 @@ void check(const Place& place, const Files& files) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     gZAVLogPreferences[ZAVLogComponentModel] = 0;
+    // Some engines do not count their memory unless they are asked to before they are used.
+    static const bool isCounting = sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 1) == SQLITE_OK;
+    expect(isCounting, "the engine to count its memory");
     static const Place place;
     static const Files sound = makeSoundFiles(place);
     static const sqlite3_int64 memory = (check(place, sound), sqlite3_memory_used());

@@ -37,9 +37,8 @@ elseif(ZAV_ENGINE STREQUAL "amalgamation")
         SQLITE_USE_ALLOCA               # short-lived memory from the stack
         SQLITE_ENABLE_DBSTAT_VTAB       # what each table and index takes of the file
         HAVE_USLEEP=1)                  # waits for locks in milliseconds, and not in seconds
-    set_target_properties(zav_engine PROPERTIES POSITION_INDEPENDENT_CODE ${BUILD_SHARED_LIBS} C_VISIBILITY_PRESET hidden)
-    if(NOT BUILD_SHARED_LIBS)
-        set_target_properties(zav_engine PROPERTIES C_VISIBILITY_PRESET default)
+    if(BUILD_SHARED_LIBS)
+        set_target_properties(zav_engine PROPERTIES POSITION_INDEPENDENT_CODE ON C_VISIBILITY_PRESET hidden)
     endif()
     # Its objects become part of the library; this is its header alone.
     add_library(zav_engine_header INTERFACE)
@@ -47,6 +46,7 @@ elseif(ZAV_ENGINE STREQUAL "amalgamation")
     set(zav_engine_objects $<TARGET_OBJECTS:zav_engine>)
     set(zav_engine_target $<BUILD_INTERFACE:zav_engine_header>)
     set(zav_engine_for_pkg_config "")
+    set(zav_engine_libraries_for_pkg_config " -ldl -lm")
     set(zav_engine_for_debian "")
 else()
     message(FATAL_ERROR "ZAV_ENGINE is sqlite, sqlcipher or amalgamation, not '${ZAV_ENGINE}'")

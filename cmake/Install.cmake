@@ -19,7 +19,7 @@ if(BUILD_SHARED_LIBS)
 else()
     set(pkg_config_definitions "")
     set(pkg_config_dependencies
-        "Requires.private: ${zav_engine_for_pkg_config}liburiparser, spdlog, fmt\nLibs.private: -pthread\n")
+        "Requires.private: ${zav_engine_for_pkg_config}liburiparser, spdlog, fmt\nLibs.private: -pthread${zav_engine_libraries_for_pkg_config}\n")
 endif()
 
 set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/ZAVEventRepository)

@@ -73,6 +73,10 @@ protected:
         };
         static_cast<void>(open());  // what the engine takes once and for all
         const Holdings before;
+        {
+            const auto held = openHandle(directory_.file("held.db"));
+            EXPECT_GT(Holdings().engineMemory, before.engineMemory) << "what the engine holds is not counted";
+        }
         sweepHeap([&] { static_cast<void>(open()); },
                   [&] {
                       EXPECT_EQ(Holdings(), before) << "opening left something behind";

@@ -3,7 +3,7 @@
 
 import re
 
-from packaging import (ARGUMENTS, CMAKE, ENGINE_LIBRARY, LIBRARY, SOURCE, VERSION, WORK, build, build_of, configure,
+from packaging import (ARGUMENTS, CMAKE, ENGINE_LIBRARIES, LIBRARY, SOURCE, VERSION, WORK, build, build_of, configure,
                        expect, expect_linked_as, expect_program_works, fresh, only, readme_block, run, write_program)
 
 kind = ARGUMENTS[0]
@@ -35,12 +35,12 @@ expect(len(owned) == len(set(owned)), "no file is in two packages")
 root = folder / "root/usr"
 libraries = only(root.rglob("libZAVEventRepository.*" if kind == "static" else LIBRARY), "library").parent
 if kind == "shared":
-    for name in (ENGINE_LIBRARY, "liburiparser", "libspdlog", "libstdc++", "libc"):
+    for name in (*ENGINE_LIBRARIES, "liburiparser", "libspdlog", "libstdc++", "libc"):
         expect(re.search(rf"(^|, ){re.escape(name)}-?\d", depends[runtime]),
                f"the library's package depends on {name}: {depends[runtime]}")
     for name in ("libzaveventrepository-dev", "zavevents"):
         expect(f"{runtime} (= {VERSION})" in depends[name], f"{name} depends on its library: {depends[name]}")
-    expect(ENGINE_LIBRARY not in depends["libzaveventrepository-dev"],
+    expect(not [name for name in (*ENGINE_LIBRARIES, "liburiparser") if name in depends["libzaveventrepository-dev"]],
            f"who links the shared library needs nothing behind it: {depends['libzaveventrepository-dev']}")
     expect({file.rsplit("/")[-1] for file in files[runtime] if "/lib" in file} >=
            {LIBRARY, f"libZAVEventRepository.so.{VERSION}"}, f"the library is in its package: {sorted(files[runtime])}")
@@ -55,7 +55,7 @@ if kind == "shared":
     dynamic = run("readelf", "-d", root / "bin/zavevents", environment={"LC_ALL": "C"})
     expect("RUNPATH" not in dynamic and "RPATH" not in dynamic, "a packaged tool looks where the system does")
 else:
-    for name in (f"{ENGINE_LIBRARY}-dev", "liburiparser-dev", "libspdlog-dev", "libfmt-dev"):
+    for name in (*[f"{library}-dev" for library in ENGINE_LIBRARIES], "liburiparser-dev", "libspdlog-dev", "libfmt-dev"):
         expect(name in depends["libzaveventrepository-dev"],
                f"who links the static library needs {name}: {depends['libzaveventrepository-dev']}")
 

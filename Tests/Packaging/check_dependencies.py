@@ -14,7 +14,8 @@ folder = fresh(WORK / "use" / f"dependencies-{kind}")
 (folder / "CMakeLists.txt").write_text(readme_block("cmake", "find_package"), encoding="utf-8")
 write_program(folder)
 
-packages = ["PkgConfig" if ENGINE == "sqlcipher" else "SQLite3", "fmt", "spdlog", "uriparser"]
+packages = {"sqlite": ["SQLite3"], "sqlcipher": ["PkgConfig"], "amalgamation": []}[ENGINE]
+packages += ["fmt", "spdlog", "uriparser"]
 prefix = f"-DCMAKE_PREFIX_PATH={prefix_of(kind)}"
 if kind == "shared":
     configure(folder, folder / "build", prefix, *[f"-DCMAKE_DISABLE_FIND_PACKAGE_{name}=ON" for name in packages])

@@ -1,14 +1,14 @@
 #!/usr/bin/env python3
 """Builds the library in a kind, static or shared, with the tool, and installs it: install_library.py SETTINGS KIND"""
 
-from packaging import (ARGUMENTS, CMAKE, ENGINE, LIBRARY, QUICKLY, SOURCE, VERSION, build, build_of, configure, expect,
+from packaging import (ARGUMENTS, CMAKE, ENGINE_OPTIONS, LIBRARY, QUICKLY, SOURCE, VERSION, build, build_of, configure, expect,
                        fresh, prefix_of, run)
 
 kind = ARGUMENTS[0]
 configure(SOURCE, build_of(kind), "-DCMAKE_BUILD_TYPE=Release", "-DCMAKE_CXX_FLAGS_RELEASE=-O0", *QUICKLY,
           f"-DBUILD_SHARED_LIBS={'ON' if kind == 'shared' else 'OFF'}", "-DZAV_BUILD_TESTS=OFF",
           "-DZAV_BUILD_EXAMPLES=OFF", f"-DZAV_BUILD_TOOLS={'ON' if kind == 'shared' else 'OFF'}",
-          f"-DZAV_ENGINE={ENGINE}", "-DZAV_WARNINGS_AS_ERRORS=OFF", "-DCMAKE_INSTALL_PREFIX=/usr/local",
+          *ENGINE_OPTIONS, "-DCMAKE_C_FLAGS_RELEASE=-O0", "-DZAV_WARNINGS_AS_ERRORS=OFF", "-DCMAKE_INSTALL_PREFIX=/usr/local",
           "-DCMAKE_DISABLE_FIND_PACKAGE_uriparser=OFF")
 build(build_of(kind))
 prefix = fresh(prefix_of(kind))

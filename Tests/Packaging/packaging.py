@@ -16,7 +16,11 @@ VERSION = SETTINGS["version"]
 CMAKE = SETTINGS["cmake"]
 COMPILER = SETTINGS["compiler"]
 ENGINE = SETTINGS["engine"]
-ENGINE_LIBRARY = {"sqlite": "libsqlite3", "sqlcipher": "libsqlcipher"}[ENGINE]
+ENGINE_OPTIONS = [f"-DZAV_ENGINE={ENGINE}"]
+if ENGINE == "amalgamation":
+    ENGINE_OPTIONS.append(f"-DZAV_ENGINE_SOURCE={SETTINGS['engine_source']}")
+# What the library links; one that is compiled in is part of it.
+ENGINE_LIBRARIES = {"sqlite": ["libsqlite3"], "sqlcipher": ["libsqlcipher"], "amalgamation": []}[ENGINE]
 LIBRARY = f"libZAVEventRepository.so.{SETTINGS['soversion']}"
 
 # One compilation instead of forty, for a library that is only to be linked.

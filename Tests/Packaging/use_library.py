@@ -8,7 +8,7 @@ the program that Conan's recipe tries its package with.
 import os
 import shlex
 
-from packaging import (ARGUMENTS, CMAKE, COMPILER, ENGINE, QUICKLY, SOURCE, VERSION, WORK, build, configure, expect,
+from packaging import (ARGUMENTS, CMAKE, COMPILER, ENGINE_OPTIONS, QUICKLY, SOURCE, VERSION, WORK, build, configure, expect,
                        expect_linked_as, expect_program_works, fresh, only, prefix_of, readme_block, run,
                        write_program)
 
@@ -69,7 +69,7 @@ def use_sources(folder, block, *options):
     project = readme_block("cmake", "find_package")
     found = only([line for line in project.splitlines(True) if line.startswith("find_package")], "call of find_package")
     (folder / "CMakeLists.txt").write_text(project.replace(found, block + UNTOUCHED), encoding="utf-8")
-    configure(folder, folder / "build", f"-DZAV_ENGINE={ENGINE}", *QUICKLY, *options)
+    configure(folder, folder / "build", *ENGINE_OPTIONS, *QUICKLY, *options)
     build(folder / "build")
     expect_linked_as(kind, folder / "build/my_client")
     expect_program_works(folder / "build/my_client")
