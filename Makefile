@@ -31,7 +31,7 @@ CXX := g++
 endif
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 
-FETCHED_ENGINE = $(if $(filter amalgamation,$(ENGINE)),fetch-engine)
+FETCH_ENGINE = $(if $(filter amalgamation,$(ENGINE)),scripts/fetch-engine.sh)
 ENGINE_CHOICE = $(if $(ENGINE),-DZAV_ENGINE=$(ENGINE))
 
 SAMPLE_DATABASE = $(BUILD)/sample.db
@@ -48,7 +48,7 @@ CONFIGURE = cmake -S . -B $(BUILD) -G Ninja -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) -DC
 # A folder that is configured already stays as it is, so that its tests are not taken out of it.
 TOOL_ALONE = $(if $(wildcard $(BUILD)/CMakeCache.txt),,-DZAV_BUILD_TESTS=OFF -DZAV_BUILD_EXAMPLES=OFF)
 
-.PHONY: fetch-engine run tool test test-long fuzz static valgrind coverage docs bench configure-bench instructions scale memory tool-cost \
+.PHONY: run tool test test-long fuzz static valgrind coverage docs bench configure-bench instructions scale memory tool-cost \
 	toolchains presets check hooks build setup setup-tool setup-checks format check-format clean
 
 run: tool
@@ -127,17 +127,17 @@ build: setup
 	$(CONFIGURE) -DZAV_BUILD_TESTS=ON -DZAV_BUILD_EXAMPLES=ON
 	cmake --build $(BUILD) -j $(JOBS)
 
-setup: $(FETCHED_ENGINE)
-	@scripts/setup.sh
+setup:
+	@ENGINE="$(ENGINE)" scripts/setup.sh
+	@$(FETCH_ENGINE)
 
-setup-tool: $(FETCHED_ENGINE)
-	@CXX="$(CXX)" scripts/setup.sh --tool
+setup-tool:
+	@CXX="$(CXX)" ENGINE="$(ENGINE)" scripts/setup.sh --tool
+	@$(FETCH_ENGINE)
 
-setup-checks: $(FETCHED_ENGINE)
+setup-checks:
 	@scripts/setup.sh --checks
-
-fetch-engine:
-	@scripts/fetch-engine.sh
+	@$(FETCH_ENGINE)
 
 format:
 	scripts/format.sh

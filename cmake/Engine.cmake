@@ -37,6 +37,9 @@ elseif(ZAV_ENGINE STREQUAL "amalgamation")
         SQLITE_USE_ALLOCA               # short-lived memory from the stack
         SQLITE_ENABLE_DBSTAT_VTAB       # what each table and index takes of the file
         HAVE_USLEEP=1)                  # waits for locks in milliseconds, and not in seconds
+    # Compiled as a distribution's engine is, whatever the library is built for: optimised, and without sanitizers, whose
+    # options the C compiler, another one perhaps, need not know.
+    set_property(TARGET zav_engine PROPERTY COMPILE_OPTIONS $<$<NOT:$<CONFIG:Release,RelWithDebInfo,MinSizeRel>>:-O2>)
     if(BUILD_SHARED_LIBS)
         set_target_properties(zav_engine PROPERTIES POSITION_INDEPENDENT_CODE ON C_VISIBILITY_PRESET hidden)
     endif()

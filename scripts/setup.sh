@@ -1,8 +1,9 @@
 #!/bin/sh
 # Makes sure that the compilers, tools and libraries of the build are there: installs what is missing through apt-get
 # on Debian and Ubuntu, and names it elsewhere. With --tool only what the library and zavevents need, and no other
-# compiler than $CXX. With --checks also what the static checks, valgrind, coverage, the benchmarks, the reference, the
-# engine that can encrypt, the other toolchains and those tests need that ask mandoc and zsh.
+# compiler than $CXX. With ENGINE=amalgamation also what fetches that engine. With --checks also what the static checks,
+# valgrind, coverage, the benchmarks, the reference, the other engines, the other toolchains and those tests need that
+# ask mandoc and zsh.
 set -eu
 
 packages="cmake ninja-build pkg-config
@@ -22,9 +23,13 @@ else
     tools="$tools python3 pkg-config git readelf"
     libraries="$libraries, GoogleTest and RapidCheck; one example also cpp-httplib"
 fi
+if [ "${ENGINE:-}" = amalgamation ]; then
+    packages="$packages curl ca-certificates"
+fi
 if [ "${1:-}" = --checks ]; then
     packages="$packages doxygen clang-tidy cppcheck valgrind gcovr libbenchmark-dev libsqlitecpp-dev libsoci-dev
-        libsqlcipher-dev groff-base mandoc zsh libc++-dev libc++abi-dev g++-multilib curl"
+        libsqlcipher-dev groff-base mandoc zsh libc++-dev libc++abi-dev g++-multilib curl
+        ca-certificates"
 fi
 
 if ! command -v dpkg-query > /dev/null || ! command -v apt-get > /dev/null; then
