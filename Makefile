@@ -20,7 +20,8 @@
 # Each sets up what it needs: on Debian and Ubuntu missing packages are installed, elsewhere they are named. What `make run`
 # has built, `make test` uses.
 # BUILD, BUILD_TYPE, CXX, SANITIZE and ENGINE may be given, as in: make test CXX=clang++ SANITIZE=address,undefined
-# BUILD=build-asan. ENGINE is that of ZAV_ENGINE; amalgamation, SQLite compiled in, is fetched into build/engine.
+# BUILD=build-asan. ENGINE is that of ZAV_ENGINE; amalgamation, SQLite compiled in, is fetched into build/engine. What
+# measures has a folder for each engine, $(BUILD)/bench-amalgamation.
 
 BUILD ?= build
 BUILD_TYPE ?= Release
@@ -38,7 +39,7 @@ SAMPLE_DATABASE = $(BUILD)/sample.db
 ZAVEVENTS = $(BUILD)/Tools/zavevents/zavevents
 
 FUZZ_SECONDS ?= 600
-BENCH = $(BUILD)/bench
+BENCH = $(BUILD)/bench$(ENGINE:%=-%)
 SIZES ?= 1000,10000,100000,1000000
 SCALE_OPTIONS ?=
 PRESETS ?= shared sqlcipher

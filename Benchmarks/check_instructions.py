@@ -1,19 +1,21 @@
 #!/usr/bin/env python3
 """Counts the instructions of small workloads and compares them with their budgets.
 
-usage: check_instructions.py BUILD_DIR [--update] [--functions WORKLOAD]
+usage: check_instructions.py BUILD_DIR [--update] [--functions WORKLOAD] [--beside BUILD_DIR]
 
-The counts are those of the library's own code, which is part of the program; what the engine, the C library and
-the other shared libraries execute is shown beside it. A workload more than 5% above its budget is a failure, one
-more than 5% below it asks for a smaller budget. All that is executed, the engine included, is compared with the
-floor that fills plain records: a workload that takes a greater multiple of it than its limit is a failure too.
-Counts hold for one compiler and one engine: with others nothing is checked. --update writes the counts as the new
-budgets; --functions lists where a workload's go, for the library and for the two floors.
+The counts are those of the library's own code, which is part of the program; what the engine, compiled in or not,
+the C library and the other shared libraries execute is shown beside it. A workload more than 5% above its budget is
+a failure, one more than 5% below it asks for a smaller budget. All that is executed, the engine included, is compared
+with the floor that fills plain records: a workload that takes a greater multiple of it than its limit is a failure
+too. Counts hold for one compiler and one engine: with others nothing is checked. --update writes the counts as the new
+budgets of this compiler and engine; --functions lists where a workload's go, for the library and for the two floors.
+--beside compares all instructions, the engine's included, with those of a build on another engine.
 """
 
 import argparse
 import collections
 import concurrent.futures
+import functools
 import json
 import os
 import pathlib
@@ -25,6 +27,7 @@ import tempfile
 BUDGETS = pathlib.Path(__file__).with_name("instruction-budgets.json")
 TOLERANCE = 0.05
 PROGRAM = "zav_instructions"
+ENGINE = "engine, compiled in"
 
 
 def costs(profile):
@@ -52,7 +55,33 @@ def costs(profile):
     return totals
 
 
-def count(program, workload, contender="library"):
+def compiled_in(build):
+    """The object file of the engine, if it is compiled in."""
+    return next((build / "CMakeFiles/zav_engine.dir").rglob("sqlite3.c.o"), None)
+
+
+def functions_in(object_file):
+    lines = subprocess.run(["nm", object_file], capture_output=True, text=True, check=True).stdout.splitlines()
+    return {line.split()[-1] for line in lines if line.split()[-2] in "tT"}
+
+
+@functools.cache
+def functions_of_engine(build):
+    found = compiled_in(build)
+    return functions_in(found) if found else set()
+
+
+def with_engine_apart(totals, build):
+    """The same, with what the program has of an engine that is compiled in as an object of its own."""
+    apart = collections.Counter()
+    for (path, function), cost in totals.items():
+        is_engine = pathlib.Path(path).name == PROGRAM and function in functions_of_engine(build)
+        apart[ENGINE if is_engine else path, function] += cost
+    return apart
+
+
+def count(build, workload, contender="library"):
+    program = build / "Benchmarks" / PROGRAM
     with tempfile.TemporaryDirectory() as directory:
         profile = pathlib.Path(directory, "profile")
         command = ["valgrind", "--tool=callgrind", "--instr-atstart=no", "--collect-atstart=no",
@@ -60,7 +89,7 @@ def count(program, workload, contender="library"):
         done = subprocess.run(command, capture_output=True, text=True)
         if done.returncode != 0:
             sys.exit(f"{workload} cannot be counted:\n{done.stderr}")
-        return costs(profile)
+        return with_engine_apart(costs(profile), build)
 
 
 def by_object(totals):
@@ -74,21 +103,38 @@ def own(totals):
     return by_object(totals)[PROGRAM]
 
 
-def compiler_and_engine(text):
+def ask(build, question):
+    program = build / "Benchmarks" / PROGRAM
+    if not program.exists():
+        sys.exit(f"{program} is not built")
+    return subprocess.run([program, question], capture_output=True, text=True, check=True).stdout
+
+
+def compiler_and_engine(build):
     """What counts depend on: the compiler with its major version, the build type and the engine's version."""
-    compiler, build_type, engine = text.strip().split(", ")
-    return ", ".join([compiler.split(".")[0], build_type, engine])
+    compiler, build_type, engine = ask(build, "--versions").strip().split(", ")
+    return ", ".join([compiler.split(".")[0], build_type, engine + (" compiled in" if compiled_in(build) else "")])
 
 
-def list_functions(program, workload):
+def list_functions(build, workload):
     for contender in ("library", "floor", "plain"):
-        totals = count(program, workload, contender)
+        totals = count(build, workload, contender)
         print(f"\n{contender}: {sum(totals.values()):,} instructions")
         for name, cost in by_object(totals).most_common():
             print(f"{cost:14,}  {name}")
         print()
         for (path, function), cost in totals.most_common(40):
             print(f"{cost:14,}  {pathlib.Path(path).name}: {function[:150]}")
+
+
+def compare(build, other, workloads):
+    """All instructions, as lines of a table in Markdown, and how they stand to the first."""
+    print(f"| workload | {compiler_and_engine(build)} | configured | {compiler_and_engine(other)} |")
+    print("|---|---:|---:|---:|")
+    for workload in workloads:
+        base = sum(count(build, workload).values())
+        others = [sum(count(build, workload, "configured").values()), sum(count(other, workload).values())]
+        print(f"| {workload} | {base:,} |", " | ".join(f"{cost:,} ({cost / base:.3f})" for cost in others), "|")
 
 
 def judge_own(counted, budget):
@@ -109,10 +155,11 @@ def judge_all(ratio, limit):
     return ratio <= limit, f"{'' if ratio <= limit else 'FAILED: '}{ratio:.3f} of the plain floor, at most {limit}"
 
 
-def check(program, workloads, budgets, limits):
+def check(build, workloads, stored):
+    budgets, limits = stored["instructions"], stored.get("of the plain floor", {})
     kept = True
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-        counts = {(workload, contender): pool.submit(count, program, workload, contender)
+        counts = {(workload, contender): pool.submit(count, build, workload, contender)
                   for workload in workloads for contender in ("library", "plain")}
     for workload in workloads:
         library, plain = (counts[workload, contender].result() for contender in ("library", "plain"))
@@ -131,26 +178,23 @@ def main():
     parser.add_argument("build", type=pathlib.Path)
     parser.add_argument("--update", action="store_true")
     parser.add_argument("--functions", metavar="WORKLOAD")
+    parser.add_argument("--beside", metavar="BUILD_DIR", type=pathlib.Path)
     options = parser.parse_args()
-    program = options.build / "Benchmarks" / PROGRAM
-    if not program.exists():
-        sys.exit(f"{program} is not built")
-    ask = lambda question: subprocess.run([program, question], capture_output=True, text=True, check=True).stdout
-    present, workloads = compiler_and_engine(ask("--versions")), ask("--list").split()
+    present, workloads = compiler_and_engine(options.build), ask(options.build, "--list").split()
+    budgets = json.loads(BUDGETS.read_text())
 
     if options.functions:
-        list_functions(program, options.functions)
+        list_functions(options.build, options.functions)
+    elif options.beside:
+        compare(options.build, options.beside, workloads)
     elif options.update:
-        stored = json.loads(BUDGETS.read_text())
-        budgets = {workload: own(count(program, workload)) for workload in workloads}
-        stored |= {"made with": present, "instructions": budgets}
-        BUDGETS.write_text(json.dumps(stored, indent=4) + "\n")
-    else:
-        stored = json.loads(BUDGETS.read_text())
-        if stored["made with"] != present:
-            print(f"NOT CHECKED: the budgets hold for {stored['made with']}, and this is {present}")
-        elif not check(program, workloads, stored["instructions"], stored["of the plain floor"]):
-            sys.exit(1)
+        of_present = budgets.setdefault(present, {})
+        of_present["instructions"] = {workload: own(count(options.build, workload)) for workload in workloads}
+        BUDGETS.write_text(json.dumps(budgets, indent=4) + "\n")
+    elif present not in budgets:
+        print(f"NOT CHECKED: the budgets hold for {' and for '.join(budgets)}, and this is {present}")
+    elif not check(options.build, workloads, budgets[present]):
+        sys.exit(1)
 
 
 if __name__ == "__main__":

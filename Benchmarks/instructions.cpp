@@ -1,3 +1,4 @@
+#include <ZAVEventRepository/ZAVDatabaseEngine.h>
 #include <sqlite3.h>
 #include <valgrind/callgrind.h>
 
@@ -218,11 +219,18 @@ void run(const std::string& name, const std::string& contenderName) {
 int main(int count, char** arguments) {
     if (count < 2) {
         std::fprintf(stderr,
-                     "usage: zav_instructions WORKLOAD [library | floor | plain] | --list | --versions\n");
+                     "usage: zav_instructions WORKLOAD [library | configured | floor | plain] | --list | "
+                     "--versions\n"
+                     "configured: the library, in a process that ZAVDatabaseEngine::configureProcess was "
+                     "called in\n");
         return 2;
     }
     try {
-        zav::bench::run(arguments[1], count > 2 ? arguments[2] : "library");
+        const std::string contender = count > 2 ? arguments[2] : "library";
+        if (contender == "configured" && !zav::ZAVDatabaseEngine::configureProcess()) {
+            throw std::runtime_error("the engine cannot be configured");
+        }
+        zav::bench::run(arguments[1], contender);
         return 0;
     } catch (const std::exception& exception) {
         std::fprintf(stderr, "%s\n", exception.what());
