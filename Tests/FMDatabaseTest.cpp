@@ -601,6 +601,10 @@ TEST_F(OpeningADatabase, RefusesOptionsThatMeanNothingAndMakesNoFile) {
          [](FMDatabaseOptions& options) { options.pageCacheKiB = -1; }},
         {"the option writeAheadLogPages is -7, but may not be negative",
          [](FMDatabaseOptions& options) { options.writeAheadLogPages = -7; }},
+        {"the option writeAheadLogCeiling is -1, but may not be negative",
+         [](FMDatabaseOptions& options) { options.writeAheadLogCeiling = -1; }},
+        {"the option writeAheadLogWait is -1 ms, but may not be negative",
+         [](FMDatabaseOptions& options) { options.writeAheadLogWait = std::chrono::milliseconds(-1); }},
         {"the option busyTimeout is -1 ms, but may not be negative",
          [](FMDatabaseOptions& options) { options.busyTimeout = std::chrono::milliseconds(-1); }},
         {"the option statementCacheCapacity is 2147483648, but may not exceed 2147483647",
@@ -636,6 +640,8 @@ TEST_F(OpeningADatabase, TakesTheLeastOfEachOption) {
     FMDatabaseOptions chosen;
     chosen.pageCacheKiB = 0;
     chosen.writeAheadLogPages = 0;
+    chosen.writeAheadLogCeiling = 0;
+    chosen.writeAheadLogWait = std::chrono::milliseconds(0);
     chosen.busyTimeout = std::chrono::milliseconds(0);
     chosen.statementCacheCapacity = 0;
     chosen.newestUserVersion = 0;

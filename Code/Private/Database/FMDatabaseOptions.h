@@ -48,6 +48,26 @@ struct FMDatabaseOptions {
     /// again and again in between is folded once. 0 leaves folding it to the application, and to closing.
     std::int32_t writeAheadLogPages = 4000;
 
+    /// How many pages of the write-ahead log have a commit wait for those who read from it. Readers who take
+    /// turns without a pause keep the log from being begun anew, and it grows although all of it is in the
+    /// file. The commit that leaves so many pages in it is followed by a wait, in which no lock is held, so
+    /// that nothing of anybody fails for it; the next commit then begins the log anew. As long as no reader
+    /// takes longer than `writeAheadLogWait`, the log is larger than this by one transaction at most.
+    ///
+    /// When one does, and when the wait would have no end, since a cursor of this handle reads from the log,
+    /// the log grows on, and commits wait again when it has grown by a quarter of this. Each time an error
+    /// line of `ZAVLogComponentSQLite` says so, with the text and the age of the oldest such cursor. The line
+    /// is written in the call that commits, before it returns.
+    ///
+    /// 0 has no commit wait. So has 0 for `writeAheadLogPages`; fewer pages than that are taken for as many.
+    /// Attached files have no ceiling. The handle is the hook of the log of its connection for it;
+    /// `PRAGMA wal_autocheckpoint=N`, on an engine where it is not refused, takes its place.
+    std::int32_t writeAheadLogCeiling = 8000;
+
+    /// How long a commit waits then at most; 0 does not wait. More than 2^31 - 1 ms are taken for that. It is
+    /// not part of `busyTimeout`, and nothing ends it early.
+    std::chrono::milliseconds writeAheadLogWait{1000};
+
     /// Whether what is deleted is overwritten with zeros in the file, so that it cannot be read there any
     /// more. Without it a deleted text stays in a free page until something else takes its place, and the
     /// file is written less.

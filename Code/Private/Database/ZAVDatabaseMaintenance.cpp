@@ -2,15 +2,13 @@
 
 #include <sqlite3.h>
 
-#include <algorithm>
-#include <chrono>
 #include <string>
-#include <thread>
 #include <utility>
 
 #include <ZAVEventRepository/ZAVTransaction.h>
 
 #include "Private/Database/Internal/ZAVConnection.h"
+#include "Private/Database/Internal/ZAVPatience.h"
 #include "Private/Database/Internal/ZAVStatements.h"
 
 namespace zav {
@@ -19,29 +17,6 @@ namespace {
 using Outcome = ZAVCheckpointGuard::Outcome;
 
 constexpr const char* schema = "main";
-
-/// A pause between attempts, longer each time, until a moment comes.
-class Patience {
-public:
-    explicit Patience(std::chrono::milliseconds longest) noexcept
-        : end_(std::chrono::steady_clock::now() + longest) {}
-
-    /// Answers false when the moment has come.
-    [[nodiscard]] bool pause() noexcept {
-        if (std::chrono::steady_clock::now() >= end_) {
-            return false;
-        }
-        std::this_thread::sleep_for(pause_);
-        pause_ = std::min(2 * pause_, longestPause);
-        return true;
-    }
-
-private:
-    static constexpr std::chrono::milliseconds longestPause{50};
-
-    std::chrono::steady_clock::time_point end_;
-    std::chrono::milliseconds pause_{1};
-};
 
 bool isBusy(std::int64_t status) noexcept {
     return (status & 0xFF) == SQLITE_BUSY;
@@ -125,7 +100,7 @@ std::optional<ZAVCheckpoint> ZAVDatabaseMaintenance::checkpoint(ZAVCheckpointMod
         return ZAVCheckpoint{};
     }
     ZAVConnection& connection = database_->connection();
-    Patience patience(connection.settings().busyTimeout);
+    ZAVPatience patience(connection.settings().busyTimeout);
     std::optional<std::int64_t> framesBeforeWriting;
     for (bool mayGoOn = mode != ZAVCheckpointMode::passive;; mayGoOn = patience.pause()) {
         const Outcome outcome = connection.checkpoints().copy(schema);

@@ -102,7 +102,8 @@ ZAVCheckpointGuard::Outcome copyUnguarded(sqlite3* connection, const char* schem
 
 }  // namespace
 
-ZAVCheckpointGuard::ZAVCheckpointGuard(sqlite3* connection) noexcept : connection_(connection) {
+ZAVCheckpointGuard::ZAVCheckpointGuard(sqlite3* connection, const ZAVStatementCache& statements) noexcept
+    : connection_(connection), ceiling_(statements) {
     if (connection != nullptr && !ZAVDatabaseEngine::hasSafeCheckpoints()) {
         sqlite3_wal_hook(connection, noteCommit, this);
         sqlite3_set_authorizer(connection, authorize, this);
@@ -114,10 +115,17 @@ void ZAVCheckpointGuard::leave(sqlite3* connection) noexcept {
     sqlite3_set_authorizer(connection, nullptr, nullptr);
 }
 
-void ZAVCheckpointGuard::setAutomaticPages(int pages) noexcept {
-    automaticPages_ = pages;
-    if (ZAVDatabaseEngine::hasSafeCheckpoints()) {
-        sqlite3_wal_autocheckpoint(connection_, pages);
+void ZAVCheckpointGuard::setLimits(const Limits& limits) noexcept {
+    automaticPages_ = limits.automaticPages;
+    const bool hasCeiling = limits.automaticPages > 0 && limits.ceiling > 0;
+    ceiling_.set(hasCeiling ? std::max(limits.ceiling, limits.automaticPages) : 0, limits.longestWait);
+    if (!ZAVDatabaseEngine::hasSafeCheckpoints()) {
+        return;
+    }
+    if (hasCeiling) {
+        sqlite3_wal_hook(connection_, noteCommit, this);
+    } else {
+        sqlite3_wal_autocheckpoint(connection_, automaticPages_);
     }
 }
 
@@ -126,6 +134,9 @@ int ZAVCheckpointGuard::noteCommit(void* guard, sqlite3*, const char* schema, in
     auto& self = *static_cast<ZAVCheckpointGuard*>(guard);
     if (self.automaticPages_ > 0 && pages >= self.automaticPages_) {
         static_cast<void>(self.copy(schema));
+    }
+    if (sqlite3_stricmp(schema, "main") == 0) {  // an attached file has no ceiling
+        self.ceiling_.noteCommit(self, schema, pages);
     }
     return SQLITE_OK;
 }
@@ -149,6 +160,24 @@ ZAVCheckpointGuard::Outcome ZAVCheckpointGuard::copyWithLock(const char* schema)
         return index.outcome(lock.status());
     }
     return index.isWhole() ? copyUnguarded(connection_, schema) : index.outcome(SQLITE_BUSY);
+}
+
+/// The marks of those who read are locks in the log's index, behind those of the writer, of the checkpointer,
+/// of recovery and of those who read past the log. Nobody waits for one that is held for a moment: one who
+/// begins to read takes another mark, or asks again.
+bool ZAVCheckpointGuard::hasReaders(const char* schema) const noexcept {
+    constexpr int firstMark = 4;
+    constexpr int markCount = 4;
+    if (isAlone(schema)) {
+        return false;
+    }
+    sqlite3_file& file = *fileOf(connection_, schema);
+    if (file.pMethods->xShmLock(&file, firstMark, markCount, SQLITE_SHM_LOCK | SQLITE_SHM_EXCLUSIVE) !=
+        SQLITE_OK) {
+        return true;
+    }
+    file.pMethods->xShmLock(&file, firstMark, markCount, SQLITE_SHM_UNLOCK | SQLITE_SHM_EXCLUSIVE);
+    return false;
 }
 
 /// Whether this connection reads or writes by itself. It might hold the writer's lock then, and would lose it

@@ -1,9 +1,12 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 
 #include <ZAVEventRepository/ZAVError.h>
+
+#include "Private/Database/Internal/ZAVLogCeiling.h"
 
 struct sqlite3;
 
@@ -17,9 +20,12 @@ namespace zav {
 /// a transaction. It copies what it can without waiting: a commit beside it waits for the copying alone. When
 /// it cannot have the lock it copies nothing; the next commit tries again.
 ///
+/// Where checkpoints are safe the engine copies after a commit by itself, unless the log has a ceiling: the
+/// hook of the log is needed for that.
+///
 /// Statements that would have the engine copy without that lock are refused while they are prepared. For this
-/// it is the authorizer and the hook of the log of its connection. Opening a log that a crash left, closing
-/// the last connection and leaving the log hold the whole file, and are the engine's own.
+/// it is the authorizer of its connection, and for the copying the hook of the log. Opening a log that a
+/// crash left, closing the last connection and leaving the log hold the whole file, and are the engine's own.
 class ZAVCheckpointGuard {
 public:
     /// What the log has and what was copied, as far as it is known.
@@ -30,17 +36,32 @@ public:
     };
 
     /// @param connection an open connection; null for none.
-    explicit ZAVCheckpointGuard(sqlite3* connection) noexcept;
+    /// @param statements those of the connection.
+    ZAVCheckpointGuard(sqlite3* connection, const ZAVStatementCache& statements) noexcept;
     ~ZAVCheckpointGuard() = default;
     ZAVCheckpointGuard(const ZAVCheckpointGuard&) = delete;
     ZAVCheckpointGuard& operator=(const ZAVCheckpointGuard&) = delete;
 
-    /// Has a commit that leaves so many pages in the log copy them. 0 leaves that to others.
-    void setAutomaticPages(int pages) noexcept;
+    /// When a commit does something about the pages that it leaves in the log.
+    struct Limits {
+        int automaticPages = 0;                    ///< it copies them; 0 leaves that to others
+        int ceiling = 0;                           ///< it waits for readers; 0 for never
+        std::chrono::milliseconds longestWait{0};  ///< for readers
+    };
+
+    /// A ceiling below the number of pages that are copied is taken for that number, and for none where none
+    /// are.
+    void setLimits(const Limits& limits) noexcept;
 
     /// Copies what can be copied without waiting. The connection must have read from the file since it was
     /// opened, and found a write-ahead log.
     [[nodiscard]] Outcome copy(const char* schema) noexcept;
+
+    /// Whether somebody reads from the log, and not past it from the file alone, so that it cannot be begun
+    /// anew. The connection must not be in use.
+    [[nodiscard]] bool hasReaders(const char* schema) const noexcept;
+
+    [[nodiscard]] sqlite3* connection() const noexcept { return connection_; }
 
     /// Why the statement that could not be prepared just now was refused, if it was.
     [[nodiscard]] std::optional<ZAVError> takeRefusal();
@@ -57,6 +78,7 @@ private:
     [[nodiscard]] bool isAlone(const char* schema) const noexcept;
 
     sqlite3* connection_;
+    ZAVLogCeiling ceiling_;
     int automaticPages_ = 0;
     const char* refused_ = nullptr;  ///< the pragma that was refused last
 };

@@ -53,7 +53,7 @@ ZAVConnection::ZAVConnection(ZAVEngineHandle engine, const Settings& settings)
       settings_(settings),
       statements_(settings.statementCacheCapacity),
       bounds_(engine_.get()),
-      checkpoints_(engine_.get()),
+      checkpoints_(engine_.get(), statements_),
       lockWait_(engine_.get(), settings.busyTimeout) {}
 
 ZAVConnection::~ZAVConnection() {

@@ -15,6 +15,9 @@
 namespace zav {
 namespace {
 
+/// What moments can be reckoned with.
+constexpr std::chrono::milliseconds longestTimeout(std::numeric_limits<int>::max());
+
 int flagsFor(FMDatabaseOptions::Access access) noexcept {
     constexpr int always = SQLITE_OPEN_NOMUTEX;  // one thread at a time: the engine need not lock
     switch (access) {
@@ -56,7 +59,6 @@ ZAVEngineHandle openEngine(const std::string& path, const FMDatabaseOptions& opt
 }
 
 ZAVConnection::Settings settingsFrom(const FMDatabaseOptions& options) noexcept {
-    constexpr std::chrono::milliseconds longestTimeout(std::numeric_limits<int>::max());
     return {options.statementCacheCapacity, std::min(options.busyTimeout, longestTimeout),
             options.synchronous == FMDatabaseOptions::Synchronous::full};
 }
@@ -106,7 +108,8 @@ bool configure(ZAVConnection& connection, const FMDatabaseOptions& options) {
     }
     // A journal's deletion is the commit, and it has to reach the device too: FULL alone does not wait for
     // that.
-    connection.checkpoints().setAutomaticPages(options.writeAheadLogPages);
+    connection.checkpoints().setLimits({options.writeAheadLogPages, options.writeAheadLogCeiling,
+                                        std::min(options.writeAheadLogWait, longestTimeout)});
     // What an engine does by default about deleted content depends on who compiled it.
     return connection.runScript("PRAGMA cell_size_check=ON; PRAGMA cache_size=-" +
                                 std::to_string(options.pageCacheKiB) +

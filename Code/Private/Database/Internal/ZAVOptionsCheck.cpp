@@ -54,6 +54,13 @@ ZAVError objectionToNumbers(const FMDatabaseOptions& options) {
     if (options.writeAheadLogPages < 0) {
         return badOption("writeAheadLogPages", std::to_string(options.writeAheadLogPages), negative);
     }
+    if (options.writeAheadLogCeiling < 0) {
+        return badOption("writeAheadLogCeiling", std::to_string(options.writeAheadLogCeiling), negative);
+    }
+    if (options.writeAheadLogWait.count() < 0) {
+        return badOption("writeAheadLogWait", std::to_string(options.writeAheadLogWait.count()) + " ms",
+                         negative);
+    }
     if (options.busyTimeout.count() < 0) {
         return badOption("busyTimeout", std::to_string(options.busyTimeout.count()) + " ms", negative);
     }

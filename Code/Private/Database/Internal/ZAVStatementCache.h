@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 
+#include "Private/Database/Internal/ZAVCoarseClock.h"
 #include "Private/Database/Internal/ZAVSQL.h"
 #include "Private/Database/Internal/ZAVStatementBounds.h"
 
@@ -76,6 +77,9 @@ public:
 
     /// The cursor that uses the statement; null for an update.
     FMResultSet* cursor = nullptr;
+
+    /// When that cursor was opened.
+    ZAVCoarseClock::time_point openedAt;
 
     /// What the present run may use.
     ZAVStatementRun run;
