@@ -104,6 +104,7 @@ TEST(ToolCommandLine, HelpOfACommandNamesItsOptions) {
           "--id", "--seq", "--stream"}},
         {"stats", {"DATABASE", "--json"}},
         {"checkpoint", {"DATABASE", "--passive", "--truncate", "--json"}},
+        {"disk-usage", {"DATABASE", "--tables", "--json"}},
     };
     for (const auto& [name, words] : commands) {
         const ToolRun run = runTool({name, "--help"});
@@ -137,6 +138,8 @@ TEST(ToolCommandLine, AWrongCommandLineIsToldFromAFailure) {
         {"events"},
         {"stats"},
         {"checkpoint"},
+        {"disk-usage"},
+        {"disk-usage", database, "--tables", "1"},
         {"checkpoint", database, "--passive", "--truncate"},
         {"init", database, "more"},
         {"init", database, "--json"},

@@ -44,6 +44,7 @@ const std::vector<Command> commands = {
     {"reclaim", {"--bytes", "1", "--cache", "/tmp"}},
     {"checkpoint", {}},
     {"checkpoint", {"--truncate"}},
+    {"disk-usage", {"--tables"}},
 };
 
 /// A store with an event, in which somebody has run a script.

@@ -1,3 +1,4 @@
+#include <ZAVEventRepository/ZAVDatabaseEngine.h>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
@@ -861,6 +862,77 @@ TEST(ToolCheckpoint, SaysThatAReaderHeldItUp) {
     EXPECT_EQ(run.status, 0) << run.err;
     EXPECT_TRUE(run.out.ends_with(" of them in the file; another connection held it up\n")) << run.out;
     sqlite3_close(reader);
+}
+
+// Disk use
+
+TEST(ToolDiskUsage, IsThatOfTheFileAndItsLog) {
+    const QueueStore store;
+    // An open connection keeps the log from being folded when the tool ends.
+    sqlite3* client = nullptr;
+    ASSERT_EQ(sqlite3_open(store.path().c_str(), &client), SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(client,
+                           "CREATE TABLE gone AS SELECT zeroblob(100000); DROP TABLE gone;"
+                           "PRAGMA wal_checkpoint; UPDATE events SET creator_name = 'changed'",
+                           nullptr, nullptr, nullptr),
+              SQLITE_OK);
+    const ToolRun object = store.run("disk-usage", {"--json"});
+    EXPECT_EQ(object.status, 0) << object.err;
+    const json usage = json::parse(object.out);
+    const std::string pages = store.execute("PRAGMA page_count").at(0);
+    const std::string freePages = store.execute("PRAGMA freelist_count").at(0);
+    const std::string pageSize = store.execute("PRAGMA page_size").at(0);
+    const std::string freeBytes = std::to_string(std::stoll(freePages) * std::stoll(pageSize));
+    EXPECT_GT(std::stoi(freePages), 20);
+    const std::string fileBytes = std::to_string(bytesOfFile(store.path()).size());
+    const std::string logBytes = std::to_string(bytesOfFile(store.path() + "-wal").size());
+    EXPECT_GT(std::stoll(logBytes), 0);
+    EXPECT_EQ(object.out, "{\"page_size\":" + pageSize + ",\"pages\":" + pages +
+                              ",\"free_pages\":" + freePages + ",\"free_bytes\":" + freeBytes +
+                              ",\"file_bytes\":" + fileBytes + ",\"log_bytes\":" + logBytes + "}\n");
+    expectDone(store.run("disk-usage"), "file                    " + fileBytes +
+                                            " bytes\n"
+                                            "write-ahead log         " +
+                                            logBytes +
+                                            " bytes\n"
+                                            "pages                   " +
+                                            pages + " of " + pageSize +
+                                            " bytes\n"
+                                            "free pages              " +
+                                            freePages + ", " + freeBytes + " bytes\n");
+    sqlite3_close(client);
+}
+
+TEST(ToolDiskUsage, OfTheTablesIsToldWhereTheEngineCan) {
+    const QueueStore store;
+    store.execute("CREATE TABLE \"a\x1b[31m\" AS SELECT zeroblob(500000)");
+    const ToolRun object = store.run("disk-usage", {"--tables", "--json"});
+    EXPECT_EQ(object.status, 0) << object.err;
+    const json usage = json::parse(object.out);
+    const ToolRun text = store.run("disk-usage", {"--tables"});
+    EXPECT_EQ(text.status, 0) << text.err;
+    if (!ZAVDatabaseEngine::hasCompileOption("ENABLE_DBSTAT_VTAB")) {
+        EXPECT_EQ(usage.at("tables"), json());
+        EXPECT_TRUE(text.out.ends_with("\ntables                  unknown: this engine cannot tell\n"))
+            << text.out;
+        return;
+    }
+    std::int64_t bytes = usage.at("free_bytes");
+    for (const json& table : usage.at("tables")) {
+        bytes += table.at("bytes").get<std::int64_t>();
+        EXPECT_EQ(table.at("bytes"),
+                  table.at("pages").get<std::int64_t>() * usage.at("page_size").get<std::int64_t>());
+        EXPECT_LE(table.at("unused_bytes"), table.at("bytes"));
+    }
+    EXPECT_EQ(bytes, usage.at("pages").get<std::int64_t>() * usage.at("page_size").get<std::int64_t>());
+    const json& largest = usage.at("tables").at(0);
+    EXPECT_EQ(largest.at("name"), "a\x1b[31m");
+    EXPECT_EQ(largest.at("is_index"), false);
+    EXPECT_NE(text.out.find("\ntables and indexes\n  a\\x1b[31m             " + largest.at("bytes").dump() +
+                            " bytes, " + largest.at("unused_bytes").dump() + " of them unused\n"),
+              std::string::npos)
+        << text.out;
+    EXPECT_NE(text.out.find("\n  events_by_client_id "), std::string::npos) << text.out;
 }
 
 TEST(ToolStatsOfDisk, BelowTheSignedHalfTheDiskUseHasNoSecondFigure) {

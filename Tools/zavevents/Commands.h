@@ -17,6 +17,7 @@ void addCheckCommand(CLI::App& app, Invocation& invocation);
 void addCheckpointCommand(CLI::App& app, Invocation& invocation);
 void addConversationCommand(CLI::App& app, Invocation& invocation);
 void addDeleteCommand(CLI::App& app, Invocation& invocation);
+void addDiskUsageCommand(CLI::App& app, Invocation& invocation);
 void addEventsCommand(CLI::App& app, Invocation& invocation);
 void addImportCommand(CLI::App& app, Invocation& invocation);
 void addInitCommand(CLI::App& app, Invocation& invocation);

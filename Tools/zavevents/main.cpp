@@ -62,7 +62,8 @@ int run(int argc, char** argv) {
           zavevents::addTombstoneCommand, zavevents::addDeleteCommand, zavevents::addProcessedCommand,
           zavevents::addConversationCommand, zavevents::addParticipantSeqCommand,
           zavevents::addMessageCommand, zavevents::addMessageSeqCommand, zavevents::addTransferCommand,
-          zavevents::addReclaimCommand, zavevents::addCheckpointCommand, zavevents::addCheckCommand}) {
+          zavevents::addReclaimCommand, zavevents::addDiskUsageCommand, zavevents::addCheckpointCommand,
+          zavevents::addCheckCommand}) {
         add(app, invocation);
     }
     zavevents::setExample(app, "--trace stats chat.db");

@@ -5,6 +5,7 @@
 #include <optional>
 
 #include <ZAVEventRepository/FMDatabase.h>
+#include <ZAVEventRepository/ZAVDiskUsage.h>
 #include <ZAVEventRepository/ZAVError.h>
 #include <ZAVEventRepository/ZAVExport.h>
 
@@ -44,6 +45,14 @@ public:
     /// `error`; an open cursor or transaction of this handle is one.
     [[nodiscard]] std::optional<ZAVCheckpoint> checkpoint(ZAVCheckpointMode mode = ZAVCheckpointMode::passive,
                                                           ZAVError* error = nullptr) const;
+
+    /// Tells what the database takes of the disk, at one moment, whoever writes meanwhile.
+    ///
+    /// With its tables the whole file is read, by a cursor that keeps the log from being begun anew. In a
+    /// damaged file what the damage hides is not counted, or the call fails.
+    /// @return none on failure, with the reason in `error`.
+    [[nodiscard]] std::optional<ZAVDiskUsage> diskUsage(ZAVDiskUsageDetail detail = ZAVDiskUsageDetail::whole,
+                                                        ZAVError* error = nullptr) const;
 
 private:
     std::shared_ptr<FMDatabase> database_;

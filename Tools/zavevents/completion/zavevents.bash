@@ -7,6 +7,7 @@ _zavevents_options() {
     checkpoint) echo --help --json --passive --truncate ;;
     conversation) echo --help --member --stream ;;
     delete | processed) echo --help --id ;;
+    disk-usage) echo --help --json --tables ;;
     events) echo --all --help --id --posted --publishable --revived --seq --stream --unprocessed --unpublishable ;;
     import) echo --app-id --batch --help --record-changes --skip-bad-lines --user ;;
     init) echo --help ;;
@@ -29,7 +30,7 @@ _zavevents_options() {
 _zavevents_takes_value() {
     case $1 in
     --all | --dry-run | --expired-downloads | --help | -h | --incomplete-downloads | --incomplete-uploads | --json | \
-        --no-mime | --passive | --posted | --publishable | --record-changes | --skip-bad-lines | --trace | \
+        --no-mime | --passive | --posted | --publishable | --record-changes | --skip-bad-lines | --tables | --trace | \
         --truncate | --unassigned-urls | --unprocessed | --unpublishable | --version) return 1 ;;
     --*=*) return 1 ;;
     -*) return 0 ;;
@@ -89,7 +90,7 @@ _zavevents() {
     elif [[ $current == -* ]]; then
         _zavevents_words "$(_zavevents_options "$command")" "$current"
     elif [ -z "$command" ]; then
-        _zavevents_words "check checkpoint conversation delete events import init message message-seq participant-seq parts \
+        _zavevents_words "check checkpoint conversation delete disk-usage events import init message message-seq participant-seq parts \
             processed reclaim sequence stats tombstone transfer" "$current"
     elif ((positionals == 0)) || { ((positionals == 1)) && [ "$command" = import ]; }; then
         _zavevents_files "$current"

@@ -3,12 +3,10 @@
 #include <sqlite3.h>
 
 #include <algorithm>
-#include <exception>
-#include <filesystem>
-#include <string>
-#include <system_error>
 
 #include <ZAVEventRepository/ZAVDatabaseError.h>
+
+#include "Private/Database/Internal/ZAVFileSizes.h"
 
 namespace zav {
 namespace {
@@ -18,36 +16,6 @@ constexpr int stepsPerLook = 100'000;
 
 /// A cell takes at least four bytes of its page, and two more that point at it.
 constexpr std::uint64_t bytesOfSmallestCell = 6;
-
-/// 0 for a file that is not open, as those of a database in memory are not; none when it cannot be had.
-std::optional<std::uint64_t> sizeOfFile(sqlite3* connection, int control) noexcept {
-    sqlite3_file* file = nullptr;
-    if (sqlite3_file_control(connection, "main", control, &file) != SQLITE_OK || file == nullptr ||
-        file->pMethods == nullptr) {
-        return 0;
-    }
-    sqlite3_int64 size = 0;
-    if (file->pMethods->xFileSize(file, &size) != SQLITE_OK) {
-        return std::nullopt;
-    }
-    return static_cast<std::uint64_t>(std::max<sqlite3_int64>(size, 0));
-}
-
-std::optional<std::uint64_t> sizeOfLog(sqlite3* connection) noexcept {
-#ifdef SQLITE_FCNTL_JOURNAL_POINTER
-    return sizeOfFile(connection, SQLITE_FCNTL_JOURNAL_POINTER);
-#else
-    try {
-        const char* const path = sqlite3_db_filename(connection, "main");
-        std::error_code failure;
-        const auto size =
-            std::filesystem::file_size(std::string(path == nullptr ? "" : path) + "-wal", failure);
-        return failure ? 0 : size;
-    } catch (const std::exception&) {
-        return std::nullopt;
-    }
-#endif
-}
 
 /// Whether there may be pages that are in no file yet: in memory, and while something is being written.
 bool hasUnwrittenPages(sqlite3* connection, std::uint64_t bytesInFiles) noexcept {
@@ -122,8 +90,8 @@ bool ZAVStatementBounds::mayHandOutMoreRows(ZAVStatementRun& run) noexcept {
 
 /// None when the file does not tell its size: the engine will soon fail at it by itself.
 std::optional<std::uint64_t> ZAVStatementBounds::mostCells() const noexcept {
-    const auto file = sizeOfFile(connection_, SQLITE_FCNTL_FILE_POINTER);
-    const auto log = sizeOfLog(connection_);
+    const auto file = ZAVSizeOfFile(connection_);
+    const auto log = ZAVSizeOfLog(connection_);
     if (!file || !log) {
         return std::nullopt;
     }
