@@ -3,12 +3,15 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <csignal>
 #include <cstdint>
+#include <filesystem>
 #include <memory>
 #include <random>
 #include <regex>
@@ -343,6 +346,44 @@ TEST_F(LogWithACeiling, IsNotWaitedForWhenAStatementPastTheHandleReadsFromIt) {
                                        " pages and grows beyond its ceiling of 60: a statement that the "
                                        "application runs past this handle reads from it: SELECT id FROM t"});
     sqlite3_finalize(statement);
+}
+
+// A file that cannot take it
+
+/// No file grows beyond a size while this lives.
+class LimitOfFiles {
+public:
+    explicit LimitOfFiles(rlim_t size) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
+        ::getrlimit(RLIMIT_FSIZE, &before_);
+        const rlimit limit{size, before_.rlim_max};
+        EXPECT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
+    }
+    ~LimitOfFiles() {
+        ::setrlimit(RLIMIT_FSIZE, &before_);
+        static_cast<void>(std::signal(SIGXFSZ, handler_));
+    }
+    LimitOfFiles(const LimitOfFiles&) = delete;
+    LimitOfFiles& operator=(const LimitOfFiles&) = delete;
+
+private:
+    void (*handler_)(int);
+    rlimit before_{};
+};
+
+TEST_F(LogWithACeiling, IsNotWaitedForWhenItCannotBeCopied) {
+    const LogCapture capture;
+    const auto database = open(ceiling, 20s);
+    ASSERT_TRUE(database->executeUpdate("INSERT INTO t (filling) VALUES (zeroblob(1000000))"));
+    ASSERT_FALSE(isHeldUpInTruncating(database));
+    const LimitOfFiles limit(std::filesystem::file_size(path()));
+    const auto start = Clock::now();
+    static_cast<void>(fill(*database, ceiling));
+    EXPECT_LT(Clock::now() - start, 15s);
+    EXPECT_EQ(linesIn(capture),
+              std::vector<std::string>{
+                  "The write-ahead log has " + std::to_string(pagesInLog()) +
+                  " pages and grows beyond its ceiling of 60: it cannot be copied: " +
+                  ZAVError("SQLite", SQLITE_IOERR_WRITE, sqlite3_errstr(SQLITE_IOERR)).description()});
 }
 
 // A sink may use the handle
