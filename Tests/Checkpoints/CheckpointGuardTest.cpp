@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <exception>
@@ -183,6 +184,34 @@ TEST_F(GuardedLog, IsNeverCopiedWhileAnotherProcessMayCommit) {
     const auto counts = recorder.counts();
     reportSweep(std::to_string(counts.checkpoints) + " checkpoints beside " + std::to_string(counts.writes) +
                 " writes of other processes, none at once");
+}
+
+TEST_F(GuardedLog, OfADatabaseThatIsCompactedIsNeverCopiedWhileAnotherMayCommit) {
+    const auto database = open();
+    for (int number = 0; number < 500; ++number) {
+        insert(*database, 0, number);
+    }
+    const int compactions = rounds(5, 50);
+    std::atomic<bool> isOver = false;
+    int written = 0;
+    std::thread writer([&] {
+        const auto other = open(10);
+        for (; !isOver; ++written) {
+            insert(*other, 1, written);
+            run(*other, "DELETE FROM t WHERE writer = 0 AND number = " + std::to_string(written));
+        }
+    });
+    for (int count = 0; count < compactions; ++count) {
+        ZAVError error;
+        EXPECT_TRUE(ZAVDatabaseMaintenance(database).compact({}, {}, &error)) << error.description();
+    }
+    isOver = true;
+    writer.join();
+    expectGuarded();
+    EXPECT_GT(written, 0);
+    EXPECT_EQ(scalar(*database, "SELECT count(*) FROM t WHERE writer = 1"), std::to_string(written))
+        << "what was committed beside a compaction is there";
+    EXPECT_EQ(scalar(*database, "PRAGMA integrity_check"), "ok");
 }
 
 TEST_F(GuardedLog, IsNotCopiedWhileAnotherConnectionWrites) {

@@ -1,21 +1,14 @@
 #include <ZAVEventRepository/ZAVDatabaseSchema.h>
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <cstring>
 #include <filesystem>
 #include <memory>
 #include <optional>
 #include <random>
 #include <sstream>
-#include <stdexcept>
 #include <string>
 #include <thread>
 #include <utility>
@@ -23,6 +16,7 @@
 
 #include "Faults/ImportedBatch.h"
 #include "Faults/StoredState.h"
+#include "Support/Process.h"
 #include "Support/TemporaryDirectory.h"
 #include "Support/TestEffort.h"
 #include "Support/Tool.h"
@@ -33,76 +27,6 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using Microseconds = std::chrono::microseconds;
 using Random = std::mt19937_64;
-
-/// A program under way. It is killed when it is still running at the end.
-class Process {
-public:
-    explicit Process(std::vector<std::string> words) {
-        int ends[2] = {-1, -1};
-        if (::pipe2(ends, O_CLOEXEC) != 0) {
-            throw std::runtime_error(std::string("no pipe: ") + std::strerror(errno));
-        }
-        output_ = ends[0];
-        std::vector<char*> arguments;
-        for (std::string& word : words) {
-            arguments.push_back(word.data());
-        }
-        arguments.push_back(nullptr);
-        posix_spawn_file_actions_t actions;
-        ::posix_spawn_file_actions_init(&actions);
-        ::posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
-        const int status =
-            ::posix_spawn(&id_, arguments.front(), &actions, nullptr, arguments.data(), environ);
-        ::posix_spawn_file_actions_destroy(&actions);
-        ::close(ends[1]);
-        if (status != 0) {
-            ::close(output_);
-            throw std::runtime_error(words.front() + ": " + std::strerror(status));
-        }
-    }
-    ~Process() {
-        kill();
-        ::close(output_);
-    }
-    Process(const Process&) = delete;
-    Process& operator=(const Process&) = delete;
-
-    /// The next line that it writes; none when it has ended and all lines were read.
-    std::optional<std::string> line() {
-        std::size_t end = 0;
-        while ((end = unread_.find('\n')) == std::string::npos) {
-            char block[4096];
-            const ssize_t count = ::read(output_, block, sizeof block);
-            if (count <= 0 && errno != EINTR) {
-                return std::nullopt;
-            }
-            unread_.append(block, count > 0 ? static_cast<std::size_t>(count) : 0);
-        }
-        std::string first = unread_.substr(0, end);
-        unread_.erase(0, end + 1);
-        return first;
-    }
-
-    /// Kills it, unless it has ended; answers the signal that ended it, or 0 when it ended by itself.
-    int kill() {
-        if (id_ > 0) {
-            ::kill(id_, SIGKILL);
-            while (::waitpid(id_, &status_, 0) < 0 && errno == EINTR) {
-            }
-            id_ = -1;
-        }
-        return WIFSIGNALED(status_) ? WTERMSIG(status_) : 0;
-    }
-
-    /// The exit status of one that ended by itself.
-    [[nodiscard]] int exitStatus() const { return WEXITSTATUS(status_); }
-
-private:
-    pid_t id_ = -1;
-    int status_ = 0;
-    int output_ = -1;
-    std::string unread_;
-};
 
 /// Waits for a random time, at most twice `usual`.
 void waitAbout(Microseconds usual, Random& random) {

@@ -92,7 +92,8 @@ struct FMDatabaseOptions {
     /// file's is refused and leaves the file as it is, and so is any key where the build's engine cannot
     /// encrypt.
     ///
-    /// The engine keeps a copy while the handle is open, and this library none. Nobody wipes these options.
+    /// The engine keeps a copy while the handle is open, and so does the handle, which wipes its own when it
+    /// is closed. Nobody wipes these options.
     std::optional<std::string> key;
 
     /// Name of the engine's virtual file system; empty for the engine's default.

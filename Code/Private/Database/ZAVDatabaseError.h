@@ -29,6 +29,9 @@ enum ZAVDatabaseErrorCode : int {
     ZAVDatabaseErrorUnusableRow = 14,  ///< a row has the identifier that means "not set"
     ZAVDatabaseErrorUnsafeCheckpoint =
         15,  ///< the statement would have this engine fold the log while others commit
+    ZAVDatabaseErrorCannotCompact = 16,  ///< the handle is in use, only reads, or has no file of its own
+    ZAVDatabaseErrorNoSpace = 17,        ///< a file system has too little space for what was to be done
+    ZAVDatabaseErrorCancelled = 18,      ///< the caller had it end
 };
 
 }  // namespace zav

@@ -8,6 +8,7 @@
 #include <ZAVEventRepository/ZAVTransaction.h>
 
 #include "Private/Database/Internal/ZAVConnection.h"
+#include "Private/Database/Internal/ZAVFileSizes.h"
 #include "Private/Database/Internal/ZAVPatience.h"
 #include "Private/Database/Internal/ZAVStatements.h"
 
@@ -46,6 +47,15 @@ std::optional<bool> hasLog(FMDatabase& database, ZAVError* error) {
         return std::nullopt;
     }
     return mode->stringForColumnIndex(0) == "wal";
+}
+
+/// Whether the log's file takes more than the header and a page: what a transaction that did not come to its
+/// end has written is in no count of pages.
+bool hasRestOfLog(FMDatabase& database) {
+    constexpr std::uint64_t headers = 32 + 24;
+    const auto pageSize = readNumber(database, nullptr, "PRAGMA page_size");
+    const auto size = ZAVSizeOfLog(database.connection().engine());
+    return pageSize && size > headers + static_cast<std::uint64_t>(*pageSize);
 }
 
 /// With a limit on what stays of a log that is begun anew.
@@ -92,6 +102,13 @@ ZAVDatabaseMaintenance::ZAVDatabaseMaintenance(std::shared_ptr<FMDatabase> datab
 
 std::optional<ZAVCheckpoint> ZAVDatabaseMaintenance::checkpoint(ZAVCheckpointMode mode,
                                                                 ZAVError* error) const {
+    return checkpoint(mode, database_->connection().settings().busyTimeout, error);
+}
+
+/// Goes on for so long while somebody is in the way; 0 to try once.
+std::optional<ZAVCheckpoint> ZAVDatabaseMaintenance::checkpoint(ZAVCheckpointMode mode,
+                                                                std::chrono::milliseconds longest,
+                                                                ZAVError* error) const {
     const auto log = hasLog(*database_, error);
     if (!log) {
         return std::nullopt;
@@ -100,7 +117,7 @@ std::optional<ZAVCheckpoint> ZAVDatabaseMaintenance::checkpoint(ZAVCheckpointMod
         return ZAVCheckpoint{};
     }
     ZAVConnection& connection = database_->connection();
-    ZAVPatience patience(connection.settings().busyTimeout);
+    ZAVPatience patience(longest);
     std::optional<std::int64_t> framesBeforeWriting;
     for (bool mayGoOn = mode != ZAVCheckpointMode::passive;; mayGoOn = patience.pause()) {
         const Outcome outcome = connection.checkpoints().copy(schema);
@@ -109,7 +126,8 @@ std::optional<ZAVCheckpoint> ZAVDatabaseMaintenance::checkpoint(ZAVCheckpointMod
             storeLastError(*database_, error);
             return std::nullopt;
         }
-        const bool isBegunAnew = outcome.frames <= 1 || outcome.frames < framesBeforeWriting;
+        const bool isBegunAnew =
+            outcome.frames <= 1 ? !hasRestOfLog(*database_) : outcome.frames < framesBeforeWriting;
         const bool isDone = isCopied(outcome) && (mode != ZAVCheckpointMode::truncate || isBegunAnew);
         if (isDone || !mayGoOn) {
             return ZAVCheckpoint{outcome.frames, outcome.copied, !isDone};

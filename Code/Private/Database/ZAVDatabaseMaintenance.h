@@ -1,6 +1,8 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -25,6 +27,18 @@ struct ZAVCheckpoint {
 
     /// Whether another connection kept it from going as far as was asked: one that reads an older state, one
     /// that writes, or another checkpoint.
+    bool isHeldUp = false;
+};
+
+/// What became of a compaction.
+struct ZAVCompaction {
+    std::int64_t bytesBefore = 0;  ///< that the file and its log, if there is one, took on disk
+    std::int64_t bytesAfter = 0;   ///< that they take now
+    std::int64_t logBytes = 0;     ///< of them those of the log
+
+    /// Whether the log could not be folded and cut off, since another connection reads from it or writes, or
+    /// since writing failed or the caller had it end there. The free pages are given back when the log is
+    /// folded next, and the log's own space by `ZAVDatabaseMaintenance::checkpoint`.
     bool isHeldUp = false;
 };
 
@@ -54,7 +68,44 @@ public:
     [[nodiscard]] std::optional<ZAVDiskUsage> diskUsage(ZAVDiskUsageDetail detail = ZAVDiskUsageDetail::whole,
                                                         ZAVError* error = nullptr) const;
 
+    /// Gives the free pages of the file back to the file system, and leaves of what was deleted nothing in
+    /// it: the engine makes a copy of the content in a temporary file, without the free pages, and writes it
+    /// over the database in one transaction, through the log. Then the log is folded and cut off, as by
+    /// `truncate`. The file stays the same one, so that other handles go on working. A compaction that is
+    /// killed, fails or is cancelled leaves the content as it was.
+    ///
+    /// It works on a connection of its own, opened as the handle was. Others read meanwhile, except where
+    /// there is no write-ahead log; they write before or after, and wait for it as long as their
+    /// `busyTimeout` says. A call that waits in vain fails with `SQLITE_BUSY`, and its message says that the
+    /// database is being compacted: a file beside the database, its name with "-compacting" behind it, is
+    /// locked as long. It is removed at the end; one that a kill left means nothing.
+    ///
+    /// For a while it takes the size of the content once in the directory of temporary files
+    /// (`SQLITE_TMPDIR`, `TMPDIR`, `/var/tmp`) and once for the log. Both file systems are asked first
+    /// whether they have it. The temporary file has no name, and is encrypted when the database is; an engine
+    /// that was compiled with `TEMP_STORE=3` keeps it in memory instead.
+    ///
+    /// Tables of the application's own without an `INTEGER PRIMARY KEY` may get other row identifiers.
+    ///
+    /// @param progress is told how much of the work is done, from 0 to 1; empty for nobody.
+    /// @param cancel is asked often, and answers true to end it; empty for never. Until the copy is written
+    /// it then fails, and the content is as it was. After that the compaction is done, and only what is left
+    /// of folding the log is not: `isHeldUp`. Both are called on this thread, must not use the handle, and
+    /// may throw: that cancels it, and is thrown on when it has ended.
+    /// @return none on failure, with the reason in `error`: among others `ZAVDatabaseErrorCannotCompact` for
+    /// an open cursor or transaction of this handle, one that only reads, or a database in memory;
+    /// `ZAVDatabaseErrorNoSpace`, with what is missing where, before anything is written;
+    /// `ZAVDatabaseErrorCancelled`; and `SQLITE_BUSY` when another connection writes or compacts for longer
+    /// than `busyTimeout`.
+    [[nodiscard]] std::optional<ZAVCompaction> compact(const std::function<void(double)>& progress = {},
+                                                       const std::function<bool()>& cancel = {},
+                                                       ZAVError* error = nullptr) const;
+
 private:
+    [[nodiscard]] std::optional<ZAVCheckpoint> checkpoint(ZAVCheckpointMode mode,
+                                                          std::chrono::milliseconds longest,
+                                                          ZAVError* error) const;
+
     std::shared_ptr<FMDatabase> database_;
 };
 

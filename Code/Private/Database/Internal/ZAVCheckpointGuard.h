@@ -63,6 +63,9 @@ public:
 
     [[nodiscard]] sqlite3* connection() const noexcept { return connection_; }
 
+    /// Whether this connection reads or writes just now.
+    [[nodiscard]] bool isInUse(const char* schema) const noexcept;
+
     /// Why the statement that could not be prepared just now was refused, if it was.
     [[nodiscard]] std::optional<ZAVError> takeRefusal();
 
@@ -74,7 +77,6 @@ private:
                          const char* origin) noexcept;
     static int noteCommit(void* guard, sqlite3* connection, const char* schema, int pages) noexcept;
     [[nodiscard]] Outcome copyWithLock(const char* schema) noexcept;
-    [[nodiscard]] bool isInUse(const char* schema) const noexcept;
     [[nodiscard]] bool isAlone(const char* schema) const noexcept;
 
     sqlite3* connection_;

@@ -5,6 +5,7 @@
 #include <new>
 #include <utility>
 
+#include "Private/Database/Internal/ZAVCompactionMarker.h"
 #include "Private/Database/Internal/ZAVWatchedCount.h"
 
 namespace zav {
@@ -32,6 +33,11 @@ int prepareStatement(sqlite3* engine, std::string_view sql, sqlite3_stmt** state
 #else
     return sqlite3_prepare_v2(engine, sql.data(), size, statement, tail);
 #endif
+}
+
+bool isBeingCompacted(sqlite3* engine) {
+    const char* const path = sqlite3_db_filename(engine, "main");
+    return path != nullptr && *path != '\0' && ZAVCompactionMarker::isHeld(path);
 }
 
 bool isBlank(std::string_view text) noexcept {
@@ -73,7 +79,12 @@ bool ZAVConnection::fail(ZAVError error) {
 }
 
 bool ZAVConnection::failWithEngineError() {
-    return fail({ZAVErrorDomainSQLite, sqlite3_extended_errcode(engine()), sqlite3_errmsg(engine())});
+    const int status = sqlite3_extended_errcode(engine());
+    const char* const message = sqlite3_errmsg(engine());
+    return fail({ZAVErrorDomainSQLite, status,
+                 status == SQLITE_BUSY && isBeingCompacted(engine())
+                     ? message + std::string(": the database is being compacted")
+                     : message});
 }
 
 bool ZAVConnection::failBeyondBounds() {

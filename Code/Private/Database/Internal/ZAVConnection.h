@@ -17,6 +17,7 @@
 #include <ZAVEventRepository/ZAVError.h>
 
 #include "Private/Database/Internal/ZAVCheckpointGuard.h"
+#include "Private/Database/Internal/ZAVKeptOptions.h"
 #include "Private/Database/Internal/ZAVLockWait.h"
 #include "Private/Database/Internal/ZAVObserverRegistry.h"
 #include "Private/Database/Internal/ZAVSQL.h"
@@ -63,6 +64,13 @@ public:
     [[nodiscard]] const Settings& settings() const noexcept { return settings_; }
     [[nodiscard]] ZAVStatementBounds& bounds() noexcept { return bounds_; }
     [[nodiscard]] ZAVCheckpointGuard& checkpoints() noexcept { return checkpoints_; }
+    [[nodiscard]] ZAVLockWait& lockWait() noexcept { return lockWait_; }
+
+    /// What the connection was opened with; null when nobody said so.
+    [[nodiscard]] const ZAVKeptOptions* keptOptions() const noexcept { return keptOptions_.get(); }
+    void keepOptions(const FMDatabaseOptions& options) {
+        keptOptions_ = std::make_unique<const ZAVKeptOptions>(options);
+    }
 
     /// The error of the most recent call that failed.
     [[nodiscard]] const ZAVError& lastError() const noexcept { return lastError_; }
@@ -70,7 +78,8 @@ public:
     /// Stores an error as the last one. Answers false.
     bool fail(ZAVError error);
 
-    /// The same with the reason that the engine gives for its most recent failure.
+    /// The same with the reason that the engine gives for its most recent failure. Of a lock that could not
+    /// be had it says so when it is a compaction's.
     bool failWithEngineError();
 
     // Statements
@@ -246,6 +255,7 @@ private:
     ZAVCheckpointGuard checkpoints_;
     ZAVLockWait lockWait_;
     std::unique_ptr<ZAVObserverRegistry> observation_;  ///< null unless somebody watches
+    std::unique_ptr<const ZAVKeptOptions> keptOptions_;
     ZAVError lastError_;
     std::uint64_t transactionNumber_ = 0;  ///< another once the transaction that had it has ended
     bool transactionIsAbandoned_ = false;

@@ -176,6 +176,7 @@ std::unique_ptr<ZAVConnection> ZAVOpenDatabase(const std::string& path, const FM
     const ZAVStatementBounds::Charge charge(connection->bounds(), opening);
     try {
         if (configure(*connection, options)) {
+            connection->keepOptions(options);
             return connection;
         }
         if (opening.hasPassedBounds) {

@@ -23,7 +23,7 @@ int ZAVLockWait::wait(void* lockWait, int count) noexcept {
     if (count == 0) {
         self.end_ = now + self.longest_;
     }
-    if (now >= self.end_) {
+    if (now >= self.end_ || (self.isOver_ && self.isOver_())) {
         return 0;
     }
     std::this_thread::sleep_for(shortestPause * std::min(count + 1, longestPauses));

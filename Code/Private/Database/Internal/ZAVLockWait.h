@@ -1,6 +1,8 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
+#include <utility>
 
 struct sqlite3;
 
@@ -20,11 +22,16 @@ public:
     ZAVLockWait(const ZAVLockWait&) = delete;
     ZAVLockWait& operator=(const ZAVLockWait&) = delete;
 
+    /// Asks between attempts whether a wait is to end before its time.
+    /// @param isOver must not throw.
+    void setEarlyEnd(std::function<bool()> isOver) { isOver_ = std::move(isOver); }
+
 private:
     static int wait(void* lockWait, int count) noexcept;
 
     std::chrono::milliseconds longest_;
     std::chrono::steady_clock::time_point end_;
+    std::function<bool()> isOver_;
 };
 
 }  // namespace zav
