@@ -104,6 +104,7 @@ TEST(ToolCommandLine, HelpOfACommandNamesItsOptions) {
           "--id", "--seq", "--stream"}},
         {"stats", {"DATABASE", "--json"}},
         {"checkpoint", {"DATABASE", "--passive", "--truncate", "--json"}},
+        {"compact", {"DATABASE", "--json"}},
         {"disk-usage", {"DATABASE", "--tables", "--json"}},
     };
     for (const auto& [name, words] : commands) {
@@ -138,6 +139,8 @@ TEST(ToolCommandLine, AWrongCommandLineIsToldFromAFailure) {
         {"events"},
         {"stats"},
         {"checkpoint"},
+        {"compact"},
+        {"compact", database, "--truncate"},
         {"disk-usage"},
         {"disk-usage", database, "--tables", "1"},
         {"checkpoint", database, "--passive", "--truncate"},

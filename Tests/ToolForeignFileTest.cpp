@@ -44,6 +44,7 @@ const std::vector<Command> commands = {
     {"reclaim", {"--bytes", "1", "--cache", "/tmp"}},
     {"checkpoint", {}},
     {"checkpoint", {"--truncate"}},
+    {"compact", {}},
     {"disk-usage", {"--tables"}},
 };
 

@@ -333,6 +333,7 @@ TEST_F(Encryption, EveryCommandOfTheToolTakesTheKey) {
         {"transfer", "--event", "1", "--index", "0", "--status", "4"},
         {"reclaim", "--bytes", "1", "--cache", store.file("")},
         {"checkpoint", "--truncate"},
+        {"compact"},
         {"disk-usage", "--tables"},
         {"check"},
     };

@@ -15,6 +15,7 @@ struct Invocation {
 
 void addCheckCommand(CLI::App& app, Invocation& invocation);
 void addCheckpointCommand(CLI::App& app, Invocation& invocation);
+void addCompactCommand(CLI::App& app, Invocation& invocation);
 void addConversationCommand(CLI::App& app, Invocation& invocation);
 void addDeleteCommand(CLI::App& app, Invocation& invocation);
 void addDiskUsageCommand(CLI::App& app, Invocation& invocation);

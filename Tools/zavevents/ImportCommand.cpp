@@ -1,4 +1,3 @@
-#include <csignal>
 #include <new>
 #include <optional>
 #include <string>
@@ -37,10 +36,6 @@ bool isBlank(std::string_view line) {
     return line.find_first_not_of(" \t\r") == std::string_view::npos;
 }
 
-std::string nameOf(int signal) {
-    return signal == SIGINT ? "SIGINT" : signal == SIGTERM ? "SIGTERM" : "SIGHUP";
-}
-
 /// One import, from its options to its summary.
 class Import {
 public:
@@ -70,7 +65,7 @@ public:
         } catch (const ToolError& error) {
             throw ToolError(place() + "in the batch that ends here: " + error.what() + kept());
         }
-        progress_.say("zavevents: " + place() + "stopped by " + nameOf(signals_.received()) + kept());
+        progress_.say("zavevents: " + place() + "stopped by " + nameOfSignal(signals_.received()) + kept());
         return false;
     }
 

@@ -21,6 +21,15 @@ void ProgressLine::show(std::uint64_t lines) {
     }
 }
 
+void ProgressLine::showShare(double share) {
+    const int percent = static_cast<int>(share * 100);
+    if (isTerminal_ && percent != percent_) {
+        percent_ = percent;
+        std::cerr << percent << "%\r";
+        isShown_ = true;
+    }
+}
+
 void ProgressLine::say(const std::string& message) {
     erase();
     std::cerr << message + '\n';

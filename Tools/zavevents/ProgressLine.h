@@ -16,6 +16,12 @@ public:
     /// Shows now and then, on a terminal only, how many lines are done.
     void show(std::uint64_t lines);
 
+    /// Shows on a terminal how much of the work is done, from 0 to 1.
+    void showShare(double share);
+
+    /// Takes the line away.
+    void finish() { erase(); }
+
     /// Prints a message as a line of its own.
     void say(const std::string& message);
 
@@ -24,6 +30,7 @@ private:
 
     bool isTerminal_;
     bool isShown_ = false;
+    int percent_ = -1;
 };
 
 }  // namespace zavevents

@@ -7,7 +7,6 @@
 #include <atomic>
 #include <cerrno>
 #include <cstring>
-#include <string>
 
 #include "ToolError.h"
 
@@ -77,6 +76,10 @@ bool StopSignals::waitForInput(int descriptor) const {
         }
     }
     return false;
+}
+
+std::string nameOfSignal(int signal) {
+    return signal == SIGINT ? "SIGINT" : signal == SIGTERM ? "SIGTERM" : "SIGHUP";
 }
 
 void endBySignal(int signal) {

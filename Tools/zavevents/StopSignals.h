@@ -3,6 +3,7 @@
 #include <csignal>
 
 #include <array>
+#include <string>
 
 namespace zavevents {
 
@@ -28,6 +29,9 @@ private:
 
     std::array<struct sigaction, signals.size()> before_{};
 };
+
+/// The name of one of these signals.
+[[nodiscard]] std::string nameOfSignal(int signal);
 
 /// Ends the process as an unhandled signal does.
 void endBySignal(int signal);

@@ -63,7 +63,7 @@ int run(int argc, char** argv) {
           zavevents::addConversationCommand, zavevents::addParticipantSeqCommand,
           zavevents::addMessageCommand, zavevents::addMessageSeqCommand, zavevents::addTransferCommand,
           zavevents::addReclaimCommand, zavevents::addDiskUsageCommand, zavevents::addCheckpointCommand,
-          zavevents::addCheckCommand}) {
+          zavevents::addCompactCommand, zavevents::addCheckCommand}) {
         add(app, invocation);
     }
     zavevents::setExample(app, "--trace stats chat.db");

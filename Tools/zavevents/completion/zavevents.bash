@@ -3,7 +3,7 @@
 _zavevents_options() {
     case $1 in
     "") echo --help --key-file --log --trace --version ;;
-    check | stats) echo --help --json ;;
+    check | compact | stats) echo --help --json ;;
     checkpoint) echo --help --json --passive --truncate ;;
     conversation) echo --help --member --stream ;;
     delete | processed) echo --help --id ;;
@@ -90,8 +90,8 @@ _zavevents() {
     elif [[ $current == -* ]]; then
         _zavevents_words "$(_zavevents_options "$command")" "$current"
     elif [ -z "$command" ]; then
-        _zavevents_words "check checkpoint conversation delete disk-usage events import init message message-seq participant-seq parts \
-            processed reclaim sequence stats tombstone transfer" "$current"
+        _zavevents_words "check checkpoint compact conversation delete disk-usage events import init message message-seq \
+            participant-seq parts processed reclaim sequence stats tombstone transfer" "$current"
     elif ((positionals == 0)) || { ((positionals == 1)) && [ "$command" = import ]; }; then
         _zavevents_files "$current"
     fi
