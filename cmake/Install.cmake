@@ -10,6 +10,9 @@ install(TARGETS ZAVEventRepository EXPORT ZAVEventRepositoryTargets
 
 get_target_property(headers ZAVEventRepository PUBLIC_HEADERS_OF_USERS)
 install(FILES ${headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ZAVEventRepository COMPONENT development)
+if(ZAV_EXPORT_ENGINE)
+    install(FILES ${ZAV_ENGINE_SOURCE}/sqlite3.h DESTINATION ${zav_engine_header_folder} COMPONENT development)
+endif()
 
 # Who links the static library links what stands behind it; who links the shared one needs nothing else.
 get_target_property(uriparser_target ZAVEventRepository URIPARSER_TARGET)
@@ -20,6 +23,9 @@ else()
     set(pkg_config_definitions "")
     set(pkg_config_dependencies
         "Requires.private: ${zav_engine_for_pkg_config}liburiparser, spdlog, fmt\nLibs.private: -pthread${zav_engine_libraries_for_pkg_config}\n")
+endif()
+if(ZAV_EXPORT_ENGINE)
+    string(PREPEND pkg_config_definitions " -I\${includedir}/ZAVEventRepository/engine")
 endif()
 
 set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/ZAVEventRepository)

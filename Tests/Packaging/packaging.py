@@ -47,7 +47,8 @@ def run(*command, cwd=None, environment=None, succeeds=True):
 
 
 def configure(source, build, *options, succeeds=True):
-    launcher = [f"-DCMAKE_CXX_COMPILER_LAUNCHER={SETTINGS['launcher']}"] if SETTINGS["launcher"] else []
+    launcher = [f"-DCMAKE_{language}_COMPILER_LAUNCHER={SETTINGS['launcher']}" for language in ("C", "CXX")
+                if SETTINGS["launcher"]]
     return run(CMAKE, "-S", source, "-B", build, "-G", SETTINGS["generator"], f"-DCMAKE_CXX_COMPILER={COMPILER}",
                *launcher, *options, succeeds=succeeds)
 

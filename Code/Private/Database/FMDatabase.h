@@ -168,7 +168,7 @@ public:
     [[nodiscard]] std::size_t openResultSets() const noexcept;
 
     /// The engine's own connection, for what this class does not cover. It stays the handle's property. Null
-    /// where a shared library holds an engine of its own: another engine must not be given its connections.
+    /// where a shared library hides the engine inside (no `ZAV_EXPORT_ENGINE`): no other may be given it.
     [[nodiscard]] sqlite3* sqliteHandle() const noexcept;
 
     /// For the library's own use: what the handle works through.
