@@ -34,9 +34,13 @@ bool measureFiles(FMDatabase& database, ZAVDiskUsage& usage, ZAVError* error) {
 }
 
 bool countPages(FMDatabase& database, ZAVDiskUsage& usage, ZAVError* error) {
-    for (const auto& [statement, number] : {std::pair("PRAGMA page_size", &ZAVDiskUsage::pageSize),
-                                            std::pair("PRAGMA page_count", &ZAVDiskUsage::pages),
-                                            std::pair("PRAGMA freelist_count", &ZAVDiskUsage::freePages)}) {
+    struct Figure {
+        ZAVSQL statement;
+        std::int64_t ZAVDiskUsage::*number;
+    };
+    for (const auto& [statement, number] : {Figure{"PRAGMA page_size", &ZAVDiskUsage::pageSize},
+                                            Figure{"PRAGMA page_count", &ZAVDiskUsage::pages},
+                                            Figure{"PRAGMA freelist_count", &ZAVDiskUsage::freePages}}) {
         const auto value = readNumber(database, error, statement);
         if (!value) {
             return false;
