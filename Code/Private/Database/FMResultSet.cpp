@@ -14,7 +14,7 @@ namespace zav {
 FMResultSet::FMResultSet(ZAVConnection& connection, ZAVStatement& statement) noexcept
     : connection_(&connection), statement_(&statement) {
     statement_->cursor = this;
-    statement_->openedAt = ZAVCoarseClock::now();
+    statement_->openedAt.note();
 }
 
 FMResultSet::FMResultSet(FMResultSet&& other) noexcept {

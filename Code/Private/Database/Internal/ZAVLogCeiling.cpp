@@ -33,7 +33,7 @@ const ZAVStatement* oldestReader(const ZAVStatementCache& statements) noexcept {
     const ZAVStatement* oldest = nullptr;
     statements.forEachLent([&](const ZAVStatement& statement) {
         if (statement.cursor != nullptr && sqlite3_stmt_busy(statement.handle()) != 0 &&
-            (oldest == nullptr || statement.openedAt < oldest->openedAt)) {
+            (oldest == nullptr || statement.openedAt.isBefore(oldest->openedAt))) {
             oldest = &statement;
         }
     });
@@ -93,12 +93,10 @@ int ZAVLogCeiling::waitForReaders(ZAVCheckpointGuard& guard, const char* schema)
 
 void ZAVLogCeiling::reportOwnReader(sqlite3* connection, int pages) const noexcept {
     if (const ZAVStatement* const cursor = oldestReader(statements_)) {
-        const auto age =
-            std::chrono::duration_cast<std::chrono::milliseconds>(ZAVCoarseClock::now() - cursor->openedAt);
         reportGrowth(__LINE__,
                      "The write-ahead log has %d pages and grows beyond its ceiling of %d: a cursor of this "
                      "handle, open for %lld ms, reads from it: %@",
-                     pages, pages_, static_cast<std::int64_t>(age.count()), cursor->sql());
+                     pages, pages_, static_cast<std::int64_t>(cursor->openedAt.age().count()), cursor->sql());
         return;
     }
     sqlite3_stmt* statement = nullptr;

@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-#include "Private/Database/Internal/ZAVCoarseClock.h"
+#include "Private/Database/Internal/ZAVCoarseMoment.h"
 #include "Private/Database/Internal/ZAVSQL.h"
 #include "Private/Database/Internal/ZAVStatementBounds.h"
 
@@ -79,7 +79,7 @@ public:
     FMResultSet* cursor = nullptr;
 
     /// When that cursor was opened.
-    ZAVCoarseClock::time_point openedAt;
+    ZAVCoarseMoment openedAt;
 
     /// What the present run may use.
     ZAVStatementRun run;
