@@ -157,8 +157,7 @@ bool ZAVConnection::isShortEnough(std::string_view sql) {
                      std::to_string(longest)});
 }
 
-bool ZAVConnection::bindBytes(ZAVStatement& statement, int position, const FMParameter& value,
-                              Bytes bytes) {
+bool ZAVConnection::bindBytes(ZAVStatement& statement, int position, const FMParameter& value, Bytes bytes) {
     statement.noteBytesAt(position);
     const void* content = value.bytes() == nullptr ? "" : value.bytes();
     sqlite3_destructor_type lifetime = SQLITE_STATIC;

@@ -17,11 +17,11 @@ void storeLastError(const FMDatabase& database, ZAVError* error);
 /// @return a cursor before the first row; none on failure, with the reason in `error`.
 template <class... Values>
 [[nodiscard]] inline std::optional<FMResultSet> runQuery(FMDatabase& database, ZAVError* error,
-                                                         ZAVSQL statement,
-                                                         const Values&... values) {
+                                                         ZAVSQL statement, const Values&... values) {
     ZAVConnection& connection = database.connection();
-    auto rows = connection.query(connection.lendWithValues(statement, ZAVConnection::Bytes::copied, values...),
-                                 ZAVConnection::Reach::bounded);
+    auto rows =
+        connection.query(connection.lendWithValues(statement, ZAVConnection::Bytes::copied, values...),
+                         ZAVConnection::Reach::bounded);
     if (!rows) [[unlikely]] {
         ZAVStoreError(error, connection.lastError());
     }
@@ -31,8 +31,7 @@ template <class... Values>
 /// Runs a bounded update.
 /// @return whether it succeeded; if not, the reason is in `error`.
 template <class... Values>
-inline bool runUpdate(FMDatabase& database, ZAVError* error, ZAVSQL statement,
-                      const Values&... values) {
+inline bool runUpdate(FMDatabase& database, ZAVError* error, ZAVSQL statement, const Values&... values) {
     ZAVConnection& connection = database.connection();
     const bool succeeded =
         connection.update(connection.lendWithValues(statement, ZAVConnection::Bytes::referredTo, values...),
@@ -46,8 +45,8 @@ inline bool runUpdate(FMDatabase& database, ZAVError* error, ZAVSQL statement,
 /// The number in the first column of a query's first row; none when there is no row, when the column is NULL,
 /// and on failure, with the reason in `error`.
 template <class... Values>
-[[nodiscard]] std::optional<std::int64_t> readNumber(FMDatabase& database, ZAVError* error,
-                                                     ZAVSQL statement, const Values&... values) {
+[[nodiscard]] std::optional<std::int64_t> readNumber(FMDatabase& database, ZAVError* error, ZAVSQL statement,
+                                                     const Values&... values) {
     auto rows = runQuery(database, error, statement, values...);
     if (!rows || !rows->nextWithError(error) || rows->columnIndexIsNull(0)) {
         return std::nullopt;

@@ -98,8 +98,8 @@ ZAVEventRepository::eventContentsHavingExpiredDownloadURLsWithAutoDownloadMIMETy
                 ? ZAVStringWithFormat(expiredDownloadsOfTypes, quotedList(*autodownloadMIMETypes))
                 : std::string();
         return runQuery(database(), &outError,
-                        autodownloadMIMETypes ? ZAVSQL(ofTypes) : ZAVSQL(expiredDownloadsOfAnyType),
-                        ZAVNow(), ZAVContentTransferDownloading, ZAVContentTransferReadyForDownload,
+                        autodownloadMIMETypes ? ZAVSQL(ofTypes) : ZAVSQL(expiredDownloadsOfAnyType), ZAVNow(),
+                        ZAVContentTransferDownloading, ZAVContentTransferReadyForDownload,
                         ZAVContentTransferReadyForDownload, static_cast<std::uint32_t>(autodownloadMaxSize),
                         limit);
     });

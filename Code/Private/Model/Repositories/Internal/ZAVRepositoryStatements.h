@@ -26,16 +26,16 @@ inline void storeUnusableRow(ZAVError* error) {
 
 /// The row that a query finds; none when there is none, and on failure, with the reason in `error`.
 template <class... Values>
-std::optional<ZAVDatabaseIdentifier> readRow(FMDatabase& database, ZAVError* error,
-                                             ZAVSQL statement, const Values&... values) {
+std::optional<ZAVDatabaseIdentifier> readRow(FMDatabase& database, ZAVError* error, ZAVSQL statement,
+                                             const Values&... values) {
     const auto row = readNumber(database, error, statement, values...);
     return row && isUsableRow(*row, error) ? row : std::nullopt;
 }
 
 /// The row that an insertion makes; none on failure, with the reason in `error`.
 template <class... Values>
-std::optional<ZAVDatabaseIdentifier> insertRow(FMDatabase& database, ZAVError* error,
-                                               ZAVSQL statement, const Values&... values) {
+std::optional<ZAVDatabaseIdentifier> insertRow(FMDatabase& database, ZAVError* error, ZAVSQL statement,
+                                               const Values&... values) {
     const bool succeeded =
         runUpdate(database, error, statement, values...) && isUsableRow(database.lastInsertRowId(), error);
     return succeeded ? std::optional(database.lastInsertRowId()) : std::nullopt;
@@ -44,8 +44,8 @@ std::optional<ZAVDatabaseIdentifier> insertRow(FMDatabase& database, ZAVError* e
 /// The row that `select` finds by `key`, or else the one that `insert` makes of it; none on failure, with the
 /// reason in `error`.
 template <class Key>
-std::optional<ZAVDatabaseIdentifier> findOrInsert(FMDatabase& database, ZAVError* error,
-                                                  ZAVSQL select, ZAVSQL insert, Key key) {
+std::optional<ZAVDatabaseIdentifier> findOrInsert(FMDatabase& database, ZAVError* error, ZAVSQL select,
+                                                  ZAVSQL insert, Key key) {
     ZAVError failure;
     auto row = readRow(database, &failure, select, key);
     if (!row && !failure) {
