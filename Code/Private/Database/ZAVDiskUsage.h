@@ -15,10 +15,10 @@ enum class ZAVDiskUsageDetail {
 
 /// What one table or index takes of a database.
 struct ZAVTableDiskUsage {
-    std::string name;   ///< as the file has it, whoever wrote it
-    std::string table;  ///< that an index is on; the name itself for a table
-    bool isIndex = false;
-    std::int64_t pages = 0;
+    std::string name;              ///< as the file has it, whoever wrote it
+    std::string table;             ///< that an index is on; the name itself for a table
+    bool isIndex = false;          ///< and not a table
+    std::int64_t pages = 0;        ///< that it stands in
     std::int64_t bytes = 0;        ///< of those pages
     std::int64_t unusedBytes = 0;  ///< of them those that nothing stands in
 };
