@@ -48,7 +48,7 @@ bool skip(std::string_view& text, Places place) noexcept {
 }
 
 bool isAbsolute(std::string_view text) noexcept {
-    if (!isLetter(text.front()) || !skip(text, inScheme) || !text.starts_with("://")) {
+    if (text.empty() || !isLetter(text.front()) || !skip(text, inScheme) || !text.starts_with("://")) {
         return false;
     }
     text.remove_prefix(3);
@@ -65,15 +65,12 @@ bool isAbsolute(std::string_view text) noexcept {
 }
 
 bool isRelative(std::string_view text) noexcept {
-    return text.front() != '/' && skip(text, inRelativePath) && text.empty();
+    return !text.starts_with('/') && skip(text, inRelativePath) && text.empty();
 }
 
 }  // namespace
 
 ZAVReferenceForm ZAVFormOfPlainReference(std::string_view text) noexcept {
-    if (text.empty()) {
-        return ZAVReferenceForm::unknown;
-    }
     if (isAbsolute(text)) {
         return ZAVReferenceForm::absolute;
     }
