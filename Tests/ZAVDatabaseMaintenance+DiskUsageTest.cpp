@@ -138,7 +138,8 @@ TEST_F(DiskUsage, OfTheTablesIsNotToldByAnEngineThatCannot) {
     if (engineTellsOfTables()) {
         GTEST_SKIP() << "this engine has dbstat";
     }
-    const ZAVDiskUsage usage = measured(openStore(), ZAVDiskUsageDetail::tables);
+    const auto database = openStore();
+    const ZAVDiskUsage usage = measured(database, ZAVDiskUsageDetail::tables);
     EXPECT_FALSE(usage.tables);
     EXPECT_EQ(usage.fileBytes, sizeOf(path()));
 }
