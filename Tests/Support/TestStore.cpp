@@ -26,8 +26,9 @@ std::string columnText(sqlite3_stmt* statement, int column) {
         case SQLITE_BLOB: {
             const auto* const bytes =
                 static_cast<const unsigned char*>(sqlite3_column_blob(statement, column));
+            const int size = sqlite3_column_bytes(statement, column);
             std::string hexadecimal = "X'";
-            for (int index = 0; index < sqlite3_column_bytes(statement, column); ++index) {
+            for (int index = 0; index < size; ++index) {
                 hexadecimal += digits[bytes[index] >> 4];
                 hexadecimal += digits[bytes[index] & 0x0F];
             }
