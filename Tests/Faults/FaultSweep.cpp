@@ -10,11 +10,14 @@
 #include <set>
 #include <stdexcept>
 
+#include "Faults/FaultyAllocator.h"
+#include "Faults/FaultyFileSystem.h"
 #include "Operations/Description.h"
 #include "Operations/FilledStore.h"
 #include "Support/DatabaseHandles.h"
 #include "Support/LogCapture.h"
 #include "Support/TemporaryDirectory.h"
+#include "Support/TestEffort.h"
 
 namespace zav::test {
 namespace {
@@ -176,21 +179,6 @@ void expectSound(const std::string& path, const FMDatabaseOptions& options, cons
         << "another connection sees other rows " << when;
 }
 
-/// Calls `round` with 1 and on by `step`, until it answers that the fault was not met.
-template <class RunRound>
-void forEachFault(const std::string& subject, const FaultInjector& injector, const FMDatabaseOptions& options,
-                  bool fromThenOn, int step, const RunRound& runRound) {
-    for (int number = 1; number < mostCalls; number += step) {
-        SCOPED_TRACE(subject + " with " + injector.name + " failing at call " + std::to_string(number) +
-                     (fromThenOn ? " and from then on" : "") +
-                     (options.writeAheadLog ? "" : ", without write-ahead log"));
-        if (!runRound(number) || testing::Test::HasFailure()) {
-            return;  // through without the fault; or one broken round, which tells enough
-        }
-    }
-    ADD_FAILURE() << subject << " does not come to an end";
-}
-
 class Round {
 public:
     Round(const Operation& operation, const Expectation& expectation, const FMDatabaseOptions& options)
@@ -284,6 +272,19 @@ private:
 
 }  // namespace
 
+void forEachFault(const std::string& subject, const FaultInjector& injector, const FMDatabaseOptions& options,
+                  bool fromThenOn, int step, const std::function<bool(int number)>& runRound) {
+    for (int number = 1; number < mostCalls; number += step) {
+        SCOPED_TRACE(subject + " with " + injector.name + " failing at call " + std::to_string(number) +
+                     (fromThenOn ? " and from then on" : "") +
+                     (options.writeAheadLog ? "" : ", without write-ahead log"));
+        if (!runRound(number) || testing::Test::HasFailure()) {
+            return;  // through without the fault; or one broken round, which tells enough
+        }
+    }
+    ADD_FAILURE() << subject << " does not come to an end";
+}
+
 SweepTally& SweepTally::operator+=(const SweepTally& other) {
     faults += other.faults;
     reported += other.reported;
@@ -352,6 +353,51 @@ SweepTally sweepOpening(bool exists, const FaultInjector& injector, const FMData
         }
         return true;
     });
+    return tally;
+}
+
+SweepTally sweepEveryFileCall(const Sweep& sweep) {
+    constexpr FileCall everyFileCall[] = {FileCall::open,     FileCall::read,   FileCall::write,
+                                          FileCall::truncate, FileCall::sync,   FileCall::fileSize,
+                                          FileCall::lock,     FileCall::remove, FileCall::sharedMemory};
+    FaultyFileSystem files;
+    FMDatabaseOptions withLog;
+    withLog.vfs = FaultyFileSystem::name;
+    withLog.busyTimeout = std::chrono::milliseconds(0);
+    withLog.pageCacheKiB = 16;  // so small that the operations have to come back to the file
+    FMDatabaseOptions withCheckpoints = withLog;
+    withCheckpoints.writeAheadLogPages = 1;
+    FMDatabaseOptions withJournal = withLog;
+    withJournal.writeAheadLog = false;
+
+    SweepTally tally;
+    for (const FMDatabaseOptions& options : {withLog, withCheckpoints, withJournal}) {
+        for (const FileCall call : everyFileCall) {
+            const FaultInjector injector{
+                std::string(nameOf(call)),
+                [&](int number, bool fromThenOn) { files.fail(call, number, fromThenOn); },
+                [&] { files.heal(); }, [&] { return files.failures(); }};
+            for (const bool fromThenOn : {false, true}) {
+                tally += sweep(injector, options, fromThenOn, stride(1, 1));
+            }
+        }
+    }
+    EXPECT_GT(tally.faults, 0) << "no fault was ever met";
+    return tally;
+}
+
+SweepTally sweepEveryRequestForMemory(const Sweep& sweep) {
+    const FaultInjector memory{"memory", FaultyAllocator::fail, FaultyAllocator::heal,
+                               FaultyAllocator::failures};
+    const FaultyFileSystem files;  // none of its calls fail; it is used because it waits for no device
+    FMDatabaseOptions options;
+    options.vfs = FaultyFileSystem::name;
+    options.busyTimeout = std::chrono::milliseconds(0);
+    SweepTally tally;
+    for (const bool fromThenOn : {false, true}) {
+        tally += sweep(memory, options, fromThenOn, stride(4, 1));
+    }
+    EXPECT_GT(tally.faults, 0) << "no fault was ever met";
     return tally;
 }
 

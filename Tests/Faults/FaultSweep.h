@@ -21,6 +21,11 @@ struct FaultInjector {
     std::function<int()> failures;
 };
 
+/// Calls `runRound` with 1, and on by `step`, until it answers that the fault was not met, or a test fails.
+/// `subject` is what test failures name.
+void forEachFault(const std::string& subject, const FaultInjector& injector, const FMDatabaseOptions& options,
+                  bool fromThenOn, int step, const std::function<bool(int number)>& runRound);
+
 /// What became of the faults.
 struct SweepTally {
     int faults = 0;    ///< rounds in which the fault was met
@@ -47,5 +52,16 @@ SweepTally sweep(const Operation& operation, const FaultInjector& injector, cons
 /// could not be opened can be opened when the fault is gone, and holds what it held.
 SweepTally sweepOpening(bool exists, const FaultInjector& injector, const FMDatabaseOptions& options,
                         bool fromThenOn, int step);
+
+/// One of the sweeps above, or another.
+using Sweep =
+    std::function<SweepTally(const FaultInjector&, const FMDatabaseOptions&, bool fromThenOn, int step)>;
+
+/// Sweeps over every kind of call to the file system, with each way of writing: through the log, through a
+/// log that is folded into the file at every commit, and with a journal.
+SweepTally sweepEveryFileCall(const Sweep& sweep);
+
+/// Sweeps over the engine's requests for memory: over all of them at length, over some of them ordinarily.
+SweepTally sweepEveryRequestForMemory(const Sweep& sweep);
 
 }  // namespace zav::test

@@ -20,28 +20,11 @@
 namespace zav::test {
 namespace {
 
-/// Sweeps over the engine's requests for memory: over all of them at length, over some of them ordinarily.
-template <class Sweep>
-SweepTally sweepEveryRequest(const Sweep& sweep) {
-    const FaultInjector memory{"memory", FaultyAllocator::fail, FaultyAllocator::heal,
-                               FaultyAllocator::failures};
-    const FaultyFileSystem files;  // none of its calls fail; it is used because it waits for no device
-    FMDatabaseOptions options;
-    options.vfs = FaultyFileSystem::name;
-    options.busyTimeout = std::chrono::milliseconds(0);
-    SweepTally tally;
-    for (const bool fromThenOn : {false, true}) {
-        tally += sweep(memory, options, fromThenOn, stride(4, 1));
-    }
-    EXPECT_GT(tally.faults, 0) << "no fault was ever met";
-    return tally;
-}
-
 class MemoryFaults : public TestWithOperation {};
 
 TEST_P(MemoryFaults, AreReportedOrWithoutEffectAndNothingStoredIsLost) {
     const SweepTally tally =
-        sweepEveryRequest([](const auto& memory, const auto& options, bool fromThenOn, int step) {
+        sweepEveryRequestForMemory([](const auto& memory, const auto& options, bool fromThenOn, int step) {
             return sweep(operation(), memory, options, fromThenOn, step);
         });
     reportSweep("memory faults in " + operation().name + ": " + tally.description());
@@ -51,7 +34,7 @@ INSTANTIATE_TEST_SUITE_P(In, MemoryFaults, testing::ValuesIn(entriesOf(everyOper
 
 TEST(MemoryFaultsInOpening, LeaveAStoreThatCanBeOpenedAndHoldsWhatItHeld) {
     const SweepTally tally =
-        sweepEveryRequest([](const auto& memory, const auto& options, bool fromThenOn, int step) {
+        sweepEveryRequestForMemory([](const auto& memory, const auto& options, bool fromThenOn, int step) {
             return sweepOpening(true, memory, options, fromThenOn, step);
         });
     reportSweep("memory faults in opening a store: " + tally.description());
@@ -59,7 +42,7 @@ TEST(MemoryFaultsInOpening, LeaveAStoreThatCanBeOpenedAndHoldsWhatItHeld) {
 
 TEST(MemoryFaultsInOpening, LeaveAFileInWhichAStoreCanBeMade) {
     const SweepTally tally =
-        sweepEveryRequest([](const auto& memory, const auto& options, bool fromThenOn, int step) {
+        sweepEveryRequestForMemory([](const auto& memory, const auto& options, bool fromThenOn, int step) {
             return sweepOpening(false, memory, options, fromThenOn, step);
         });
     reportSweep("memory faults in making a store: " + tally.description());
