@@ -11,6 +11,7 @@
 
 #include "Binding.h"
 #include "Connection.h"
+#include "StatementBinder.h"
 
 namespace zav::bench {
 namespace {
@@ -90,7 +91,7 @@ public:
 
     template <class... Values>
     void insert(sqlite3_stmt* statement, const Values&... values) {
-        const Binder binder{statement};
+        const StatementBinder binder{statement};
         bindValues(binder, values...);
         const int status = sqlite3_step(statement);
         sqlite3_reset(statement);
@@ -100,22 +101,6 @@ public:
     }
 
 private:
-    struct Binder {
-        sqlite3_stmt* statement;
-
-        void null(int position, Kind) const { sqlite3_bind_null(statement, position); }
-        void integer(int position, std::int64_t value) const {
-            sqlite3_bind_int64(statement, position, value);
-        }
-        void real(int position, double value) const { sqlite3_bind_double(statement, position, value); }
-        void text(int position, const std::string& value) const {
-            sqlite3_bind_text(statement, position, value.data(), static_cast<int>(value.size()), nullptr);
-        }
-        void blob(int position, const void* bytes, std::size_t size) const {
-            sqlite3_bind_blob(statement, position, bytes, static_cast<int>(size), nullptr);
-        }
-    };
-
     void run(const std::string& script) { execute(connection_, script); }
 
     /// An index that is built at the end is built by one sort.
@@ -216,7 +201,7 @@ void fill(Writer& writer, const StoreShape& shape) {
         "INSERT INTO synced_changes (table_name, row_identifier, change_type) VALUES ('events', ?, 0)");
     auto* const value = writer.prepare("INSERT INTO keyed_values_remote VALUES (?, 'event', 0, ?, ?, NULL)");
 
-    const std::size_t streams = std::max<std::size_t>(1, shape.events / eventsOfAStream);
+    const std::size_t streams = streamsOf(shape);
     for (std::size_t number = 0; number < streams; ++number) {
         writer.insert(stream, number + 1, streamUUID(number), eventsOfAStream);
     }
@@ -256,18 +241,11 @@ void fill(Writer& writer, const StoreShape& shape) {
     }
 }
 
-template <class T, class Make>
-std::vector<T> collect(std::size_t count, const Make& make) {
-    std::vector<T> items;
-    for (std::size_t index = 0; items.size() < count; ++index) {
-        if (std::optional<T> item = make(scatter(index))) {
-            items.push_back(std::move(*item));
-        }
-    }
-    return items;
-}
-
 }  // namespace
+
+std::size_t streamsOf(const StoreShape& shape) {
+    return std::max<std::size_t>(1, shape.events / eventsOfAStream);
+}
 
 void makeStore(const std::string& path, const StoreShape& shape) {
     std::filesystem::remove(path);
@@ -286,7 +264,7 @@ ZAVSet<ZAVTEvent> makeEvents(const EventShape& shape, std::size_t count, std::si
         const std::size_t number = generation * count + index;
         auto event = std::make_shared<ZAVEvent>();
         event->set_type(EventType_MESSAGE);
-        event->set_stream_id(ZAVDataFromUUID(streamUUID(0)));
+        event->set_stream_id(ZAVDataFromUUID(streamUUID(scatter(number) % shape.streams)));
         event->set_client_id(ZAVDataFromUUID(uuidOf(0, number)));
         event->set_seq(static_cast<ZAVSequence>(1'000'000 + number));
         event->set_preceding_seq(static_cast<ZAVSequence>(number));
@@ -322,7 +300,7 @@ ZAVSet<ZAVTEvent> makeEvents(const EventShape& shape, std::size_t count, std::si
     return events;
 }
 
-Samples takeSamples(const std::string& path, std::size_t count) {
+Samples takeSamples(const std::string& path, std::size_t count, std::uint64_t draw) {
     FMDatabaseOptions options;
     options.access = FMDatabaseOptions::Access::readOnly;
     const auto database = FMDatabase::databaseWithPath(path, options);
@@ -333,6 +311,15 @@ Samples takeSamples(const std::string& path, std::size_t count) {
     const std::uint64_t events = highest("events");
     const std::uint64_t parts = highest("event_content_parts");
     const std::uint64_t messages = highest("messages");
+    // Far enough apart for the numbers that find nothing.
+    const std::uint64_t first = draw * 100 * count;
+    const auto collect = [&]<class T>(std::vector<T>& items, const auto& make) {
+        for (std::uint64_t number = first; items.size() < count; ++number) {
+            if (std::optional<T> item = make(scatter(number))) {
+                items.push_back(std::move(*item));
+            }
+        }
+    };
     const auto upTo = [](std::uint64_t last) {
         return [last](std::uint64_t random) {
             return std::optional(static_cast<ZAVDatabaseIdentifier>(random % last + 1));
@@ -340,13 +327,13 @@ Samples takeSamples(const std::string& path, std::size_t count) {
     };
 
     Samples samples;
-    samples.eventRows = collect<ZAVDatabaseIdentifier>(count, upTo(events));
-    samples.partRows = collect<ZAVDatabaseIdentifier>(count, upTo(parts));
-    samples.messageParts = collect<std::shared_ptr<ZAVMessagePart>>(count, [&](std::uint64_t random) {
+    collect(samples.eventRows, upTo(events));
+    collect(samples.partRows, upTo(parts));
+    collect(samples.messageParts, [&](std::uint64_t random) {
         return std::optional(std::make_shared<ZAVMessagePart>(
             std::make_shared<ZAVMessage>(*upTo(messages)(random)), std::uint64_t{0}));
     });
-    samples.positions = collect<Samples::Position>(count, [&](std::uint64_t random) {
+    collect(samples.positions, [&](std::uint64_t random) {
         auto rows = database->executeQuery(
             "SELECT events.seq, streams.stream_id FROM events JOIN streams ON streams.database_identifier = "
             "events.stream_database_identifier WHERE events.database_identifier = ? AND events.seq IS NOT NULL",
@@ -364,17 +351,17 @@ Samples takeSamples(const std::string& path, std::size_t count) {
                 condition,
             *upTo(parts)(random));
     };
-    samples.eventsOfParts = collect<ZAVDatabaseIdentifier>(count, [&](std::uint64_t random) {
+    collect(samples.eventsOfParts, [&](std::uint64_t random) {
         auto rows = part("event_content_part_id = 0", random);
         return rows->next() ? std::optional(rows->longLongIntForColumnIndex(1)) : std::nullopt;
     });
-    samples.objectIdentifiers = collect<ZAVURL>(count, [&](std::uint64_t random) {
+    collect(samples.objectIdentifiers, [&](std::uint64_t random) {
         auto rows = part("event_content_part_id = 0", random);
         return rows->next() ? std::optional(ZAVMakeMessagePartObjectIdentifier(
                                   *ZAVUUIDFromData(rows->dataForColumnIndex(2)), 0))
                             : std::nullopt;
     });
-    samples.externalURLs = collect<ZAVURL>(count, [&](std::uint64_t random) {
+    collect(samples.externalURLs, [&](std::uint64_t random) {
         auto rows = part("url IS NOT NULL", random);
         return rows->next() ? ZAVURL::URLWithString(*rows->stringForColumnIndex(0)) : std::nullopt;
     });

@@ -25,17 +25,21 @@ struct StoreShape {
     std::size_t incompleteEvery = 100;
 };
 
+/// How many streams a store of that shape has. None has more than 200 events or so.
+std::size_t streamsOf(const StoreShape& shape);
+
 /// Makes a database file with the library's schema: events of all kinds in streams of 200, most of them
 /// messages with one to three parts, some with metadata. The same shape gives the same file.
 void makeStore(const std::string& path, const StoreShape& shape);
 
-/// What a new event consists of.
+/// What a new event consists of, and among how many of the store's streams such events are scattered.
 struct EventShape {
     std::size_t parts = 1;
     bool metadata = false;
+    std::size_t streams = 1;
 };
 
-/// `count` new events in one of the store's streams. `generation` tells the events of one call from those of
+/// `count` new events. `generation` tells the events of one call from those of
 /// another.
 ZAVSet<ZAVTEvent> makeEvents(const EventShape& shape, std::size_t count, std::size_t generation);
 
@@ -55,6 +59,7 @@ struct Samples {
     std::vector<ZAVURL> externalURLs;
 };
 
-Samples takeSamples(const std::string& path, std::size_t count);
+/// `count` keys of each kind. Another `draw` gives other keys.
+Samples takeSamples(const std::string& path, std::size_t count, std::uint64_t draw = 0);
 
 }  // namespace zav::bench
