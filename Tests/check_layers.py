@@ -10,7 +10,8 @@ import re
 import sys
 
 LAYERS = [["Private/Foundation"], ["Private/Logging"], ["Private/Database"], ["Messaging", "."],
-          ["Private/Model/Querying", "Private/Model/Synchronization"], ["Private/Model/Repositories"]]
+          ["Private/Model/Querying", "Private/Model/Synchronization"], ["Private/Model/Repositories"],
+          ["Store"]]
 RANK = {folder: rank for rank, folders in enumerate(LAYERS) for folder in folders}
 INTERNAL = "Internal"
 # Made by the build, from what stands beside the public records.

@@ -68,7 +68,7 @@ ZAVStatement* FMDatabase::statementWithArguments(std::string_view sql, Bytes byt
 }
 
 ZAVStatement* FMDatabase::lend(std::string_view sql, std::size_t valueCount) {
-    return connection_->lend(sql, valueCount);
+    return connection_->mayControlTransactions(sql) ? connection_->lend(sql, valueCount) : nullptr;
 }
 
 bool FMDatabase::bindInteger(ZAVStatement& statement, int position, std::int64_t value) {
@@ -122,7 +122,9 @@ bool FMDatabase::inTransaction() const noexcept {
 }
 
 void FMDatabase::rollback() {
-    connection_->endTransaction();
+    if (connection_->mayControlTransactions()) {
+        connection_->endTransaction();
+    }
 }
 
 void FMDatabase::setStatementObserver(FMStatementObserver observer) {

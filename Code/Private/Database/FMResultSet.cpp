@@ -40,7 +40,7 @@ void FMResultSet::adopt(FMResultSet& other) noexcept {
 
 bool FMResultSet::nextWithError(ZAVError* error) {
     if (statement_ == nullptr) {
-        return false;
+        return connection_ != nullptr ? false : failAsExpired(error);
     }
     switch (connection_->step(*statement_)) {
         case SQLITE_ROW:
@@ -61,7 +61,21 @@ void FMResultSet::close() noexcept {
     static_cast<void>(giveBack());
 }
 
+void FMResultSet::expire() noexcept {
+    close();
+    connection_ = nullptr;
+}
+
+bool FMResultSet::failAsExpired(ZAVError* error) {
+    ZAVStoreError(error, {ZAVErrorDomainDatabase, ZAVDatabaseErrorCursorOutlivedItsWork,
+                          "the cursor was kept beyond the work that it was opened in, and is closed"});
+    return false;
+}
+
 bool FMResultSet::closeWithError(ZAVError* error) {
+    if (connection_ == nullptr) {
+        return failAsExpired(error);
+    }
     const bool isWithinBounds = statement_ == nullptr || !statement_->run.isBounded ||
                                 connection_->bounds().isWithinBounds(statement_->run);
     if (giveBack() == SQLITE_OK && isWithinBounds) {

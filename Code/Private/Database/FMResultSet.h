@@ -49,6 +49,10 @@ public:
     /// Gives the statement back. Doing so twice does no harm.
     void close() noexcept;
 
+    /// For the library's own use: closes the cursor and takes the handle from it, which may be another
+    /// thread's from now on. Whoever goes on using the cursor is told so.
+    void expire() noexcept;
+
     /// As `close`, for a caller who leaves before the end: false when memory ran out while a value of the
     /// current row was being converted. What was read from that row is then not what is stored; the reason
     /// is in `error`, if given, and the handle's last error. At the end, `nextWithError` tells the same.
@@ -93,11 +97,12 @@ public:
 private:
     void adopt(FMResultSet& other) noexcept;
     [[nodiscard]] int giveBack() noexcept;
+    static bool failAsExpired(ZAVError* error);
     [[nodiscard]] int indexForColumn(std::string_view name) const;
 
-    ZAVConnection* connection_ = nullptr;
-    ZAVStatement* statement_ = nullptr;  ///< null once closed
-    sqlite3_stmt* row_ = nullptr;        ///< the statement while it stands on a row
+    ZAVConnection* connection_ = nullptr;  ///< null once expired
+    ZAVStatement* statement_ = nullptr;    ///< null once closed
+    sqlite3_stmt* row_ = nullptr;          ///< the statement while it stands on a row
 };
 
 }  // namespace zav

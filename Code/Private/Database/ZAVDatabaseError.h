@@ -32,6 +32,9 @@ enum ZAVDatabaseErrorCode : int {
     ZAVDatabaseErrorCannotCompact = 16,  ///< the handle is in use, only reads, or has no file of its own
     ZAVDatabaseErrorNoSpace = 17,        ///< a file system has too little space for what was to be done
     ZAVDatabaseErrorCancelled = 18,      ///< the caller had it end
+    ZAVDatabaseErrorTransactionOfAnother =
+        19,  ///< a statement would begin or end a transaction that is not its caller's to end
+    ZAVDatabaseErrorCursorOutlivedItsWork = 20,  ///< a cursor was used after the work that opened it
 };
 
 }  // namespace zav

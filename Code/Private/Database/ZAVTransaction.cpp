@@ -8,7 +8,7 @@ namespace zav {
 
 std::optional<ZAVTransaction> ZAVTransaction::begin(FMDatabase& database, ZAVError* error) {
     ZAVConnection& connection = database.connection();
-    const auto number = connection.beginTransaction();
+    const auto number = connection.mayControlTransactions() ? connection.beginTransaction() : std::nullopt;
     if (!number) {
         ZAVStoreError(error, connection.lastError());
         return std::nullopt;

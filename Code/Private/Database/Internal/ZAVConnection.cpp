@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "Private/Database/Internal/ZAVCompactionMarker.h"
+#include "Private/Database/Internal/ZAVSavepointStatement.h"
 #include "Private/Database/Internal/ZAVWatchedCount.h"
 
 namespace zav {
@@ -67,7 +68,7 @@ ZAVConnection::~ZAVConnection() {
 }
 
 void ZAVConnection::close() noexcept {
-    statements_.closeCursors();
+    statements_.closeCursors(&FMResultSet::close);
     observation_.reset();
     statements_.clear();
     engine_.reset();
@@ -239,7 +240,7 @@ void ZAVConnection::discardFailed(ZAVStatement& statement) {
 }
 
 bool ZAVConnection::runScript(const std::string& script) {
-    if (!leaveAbandonedTransaction() || !isReadable(script)) {
+    if ((isBlocked_ && !unblock()) || !isReadable(script)) {
         return false;
     }
     const auto start = std::chrono::steady_clock::now();
@@ -271,6 +272,9 @@ bool ZAVConnection::runStatements(const char* script) {
 }
 
 bool ZAVConnection::runToEnd(sqlite3_stmt* statement) {
+    if (!mayControlTransactions(sqlite3_sql(statement))) {
+        return false;
+    }
     const auto changes = observation_ == nullptr ? nullptr : observation_->changes;
     std::size_t changesBefore = 0;
     int status = SQLITE_ROW;
@@ -302,7 +306,7 @@ bool ZAVConnection::isInTransaction() const noexcept {
 
 void ZAVConnection::endTransaction() noexcept {
     // The engine undoes the transaction by itself after some failures; there is then nothing left to do.
-    transactionIsAbandoned_ = false;
+    isBlocked_ = false;
     if (!isInTransaction()) {
         return;
     }
@@ -311,15 +315,30 @@ void ZAVConnection::endTransaction() noexcept {
     } catch (const std::bad_alloc&) {
         lastError_ = {ZAVErrorDomainSQLite, SQLITE_NOMEM, "out of memory"};  // short enough to need none
     }
-    transactionIsAbandoned_ = isInTransaction();
+    isBlocked_ = isHeld_ || isInTransaction();
 }
 
-/// What is written into an abandoned transaction would be acknowledged, and lost.
-bool ZAVConnection::leaveAbandonedTransaction() noexcept {
-    if (transactionIsAbandoned_) {
+/// What is written into an abandoned transaction would be acknowledged, and lost; what is written after one
+/// that is held has ended would be stored on its own.
+bool ZAVConnection::unblock() noexcept {
+    if (isInTransaction()) {
         endTransaction();
     }
-    return !transactionIsAbandoned_;
+    return !isBlocked_;
+}
+
+void ZAVConnection::letGoOfTransaction() noexcept {
+    isHeld_ = false;
+    isBlocked_ = isBlocked_ && isInTransaction();
+}
+
+bool ZAVConnection::controlsTransactions(std::string_view sql) {
+    return ZAVSavepointStatement(sql).kind == ZAVSavepointStatement::Kind::transaction;
+}
+
+bool ZAVConnection::refuseControl() {
+    return fail({ZAVErrorDomainDatabase, ZAVDatabaseErrorTransactionOfAnother,
+                 "the transaction is the store's, which alone begins and ends it"});
 }
 
 /// After a failure, with which the engine may have undone the transaction: whoever began it must not take a
@@ -327,6 +346,7 @@ bool ZAVConnection::leaveAbandonedTransaction() noexcept {
 void ZAVConnection::noteEndOfTransaction() noexcept {
     if (!isInTransaction()) {
         ++transactionNumber_;
+        isBlocked_ = isHeld_;
     }
 }
 

@@ -89,7 +89,7 @@ public:
 
     /// The statement with this text, from the cache or prepared now; null on failure.
     [[nodiscard]] ZAVStatement* lend(ZAVSQL sql) {
-        if (transactionIsAbandoned_ && !leaveAbandonedTransaction()) [[unlikely]] {
+        if (isBlocked_ && !unblock()) [[unlikely]] {
             return nullptr;
         }
         ZAVStatement* const statement = statements_.borrow(sql);
@@ -213,6 +213,24 @@ public:
     /// each later call tries again first, and fails as long as that does.
     void endTransaction() noexcept;
 
+    /// Has the open transaction be its holder's alone, until it is let go of: `mayControlTransactions` denies
+    /// everybody else, and once the engine has ended the transaction nothing runs any more, lest it be stored
+    /// on its own. The last error stays the one with which it ended.
+    void holdTransaction() noexcept { isHeld_ = true; }
+    void letGoOfTransaction() noexcept;
+
+    /// Whether `sql` may run while somebody may hold the transaction: false, with an error, for a statement
+    /// that begins or ends one.
+    [[nodiscard]] bool mayControlTransactions(std::string_view sql) {
+        return !isHeld_ || !controlsTransactions(sql) || refuseControl();
+    }
+
+    /// The same for what has no text.
+    [[nodiscard]] bool mayControlTransactions() { return !isHeld_ || refuseControl(); }
+
+    /// Closes every open cursor, each of which answers from now on that it was open for too long.
+    void expireCursors() noexcept { statements_.closeCursors(&FMResultSet::expire); }
+
     // Observation
 
     void setStatementObserver(FMStatementObserver observer);
@@ -241,7 +259,9 @@ private:
     [[nodiscard]] int stepWatched(ZAVStatement& statement) noexcept;
     [[nodiscard]] bool runStatements(const char* script);
     [[nodiscard]] bool runToEnd(sqlite3_stmt* statement);
-    [[nodiscard]] bool leaveAbandonedTransaction() noexcept;
+    [[nodiscard]] bool unblock() noexcept;
+    [[nodiscard]] static bool controlsTransactions(std::string_view sql);
+    bool refuseControl();
     void noteEndOfTransaction() noexcept;
     void deliverChanges() noexcept;
     template <class Change>
@@ -258,7 +278,8 @@ private:
     std::unique_ptr<const ZAVKeptOptions> keptOptions_;
     ZAVError lastError_;
     std::uint64_t transactionNumber_ = 0;  ///< another once the transaction that had it has ended
-    bool transactionIsAbandoned_ = false;
+    bool isHeld_ = false;                  ///< the open transaction, by somebody who alone may end it
+    bool isBlocked_ = false;  ///< by a transaction that was abandoned, or one that is held and has ended
 };
 
 }  // namespace zav

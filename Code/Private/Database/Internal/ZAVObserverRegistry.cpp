@@ -108,6 +108,7 @@ void ZAVChangeCollector::followSavepoints(const char* sql) {
     const ZAVSavepointStatement statement(sql);
     switch (statement.kind) {
         case ZAVSavepointStatement::Kind::none:
+        case ZAVSavepointStatement::Kind::transaction:
             break;
         case ZAVSavepointStatement::Kind::set:
             savepoints_.push_back({statement.name, changes_.size()});

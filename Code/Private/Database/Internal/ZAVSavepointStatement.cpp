@@ -102,13 +102,16 @@ std::string nameFrom(Words& words) {
 ZAVSavepointStatement::ZAVSavepointStatement(std::string_view sql) {
     Words words(sql);
     const std::string verb = words.next();
-    if (isKeyword(verb, "SAVEPOINT")) {
+    if (isKeyword(verb, "BEGIN") || isKeyword(verb, "COMMIT") || isKeyword(verb, "END")) {
+        kind = Kind::transaction;
+    } else if (isKeyword(verb, "SAVEPOINT")) {
         kind = Kind::set;
         name = words.next();
     } else if (isKeyword(verb, "RELEASE")) {
         kind = Kind::release;
         name = nameFrom(words);
     } else if (isKeyword(verb, "ROLLBACK")) {
+        kind = Kind::transaction;
         // A transaction may be named, which has no effect.
         std::string word = words.next();
         if (isKeyword(word, "TRANSACTION")) {

@@ -76,7 +76,7 @@ void ZAVStatementCache::clear() noexcept {
     }
 }
 
-void ZAVStatementCache::closeCursors() noexcept {
+void ZAVStatementCache::closeCursors(void (FMResultSet::*close)() noexcept) noexcept {
     for (ZAVUseLink* link = kept_.next(); link != &kept_;) {
         auto& statement = static_cast<ZAVStatement&>(*link);
         link = link->next();
@@ -91,7 +91,7 @@ void ZAVStatementCache::closeCursors() noexcept {
             continue;
         }
         // The observer of what this commits may close further cursors.
-        cursor->close();
+        (cursor->*close)();
         link = lent_.next();
     }
 }

@@ -178,8 +178,8 @@ public:
     /// Takes a statement back that failed. It is not kept.
     void discard(ZAVStatement& statement) noexcept;
 
-    /// Closes every open cursor.
-    void closeCursors() noexcept;
+    /// Closes every open cursor, in the manner of one of `FMResultSet`'s members.
+    void closeCursors(void (FMResultSet::*close)() noexcept) noexcept;
 
     /// Finalises all statements. None may be used by a cursor any more.
     void clear() noexcept;

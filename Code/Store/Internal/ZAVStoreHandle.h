@@ -1,0 +1,89 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include <ZAVEventRepository/FMDatabase.h>
+#include <ZAVEventRepository/ZAVError.h>
+#include <ZAVEventRepository/ZAVRepositories.h>
+
+namespace zav {
+
+class ZAVConnection;
+
+/// One handle of a store, with the repositories on it. Used by one thread at a time.
+class ZAVStoreHandle {
+public:
+    explicit ZAVStoreHandle(const std::shared_ptr<FMDatabase>& database);
+
+    [[nodiscard]] const ZAVRepositories& repositories() const noexcept { return repositories_; }
+    [[nodiscard]] ZAVConnection& connection() const noexcept { return database_->connection(); }
+
+private:
+    std::shared_ptr<FMDatabase> database_;
+    ZAVRepositories repositories_;
+};
+
+/// One state of the database, seen by a handle for as long as this lives. Cursors that were opened meanwhile
+/// expire with it.
+class ZAVSnapshot {
+public:
+    /// Look whether it `isTaken`.
+    ZAVSnapshot(ZAVStoreHandle& handle, ZAVError* error);
+    ~ZAVSnapshot();
+    ZAVSnapshot(const ZAVSnapshot&) = delete;
+    ZAVSnapshot& operator=(const ZAVSnapshot&) = delete;
+
+    [[nodiscard]] bool isTaken() const noexcept { return isTaken_; }
+
+private:
+    ZAVConnection& connection_;
+    bool isTaken_ = false;
+};
+
+/// The transaction of a work that writes, taken back unless it is committed. Cursors that were opened
+/// meanwhile expire with it.
+class ZAVWorkTransaction {
+public:
+    /// Look whether it `isBegun`.
+    ZAVWorkTransaction(ZAVStoreHandle& handle, ZAVError* error);
+    ~ZAVWorkTransaction();
+    ZAVWorkTransaction(const ZAVWorkTransaction&) = delete;
+    ZAVWorkTransaction& operator=(const ZAVWorkTransaction&) = delete;
+
+    [[nodiscard]] bool isBegun() const noexcept { return isBegun_; }
+
+    /// Whether the engine has not ended it: false with the reason, when it has.
+    [[nodiscard]] bool isStillOpen(ZAVError* error) const;
+
+    /// False on failure, with the reason; what was written is taken back then.
+    bool commit(ZAVError* error);
+
+private:
+    ZAVConnection& connection_;
+    std::uint64_t number_ = 0;
+    bool isBegun_ = false;
+};
+
+/// A part of a transaction that can be taken back alone, and is unless it is kept.
+class ZAVWorkSavepoint {
+public:
+    /// Look whether it `isSet`.
+    ZAVWorkSavepoint(ZAVStoreHandle& handle, ZAVError* error);
+    ~ZAVWorkSavepoint();
+    ZAVWorkSavepoint(const ZAVWorkSavepoint&) = delete;
+    ZAVWorkSavepoint& operator=(const ZAVWorkSavepoint&) = delete;
+
+    [[nodiscard]] bool isSet() const noexcept { return isSet_; }
+
+    /// Makes it a part of what is around it. False on failure, with the reason.
+    bool keep(ZAVError* error);
+
+private:
+    bool run(const char* statement, ZAVError* error);
+
+    ZAVConnection& connection_;
+    bool isSet_ = false;
+};
+
+}  // namespace zav

@@ -1,0 +1,27 @@
+#include "Store/Internal/ZAVWorkOnThread.h"
+
+namespace zav {
+namespace {
+
+thread_local const ZAVWorkOnThread* innermost = nullptr;
+
+}  // namespace
+
+ZAVWorkOnThread::ZAVWorkOnThread(const void* store, Kind kind, ZAVStoreHandle& handle) noexcept
+    : store_(store), kind_(kind), handle_(handle), outer_(innermost) {
+    innermost = this;
+}
+
+ZAVWorkOnThread::~ZAVWorkOnThread() {
+    innermost = outer_;
+}
+
+const ZAVWorkOnThread* ZAVWorkOnThread::innermostOf(const void* store) noexcept {
+    const ZAVWorkOnThread* work = innermost;
+    while (work != nullptr && work->store_ != store) {
+        work = work->outer_;
+    }
+    return work;
+}
+
+}  // namespace zav

@@ -1,0 +1,32 @@
+#pragma once
+
+namespace zav {
+
+class ZAVStoreHandle;
+
+/// A work that runs on this thread, for as long as this lives. Works of several stores may stand in one
+/// another.
+class ZAVWorkOnThread {
+public:
+    enum class Kind { reading, writing };
+
+    /// @param store what tells stores apart.
+    ZAVWorkOnThread(const void* store, Kind kind, ZAVStoreHandle& handle) noexcept;
+    ~ZAVWorkOnThread();
+    ZAVWorkOnThread(const ZAVWorkOnThread&) = delete;
+    ZAVWorkOnThread& operator=(const ZAVWorkOnThread&) = delete;
+
+    /// The innermost work of a store on this thread; null when none runs.
+    [[nodiscard]] static const ZAVWorkOnThread* innermostOf(const void* store) noexcept;
+
+    [[nodiscard]] Kind kind() const noexcept { return kind_; }
+    [[nodiscard]] ZAVStoreHandle& handle() const noexcept { return handle_; }
+
+private:
+    const void* store_;
+    Kind kind_;
+    ZAVStoreHandle& handle_;
+    const ZAVWorkOnThread* outer_;
+};
+
+}  // namespace zav

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <string_view>
+
+namespace zav {
+
+/// Errors that the event store finds by itself; the code is a `ZAVEventStoreErrorCode`.
+inline constexpr std::string_view ZAVErrorDomainEventStore = "ZAVEventStore";
+
+/// The codes of `ZAVErrorDomainEventStore`.
+enum ZAVEventStoreErrorCode : int {
+    ZAVEventStoreErrorNoFile = 1,  ///< a database in memory, or without a name, is not for several handles
+    ZAVEventStoreErrorNoWriteAheadLog = 2,  ///< the file system, or the engine there, has none
+    ZAVEventStoreErrorWriteInRead = 3,  ///< a `write` within a `read` of the same store would wait for itself
+    ZAVEventStoreErrorBadOption = 4,    ///< an option of the store has an invalid value
+};
+
+}  // namespace zav
