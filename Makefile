@@ -10,6 +10,8 @@
 # make bench         the library beside hand-written C++ and other ways to use the engine
 # make instructions  the instructions of small workloads, and their upper limits
 # make scale         what each operation costs as the store grows, in $(BUILD)/scale; SIZES and SCALE_OPTIONS may be given
+# make commits       how long commits of one event take, beside a bare append of as many bytes
+# make rates         how many events a second can be stored, those of EVENTS, a JSON Lines file
 # make memory        what records take in memory, and whether memory grows with use
 # make tool-cost     the tool beside the library alone, at the events of EVENTS, a JSON Lines file
 # make toolchains    builds with clang++ and libc++, and compiles for 32 bits
@@ -49,7 +51,7 @@ CONFIGURE = cmake -S . -B $(BUILD) -G Ninja -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) -DC
 # A folder that is configured already stays as it is, so that its tests are not taken out of it.
 TOOL_ALONE = $(if $(wildcard $(BUILD)/CMakeCache.txt),,-DZAV_BUILD_TESTS=OFF -DZAV_BUILD_EXAMPLES=OFF)
 
-.PHONY: run tool test test-long fuzz static valgrind coverage docs bench configure-bench instructions scale memory tool-cost \
+.PHONY: run tool test test-long fuzz static valgrind coverage docs bench configure-bench instructions scale commits rates memory tool-cost \
 	toolchains presets check hooks build setup setup-tool setup-checks format check-format clean
 
 run: tool
@@ -92,6 +94,16 @@ scale: configure-bench
 	cmake --build $(BENCH) -j $(JOBS) --target zav_scale
 	$(BENCH)/Benchmarks/zav_scale --sizes=$(SIZES) $(SCALE_OPTIONS) --output=$(BENCH)/scale.csv
 	python3 Benchmarks/plot.py $(BENCH)/scale.csv $(BUILD)/scale
+
+commits: configure-bench
+	cmake --build $(BENCH) -j $(JOBS) --target zav_commits
+	$(BENCH)/Benchmarks/zav_commits
+
+rates: tool configure-bench
+	cmake --build $(BENCH) -j $(JOBS) --target zav_rates
+	rm -f $(BUILD)/rates.db $(BUILD)/rates.db-wal $(BUILD)/rates.db-shm
+	$(ZAVEVENTS) import $(BUILD)/rates.db $(EVENTS)
+	$(BENCH)/Benchmarks/zav_rates $(BUILD)/rates.db
 
 memory: configure-bench
 	cmake --build $(BENCH) -j $(JOBS) --target zav_memory
