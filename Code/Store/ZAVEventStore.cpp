@@ -19,8 +19,6 @@
 namespace zav {
 namespace {
 
-using Kind = ZAVWorkOnThread::Kind;
-
 ZAVError storeError(ZAVEventStoreErrorCode code, const std::string& message) {
     return {ZAVErrorDomainEventStore, code, message};
 }
@@ -120,14 +118,14 @@ bool ZAVEventStore::read(const ReadingWork& work, ZAVError* error) {
     if (!snapshot.isTaken()) {
         return false;
     }
-    const ZAVWorkOnThread running(handles_.get(), Kind::reading, *loan.handle());
+    const ZAVWorkOnThread running(handles_.get(), ZAVWorkOnThread::Kind::reading, *loan.handle());
     work(loan.handle()->repositories());
     return true;
 }
 
 bool ZAVEventStore::write(const WritingWork& work, ZAVError* error) {
     const auto* const around = ZAVWorkOnThread::innermostOf(handles_.get());
-    if (around != nullptr && around->kind() == Kind::reading) {
+    if (around != nullptr && around->kind() == ZAVWorkOnThread::Kind::reading) {
         ZAVStoreError(error, storeError(ZAVEventStoreErrorWriteInRead,
                                         "a write within a read of the same store would wait for itself"));
         return false;
@@ -142,7 +140,7 @@ bool ZAVEventStore::write(const WritingWork& work, ZAVError* error) {
     if (!transaction.isBegun()) {
         return false;
     }
-    const ZAVWorkOnThread running(handles_.get(), Kind::writing, handle);
+    const ZAVWorkOnThread running(handles_.get(), ZAVWorkOnThread::Kind::writing, handle);
     const bool isWanted = work(handle.repositories());
     return transaction.isStillOpen(error) && isWanted && transaction.commit(error);
 }

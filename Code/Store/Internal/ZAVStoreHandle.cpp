@@ -67,7 +67,7 @@ bool ZAVWorkTransaction::isStillOpen(ZAVError* error) const {
 }
 
 bool ZAVWorkTransaction::commit(ZAVError* error) {
-    connection_.expireCursors();
+    connection_.expireCursors();  // an open one would keep this commit from folding the log
     if (connection_.commitTransaction()) {
         return true;
     }
