@@ -140,18 +140,23 @@ private:
         const auto index = static_cast<std::size_t>(sql);
         if constexpr (policy == Statements::kept) {
             if (kept_[index] == nullptr) {
-                kept_[index] = prepare(texts_[index].text, SQLITE_PREPARE_PERSISTENT);
+                kept_[index] = prepare(texts_[index].text);
             }
             return kept_[index];
         } else {
-            return prepare(texts_[index].text, 0);
+            return prepare(texts_[index].text);
         }
     }
 
-    sqlite3_stmt* prepare(const std::string& text, unsigned flags) {
+    sqlite3_stmt* prepare(const std::string& text) {
         sqlite3_stmt* statement = nullptr;
-        check(sqlite3_prepare_v3(connection_, text.c_str(), static_cast<int>(text.size()) + 1, flags,
-                                 &statement, nullptr));
+        const int size = static_cast<int>(text.size()) + 1;
+#ifdef SQLITE_PREPARE_PERSISTENT
+        constexpr unsigned flags = policy == Statements::kept ? SQLITE_PREPARE_PERSISTENT : 0;
+        check(sqlite3_prepare_v3(connection_, text.c_str(), size, flags, &statement, nullptr));
+#else
+        check(sqlite3_prepare_v2(connection_, text.c_str(), size, &statement, nullptr));
+#endif
         return statement;
     }
 
@@ -176,7 +181,9 @@ private:
             fail();
         }
     }
-    [[noreturn]] void fail() const { throw std::runtime_error(sqlite3_errmsg(connection_)); }
+    [[noreturn]] void fail() const {
+        throw std::runtime_error(sqlite3_errmsg(connection_));
+    }
 
     SqlTexts texts_ = makeSqlTexts();
     sqlite3* connection_ = nullptr;
