@@ -51,8 +51,8 @@ CONFIGURE = cmake -S . -B $(BUILD) -G Ninja -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) -DC
 # A folder that is configured already stays as it is, so that its tests are not taken out of it.
 TOOL_ALONE = $(if $(wildcard $(BUILD)/CMakeCache.txt),,-DZAV_BUILD_TESTS=OFF -DZAV_BUILD_EXAMPLES=OFF)
 
-.PHONY: run tool test test-long fuzz static valgrind coverage docs bench configure-bench instructions scale commits rates memory tool-cost \
-	toolchains presets check hooks build setup setup-tool setup-checks format check-format clean
+.PHONY: run tool test test-long fuzz static valgrind coverage docs bench configure-bench instructions scale commits rates \
+	memory tool-cost toolchains presets check hooks build setup setup-tool setup-checks format check-format clean
 
 run: tool
 	rm -f $(SAMPLE_DATABASE) $(SAMPLE_DATABASE)-wal $(SAMPLE_DATABASE)-shm

@@ -12,7 +12,6 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
-#include <exception>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -25,6 +24,7 @@
 #include <utility>
 #include <vector>
 
+#include "RunMain.h"
 #include "Store.h"
 #include "Support/TemporaryDirectory.h"
 
@@ -321,10 +321,5 @@ int run(int count, char** arguments) {
 }  // namespace zav::bench
 
 int main(int count, char** arguments) {
-    try {
-        return zav::bench::run(count, arguments);
-    } catch (const std::exception& exception) {
-        std::fprintf(stderr, "%s\n", exception.what());
-        return 2;
-    }
+    return zav::bench::runMain(zav::bench::run, count, arguments);
 }

@@ -8,7 +8,6 @@
 #include <chrono>
 #include <cstdio>
 #include <cstring>
-#include <exception>
 #include <functional>
 #include <stdexcept>
 #include <string>
@@ -19,6 +18,7 @@
 #include "Connection.h"
 #include "PlainFloor.h"
 #include "Replay.h"
+#include "RunMain.h"
 #include "StatementBinder.h"
 #include "Support/TemporaryDirectory.h"
 #include "Timer.h"
@@ -176,10 +176,5 @@ int run(int count, char** arguments) {
 }  // namespace zav::bench
 
 int main(int count, char** arguments) {
-    try {
-        return zav::bench::run(count, arguments);
-    } catch (const std::exception& exception) {
-        std::fprintf(stderr, "%s\n", exception.what());
-        return 2;
-    }
+    return zav::bench::runMain(zav::bench::run, count, arguments);
 }

@@ -1,7 +1,7 @@
 #include <cstdio>
-#include <exception>
 
 #include "Replay.h"
+#include "RunMain.h"
 #include "Support/TemporaryDirectory.h"
 #include "Timer.h"
 
@@ -28,10 +28,5 @@ int run(int count, char** arguments) {
 }  // namespace zav::bench
 
 int main(int count, char** arguments) {
-    try {
-        return zav::bench::run(count, arguments);
-    } catch (const std::exception& exception) {
-        std::fprintf(stderr, "%s\n", exception.what());
-        return 2;
-    }
+    return zav::bench::runMain(zav::bench::run, count, arguments);
 }

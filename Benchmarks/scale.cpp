@@ -4,7 +4,6 @@
 #include <array>
 #include <charconv>
 #include <cstdio>
-#include <exception>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -14,6 +13,7 @@
 #include <vector>
 
 #include "Connection.h"
+#include "RunMain.h"
 #include "Support/TemporaryDirectory.h"
 #include "Timer.h"
 #include "Workloads.h"
@@ -198,10 +198,5 @@ int run(int count, char** arguments) {
 }  // namespace zav::bench
 
 int main(int count, char** arguments) {
-    try {
-        return zav::bench::run(count, arguments);
-    } catch (const std::exception& exception) {
-        std::fprintf(stderr, "%s\n", exception.what());
-        return 2;
-    }
+    return zav::bench::runMain(zav::bench::run, count, arguments);
 }

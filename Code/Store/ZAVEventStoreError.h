@@ -9,7 +9,7 @@ inline constexpr std::string_view ZAVErrorDomainEventStore = "ZAVEventStore";
 
 /// The codes of `ZAVErrorDomainEventStore`.
 enum ZAVEventStoreErrorCode : int {
-    ZAVEventStoreErrorNoFile = 1,  ///< a database in memory, or without a name, is not for several handles
+    ZAVEventStoreErrorNoFile = 1,           ///< a database in memory is not for several handles
     ZAVEventStoreErrorNoWriteAheadLog = 2,  ///< the file system, or the engine there, has none
     ZAVEventStoreErrorWriteInRead = 3,  ///< a `write` within a `read` of the same store would wait for itself
     ZAVEventStoreErrorBadOption = 4,    ///< an option of the store has an invalid value

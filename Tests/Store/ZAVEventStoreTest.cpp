@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <filesystem>
 #include <future>
 #include <latch>
 #include <memory>
@@ -180,6 +181,8 @@ TEST_F(EventStore, HasAFurtherReadWaitForOneOfThoseThatItHasHandlesFor) {
     begun.wait();
     std::thread second(
         [&] { EXPECT_TRUE(narrow->read([&](const ZAVRepositories&) { EXPECT_TRUE(hasEnded); })); });
+    std::this_thread::sleep_for(
+        std::chrono::milliseconds(100));  // time enough for it to come in, if it could
     end.set_value();
     first.join();
     second.join();

@@ -19,47 +19,37 @@ bool runOn(ZAVConnection& connection, ZAVSQL statement, ZAVError* error) {
 ZAVStoreHandle::ZAVStoreHandle(const std::shared_ptr<FMDatabase>& database)
     : database_(database), repositories_(database) {}
 
-ZAVSnapshot::ZAVSnapshot(ZAVStoreHandle& handle, ZAVError* error)
-    : connection_(handle.connection()),
-      // The engine takes the snapshot with the first look into the file.
-      isTaken_(runOn(connection_, "BEGIN", error) && runOn(connection_, "PRAGMA schema_version", error)) {
-    if (isTaken_) {
-        connection_.holdTransaction();
-    } else {
-        connection_.endTransaction();
-    }
+ZAVTransactionHold::ZAVTransactionHold(ZAVConnection& connection) noexcept : connection_(connection) {
+    connection_.holdTransaction();
 }
 
-ZAVSnapshot::~ZAVSnapshot() {
-    if (isTaken_) {
-        connection_.expireCursors();
-        connection_.endTransaction();
-        connection_.letGoOfTransaction();
+ZAVTransactionHold::~ZAVTransactionHold() {
+    connection_.expireCursors();
+    connection_.endTransaction();
+    connection_.letGoOfTransaction();
+}
+
+ZAVSnapshot::ZAVSnapshot(ZAVStoreHandle& handle, ZAVError* error) {
+    ZAVConnection& connection = handle.connection();
+    // The engine takes the snapshot with the first look into the file.
+    if (runOn(connection, "BEGIN", error) && runOn(connection, "PRAGMA schema_version", error)) {
+        hold_.emplace(connection);
+    } else {
+        connection.endTransaction();
     }
 }
 
 ZAVWorkTransaction::ZAVWorkTransaction(ZAVStoreHandle& handle, ZAVError* error)
-    : connection_(handle.connection()) {
-    const auto number = connection_.beginTransaction();
-    if (!number) {
+    : connection_(handle.connection()), number_(connection_.beginTransaction()) {
+    if (number_) {
+        hold_.emplace(connection_);
+    } else {
         ZAVStoreError(error, connection_.lastError());
-        return;
-    }
-    number_ = *number;
-    isBegun_ = true;
-    connection_.holdTransaction();
-}
-
-ZAVWorkTransaction::~ZAVWorkTransaction() {
-    if (isBegun_) {
-        connection_.expireCursors();
-        connection_.endTransaction();
-        connection_.letGoOfTransaction();
     }
 }
 
 bool ZAVWorkTransaction::isStillOpen(ZAVError* error) const {
-    if (connection_.isInTransaction(number_)) {
+    if (connection_.isInTransaction(*number_)) {
         return true;
     }
     ZAVStoreError(error, connection_.lastError());

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 
 #include <ZAVEventRepository/FMDatabase.h>
 #include <ZAVEventRepository/ZAVError.h>
@@ -24,21 +25,32 @@ private:
     ZAVRepositories repositories_;
 };
 
+/// Holds the open transaction of a connection, and ends it with all cursors that were opened meanwhile.
+class ZAVTransactionHold {
+public:
+    explicit ZAVTransactionHold(ZAVConnection& connection) noexcept;
+    ~ZAVTransactionHold();
+    ZAVTransactionHold(const ZAVTransactionHold&) = delete;
+    ZAVTransactionHold& operator=(const ZAVTransactionHold&) = delete;
+
+private:
+    ZAVConnection& connection_;
+};
+
 /// One state of the database, seen by a handle for as long as this lives. Cursors that were opened meanwhile
 /// expire with it.
 class ZAVSnapshot {
 public:
     /// Look whether it `isTaken`.
     ZAVSnapshot(ZAVStoreHandle& handle, ZAVError* error);
-    ~ZAVSnapshot();
+    ~ZAVSnapshot() = default;
     ZAVSnapshot(const ZAVSnapshot&) = delete;
     ZAVSnapshot& operator=(const ZAVSnapshot&) = delete;
 
-    [[nodiscard]] bool isTaken() const noexcept { return isTaken_; }
+    [[nodiscard]] bool isTaken() const noexcept { return hold_.has_value(); }
 
 private:
-    ZAVConnection& connection_;
-    bool isTaken_ = false;
+    std::optional<ZAVTransactionHold> hold_;
 };
 
 /// The transaction of a work that writes, taken back unless it is committed. Cursors that were opened
@@ -47,11 +59,11 @@ class ZAVWorkTransaction {
 public:
     /// Look whether it `isBegun`.
     ZAVWorkTransaction(ZAVStoreHandle& handle, ZAVError* error);
-    ~ZAVWorkTransaction();
+    ~ZAVWorkTransaction() = default;
     ZAVWorkTransaction(const ZAVWorkTransaction&) = delete;
     ZAVWorkTransaction& operator=(const ZAVWorkTransaction&) = delete;
 
-    [[nodiscard]] bool isBegun() const noexcept { return isBegun_; }
+    [[nodiscard]] bool isBegun() const noexcept { return number_.has_value(); }
 
     /// Whether the engine has not ended it: false with the reason, when it has.
     [[nodiscard]] bool isStillOpen(ZAVError* error) const;
@@ -61,8 +73,8 @@ public:
 
 private:
     ZAVConnection& connection_;
-    std::uint64_t number_ = 0;
-    bool isBegun_ = false;
+    std::optional<std::uint64_t> number_;
+    std::optional<ZAVTransactionHold> hold_;
 };
 
 /// A part of a transaction that can be taken back alone, and is unless it is kept.
