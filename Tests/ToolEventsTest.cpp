@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "Support/DatabaseHandles.h"
 #include "Support/TemporaryDirectory.h"
 #include "Support/Tool.h"
 #include "Support/TracedTool.h"
@@ -265,6 +266,10 @@ TEST(ToolEventLines, TheyAreOfOneMomentWhateverAnotherClientStoresMeanwhile) {
     store.importWell(lines({eventJSON(1, unknownStream)}));
     const std::string before = store.events();
     std::vector<std::string> answers;
+    // As long as it is open the tool is never the first one nor the last, who hold the whole file for a
+    // moment, in which it might be stopped.
+    const auto another = openHandle(store.path());
+    ASSERT_EQ(scalar(*another, "SELECT COUNT(*) FROM events"), "1");
     bool isInTime = true;
     for (int statements = 0; isInTime; ++statements) {
         store.execute("UPDATE events SET seq = NULL");
