@@ -621,6 +621,11 @@ TEST_F(OpeningADatabase, RefusesOptionsThatMeanNothingAndMakesNoFile) {
          [](FMDatabaseOptions& options) {
              options.synchronous = static_cast<FMDatabaseOptions::Synchronous>(-1);
          }},
+        {"the options key and keyProvider are both set, but there is one key",
+         [](FMDatabaseOptions& options) {
+             options.key = "a";
+             options.keyProvider = [] { return std::optional<std::string>("a"); };
+         }},
         {"the option vfs is unix, but goes on after a NUL, which no name does",
          [](FMDatabaseOptions& options) { options.vfs = "unix\0"s; }},
     };

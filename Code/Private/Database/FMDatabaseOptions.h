@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -95,6 +96,12 @@ struct FMDatabaseOptions {
     /// The engine keeps a copy while the handle is open, and so does the handle, which wipes its own when it
     /// is closed. Nobody wipes these options.
     std::optional<std::string> key;
+
+    /// Gives the key when it is needed, in place of `key`: at each opening, on the thread that opens, and
+    /// when the handle opens its file once more for itself, as compacting does. The answer is wiped after its
+    /// use, and the handle keeps none. No answer, since the device is locked, say, has the opening fail with
+    /// `ZAVDatabaseErrorNoKey` before anything is opened or made. It may throw; the exception goes on.
+    std::function<std::optional<std::string>()> keyProvider;
 
     /// Name of the engine's virtual file system; empty for the engine's default.
     std::string vfs;

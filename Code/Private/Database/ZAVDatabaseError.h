@@ -35,6 +35,7 @@ enum ZAVDatabaseErrorCode : int {
     ZAVDatabaseErrorTransactionOfAnother =
         19,  ///< a statement would begin or end a transaction that is not its caller's to end
     ZAVDatabaseErrorCursorOutlivedItsWork = 20,  ///< a cursor was used after the work that opened it
+    ZAVDatabaseErrorNoKey = 21,                  ///< the function that gives the key had none
 };
 
 }  // namespace zav

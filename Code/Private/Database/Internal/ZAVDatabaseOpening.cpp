@@ -11,6 +11,7 @@
 #include "Private/Database/Internal/ZAVDatabaseFile.h"
 #include "Private/Database/Internal/ZAVEncryption.h"
 #include "Private/Database/Internal/ZAVOptionsCheck.h"
+#include "Private/Database/Internal/ZAVWipedKey.h"
 
 namespace zav {
 namespace {
@@ -31,14 +32,17 @@ int flagsFor(FMDatabaseOptions::Access access) noexcept {
     return always | SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
 }
 
+/// Whether there is a key when there ought to be one, and whether it can be used.
+ZAVError objectionToProvided(const std::optional<std::string>& key) {
+    return key ? ZAVObjectionToKey(key)
+               : ZAVError(ZAVErrorDomainDatabase, ZAVDatabaseErrorNoKey,
+                          "there is no key: the function that gives it had none");
+}
+
 /// The engine's connection; null on failure.
 ZAVEngineHandle openEngine(const std::string& path, const FMDatabaseOptions& options, ZAVError* error) {
     ZAVDatabaseFile file;
-    ZAVError objection = ZAVObjectionToOptions(options);
-    if (!objection) {
-        objection = file.find(path, options.vfs);
-    }
-    if (objection) {
+    if (const ZAVError objection = file.find(path, options.vfs)) {
         ZAVStoreError(error, objection);
         return nullptr;
     }
@@ -98,12 +102,13 @@ bool hasKnownVersion(ZAVConnection& connection, std::optional<std::int32_t> newe
     return !newest || version <= *newest || connection.fail(ZAVErrorOfNewerSchema(version, *newest));
 }
 
-bool configure(ZAVConnection& connection, const FMDatabaseOptions& options) {
+bool configure(ZAVConnection& connection, const FMDatabaseOptions& options,
+               const std::optional<std::string>& key) {
     sqlite3* const engine = connection.engine();
     sqlite3_extended_result_codes(engine, 1);
     refuseHostileSchema(engine);
     keepPlans(engine);
-    if (options.key && ZAVUseKey(engine, *options.key) != SQLITE_OK) {
+    if (key && ZAVUseKey(engine, *key) != SQLITE_OK) {
         return connection.failWithEngineError();
     }
     // A journal's deletion is the commit, and it has to reach the device too: FULL alone does not wait for
@@ -161,10 +166,8 @@ ZAVEngineHandle readerBeside(sqlite3* engine) noexcept {
     return ZAVEngineHandle(reader);
 }
 
-}  // namespace
-
-std::unique_ptr<ZAVConnection> ZAVOpenDatabase(const std::string& path, const FMDatabaseOptions& options,
-                                               ZAVError* error) {
+std::unique_ptr<ZAVConnection> openWithKey(const std::string& path, const FMDatabaseOptions& options,
+                                           const std::optional<std::string>& key, ZAVError* error) {
     ZAVEngineHandle engine = openEngine(path, options, error);
     if (engine == nullptr) {
         return nullptr;
@@ -175,21 +178,40 @@ std::unique_ptr<ZAVConnection> ZAVOpenDatabase(const std::string& path, const FM
     connection->bounds().begin(opening);
     const ZAVStatementBounds::Charge charge(connection->bounds(), opening);
     try {
-        if (configure(*connection, options)) {
+        if (configure(*connection, options, key)) {
             connection->keepOptions(options);
             return connection;
         }
         if (opening.hasPassedBounds) {
             connection->failBeyondBounds();
         }
-        ZAVStoreError(error, ZAVErrorOfKey(connection->lastError(), connection->engine(), path,
-                                           options.key.has_value()));
+        ZAVStoreError(error,
+                      ZAVErrorOfKey(connection->lastError(), connection->engine(), path, key.has_value()));
     } catch (...) {
         ZAVCloseUntouched(*connection);
         throw;
     }
     ZAVCloseUntouched(*connection);
     return nullptr;
+}
+
+}  // namespace
+
+std::unique_ptr<ZAVConnection> ZAVOpenDatabase(const std::string& path, const FMDatabaseOptions& options,
+                                               ZAVError* error) {
+    if (const ZAVError objection = ZAVObjectionToOptions(options)) {
+        ZAVStoreError(error, objection);
+        return nullptr;
+    }
+    if (!options.keyProvider) {
+        return openWithKey(path, options, options.key, error);
+    }
+    const ZAVWipedKey provided(options.keyProvider);
+    if (const ZAVError objection = objectionToProvided(provided.key())) {
+        ZAVStoreError(error, objection);
+        return nullptr;
+    }
+    return openWithKey(path, options, provided.key(), error);
 }
 
 ZAVError ZAVErrorOfNewerSchema(std::int64_t version, std::int64_t newest) {

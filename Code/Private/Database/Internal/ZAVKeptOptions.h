@@ -2,6 +2,8 @@
 
 #include <ZAVEventRepository/FMDatabaseOptions.h>
 
+#include "Private/Database/Internal/ZAVWipedKey.h"
+
 namespace zav {
 
 /// What a connection was opened with, for another one to the same file. The key is wiped at the end.
@@ -11,14 +13,7 @@ struct ZAVKeptOptions {
     explicit ZAVKeptOptions(const FMDatabaseOptions& kept) : options(kept) {}
     ZAVKeptOptions(const ZAVKeptOptions& other) = default;
     ZAVKeptOptions& operator=(const ZAVKeptOptions&) = delete;
-    ~ZAVKeptOptions() {
-        if (options.key) {
-            // A compiler may leave out what is written to memory that is about to be freed.
-            for (char& byte : *options.key) {
-                static_cast<volatile char&>(byte) = '\0';
-            }
-        }
-    }
+    ~ZAVKeptOptions() { ZAVWipeKey(options.key); }
 
     FMDatabaseOptions options;
 };

@@ -86,6 +86,10 @@ ZAVError ZAVObjectionToOptions(const FMDatabaseOptions& options) {
     if (!objection) {
         objection = objectionToNumbers(options);
     }
+    if (!objection && options.key && options.keyProvider) {
+        objection = {ZAVErrorDomainDatabase, ZAVDatabaseErrorBadOption,
+                     "the options key and keyProvider are both set, but there is one key"};
+    }
     return objection ? objection : ZAVObjectionToKey(options.key);
 }
 
