@@ -59,9 +59,11 @@ ZAVConnection::ZAVConnection(ZAVEngineHandle engine, const Settings& settings)
     : engine_(std::move(engine)),
       settings_(settings),
       statements_(settings.statementCacheCapacity),
-      bounds_(engine_.get()),
+      bounds_(engine_.get(), isInterrupted_),
       checkpoints_(engine_.get(), statements_),
-      lockWait_(engine_.get(), settings.busyTimeout) {}
+      lockWait_(engine_.get(), settings.busyTimeout) {
+    lockWait_.setEarlyEnd([this] { return isInterrupted(); });
+}
 
 ZAVConnection::~ZAVConnection() {
     close();
@@ -240,7 +242,7 @@ void ZAVConnection::discardFailed(ZAVStatement& statement) {
 }
 
 bool ZAVConnection::runScript(const std::string& script) {
-    if ((isBlocked_ && !unblock()) || !isReadable(script)) {
+    if (((isBlocked_ || isInterrupted()) && !unblock()) || !isReadable(script)) {
         return false;
     }
     const auto start = std::chrono::steady_clock::now();
@@ -318,10 +320,19 @@ void ZAVConnection::endTransaction() noexcept {
     isBlocked_ = isHeld_ || isInTransaction();
 }
 
+void ZAVConnection::interrupt() noexcept {
+    isInterrupted_.store(true, std::memory_order_relaxed);
+    // The engine looks at its own flag within a step, and forgets it when none of its statements is running.
+    sqlite3_interrupt(engine());
+}
+
 /// What is written into an abandoned transaction would be acknowledged, and lost; what is written after one
 /// that is held has ended would be stored on its own.
 bool ZAVConnection::unblock() noexcept {
-    if (isInTransaction()) {
+    if (isInterrupted()) {
+        return fail({ZAVErrorDomainSQLite, SQLITE_INTERRUPT, "interrupted"});  // short enough for no memory
+    }
+    if (isBlocked_ && isInTransaction()) {
         endTransaction();
     }
     return !isBlocked_;
@@ -333,7 +344,11 @@ void ZAVConnection::letGoOfTransaction() noexcept {
 }
 
 bool ZAVConnection::controlsTransactions(std::string_view sql) {
-    return ZAVSavepointStatement(sql).kind == ZAVSavepointStatement::Kind::transaction;
+    using Kind = ZAVSavepointStatement::Kind;
+    const ZAVSavepointStatement statement(sql);
+    return statement.kind == Kind::transaction ||
+           (statement.kind != Kind::none &&
+            sqlite3_stricmp(statement.name.c_str(), ZAVHoldersSavepoint) == 0);
 }
 
 bool ZAVConnection::refuseControl() {

@@ -2,6 +2,7 @@
 
 #include <sqlite3.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -33,6 +34,9 @@ struct ZAVEngineCloser {
 
 /// A connection of the engine that is closed with its owner.
 using ZAVEngineHandle = std::unique_ptr<sqlite3, ZAVEngineCloser>;
+
+/// The savepoints of whoever holds a transaction have this name, and nobody else's may.
+inline constexpr const char* ZAVHoldersSavepoint = "zav_work";
 
 /// One connection to a database: the engine's, with the statements prepared on it, the error of the last
 /// failed call, and who watches. The handle, its cursors, the scoped transaction and the schema work through
@@ -89,7 +93,7 @@ public:
 
     /// The statement with this text, from the cache or prepared now; null on failure.
     [[nodiscard]] ZAVStatement* lend(ZAVSQL sql) {
-        if (isBlocked_ && !unblock()) [[unlikely]] {
+        if ((isBlocked_ || isInterrupted()) && !unblock()) [[unlikely]] {
             return nullptr;
         }
         ZAVStatement* const statement = statements_.borrow(sql);
@@ -220,13 +224,21 @@ public:
     void letGoOfTransaction() noexcept;
 
     /// Whether `sql` may run while somebody may hold the transaction: false, with an error, for a statement
-    /// that begins or ends one.
+    /// that begins or ends one, or a savepoint of the holder's name.
     [[nodiscard]] bool mayControlTransactions(std::string_view sql) {
         return !isHeld_ || !controlsTransactions(sql) || refuseControl();
     }
 
     /// The same for what has no text.
     [[nodiscard]] bool mayControlTransactions() { return !isHeld_ || refuseControl(); }
+
+    /// Has what runs on this connection fail, what is to run, and waiting for a lock, with
+    /// `SQLITE_INTERRUPT`, until that is ended. Any thread may call it while the connection is open.
+    void interrupt() noexcept;
+    void endInterruption() noexcept { isInterrupted_.store(false, std::memory_order_relaxed); }
+    [[nodiscard]] bool isInterrupted() const noexcept {
+        return isInterrupted_.load(std::memory_order_relaxed);
+    }
 
     /// Closes every open cursor, each of which answers from now on that it was open for too long.
     void expireCursors() noexcept { statements_.closeCursors(&FMResultSet::expire); }
@@ -235,6 +247,11 @@ public:
 
     void setStatementObserver(FMStatementObserver observer);
     void setChangeObserver(FMChangeObserver observer);
+
+    /// Who collects changes; null when nobody watches. It may be replaced whenever it delivers.
+    [[nodiscard]] std::shared_ptr<ZAVChangeCollector> changeCollector() const noexcept {
+        return observation_ == nullptr ? nullptr : observation_->changes;
+    }
 
 private:
     [[nodiscard]] ZAVStatement* lendNew(ZAVSQL sql);
@@ -271,6 +288,7 @@ private:
     ZAVEngineHandle engine_;
     Settings settings_;
     ZAVStatementCache statements_;
+    std::atomic<bool> isInterrupted_{false};
     ZAVStatementBounds bounds_;
     ZAVCheckpointGuard checkpoints_;
     ZAVLockWait lockWait_;

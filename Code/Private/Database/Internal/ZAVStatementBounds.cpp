@@ -37,7 +37,8 @@ std::uint64_t sizeOfPageCache(sqlite3* connection) noexcept {
 
 static_assert(SQLITE_ROW == 100 && SQLITE_CORRUPT == 11);
 
-ZAVStatementBounds::ZAVStatementBounds(sqlite3* connection) noexcept : connection_(connection) {
+ZAVStatementBounds::ZAVStatementBounds(sqlite3* connection, const std::atomic<bool>& isInterrupted) noexcept
+    : connection_(connection), isInterrupted_(isInterrupted) {
     if (connection != nullptr) {
         sqlite3_progress_handler(connection, stepsPerLook, lookAtSteps, this);
     }
@@ -51,6 +52,9 @@ ZAVError ZAVStatementBounds::error() {
 /// Called by the engine in the middle of a step: it must not be given statements to run.
 int ZAVStatementBounds::lookAtSteps(void* bounds) noexcept {
     auto& self = *static_cast<ZAVStatementBounds*>(bounds);
+    if (self.isInterrupted_.load(std::memory_order_relaxed)) {
+        return 1;
+    }
     return self.running_ == nullptr || self.mayTakeMoreSteps(*self.running_) ? 0 : 1;
 }
 

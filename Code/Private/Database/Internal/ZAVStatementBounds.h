@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -35,10 +36,12 @@ struct ZAVStatementRun {
 /// allowance of a run is a constant; the file is looked at when it has been used up, so that an ordinary run
 /// asks for nothing.
 ///
-/// There is one for each connection, and it is the connection's progress handler.
+/// There is one for each connection, and it is the connection's progress handler; as such it also ends what
+/// runs on a connection that is interrupted.
 class ZAVStatementBounds {
 public:
-    explicit ZAVStatementBounds(sqlite3* connection) noexcept;
+    /// @param isInterrupted whether what runs is to end, bounded or not; must outlive this.
+    ZAVStatementBounds(sqlite3* connection, const std::atomic<bool>& isInterrupted) noexcept;
     ~ZAVStatementBounds() = default;
     ZAVStatementBounds(const ZAVStatementBounds&) = delete;
     ZAVStatementBounds& operator=(const ZAVStatementBounds&) = delete;
@@ -109,6 +112,7 @@ private:
     static void startCounting(ZAVStatementRun& run) noexcept;
 
     sqlite3* connection_;
+    const std::atomic<bool>& isInterrupted_;
     ZAVStatementRun* running_ = nullptr;
     std::uint64_t lastRun_ = 0;
     std::uint64_t lastRunAtBreach_ = 0;  ///< the run that began last when one passed its bounds
