@@ -1,4 +1,5 @@
 #include <ZAVEventRepository/FMDatabase.h>
+#include <ZAVEventRepository/ZAVKeyedValueRepository.h>
 #include <ZAVEventRepository/ZAVTransaction.h>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
@@ -542,6 +543,58 @@ TEST(ChangesOfAnOperation, NameTheRowsOfItsRecords) {
     store.database().setChangeObserver({});
     ASSERT_EQ(commits.size(), 1U);
     EXPECT_EQ(commits.front().front(), (FMRowChange{Kind::insertion, "events", event->databaseIdentifier()}));
+}
+
+class ChangesOfKeyedValues : public testing::Test {
+protected:
+    ChangesOfKeyedValues() {
+        store_.database().setChangeObserver([this](std::span<const FMRowChange> changes) {
+            commits_.emplace_back(changes.begin(), changes.end());
+        });
+    }
+
+    /// Makes the values those of stream 7.
+    bool set(const ZAVDictionary& values) {
+        return ZAVKeyedValueRepository(store_.sharedDatabase())
+            .setKeyedValuesWithDictionary(
+                values, std::nullopt,
+                ZAVKeyedValuesContext::contextWithTable(ZAVKeyedValuesTableLocal, "stream", 7,
+                                                        ZAVKeyedValuesKeyTypeSyncable));
+    }
+
+    const FMRowChange ofStream{Kind::update, "keyed_values_local", 7, "stream"};
+    TestStore store_;
+    std::vector<Changes> commits_;
+};
+
+TEST_F(ChangesOfKeyedValues, NameTheObjectOnceForEachCommit) {
+    auto transaction = ZAVTransaction::begin(store_.database());
+    ASSERT_TRUE(set({{"a", std::string("1")}, {"b", std::string("2")}}));
+    ASSERT_TRUE(transaction->commit());
+    EXPECT_EQ(commits_, std::vector<Changes>{{ofStream}});
+    EXPECT_TRUE(set({{"a", std::string("1")}, {"b", std::string("2")}}));
+    EXPECT_EQ(commits_.size(), 1U) << "nothing was written";
+    EXPECT_TRUE(set({{"a", std::string("1")}}));
+    EXPECT_EQ(commits_.size(), 2U) << "a key that goes is a change";
+}
+
+TEST_F(ChangesOfKeyedValues, AreNotToldWhenTheyAreTakenBack) {
+    auto transaction = ZAVTransaction::begin(store_.database());
+    ASSERT_TRUE(store_.database().executeUpdate("SAVEPOINT one"));
+    ASSERT_TRUE(set({{"a", std::string("1")}}));
+    ASSERT_TRUE(store_.database().executeUpdate("ROLLBACK TO one"));
+    ASSERT_TRUE(transaction->commit());
+    EXPECT_EQ(commits_, std::vector<Changes>());
+}
+
+TEST_F(ChangesOfKeyedValues, AreNotToldWhenAStatementFails) {
+    store_.execute(
+        "CREATE TEMP TRIGGER refuse BEFORE INSERT ON keyed_values_local BEGIN SELECT RAISE(ABORT, 'no'); END");
+    EXPECT_FALSE(set({{"a", std::string("1")}}));
+    store_.execute("DROP TRIGGER refuse");
+    store_.addStream(uuidNumber(1));
+    EXPECT_EQ(commits_, (std::vector<Changes>{{{Kind::insertion, "streams", 1}}}))
+        << "what failed is not made up for later";
 }
 
 }  // namespace

@@ -155,11 +155,12 @@ public:
     /// What is reported was committed: nothing that a failed statement or script, `ROLLBACK` or `ROLLBACK TO`
     /// took back. What a statement stored before it failed (`INSERT OR FAIL`) is reported.
     ///
-    /// Not reported, although committed, are: keyed values, whose tables have no row identifiers; a row that
-    /// another one replaced (`INSERT OR REPLACE`); the removal of all rows of a table by one statement
-    /// without a condition; and what triggers, which the event store has none of, wrote before the first row
-    /// of a statement failed under `OR FAIL`. What runs on `sqliteHandle`, past this class, is reported with
-    /// the next statement on this handle, and `ROLLBACK TO` must not be run there.
+    /// Keyed values, whose tables have no row identifiers, are reported by their object, and only as far as
+    /// `ZAVKeyedValueRepository` changes them. Not reported, although committed, are: a row that another one
+    /// replaced (`INSERT OR REPLACE`); the removal of all rows of a table by one statement without a
+    /// condition; and what triggers, which the event store has none of, wrote before the first row of a
+    /// statement failed under `OR FAIL`. What runs on `sqliteHandle`, past this class, is reported with the
+    /// next statement on this handle, and `ROLLBACK TO` must not be run there.
     ///
     /// It takes the place of the engine's update, commit and rollback hooks of the connection.
     void setChangeObserver(FMChangeObserver observer);

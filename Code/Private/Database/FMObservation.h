@@ -20,7 +20,7 @@ struct FMStatementRun {
 };
 
 /// A row that a committed transaction inserted, updated or removed, as `FMDatabase::setChangeObserver`
-/// reports it.
+/// reports it, or an object whose keyed values it changed.
 struct ZAV_EXPORT FMRowChange {
     /// What happened to the row.
     enum class Kind : std::uint8_t {
@@ -31,9 +31,13 @@ struct ZAV_EXPORT FMRowChange {
 
     Kind kind;          ///< what happened
     std::string table;  ///< the table's name in the schema
-    std::int64_t row;   ///< the row's identifier in its table
+    std::int64_t row;   ///< the row's identifier in its table; of keyed values that of the object
 
-    /// Equal when all three are.
+    /// Of keyed values the kind of the object, such as "event"; `kind` is `update` then, whatever became of
+    /// them. Empty otherwise.
+    std::string objectType{};
+
+    /// Equal when all are.
     friend bool operator==(const FMRowChange&, const FMRowChange&) = default;
 };
 

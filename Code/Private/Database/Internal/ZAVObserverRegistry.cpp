@@ -78,7 +78,9 @@ int ZAVChangeCollector::step(sqlite3_stmt* statement, std::size_t& changesBefore
         return status;
     }
     const bool writes = sqlite3_stmt_readonly(statement) == 0;
-    if (status != SQLITE_DONE && writes) {
+    if (status == SQLITE_DONE && writes) {
+        attribute();
+    } else if (status != SQLITE_DONE && writes) {
         // It takes all its changes back, unless it keeps those before the failure (OR FAIL): the engine
         // counts what stays.
         if (sqlite3_changes(connection_) == 0) {
@@ -92,6 +94,17 @@ int ZAVChangeCollector::step(sqlite3_stmt* statement, std::size_t& changesBefore
         }
     }
     return status;
+}
+
+void ZAVChangeCollector::attribute() noexcept {
+    const bool isNew = attribution_ != nullptr && (changes_.empty() || changes_.back() != *attribution_);
+    if (isNew && sqlite3_changes(connection_) > 0) {
+        try {
+            changes_.push_back(*attribution_);
+        } catch (const std::bad_alloc&) {
+            isIncomplete_ = true;
+        }
+    }
 }
 
 void ZAVChangeCollector::keepFirst(std::size_t count) noexcept {
@@ -151,6 +164,9 @@ void ZAVChangeCollector::deliver() noexcept {
 }
 
 int ZAVObserverRegistry::step(ZAVStatement& statement) const noexcept {
+    if (!statements) {
+        return changes->step(statement.handle(), statement.changesBefore);
+    }
     const auto start = std::chrono::steady_clock::now();
     const int status = changes != nullptr ? changes->step(statement.handle(), statement.changesBefore)
                                           : sqlite3_step(statement.handle());

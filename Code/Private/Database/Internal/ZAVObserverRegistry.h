@@ -32,6 +32,10 @@ public:
     /// between the steps of one run.
     [[nodiscard]] int step(sqlite3_stmt* statement, std::size_t& changesBefore) noexcept;
 
+    /// Has each statement that changes something be a change of this too, which must stay until another is
+    /// given, or null: for tables that the engine's hooks do not see.
+    void attributeStatements(const FMRowChange* change) noexcept { attribution_ = change; }
+
     /// Reports to the observer what has been committed, if anything has.
     void deliver() noexcept;
 
@@ -47,12 +51,14 @@ private:
     static void rolledBack(void* collector) noexcept;
 
     void keepFirst(std::size_t count) noexcept;
+    void attribute() noexcept;
     void followSavepoints(const char* sql);
     [[nodiscard]] std::vector<Savepoint>::iterator innermost(const std::string& name);
 
     sqlite3* connection_;  ///< null once stopped
     FMChangeObserver observer_;
     std::vector<FMRowChange> changes_;
+    const FMRowChange* attribution_ = nullptr;
     std::vector<Savepoint> savepoints_;  ///< the open ones, the innermost last
     bool commitBegan_ = false;
     bool isIncomplete_ = false;

@@ -1,7 +1,9 @@
 #include <ZAVEventRepository/ZAVKeyedValueRepository.h>
 
 #include <algorithm>
+#include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -14,6 +16,7 @@ namespace zav {
 namespace {
 
 struct Statements {
+    std::string_view table;
     ZAVSQL select;
     ZAVSQL selectStored;  ///< the same with the timestamp, and with whether the row is of our kind
     ZAVSQL insert;
@@ -39,7 +42,7 @@ struct TableStatements {
         ZAVStatementText("INSERT OR REPLACE INTO ") + table +
         " (object_database_identifier, object_type, key_type, key, value, timestamp) VALUES (?, ?, ?, ?, ?, ?)";
     static constexpr auto remove = ZAVStatementText("DELETE FROM ") + table + ofObject + " AND key = ?";
-    static constexpr Statements all{select, selectStored, insert, remove};
+    static constexpr Statements all{std::string_view(table), select, selectStored, insert, remove};
 };
 
 const Statements& statementsFor(ZAVKeyedValuesTable table) {
@@ -53,6 +56,30 @@ const Statements& statementsFor(ZAVKeyedValuesTable table) {
     }
     throw NSInternalInconsistencyException("The keyed values context names no table.");
 }
+
+/// Has what is written be reported as a change of the object, if anybody watches.
+class ChangesOfObject {
+public:
+    ChangesOfObject(const FMDatabase& database, std::string_view table, const ZAVKeyedValuesContext& context)
+        : collector_(database.connection().changeCollector()) {
+        if (collector_ != nullptr) {
+            change_ = {FMRowChange::Kind::update, std::string(table), context.objectDatabaseIdentifier(),
+                       std::string(context.objectType())};
+            collector_->attributeStatements(&change_);
+        }
+    }
+    ~ChangesOfObject() {
+        if (collector_ != nullptr) {
+            collector_->attributeStatements(nullptr);
+        }
+    }
+    ChangesOfObject(const ChangesOfObject&) = delete;
+    ChangesOfObject& operator=(const ChangesOfObject&) = delete;
+
+private:
+    std::shared_ptr<ZAVChangeCollector> collector_;
+    FMRowChange change_{};
+};
 
 /// The value on the current row: bytes as bytes, and whatever else as the text that it reads as.
 ZAVDictionaryValue valueOf(const FMResultSet& row) {
@@ -115,6 +142,7 @@ bool ZAVKeyedValueRepository::setKeyedValuesWithDictionary(const ZAVDictionary& 
             return false;
         }
     }
+    const ChangesOfObject attribution(database(), statements.table, context);
     for (const auto& [key, value] : unstored) {
         const FMParameter parameter = std::visit([](const auto& held) { return FMParameter(held); }, value);
         if (!runUpdate(database(), error, statements.insert, row, context.objectType(), context.keyType(),
