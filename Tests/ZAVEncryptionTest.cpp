@@ -1,13 +1,18 @@
+#include <ZAVEventRepository/ZAVDatabaseMaintenance.h>
 #include <ZAVEventRepository/ZAVDatabaseSchema.h>
+#include <ZAVEventRepository/ZAVEventStore.h>
 #include <ZAVEventRepository/ZAVTransaction.h>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Support/DatabaseHandles.h"
@@ -136,6 +141,31 @@ TEST(EngineWithoutEncryption, RefusesAnyKeyInsteadOfLeavingTheFilePlain) {
     EXPECT_EQ(storedTexts(openStoreWithKey(directory.file("plain.db"), std::nullopt)), onlyMarker);
 }
 
+FMDatabaseOptions optionsWithProvider(std::function<std::optional<std::string>()> provider) {
+    FMDatabaseOptions options;
+    options.keyProvider = std::move(provider);
+    return options;
+}
+
+TEST(AKeyProvider, ThatHasNoKeyHasOpeningFailBeforeAnythingIsMade) {
+    const TemporaryDirectory directory;
+    const std::string path = directory.file("store.db");
+    ZAVError error;
+    EXPECT_EQ(FMDatabase::databaseWithPath(path, optionsWithProvider([] { return std::nullopt; }), &error),
+              nullptr);
+    EXPECT_EQ(error.domain(), "ZAVDatabase");
+    EXPECT_EQ(error.code(), 21) << error.description();
+    EXPECT_FALSE(fs::exists(path));
+}
+
+TEST(AKeyProvider, MayThrow) {
+    const TemporaryDirectory directory;
+    const auto options =
+        optionsWithProvider([]() -> std::optional<std::string> { throw std::runtime_error("mine"); });
+    EXPECT_THROW(static_cast<void>(FMDatabase::databaseWithPath(directory.file("store.db"), options)),
+                 std::runtime_error);
+}
+
 class Encryption : public testing::Test {
 protected:
     void SetUp() override {
@@ -163,6 +193,62 @@ TEST_F(Encryption, AStoreIsReadAgainWithTheKeyThatItWasMadeWith) {
     makeStore(path(), rightKey);
     storeEvent(openStoreWithKey(path(), rightKey), 2);
     EXPECT_EQ(storedTexts(openStoreWithKey(path(), rightKey)), std::vector<std::string>({marker, marker}));
+}
+
+TEST_F(Encryption, AProviderIsAskedOnceForEachOpening) {
+    int asked = 0;
+    const auto options = optionsWithProvider([&asked] {
+        ++asked;
+        return std::optional(rightKey);
+    });
+    storeEvent(ZAVDatabaseSchema::openDatabase(path(), options), 1);
+    EXPECT_EQ(asked, 1);
+    EXPECT_EQ(storedTexts(openStoreWithKey(path(), rightKey)), onlyMarker) << "the key is the provider's";
+}
+
+TEST_F(Encryption, AProviderIsAskedAgainWhenTheFileIsCompacted) {
+    int asked = 0;
+    const auto database = ZAVDatabaseSchema::openDatabase(path(), optionsWithProvider([&asked] {
+                                                              ++asked;
+                                                              return std::optional(rightKey);
+                                                          }));
+    storeEvent(database, 1);
+    ZAVError error;
+    EXPECT_TRUE(ZAVDatabaseMaintenance(database).compact({}, {}, &error).has_value()) << error.description();
+    EXPECT_GE(asked, 2);
+    EXPECT_EQ(storedTexts(database), onlyMarker);
+}
+
+TEST_F(Encryption, AStoreAsksForItsKeyAtEachOpeningAndAgainAfterThereWasNone) {
+    bool isLocked = false;
+    int asked = 0;
+    ZAVEventStoreOptions options;
+    options.database.keyProvider = [&]() -> std::optional<std::string> {
+        ++asked;
+        return isLocked ? std::nullopt : std::optional(rightKey);
+    };
+    ZAVError error;
+    const auto store = ZAVEventStore::open(path(), options, &error);
+    ASSERT_NE(store, nullptr) << error.description();
+    const int askedByOpening = asked;
+    isLocked = true;
+    EXPECT_FALSE(store->read([](const ZAVRepositories&) {}, &error));
+    EXPECT_EQ(error.code(), 21) << error.description();
+    isLocked = false;
+    EXPECT_TRUE(store->read([](const ZAVRepositories&) {}, &error)) << error.description();
+    EXPECT_EQ(asked, askedByOpening + 2);
+    isLocked = true;
+    EXPECT_TRUE(store->read([](const ZAVRepositories&) {})) << "the handle is open already";
+}
+
+TEST(AStoreWithAKey, IsToBeGivenItByAFunction) {
+    const TemporaryDirectory directory;
+    ZAVEventStoreOptions options;
+    options.database.key = rightKey;
+    ZAVError error;
+    EXPECT_EQ(ZAVEventStore::open(directory.file("store.db"), options, &error), nullptr);
+    EXPECT_EQ(error.domain(), "ZAVEventStore");
+    EXPECT_EQ(error.code(), 4) << error.description();
 }
 
 TEST_F(Encryption, AWrongKeyIsRefused) {

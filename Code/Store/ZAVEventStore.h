@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include <ZAVEventRepository/ZAVError.h>
@@ -9,13 +10,18 @@
 #include <ZAVEventRepository/ZAVEventStoreOptions.h>
 #include <ZAVEventRepository/ZAVExport.h>
 #include <ZAVEventRepository/ZAVRepositories.h>
+#include <ZAVEventRepository/ZAVStoreSubscription.h>
+#include <ZAVEventRepository/ZAVStoreWork.h>
 
 namespace zav {
 
+class ZAVStoreCore;
+
 /// An event store for all threads of a client: one handle that writes and several that read.
 ///
-/// Every member may be called from any thread. A work is the caller's own code, which runs on the calling
-/// thread with repositories on a handle that is its own meanwhile. Records may be taken out of a work. A
+/// Every member may be called from any thread. A work is the caller's own code, which runs with repositories
+/// on a handle that is its own meanwhile: of `read` and `write` on the calling thread, of `readAsync` and
+/// `writeAsync` on one of the store's, which has all signals blocked. Records may be taken out of a work. A
 /// cursor may not: one that is kept is closed, and says so when it is used.
 ///
 /// Within a work nobody begins or ends a transaction by hand: `BEGIN`, `COMMIT`, `ROLLBACK`, a
@@ -42,7 +48,8 @@ public:
     ZAVEventStore(const ZAVEventStore&) = delete;
     ZAVEventStore& operator=(const ZAVEventStore&) = delete;
 
-    /// Closes all handles. No member may be running, nor be called any more.
+    /// Closes the store as `close` does, and refuses works that wait. No other thread may be calling a
+    /// member, nor may a work be running on this one.
     ~ZAVEventStore();
 
     /// Calls `work` with a handle that cannot write, inside one snapshot: whatever others commit meanwhile,
@@ -68,12 +75,52 @@ public:
     /// False without an error when the work wanted it so.
     bool write(const WritingWork& work, ZAVError* error = nullptr);
 
+    /// As `read`, on a thread of the store. It does not wait for writes.
+    /// @param completion is told the outcome, once, by the executor; may be empty.
+    /// @return none when the work will not run, with the reason in `error`: the store is closed, has no
+    /// executor (`ZAVEventStoreErrorNoExecutor`), or gets no thread (`ZAVEventStoreErrorNoThread`). The
+    /// completion is not called then.
+    std::optional<ZAVPendingWork> readAsync(ReadingWork work, ZAVWorkCompletion completion,
+                                            const ZAVWorkOptions& options = {}, ZAVError* error = nullptr);
+
+    /// As `write`, on a thread of the store, in its turn: after all writes that were asked for before, of
+    /// either kind. Otherwise as `readAsync`.
+    ///
+    /// A work that throws, or that the engine fails, has the outcome `failed`. One that is cancelled or late
+    /// is taken back, unless its commit has begun: it is `done` then.
+    std::optional<ZAVPendingWork> writeAsync(WritingWork work, ZAVWorkCompletion completion,
+                                             const ZAVWorkOptions& options = {}, ZAVError* error = nullptr);
+
+    /// Has `observer` told, by the executor, of each commit of this store that comes after this call, in
+    /// their order, and of a commit before the completion of the write that made it. It keeps being told
+    /// until the subscription is let go of.
+    ///
+    /// Of a write that was running when the first observer came, the changes are not known.
+    /// @return nothing when the store is closed or has no executor, with the reason in `error`.
+    [[nodiscard]] ZAVStoreSubscription subscribe(ZAVStoreObserver observer, ZAVError* error = nullptr);
+
+    /// Looks whether others have committed since it was looked last, or since the store was opened, and has
+    /// the observers told if so. Folding the log in another process may look like a commit. It takes its turn
+    /// among the writes.
+    /// @return none on failure, with the reason in `error`.
+    std::optional<bool> lookForCommitsOfOthers(ZAVError* error = nullptr);
+
+    /// What becomes of works that wait for a thread or for their turn when the store is closed.
+    enum class QueuedWorks {
+        run,      ///< they run before it is closed
+        refused,  ///< they fail with `ZAVEventStoreErrorClosed`
+    };
+
+    /// Closes the store: waits for the works that run, and closes all handles. Whatever is called from now on
+    /// fails with `ZAVEventStoreErrorClosed`. Completions are not waited for: they run when the executor runs
+    /// them, also after the store is gone. A store that is closed may be closed again.
+    /// @return whether it is closed: false within a work (`ZAVEventStoreErrorCloseInWork`).
+    bool close(QueuedWorks queued, ZAVError* error = nullptr);
+
 private:
-    class Handles;
+    explicit ZAVEventStore(std::unique_ptr<ZAVStoreCore> core) noexcept;
 
-    explicit ZAVEventStore(std::unique_ptr<Handles> handles) noexcept;
-
-    std::unique_ptr<Handles> handles_;
+    std::unique_ptr<ZAVStoreCore> core_;
 };
 
 }  // namespace zav

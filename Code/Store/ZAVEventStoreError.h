@@ -13,6 +13,10 @@ enum ZAVEventStoreErrorCode : int {
     ZAVEventStoreErrorNoWriteAheadLog = 2,  ///< the file system, or the engine there, has none
     ZAVEventStoreErrorWriteInRead = 3,  ///< a `write` within a `read` of the same store would wait for itself
     ZAVEventStoreErrorBadOption = 4,    ///< an option of the store has an invalid value
+    ZAVEventStoreErrorClosed = 5,       ///< the store was closed before
+    ZAVEventStoreErrorCloseInWork = 6,  ///< a work cannot close its own store, which would wait for the work
+    ZAVEventStoreErrorNoExecutor = 7,   ///< there is none to tell anything by
+    ZAVEventStoreErrorNoThread = 8,     ///< the system gives no thread to run a work on
 };
 
 }  // namespace zav

@@ -1,25 +1,39 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 
 #include <ZAVEventRepository/FMDatabaseOptions.h>
+#include <ZAVEventRepository/ZAVStoreWork.h>
 
 namespace zav {
 
 /// How a store is opened. The defaults are what a client wants.
 struct ZAVEventStoreOptions {
-    /// How each handle is opened. The store itself sets `access`, `writeAheadLog` and `newestUserVersion`;
-    /// `pageCacheKiB` is that of the writing handle.
+    /// How each handle is opened. The store itself sets `access`, `writeAheadLog`, `newestUserVersion` and
+    /// `pageCacheKiB`. A key is given by `keyProvider`, which is asked whenever a handle is opened; when it
+    /// has none the call fails, and the next one asks again. `key`, whose bytes the store would have to keep,
+    /// is refused.
     FMDatabaseOptions database;
 
     /// How many reads may run at once; further ones wait for one of them to end. A handle for each is opened
     /// when it is needed first. At least 1.
     std::size_t readers = 4;
 
-    /// Memory for pages of the file that each reading handle may take, in KiB. All handles together take
-    /// `database.pageCacheKiB` and `readers` times this.
+    /// Memory for pages of the file that all handles together may take, in KiB.
+    std::int32_t pageCacheKiB = 24576;
+
+    /// How much of it each reading handle may take, in KiB; less when all readers together would take more
+    /// than half. The rest is the writing handle's.
     std::int32_t readerPageCacheKiB = 2048;
+
+    /// What runs completions and tells of commits. Without one nothing runs beside, and nobody is told.
+    ZAVExecutor executor;
+
+    /// How often the store looks, while somebody is told of commits, whether others have committed; 0 for
+    /// only when it is asked to.
+    std::chrono::milliseconds lookForCommitsOfOthersEvery{0};
 };
 
 }  // namespace zav

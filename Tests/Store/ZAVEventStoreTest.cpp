@@ -14,6 +14,7 @@
 #include <thread>
 #include <vector>
 
+#include "Store/EventStoreFixture.h"
 #include "Support/DatabaseHandles.h"
 #include "Support/TemporaryDirectory.h"
 #include "Support/TestStore.h"
@@ -26,64 +27,7 @@ constexpr int uniqueConstraint = 2067;     // the engine's
 constexpr int controlRefused = 19;         // of ZAVDatabase
 constexpr int cursorOutlivedItsWork = 20;  // of ZAVDatabase
 
-class EventStore : public testing::Test {
-protected:
-    EventStore() : store_(open({})) {}
-
-    [[nodiscard]] std::unique_ptr<ZAVEventStore> open(const ZAVEventStoreOptions& options) const {
-        ZAVError error;
-        auto store = ZAVEventStore::open(path(), options, &error);
-        if (store == nullptr) {
-            throw std::runtime_error(error.description());
-        }
-        return store;
-    }
-
-    [[nodiscard]] std::string path() const { return directory_.file("chat.db"); }
-    [[nodiscard]] ZAVEventStore& store() { return *store_; }
-
-    static int countOf(const ZAVRepositories& repositories) {
-        return std::stoi(scalar(repositories.events.database(), "SELECT COUNT(*) FROM streams"));
-    }
-
-    /// How many streams a read sees.
-    int countOfStreams() {
-        int count = -1;
-        ZAVError error;
-        EXPECT_TRUE(
-            store().read([&](const ZAVRepositories& repositories) { count = countOf(repositories); }, &error))
-            << error.description();
-        return count;
-    }
-
-    static void addStream(const ZAVRepositories& repositories, int number) {
-        ZAVError error;
-        EXPECT_NE(repositories.streams.findOrCreateStreamWithUUID(uuidNumber(number), &error),
-                  ZAVDatabaseIdentifierNotSet)
-            << error.description();
-    }
-
-    void writeStream(int number) {
-        ZAVError error;
-        EXPECT_TRUE(store().write(
-            [&](const ZAVRepositories& repositories) {
-                addStream(repositories, number);
-                return true;
-            },
-            &error))
-            << error.description();
-    }
-
-private:
-    TemporaryDirectory directory_;
-    std::unique_ptr<ZAVEventStore> store_;
-};
-
 // Opening
-
-std::string domainAndCode(const ZAVError& error) {
-    return std::string(error.domain()) + " " + std::to_string(error.code());
-}
 
 TEST(OpeningAnEventStore, IsRefusedInMemory) {
     ZAVError error;
@@ -303,6 +247,27 @@ TEST_F(EventStore, TakesAnInnerWriteBackWithTheOuterOne) {
     EXPECT_EQ(countOfStreams(), 0);
 }
 
+TEST_F(EventStore, TellsAnInnerWriteWhyTheEngineHasTakenAllBackWhateverItAnswers) {
+    ZAVError outer;
+    EXPECT_FALSE(store().write(
+        [&](const ZAVRepositories&) {
+            ZAVError inner;
+            EXPECT_FALSE(store().write(
+                [](const ZAVRepositories& repositories) {
+                    addStream(repositories, 1);
+                    repositories.events.database().executeUpdate(
+                        "INSERT OR ROLLBACK INTO streams (stream_id) VALUES (?)",
+                        ZAVDataFromUUID(uuidNumber(1)));
+                    return false;
+                },
+                &inner));
+            EXPECT_EQ(inner.code(), uniqueConstraint) << inner.description();
+            return true;
+        },
+        &outer));
+    EXPECT_EQ(outer.code(), uniqueConstraint) << outer.description();
+}
+
 TEST_F(EventStore, RefusesAWriteWithinARead) {
     EXPECT_TRUE(store().read([&](const ZAVRepositories&) {
         ZAVError error;
@@ -372,7 +337,9 @@ TEST_P(TransactionByHand, IsRefusedInAWork) {
 
 INSTANTIATE_TEST_SUITE_P(As, TransactionByHand,
                          testing::Values("BEGIN", "begin immediate", "COMMIT", "END TRANSACTION", "ROLLBACK",
-                                         "/* all */ RollBack Transaction", "-- all\n COMMIT"));
+                                         "/* all */ RollBack Transaction", "-- all\n COMMIT",
+                                         "SAVEPOINT zav_work", "RELEASE zav_work",
+                                         "rollback to savepoint \"ZAV_work\""));
 
 TEST_F(EventStore, RefusesATransactionOfTheLibrarysOwnInAWork) {
     EXPECT_TRUE(store().write([](const ZAVRepositories& repositories) {

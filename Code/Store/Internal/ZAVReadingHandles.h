@@ -50,6 +50,9 @@ public:
         Place place_;
     };
 
+    /// Closes the handles. None may be lent.
+    void close() noexcept { idle_.clear(); }
+
 private:
     [[nodiscard]] std::unique_ptr<ZAVStoreHandle> take();
     void takeBack(std::unique_ptr<ZAVStoreHandle> handle) noexcept;

@@ -29,18 +29,20 @@ ZAVTransactionHold::~ZAVTransactionHold() {
     connection_.letGoOfTransaction();
 }
 
-ZAVSnapshot::ZAVSnapshot(ZAVStoreHandle& handle, ZAVError* error) {
+ZAVSnapshot::ZAVSnapshot(ZAVStoreHandle& handle, ZAVWorkControl& control, ZAVError* error)
+    : control_(control) {
     ZAVConnection& connection = handle.connection();
     // The engine takes the snapshot with the first look into the file.
     if (runOn(connection, "BEGIN", error) && runOn(connection, "PRAGMA schema_version", error)) {
         hold_.emplace(connection);
     } else {
+        control.pass();
         connection.endTransaction();
     }
 }
 
-ZAVWorkTransaction::ZAVWorkTransaction(ZAVStoreHandle& handle, ZAVError* error)
-    : connection_(handle.connection()), number_(connection_.beginTransaction()) {
+ZAVWorkTransaction::ZAVWorkTransaction(ZAVStoreHandle& handle, ZAVWorkControl& control, ZAVError* error)
+    : control_(control), connection_(handle.connection()), number_(connection_.beginTransaction()) {
     if (number_) {
         hold_.emplace(connection_);
     } else {
@@ -49,11 +51,11 @@ ZAVWorkTransaction::ZAVWorkTransaction(ZAVStoreHandle& handle, ZAVError* error)
 }
 
 bool ZAVWorkTransaction::isStillOpen(ZAVError* error) const {
-    if (connection_.isInTransaction(*number_)) {
-        return true;
+    const bool isOpen = connection_.isInTransaction(*number_);
+    if (!isOpen) {
+        ZAVStoreError(error, connection_.lastError());
     }
-    ZAVStoreError(error, connection_.lastError());
-    return false;
+    return isOpen;
 }
 
 bool ZAVWorkTransaction::commit(ZAVError* error) {
@@ -72,6 +74,15 @@ ZAVWorkSavepoint::~ZAVWorkSavepoint() {
     if (isSet_ && (!run("ROLLBACK TO zav_work", nullptr) || !run("RELEASE zav_work", nullptr))) {
         connection_.endTransaction();  // what is to be taken back must not be committed with the rest
     }
+}
+
+bool ZAVWorkSavepoint::isStillOpen(ZAVError* error) const {
+    // One that is held has no successor.
+    const bool isOpen = connection_.isInTransaction();
+    if (!isOpen) {
+        ZAVStoreError(error, connection_.lastError());
+    }
+    return isOpen;
 }
 
 bool ZAVWorkSavepoint::keep(ZAVError* error) {

@@ -8,6 +8,8 @@
 #include <ZAVEventRepository/ZAVError.h>
 #include <ZAVEventRepository/ZAVRepositories.h>
 
+#include "Store/Internal/ZAVWorkControl.h"
+
 namespace zav {
 
 class ZAVConnection;
@@ -18,6 +20,7 @@ public:
     explicit ZAVStoreHandle(const std::shared_ptr<FMDatabase>& database);
 
     [[nodiscard]] const ZAVRepositories& repositories() const noexcept { return repositories_; }
+    [[nodiscard]] const std::shared_ptr<FMDatabase>& database() const noexcept { return database_; }
     [[nodiscard]] ZAVConnection& connection() const noexcept { return database_->connection(); }
 
 private:
@@ -42,14 +45,17 @@ private:
 class ZAVSnapshot {
 public:
     /// Look whether it `isTaken`.
-    ZAVSnapshot(ZAVStoreHandle& handle, ZAVError* error);
-    ~ZAVSnapshot() = default;
+    /// @param control of the work that this is for, which has begun. It may not be stopped any more when this
+    /// ends.
+    ZAVSnapshot(ZAVStoreHandle& handle, ZAVWorkControl& control, ZAVError* error);
+    ~ZAVSnapshot() { control_.pass(); }
     ZAVSnapshot(const ZAVSnapshot&) = delete;
     ZAVSnapshot& operator=(const ZAVSnapshot&) = delete;
 
     [[nodiscard]] bool isTaken() const noexcept { return hold_.has_value(); }
 
 private:
+    ZAVWorkControl& control_;
     std::optional<ZAVTransactionHold> hold_;
 };
 
@@ -58,8 +64,10 @@ private:
 class ZAVWorkTransaction {
 public:
     /// Look whether it `isBegun`.
-    ZAVWorkTransaction(ZAVStoreHandle& handle, ZAVError* error);
-    ~ZAVWorkTransaction() = default;
+    /// @param control of the work that this is for, which has begun. It may not be stopped any more when this
+    /// ends.
+    ZAVWorkTransaction(ZAVStoreHandle& handle, ZAVWorkControl& control, ZAVError* error);
+    ~ZAVWorkTransaction() { control_.pass(); }
     ZAVWorkTransaction(const ZAVWorkTransaction&) = delete;
     ZAVWorkTransaction& operator=(const ZAVWorkTransaction&) = delete;
 
@@ -72,6 +80,7 @@ public:
     bool commit(ZAVError* error);
 
 private:
+    ZAVWorkControl& control_;
     ZAVConnection& connection_;
     std::optional<std::uint64_t> number_;
     std::optional<ZAVTransactionHold> hold_;
@@ -87,6 +96,9 @@ public:
     ZAVWorkSavepoint& operator=(const ZAVWorkSavepoint&) = delete;
 
     [[nodiscard]] bool isSet() const noexcept { return isSet_; }
+
+    /// Whether the engine has not ended what is around it: false with the reason, when it has.
+    [[nodiscard]] bool isStillOpen(ZAVError* error) const;
 
     /// Makes it a part of what is around it. False on failure, with the reason.
     bool keep(ZAVError* error);

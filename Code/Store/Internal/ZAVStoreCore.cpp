@@ -1,0 +1,317 @@
+#include "Store/Internal/ZAVStoreCore.h"
+
+#include <sqlite3.h>
+
+#include <exception>
+#include <system_error>
+#include <utility>
+
+#include "Private/Database/Internal/ZAVConnection.h"
+#include "Private/Database/Internal/ZAVStatements.h"
+#include "Store/Internal/ZAVStoreErrors.h"
+#include "Store/Internal/ZAVWorkOnThread.h"
+
+namespace zav {
+namespace {
+
+ZAVWorkOutcome failedWith(const ZAVError& error) {
+    return {ZAVWorkOutcome::State::failed, error};
+}
+
+std::optional<std::int64_t> dataVersion(const ZAVStoreHandle& handle, ZAVError* error) {
+    return readNumber(*handle.database(), error, "PRAGMA data_version");
+}
+
+}  // namespace
+
+ZAVStoreCore::ZAVStoreCore(const std::shared_ptr<FMDatabase>& writing,
+                           const FMDatabaseOptions& readingOptions, const ZAVEventStoreOptions& options)
+    : lookEvery_(options.lookForCommitsOfOthersEvery),
+      deliveries_(std::make_shared<ZAVDeliveries>(options.executor)),
+      subscribers_(deliveries_),
+      writing_(std::make_unique<ZAVStoreHandle>(writing)),
+      dataVersion_(dataVersion(*writing_, nullptr).value_or(0)),
+      reading_(sqlite3_db_filename(writing->connection().engine(), "main"), readingOptions, options.readers),
+      writers_(1),
+      readers_(options.readers) {}
+
+ZAVStoreCore::~ZAVStoreCore() {
+    close(QueuedWorks::refused, nullptr);
+}
+
+template <class Work>
+auto ZAVStoreCore::inTurn(ZAVTurns::Ticket ticket, const Work& work) {
+    auto answer = [&] {
+        const ZAVTurns::Turn turn(turns_, ticket);
+        return work();
+    }();
+    deliveries_->handOut();
+    return answer;
+}
+
+// On the calling thread
+
+ZAVWorkOutcome ZAVStoreCore::read(const ReadingWork& work) {
+    if (const auto* const around = ZAVWorkOnThread::innermostOf(this)) {
+        work(around->handle().repositories());
+        return {};
+    }
+    const ZAVStoreGate::Passage passage(gate_);
+    ZAVWorkControl control;
+    return passage.isInside() ? run(work, control) : failedWith(ZAVErrorOfClosedStore());
+}
+
+ZAVWorkOutcome ZAVStoreCore::write(const WritingWork& work) {
+    if (const auto* const around = ZAVWorkOnThread::innermostOf(this)) {
+        return around->kind() == ZAVWorkOnThread::Kind::writing
+                   ? writeWithin(around->handle(), work)
+                   : failedWith(
+                         ZAVErrorOfStore(ZAVEventStoreErrorWriteInRead,
+                                         "a write within a read of the same store would wait for itself"));
+    }
+    const ZAVStoreGate::Passage passage(gate_);
+    if (!passage.isInside()) {
+        return failedWith(ZAVErrorOfClosedStore());
+    }
+    return inTurn(turns_.draw(), [&] {
+        ZAVWorkControl control;
+        return gate_.turnsBackWaiting() ? failedWith(ZAVErrorOfClosedStore()) : run(work, control);
+    });
+}
+
+ZAVWorkOutcome ZAVStoreCore::writeWithin(ZAVStoreHandle& handle, const WritingWork& work) {
+    ZAVError error;
+    ZAVWorkSavepoint savepoint(handle, &error);
+    if (!savepoint.isSet()) {
+        return failedWith(error);
+    }
+    const bool isWanted = work(handle.repositories());
+    if (!savepoint.isStillOpen(&error)) {
+        return failedWith(error);
+    }
+    if (!isWanted) {
+        return {ZAVWorkOutcome::State::takenBack};
+    }
+    return savepoint.keep(&error) ? ZAVWorkOutcome() : failedWith(error);
+}
+
+ZAVWorkOutcome ZAVStoreCore::run(const ReadingWork& work, ZAVWorkControl& control) {
+    ZAVError error;
+    const ZAVReadingHandles::Loan loan(reading_, &error);
+    if (loan.handle() == nullptr) {
+        return failedWith(error);
+    }
+    if (!control.begin(loan.handle()->connection())) {
+        return {};  // how it was stopped, its owner knows
+    }
+    const ZAVSnapshot snapshot(*loan.handle(), control, &error);
+    if (!snapshot.isTaken()) {
+        return failedWith(error);
+    }
+    const ZAVWorkOnThread running(this, ZAVWorkOnThread::Kind::reading, *loan.handle());
+    work(loan.handle()->repositories());
+    return {};
+}
+
+ZAVWorkOutcome ZAVStoreCore::run(const WritingWork& work, ZAVWorkControl& control) {
+    ZAVStoreHandle& handle = *writing_;
+    watchChanges();
+    if (!control.begin(handle.connection())) {
+        return {};
+    }
+    const int changesBefore = sqlite3_total_changes(handle.connection().engine());
+    ZAVError error;
+    ZAVWorkTransaction transaction(handle, control, &error);
+    if (!transaction.isBegun()) {
+        return failedWith(error);
+    }
+    const ZAVWorkOnThread running(this, ZAVWorkOnThread::Kind::writing, handle);
+    const bool isWanted = work(handle.repositories());
+    if (control.pass() != ZAVWorkControl::Stop::none) {
+        return {};
+    }
+    if (!transaction.isStillOpen(&error)) {
+        return failedWith(error);
+    }
+    if (!isWanted) {
+        return {ZAVWorkOutcome::State::takenBack};
+    }
+    if (!transaction.commit(&error)) {
+        return failedWith(error);
+    }
+    tellOfUnwatched(changesBefore);
+    return {};
+}
+
+// On a thread of the store
+
+template <class WhenAdded>
+std::optional<ZAVPendingWork> ZAVStoreCore::enqueue(ZAVWorkThreads& threads, ZAVQueuedWork::Run run,
+                                                    ZAVWorkCompletion completion,
+                                                    const ZAVWorkOptions& options, const WhenAdded& whenAdded,
+                                                    ZAVError* error) {
+    const ZAVStoreGate::Passage passage(gate_);
+    if (!passage.isInside()) {
+        ZAVStoreError(error, ZAVErrorOfClosedStore());
+        return std::nullopt;
+    }
+    if (!deliveries_->hasExecutor()) {
+        ZAVStoreError(error, ZAVErrorOfStore(ZAVEventStoreErrorNoExecutor,
+                                             "the store was opened without an executor, by which it could "
+                                             "tell how the work ends"));
+        return std::nullopt;
+    }
+    auto work = std::make_shared<ZAVQueuedWork>(std::move(run), std::move(completion), deliveries_);
+    try {
+        if (options.deadline) {
+            work->setDeadline(alarms_, *options.deadline);
+        }
+        threads.add(work, whenAdded);
+    } catch (const std::system_error& failure) {
+        ZAVStoreError(error, ZAVErrorOfStore(ZAVEventStoreErrorNoThread,
+                                             std::string("no thread could be started: ") + failure.what()));
+        return std::nullopt;
+    }
+    return ZAVPendingWork(std::move(work));
+}
+
+std::optional<ZAVPendingWork> ZAVStoreCore::readAsync(ReadingWork work, ZAVWorkCompletion completion,
+                                                      const ZAVWorkOptions& options, ZAVError* error) {
+    return enqueue(
+        readers_,
+        [this, work = std::move(work)](ZAVWorkControl& control) {
+            return control.stopped() == ZAVWorkControl::Stop::none ? run(work, control) : ZAVWorkOutcome();
+        },
+        std::move(completion), options, [] {}, error);
+}
+
+std::optional<ZAVPendingWork> ZAVStoreCore::writeAsync(WritingWork work, ZAVWorkCompletion completion,
+                                                       const ZAVWorkOptions& options, ZAVError* error) {
+    // Drawn when the work is in the queue, from which nothing but its own run takes it.
+    const auto ticket = std::make_shared<ZAVTurns::Ticket>();
+    return enqueue(
+        writers_,
+        [this, ticket, work = std::move(work)](ZAVWorkControl& control) {
+            return inTurn(*ticket, [&] { return run(work, control); });
+        },
+        std::move(completion), options, [&] { *ticket = turns_.draw(); }, error);
+}
+
+// Commits
+
+ZAVStoreSubscription ZAVStoreCore::subscribe(ZAVStoreObserver observer, ZAVError* error) {
+    const ZAVStoreGate::Passage passage(gate_);
+    if (!passage.isInside()) {
+        ZAVStoreError(error, ZAVErrorOfClosedStore());
+        return {};
+    }
+    if (!deliveries_->hasExecutor()) {
+        ZAVStoreError(error, ZAVErrorOfStore(ZAVEventStoreErrorNoExecutor,
+                                             "the store was opened without an executor, by which it could "
+                                             "tell of commits"));
+        return {};
+    }
+    ZAVStoreSubscription subscription(subscribers_.add(std::move(observer)));
+    lookAgainLater();
+    return subscription;
+}
+
+/// Under the turn: has the handle's changes collected as long as anybody wants to be told.
+void ZAVStoreCore::watchChanges() {
+    if (subscribers_.areThere() == isWatching_) {
+        return;
+    }
+    writing_->database()->setChangeObserver(
+        isWatching_ ? FMChangeObserver()
+                    : [this](std::span<const FMRowChange> changes) { subscribers_.tell(changes, false); });
+    isWatching_ = !isWatching_;
+}
+
+/// Under the turn, after a commit: tells those who came while it was being written, unwatched.
+void ZAVStoreCore::tellOfUnwatched(int changesBefore) noexcept {
+    if (!isWatching_ && subscribers_.areThere() &&
+        sqlite3_total_changes(writing_->connection().engine()) != changesBefore) {
+        subscribers_.tell({}, false);
+    }
+}
+
+std::optional<bool> ZAVStoreCore::lookForCommitsOfOthers(ZAVError* error) {
+    const auto* const around = ZAVWorkOnThread::innermostOf(this);
+    if (around != nullptr && around->kind() == ZAVWorkOnThread::Kind::writing) {
+        return lookInTurn(error);
+    }
+    const ZAVStoreGate::Passage passage(gate_);
+    if (!passage.isInside()) {
+        ZAVStoreError(error, ZAVErrorOfClosedStore());
+        return std::nullopt;
+    }
+    return inTurn(turns_.draw(), [&] { return lookInTurn(error); });
+}
+
+std::optional<bool> ZAVStoreCore::lookInTurn(ZAVError* error) {
+    const auto version = dataVersion(*writing_, error);
+    if (!version) {
+        return std::nullopt;
+    }
+    const bool isAnother = std::exchange(dataVersion_, *version) != *version;
+    if (isAnother) {
+        subscribers_.tell({}, true);
+    }
+    return isAnother;
+}
+
+/// One look at a time is on its way.
+void ZAVStoreCore::lookAgainLater() noexcept {
+    if (lookEvery_ <= std::chrono::milliseconds::zero() || !subscribers_.areThere() ||
+        isLooking_.exchange(true)) {
+        return;
+    }
+    try {
+        alarms_.set(std::chrono::steady_clock::now() + lookEvery_, [this] { lookBeside(); });
+    } catch (const std::exception&) {
+        isLooking_ = false;  // the next subscriber has it tried again
+    }
+}
+
+void ZAVStoreCore::lookBeside() noexcept {
+    isLooking_ = false;
+    try {
+        const auto ticket = std::make_shared<ZAVTurns::Ticket>();
+        enqueue(
+            writers_,
+            [this, ticket](ZAVWorkControl&) {
+                static_cast<void>(inTurn(*ticket, [&] { return lookInTurn(nullptr); }));
+                lookAgainLater();
+                return ZAVWorkOutcome();
+            },
+            {}, {}, [&] { *ticket = turns_.draw(); }, nullptr);
+    } catch (const std::exception&) {
+        return;
+    }
+}
+
+// The end
+
+bool ZAVStoreCore::close(QueuedWorks queued, ZAVError* error) {
+    if (ZAVWorkOnThread::innermostOf(this) != nullptr) {
+        ZAVStoreError(error, ZAVErrorOfStore(ZAVEventStoreErrorCloseInWork,
+                                             "a work cannot close the store that it runs on"));
+        return false;
+    }
+    const bool refuses = queued == QueuedWorks::refused;
+    gate_.shut(refuses);
+    if (refuses) {
+        readers_.refuseWaiting();
+        writers_.refuseWaiting();
+    }
+    gate_.awaitEmptiness();
+    const std::lock_guard lock(closing_);
+    readers_.close();
+    writers_.close();
+    alarms_.close();
+    reading_.close();  // before the last handle, which folds the log, and so must be one that can
+    writing_.reset();
+    return true;
+}
+
+}  // namespace zav

@@ -1,0 +1,92 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include <ZAVEventRepository/ZAVEventStore.h>
+
+#include "Store/Internal/ZAVAlarms.h"
+#include "Store/Internal/ZAVDeliveries.h"
+#include "Store/Internal/ZAVReadingHandles.h"
+#include "Store/Internal/ZAVStoreGate.h"
+#include "Store/Internal/ZAVStoreHandle.h"
+#include "Store/Internal/ZAVStoreSubscribers.h"
+#include "Store/Internal/ZAVTurns.h"
+#include "Store/Internal/ZAVWorkThreads.h"
+
+namespace zav {
+
+/// What a store consists of, and how works run on it: on whose thread, with which handle, in which order.
+class ZAVStoreCore {
+public:
+    using ReadingWork = ZAVEventStore::ReadingWork;
+    using WritingWork = ZAVEventStore::WritingWork;
+    using QueuedWorks = ZAVEventStore::QueuedWorks;
+
+    /// @param writing an open handle that writes; a log beside its file lets others read meanwhile.
+    ZAVStoreCore(const std::shared_ptr<FMDatabase>& writing, const FMDatabaseOptions& readingOptions,
+                 const ZAVEventStoreOptions& options);
+    ~ZAVStoreCore();
+    ZAVStoreCore(const ZAVStoreCore&) = delete;
+    ZAVStoreCore& operator=(const ZAVStoreCore&) = delete;
+
+    // On the calling thread; what the work throws goes on.
+    [[nodiscard]] ZAVWorkOutcome read(const ReadingWork& work);
+    [[nodiscard]] ZAVWorkOutcome write(const WritingWork& work);
+
+    // On a thread of the store.
+    [[nodiscard]] std::optional<ZAVPendingWork> readAsync(ReadingWork work, ZAVWorkCompletion completion,
+                                                          const ZAVWorkOptions& options, ZAVError* error);
+    [[nodiscard]] std::optional<ZAVPendingWork> writeAsync(WritingWork work, ZAVWorkCompletion completion,
+                                                           const ZAVWorkOptions& options, ZAVError* error);
+
+    [[nodiscard]] ZAVStoreSubscription subscribe(ZAVStoreObserver observer, ZAVError* error);
+    [[nodiscard]] std::optional<bool> lookForCommitsOfOthers(ZAVError* error);
+
+    bool close(QueuedWorks queued, ZAVError* error);
+
+private:
+    [[nodiscard]] ZAVWorkOutcome run(const ReadingWork& work, ZAVWorkControl& control);
+    [[nodiscard]] ZAVWorkOutcome run(const WritingWork& work, ZAVWorkControl& control);
+    [[nodiscard]] ZAVWorkOutcome writeWithin(ZAVStoreHandle& handle, const WritingWork& work);
+
+    template <class WhenAdded>
+    std::optional<ZAVPendingWork> enqueue(ZAVWorkThreads& threads, ZAVQueuedWork::Run run,
+                                          ZAVWorkCompletion completion, const ZAVWorkOptions& options,
+                                          const WhenAdded& whenAdded, ZAVError* error);
+
+    /// Runs a work that writes when its turn has come, and has what it committed told of.
+    template <class Work>
+    [[nodiscard]] auto inTurn(ZAVTurns::Ticket ticket, const Work& work);
+
+    void watchChanges();
+    void tellOfUnwatched(int changesBefore) noexcept;
+    [[nodiscard]] std::optional<bool> lookInTurn(ZAVError* error);
+    void lookAgainLater() noexcept;
+    void lookBeside() noexcept;
+
+    const std::chrono::milliseconds lookEvery_;
+    std::shared_ptr<ZAVDeliveries> deliveries_;
+    ZAVStoreSubscribers subscribers_;
+    ZAVStoreGate gate_;
+    ZAVTurns turns_;
+
+    // Under the turn:
+    std::unique_ptr<ZAVStoreHandle> writing_;
+    bool isWatching_ = false;
+    std::int64_t dataVersion_ = 0;
+
+    ZAVReadingHandles reading_;
+    std::atomic<bool> isLooking_{false};
+    std::mutex closing_;
+    ZAVAlarms alarms_;
+    ZAVWorkThreads writers_;
+    ZAVWorkThreads readers_;
+};
+
+}  // namespace zav

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <string>
+
+#include <ZAVEventRepository/ZAVError.h>
+#include <ZAVEventRepository/ZAVEventStoreError.h>
+
+namespace zav {
+
+/// An error that the store finds by itself.
+[[nodiscard]] inline ZAVError ZAVErrorOfStore(ZAVEventStoreErrorCode code, const std::string& message) {
+    return {ZAVErrorDomainEventStore, code, message};
+}
+
+/// Why a closed store refuses a call.
+[[nodiscard]] inline ZAVError ZAVErrorOfClosedStore() {
+    return ZAVErrorOfStore(ZAVEventStoreErrorClosed, "the store is closed");
+}
+
+}  // namespace zav
