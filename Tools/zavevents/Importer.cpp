@@ -1,6 +1,7 @@
 #include "Importer.h"
 
 #include <algorithm>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -32,6 +33,16 @@ std::string textOf(const ZAVData& clientID) {
 std::string streamText(const ZAVEvent& event) {
     const auto uuid = event.streamUUID();
     return uuid ? uuid->UUIDString() : "in row " + std::to_string(event.streamDatabaseIdentifier());
+}
+
+/// What the recognition answered.
+/// @throws ToolError when it could not.
+template <class Answer>
+Answer required(std::optional<Answer> answer, const ZAVError& error) {
+    if (!answer) {
+        throw ToolError("cannot look for a stored event", error);
+    }
+    return *std::move(answer);
 }
 
 /// What a line says of a part that its row, of index, type, value and url, does not say.
@@ -90,7 +101,7 @@ void Importer::begin() {
         throw ToolError("cannot begin a batch", error);
     }
     newestRow_ = newestEventRow(*database_);
-    const bool othersWrote = recognition_.begin();
+    const bool othersWrote = required(recognition_.begin(&error), error);
     unnamedStreams_.begin(othersWrote);
     if (othersWrote) {
         for (auto& [identifier, row] : streams_) {
@@ -126,7 +137,9 @@ bool Importer::mayBePending(const ZAVEvent& event) const {
 
 /// Gives the event the row of the stored one that it is.
 void Importer::adoptStoredEvent(ZAVEvent& event) {
-    const auto answer = recognition_.recognise(event, event.streamDatabaseIdentifier());
+    ZAVError error;
+    const auto answer =
+        required(recognition_.recognise(event, event.streamDatabaseIdentifier(), &error), error);
     if (answer.conflictingClientID) {
         throw BadLine("seq " + std::to_string(event.seq()) + " of stream " + streamText(event) +
                       " is taken by another event: the stored client_id is " +

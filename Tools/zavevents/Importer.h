@@ -12,19 +12,19 @@
 #include <vector>
 
 #include <ZAVEventRepository/FMDatabase.h>
+#include <ZAVEventRepository/ZAVEventRecognition.h>
 #include <ZAVEventRepository/ZAVEventRepository.h>
 #include <ZAVEventRepository/ZAVStreamRepository.h>
 #include <ZAVEventRepository/ZAVTransaction.h>
 
 #include "EventReader.h"
-#include "EventRecognition.h"
 #include "UnnamedStreams.h"
 
 namespace zavevents {
 
 /// Stores events in batches, each of them whole or not at all, and makes the streams that they need.
 ///
-/// Which stored event an incoming one is, if any, is decided by `EventRecognition`. One that is stored
+/// Which stored event an incoming one is, if any, is decided by `ZAVEventRecognition`. One that is stored
 /// already is updated; its content parts stay as they are stored.
 class Importer {
 public:
@@ -80,7 +80,7 @@ private:
     zav::ZAVStreamRepository streamRepository_;
     Options options_;
     Remark remark_;
-    EventRecognition recognition_;
+    zav::ZAVEventRecognition recognition_;
     bool hasTold_ = false;  ///< that the user is not known
 
     std::optional<zav::ZAVTransaction> transaction_;

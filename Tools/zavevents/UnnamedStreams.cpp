@@ -13,12 +13,12 @@ namespace {
 constexpr std::int64_t waiting = std::numeric_limits<std::int64_t>::min();
 constexpr std::int64_t anySequence = std::numeric_limits<std::int64_t>::max();
 
-/// As for `EventRecognition`: fewer are cheap to read again.
+/// As for `ZAVEventRecognition`: fewer are cheap to read again.
 constexpr std::size_t eventsWorthKeeping = 16;
 
 }  // namespace
 
-UnnamedStreams::UnnamedStreams(std::shared_ptr<FMDatabase> database, const EventRecognition& recognition)
+UnnamedStreams::UnnamedStreams(std::shared_ptr<FMDatabase> database, const ZAVEventRecognition& recognition)
     : database_(std::move(database)), recognition_(recognition), repository_(database_) {}
 
 void UnnamedStreams::begin(bool othersWrote) {

@@ -10,10 +10,10 @@
 #include <utility>
 
 #include <ZAVEventRepository/FMDatabase.h>
+#include <ZAVEventRepository/ZAVEventRecognition.h>
 #include <ZAVEventRepository/ZAVStreamRepository.h>
 
 #include "EventReader.h"
-#include "EventRecognition.h"
 
 namespace zavevents {
 
@@ -26,7 +26,7 @@ namespace zavevents {
 /// stored, a new stream is made.
 class UnnamedStreams {
 public:
-    UnnamedStreams(std::shared_ptr<zav::FMDatabase> database, const EventRecognition& recognition);
+    UnnamedStreams(std::shared_ptr<zav::FMDatabase> database, const zav::ZAVEventRecognition& recognition);
 
     /// To be called when a transaction begins.
     /// @param othersWrote whether another connection has written since the last one.
@@ -59,7 +59,7 @@ private:
     [[nodiscard]] Candidates& candidatesFor(const zav::ZAVData& clientID);
 
     std::shared_ptr<zav::FMDatabase> database_;
-    const EventRecognition& recognition_;
+    const zav::ZAVEventRecognition& recognition_;
     zav::ZAVStreamRepository repository_;
     std::optional<zav::ZAVDatabaseIdentifier> newestRowBefore_;
     std::map<std::optional<std::int64_t>, Stream> streams_;
