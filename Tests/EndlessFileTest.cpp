@@ -228,6 +228,8 @@ private:
         INSERT INTO events (type, seq, stream_database_identifier, client_id)
             SELECT 2, 1000 + i, 1, CAST('sequenced-' || i AS BLOB) FROM n;
         INSERT INTO events (type, stream_database_identifier, client_id) SELECT 3, 1, CAST('waiting' AS BLOB) FROM n;
+        INSERT INTO events (type, target_seq, stream_database_identifier, client_id)
+            SELECT 9, 1000000 + i, 1, CAST('deleting' AS BLOB) FROM n;
         INSERT INTO event_content_parts (event_content_part_id, event_database_identifier, type, value, url, size,
                                          transfer_status, file_path, last_accessed)
             SELECT 100 + i, 1, 'text/plain', x'00', 'u', 1, i % 5, 'f', 5 FROM n;
@@ -460,7 +462,8 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         Tree{"events", "allEvents"}, Tree{"events_by_stream_and_seq", "countOfEvents"},
         Tree{"events_without_seq", "publishableEvents"}, Tree{"events_by_client_id", ""},  //
-        Tree{"streams", ""}, Tree{"streams_by_stream_id", "countOfStreams"}, Tree{"event_content_parts", ""},
+        Tree{"events_by_deleted_seq", ""}, Tree{"streams", ""},
+        Tree{"streams_by_stream_id", "countOfStreams"}, Tree{"event_content_parts", ""},
         Tree{"event_content_parts_by_event_and_index", "allEvents"}, Tree{"event_content_parts_by_url", ""},
         Tree{"event_content_parts_by_transfer_status", "eventContentsHavingUnassignedURLsWithError"},
         Tree{"event_content_parts_by_last_accessed", ""},

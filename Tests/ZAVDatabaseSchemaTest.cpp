@@ -85,12 +85,12 @@ TEST_F(Schema, OfTheFirstVersionIsBroughtUpToDateWithWhatItHolds) {
     run(*openHandle(path_),
         "INSERT INTO event_content_parts (event_content_part_id, event_database_identifier, size,"
         " transfer_status, file_path) VALUES (0, 1, 70, 4, 'a'), (1, 1, 30, 0, 'b'), (2, 1, 5, 3, 'c');"
-        "DROP INDEX event_content_parts_by_disk_use; PRAGMA user_version=1");
+        "DROP INDEX event_content_parts_by_disk_use; DROP INDEX events_by_deleted_seq; PRAGMA user_version=1");
     ZAVError error;
     EXPECT_EQ(ZAVDatabaseSchema::openCurrentDatabase(path_, {}, &error), nullptr);
     EXPECT_EQ(error.code(), ZAVDatabaseErrorOlderSchema) << error.description();
     const auto database = openStore();
-    EXPECT_EQ(ZAVDatabaseSchema::versionOfDatabase(*database), 2);
+    EXPECT_EQ(ZAVDatabaseSchema::versionOfDatabase(*database), schemaVersion);
     EXPECT_EQ(schemaOf(*database), made);
     EXPECT_EQ(ZAVEventRepository(database).totalDiskUtilizationOfEventContentPartsWithError(), 100U);
     EXPECT_EQ(scalar(*database, "PRAGMA integrity_check"), "ok");

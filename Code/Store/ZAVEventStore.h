@@ -1,17 +1,25 @@
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
+#include <vector>
 
 #include <ZAVEventRepository/ZAVError.h>
+#include <ZAVEventRepository/ZAVEvent.h>
 #include <ZAVEventRepository/ZAVEventStoreError.h>
 #include <ZAVEventRepository/ZAVEventStoreOptions.h>
 #include <ZAVEventRepository/ZAVExport.h>
+#include <ZAVEventRepository/ZAVReceiving.h>
 #include <ZAVEventRepository/ZAVRepositories.h>
+#include <ZAVEventRepository/ZAVSending.h>
 #include <ZAVEventRepository/ZAVStoreSubscription.h>
 #include <ZAVEventRepository/ZAVStoreWork.h>
+#include <ZAVEventRepository/ZAVUUID.h>
 
 namespace zav {
 
@@ -104,6 +112,61 @@ public:
     /// among the writes.
     /// @return none on failure, with the reason in `error`.
     std::optional<bool> lookForCommitsOfOthers(ZAVError* error = nullptr);
+
+    /// Stores what the service sent of one stream, in one transaction and in the order given, and does what a
+    /// client owes to it; each of the things can be switched off in `ZAVReceiveOptions`. The stream is
+    /// registered if need be. An event of the user that was sent from here is known for the row that waits
+    /// for its sequence: by stream, author and `client_id`, a waiting row without an author being the user's.
+    /// The same event may come any number of times, and the same rows result.
+    ///
+    /// The records are told their rows. `preceding_seq` and `client_seq` of an event that is stored already
+    /// are left as they are unless something else has changed.
+    /// @return what became of each event, in the order given; one that is refused costs the others nothing.
+    /// None when the database fails, or when one is refused and the options want them all or none: nothing is
+    /// stored then, and the records are as they were before, with the reason in `error`.
+    std::optional<std::vector<ZAVReceivedEvent>> receive(const ZAVUUID& streamUUID,
+                                                         std::span<const std::shared_ptr<ZAVEvent>> events,
+                                                         const ZAVReceiveOptions& options = {},
+                                                         ZAVError* error = nullptr);
+
+    /// Records what the service gave to an event that was sent from here, as its answer says: the event of
+    /// this author and `client_id` in the stream. `receive` may have recorded it before, or do so later.
+    /// @return what became of it: `own`, `known`, `conflict`, or `refused` when there is no such event. None
+    /// when the database fails, with the reason in `error`.
+    std::optional<ZAVReceivedEvent> recordPosted(const ZAVUUID& streamUUID, const ZAVUUID& clientID,
+                                                 ZAVSequence seq, const std::string& creatorID,
+                                                 std::int64_t serverTimestamp, ZAVError* error = nullptr);
+
+    /// Stores an event of the user's, which waits until the service has it: `outbox` answers it then. The
+    /// stream is named by its row or by its identifier, under which it is registered if need be. `client_seq`
+    /// becomes the next number of the stream's counter, which never goes back, and `preceding_seq` what the
+    /// stream has come to, or 0; an event without an author becomes the user's. A part with a file, which has
+    /// to be there, awaits its upload; others are complete.
+    /// @return its row, which the record is told too; the one that is there when an event of this author and
+    /// `client_id` was stored in the stream before, as which it counts. None on failure, with the reason in
+    /// `error`; the record is as it was before then.
+    std::optional<ZAVSentEvent> send(const std::shared_ptr<ZAVEvent>& event, ZAVError* error = nullptr);
+
+    /// The events that wait for the service and can go there, as `ZAVEventRepository::publishableEvents`
+    /// says, by the row of their stream, by `client_seq`, and by their own row.
+    /// @return none on failure, with the reason in `error`.
+    [[nodiscard]] std::optional<std::vector<std::shared_ptr<ZAVEvent>>> outbox(
+        const ZAVOutboxOptions& options = {}, ZAVError* error = nullptr);
+
+    /// Gives a stream that was begun offline the identifier under which the service knows it. When a stream
+    /// of that identifier is registered already, the events that wait move there, behind what was sent into
+    /// it.
+    /// @return the row of the stream that has the identifier now; none on failure, with the reason in
+    /// `error`.
+    std::optional<ZAVDatabaseIdentifier> streamPosted(ZAVDatabaseIdentifier stream, const ZAVUUID& uuid,
+                                                      ZAVError* error = nullptr);
+
+    /// The sequences that are missing between those that are stored, and up to the one that the stream has
+    /// come to, the newest first.
+    /// @param limit how many gaps are wanted at most.
+    /// @return none on failure, with the reason in `error`.
+    std::optional<std::vector<ZAVSequenceGap>> missingSequences(const ZAVUUID& streamUUID, std::size_t limit,
+                                                                ZAVError* error = nullptr);
 
     /// What becomes of works that wait for a thread or for their turn when the store is closed.
     enum class QueuedWorks {

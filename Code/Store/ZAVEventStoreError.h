@@ -17,6 +17,8 @@ enum ZAVEventStoreErrorCode : int {
     ZAVEventStoreErrorCloseInWork = 6,  ///< a work cannot close its own store, which would wait for the work
     ZAVEventStoreErrorNoExecutor = 7,   ///< there is none to tell anything by
     ZAVEventStoreErrorNoThread = 8,     ///< the system gives no thread to run a work on
+    ZAVEventStoreErrorUnusableEvent = 9,  ///< the event cannot be stored as it is
+    ZAVEventStoreErrorConflict = 10,      ///< another event stands at the event's sequence
 };
 
 }  // namespace zav

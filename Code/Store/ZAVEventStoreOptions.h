@@ -3,14 +3,24 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
+#include <string>
 
 #include <ZAVEventRepository/FMDatabaseOptions.h>
 #include <ZAVEventRepository/ZAVStoreWork.h>
+#include <ZAVEventRepository/ZAVUUID.h>
 
 namespace zav {
 
 /// How a store is opened. The defaults are what a client wants.
 struct ZAVEventStoreOptions {
+    /// The user who is signed in: the author of what is sent from here. Without it one's own events are
+    /// recognised only by an author that they name.
+    std::optional<std::string> userID;
+
+    /// The application that content is downloaded for.
+    std::optional<ZAVUUID> appID;
+
     /// How each handle is opened. The store itself sets `access`, `writeAheadLog`, `newestUserVersion` and
     /// `pageCacheKiB`. A key is given by `keyProvider`, which is asked whenever a handle is opened; when it
     /// has none the call fails, and the next one asks again. `key`, whose bytes the store would have to keep,

@@ -26,7 +26,8 @@ std::optional<std::int64_t> dataVersion(const ZAVStoreHandle& handle, ZAVError* 
 
 ZAVStoreCore::ZAVStoreCore(const std::shared_ptr<FMDatabase>& writing,
                            const FMDatabaseOptions& readingOptions, const ZAVEventStoreOptions& options)
-    : lookEvery_(options.lookForCommitsOfOthersEvery),
+    : owner_{options.userID, options.appID},
+      lookEvery_(options.lookForCommitsOfOthersEvery),
       deliveries_(std::make_shared<ZAVDeliveries>(options.executor)),
       subscribers_(deliveries_),
       writing_(std::make_unique<ZAVStoreHandle>(writing)),
@@ -141,6 +142,10 @@ ZAVWorkOutcome ZAVStoreCore::run(const WritingWork& work, ZAVWorkControl& contro
     }
     tellOfUnwatched(changesBefore);
     return {};
+}
+
+ZAVStoreHandle& ZAVStoreCore::handleOfWork() const noexcept {
+    return ZAVWorkOnThread::innermostOf(this)->handle();
 }
 
 // On a thread of the store

@@ -15,6 +15,7 @@
 #include "Store/Internal/ZAVReadingHandles.h"
 #include "Store/Internal/ZAVStoreGate.h"
 #include "Store/Internal/ZAVStoreHandle.h"
+#include "Store/Internal/ZAVStoreOwner.h"
 #include "Store/Internal/ZAVStoreSubscribers.h"
 #include "Store/Internal/ZAVTurns.h"
 #include "Store/Internal/ZAVWorkThreads.h"
@@ -50,6 +51,10 @@ public:
 
     bool close(QueuedWorks queued, ZAVError* error);
 
+    /// The handle of the work that runs on this thread; there must be one.
+    [[nodiscard]] ZAVStoreHandle& handleOfWork() const noexcept;
+    [[nodiscard]] const ZAVStoreOwner& owner() const noexcept { return owner_; }
+
 private:
     [[nodiscard]] ZAVWorkOutcome run(const ReadingWork& work, ZAVWorkControl& control);
     [[nodiscard]] ZAVWorkOutcome run(const WritingWork& work, ZAVWorkControl& control);
@@ -70,6 +75,7 @@ private:
     void lookAgainLater() noexcept;
     void lookBeside() noexcept;
 
+    const ZAVStoreOwner owner_;
     const std::chrono::milliseconds lookEvery_;
     std::shared_ptr<ZAVDeliveries> deliveries_;
     ZAVStoreSubscribers subscribers_;

@@ -9,6 +9,7 @@
 #include <ZAVEventRepository/ZAVMessageRepositoryCache.h>
 
 #include "Private/Database/Internal/ZAVStatements.h"
+#include "Private/Model/Repositories/Internal/ZAVEventMetadata.h"
 #include "Private/Model/Repositories/Internal/ZAVEventRepositoryProjections.h"
 
 namespace zav {
@@ -54,10 +55,8 @@ std::shared_ptr<ZAVEvent> ZAVEventRepository::objectFromResultSet(const FMResult
     event->set_stream_id(row.dataForColumnIndex(ZAVEventMapperColumnEventStreamID));
 
     const auto keyedValues = ZAVKeyedValueRepository::repositoryWithDatabase(sharedDatabase());
-    event->set_transient_metadata(metadataFromKeyedValues(keyedValues.keyedValuesInContext(
-        ZAVKeyedValuesContext::contextWithTable(ZAVKeyedValuesTableRemote, "event",
-                                                event->databaseIdentifier(), ZAVKeyedValuesKeyTypeTransient),
-        error)));
+    event->set_transient_metadata(metadataFromKeyedValues(
+        keyedValues.keyedValuesInContext(ZAVContextOfEventMetadata(event->databaseIdentifier()), error)));
 
     static constexpr auto contentOfEvent = projections::selectContent(
         " WHERE event_database_identifier = ? ORDER BY event_content_parts.event_content_part_id ASC");

@@ -12,6 +12,7 @@
 #include <ZAVEventRepository/ZAVKeyedValueRepository.h>
 #include <ZAVEventRepository/ZAVUTF8.h>
 
+#include "Private/Model/Repositories/Internal/ZAVEventMetadata.h"
 #include "Private/Model/Repositories/Internal/ZAVRepositoryOperation.h"
 #include "Private/Model/Repositories/Internal/ZAVRepositoryStatements.h"
 #include "Private/Model/Synchronization/Internal/ZAVRecordCast.h"
@@ -75,20 +76,6 @@ ZAVEvent& requireStorable(const std::shared_ptr<ZAVTEvent>& element, Parts& part
 /// The row to bind: NULL lets the database choose one.
 std::optional<ZAVDatabaseIdentifier> rowOrNull(ZAVDatabaseIdentifier row) noexcept {
     return row == ZAVDatabaseIdentifierNotSet ? std::nullopt : std::optional(row);
-}
-
-/// Metadata as they are stored: bytes as the text that they encode, and not at all when they encode none.
-ZAVDictionary storableMetadata(const ZAVDictionary& metadata) {
-    ZAVDictionary storable;
-    for (const auto& [key, value] : metadata) {
-        const auto* bytes = std::get_if<ZAVData>(&value);
-        if (bytes == nullptr) {
-            storable.set(key, value);
-        } else if (ZAVIsUTF8(bytes->asText())) {
-            storable.set(key, std::string(bytes->asText()));
-        }
-    }
-    return storable;
 }
 
 /// Writes one event. A step that fails has put the reason into the operation's error cell when it returns
@@ -203,11 +190,8 @@ private:
             return true;
         }
         return keyedValues_.setKeyedValuesWithDictionary(
-            storableMetadata(*event_.transient_metadata()), std::nullopt,
-            ZAVKeyedValuesContext::contextWithTable(ZAVKeyedValuesTableRemote, "event",
-                                                    event_.databaseIdentifier(),
-                                                    ZAVKeyedValuesKeyTypeTransient),
-            &outError_);
+            ZAVStorableMetadata(*event_.transient_metadata()), std::nullopt,
+            ZAVContextOfEventMetadata(event_.databaseIdentifier()), &outError_);
     }
 
     [[nodiscard]] bool writeContent() {
@@ -260,6 +244,19 @@ private:
 };
 
 }  // namespace
+
+ZAVDictionary ZAVStorableMetadata(const ZAVDictionary& metadata) {
+    ZAVDictionary storable;
+    for (const auto& [key, value] : metadata) {
+        const auto* bytes = std::get_if<ZAVData>(&value);
+        if (bytes == nullptr) {
+            storable.set(key, value);
+        } else if (ZAVIsUTF8(bytes->asText())) {
+            storable.set(key, std::string(bytes->asText()));
+        }
+    }
+    return storable;
+}
 
 bool ZAVEventRepository::persistEvents(const ZAVSet<ZAVTEvent>& events, ZAVError* error) const {
     static constexpr ZAVRepositoryOperation<ZAVSet<ZAVTEvent>> operation{
