@@ -2,6 +2,7 @@
 #                    builds the tool alone, with one compiler
 # make test          build everything and run all tests
 # make test-long     the sweeps, crashes and random sequences again, at length (some 20 minutes)
+# make threads       the tests of the store under the thread sanitizer, on the engine that is compiled in
 # make fuzz          the fuzzers, FUZZ_SECONDS each
 # make static        clang-tidy and cppcheck
 # make valgrind      the tests under memcheck
@@ -51,7 +52,7 @@ CONFIGURE = cmake -S . -B $(BUILD) -G Ninja -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) -DC
 # A folder that is configured already stays as it is, so that its tests are not taken out of it.
 TOOL_ALONE = $(if $(wildcard $(BUILD)/CMakeCache.txt),,-DZAV_BUILD_TESTS=OFF -DZAV_BUILD_EXAMPLES=OFF)
 
-.PHONY: run tool test test-long fuzz static valgrind coverage docs bench configure-bench instructions scale commits rates \
+.PHONY: run tool test test-long threads fuzz static valgrind coverage docs bench configure-bench instructions scale commits rates \
 	memory tool-cost toolchains presets check hooks build setup setup-tool setup-checks format check-format clean
 
 run: tool
@@ -72,6 +73,15 @@ test-long: build
 	scripts/check-loss.sh $(BUILD)/loss
 	ZAV_TEST_EFFORT=long ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS) -L long
 	@scripts/report-sweeps.sh $(BUILD)/Testing/Temporary/LastTest.log
+
+# All of the engine is watched too, which the one of a distribution is not.
+threads: ENGINE = amalgamation
+threads: CXX = clang++
+threads: setup setup-checks
+	cmake -S . -B $(BUILD)/threads -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG=-O1 -DCMAKE_CXX_COMPILER=$(CXX) \
+		-DZAV_SANITIZE=thread $(ENGINE_CHOICE) -DZAV_BUILD_TESTS=ON -DZAV_BUILD_EXAMPLES=OFF
+	cmake --build $(BUILD)/threads -j $(JOBS) --target zav_store_tests
+	$(BUILD)/threads/Tests/zav_store_tests --gtest_brief=1
 
 fuzz: setup
 	scripts/fuzz.sh $(FUZZ_SECONDS) $(BUILD)/fuzz
