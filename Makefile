@@ -13,6 +13,7 @@
 # make scale         what each operation costs as the store grows, in $(BUILD)/scale; SIZES and SCALE_OPTIONS may be given
 # make commits       how long commits of one event take, beside a bare append of as many bytes
 # make rates         how many events a second can be stored, those of EVENTS, a JSON Lines file
+# make store         what the store for several threads adds, and how its readers and its writer fare together
 # make memory        what records take in memory, and whether memory grows with use
 # make tool-cost     the tool beside the library alone, at the events of EVENTS, a JSON Lines file
 # make toolchains    builds with clang++ and libc++, and compiles for 32 bits
@@ -52,7 +53,7 @@ CONFIGURE = cmake -S . -B $(BUILD) -G Ninja -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) -DC
 # A folder that is configured already stays as it is, so that its tests are not taken out of it.
 TOOL_ALONE = $(if $(wildcard $(BUILD)/CMakeCache.txt),,-DZAV_BUILD_TESTS=OFF -DZAV_BUILD_EXAMPLES=OFF)
 
-.PHONY: run tool test test-long threads fuzz static valgrind coverage docs bench configure-bench instructions scale commits rates \
+.PHONY: run tool test test-long threads fuzz static valgrind coverage docs bench configure-bench instructions scale commits rates store \
 	memory tool-cost toolchains presets check hooks build setup setup-tool setup-checks format check-format clean
 
 run: tool
@@ -114,6 +115,10 @@ rates: tool configure-bench
 	rm -f $(BUILD)/rates.db $(BUILD)/rates.db-wal $(BUILD)/rates.db-shm
 	$(ZAVEVENTS) import $(BUILD)/rates.db $(EVENTS)
 	$(BENCH)/Benchmarks/zav_rates $(BUILD)/rates.db
+
+store: configure-bench
+	cmake --build $(BENCH) -j $(JOBS) --target zav_store
+	$(BENCH)/Benchmarks/zav_store
 
 memory: configure-bench
 	cmake --build $(BENCH) -j $(JOBS) --target zav_memory

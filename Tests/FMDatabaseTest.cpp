@@ -470,6 +470,21 @@ TEST_F(OpeningADatabase, HasTheCommitThatLeavesFourThousandPagesInTheLogFoldIt) 
     EXPECT_GT(std::filesystem::file_size(path_), 4000 * 4096U);
 }
 
+TEST_F(OpeningADatabase, KeepsThePagesOfATransactionInMemoryUpToFourTimesThePageCache) {
+    FMDatabaseOptions chosen;
+    chosen.pageCacheKiB = 256;
+    const auto database = openHandle(path_, chosen);
+    run(*database, "CREATE TABLE t (a); BEGIN; INSERT INTO t VALUES (zeroblob(800000))");
+    const std::string log = path_ + "-wal";
+    const auto before = std::filesystem::file_size(log);
+    EXPECT_LT(before, 800000U)
+        << "pages were written before the transaction had changed four times its cache";
+    run(*database, "INSERT INTO t VALUES (zeroblob(1600000))");
+    EXPECT_GT(std::filesystem::file_size(log), before + 800000) << "a transaction keeps all that it changes";
+    run(*database, "COMMIT");
+    EXPECT_EQ(scalar(*database, "SELECT sum(length(a)) FROM t"), "2400000");
+}
+
 TEST_F(OpeningADatabase, TakesTheOptionsOfTheCaller) {
     FMDatabaseOptions chosen;
     chosen.synchronous = FMDatabaseOptions::Synchronous::normal;

@@ -42,7 +42,8 @@ struct FMDatabaseOptions {
     bool writeAheadLog = true;
 
     /// Memory for pages of the file, in KiB, taken as pages are read. Indexes that fit are searched without
-    /// touching the file system; 2048 suits a small phone. 0 leaves the engine the least that it needs.
+    /// touching the file system; 2048 suits a small phone. 0 leaves the engine the least that it needs. While
+    /// a transaction changes more pages than that, up to four times as much.
     std::int32_t pageCacheKiB = 16384;
 
     /// How many pages the write-ahead log grows by before it is folded into the file. A page that changes

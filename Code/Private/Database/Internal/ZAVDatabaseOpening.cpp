@@ -102,6 +102,17 @@ bool hasKnownVersion(ZAVConnection& connection, std::optional<std::int32_t> newe
     return !newest || version <= *newest || connection.fail(ZAVErrorOfNewerSchema(version, *newest));
 }
 
+/// Has a transaction keep the pages that it changes until it is committed, up to a limit. The engine would
+/// write them to the log as soon as they fill the cache, and then again and again: new entries of the indexes
+/// of URLs and `client_id`s change pages all over a large file.
+std::string spillFor(std::int32_t pageCacheKiB) {
+    constexpr std::int64_t multiple = 4;
+    constexpr std::int64_t most = std::numeric_limits<std::int32_t>::max();
+    return pageCacheKiB == 0
+               ? ""
+               : "; PRAGMA cache_spill=-" + std::to_string(std::min(multiple * pageCacheKiB, most));
+}
+
 bool configure(ZAVConnection& connection, const FMDatabaseOptions& options,
                const std::optional<std::string>& key) {
     sqlite3* const engine = connection.engine();
@@ -117,7 +128,7 @@ bool configure(ZAVConnection& connection, const FMDatabaseOptions& options,
                                         std::min(options.writeAheadLogWait, longestTimeout)});
     // What an engine does by default about deleted content depends on who compiled it.
     return connection.runScript("PRAGMA cell_size_check=ON; PRAGMA cache_size=-" +
-                                std::to_string(options.pageCacheKiB) +
+                                std::to_string(options.pageCacheKiB) + spillFor(options.pageCacheKiB) +
                                 "; PRAGMA secure_delete=" + (options.secureDelete ? "ON" : "OFF")) &&
            hasKnownVersion(connection, options.newestUserVersion) &&
            connection.runScript(connection.settings().isDurable ? "PRAGMA synchronous=EXTRA"
