@@ -90,6 +90,7 @@ const std::vector<NumericOption> wholeNumbers = {
     {"transfer", "--size", {"--event", "1", "--index", "0"}},
     {"transfer", "--purged", {"--event", "1", "--index", "0"}},
     {"reclaim", "--bytes", {"--cache", "/"}},
+    {"repair", "--age", {"--cache", "/", "--app-id", stream, "--user", "ada"}},
     {"import", "--batch", {"/dev/null"}},
 };
 

@@ -431,22 +431,6 @@ TEST(Reclaim, TheDatabaseAndItsCompanionsStay) {
     }
 }
 
-TEST(Reclaim, TheRollbackJournalOfTheMarksStays) {
-    const CacheStore cache({{"first", 10, 500}, {"chat.db-journal", 10, 1000}, {"good", 10, 2000}});
-    cache.store().execute("PRAGMA journal_mode = DELETE");
-    const std::string first = cache.addFile("first");
-    const std::string good = cache.addFile("good");
-    const ToolRun run = cache.store().run("reclaim", {"--bytes", "1000", "--cache", cache.beside("")});
-    EXPECT_EQ(run.err, cache.beside("chat.db-journal") +
-                           ": belongs to the database\nzavevents: 1 parts could not be reclaimed\n")
-        << "it is there as soon as the first part is marked";
-    EXPECT_EQ(run.out, "first: 10 bytes\ngood: 10 bytes\n2 parts, 20 bytes freed\n");
-    EXPECT_FALSE(fs::exists(first));
-    EXPECT_FALSE(fs::exists(good));
-    EXPECT_EQ(cache.marks(), (Rows{"1", "0", "1"}));
-    EXPECT_EQ(cache.store().execute("PRAGMA integrity_check"), (Rows{"ok"}));
-}
-
 TEST(Reclaim, ANameOfItsOwnTrashIsRefused) {
     const std::string name = ".zav-trash-0123456789abcdef-x";
     const CacheStore cache(beforeAGoodOne(name));

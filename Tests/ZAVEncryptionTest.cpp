@@ -418,6 +418,8 @@ TEST_F(Encryption, EveryCommandOfTheToolTakesTheKey) {
         {"sequence", "--id", "1", "--seq", "1", "--creator", "ada", "--timestamp", "1"},
         {"transfer", "--event", "1", "--index", "0", "--status", "4"},
         {"reclaim", "--bytes", "1", "--cache", store.file("")},
+        {"repair", "--cache", store.file(""), "--app-id", uuidText(0xAA), "--user", "ada"},
+        {"delete", "--id", "1000", "--whole", "--cache", store.file("")},
         {"checkpoint", "--truncate"},
         {"compact"},
         {"disk-usage", "--tables"},

@@ -100,9 +100,12 @@ std::unique_ptr<ZAVEventStore> ZAVEventStore::open(const std::string& path,
         new ZAVEventStore(std::make_unique<ZAVStoreCore>(database, reading, options)));
 }
 
-ZAVEventStore::ZAVEventStore(std::unique_ptr<ZAVStoreCore> core) noexcept : core_(std::move(core)) {}
+ZAVEventStore::ZAVEventStore(std::unique_ptr<ZAVStoreCore> core)
+    : content_(new ZAVContentCache(*core)), core_(std::move(core)) {}
 
-ZAVEventStore::~ZAVEventStore() = default;
+ZAVEventStore::~ZAVEventStore() {
+    content_->recordAccesses();
+}
 
 bool ZAVEventStore::read(const ReadingWork& work, ZAVError* error) {
     return isDone(core_->read(work), error);
@@ -131,6 +134,7 @@ std::optional<bool> ZAVEventStore::lookForCommitsOfOthers(ZAVError* error) {
 }
 
 bool ZAVEventStore::close(QueuedWorks queued, ZAVError* error) {
+    content_->recordAccesses();
     return core_->close(queued, error);
 }
 

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include <ZAVEventRepository/ZAVContentCache.h>
 #include <ZAVEventRepository/ZAVError.h>
 #include <ZAVEventRepository/ZAVEvent.h>
 #include <ZAVEventRepository/ZAVEventStoreError.h>
@@ -168,6 +169,52 @@ public:
     std::optional<std::vector<ZAVSequenceGap>> missingSequences(const ZAVUUID& streamUUID, std::size_t limit,
                                                                 ZAVError* error = nullptr);
 
+    /// Deletes events with all that belongs to them: parts, metadata, change records and mirrored messages,
+    /// in one transaction; then the files of the parts that no other part names. Nothing of them is found by
+    /// a queue again, and nothing keeps the service from sending them again: see `makeTombstone`.
+    /// @param rows those of the events; one that is not there is no failure.
+    /// @return how many events there were; none on failure, with the reason in `error`.
+    std::optional<std::size_t> deleteEvents(std::span<const ZAVDatabaseIdentifier> rows,
+                                            ZAVError* error = nullptr);
+
+    /// Makes a tombstone of the event at a sequence, which stays in its place when the event comes again: its
+    /// row stays, and what belongs to it goes as with `deleteEvents`.
+    /// @return whether there was such an event; none on failure, with the reason in `error`.
+    std::optional<bool> makeTombstone(const ZAVUUID& streamUUID, ZAVSequence seq, ZAVError* error = nullptr);
+
+    /// The same, for a stream in a row.
+    std::optional<bool> makeTombstone(ZAVDatabaseIdentifier stream, ZAVSequence seq,
+                                      ZAVError* error = nullptr);
+
+    /// Deletes a stream with its events and all that belongs to them, as `deleteEvents` does. The
+    /// conversation that shows it stays, with the sequences of its participants.
+    /// @param stream its row, which a stream that was begun offline has as well.
+    /// @return whether there was such a stream; none on failure, with the reason in `error`.
+    std::optional<bool> deleteStream(ZAVDatabaseIdentifier stream, ZAVError* error = nullptr);
+
+    /// Which sequences may take the place of one that was recorded.
+    enum class SequenceChange {
+        forward,  ///< only a greater one: what comes late changes nothing
+        any,      ///< a smaller one as well
+    };
+
+    /// Records how far a member of a stream's conversation has progressed.
+    /// @return whether it was recorded: false when the member is not known, or has come as far before. None
+    /// on failure, with the reason in `error`.
+    std::optional<bool> recordParticipantSeq(const ZAVUUID& streamUUID, const std::string& memberID,
+                                             ZAVSequence seq, SequenceChange change = SequenceChange::forward,
+                                             ZAVError* error = nullptr);
+
+    /// Records the sequence of the message that an event carries.
+    /// @return whether it was recorded: false when the event carries none, or one of this sequence or a
+    /// greater one. None on failure, with the reason in `error`.
+    std::optional<bool> recordMessageSeq(ZAVDatabaseIdentifier event, ZAVSequence seq,
+                                         SequenceChange change = SequenceChange::forward,
+                                         ZAVError* error = nullptr);
+
+    /// The files of the content parts. It lives as long as the store.
+    [[nodiscard]] ZAVContentCache& content() noexcept { return *content_; }
+
     /// What becomes of works that wait for a thread or for their turn when the store is closed.
     enum class QueuedWorks {
         run,      ///< they run before it is closed
@@ -181,9 +228,10 @@ public:
     bool close(QueuedWorks queued, ZAVError* error = nullptr);
 
 private:
-    explicit ZAVEventStore(std::unique_ptr<ZAVStoreCore> core) noexcept;
+    explicit ZAVEventStore(std::unique_ptr<ZAVStoreCore> core);
 
-    std::unique_ptr<ZAVStoreCore> core_;
+    std::unique_ptr<ZAVContentCache> content_;
+    std::unique_ptr<ZAVStoreCore> core_;  // before the content goes, whose accesses a work may record
 };
 
 }  // namespace zav

@@ -19,6 +19,9 @@ enum ZAVEventStoreErrorCode : int {
     ZAVEventStoreErrorNoThread = 8,     ///< the system gives no thread to run a work on
     ZAVEventStoreErrorUnusableEvent = 9,  ///< the event cannot be stored as it is
     ZAVEventStoreErrorConflict = 10,      ///< another event stands at the event's sequence
+    ZAVEventStoreErrorContent = 11,       ///< a file of content, or the way to it, cannot be used
+    ZAVEventStoreErrorNoContent = 12,     ///< the part, or its content, is not here
+    ZAVEventStoreErrorInWork = 13,        ///< files are removed after a commit, and so not within a work
 };
 
 }  // namespace zav

@@ -8,6 +8,7 @@
 
 #include <ZAVEventRepository/FMDatabaseOptions.h>
 #include <ZAVEventRepository/ZAVStoreWork.h>
+#include <ZAVEventRepository/ZAVURL.h>
 #include <ZAVEventRepository/ZAVUUID.h>
 
 namespace zav {
@@ -20,6 +21,10 @@ struct ZAVEventStoreOptions {
 
     /// The application that content is downloaded for.
     std::optional<ZAVUUID> appID;
+
+    /// The directory below which the files of this store's content are: also during its works, on their
+    /// threads, what `ZAVMessageRepositoryCacheBaseDirectoryURL` answers. Without it that of the process.
+    std::optional<ZAVURL> contentDirectory;
 
     /// How each handle is opened. The store itself sets `access`, `writeAheadLog`, `newestUserVersion` and
     /// `pageCacheKiB`. A key is given by `keyProvider`, which is asked whenever a handle is opened; when it

@@ -100,13 +100,6 @@ class CacheCleaner(example_programs.ExampleTest):
                 self.clean(size)
                 self.assertEqual(self.purged(), [True, False], "the oldest part has to go")
 
-    def test_says_that_the_sizes_cannot_be_summed(self):
-        self.store(("old", 10, 1000), ("new", 20, 2000))
-        for size, complaint in [(2**63 - 1, "overflow"), (-100, "make up no size")]:
-            self.query("UPDATE event_content_parts SET size = ? WHERE event_content_part_id = 0", size)
-            self.assertIn(complaint, self.clean(0, status=1).stderr)
-            self.assertEqual(self.files(), ["new", "old"], "nothing is removed for a reason that is not known")
-
     def test_leaves_what_is_still_to_be_uploaded(self):
         self.store(("own", 30, 1000))
         self.query("UPDATE event_content_parts SET transfer_status = 1")

@@ -1,6 +1,7 @@
 #include <ZAVEventRepository/ZAVEventStore.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -116,6 +117,10 @@ public:
         for (std::thread& thread : threads) {
             thread.join();
         }
+        ZAVError error;
+        const auto settled = store_->content().repair(std::chrono::seconds(0), &error);
+        EXPECT_TRUE(settled && settled->files.empty() && settled->partsWithoutFile.empty())
+            << "files and rows agree; " << error.description();
         EXPECT_TRUE(store_->close(ZAVEventStore::QueuedWorks::run));
         store_.reset();
         loop_.reset();  // after what the store has told
@@ -143,6 +148,7 @@ private:
         ZAVEventStoreOptions options;
         options.userID = "ada";
         options.appID = uuidNumber(99);
+        options.contentDirectory = ZAVURL::fileURLWithDirectoryPath(directory_.file("content"));
         options.executor = loop_->executor();
         options.database.synchronous = FMDatabaseOptions::Synchronous::normal;
         options.lookForCommitsOfOthersEvery = std::chrono::milliseconds(20);
@@ -240,6 +246,12 @@ private:
 
     void readOwn(int turn) {
         ZAVError error;
+        if (turn % 50 == 0) {
+            EXPECT_TRUE(store_->content().bytesOnDisk(&error)) << error.description();
+        }
+        if (turn % 500 == 499) {
+            EXPECT_TRUE(store_->content().purge({}, {}, &error)) << error.description();
+        }
         EXPECT_TRUE(store_->read(
             [&](const ZAVEventRepository& events) {
                 ZAVError failure;
@@ -250,7 +262,34 @@ private:
             << error.description();
     }
 
+    /// A picture comes, is downloaded and looked at, and goes, by hand or because there are many.
+    void lookAtPicture(int turn) {
+        const ZAVUUID gallery = uuidNumber(3);
+        const auto picture = event(gallery);
+        picture->set_creator_id("carla");
+        picture->set_seq(turn + 1);
+        const auto part = std::make_shared<ZAVEventContent>();
+        part->set_external_url("https://files.example/" + std::to_string(turn));
+        picture->set_content(std::vector<std::shared_ptr<ZAVTContent>>{part});
+        ZAVError error;
+        ASSERT_TRUE(store_->receive(gallery, std::vector{picture}, {}, &error)) << error.description();
+        const auto row = picture->databaseIdentifier();
+        ZAVContentCache& content = store_->content();
+        auto writer = content.beginDownload(row, 0, &error);
+        const std::array<std::uint8_t, 3> bytes{1, 2, 3};
+        ASSERT_TRUE(writer && writer->append(bytes, &error) && writer->finish(&error)) << error.description();
+        const auto file = content.open(row, 0, &error);
+        EXPECT_TRUE(file ? file->readAll(&error).has_value() : error.code() == ZAVEventStoreErrorNoContent)
+            << "it is there unless it was purged meanwhile; " << error.description();
+        if (turn % 3 == 0) {
+            EXPECT_EQ(store_->deleteEvents(std::vector{row}, &error), 1U) << error.description();
+        }
+    }
+
     void tombstone(int turn) {
+        if (turn % 20 == 0) {
+            lookAtPicture(turn);
+        }
         ZAVError error;
         EXPECT_TRUE(store_->write(
             [turn](const ZAVEventRepository& events) {

@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
+#include <filesystem>
 #include <map>
 #include <memory>
 #include <optional>
@@ -57,6 +59,11 @@ private:
     std::map<int, ZAVSequence> places_;
 };
 
+/// Whether an event is a message with a picture, which the service keeps.
+bool isPicture(const Service::Event& event) {
+    return event.author == "bruno" && !event.deletes && event.number % 3 == 0;
+}
+
 std::string textOf(int number) {
     return "text " + std::to_string(number);
 }
@@ -74,13 +81,20 @@ std::shared_ptr<ZAVEvent> record(int number, const std::optional<ZAVSequence>& d
     return event;
 }
 
+std::shared_ptr<ZAVEventContent> pictureOf(int number) {
+    auto part = std::make_shared<ZAVEventContent>();
+    part->set_media_type("image/png");
+    part->set_external_url("https://files.example/" + std::to_string(number));
+    return part;
+}
+
 /// The days of one client, step by step, and what it must have stored.
 class Days {
 public:
     explicit Days(std::uint32_t seed) : random_(seed) { reopen(); }
 
     void step() {
-        switch (below(9)) {
+        switch (below(14)) {
             case 0:
                 return send();
             case 1:
@@ -96,6 +110,15 @@ public:
                 return receive();
             case 7:
                 return recordPostedAgain();
+            case 8:
+            case 9:
+                return download();
+            case 10:
+                return purge();
+            case 11:
+                return deleteHere();
+            case 12:
+                return repair();
             default:
                 if (below(10) == 0) {
                     reopen();
@@ -112,7 +135,7 @@ public:
                                        isDeleted(seq)  ? 10
                                        : event.deletes ? 9
                                                        : 4,
-                                       event.author, isDeleted(seq) || event.deletes));
+                                       event.author, isDeleted(seq) || event.deletes || isPicture(event)));
         }
         std::vector<ZAVDatabaseIdentifier> outbox;
         for (const auto& [number, row] : rows_) {
@@ -123,6 +146,14 @@ public:
         }
         EXPECT_EQ(stored(), expected);
         EXPECT_EQ(storedOutbox(), outbox) << "what waits is in the order in which it was sent";
+        EXPECT_EQ(storedFiles(), files_) << "files are there for the parts that say so";
+        const auto usage = store_->content().bytesOnDisk();
+        ASSERT_TRUE(usage);
+        std::uint64_t bytes = 0;
+        for (const auto& file : files_) {
+            bytes += file.second.size();
+        }
+        EXPECT_EQ(usage->total, bytes);
     }
 
 private:
@@ -133,6 +164,7 @@ private:
         ZAVEventStoreOptions options;
         options.userID = "ada";
         options.appID = uuidNumber(99);
+        options.contentDirectory = ZAVURL::fileURLWithDirectoryPath(root());
         options.database.synchronous = FMDatabaseOptions::Synchronous::normal;
         ZAVError error;
         store_ = ZAVEventStore::open(directory_.file("days.db"), options, &error);
@@ -217,6 +249,10 @@ private:
         for (const ZAVSequence seq : page) {
             const Service::Event& event = service_.at(seq);
             events.push_back(record(event.number, event.deletes));
+            if (isPicture(event)) {
+                events.back()->set_content(
+                    std::vector<std::shared_ptr<ZAVTContent>>{pictureOf(event.number)});
+            }
             events.back()->set_creator_id(event.author);
             events.back()->set_seq(seq);
             events.back()->set_server_timestamp(1000 + seq);
@@ -233,8 +269,98 @@ private:
             known_.insert(page[index]);
             if (const auto deletes = service_.at(page[index]).deletes) {
                 deleted_.insert(*deletes);
+                files_.erase(fileOf(*deletes));
             }
         }
+    }
+
+    /// One of the pictures that are here, if there are any; its sequence.
+    [[nodiscard]] std::optional<ZAVSequence> anyPicture() {
+        std::vector<ZAVSequence> pictures;
+        for (const ZAVSequence seq : known_) {
+            if (isPicture(service_.at(seq))) {
+                pictures.push_back(seq);
+            }
+        }
+        return pictures.empty()
+                   ? std::nullopt
+                   : std::optional(
+                         pictures[static_cast<std::size_t>(below(static_cast<int>(pictures.size())))]);
+    }
+
+    [[nodiscard]] ZAVDatabaseIdentifier rowAt(ZAVSequence seq) {
+        ZAVDatabaseIdentifier row = ZAVDatabaseIdentifierNotSet;
+        EXPECT_TRUE(store_->read([&](const ZAVRepositories& repositories) {
+            row = repositories.events.eventWithSeq(seq, room())->databaseIdentifier();
+        }));
+        return row;
+    }
+
+    /// Whole or given up half way.
+    void download() {
+        const auto seq = anyPicture();
+        if (!seq) {
+            return;
+        }
+        const bool isWanted = !isDeleted(*seq) && !files_.contains(fileOf(*seq));
+        auto writer = store_->content().beginDownload(rowAt(*seq), 0);
+        EXPECT_EQ(writer.has_value(), isWanted)
+            << "what is not there, and was not deleted, can be downloaded";
+        const std::string content = "picture " + std::to_string(*seq);
+        if (!writer) {
+            return;
+        }
+        EXPECT_TRUE(writer->append({reinterpret_cast<const std::uint8_t*>(content.data()), content.size()}));
+        if (below(4) != 0) {
+            EXPECT_TRUE(writer->finish());
+            files_[fileOf(*seq)] = content;
+        }
+    }
+
+    void purge() {
+        if (below(3) != 0) {
+            return;
+        }
+        const auto result = store_->content().purge({});
+        ASSERT_TRUE(result || files_.empty()) << "a directory that is not there has no files";
+        files_.clear();
+    }
+
+    /// The user deletes a picture, of which the service knows nothing.
+    void deleteHere() {
+        if (const auto seq = anyPicture()) {
+            EXPECT_EQ(store_->deleteEvents(std::vector{rowAt(*seq)}), 1U);
+            known_.erase(*seq);
+            files_.erase(fileOf(*seq));
+        }
+    }
+
+    void repair() {
+        if (!std::filesystem::exists(root())) {
+            return;
+        }
+        const auto settled = store_->content().repair(std::chrono::seconds(0));
+        ASSERT_TRUE(settled);
+        EXPECT_TRUE(settled->files.empty() && settled->partsWithoutFile.empty())
+            << "there was nothing to repair";
+    }
+
+    [[nodiscard]] std::string root() const { return directory_.file("content"); }
+    [[nodiscard]] std::string fileOf(ZAVSequence seq) const {
+        return root() + "/" + uuidNumber(99).UUIDString() + "/ada/" +
+               clientID(service_.at(seq).number).UUIDString() + "/part-0";
+    }
+
+    [[nodiscard]] std::map<std::string, std::string> storedFiles() const {
+        std::map<std::string, std::string> files;
+        if (std::filesystem::exists(root())) {
+            for (const auto& entry : std::filesystem::recursive_directory_iterator(root())) {
+                if (!entry.is_directory()) {
+                    files[entry.path().string()] = bytesOfFile(entry.path().string());
+                }
+            }
+        }
+        return files;
     }
 
     [[nodiscard]] bool isDeleted(ZAVSequence seq) const { return deleted_.contains(seq); }
@@ -286,6 +412,7 @@ private:
     std::map<int, ZAVDatabaseIdentifier> rows_;  ///< of what was sent, by number
     std::set<ZAVSequence> known_;                ///< what the client was told of
     std::set<ZAVSequence> deleted_;
+    std::map<std::string, std::string> files_;  ///< which are there, with their content
 };
 
 TEST(RandomDays, LeaveWhatTheServiceSaidInWhateverOrderItCame) {

@@ -97,6 +97,8 @@ private:
         ZAVEventStoreOptions options = optionsWithLoop();
         options.userID = "ada";
         options.appID = uuidNumber(99);
+        options.contentDirectory =
+            ZAVURL::fileURLWithDirectoryPath(std::filesystem::path(path()).parent_path().string());
         return options;
     }
 

@@ -12,6 +12,7 @@
 #include "Commands.h"
 #include "Help.h"
 #include "ToolError.h"
+#include "WholeOption.h"
 
 namespace zavevents {
 
@@ -48,21 +49,42 @@ public:
     void changes(Work work, const std::string& cannotBegin = "cannot begin to write",
                  const std::string& cannotStore = "cannot store the changes") const {
         does([work, cannotBegin, cannotStore](const DatabaseFile& file, const Options& options) {
-            const std::shared_ptr<zav::FMDatabase> database = openStore(file);
-            zav::ZAVError error;
-            auto transaction = zav::ZAVTransaction::begin(*database, &error);
-            if (!transaction) {
-                throw ToolError(cannotBegin, error);
+            changeRows(file, options, work, cannotBegin, cannotStore);
+        });
+    }
+
+    /// Has the command run operations of a client's store when `whole` says so, and `work` inside one
+    /// transaction as `changes` does otherwise. `client` takes the store and the options, and returns what is
+    /// printed.
+    template <class Work, class Client>
+    void changesOrWhole(Work work, Client client) const {
+        does([work, client](const DatabaseFile& file, const Options& options) {
+            if (!options.whole.isWanted) {
+                changeRows(file, options, work, "cannot begin to write", "cannot store the changes");
+                return;
             }
-            const std::string done = work(database, options);
-            if (!transaction->commit(&error)) {
-                throw ToolError(cannotStore, error);
-            }
-            std::cout << done << '\n';
+            const auto store = openClientStore(file, storeOptionsOf(options.whole));
+            std::cout << client(*store, options) << '\n';
         });
     }
 
 private:
+    template <class Work>
+    static void changeRows(const DatabaseFile& file, const Options& options, const Work& work,
+                           const std::string& cannotBegin, const std::string& cannotStore) {
+        const std::shared_ptr<zav::FMDatabase> database = openStore(file);
+        zav::ZAVError error;
+        auto transaction = zav::ZAVTransaction::begin(*database, &error);
+        if (!transaction) {
+            throw ToolError(cannotBegin, error);
+        }
+        const std::string done = work(database, options);
+        if (!transaction->commit(&error)) {
+            throw ToolError(cannotStore, error);
+        }
+        std::cout << done << '\n';
+    }
+
     CLI::App& parser_;
     Invocation& invocation_;
     std::shared_ptr<Options> options_ = std::make_shared<Options>();

@@ -28,6 +28,7 @@ void addParticipantSeqCommand(CLI::App& app, Invocation& invocation);
 void addPartsCommand(CLI::App& app, Invocation& invocation);
 void addProcessedCommand(CLI::App& app, Invocation& invocation);
 void addReclaimCommand(CLI::App& app, Invocation& invocation);
+void addRepairCommand(CLI::App& app, Invocation& invocation);
 void addSequenceCommand(CLI::App& app, Invocation& invocation);
 void addStatsCommand(CLI::App& app, Invocation& invocation);
 void addTombstoneCommand(CLI::App& app, Invocation& invocation);

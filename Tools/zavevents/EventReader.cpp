@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include <ZAVEventRepository/ZAVContentPath.h>
 #include <ZAVEventRepository/ZAVDictionary.h>
 #include <ZAVEventRepository/ZAVEventRepository.h>
 #include <ZAVEventRepository/ZAVMessageRepositoryCache.h>
@@ -18,7 +19,6 @@
 
 #include "Base64.h"
 #include "JSONNumbers.h"
-#include "StoredPath.h"
 
 namespace zavevents {
 namespace {
@@ -204,7 +204,7 @@ ReadPart readPart(const element& source, std::size_t index, const ZAVURL& cacheD
             result.hasStatus = true;
         } else if (key == "file_path") {
             std::string fault;
-            if (!StoredPath::parse(field.text(), &fault)) {
+            if (!ZAVContentPath::parse(field.text(), &fault)) {
                 field.complain(fault);
             }
             part.setFileURL(ZAVURL::URLWithString(field.text(), cacheDirectory));

@@ -1,10 +1,10 @@
 #include <cstdint>
 #include <string>
 
+#include <ZAVEventRepository/ZAVEventStore.h>
 #include <ZAVEventRepository/ZAVPrintable.h>
 
 #include "Command.h"
-#include "ContentReclaimer.h"
 
 namespace zavevents {
 namespace {
@@ -18,8 +18,8 @@ struct ReclaimOptions {
 };
 
 /// Prints what became of a part.
-void tell(const ReclaimedContent& content) {
-    using Outcome = ReclaimedContent::Outcome;
+void tell(const ZAVPurgedContent& content) {
+    using Outcome = ZAVPurgedContent::Outcome;
     if (content.outcome == Outcome::refused) {
         std::cerr << ZAVPrintable(content.reason) << '\n';
         return;
@@ -32,26 +32,30 @@ void tell(const ReclaimedContent& content) {
 }
 
 void reclaim(const DatabaseFile& file, const ReclaimOptions& options) {
-    const auto database = openStore(file);
-    ContentReclaimer reclaimer(*database, options.cache);
-    std::size_t parts = 0;
-    std::uint64_t bytes = 0;
-    std::size_t refused = 0;
-    const auto count = [&](const ReclaimedContent& content) {
-        parts += content.parts;
-        bytes += content.bytes;
-        refused += content.outcome == ReclaimedContent::Outcome::refused ? 1 : 0;
+    ZAVEventStoreOptions storeOptions;
+    storeOptions.contentDirectory = contentDirectoryFrom(options.cache);
+    const auto store = openClientStore(file, storeOptions);
+    ZAVPurgePolicy policy;
+    policy.bytesToFree = options.bytes;
+    policy.changesNothing = options.dryRun;
+    ZAVPurgeResult done;  // also of a purge that fails
+    const auto count = [&](const ZAVPurgedContent& content) {
+        done.parts += content.parts;
+        done.bytes += content.bytes;
         tell(content);
     };
     ZAVError error;
-    const bool succeeded = options.dryRun ? reclaimer.foretell(options.bytes, count, &error)
-                                          : reclaimer.reclaim(options.bytes, count, &error);
-    std::cout << parts << " parts, " << bytes << (options.dryRun ? " bytes to free\n" : " bytes freed\n");
-    if (!succeeded) {
+    const auto result = store->content().purge(policy, count, &error);
+    if (!result && error.domain() == ZAVErrorDomainEventStore) {
+        throw ToolError(error.message());  // the directory cannot be used
+    }
+    std::cout << done.parts << " parts, " << done.bytes
+              << (options.dryRun ? " bytes to free\n" : " bytes freed\n");
+    if (!result) {
         throw ToolError("cannot reclaim", error);
     }
-    if (refused != 0 && bytes < options.bytes) {
-        throw ToolError(std::to_string(refused) + " parts could not be reclaimed");
+    if (result->refused != 0 && result->bytes < options.bytes) {
+        throw ToolError(std::to_string(result->refused) + " parts could not be reclaimed");
     }
 }
 

@@ -102,6 +102,27 @@ std::shared_ptr<FMDatabase> openStore(const DatabaseFile& file) {
                   error);
 }
 
+std::unique_ptr<ZAVEventStore> openClientStore(const DatabaseFile& file, ZAVEventStoreOptions options) {
+    // Looked at before: the store would make a file, and bring an old one up to date.
+    const auto present = openStore(file);
+    if (file.key) {
+        options.database.keyProvider = [&file] { return file.key; };
+    }
+    options.readers = 1;
+    ZAVError error;
+    auto store = ZAVEventStore::open(pathOf(file), options, &error);
+    if (!store) {
+        throw ToolError(ZAVPrintable(file.path), withAdvice(error));
+    }
+    if (file.isTraced) {
+        store->write([](const ZAVRepositories& repositories) {
+            repositories.events.database().setStatementObserver(printRun);
+            return true;
+        });
+    }
+    return store;
+}
+
 std::shared_ptr<FMDatabase> openAnyDatabase(const DatabaseFile& file) {
     ZAVError error;
     return opened(file, FMDatabase::databaseWithPath(pathOf(file), optionsOfExisting(file), &error), error);

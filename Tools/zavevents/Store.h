@@ -5,6 +5,7 @@
 #include <string>
 
 #include <ZAVEventRepository/FMDatabase.h>
+#include <ZAVEventRepository/ZAVEventStore.h>
 
 namespace zavevents {
 
@@ -27,6 +28,11 @@ struct DatabaseFile {
 /// @throws ToolError when there is none, or the library would not open it or would have to change its schema;
 /// the file is then left untouched.
 [[nodiscard]] std::shared_ptr<zav::FMDatabase> openStore(const DatabaseFile& file);
+
+/// Opens an existing event store as it is, for what a client does with it.
+/// @throws ToolError as `openStore`.
+[[nodiscard]] std::unique_ptr<zav::ZAVEventStore> openClientStore(const DatabaseFile& file,
+                                                                  zav::ZAVEventStoreOptions options);
 
 /// Opens an existing database of whatever schema, to look at it.
 /// @throws ToolError

@@ -9,6 +9,7 @@ using namespace zav;
 struct TombstoneOptions {
     std::int64_t streamRow = 0;
     ZAVSequence seq = 0;
+    WholeOption whole;
 };
 
 std::string tombstoneEvent(const std::shared_ptr<FMDatabase>& database, const TombstoneOptions& options) {
@@ -19,15 +20,24 @@ std::string tombstoneEvent(const std::shared_ptr<FMDatabase>& database, const To
     return lastChanges(*database, "event tombstoned");
 }
 
+std::string tombstoneEventWholly(ZAVEventStore& store, const TombstoneOptions& options) {
+    ZAVError error;
+    const auto isThere = store.makeTombstone(options.streamRow, options.seq, &error);
+    require(isThere.has_value(), "cannot tombstone the event", error);
+    return std::string(*isThere ? "1" : "0") + " event tombstoned without what belonged to it";
+}
+
 }  // namespace
 
 void addTombstoneCommand(CLI::App& app, Invocation& invocation) {
     const Command<TombstoneOptions> command(app, invocation, "tombstone", "Turn an event into a tombstone",
                                             "--stream-row 1 --seq 5");
-    auto& [streamRow, seq] = command.options();
+    auto& [streamRow, seq, whole] = command.options();
     addOption(command.parser(), "--stream-row", streamRow, row(), "Row of the stream")->required();
     addOption(command.parser(), "--seq", seq, sequence(), "The event's sequence")->required();
-    command.changes(tombstoneEvent);
+    addWholeOption(command.parser(), whole,
+                   "Delete its parts, metadata, recorded changes, messages and files too");
+    command.changesOrWhole(tombstoneEvent, tombstoneEventWholly);
 }
 
 }  // namespace zavevents

@@ -2,12 +2,12 @@
 #include <string>
 #include <vector>
 
+#include <ZAVEventRepository/ZAVContentPath.h>
 #include <ZAVEventRepository/ZAVEventRepository.h>
 #include <ZAVEventRepository/ZAVMessageRepositoryCache.h>
 
 #include "Command.h"
 #include "Rows.h"
-#include "StoredPath.h"
 
 namespace zavevents {
 namespace {
@@ -139,7 +139,7 @@ std::string transfer(const std::shared_ptr<FMDatabase>& database, const Transfer
 /// The path of a file that `reclaim` will be able to remove.
 Kind<std::string> storedPath() {
     return {"TEXT", "the relative path of a file below the cache directory", [](const std::string& text) {
-                return StoredPath::parse(text) ? std::optional(text) : std::nullopt;
+                return ZAVContentPath::parse(text) ? std::optional(text) : std::nullopt;
             }};
 }
 

@@ -56,14 +56,16 @@ int run(int argc, char** argv) {
     app.add_flag("--trace", invocation.database.isTraced,
                  "Print each statement to standard error: its time, the rows read, its text");
 
-    for (const auto add :
-         {zavevents::addInitCommand, zavevents::addImportCommand, zavevents::addEventsCommand,
-          zavevents::addPartsCommand, zavevents::addStatsCommand, zavevents::addSequenceCommand,
-          zavevents::addTombstoneCommand, zavevents::addDeleteCommand, zavevents::addProcessedCommand,
-          zavevents::addConversationCommand, zavevents::addParticipantSeqCommand,
-          zavevents::addMessageCommand, zavevents::addMessageSeqCommand, zavevents::addTransferCommand,
-          zavevents::addReclaimCommand, zavevents::addDiskUsageCommand, zavevents::addCheckpointCommand,
-          zavevents::addCompactCommand, zavevents::addCheckCommand}) {
+    for (const auto add : {zavevents::addInitCommand,           zavevents::addImportCommand,
+                           zavevents::addEventsCommand,         zavevents::addPartsCommand,
+                           zavevents::addStatsCommand,          zavevents::addSequenceCommand,
+                           zavevents::addTombstoneCommand,      zavevents::addDeleteCommand,
+                           zavevents::addProcessedCommand,      zavevents::addConversationCommand,
+                           zavevents::addParticipantSeqCommand, zavevents::addMessageCommand,
+                           zavevents::addMessageSeqCommand,     zavevents::addTransferCommand,
+                           zavevents::addReclaimCommand,        zavevents::addRepairCommand,
+                           zavevents::addDiskUsageCommand,      zavevents::addCheckpointCommand,
+                           zavevents::addCompactCommand,        zavevents::addCheckCommand}) {
         add(app, invocation);
     }
     zavevents::setExample(app, "--trace stats chat.db");

@@ -3,10 +3,37 @@
 #include <algorithm>
 #include <array>
 #include <memory>
+#include <span>
 
 #include "Private/Database/Internal/ZAVStatements.h"
 
 namespace zav {
+namespace {
+
+/// Runs statements that each take one row, until one fails.
+bool runAll(FMDatabase& database, std::span<const ZAVSQL> statements, ZAVDatabaseIdentifier row,
+            ZAVError* error) {
+    return std::all_of(statements.begin(), statements.end(),
+                       [&](const ZAVSQL& statement) { return runUpdate(database, error, statement, row); });
+}
+
+}  // namespace
+
+/// Has the files that a query answers removed when the transaction is committed.
+bool ZAVEventRemover::noteFiles(ZAVSQL statement, ZAVDatabaseIdentifier row, ZAVError* error) const {
+    auto rows = runQuery(repositories_.events.database(), error, statement, row);
+    if (!rows) {
+        return false;
+    }
+    ZAVError failure;
+    while (rows->nextWithError(&failure)) {
+        handle_.pathsWithoutRow().push_back(rows->stringForColumnIndex(0).value_or(""));
+    }
+    if (failure) {
+        ZAVStoreError(error, failure);
+    }
+    return !failure;
+}
 
 bool ZAVEventRemover::removeBelongings(ZAVDatabaseIdentifier event, ZAVError* error) const {
     static constexpr std::array<ZAVSQL, 5> removals{
@@ -15,15 +42,41 @@ bool ZAVEventRemover::removeBelongings(ZAVDatabaseIdentifier event, ZAVError* er
         "DELETE FROM keyed_values_remote WHERE object_database_identifier = ? AND object_type = 'event'",
         "DELETE FROM synced_changes WHERE table_name = 'events' AND row_identifier = ?",
         "DELETE FROM messages WHERE event_database_identifier = ?"};
-    return std::all_of(removals.begin(), removals.end(), [&](const ZAVSQL& removal) {
-        return runUpdate(repositories_.events.database(), error, removal, event);
-    });
+    return noteFiles(
+               "SELECT file_path FROM event_content_parts"
+               " WHERE event_database_identifier = ? AND file_path IS NOT NULL",
+               event, error) &&
+           runAll(repositories_.events.database(), removals, event, error);
 }
 
 bool ZAVEventRemover::remove(ZAVDatabaseIdentifier event, ZAVError* error) const {
     ZAVSet<ZAVEvent> events;
     events.insert(std::make_shared<ZAVEvent>(event, ZAVDatabaseIdentifierNotSet));
     return removeBelongings(event, error) && repositories_.events.deleteEvents(events, error);
+}
+
+bool ZAVEventRemover::removeStream(ZAVDatabaseIdentifier stream, ZAVError* error) const {
+    static constexpr std::array<ZAVSQL, 9> removals{
+        "DELETE FROM event_content_parts WHERE event_database_identifier IN"
+        " (SELECT database_identifier FROM events WHERE stream_database_identifier = ?)",
+        "DELETE FROM keyed_values_local WHERE object_type = 'event' AND object_database_identifier IN"
+        " (SELECT database_identifier FROM events WHERE stream_database_identifier = ?)",
+        "DELETE FROM keyed_values_remote WHERE object_type = 'event' AND object_database_identifier IN"
+        " (SELECT database_identifier FROM events WHERE stream_database_identifier = ?)",
+        "DELETE FROM synced_changes WHERE table_name = 'events' AND row_identifier IN"
+        " (SELECT database_identifier FROM events WHERE stream_database_identifier = ?)",
+        "DELETE FROM messages WHERE event_database_identifier IN"
+        " (SELECT database_identifier FROM events WHERE stream_database_identifier = ?)",
+        "DELETE FROM events WHERE stream_database_identifier = ?",
+        "DELETE FROM keyed_values_local WHERE object_database_identifier = ? AND object_type = 'stream'",
+        "DELETE FROM keyed_values_remote WHERE object_database_identifier = ? AND object_type = 'stream'",
+        "DELETE FROM streams WHERE database_identifier = ?"};
+    return noteFiles(
+               "SELECT parts.file_path FROM events JOIN event_content_parts AS parts"
+               " ON parts.event_database_identifier = events.database_identifier"
+               " WHERE events.stream_database_identifier = ? AND parts.file_path IS NOT NULL",
+               stream, error) &&
+           runAll(repositories_.events.database(), removals, stream, error);
 }
 
 bool ZAVEventRemover::makeTombstone(ZAVDatabaseIdentifier event, ZAVSequence seq,

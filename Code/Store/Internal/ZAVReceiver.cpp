@@ -36,7 +36,7 @@ ZAVReceiver::ZAVReceiver(ZAVStoreHandle& handle, const ZAVStoreOwner& owner, con
       owner_(owner),
       options_(options),
       recognition_(handle.database(), owner.userID),
-      remover_(handle.repositories()) {}
+      remover_(handle) {}
 
 bool ZAVReceiver::begin(const ZAVUUID& stream, ZAVError* error) {
     streamUUID_ = stream;

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <filesystem>
 #include <limits>
 #include <map>
 #include <string>
@@ -10,9 +9,12 @@
 #include <tuple>
 #include <utility>
 
+#include <ZAVEventRepository/ZAVContentPath.h>
 #include <ZAVEventRepository/ZAVEventRecognition.h>
 
 #include "Private/Database/Internal/ZAVStatements.h"
+#include "Store/Internal/ZAVContentDirectory.h"
+#include "Store/Internal/ZAVContentFailure.h"
 #include "Store/Internal/ZAVEventChecks.h"
 
 namespace zav {
@@ -43,16 +45,33 @@ Place placeOf(const ZAVEvent& event) {
 }
 
 /// Why a part's file cannot be uploaded, if there is a reason.
-ZAVError objectionToFile(const ZAVEventContent& part) {
+ZAVError objectionToFile(const ZAVEventContent& part, const ZAVURL& contentDirectory) {
     if (!part.fileURL()) {
         return {};
     }
     const std::string path = part.fileURL()->filePath();
-    std::error_code error;
-    if (!std::filesystem::is_regular_file(path, error)) {
-        return ZAVErrorOfUnusableEvent("the file of a part of its content is not there: " + path);
+    const auto refuse = [&](const std::string& reason) {
+        return ZAVErrorOfUnusableEvent("the file of a part of its content " + reason + ": " + path);
+    };
+    std::string fault;
+    const auto stored = ZAVContentPath::parse(part.fileURL()->relativePath(), &fault);
+    if (!stored) {
+        return refuse(fault);
     }
-    return {};
+    const auto place = ZAVURL::URLWithString(part.fileURL()->relativePath(), contentDirectory);
+    if (!place || place->filePath() != path) {
+        return refuse("is not in the directory of the store's content");
+    }
+    try {
+        const auto names = ZAVContentDirectory::Names(stored->names());
+        const ZAVContentDirectory root(contentDirectory.filePath());
+        const auto directory = root.open(names.first(names.size() - 1));
+        const auto status = directory ? directory->status(names.back()) : std::nullopt;
+        return status && status->isRegular ? ZAVError() : refuse("is not there");
+    } catch (const std::system_error& failure) {
+        return refuse(failure.code() == std::errc::no_such_file_or_directory ? "is not there"
+                                                                             : ZAVReasonOf(failure));
+    }
 }
 
 }  // namespace
@@ -71,7 +90,7 @@ ZAVError ZAVSender::objectionTo(const ZAVEvent& event) const {
         return ZAVErrorOfUnusableEvent("its author is not the user");
     }
     for (const auto& part : event.contentParts()) {
-        if (ZAVError objection = objectionToFile(*part)) {
+        if (ZAVError objection = objectionToFile(*part, owner_.contentDirectoryURL())) {
             return objection;
         }
     }

@@ -8,6 +8,7 @@
 
 #include "Private/Database/Internal/ZAVConnection.h"
 #include "Private/Database/Internal/ZAVStatements.h"
+#include "Store/Internal/ZAVFilesWithoutRow.h"
 #include "Store/Internal/ZAVStoreErrors.h"
 #include "Store/Internal/ZAVWorkOnThread.h"
 
@@ -26,13 +27,14 @@ std::optional<std::int64_t> dataVersion(const ZAVStoreHandle& handle, ZAVError* 
 
 ZAVStoreCore::ZAVStoreCore(const std::shared_ptr<FMDatabase>& writing,
                            const FMDatabaseOptions& readingOptions, const ZAVEventStoreOptions& options)
-    : owner_{options.userID, options.appID},
+    : owner_{options.userID, options.appID, options.contentDirectory},
+      databasePath_(sqlite3_db_filename(writing->connection().engine(), "main")),
       lookEvery_(options.lookForCommitsOfOthersEvery),
       deliveries_(std::make_shared<ZAVDeliveries>(options.executor)),
       subscribers_(deliveries_),
       writing_(std::make_unique<ZAVStoreHandle>(writing)),
       dataVersion_(dataVersion(*writing_, nullptr).value_or(0)),
-      reading_(sqlite3_db_filename(writing->connection().engine(), "main"), readingOptions, options.readers),
+      reading_(databasePath_, readingOptions, options.readers),
       writers_(1),
       readers_(options.readers) {}
 
@@ -109,12 +111,39 @@ ZAVWorkOutcome ZAVStoreCore::run(const ReadingWork& work, ZAVWorkControl& contro
     if (!snapshot.isTaken()) {
         return failedWith(error);
     }
-    const ZAVWorkOnThread running(this, ZAVWorkOnThread::Kind::reading, *loan.handle());
+    const ZAVWorkOnThread running(this, ZAVWorkOnThread::Kind::reading, *loan.handle(), contentDirectory());
     work(loan.handle()->repositories());
     return {};
 }
 
 ZAVWorkOutcome ZAVStoreCore::run(const WritingWork& work, ZAVWorkControl& control) {
+    writing_->pathsWithoutRow().clear();
+    bool isCommitted = false;
+    ZAVWorkOutcome outcome = runAndCommit(work, control, isCommitted);
+    if (isCommitted && !writing_->pathsWithoutRow().empty()) {
+        removeFilesWithoutRow();
+    }
+    return outcome;
+}
+
+/// Under the turn, after a commit. What fails is left to a repair.
+void ZAVStoreCore::removeFilesWithoutRow() noexcept {
+    try {
+        const std::vector<std::string> paths = std::move(writing_->pathsWithoutRow());
+        const auto remove = [&](const ZAVRepositories& repositories) {
+            ZAVRemoveFilesWithoutRow(repositories.events.database(), owner_, paths);
+            return false;  // the lock is all that was wanted
+        };
+        ZAVWorkControl control;
+        bool isCommitted = false;
+        static_cast<void>(runAndCommit(remove, control, isCommitted));
+    } catch (const std::exception&) {
+        return;
+    }
+}
+
+ZAVWorkOutcome ZAVStoreCore::runAndCommit(const WritingWork& work, ZAVWorkControl& control,
+                                          bool& isCommitted) {
     ZAVStoreHandle& handle = *writing_;
     watchChanges();
     if (!control.begin(handle.connection())) {
@@ -126,7 +155,7 @@ ZAVWorkOutcome ZAVStoreCore::run(const WritingWork& work, ZAVWorkControl& contro
     if (!transaction.isBegun()) {
         return failedWith(error);
     }
-    const ZAVWorkOnThread running(this, ZAVWorkOnThread::Kind::writing, handle);
+    const ZAVWorkOnThread running(this, ZAVWorkOnThread::Kind::writing, handle, contentDirectory());
     const bool isWanted = work(handle.repositories());
     if (control.pass() != ZAVWorkControl::Stop::none) {
         return {};
@@ -140,8 +169,17 @@ ZAVWorkOutcome ZAVStoreCore::run(const WritingWork& work, ZAVWorkControl& contro
     if (!transaction.commit(&error)) {
         return failedWith(error);
     }
+    isCommitted = true;
     tellOfUnwatched(changesBefore);
     return {};
+}
+
+const ZAVURL* ZAVStoreCore::contentDirectory() const noexcept {
+    return owner_.contentDirectory ? &*owner_.contentDirectory : nullptr;
+}
+
+bool ZAVStoreCore::isInWork() const noexcept {
+    return ZAVWorkOnThread::innermostOf(this) != nullptr;
 }
 
 ZAVStoreHandle& ZAVStoreCore::handleOfWork() const noexcept {
@@ -160,12 +198,6 @@ std::optional<ZAVPendingWork> ZAVStoreCore::enqueue(ZAVWorkThreads& threads, ZAV
         ZAVStoreError(error, ZAVErrorOfClosedStore());
         return std::nullopt;
     }
-    if (!deliveries_->hasExecutor()) {
-        ZAVStoreError(error, ZAVErrorOfStore(ZAVEventStoreErrorNoExecutor,
-                                             "the store was opened without an executor, by which it could "
-                                             "tell how the work ends"));
-        return std::nullopt;
-    }
     auto work = std::make_shared<ZAVQueuedWork>(std::move(run), std::move(completion), deliveries_);
     try {
         if (options.deadline) {
@@ -180,8 +212,21 @@ std::optional<ZAVPendingWork> ZAVStoreCore::enqueue(ZAVWorkThreads& threads, ZAV
     return ZAVPendingWork(std::move(work));
 }
 
+bool ZAVStoreCore::hasExecutor(const char* purpose, ZAVError* error) const {
+    if (!deliveries_->hasExecutor()) {
+        ZAVStoreError(error, ZAVErrorOfStore(
+                                 ZAVEventStoreErrorNoExecutor,
+                                 std::string("the store was opened without an executor, by which it could ") +
+                                     purpose));
+    }
+    return deliveries_->hasExecutor();
+}
+
 std::optional<ZAVPendingWork> ZAVStoreCore::readAsync(ReadingWork work, ZAVWorkCompletion completion,
                                                       const ZAVWorkOptions& options, ZAVError* error) {
+    if (!hasExecutor("tell how the work ends", error)) {
+        return std::nullopt;
+    }
     return enqueue(
         readers_,
         [this, work = std::move(work)](ZAVWorkControl& control) {
@@ -192,6 +237,13 @@ std::optional<ZAVPendingWork> ZAVStoreCore::readAsync(ReadingWork work, ZAVWorkC
 
 std::optional<ZAVPendingWork> ZAVStoreCore::writeAsync(WritingWork work, ZAVWorkCompletion completion,
                                                        const ZAVWorkOptions& options, ZAVError* error) {
+    return hasExecutor("tell how the work ends", error)
+               ? enqueueWrite(std::move(work), std::move(completion), options, error)
+               : std::nullopt;
+}
+
+std::optional<ZAVPendingWork> ZAVStoreCore::enqueueWrite(WritingWork work, ZAVWorkCompletion completion,
+                                                         const ZAVWorkOptions& options, ZAVError* error) {
     // Drawn when the work is in the queue, from which nothing but its own run takes it.
     const auto ticket = std::make_shared<ZAVTurns::Ticket>();
     return enqueue(
@@ -202,6 +254,20 @@ std::optional<ZAVPendingWork> ZAVStoreCore::writeAsync(WritingWork work, ZAVWork
         std::move(completion), options, [&] { *ticket = turns_.draw(); }, error);
 }
 
+void ZAVStoreCore::writeLater(std::chrono::milliseconds delay, WritingWork work) noexcept {
+    try {
+        alarms_.set(std::chrono::steady_clock::now() + delay, [this, work = std::move(work)] {
+            try {
+                enqueueWrite(work, {}, {}, nullptr);
+            } catch (const std::exception&) {
+                return;
+            }
+        });
+    } catch (const std::exception&) {
+        return;
+    }
+}
+
 // Commits
 
 ZAVStoreSubscription ZAVStoreCore::subscribe(ZAVStoreObserver observer, ZAVError* error) {
@@ -210,10 +276,7 @@ ZAVStoreSubscription ZAVStoreCore::subscribe(ZAVStoreObserver observer, ZAVError
         ZAVStoreError(error, ZAVErrorOfClosedStore());
         return {};
     }
-    if (!deliveries_->hasExecutor()) {
-        ZAVStoreError(error, ZAVErrorOfStore(ZAVEventStoreErrorNoExecutor,
-                                             "the store was opened without an executor, by which it could "
-                                             "tell of commits"));
+    if (!hasExecutor("tell of commits", error)) {
         return {};
     }
     ZAVStoreSubscription subscription(subscribers_.add(std::move(observer)));

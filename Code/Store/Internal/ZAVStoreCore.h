@@ -51,6 +51,15 @@ public:
 
     bool close(QueuedWorks queued, ZAVError* error);
 
+    /// On a thread of the store, in its turn, after a while; nobody is told how it ends, or that it did not
+    /// run, as when the store is closed before.
+    void writeLater(std::chrono::milliseconds delay, WritingWork work) noexcept;
+
+    [[nodiscard]] const std::string& databasePath() const noexcept { return databasePath_; }
+
+    /// Whether a work of this store runs on this thread.
+    [[nodiscard]] bool isInWork() const noexcept;
+
     /// The handle of the work that runs on this thread; there must be one.
     [[nodiscard]] ZAVStoreHandle& handleOfWork() const noexcept;
     [[nodiscard]] const ZAVStoreOwner& owner() const noexcept { return owner_; }
@@ -58,7 +67,15 @@ public:
 private:
     [[nodiscard]] ZAVWorkOutcome run(const ReadingWork& work, ZAVWorkControl& control);
     [[nodiscard]] ZAVWorkOutcome run(const WritingWork& work, ZAVWorkControl& control);
+    [[nodiscard]] ZAVWorkOutcome runAndCommit(const WritingWork& work, ZAVWorkControl& control,
+                                              bool& isCommitted);
+    void removeFilesWithoutRow() noexcept;
+    [[nodiscard]] const ZAVURL* contentDirectory() const noexcept;
+    [[nodiscard]] bool hasExecutor(const char* purpose, ZAVError* error) const;
     [[nodiscard]] ZAVWorkOutcome writeWithin(ZAVStoreHandle& handle, const WritingWork& work);
+
+    std::optional<ZAVPendingWork> enqueueWrite(WritingWork work, ZAVWorkCompletion completion,
+                                               const ZAVWorkOptions& options, ZAVError* error);
 
     template <class WhenAdded>
     std::optional<ZAVPendingWork> enqueue(ZAVWorkThreads& threads, ZAVQueuedWork::Run run,
@@ -76,6 +93,7 @@ private:
     void lookBeside() noexcept;
 
     const ZAVStoreOwner owner_;
+    const std::string databasePath_;
     const std::chrono::milliseconds lookEvery_;
     std::shared_ptr<ZAVDeliveries> deliveries_;
     ZAVStoreSubscribers subscribers_;

@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <string>
+#include <vector>
 
 #include <ZAVEventRepository/FMDatabase.h>
 #include <ZAVEventRepository/ZAVError.h>
@@ -23,9 +25,13 @@ public:
     [[nodiscard]] const std::shared_ptr<FMDatabase>& database() const noexcept { return database_; }
     [[nodiscard]] ZAVConnection& connection() const noexcept { return database_->connection(); }
 
+    /// The paths of files that the open transaction has taken the rows from.
+    [[nodiscard]] std::vector<std::string>& pathsWithoutRow() noexcept { return pathsWithoutRow_; }
+
 private:
     std::shared_ptr<FMDatabase> database_;
     ZAVRepositories repositories_;
+    std::vector<std::string> pathsWithoutRow_;
 };
 
 /// Holds the open transaction of a connection, and ends it with all cursors that were opened meanwhile.

@@ -7,8 +7,9 @@ thread_local const ZAVWorkOnThread* innermost = nullptr;
 
 }  // namespace
 
-ZAVWorkOnThread::ZAVWorkOnThread(const void* store, Kind kind, ZAVStoreHandle& handle) noexcept
-    : store_(store), kind_(kind), handle_(handle), outer_(innermost) {
+ZAVWorkOnThread::ZAVWorkOnThread(const void* store, Kind kind, ZAVStoreHandle& handle,
+                                 const ZAVURL* directory) noexcept
+    : store_(store), kind_(kind), handle_(handle), outer_(innermost), directory_(directory) {
     innermost = this;
 }
 

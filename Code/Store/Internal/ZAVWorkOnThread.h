@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Private/Model/Repositories/Internal/ZAVCacheDirectoryOfThread.h"
+
 namespace zav {
 
 class ZAVStoreHandle;
@@ -11,7 +13,8 @@ public:
     enum class Kind { reading, writing };
 
     /// @param store what tells stores apart.
-    ZAVWorkOnThread(const void* store, Kind kind, ZAVStoreHandle& handle) noexcept;
+    /// @param directory of the store's content; null for that of the process.
+    ZAVWorkOnThread(const void* store, Kind kind, ZAVStoreHandle& handle, const ZAVURL* directory) noexcept;
     ~ZAVWorkOnThread();
     ZAVWorkOnThread(const ZAVWorkOnThread&) = delete;
     ZAVWorkOnThread& operator=(const ZAVWorkOnThread&) = delete;
@@ -27,6 +30,7 @@ private:
     Kind kind_;
     ZAVStoreHandle& handle_;
     const ZAVWorkOnThread* outer_;
+    ZAVCacheDirectoryOfThread directory_;
 };
 
 }  // namespace zav

@@ -6,7 +6,7 @@ _zavevents_options() {
     check | compact | stats) echo --help --json ;;
     checkpoint) echo --help --json --passive --truncate ;;
     conversation) echo --help --member --stream ;;
-    delete | processed) echo --help --id ;;
+    delete) echo --cache --help --id --whole ;;
     disk-usage) echo --help --json --tables ;;
     events) echo --all --help --id --posted --publishable --revived --seq --stream --unprocessed --unpublishable ;;
     import) echo --app-id --batch --help --record-changes --skip-bad-lines --user ;;
@@ -18,9 +18,11 @@ _zavevents_options() {
         echo --event --expired-downloads --help --id --incomplete-downloads --incomplete-uploads --index \
             --least-recent --limit --max-size --message --mime --no-mime --object-id --unassigned-urls --url
         ;;
+    processed) echo --help --id ;;
     reclaim) echo --bytes --cache --dry-run --help ;;
+    repair) echo --age --app-id --cache --dry-run --help --user ;;
     sequence) echo --creator --help --id --seq --timestamp ;;
-    tombstone) echo --help --seq --stream-row ;;
+    tombstone) echo --cache --help --seq --stream-row --whole ;;
     transfer) echo --accessed --event --expires --file --help --index --purged --size --status --url ;;
     esac
     # A command takes these too.
@@ -31,7 +33,7 @@ _zavevents_takes_value() {
     case $1 in
     --all | --dry-run | --expired-downloads | --help | -h | --incomplete-downloads | --incomplete-uploads | --json | \
         --no-mime | --passive | --posted | --publishable | --record-changes | --skip-bad-lines | --tables | --trace | \
-        --truncate | --unassigned-urls | --unprocessed | --unpublishable | --version) return 1 ;;
+        --truncate | --unassigned-urls | --unprocessed | --unpublishable | --version | --whole) return 1 ;;
     --*=*) return 1 ;;
     -*) return 0 ;;
     *) return 1 ;;
@@ -91,7 +93,7 @@ _zavevents() {
         _zavevents_words "$(_zavevents_options "$command")" "$current"
     elif [ -z "$command" ]; then
         _zavevents_words "check checkpoint compact conversation delete disk-usage events import init message message-seq \
-            participant-seq parts processed reclaim sequence stats tombstone transfer" "$current"
+            participant-seq parts processed reclaim repair sequence stats tombstone transfer" "$current"
     elif ((positionals == 0)) || { ((positionals == 1)) && [ "$command" = import ]; }; then
         _zavevents_files "$current"
     fi

@@ -4,9 +4,14 @@
 #include <filesystem>
 #include <mutex>
 #include <string>
+#include <utility>
+
+#include "Private/Model/Repositories/Internal/ZAVCacheDirectoryOfThread.h"
 
 namespace zav {
 namespace {
+
+thread_local const ZAVURL* directoryOfThread = nullptr;
 
 ZAVURL defaultDirectory() {
     std::filesystem::path directory;
@@ -52,7 +57,17 @@ std::string directoryName(std::string_view text) {
 
 }  // namespace
 
+ZAVCacheDirectoryOfThread::ZAVCacheDirectoryOfThread(const ZAVURL* directory) noexcept
+    : before_(std::exchange(directoryOfThread, directory == nullptr ? directoryOfThread : directory)) {}
+
+ZAVCacheDirectoryOfThread::~ZAVCacheDirectoryOfThread() {
+    directoryOfThread = before_;
+}
+
 ZAVURL ZAVMessageRepositoryCacheBaseDirectoryURL() {
+    if (directoryOfThread != nullptr) {
+        return *directoryOfThread;
+    }
     const std::lock_guard lock(directoryMutex);
     return currentDirectory();
 }

@@ -12,8 +12,9 @@ namespace zav {
 
 /// The directory below which the files of content parts are kept. Until an application sets its own it is
 /// "ZAVEventRepository" in `$XDG_CACHE_HOME`, or in `$HOME/.cache`. When neither variable holds an absolute
-/// path it is `/var/tmp/ZAVEventRepository`, where anybody can write: a daemon should set its own. Any thread
-/// may call it.
+/// path it is `/var/tmp/ZAVEventRepository`, where anybody can write: a daemon should set its own. During a
+/// work of a `ZAVEventStore` that has a directory of its own it is that, on the thread of the work. Any
+/// thread may call it.
 [[nodiscard]] ZAV_EXPORT ZAVURL ZAVMessageRepositoryCacheBaseDirectoryURL();
 
 /// Sets the directory for the whole process. `directory` is a URL whose path ends with a slash; see

@@ -1,16 +1,14 @@
-#include "StoredPath.h"
+#include <ZAVEventRepository/ZAVContentPath.h>
 
 #include <algorithm>
 #include <utility>
 
 #include <ZAVEventRepository/ZAVURL.h>
 
-#include "TrashName.h"
+#include "Store/Internal/ZAVContentNames.h"
 
-namespace zavevents {
+namespace zav {
 namespace {
-
-using namespace zav;
 
 /// Where a reference leads from a directory, relative to it; none when that is outside of it.
 std::optional<std::string> pathBelow(const std::string& directory, std::string_view text) {
@@ -33,7 +31,7 @@ std::vector<std::string> namesIn(std::string_view path) {
 
 }  // namespace
 
-std::optional<StoredPath> StoredPath::parse(std::string_view text, std::string* fault) {
+std::optional<ZAVContentPath> ZAVContentPath::parse(std::string_view text, std::string* fault) {
     const auto refuse = [fault](const char* reason) {
         if (fault != nullptr) {
             *fault = reason;
@@ -58,10 +56,13 @@ std::optional<StoredPath> StoredPath::parse(std::string_view text, std::string* 
     if (names.empty() || !path->ends_with(names.back()) || path->find('\0') != std::string::npos) {
         return refuse("names no file");  // a directory, such as "a/" or "."; no name holds a zero byte
     }
-    if (nameBeforeTrash(names.back())) {
+    if (ZAVNameBeforeTrash(names.back())) {
         return refuse("is a name of files that are being removed");
     }
-    return StoredPath(std::move(names));
+    if (ZAVIsPartialName(names.back())) {
+        return refuse("is a name of files that are being written");
+    }
+    return ZAVContentPath(std::move(names));
 }
 
-}  // namespace zavevents
+}  // namespace zav

@@ -1,5 +1,3 @@
-#include "ContentReclaimer.h"
-
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -15,14 +13,13 @@
 
 #include <ZAVEventRepository/FMDatabase.h>
 #include <ZAVEventRepository/ZAVDatabaseSchema.h>
+#include <ZAVEventRepository/ZAVEventStore.h>
 
 #include "Support/TemporaryDirectory.h"
 
 namespace zav::test {
 namespace {
 
-using zavevents::ContentReclaimer;
-using zavevents::ReclaimedContent;
 namespace fs = std::filesystem;
 
 constexpr auto trashOfOne = ".zav-trash-0123456789abcdef-one";
@@ -31,10 +28,8 @@ constexpr auto trashOfOne = ".zav-trash-0123456789abcdef-one";
 /// message that is still to be uploaded. The files hold their names.
 class Cache {
 public:
-    explicit Cache(bool writeAheadLog = true) : writeAheadLog_(writeAheadLog) {
-        FMDatabaseOptions options;
-        options.writeAheadLog = writeAheadLog;
-        const auto database = ZAVDatabaseSchema::openDatabase(path(), options);
+    Cache() {
+        const auto database = ZAVDatabaseSchema::openDatabase(path());
         EXPECT_TRUE(database &&
                     database->executeStatements(
                         "INSERT INTO event_content_parts (database_identifier, event_content_part_id,"
@@ -59,9 +54,14 @@ public:
 
     [[nodiscard]] std::shared_ptr<FMDatabase> open() const {
         FMDatabaseOptions options;
-        options.writeAheadLog = writeAheadLog_;
         options.busyTimeout = std::chrono::milliseconds(0);
         return FMDatabase::databaseWithPath(path(), options);
+    }
+    [[nodiscard]] std::unique_ptr<ZAVEventStore> openStore() const {
+        ZAVEventStoreOptions options;
+        options.contentDirectory = ZAVURL::fileURLWithDirectoryPath(root());
+        options.database.busyTimeout = std::chrono::milliseconds(0);
+        return ZAVEventStore::open(path(), options);
     }
     void execute(const std::string& script) const {
         const auto database = open();
@@ -90,30 +90,32 @@ public:
         return names;
     }
 
-    /// Reclaims so many bytes; 0 only ends what another run began.
-    void reclaim(std::uint64_t bytes) const {
-        const auto database = open();
-        ContentReclaimer reclaimer(*database, root());
+    /// Frees so many bytes; 0 only ends what another purge began.
+    void purge(std::uint64_t bytes) const {
+        ZAVPurgePolicy policy;
+        policy.bytesToFree = bytes;
         ZAVError error;
-        EXPECT_TRUE(reclaimer.reclaim(
-            bytes, [](const ReclaimedContent& content) { EXPECT_EQ(content.reason, ""); }, &error))
+        EXPECT_TRUE(openStore()->content().purge(
+            policy, [](const ZAVPurgedContent& content) { EXPECT_EQ(content.reason, ""); }, &error))
             << error.description();
     }
 
-    /// Reclaims all in a process of its own, which gets a signal when so many statements have run; returns
+    /// Purges all in a process of its own, which gets a signal when so many statements have run; returns
     /// the process.
-    [[nodiscard]] pid_t reclaimInAProcess(std::size_t statements, int signal) const {
+    [[nodiscard]] pid_t purgeInAProcess(std::size_t statements, int signal) const {
         const pid_t child = ::fork();
         if (child == 0) {
-            const auto database = open();
+            const auto store = openStore();
             std::size_t count = 0;
-            database->setStatementObserver([&](const FMStatementRun&) {
-                if (++count == statements) {
-                    ::raise(signal);
-                }
+            store->write([&](const ZAVRepositories& repositories) {
+                repositories.events.database().setStatementObserver([&](const FMStatementRun&) {
+                    if (++count == statements) {
+                        ::raise(signal);
+                    }
+                });
+                return true;
             });
-            ContentReclaimer reclaimer(*database, root());
-            ::_exit(reclaimer.reclaim(1'000'000, [](const ReclaimedContent&) {}) ? 0 : 1);
+            ::_exit(store->content().purge({}) ? 0 : 1);
         }
         return child;
     }
@@ -136,7 +138,6 @@ public:
 
 private:
     TemporaryDirectory directory_;
-    bool writeAheadLog_;
 };
 
 int waitFor(pid_t process) {
@@ -145,24 +146,22 @@ int waitFor(pid_t process) {
     return status;
 }
 
-class ReclaimingInterrupted : public testing::TestWithParam<bool> {};
-
-TEST_P(ReclaimingInterrupted, ByAKillAfterAnyStatementIsMadeGoodByTheNextRun) {
+TEST(PurgingInterrupted, ByAKillAfterAnyStatementIsMadeGoodByTheNextRun) {
     std::size_t unmarked = 0;
     std::size_t marked = 0;
     bool ended = false;
     for (std::size_t statement = 1; !ended; ++statement) {
-        ASSERT_LT(statement, 200U) << "reclaiming three files comes to an end";
+        ASSERT_LT(statement, 200U) << "purging three files comes to an end";
         SCOPED_TRACE("killed after statement " + std::to_string(statement));
-        const Cache cache(GetParam());
-        const int status = waitFor(cache.reclaimInAProcess(statement, SIGKILL));
+        const Cache cache;
+        const int status = waitFor(cache.purgeInAProcess(statement, SIGKILL));
         ended = WIFEXITED(status);
         if (!cache.trash().empty()) {
             (cache.marks().at(1) ? marked : unmarked) += 1;
         }
-        cache.reclaim(0);
+        cache.purge(0);
         cache.expectAgreement();
-        cache.reclaim(1'000'000);
+        cache.purge(1'000'000);
         cache.expectAgreement();
         EXPECT_EQ(cache.marks(),
                   (std::map<std::int64_t, bool>{{1, true}, {2, true}, {3, true}, {4, true}, {5, false}}))
@@ -172,15 +171,15 @@ TEST_P(ReclaimingInterrupted, ByAKillAfterAnyStatementIsMadeGoodByTheNextRun) {
     EXPECT_GT(marked, 0U) << "some kills hit between the commit and the last removal";
 }
 
-TEST_P(ReclaimingInterrupted, ByAStopAfterAnyStatementKeepsWhatAnotherClientHasStoredMeanwhile) {
+TEST(PurgingInterrupted, ByAStopAfterAnyStatementKeepsWhatAnotherClientHasStoredMeanwhile) {
     std::size_t stored = 0;
     std::size_t locked = 0;
     bool ended = false;
     for (std::size_t statement = 1; !ended; ++statement) {
-        ASSERT_LT(statement, 200U) << "reclaiming three files comes to an end";
+        ASSERT_LT(statement, 200U) << "purging three files comes to an end";
         SCOPED_TRACE("stopped after statement " + std::to_string(statement));
-        const Cache cache(GetParam());
-        const pid_t process = cache.reclaimInAProcess(statement, SIGSTOP);
+        const Cache cache;
+        const pid_t process = cache.purgeInAProcess(statement, SIGSTOP);
         int status = waitFor(process);
         ended = WIFEXITED(status);
         bool isStored = false;
@@ -200,7 +199,7 @@ TEST_P(ReclaimingInterrupted, ByAStopAfterAnyStatementKeepsWhatAnotherClientHasS
             status = waitFor(process);
         }
         EXPECT_TRUE(WIFEXITED(status)) << "the stopped process goes on and ends";
-        cache.reclaim(0);
+        cache.purge(0);
         cache.expectAgreement();
         if (isStored) {
             const auto database = cache.open();
@@ -216,10 +215,6 @@ TEST_P(ReclaimingInterrupted, ByAStopAfterAnyStatementKeepsWhatAnotherClientHasS
     EXPECT_GT(locked, 0U) << "what is decided is done before others can store";
 }
 
-INSTANTIATE_TEST_SUITE_P(Journals, ReclaimingInterrupted, testing::Bool(), [](const auto& journal) {
-    return journal.param ? "WriteAheadLog" : "RollbackJournal";
-});
-
 // What a killed run has left, in each state that rows and files can have got into since
 
 /// A store in which the file `one` has its trash name.
@@ -228,13 +223,13 @@ public:
     CacheWithTrash() { fs::rename(file("one"), file(trashOfOne)); }
 
     void expectOne(const std::string& bytes, const std::string& why) const {
-        reclaim(0);
+        purge(0);
         EXPECT_EQ(trash(), std::vector<std::string>()) << why;
         ASSERT_TRUE(has("one")) << why;
         EXPECT_EQ(read("one"), bytes) << why;
     }
     void expectNone(const std::string& why) const {
-        reclaim(0);
+        purge(0);
         EXPECT_EQ(trash(), std::vector<std::string>()) << why;
         EXPECT_FALSE(has("one")) << why;
     }
@@ -286,7 +281,7 @@ TEST(TrashOfAKilledRun, WhoseNameANamelessPartHasTakenStaysBesideIt) {
     const CacheWithTrash cache;
     cache.execute("DELETE FROM event_content_parts WHERE database_identifier = 1");
     cache.write("one", "another's");
-    cache.reclaim(0);
+    cache.purge(0);
     EXPECT_EQ(cache.trash(), std::vector<std::string>{trashOfOne})
         << "no part of this store says which one to keep";
     EXPECT_EQ(cache.read("one"), "another's");
@@ -296,21 +291,17 @@ TEST(TrashOfAKilledRun, IsLeftToTheRunThatHoldsTheLock) {
     const CacheWithTrash cache;
     const auto other = cache.open();
     ASSERT_TRUE(other->executeStatements("BEGIN IMMEDIATE"));
-    const auto database = cache.open();
-    ContentReclaimer reclaimer(*database, cache.root());
     ZAVError error;
-    EXPECT_FALSE(reclaimer.reclaim(
-        0, [](const ReclaimedContent&) {}, &error))
-        << "nothing is decided without the lock";
+    EXPECT_FALSE(cache.openStore()->content().purge({}, {}, &error)) << "nothing is decided without the lock";
     EXPECT_TRUE(error) << "the reason is told";
     EXPECT_EQ(cache.trash(), std::vector<std::string>{trashOfOne}) << "the other run may be about to commit";
 }
 
 TEST(TrashOfAKilledRun, IsLeftAloneByADryRun) {
     const CacheWithTrash cache;
-    const auto database = cache.open();
-    ContentReclaimer reclaimer(*database, cache.root());
-    EXPECT_TRUE(reclaimer.foretell(1'000'000, [](const ReclaimedContent&) {}));
+    ZAVPurgePolicy policy;
+    policy.changesNothing = true;
+    EXPECT_TRUE(cache.openStore()->content().purge(policy));
     EXPECT_EQ(cache.trash(), std::vector<std::string>{trashOfOne}) << "a dry run changes nothing";
 }
 
@@ -321,31 +312,27 @@ TEST(TrashOfAKilledRun, IsToldByItsWholeName) {
     for (const std::string& name : names) {
         cache.write(name, "somebody's");
     }
-    cache.reclaim(0);
+    cache.purge(0);
     for (const std::string& name : names) {
         EXPECT_TRUE(cache.has(name)) << "a file of another name is none of ours: " << name;
     }
 }
 
-TEST(Reclaiming, AFailureOfTheDatabaseLeavesEveryFileInItsPlace) {
+TEST(Purging, AFailureOfTheDatabaseLeavesEveryFileInItsPlace) {
     const Cache cache;
+    const auto store = cache.openStore();  // one that has the trigger would be refused
     cache.execute(
         "CREATE TRIGGER refuse BEFORE UPDATE ON event_content_parts WHEN OLD.database_identifier = 4"
         " BEGIN SELECT RAISE(ABORT, 'the disk is gone'); END");
-    {
-        const auto database = cache.open();
-        ContentReclaimer reclaimer(*database, cache.root());
-        ZAVError error;
-        EXPECT_FALSE(reclaimer.reclaim(
-            1'000'000, [](const ReclaimedContent&) { ADD_FAILURE() << "nothing was done to be told of"; },
-            &error));
-        EXPECT_EQ(error.message(), "the disk is gone");
-    }
+    ZAVError error;
+    EXPECT_FALSE(store->content().purge(
+        {}, [](const ZAVPurgedContent&) { ADD_FAILURE() << "nothing was done to be told of"; }, &error));
+    EXPECT_EQ(error.message(), "the disk is gone");
     cache.expectAgreement();
     EXPECT_FALSE(cache.marks().at(1)) << "what was decided together is undone together";
 }
 
-TEST(Reclaiming, GoesOnBesideAnotherClientThatKeepsWriting) {
+TEST(Purging, GoesOnBesideAnotherClientThatKeepsWriting) {
     const Cache cache;
     cache.execute(
         "WITH RECURSIVE numbers(n) AS (SELECT 10 UNION ALL SELECT n + 1 FROM numbers WHERE n < 59)"
@@ -355,11 +342,9 @@ TEST(Reclaiming, GoesOnBesideAnotherClientThatKeepsWriting) {
         cache.write("many-" + std::to_string(number), "x");
     }
     const auto client = cache.open();
-    const auto database = cache.open();
-    ContentReclaimer reclaimer(*database, cache.root());
     std::size_t parts = 0;
     bool forwarded = false;
-    EXPECT_TRUE(reclaimer.reclaim(1'000'000, [&](const ReclaimedContent& content) {
+    EXPECT_TRUE(cache.openStore()->content().purge({}, [&](const ZAVPurgedContent& content) {
         parts += content.parts;
         EXPECT_EQ(content.reason, "");
         EXPECT_TRUE(client->executeUpdate("UPDATE streams SET seq = 1"));

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <functional>
+#include <optional>
+
+#include "Store/Internal/ZAVContentDirectory.h"
+#include "Store/Internal/ZAVContentRows.h"
+#include "Store/Internal/ZAVStoreCore.h"
+
+namespace zav {
+
+/// The directory of a store's content, and the rows that tell of it, for one operation on many files.
+///
+/// All of it throws `ZAVContentFailure` and `std::system_error`.
+class ZAVContentSession {
+public:
+    using Work = std::function<void(ZAVContentRows& rows)>;
+
+    /// The directory has to be there.
+    explicit ZAVContentSession(ZAVStoreCore& core);
+
+    [[nodiscard]] const ZAVContentDirectory& directory() const noexcept { return directory_; }
+
+    /// Does something under the write lock, with the rows as they are then, and commits what it changed.
+    void underLock(const Work& work);
+
+    /// Does something with the rows as they are now, which it does not change.
+    void inSnapshot(const Work& work);
+
+private:
+    ZAVStoreCore& core_;
+    ZAVContentDirectory directory_;
+    std::optional<ZAVContentRows> rows_;  ///< on the handle that writes
+};
+
+}  // namespace zav

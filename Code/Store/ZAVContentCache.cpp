@@ -1,0 +1,314 @@
+#include <ZAVEventRepository/ZAVContentCache.h>
+
+#include <algorithm>
+#include <ctime>
+#include <map>
+#include <mutex>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include <ZAVEventRepository/ZAVMessageRepositoryCache.h>
+
+#include "Private/Database/Internal/ZAVStatements.h"
+#include "Private/Model/Repositories/Internal/ZAVCacheDirectoryOfThread.h"
+#include "Store/Internal/ZAVContentFailure.h"
+#include "Store/Internal/ZAVContentPurge.h"
+#include "Store/Internal/ZAVContentRepair.h"
+#include "Store/Internal/ZAVContentSession.h"
+#include "Store/Internal/ZAVDownload.h"
+#include "Store/Internal/ZAVOpenedContent.h"
+#include "Store/Internal/ZAVPartialFile.h"
+#include "Store/Internal/ZAVStoreCore.h"
+
+namespace zav {
+namespace {
+
+ZAVContentFailure noContent(const std::string& message) {
+    return ZAVContentFailure(ZAVErrorOfStore(ZAVEventStoreErrorNoContent, message));
+}
+
+std::string nameOf(ZAVDatabaseIdentifier event, std::int64_t index) {
+    return "part " + std::to_string(index) + " of event " + std::to_string(event);
+}
+
+/// Where the library places the file of a part.
+ZAVURL placedFile(const ZAVStoreOwner& owner, const std::optional<ZAVUUID>& clientID, std::uint64_t index) {
+    if (!owner.userID || !owner.appID) {
+        throw ZAVContentFailure(ZAVErrorOfStore(
+            ZAVEventStoreErrorBadOption,
+            "the store was opened without userID or appID, which say where files of content go"));
+    }
+    const ZAVURL directory = owner.contentDirectoryURL();
+    const ZAVCacheDirectoryOfThread ofThisThread(&directory);
+    auto file = ZAVMessageRepositoryMakeMessagePartFileURL(
+        index, ZAVMessageRepositoryMakeMessagePartBaseDirectoryURL(*owner.appID, *owner.userID, clientID));
+    if (!file) {
+        throw noContent("the event has no client_id that is a UUID, after which its files are called");
+    }
+    return *std::move(file);
+}
+
+ZAVContentPath parsedPath(const std::string& text) {
+    std::string fault;
+    auto path = ZAVContentPath::parse(text, &fault);
+    if (!path) {
+        throw ZAVContentFailure(ZAVErrorOfContent(text, fault));
+    }
+    return *std::move(path);
+}
+
+void expectNoWork(const ZAVStoreCore& core, const char* operation) {
+    if (core.isInWork()) {
+        throw ZAVContentFailure(ZAVErrorOfStore(
+            ZAVEventStoreErrorInWork,
+            std::string(operation) + " within a work: files are removed when their marks are committed"));
+    }
+}
+
+/// The part as it is now; there must be one.
+std::shared_ptr<ZAVEventContent> partAt(const ZAVRepositories& repositories, ZAVDatabaseIdentifier event,
+                                        std::int64_t index) {
+    ZAVError failure;
+    auto part = repositories.events.eventContentForEventDatabaseIdentifier(event, index, &failure);
+    if (failure) {
+        throw ZAVContentFailure(failure);
+    }
+    if (part == nullptr) {
+        throw noContent("there is no " + nameOf(event, index));
+    }
+    return part;
+}
+
+/// Has a part downloaded from now on, and answers where to.
+ZAVPartOfContent startDownload(const ZAVRepositories& repositories, const ZAVStoreOwner& owner,
+                               ZAVDatabaseIdentifier event, std::int64_t index) {
+    const auto part = partAt(repositories, event, index);
+    const auto status = part->transferStatus();
+    const bool isWanted = status == ZAVContentTransferReadyForDownload ||
+                          status == ZAVContentTransferDownloading ||
+                          (status == ZAVContentTransferComplete && part->isPurged());
+    if (!isWanted) {
+        throw noContent(nameOf(event, index) + " waits for no download");
+    }
+    const auto file = part->fileURL() ? *part->fileURL() : placedFile(owner, part->eventClientID(), index);
+    ZAVPartOfContent result{event, index, file.relativePath()};
+    ZAVError failure;
+    if (!runUpdate(repositories.events.database(), &failure,
+                   "UPDATE event_content_parts SET transfer_status = 3, file_path = ?"
+                   " WHERE event_database_identifier = ? AND event_content_part_id = ?",
+                   result.filePath, event, index)) {
+        throw ZAVContentFailure(failure);
+    }
+    return result;
+}
+
+/// Opens the file of a part, whose path stands in its row.
+std::unique_ptr<ZAVOpenedContent> openFile(const ZAVStoreCore& core, const std::string& text) {
+    const ZAVContentDirectory root(core.owner().contentDirectoryPath());
+    const ZAVContentPath path = parsedPath(text);
+    const auto names = ZAVContentDirectory::Names(path.names());
+    const auto directory = root.open(names.first(names.size() - 1));
+    const auto status = directory ? directory->status(names.back()) : std::nullopt;
+    if (status && ZAVIsFileOfDatabase(status->identity, core.databasePath())) {
+        throw noContent(text + ": belongs to the database");
+    }
+    auto file = status ? directory->openForReading(names.back(), status->identity) : std::nullopt;
+    if (!file) {
+        throw noContent(text + ": the file is not there");
+    }
+    return std::make_unique<ZAVOpenedContent>(
+        ZAVOpenedContent{*std::move(file), status->size, root.path() + "/" + text});
+}
+
+}  // namespace
+
+/// When parts were accessed, until it is recorded.
+class ZAVContentCache::Accesses {
+public:
+    /// Answers whether it is the first that is to be recorded.
+    bool note(ZAVDatabaseIdentifier event, std::int64_t index) {
+        const std::lock_guard lock(mutex_);
+        const bool isFirst = times_.empty();
+        times_[{event, index}] = ZAVNow();
+        return isFirst;
+    }
+
+    [[nodiscard]] bool areThere() {
+        const std::lock_guard lock(mutex_);
+        return !times_.empty();
+    }
+
+    /// Records them, in a transaction that holds the write lock.
+    bool record(const ZAVRepositories& repositories, ZAVError* error) {
+        Times times;
+        {
+            const std::lock_guard lock(mutex_);
+            times.swap(times_);
+        }
+        return std::all_of(times.begin(), times.end(), [&](const auto& entry) {
+            return runUpdate(repositories.events.database(), error,
+                             "UPDATE event_content_parts SET last_accessed = ?"
+                             " WHERE event_database_identifier = ? AND event_content_part_id = ?"
+                             " AND (last_accessed IS NULL OR last_accessed < ?)",
+                             entry.second, entry.first.first, entry.first.second, entry.second);
+        });
+    }
+
+private:
+    using Times = std::map<std::pair<ZAVDatabaseIdentifier, std::int64_t>, ZAVDate>;
+
+    std::mutex mutex_;
+    Times times_;
+};
+
+ZAVContentCache::ZAVContentCache(ZAVStoreCore& core) : core_(core), accesses_(std::make_shared<Accesses>()) {}
+
+ZAVContentCache::~ZAVContentCache() = default;
+
+std::optional<ZAVURL> ZAVContentCache::put(const ZAVUUID& clientID, std::size_t index,
+                                           std::span<const std::uint8_t> bytes, ZAVError* error) {
+    std::optional<ZAVURL> file;
+    const std::string root = core_.owner().contentDirectoryPath();
+    const bool succeeded = ZAVSucceeds(root, error, [&] {
+        const ZAVURL place = placedFile(core_.owner(), clientID, index);
+        ZAVPartialFile partial(ZAVContentDirectory::make(root), parsedPath(place.relativePath()));
+        partial.append(bytes);
+        partial.sync();
+        partial.moveIntoPlace();
+        file = place;
+    });
+    return succeeded ? file : std::nullopt;
+}
+
+std::optional<ZAVContentWriter> ZAVContentCache::beginDownload(ZAVDatabaseIdentifier event,
+                                                               std::int64_t index, ZAVError* error) {
+    std::optional<ZAVContentWriter> writer;
+    const std::string root = core_.owner().contentDirectoryPath();
+    ZAVSucceeds(root, error, [&] {
+        ZAVPartOfContent part;
+        ZAVExpectDone(core_.write([&](const ZAVRepositories& repositories) {
+            part = startDownload(repositories, core_.owner(), event, index);
+            return true;
+        }));
+        const ZAVContentPath path = parsedPath(part.filePath);
+        writer = ZAVContentWriter(
+            std::make_unique<ZAVDownload>(core_, ZAVContentDirectory::make(root), std::move(part), path));
+    });
+    return writer;
+}
+
+std::optional<ZAVContentFile> ZAVContentCache::open(ZAVDatabaseIdentifier event, std::int64_t index,
+                                                    ZAVError* error) {
+    std::optional<ZAVContentFile> file;
+    ZAVSucceeds(core_.owner().contentDirectoryPath(), error, [&] {
+        std::shared_ptr<ZAVEventContent> part;
+        ZAVExpectDone(core_.read(
+            [&](const ZAVRepositories& repositories) { part = partAt(repositories, event, index); }));
+        const auto status = part->transferStatus();
+        if (!part->fileURL() || part->isPurged() || status == ZAVContentTransferReadyForDownload ||
+            status == ZAVContentTransferDownloading) {
+            throw noContent(nameOf(event, index) +
+                            " has no file here: it was purged, or is to be downloaded");
+        }
+        file = ZAVContentFile(openFile(core_, part->fileURL()->relativePath()));
+        if (accesses_->note(event, index)) {
+            core_.writeLater(std::chrono::minutes(1),
+                             [accesses = accesses_](const ZAVRepositories& repositories) {
+                                 return accesses->areThere() && accesses->record(repositories, nullptr);
+                             });
+        }
+    });
+    return file;
+}
+
+bool ZAVContentCache::recordAccesses(ZAVError* error) {
+    if (!accesses_->areThere()) {
+        return true;
+    }
+    ZAVError failure;
+    const auto outcome = core_.write(
+        [&](const ZAVRepositories& repositories) { return accesses_->record(repositories, &failure); });
+    const bool succeeded = outcome.state == ZAVWorkOutcome::State::done;
+    if (!succeeded) {
+        ZAVStoreError(error, outcome.error ? outcome.error : failure);
+    }
+    return succeeded;
+}
+
+std::optional<ZAVContentUsage> ZAVContentCache::bytesOnDisk(ZAVError* error) {
+    ZAVContentUsage usage;
+    ZAVError failure;
+    const auto look = [&](const ZAVRepositories& repositories) {
+        auto rows = runQuery(
+            repositories.events.database(), &failure,
+            "SELECT parts.transfer_status, events.stream_database_identifier, CAST(TOTAL(parts.size) AS INTEGER)"
+            " FROM event_content_parts AS parts LEFT JOIN events"
+            " ON events.database_identifier = parts.event_database_identifier"
+            " WHERE parts.transfer_status IN (0, 1, 4) AND parts.file_path IS NOT NULL"
+            " AND parts.size > 0 AND (parts.purged = 0 OR parts.purged IS NULL)"
+            " GROUP BY parts.transfer_status, events.stream_database_identifier");
+        while (rows && rows->nextWithError(&failure)) {
+            const auto bytes = static_cast<std::uint64_t>(rows->longLongIntForColumnIndex(2));
+            usage.total += bytes;
+            usage.byStatus[static_cast<ZAVContentTransferStatus>(rows->longLongIntForColumnIndex(0))] +=
+                bytes;
+            usage.byStream[rows->columnIndexIsNull(1) ? ZAVDatabaseIdentifierNotSet
+                                                      : rows->longLongIntForColumnIndex(1)] += bytes;
+        }
+    };
+    const auto outcome = core_.read(look);
+    if (outcome.state != ZAVWorkOutcome::State::done || failure) {
+        ZAVStoreError(error, outcome.error ? outcome.error : failure);
+        return std::nullopt;
+    }
+    return usage;
+}
+
+std::optional<ZAVPurgeResult> ZAVContentCache::purge(const ZAVPurgePolicy& policy,
+                                                     const ZAVPurgeObserver& observer, ZAVError* error) {
+    ZAVPurgeResult result;
+    const bool succeeded = ZAVSucceeds(core_.owner().contentDirectoryPath(), error, [&] {
+        expectNoWork(core_, "purging");
+        ZAVError failure;
+        if (!policy.changesNothing && !recordAccesses(&failure)) {
+            throw ZAVContentFailure(failure);
+        }
+        ZAVContentSession session(core_);
+        result = ZAVContentPurge(session, policy, observer).run();
+    });
+    return succeeded ? std::optional(result) : std::nullopt;
+}
+
+namespace {
+
+/// Looks for orphans, or repairs what there is of them.
+std::optional<ZAVContentOrphans> settledOrphans(ZAVStoreCore& core, std::chrono::seconds age,
+                                                ZAVContentOrphans (ZAVContentRepair::*settle)(),
+                                                ZAVError* error) {
+    ZAVContentOrphans orphans;
+    const ZAVStoreOwner& owner = core.owner();
+    const bool succeeded = ZAVSucceeds(owner.contentDirectoryPath(), error, [&] {
+        if (settle == &ZAVContentRepair::repair) {
+            expectNoWork(core, "repairing");
+        }
+        std::vector<std::string> folders = parsedPath(placedFile(owner, ZAVUUID(), 0).relativePath()).names();
+        folders.resize(folders.size() - 2);  // without the event and the file
+        ZAVContentSession session(core);
+        ZAVContentRepair repair(session, std::move(folders), std::time(nullptr) - age.count());
+        orphans = (repair.*settle)();
+    });
+    return succeeded ? std::optional(std::move(orphans)) : std::nullopt;
+}
+
+}  // namespace
+
+std::optional<ZAVContentOrphans> ZAVContentCache::findOrphans(std::chrono::seconds age, ZAVError* error) {
+    return settledOrphans(core_, age, &ZAVContentRepair::find, error);
+}
+
+std::optional<ZAVContentOrphans> ZAVContentCache::repair(std::chrono::seconds age, ZAVError* error) {
+    return settledOrphans(core_, age, &ZAVContentRepair::repair, error);
+}
+
+}  // namespace zav

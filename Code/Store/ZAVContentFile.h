@@ -1,0 +1,89 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+
+#include <ZAVEventRepository/ZAVData.h>
+#include <ZAVEventRepository/ZAVError.h>
+#include <ZAVEventRepository/ZAVExport.h>
+
+namespace zav {
+
+class ZAVDownload;
+struct ZAVOpenedContent;
+
+/// The file of a content part, open for reading. It can be read to its end also when it is purged meanwhile.
+///
+/// It serves one thread at a time, and may outlive the store.
+class ZAV_EXPORT ZAVContentFile {
+public:
+    /// Takes a file over from `other`, which can only be destroyed or assigned to then.
+    ZAVContentFile(ZAVContentFile&& other) noexcept;
+
+    /// Closes the file and takes another over.
+    ZAVContentFile& operator=(ZAVContentFile&& other) noexcept;
+    ZAVContentFile(const ZAVContentFile&) = delete;
+    ZAVContentFile& operator=(const ZAVContentFile&) = delete;
+    ~ZAVContentFile();
+
+    /// Its size in bytes when it was opened.
+    [[nodiscard]] std::uint64_t size() const noexcept;
+
+    /// Its descriptor, which stays this object's: for what reads or maps files by themselves.
+    [[nodiscard]] int descriptor() const noexcept;
+
+    /// Reads from a position on.
+    /// @return how many bytes were read: fewer than `bytes` has at the end of the file alone. None on
+    /// failure, with the reason in `error`.
+    std::optional<std::size_t> read(std::uint64_t position, std::span<std::uint8_t> bytes,
+                                    ZAVError* error = nullptr) const;
+
+    /// Reads all of it.
+    /// @return none on failure, with the reason in `error`.
+    [[nodiscard]] std::optional<ZAVData> readAll(ZAVError* error = nullptr) const;
+
+private:
+    friend class ZAVContentCache;
+
+    explicit ZAVContentFile(std::unique_ptr<ZAVOpenedContent> opened) noexcept;
+
+    std::unique_ptr<ZAVOpenedContent> opened_;
+};
+
+/// The file of a content part, being written beside its place. It comes there when it is finished; one that
+/// is destroyed before is removed.
+///
+/// It serves one thread at a time, and may not outlive its store.
+class ZAV_EXPORT ZAVContentWriter {
+public:
+    /// Takes a file over from `other`, which can only be destroyed or assigned to then.
+    ZAVContentWriter(ZAVContentWriter&& other) noexcept;
+
+    /// Gives the file up, unless it was finished, and takes another over.
+    ZAVContentWriter& operator=(ZAVContentWriter&& other) noexcept;
+    ZAVContentWriter(const ZAVContentWriter&) = delete;
+    ZAVContentWriter& operator=(const ZAVContentWriter&) = delete;
+    ~ZAVContentWriter();
+
+    /// Writes behind what is there.
+    /// @return false on failure, with the reason in `error`; it cannot be finished then.
+    bool append(std::span<const std::uint8_t> bytes, ZAVError* error = nullptr);
+
+    /// Has the device keep the file, gives it its name, and then records that the part is complete, how large
+    /// it is, and that it was accessed now.
+    /// @return false on failure, with the reason in `error`, such as that the part is not there any more: the
+    /// file is removed then.
+    bool finish(ZAVError* error = nullptr);
+
+private:
+    friend class ZAVContentCache;
+
+    explicit ZAVContentWriter(std::unique_ptr<ZAVDownload> download) noexcept;
+
+    std::unique_ptr<ZAVDownload> download_;
+};
+
+}  // namespace zav

@@ -1,0 +1,136 @@
+#include <ZAVEventRepository/ZAVEventStore.h>
+
+#include "Private/Database/Internal/ZAVStatements.h"
+#include "Store/Internal/ZAVEventRemover.h"
+#include "Store/Internal/ZAVStoreCore.h"
+
+namespace zav {
+namespace {
+
+/// A number that need not be there: whether it could be looked for.
+bool look(FMDatabase& database, std::optional<std::int64_t>& number, ZAVError* error, ZAVSQL statement,
+          const auto&... values) {
+    ZAVError failure;
+    number = readNumber(database, &failure, statement, values...);
+    if (failure) {
+        ZAVStoreError(error, failure);
+    }
+    return !failure;
+}
+
+/// What was found, if it could be written.
+template <class Found>
+std::optional<Found> answered(bool isWritten, const Found& found, const ZAVError& failure, ZAVError* error) {
+    if (!isWritten) {
+        ZAVStoreError(error, failure);
+        return std::nullopt;
+    }
+    return found;
+}
+
+}  // namespace
+
+std::optional<std::size_t> ZAVEventStore::deleteEvents(std::span<const ZAVDatabaseIdentifier> rows,
+                                                       ZAVError* error) {
+    std::size_t count = 0;
+    ZAVError failure;
+    const auto remove = [&](const ZAVRepositories& repositories) {
+        const FMDatabase& database = repositories.events.database();
+        const ZAVEventRemover remover(core_->handleOfWork());
+        for (const ZAVDatabaseIdentifier row : rows) {
+            if (!remover.remove(row, &failure)) {
+                return false;
+            }
+            count += database.changes() != 0 ? 1 : 0;
+        }
+        return true;
+    };
+    const bool isWritten = write(remove, &failure);
+    return answered(isWritten, count, failure, error);
+}
+
+std::optional<bool> ZAVEventStore::makeTombstone(const ZAVUUID& streamUUID, ZAVSequence seq,
+                                                 ZAVError* error) {
+    std::optional<bool> isThere = false;
+    ZAVError failure;
+    const auto bury = [&](const ZAVRepositories& repositories) {
+        std::optional<std::int64_t> stream;
+        if (!look(repositories.events.database(), stream, &failure,
+                  "SELECT database_identifier FROM streams WHERE stream_id = ?", streamUUID)) {
+            return false;
+        }
+        isThere = stream ? makeTombstone(*stream, seq, &failure) : false;
+        return isThere.has_value();
+    };
+    const bool isWritten = write(bury, &failure);
+    return answered(isWritten, isThere.value_or(false), failure, error);
+}
+
+std::optional<bool> ZAVEventStore::makeTombstone(ZAVDatabaseIdentifier stream, ZAVSequence seq,
+                                                 ZAVError* error) {
+    std::optional<std::int64_t> row;
+    ZAVError failure;
+    const auto bury = [&](const ZAVRepositories& repositories) {
+        return look(repositories.events.database(), row, &failure,
+                    "SELECT database_identifier FROM events WHERE stream_database_identifier = ? AND seq = ?",
+                    stream, seq) &&
+               (!row || ZAVEventRemover(core_->handleOfWork()).makeTombstone(*row, seq, stream, &failure));
+    };
+    const bool isWritten = write(bury, &failure);
+    return answered(isWritten, row.has_value(), failure, error);
+}
+
+std::optional<bool> ZAVEventStore::deleteStream(ZAVDatabaseIdentifier stream, ZAVError* error) {
+    bool isThere = false;
+    ZAVError failure;
+    const auto remove = [&](const ZAVRepositories& repositories) {
+        const bool isRemoved = ZAVEventRemover(core_->handleOfWork()).removeStream(stream, &failure);
+        isThere = isRemoved && repositories.events.database().changes() != 0;
+        return isRemoved;
+    };
+    const bool isWritten = write(remove, &failure);
+    return answered(isWritten, isThere, failure, error);
+}
+
+std::optional<bool> ZAVEventStore::recordParticipantSeq(const ZAVUUID& streamUUID,
+                                                        const std::string& memberID, ZAVSequence seq,
+                                                        SequenceChange change, ZAVError* error) {
+    bool isRecorded = false;
+    ZAVError failure;
+    const auto record = [&](const ZAVRepositories& repositories) {
+        std::optional<std::int64_t> isBefore;
+        if (!look(repositories.events.database(), isBefore, &failure,
+                  "SELECT participants.seq IS NULL OR participants.seq < ? FROM conversations"
+                  " JOIN conversation_participants AS participants"
+                  " ON participants.conversation_database_identifier = conversations.database_identifier"
+                  " WHERE conversations.stream_id = ? AND participants.member_id = ?",
+                  seq, streamUUID, memberID)) {
+            return false;
+        }
+        isRecorded = isBefore && (*isBefore != 0 || change == SequenceChange::any);
+        return !isRecorded ||
+               repositories.events.persistConversationsParticipantsSeq(seq, memberID, streamUUID, &failure);
+    };
+    const bool isWritten = write(record, &failure);
+    return answered(isWritten, isRecorded, failure, error);
+}
+
+std::optional<bool> ZAVEventStore::recordMessageSeq(ZAVDatabaseIdentifier event, ZAVSequence seq,
+                                                    SequenceChange change, ZAVError* error) {
+    bool isRecorded = false;
+    ZAVError failure;
+    const auto record = [&](const ZAVRepositories& repositories) {
+        std::optional<std::int64_t> isBefore;
+        if (!look(repositories.events.database(), isBefore, &failure,
+                  "SELECT MAX(seq IS NULL OR seq < ?) FROM messages WHERE event_database_identifier = ?", seq,
+                  event)) {
+            return false;
+        }
+        isRecorded = isBefore && (*isBefore != 0 || change == SequenceChange::any);
+        return !isRecorded || repositories.events.persistMessageSeq(seq, event, &failure);
+    };
+    const bool isWritten = write(record, &failure);
+    return answered(isWritten, isRecorded, failure, error);
+}
+
+}  // namespace zav
