@@ -66,6 +66,25 @@ void expectNoWork(const ZAVStoreCore& core, const char* operation) {
     }
 }
 
+/// Whether the directory is not there yet, nor a part that should have its file in it. A directory that is
+/// missed by a part is an error: it may be the wrong one.
+bool hasNothingYet(ZAVStoreCore& core) {
+    if (ZAVStatusOfFile(core.owner().contentDirectoryPath())) {
+        return false;
+    }
+    std::optional<std::int64_t> isMissed;
+    ZAVError failure;
+    ZAVExpectDone(core.read([&](const ZAVRepositories& repositories) {
+        isMissed = readNumber(repositories.events.database(), &failure,
+                              "SELECT EXISTS (SELECT 1 FROM event_content_parts WHERE file_path IS NOT NULL"
+                              " AND transfer_status IN (0, 1, 4) AND (purged = 0 OR purged IS NULL))");
+    }));
+    if (!isMissed) {
+        throw ZAVContentFailure(failure);
+    }
+    return *isMissed == 0;
+}
+
 /// The part as it is now; there must be one.
 std::shared_ptr<ZAVEventContent> partAt(const ZAVRepositories& repositories, ZAVDatabaseIdentifier event,
                                         std::int64_t index) {
@@ -274,6 +293,9 @@ std::optional<ZAVPurgeResult> ZAVContentCache::purge(const ZAVPurgePolicy& polic
         if (!policy.changesNothing && !recordAccesses(&failure)) {
             throw ZAVContentFailure(failure);
         }
+        if (hasNothingYet(core_)) {
+            return;
+        }
         ZAVContentSession session(core_);
         result = ZAVContentPurge(session, policy, observer).run();
     });
@@ -294,6 +316,9 @@ std::optional<ZAVContentOrphans> settledOrphans(ZAVStoreCore& core, std::chrono:
         }
         std::vector<std::string> folders = parsedPath(placedFile(owner, ZAVUUID(), 0).relativePath()).names();
         folders.resize(folders.size() - 2);  // without the event and the file
+        if (hasNothingYet(core)) {
+            return;
+        }
         ZAVContentSession session(core);
         ZAVContentRepair repair(session, std::move(folders), std::time(nullptr) - age.count());
         orphans = (repair.*settle)();

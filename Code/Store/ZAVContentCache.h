@@ -70,7 +70,8 @@ public:
     /// committed; the file is removed. A file goes only if every part that names it is complete: what is
     /// still to be uploaded is the only copy, and a download that was begun is gone on with.
     ///
-    /// Parts whose files are not there are marked purged: the directory has to be the right one.
+    /// Parts whose files are not there are marked purged: the directory has to be the right one. That it is
+    /// missing is an error as soon as a part should have its file in it.
     /// @param observer is called on this thread; may be empty.
     /// @return what it came to; nothing on failure, and within a work (`ZAVEventStoreErrorInWork`). What the
     /// observer was called for is done.

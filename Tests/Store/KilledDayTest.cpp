@@ -282,7 +282,6 @@ TEST(AKilledDay, LosesNothingThatWasSaidToBeDone) {
         ASSERT_NO_FATAL_FAILURE(liveADay(client, first, 30ms + 13ms * (kill % 11), said));
         const auto store = client.open();
         ASSERT_TRUE(store);
-        fs::create_directories(client.root());
         ZAVError error;
         const auto settled = store->content().repair(0s, &error);
         ASSERT_TRUE(settled) << error.description();

@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "Store/ContentFixture.h"
+#include "Support/TestEffort.h"
 
 namespace zav::test {
 namespace {
@@ -385,6 +386,21 @@ TEST_F(ContentCache, APurgeEndsWhenTheRestIsSmallEnough) {
     EXPECT_TRUE(fs::exists(fileOf(10)) && fs::exists(fileOf(11))) << "the most recent stay";
 }
 
+TEST_F(ContentCache, ADirectoryThatIsNotThereYetIsNoFailureUntilAPartMissesIt) {
+    ASSERT_FALSE(fs::exists(root()));
+    EXPECT_TRUE(content().purge({}));
+    EXPECT_TRUE(content().findOrphans());
+    EXPECT_TRUE(content().repair());
+    downloadPicture(7, "x");
+    fs::rename(root(), root() + "-elsewhere");
+    ZAVError error;
+    EXPECT_FALSE(content().purge({}, {}, &error));
+    EXPECT_EQ(domainAndCode(error), unusableFile);
+    EXPECT_FALSE(content().repair(0s, &error));
+    EXPECT_EQ(domainAndCode(error), unusableFile);
+    EXPECT_EQ(rows("SELECT purged FROM event_content_parts"), Rows{"0"}) << "it may be the wrong directory";
+}
+
 TEST_F(ContentCache, FilesAreNotRemovedWithinAWork) {
     const auto row = downloadPicture(7, "x");
     ZAVError error;
@@ -474,11 +490,13 @@ TEST_F(Orphans, ACompletePartWithoutItsFileIsMarkedAndCanBeFetchedAgain) {
 }
 
 TEST_F(Orphans, AHundredThousandFilesAreLookedThrough) {
-    constexpr int events = 2000;
     constexpr int parts = 50;
+    const int events = effort() == "brief" ? 200 : 2000;
+    const auto named = static_cast<std::size_t>(events / 2 * parts);
     execute(
-        "WITH RECURSIVE n(i) AS (SELECT 0 UNION ALL SELECT i + 1 FROM n WHERE i < 49999)"
-        " INSERT INTO event_content_parts (event_database_identifier, event_content_part_id, transfer_status,"
+        "WITH RECURSIVE n(i) AS (SELECT 0 UNION ALL SELECT i + 1 FROM n WHERE i < " +
+        std::to_string(named - 1) +
+        ") INSERT INTO event_content_parts (event_database_identifier, event_content_part_id, transfer_status,"
         " size, file_path) SELECT 1000 + i / 50, i % 50, 4, 1, '" +
         uuidNumber(99).UUIDString() +
         "/ada/11111111-1111-1111-1111-' || printf('%012d', i / 50) ||"
@@ -494,9 +512,9 @@ TEST_F(Orphans, AHundredThousandFilesAreLookedThrough) {
     }
     const auto settled = content().repair(0s);
     ASSERT_TRUE(settled);
-    EXPECT_EQ(settled->files.size(), 50000U) << "those that no part names";
+    EXPECT_EQ(settled->files.size(), named) << "those that no part names";
     EXPECT_TRUE(settled->partsWithoutFile.empty());
-    EXPECT_EQ(files().size(), 50000U) << "those that parts name";
+    EXPECT_EQ(files().size(), named) << "those that parts name";
 }
 
 // Deleting
