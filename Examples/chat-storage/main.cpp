@@ -1,18 +1,15 @@
 // The storage behind a chat window, worked from standard input: two streams, messages that come in and go
 // out.
 
-#include <ZAVEventRepository/ZAVDatabaseSchema.h>
-#include <ZAVEventRepository/ZAVEventRepository.h>
-#include <ZAVEventRepository/ZAVStreamRepository.h>
-#include <ZAVEventRepository/ZAVSyncedChangeRepository.h>
-#include <ZAVEventRepository/ZAVTransaction.h>
+#include <ZAVEventRepository/ZAVEventStore.h>
 
-#include <algorithm>
+#include <cstdint>
 #include <iostream>
 #include <map>
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -29,19 +26,26 @@ constexpr const char* usage =
     "new                              what came in since this was last asked\n"
     "The streams are family and work.\n";
 
+constexpr const char* user = "me";
+
+/// What an operation answers, if it did not fail.
+template <class Answer>
+Answer required(std::optional<Answer> answer, const ZAVError& error) {
+    if (!answer) {
+        throw std::runtime_error(error.description());
+    }
+    return *std::move(answer);
+}
+
+void require(bool succeeded, const ZAVError& error) {
+    if (!succeeded) {
+        throw std::runtime_error(error.description());
+    }
+}
+
 class Chat {
 public:
-    explicit Chat(const std::shared_ptr<FMDatabase>& database)
-        : database_(*database), events_(database), changes_(database) {
-        const ZAVStreamRepository streams(database);
-        const std::map<std::string, const char*> known{{"family", "6f1d1f0e-5f0b-4c8e-9b53-3a1d0a6c7f10"},
-                                                       {"work", "c2f0a6d4-0f7d-4a0e-8d0c-5b6e4f7a9b21"}};
-        for (const auto& [name, uuid] : known) {
-            ZAVError error;
-            streams_[name] = streams.findOrCreateStreamWithUUID(*ZAVUUID::fromString(uuid), &error);
-            require(streams_[name] != ZAVDatabaseIdentifierNotSet, error);
-        }
-    }
+    explicit Chat(ZAVEventStore& store) : store_(store) {}
 
     /// Does what one line says.
     /// @throws std::runtime_error when the line cannot be understood or the database fails.
@@ -62,15 +66,13 @@ public:
         } else if (command == "deleted") {
             const auto stream = readStream(words);
             ZAVError error;
-            require(events_.persistTombstoneEventWithTargetSeq(read<ZAVSequence>(words), stream, &error),
-                    error);
+            required(store_.makeTombstone(stream, read<ZAVSequence>(words), &error), error);
         } else if (command == "discard") {
-            ZAVError error;
-            require(events_.deleteEvents({waiting(read<ZAVDatabaseIdentifier>(words))}, &error), error);
+            discard(read<ZAVDatabaseIdentifier>(words));
         } else if (command == "list") {
             list(readStream(words));
         } else if (command == "outbox") {
-            printWaiting(ZAVDatabaseIdentifierNotSet);
+            printWaiting(std::nullopt);
         } else if (command == "new") {
             printNew();
         } else {
@@ -79,12 +81,6 @@ public:
     }
 
 private:
-    static void require(bool succeeded, const ZAVError& error) {
-        if (!succeeded) {
-            throw std::runtime_error(error.description());
-        }
-    }
-
     template <class Word>
     static Word read(std::istream& words) {
         Word word;
@@ -94,13 +90,16 @@ private:
         return word;
     }
 
-    [[nodiscard]] ZAVDatabaseIdentifier readStream(std::istream& words) const {
+    static ZAVUUID readStream(std::istream& words) {
+        static const std::map<std::string, const char*> known{
+            {"family", "6f1d1f0e-5f0b-4c8e-9b53-3a1d0a6c7f10"},
+            {"work", "c2f0a6d4-0f7d-4a0e-8d0c-5b6e4f7a9b21"}};
         const auto name = read<std::string>(words);
-        const auto stream = streams_.find(name);
-        if (stream == streams_.end()) {
+        const auto stream = known.find(name);
+        if (stream == known.end()) {
             throw std::runtime_error("no such stream: " + name);
         }
-        return stream->second;
+        return *ZAVUUID::fromString(stream->second);
     }
 
     static std::string readText(std::istream& words) {
@@ -109,34 +108,30 @@ private:
         return text;
     }
 
-    static std::shared_ptr<ZAVEvent> makeMessage(ZAVDatabaseIdentifier stream, const std::string& author,
+    static std::shared_ptr<ZAVEvent> makeMessage(const ZAVUUID& stream, const ZAVUUID& clientID,
                                                  const std::string& text) {
         auto part = std::make_shared<ZAVEventContent>();
         part->set_media_type("text/plain");
         part->set_body(ZAVData::fromText(text));
         part->set_size(static_cast<std::int64_t>(text.size()));
-        part->setTransferStatus(ZAVContentTransferComplete);
         auto message = std::make_shared<ZAVEvent>();
         message->set_type(EventType_MESSAGE);
-        message->setStreamDatabaseIdentifier(stream);
-        message->set_client_id(ZAVDataFromUUID(ZAVUUID::random()));
-        message->set_creator_id(author);
+        message->set_stream_id(ZAVDataFromUUID(stream));
+        message->set_client_id(ZAVDataFromUUID(clientID));
         message->set_content(std::vector<std::shared_ptr<ZAVTContent>>{part});
         return message;
     }
 
-    [[nodiscard]] ZAVSet<ZAVEvent> timeline(ZAVDatabaseIdentifier stream) const {
-        ZAVError error;
-        auto events = events_.eventsFromRevivedStreamWithStreamDatabaseIdentifier(stream, &error);
-        require(events.has_value(), error);
-        return std::move(*events);
+    /// The identifier that the author's client gave to a message; here it is made of the sequence.
+    static ZAVUUID clientIDOf(ZAVSequence seq) {
+        std::string digits = std::to_string(static_cast<std::uint32_t>(seq));
+        digits.insert(0, 12 - digits.size(), '0');
+        return *ZAVUUID::fromString("00000000-0000-4000-8000-" + digits);
     }
 
-    [[nodiscard]] ZAVSet<ZAVEvent> outbox() const {
+    [[nodiscard]] std::vector<std::shared_ptr<ZAVEvent>> outbox() const {
         ZAVError error;
-        auto events = events_.publishableEvents(&error);
-        require(events.has_value(), error);
-        return std::move(*events);
+        return required(store_.outbox({}, &error), error);
     }
 
     /// The message that waits in a row.
@@ -149,51 +144,66 @@ private:
         throw std::runtime_error("no message waits in row " + std::to_string(row));
     }
 
-    void send(ZAVDatabaseIdentifier stream, const std::string& text) const {
-        const auto message = makeMessage(stream, "me", text);
-        ZAVSequence last = 0;
-        for (const auto& event : timeline(stream)) {
-            last = std::max(last, event->seq());
-        }
-        message->set_preceding_seq(last);
-        message->set_client_seq(static_cast<std::int32_t>(outbox().size()) + 1);
+    void send(const ZAVUUID& stream, const std::string& text) const {
         ZAVError error;
-        require(events_.persistEvents({message}, &error), error);
-        std::cout << "waits in row " << message->databaseIdentifier() << '\n';
+        const auto sent = store_.send(makeMessage(stream, ZAVUUID::random(), text), &error);
+        std::cout << "waits in row " << required(sent, error).row << '\n';
     }
 
     /// The message and the note that it is new are stored together, or neither.
-    void receive(ZAVDatabaseIdentifier stream, ZAVSequence seq, const std::string& author,
+    void receive(const ZAVUUID& stream, ZAVSequence seq, const std::string& author,
                  const std::string& text) const {
-        const auto message = makeMessage(stream, author, text);
+        const auto message = makeMessage(stream, clientIDOf(seq), text);
+        message->set_creator_id(author);
         message->set_seq(seq);
         message->set_preceding_seq(seq - 1);
+        ZAVReceiveOptions options;
+        options.recordsChanges = true;
+        options.refusesAllForOne = true;
         ZAVError error;
-        auto transaction = ZAVTransaction::begin(database_, &error);
-        require(transaction && events_.persistEvents({message}, &error) &&
-                    changes_.recordChange(ZAVSyncedChangeTableNameEvents, message->databaseIdentifier(),
-                                          ZAVSyncedChangeTypeInsert, &error) &&
-                    transaction->commit(&error),
-                error);
+        required(store_.receive(stream, std::vector{message}, options, &error), error);
     }
 
     void recordSequence(ZAVDatabaseIdentifier row, ZAVSequence seq) const {
         const auto event = waiting(row);
-        event->set_seq(seq);
-        require(events_.updateObject(*event), database_.lastError());
+        ZAVError error;
+        const auto answer =
+            required(store_.recordPosted(*event->streamUUID(), *ZAVUUIDFromData(event->client_id()), seq,
+                                         user, 0, &error),
+                     error);
+        require(answer.outcome == ZAVReceivedEvent::Outcome::own, answer.reason);
     }
 
-    void list(ZAVDatabaseIdentifier stream) const {
-        for (const auto& event : timeline(stream)) {
+    /// Looked at and deleted in one transaction: the service may be taking the message meanwhile.
+    void discard(ZAVDatabaseIdentifier row) const {
+        ZAVError error;
+        require(store_.write(
+                    [&](const ZAVRepositories&) {
+                        static_cast<void>(waiting(row));
+                        return store_.deleteEvents(std::vector{row}, &error).has_value();
+                    },
+                    &error),
+                error);
+    }
+
+    void list(const ZAVUUID& stream) const {
+        ZAVError error;
+        std::optional<ZAVSet<ZAVEvent>> timeline;
+        const auto look = [&](const ZAVRepositories& repositories) {
+            const auto row = repositories.streams.streamDatabaseIdentifierForUUID(stream, &error);
+            timeline = repositories.events.eventsFromRevivedStreamWithStreamDatabaseIdentifier(row, &error);
+        };
+        require(store_.read(look, &error), error);
+        for (const auto& event : required(std::move(timeline), error)) {
             std::cout << event->seq() << ' ';
             print(*event);
         }
         printWaiting(stream);
     }
 
-    void printWaiting(ZAVDatabaseIdentifier stream) const {
+    void printWaiting(const std::optional<ZAVUUID>& stream) const {
         for (const auto& event : outbox()) {
-            if (stream == ZAVDatabaseIdentifierNotSet || event->streamDatabaseIdentifier() == stream) {
+            if (!stream || event->streamUUID() == stream) {
                 std::cout << "waiting in row " << event->databaseIdentifier() << ' ';
                 print(*event);
             }
@@ -202,13 +212,14 @@ private:
 
     void printNew() const {
         ZAVError error;
-        const auto events = events_.unprocessedEvents(&error);
-        require(events.has_value(), error);
-        for (const auto& event : *events) {
+        std::optional<ZAVSet<ZAVEvent>> news;
+        const auto take = [&](const ZAVEventRepository& events) {
+            news = events.unprocessedEvents(&error);
+            return news && (news->empty() || events.deleteUnprocessedEvents(*news, &error));
+        };
+        require(store_.write(take, &error), error);
+        for (const auto& event : *news) {
             print(*event);
-        }
-        if (!events->empty()) {
-            require(events_.deleteUnprocessedEvents(*events, &error), error);
         }
     }
 
@@ -224,10 +235,7 @@ private:
         std::cout << '\n';
     }
 
-    FMDatabase& database_;
-    ZAVEventRepository events_;
-    ZAVSyncedChangeRepository changes_;
-    std::map<std::string, ZAVDatabaseIdentifier> streams_;
+    ZAVEventStore& store_;
 };
 
 }  // namespace
@@ -237,28 +245,26 @@ int main(int argc, char** argv) {
         std::cerr << "chat-storage DATABASE, with commands on standard input:\n" << usage;
         return 2;
     }
+    ZAVEventStoreOptions options;
+    options.userID = user;
+    options.appID = ZAVUUID::fromString("9f4a5f2e-0c65-4a35-9c0e-6d0f6a3b1c55");
     ZAVError error;
-    const auto database = ZAVDatabaseSchema::openDatabase(argv[1], {}, &error);
-    if (!database) {
+    const auto store = ZAVEventStore::open(argv[1], options, &error);
+    if (!store) {
         std::cerr << argv[1] << ": " << error.description() << '\n';
         return 1;
     }
+    Chat chat(*store);
     int status = 0;
-    try {
-        Chat chat(database);
-        for (std::string line; std::getline(std::cin, line);) {
-            try {
-                if (!line.empty()) {
-                    chat.run(line);
-                }
-            } catch (const std::runtime_error& reason) {
-                std::cerr << reason.what() << '\n';
-                status = 1;
+    for (std::string line; std::getline(std::cin, line);) {
+        try {
+            if (!line.empty()) {
+                chat.run(line);
             }
+        } catch (const std::exception& reason) {
+            std::cerr << reason.what() << '\n';
+            status = 1;
         }
-    } catch (const std::exception& reason) {
-        std::cerr << reason.what() << '\n';
-        status = 1;
     }
     return status;
 }

@@ -29,6 +29,8 @@ class ChatStorage(example_programs.ExampleTest):
     def test_leaves_a_mark_where_a_message_was_deleted(self):
         self.chat("incoming family 1 ada Hello", "incoming family 2 ada Sorry, wrong chat")
         self.assertEqual(self.chat("deleted family 2", "list family"), "1 ada: Hello\n2 ada: (deleted)\n")
+        self.assertEqual(self.chat("incoming family 2 ada Sorry, wrong chat", "list family"),
+                         "1 ada: Hello\n2 ada: (deleted)\n", "what was deleted stays deleted when it comes again")
 
     def test_discards_only_messages_that_wait(self):
         self.chat("incoming family 1 ada Hello", "send family Hm")
