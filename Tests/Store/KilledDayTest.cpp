@@ -188,7 +188,7 @@ void liveADay(const Client& client, int first, std::chrono::milliseconds until, 
         const auto rest =
             std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
         pollfd readable{pipe[0], POLLIN, 0};
-        if (!isKilled && (rest <= 0ms || ::poll(&readable, 1, static_cast<int>(rest.count())) == 0)) {
+        if (!isKilled && (rest.count() <= 0 || ::poll(&readable, 1, static_cast<int>(rest.count())) == 0)) {
             ::kill(process, SIGKILL);
             isKilled = true;
             continue;
