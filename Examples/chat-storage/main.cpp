@@ -194,7 +194,8 @@ private:
             timeline = repositories.events.eventsFromRevivedStreamWithStreamDatabaseIdentifier(row, &error);
         };
         require(store_.read(look, &error), error);
-        for (const auto& event : required(std::move(timeline), error)) {
+        const auto events = required(std::move(timeline), error);
+        for (const auto& event : events) {
             std::cout << event->seq() << ' ';
             print(*event);
         }
