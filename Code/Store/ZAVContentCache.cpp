@@ -110,7 +110,9 @@ ZAVPartOfContent startDownload(const ZAVRepositories& repositories, const ZAVSto
     if (!isWanted) {
         throw noContent(nameOf(event, index) + " waits for no download");
     }
-    const auto file = part->fileURL() ? *part->fileURL() : placedFile(owner, part->eventClientID(), index);
+    const auto file = part->fileURL()
+                          ? *part->fileURL()
+                          : placedFile(owner, part->eventClientID(), static_cast<std::uint64_t>(index));
     ZAVPartOfContent result{event, index, file.relativePath()};
     ZAVError failure;
     if (!runUpdate(repositories.events.database(), &failure,
