@@ -322,7 +322,8 @@ std::optional<ZAVContentOrphans> settledOrphans(ZAVStoreCore& core, std::chrono:
             return;
         }
         ZAVContentSession session(core);
-        ZAVContentRepair repair(session, std::move(folders), std::time(nullptr) - age.count());
+        ZAVContentRepair repair(session, std::move(folders),
+                                static_cast<std::time_t>(std::time(nullptr) - age.count()));
         orphans = (repair.*settle)();
     });
     return succeeded ? std::optional(std::move(orphans)) : std::nullopt;
