@@ -72,6 +72,7 @@ test: build
 
 test-long: build
 	scripts/check-loss.sh $(BUILD)/loss
+	scripts/check-migration.sh $(ZAVEVENTS) $(BUILD)/migration
 	ZAV_TEST_EFFORT=long ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS) -L long
 	@scripts/report-sweeps.sh $(BUILD)/Testing/Temporary/LastTest.log
 
