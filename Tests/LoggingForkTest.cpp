@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdlib>
 #include <functional>
 #include <memory>
@@ -120,6 +121,10 @@ TEST_F(LoggingForkDeathTest, ASinkMayBeDestroyedInAForkedProcess) {
             DDLog::setSink(sink);
             logLine(DDLogFlagVerbose, "of the parent");
             DDLog::flush();
+            if (isSanitized) {
+                // By then the sink's thread sleeps, and holds no lock of the sanitizers' allocator.
+                std::this_thread::sleep_for(std::chrono::milliseconds(200));
+            }
             const bool well = endsWell([&] {
                 DDLog::setSink(nullptr);
                 sink.reset();
