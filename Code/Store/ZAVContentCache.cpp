@@ -1,7 +1,6 @@
 #include <ZAVEventRepository/ZAVContentCache.h>
 
 #include <algorithm>
-#include <ctime>
 #include <map>
 #include <mutex>
 #include <system_error>
@@ -322,8 +321,10 @@ std::optional<ZAVContentOrphans> settledOrphans(ZAVStoreCore& core, std::chrono:
             return;
         }
         ZAVContentSession session(core);
+        // Of the exact clock: that of `std::time` may be behind the one that files are dated by.
+        const auto unchangedSince = std::chrono::system_clock::now() - age;
         ZAVContentRepair repair(session, std::move(folders),
-                                static_cast<std::time_t>(std::time(nullptr) - age.count()));
+                                std::chrono::system_clock::to_time_t(unchangedSince));
         orphans = (repair.*settle)();
     });
     return succeeded ? std::optional(std::move(orphans)) : std::nullopt;
