@@ -28,6 +28,24 @@ std::optional<Found> answered(bool isWritten, const Found& found, const ZAVError
     return found;
 }
 
+/// Records a sequence in one write, if one that is recorded may give way to it.
+/// @param lookAtRecorded finds whether what is recorded is before it; nothing when there is no place for it.
+std::optional<bool> recordSeq(ZAVEventStore& store, ZAVEventStore::SequenceChange change, ZAVError* error,
+                              const auto& lookAtRecorded, const auto& record) {
+    bool isRecorded = false;
+    ZAVError failure;
+    const auto work = [&](const ZAVRepositories& repositories) {
+        std::optional<std::int64_t> isBefore;
+        if (!lookAtRecorded(repositories.events.database(), isBefore, &failure)) {
+            return false;
+        }
+        isRecorded = isBefore && (*isBefore != 0 || change == ZAVEventStore::SequenceChange::any);
+        return !isRecorded || record(repositories.events, &failure);
+    };
+    const bool isWritten = store.write(work, &failure);
+    return answered(isWritten, isRecorded, failure, error);
+}
+
 }  // namespace
 
 std::optional<std::size_t> ZAVEventStore::deleteEvents(std::span<const ZAVDatabaseIdentifier> rows,
@@ -95,42 +113,33 @@ std::optional<bool> ZAVEventStore::deleteStream(ZAVDatabaseIdentifier stream, ZA
 std::optional<bool> ZAVEventStore::recordParticipantSeq(const ZAVUUID& streamUUID,
                                                         const std::string& memberID, ZAVSequence seq,
                                                         SequenceChange change, ZAVError* error) {
-    bool isRecorded = false;
-    ZAVError failure;
-    const auto record = [&](const ZAVRepositories& repositories) {
-        std::optional<std::int64_t> isBefore;
-        if (!look(repositories.events.database(), isBefore, &failure,
-                  "SELECT participants.seq IS NULL OR participants.seq < ? FROM conversations"
-                  " JOIN conversation_participants AS participants"
-                  " ON participants.conversation_database_identifier = conversations.database_identifier"
-                  " WHERE conversations.stream_id = ? AND participants.member_id = ?",
-                  seq, streamUUID, memberID)) {
-            return false;
-        }
-        isRecorded = isBefore && (*isBefore != 0 || change == SequenceChange::any);
-        return !isRecorded ||
-               repositories.events.persistConversationsParticipantsSeq(seq, memberID, streamUUID, &failure);
-    };
-    const bool isWritten = write(record, &failure);
-    return answered(isWritten, isRecorded, failure, error);
+    return recordSeq(
+        *this, change, error,
+        [&](FMDatabase& database, std::optional<std::int64_t>& isBefore, ZAVError* failure) {
+            return look(database, isBefore, failure,
+                        "SELECT participants.seq IS NULL OR participants.seq < ? FROM conversations"
+                        " JOIN conversation_participants AS participants"
+                        " ON participants.conversation_database_identifier = conversations.database_identifier"
+                        " WHERE conversations.stream_id = ? AND participants.member_id = ?",
+                        seq, streamUUID, memberID);
+        },
+        [&](const ZAVEventRepository& events, ZAVError* failure) {
+            return events.persistConversationsParticipantsSeq(seq, memberID, streamUUID, failure);
+        });
 }
 
 std::optional<bool> ZAVEventStore::recordMessageSeq(ZAVDatabaseIdentifier event, ZAVSequence seq,
                                                     SequenceChange change, ZAVError* error) {
-    bool isRecorded = false;
-    ZAVError failure;
-    const auto record = [&](const ZAVRepositories& repositories) {
-        std::optional<std::int64_t> isBefore;
-        if (!look(repositories.events.database(), isBefore, &failure,
-                  "SELECT MAX(seq IS NULL OR seq < ?) FROM messages WHERE event_database_identifier = ?", seq,
-                  event)) {
-            return false;
-        }
-        isRecorded = isBefore && (*isBefore != 0 || change == SequenceChange::any);
-        return !isRecorded || repositories.events.persistMessageSeq(seq, event, &failure);
-    };
-    const bool isWritten = write(record, &failure);
-    return answered(isWritten, isRecorded, failure, error);
+    return recordSeq(
+        *this, change, error,
+        [&](FMDatabase& database, std::optional<std::int64_t>& isBefore, ZAVError* failure) {
+            return look(database, isBefore, failure,
+                        "SELECT MAX(seq IS NULL OR seq < ?) FROM messages WHERE event_database_identifier = ?",
+                        seq, event);
+        },
+        [&](const ZAVEventRepository& events, ZAVError* failure) {
+            return events.persistMessageSeq(seq, event, failure);
+        });
 }
 
 }  // namespace zav

@@ -35,7 +35,9 @@ struct ZAVReceiveOptions {
     /// Whether the stream's `seq` becomes the greatest sequence that was seen, if that is greater.
     bool advancesStream = true;
 
-    /// Whether what was stored, changed or made a tombstone is recorded as not processed yet.
+    /// Whether what was stored, changed or made a tombstone is recorded as not processed yet. An event of the
+    /// user's that comes from another device never is when it is stored: `added` tells of it, and no count of
+    /// what is new to the user does.
     bool recordsChanges = false;
 
     /// Whether one event that is refused has all others taken back.

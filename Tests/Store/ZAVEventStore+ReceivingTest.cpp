@@ -285,6 +285,51 @@ TEST_F(Receiving, TakesAnEventOfTheUsersFromAnotherDeviceForNew) {
     EXPECT_EQ(rows("SELECT COUNT(*) FROM events"), Rows{"2"});
 }
 
+TEST_F(Receiving, NeverCountsAnEventOfTheUsersFromAnotherDeviceAsUnread) {
+    ZAVReceiveOptions options;
+    options.recordsChanges = true;
+    receive({received(1, 10, "bruno")}, options);
+    const auto elsewhere = receiveOne(received(2, 11, "ada"), options);
+    EXPECT_EQ(elsewhere.outcome, Outcome::added) << "it is new here";
+    EXPECT_EQ(elsewhere.row, 2);
+    EXPECT_EQ(rows("SELECT row_identifier, change_type FROM synced_changes"), Rows{"1|0"});
+    EXPECT_TRUE(ada().read([](const ZAVRepositories& repositories) {
+        const auto unread = repositories.events.unprocessedEvents();
+        ASSERT_TRUE(unread && unread->size() == 1);
+        EXPECT_EQ((*unread->begin())->creator_id(), "bruno");
+    }));
+
+    options.recognisesOwnEvents = false;
+    receive({received(3, 12, "ada")}, options);
+    EXPECT_EQ(rows("SELECT COUNT(*) FROM synced_changes"), Rows{"1"}) << "whether it is looked for or not";
+}
+
+TEST_F(Receiving, RecordsWhatTheUserDeletesOnAnotherDevice) {
+    ZAVReceiveOptions options;
+    options.recordsChanges = true;
+    receive({received(1, 10, "bruno")}, options);
+    auto deletion = received(2, 11, "ada");
+    deletion->set_type(EventType_EVENT_DELETED);
+    deletion->set_target_seq(1);
+    receive({deletion}, options);
+    EXPECT_EQ(rows("SELECT row_identifier, change_type FROM synced_changes"), Rows{"1|1"})
+        << "the tombstone is a change, the deletion is no news";
+    auto late = received(4, 13, "ada");
+    receive({deletionOf(4, 3, 12), late}, options);
+    EXPECT_EQ(rows("SELECT row_identifier, change_type FROM synced_changes WHERE row_identifier > 1"),
+              Rows{"3|0"})
+        << "nor is what was deleted before it came";
+}
+
+TEST_F(Receiving, CountsEveryNewEventWhileNoUserIsKnown) {
+    ZAVReceiveOptions options;
+    options.recordsChanges = true;
+    options.preparesDownloads = false;
+    ASSERT_TRUE(store().receive(room(), Events{received(1, 10, "ada"), received(2, 11, "bruno")}, options));
+    EXPECT_EQ(rows("SELECT row_identifier, change_type FROM synced_changes ORDER BY 1"),
+              (Rows{"1|0", "2|0"}));
+}
+
 TEST_F(Receiving, RecognisesNothingThatNamesNobodyWhileNoUserIsKnown) {
     storeWaiting(10, std::nullopt);
     ZAVReceiveOptions options;

@@ -150,7 +150,10 @@ bool ZAVReceiver::storeNew(ZAVEvent& event, ZAVReceivedEvent& answer, ZAVError* 
     }
     answer.row = event.databaseIdentifier();
     recognition_.noteStored(event);
-    return recordChange(answer.row, ZAVSyncedChangeTypeInsert, error) && applyDeletion(event, error);
+    // What the user has done on another device is no news to the user.
+    const bool isNews = !owner_.userID || event.creator_id() != owner_.userID;
+    return (!isNews || recordChange(answer.row, ZAVSyncedChangeTypeInsert, error)) &&
+           applyDeletion(event, error);
 }
 
 /// An event whose deletion came before it: what it said is never stored.
