@@ -12,6 +12,7 @@
 #include "Private/Database/Internal/ZAVStatements.h"
 #include "Private/Model/Repositories/Internal/ZAVCacheDirectoryOfThread.h"
 #include "Store/Internal/ZAVContentFailure.h"
+#include "Store/Internal/ZAVContentParts.h"
 #include "Store/Internal/ZAVContentPurge.h"
 #include "Store/Internal/ZAVContentRepair.h"
 #include "Store/Internal/ZAVContentSession.h"
@@ -22,40 +23,6 @@
 
 namespace zav {
 namespace {
-
-ZAVContentFailure noContent(const std::string& message) {
-    return ZAVContentFailure(ZAVErrorOfStore(ZAVEventStoreErrorNoContent, message));
-}
-
-std::string nameOf(ZAVDatabaseIdentifier event, std::int64_t index) {
-    return "part " + std::to_string(index) + " of event " + std::to_string(event);
-}
-
-/// Where the library places the file of a part.
-ZAVURL placedFile(const ZAVStoreOwner& owner, const std::optional<ZAVUUID>& clientID, std::uint64_t index) {
-    if (!owner.userID || !owner.appID) {
-        throw ZAVContentFailure(ZAVErrorOfStore(
-            ZAVEventStoreErrorBadOption,
-            "the store was opened without userID or appID, which say where files of content go"));
-    }
-    const ZAVURL directory = owner.contentDirectoryURL();
-    const ZAVCacheDirectoryOfThread ofThisThread(&directory);
-    auto file = ZAVMessageRepositoryMakeMessagePartFileURL(
-        index, ZAVMessageRepositoryMakeMessagePartBaseDirectoryURL(*owner.appID, *owner.userID, clientID));
-    if (!file) {
-        throw noContent("the event has no client_id that is a UUID, after which its files are called");
-    }
-    return *std::move(file);
-}
-
-ZAVContentPath parsedPath(const std::string& text) {
-    std::string fault;
-    auto path = ZAVContentPath::parse(text, &fault);
-    if (!path) {
-        throw ZAVContentFailure(ZAVErrorOfContent(text, fault));
-    }
-    return *std::move(path);
-}
 
 void expectNoWork(const ZAVStoreCore& core, const char* operation) {
     if (core.isInWork()) {
@@ -84,58 +51,19 @@ bool hasNothingYet(ZAVStoreCore& core) {
     return *isMissed == 0;
 }
 
-/// The part as it is now; there must be one.
-std::shared_ptr<ZAVEventContent> partAt(const ZAVRepositories& repositories, ZAVDatabaseIdentifier event,
-                                        std::int64_t index) {
-    ZAVError failure;
-    auto part = repositories.events.eventContentForEventDatabaseIdentifier(event, index, &failure);
-    if (failure) {
-        throw ZAVContentFailure(failure);
-    }
-    if (part == nullptr) {
-        throw noContent("there is no " + nameOf(event, index));
-    }
-    return part;
-}
-
-/// Has a part downloaded from now on, and answers where to.
-ZAVPartOfContent startDownload(const ZAVRepositories& repositories, const ZAVStoreOwner& owner,
-                               ZAVDatabaseIdentifier event, std::int64_t index) {
-    const auto part = partAt(repositories, event, index);
-    const auto status = part->transferStatus();
-    const bool isWanted = status == ZAVContentTransferReadyForDownload ||
-                          status == ZAVContentTransferDownloading ||
-                          (status == ZAVContentTransferComplete && part->isPurged());
-    if (!isWanted) {
-        throw noContent(nameOf(event, index) + " waits for no download");
-    }
-    const auto file = part->fileURL()
-                          ? *part->fileURL()
-                          : placedFile(owner, part->eventClientID(), static_cast<std::uint64_t>(index));
-    ZAVPartOfContent result{event, index, file.relativePath()};
-    ZAVError failure;
-    if (!runUpdate(repositories.events.database(), &failure,
-                   "UPDATE event_content_parts SET transfer_status = 3, file_path = ?"
-                   " WHERE event_database_identifier = ? AND event_content_part_id = ?",
-                   result.filePath, event, index)) {
-        throw ZAVContentFailure(failure);
-    }
-    return result;
-}
-
 /// Opens the file of a part, whose path stands in its row.
 std::unique_ptr<ZAVOpenedContent> openFile(const ZAVStoreCore& core, const std::string& text) {
     const ZAVContentDirectory root(core.owner().contentDirectoryPath());
-    const ZAVContentPath path = parsedPath(text);
+    const ZAVContentPath path = ZAVParsedContentPath(text);
     const auto names = ZAVContentDirectory::Names(path.names());
     const auto directory = root.open(names.first(names.size() - 1));
     const auto status = directory ? directory->status(names.back()) : std::nullopt;
     if (status && ZAVIsFileOfDatabase(status->identity, core.databasePath())) {
-        throw noContent(text + ": belongs to the database");
+        throw ZAVNoContent(text + ": belongs to the database");
     }
     auto file = status ? directory->openForReading(names.back(), status->identity) : std::nullopt;
     if (!file) {
-        throw noContent(text + ": the file is not there");
+        throw ZAVNoContent(text + ": the file is not there");
     }
     return std::make_unique<ZAVOpenedContent>(
         ZAVOpenedContent{*std::move(file), status->size, root.path() + "/" + text});
@@ -191,8 +119,8 @@ std::optional<ZAVURL> ZAVContentCache::put(const ZAVUUID& clientID, std::size_t 
     std::optional<ZAVURL> file;
     const std::string root = core_.owner().contentDirectoryPath();
     const bool succeeded = ZAVSucceeds(root, error, [&] {
-        const ZAVURL place = placedFile(core_.owner(), clientID, index);
-        ZAVPartialFile partial(ZAVContentDirectory::make(root), parsedPath(place.relativePath()));
+        const ZAVURL place = ZAVPlacedFile(core_.owner(), clientID, index);
+        ZAVPartialFile partial(ZAVContentDirectory::make(root), ZAVParsedContentPath(place.relativePath()));
         partial.append(bytes);
         partial.sync();
         partial.moveIntoPlace();
@@ -204,16 +132,17 @@ std::optional<ZAVURL> ZAVContentCache::put(const ZAVUUID& clientID, std::size_t 
 std::optional<ZAVContentWriter> ZAVContentCache::beginDownload(ZAVDatabaseIdentifier event,
                                                                std::int64_t index, ZAVError* error) {
     std::optional<ZAVContentWriter> writer;
-    const std::string root = core_.owner().contentDirectoryPath();
-    ZAVSucceeds(root, error, [&] {
-        ZAVPartOfContent part;
-        ZAVExpectDone(core_.write([&](const ZAVRepositories& repositories) {
-            part = startDownload(repositories, core_.owner(), event, index);
-            return true;
-        }));
-        const ZAVContentPath path = parsedPath(part.filePath);
-        writer = ZAVContentWriter(
-            std::make_unique<ZAVDownload>(core_, ZAVContentDirectory::make(root), std::move(part), path));
+    ZAVSucceeds(core_.owner().contentDirectoryPath(), error, [&] {
+        writer = ZAVContentWriter(ZAVDownload::begin(core_, event, index, ZAVDownloadKind::whole));
+    });
+    return writer;
+}
+
+std::optional<ZAVContentWriter> ZAVContentCache::resumeDownload(ZAVDatabaseIdentifier event,
+                                                                std::int64_t index, ZAVError* error) {
+    std::optional<ZAVContentWriter> writer;
+    ZAVSucceeds(core_.owner().contentDirectoryPath(), error, [&] {
+        writer = ZAVContentWriter(ZAVDownload::begin(core_, event, index, ZAVDownloadKind::resumed));
     });
     return writer;
 }
@@ -224,11 +153,11 @@ std::optional<ZAVContentFile> ZAVContentCache::open(ZAVDatabaseIdentifier event,
     ZAVSucceeds(core_.owner().contentDirectoryPath(), error, [&] {
         std::shared_ptr<ZAVEventContent> part;
         ZAVExpectDone(core_.read(
-            [&](const ZAVRepositories& repositories) { part = partAt(repositories, event, index); }));
+            [&](const ZAVRepositories& repositories) { part = ZAVPartAt(repositories, event, index); }));
         const auto status = part->transferStatus();
         if (!part->fileURL() || part->isPurged() || status == ZAVContentTransferReadyForDownload ||
             status == ZAVContentTransferDownloading) {
-            throw noContent(nameOf(event, index) +
+            throw ZAVNoContent(ZAVNameOfPart(event, index) +
                             " has no file here: it was purged, or is to be downloaded");
         }
         file = ZAVContentFile(openFile(core_, part->fileURL()->relativePath()));
@@ -315,7 +244,7 @@ std::optional<ZAVContentOrphans> settledOrphans(ZAVStoreCore& core, std::chrono:
         if (settle == &ZAVContentRepair::repair) {
             expectNoWork(core, "repairing");
         }
-        std::vector<std::string> folders = parsedPath(placedFile(owner, ZAVUUID(), 0).relativePath()).names();
+        std::vector<std::string> folders = ZAVParsedContentPath(ZAVPlacedFile(owner, ZAVUUID(), 0).relativePath()).names();
         folders.resize(folders.size() - 2);  // without the event and the file
         if (hasNothingYet(core)) {
             return;

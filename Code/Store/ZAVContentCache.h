@@ -50,6 +50,18 @@ public:
     std::optional<ZAVContentWriter> beginDownload(ZAVDatabaseIdentifier event, std::int64_t index,
                                                   ZAVError* error = nullptr);
 
+    /// As `beginDownload`, going on with what an earlier call of this for the part has left: `size` of the
+    /// writer says how much that is, which the process that wrote it may have been killed after. One that is
+    /// destroyed before it is finished leaves what it has to the next, or to `repair` when it grows old.
+    ///
+    /// What is there is longer than the part as its row says, or was left for another part: then it is not
+    /// used. That the service still has the same content is not seen here. What was not finished was not
+    /// synced either: after a power cut its end may be another, where that can happen, compare the whole.
+    /// @return nothing as well while another writer of this kind goes on with the part, in any process
+    /// (`ZAVEventStoreErrorInUse`).
+    std::optional<ZAVContentWriter> resumeDownload(ZAVDatabaseIdentifier event, std::int64_t index,
+                                                   ZAVError* error = nullptr);
+
     /// Opens the file of a part for reading. That it was accessed is recorded within a minute, when content
     /// is purged, and when the store is closed; a crash in between may forget it.
     /// @param event the row of the event, and `index` the position of the part.
@@ -70,6 +82,9 @@ public:
     /// committed; the file is removed. A file goes only if every part that names it is complete: what is
     /// still to be uploaded is the only copy, and a download that was begun is gone on with.
     ///
+    /// Trash names carry a mark of their store: what another one in the same directory is about to remove is
+    /// left to it. That of a store that is no more stays, and may be removed by hand.
+    ///
     /// Parts whose files are not there are marked purged: the directory has to be the right one. That it is
     /// missing is an error as soon as a part should have its file in it.
     /// @param observer is called on this thread; may be empty.
@@ -86,7 +101,7 @@ public:
     [[nodiscard]] std::optional<ZAVContentOrphans> findOrphans(
         std::chrono::seconds age = std::chrono::hours(24), ZAVError* error = nullptr);
 
-    /// Makes files and rows agree: ends what killed processes began, removes the files that `findOrphans`
+    /// Makes files and rows agree: ends what killed processes of this store began, removes the files that `findOrphans`
     /// finds, each decided under the write lock, and marks complete parts purged whose file is not there, so
     /// that they can be fetched again.
     /// @return what was removed and marked; `uploadsWithoutFile` are left as they are. Nothing on failure,

@@ -68,6 +68,14 @@ bool ZAVContentWriter::append(std::span<const std::uint8_t> bytes, ZAVError* err
     return download_->append(bytes, error);
 }
 
+std::uint64_t ZAVContentWriter::size() const noexcept {
+    return download_->size();
+}
+
+bool ZAVContentWriter::startOver(ZAVError* error) {
+    return download_->startOver(error);
+}
+
 bool ZAVContentWriter::finish(ZAVError* error) {
     return download_->finish(error);
 }

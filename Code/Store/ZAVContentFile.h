@@ -54,7 +54,7 @@ private:
 };
 
 /// The file of a content part, being written beside its place. It comes there when it is finished; one that
-/// is destroyed before is removed.
+/// is destroyed before is removed, but left to the next when it is of `ZAVContentCache::resumeDownload`.
 ///
 /// It serves one thread at a time, and may not outlive its store.
 class ZAV_EXPORT ZAVContentWriter {
@@ -68,14 +68,21 @@ public:
     ZAVContentWriter& operator=(const ZAVContentWriter&) = delete;
     ~ZAVContentWriter();
 
+    /// How many bytes are there: what an earlier writer has left, and what was written since.
+    [[nodiscard]] std::uint64_t size() const noexcept;
+
     /// Writes behind what is there.
     /// @return false on failure, with the reason in `error`; it cannot be finished then.
     bool append(std::span<const std::uint8_t> bytes, ZAVError* error = nullptr);
 
+    /// Takes back what is there, such as when the service sends the content from its beginning.
+    /// @return false on failure, with the reason in `error`; it cannot be finished then.
+    bool startOver(ZAVError* error = nullptr);
+
     /// Has the device keep the file, gives it its name, and then records that the part is complete, how large
     /// it is, and that it was accessed now.
-    /// @return false on failure, with the reason in `error`, such as that the part is not there any more: the
-    /// file is removed then.
+    /// @return false on failure, with the reason in `error`, such as that no part waits for it any more: the
+    /// file is removed then. One that is left to the next is after any other failure.
     bool finish(ZAVError* error = nullptr);
 
 private:

@@ -59,7 +59,7 @@ std::optional<ZAVContentPath> ZAVContentPath::parse(std::string_view text, std::
     if (ZAVNameBeforeTrash(names.back())) {
         return refuse("is a name of files that are being removed");
     }
-    if (ZAVIsPartialName(names.back())) {
+    if (ZAVNameAfterPartial(names.back())) {
         return refuse("is a name of files that are being written");
     }
     return ZAVContentPath(std::move(names));

@@ -22,6 +22,7 @@ enum ZAVEventStoreErrorCode : int {
     ZAVEventStoreErrorContent = 11,       ///< a file of content, or the way to it, cannot be used
     ZAVEventStoreErrorNoContent = 12,     ///< the part, or its content, is not here
     ZAVEventStoreErrorInWork = 13,        ///< files are removed after a commit, and so not within a work
+    ZAVEventStoreErrorInUse = 14,         ///< another writer goes on with the download
 };
 
 }  // namespace zav

@@ -24,6 +24,11 @@ namespace fs = std::filesystem;
 
 constexpr auto trashOfOne = ".zav-trash-0123456789abcdef-one";
 
+/// Has a store know the trash of the mark 01234567 for its own.
+constexpr auto markTrash =
+    "INSERT INTO keyed_values_local (object_database_identifier, object_type, key_type, key, value)"
+    " VALUES (0, 'content', 2, 'trash', '01234567')";
+
 /// A store with the parts `one` and `two`, the part `shared` that two rows name, each in its own way, and a
 /// message that is still to be uploaded. The files hold their names.
 class Cache {
@@ -220,7 +225,10 @@ TEST(PurgingInterrupted, ByAStopAfterAnyStatementKeepsWhatAnotherClientHasStored
 /// A store in which the file `one` has its trash name.
 class CacheWithTrash : public Cache {
 public:
-    CacheWithTrash() { fs::rename(file("one"), file(trashOfOne)); }
+    CacheWithTrash() {
+        execute(markTrash);
+        fs::rename(file("one"), file(trashOfOne));
+    }
 
     void expectOne(const std::string& bytes, const std::string& why) const {
         purge(0);
@@ -307,6 +315,7 @@ TEST(TrashOfAKilledRun, IsLeftAloneByADryRun) {
 
 TEST(TrashOfAKilledRun, IsToldByItsWholeName) {
     const Cache cache;
+    cache.execute(markTrash);
     const std::vector<std::string> names = {".zav-trash-0123456789abcdef-", ".zav-trash-0123456789abcdef-..",
                                             ".zav-trash-0123456789ABCDEF-one", ".zav-trash-0123-one"};
     for (const std::string& name : names) {
@@ -316,6 +325,92 @@ TEST(TrashOfAKilledRun, IsToldByItsWholeName) {
     for (const std::string& name : names) {
         EXPECT_TRUE(cache.has(name)) << "a file of another name is none of ours: " << name;
     }
+}
+
+// Two stores in one directory
+
+/// Another store in the directory of a cache, which has purged a part of its own.
+class Neighbour {
+public:
+    explicit Neighbour(const Cache& cache) : path_(cache.path() + "-of-another") {
+        ZAVEventStoreOptions options;
+        options.contentDirectory = ZAVURL::fileURLWithDirectoryPath(cache.root());
+        options.userID = "bruno";
+        options.appID = ZAVUUID::random();
+        store_ = ZAVEventStore::open(path_, options);
+        cache.write("another's", "x");
+        EXPECT_TRUE(store_ && store_->write([](const ZAVRepositories& repositories) {
+            return repositories.events.database().executeUpdate(
+                "INSERT INTO event_content_parts (event_content_part_id, event_database_identifier,"
+                " transfer_status, file_path, last_accessed) VALUES (0, 1, 4, 'another''s', 1000)");
+        }));
+        purge(1);
+        EXPECT_FALSE(cache.has("another's"));
+    }
+
+    void purge(std::size_t parts) const {
+        const auto result = store_->content().purge({});
+        ASSERT_TRUE(result);
+        EXPECT_EQ(result->parts, parts);
+    }
+    void repair() const { EXPECT_TRUE(store_->content().repair(std::chrono::seconds(0))); }
+
+private:
+    std::string path_;
+    std::unique_ptr<ZAVEventStore> store_;
+};
+
+TEST(TrashOfAnotherStore, IsLeftToThatStoreWhereverItsPurgeWasKilled) {
+    std::size_t unmarked = 0;
+    std::size_t marked = 0;
+    bool ended = false;
+    for (std::size_t statement = 1; !ended; ++statement) {
+        ASSERT_LT(statement, 200U) << "purging three files comes to an end";
+        SCOPED_TRACE("killed after statement " + std::to_string(statement));
+        const Cache cache;
+        const Neighbour neighbour(cache);
+        ended = WIFEXITED(waitFor(cache.purgeInAProcess(statement, SIGKILL)));
+        const auto left = cache.trash();
+        if (!left.empty()) {
+            (cache.marks().at(1) ? marked : unmarked) += 1;
+        }
+        neighbour.purge(0);
+        neighbour.repair();
+        EXPECT_EQ(cache.trash(), left) << "a neighbour can know nothing of it";
+        cache.purge(0);
+        cache.expectAgreement();
+    }
+    EXPECT_GT(unmarked, 0U) << "some kills hit between the first name and the commit";
+    EXPECT_GT(marked, 0U) << "some kills hit between the commit and the last removal";
+}
+
+TEST(TrashOfAnotherStore, StaysWhenThatStoreIsNoMore) {
+    const Cache cache;
+    fs::rename(cache.file("one"), cache.file(trashOfOne));
+    const Neighbour neighbour(cache);
+    neighbour.purge(0);
+    neighbour.repair();
+    EXPECT_EQ(cache.trash(), std::vector<std::string>{trashOfOne}) << "nobody says whether it may go";
+}
+
+TEST(TrashOfAStore, HasTheSameMarkAsLongAsTheStoreIsThere) {
+    const Cache cache;
+    const auto mark = [&] {
+        const auto database = cache.open();
+        auto rows = database->executeQuery(
+            "SELECT value FROM keyed_values_local WHERE object_type = 'content' AND key = 'trash'");
+        return rows && rows->next() ? rows->stringForColumnIndex(0).value_or("") : "";
+    };
+    EXPECT_EQ(mark(), "") << "a store that has removed nothing needs none";
+    cache.purge(1);
+    const std::string first = mark();
+    EXPECT_EQ(first.size(), 8U);
+    cache.purge(1);
+    EXPECT_EQ(mark(), first);
+    cache.execute("UPDATE keyed_values_local SET value = '../x'");
+    cache.purge(1);
+    EXPECT_EQ(mark().size(), 8U) << "what is no mark is replaced";
+    EXPECT_EQ(mark().find_first_not_of("0123456789abcdef"), std::string::npos);
 }
 
 TEST(Purging, AFailureOfTheDatabaseLeavesEveryFileInItsPlace) {

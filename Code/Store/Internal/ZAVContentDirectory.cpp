@@ -90,6 +90,16 @@ std::optional<ZAVFileStatus> ZAVOpenDirectory::status(const std::string& name) c
 
 std::optional<ZAVFileDescriptor> ZAVOpenDirectory::openForReading(const std::string& name,
                                                                   const ZAVFileIdentity& identity) const {
+    return open(name, identity, O_RDONLY);
+}
+
+std::optional<ZAVFileDescriptor> ZAVOpenDirectory::openForWriting(const std::string& name,
+                                                                  const ZAVFileIdentity& identity) const {
+    return open(name, identity, O_WRONLY);
+}
+
+std::optional<ZAVFileDescriptor> ZAVOpenDirectory::open(const std::string& name,
+                                                        const ZAVFileIdentity& identity, int flags) const {
     // Such a descriptor is of the name alone: no lock is dropped when it is closed.
     const ZAVFileDescriptor looked(
         ::openat(descriptor_.number(), name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
@@ -104,7 +114,7 @@ std::optional<ZAVFileDescriptor> ZAVOpenDirectory::openForReading(const std::str
         return std::nullopt;
     }
     const std::string path = "/proc/self/fd/" + std::to_string(looked.number());
-    ZAVFileDescriptor opened(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    ZAVFileDescriptor opened(::open(path.c_str(), flags | O_CLOEXEC));
     if (opened.number() < 0) {
         throwError(errno);
     }

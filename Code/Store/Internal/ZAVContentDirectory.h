@@ -81,6 +81,10 @@ public:
     [[nodiscard]] std::optional<ZAVFileDescriptor> openForReading(const std::string& name,
                                                                   const ZAVFileIdentity& identity) const;
 
+    /// The same for writing.
+    [[nodiscard]] std::optional<ZAVFileDescriptor> openForWriting(const std::string& name,
+                                                                  const ZAVFileIdentity& identity) const;
+
     /// Makes a file that is not there yet, for writing.
     [[nodiscard]] ZAVFileDescriptor make(const std::string& name) const;
 
@@ -102,6 +106,8 @@ public:
 private:
     friend class ZAVContentDirectory;  // opens them
     explicit ZAVOpenDirectory(int descriptor);
+    [[nodiscard]] std::optional<ZAVFileDescriptor> open(const std::string& name,
+                                                        const ZAVFileIdentity& identity, int flags) const;
 
     ZAVFileDescriptor descriptor_;
 };

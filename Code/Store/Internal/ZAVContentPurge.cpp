@@ -133,7 +133,7 @@ ZAVContentPurge::Decision ZAVContentPurge::decideOnFile(const ZAVContentRows& ro
     decision.content.bytes = status->names <= ++gone_[status->identity] ? status->size : 0;
     decision.file = status->identity;
     decision.trash =
-        ZAVContentTrash{*std::move(directory), location, names.back(), ZAVMakeTrashName(names.back())};
+        ZAVContentTrash{*std::move(directory), location, names.back(), ZAVMakeTrashName(mark_, names.back())};
     return decision;
 }
 
@@ -223,6 +223,7 @@ std::vector<ZAVContentPurge::Decision> ZAVContentPurge::purgeSome() {
 }
 
 void ZAVContentPurge::purgeAll() {
+    mark_ = session_.makeTrashMark();
     for (auto decisions = purgeSome(); !decisions.empty(); decisions = purgeSome()) {
         for (Decision& decision : decisions) {
             try {
@@ -255,7 +256,8 @@ void ZAVContentPurge::foretell(const ZAVContentRows& rows) {
 
 /// Ends what a purge began that did not come to its end.
 void ZAVContentPurge::settleTrash() {
-    const auto found = ZAVFindTrash(session_.directory());
+    const auto mark = session_.trashMark();
+    const auto found = mark ? ZAVFindTrash(session_.directory(), *mark) : std::vector<ZAVContentTrash>();
     if (found.empty()) {
         return;
     }

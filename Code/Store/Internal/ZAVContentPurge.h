@@ -54,6 +54,7 @@ private:
     const ZAVPurgePolicy& policy_;
     const ZAVPurgeObserver& observer_;
     ZAVPurgeResult result_;
+    std::string mark_;                               ///< of the store's trash
     std::uint64_t freed_ = 0;                        ///< and about to be
     std::uint64_t present_ = 0;                      ///< by the rows, without what is about to be freed
     std::size_t generation_ = 0;                     ///< of the rows that `next_` counts

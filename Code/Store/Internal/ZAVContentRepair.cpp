@@ -85,7 +85,7 @@ std::vector<ZAVContentRepair::File> ZAVContentRepair::filesOfLibrary() const {
             continue;
         }
         for (const std::string& name : entriesOf(root / event)) {
-            if (!isNameOfPart(name) && !ZAVIsPartialName(name)) {
+            if (!isNameOfPart(name) && !ZAVNameAfterPartial(name)) {
                 continue;
             }
             File file{folders_, (root / event / name).string()};
@@ -144,7 +144,8 @@ ZAVContentOrphans ZAVContentRepair::repair() {
 }
 
 void ZAVContentRepair::settleTrash() {
-    const auto trash = ZAVFindTrash(session_.directory());
+    const auto mark = session_.trashMark();
+    const auto trash = mark ? ZAVFindTrash(session_.directory(), *mark) : std::vector<ZAVContentTrash>();
     inBatches(trash, [&](std::span<const ZAVContentTrash> some) {
         session_.underLock([&](const ZAVContentRows& rows) {
             for (const ZAVContentTrash& file : some) {

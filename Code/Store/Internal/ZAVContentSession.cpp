@@ -1,8 +1,34 @@
 #include "Store/Internal/ZAVContentSession.h"
 
+#include <utility>
+#include <variant>
+
 #include "Store/Internal/ZAVContentFailure.h"
+#include "Store/Internal/ZAVContentNames.h"
 
 namespace zav {
+namespace {
+
+constexpr const char* markKey = "trash";
+
+/// Where the store keeps what it knows of its content alone.
+ZAVKeyedValuesContext contextOfContent() noexcept {
+    return ZAVKeyedValuesContext::contextWithTable(ZAVKeyedValuesTableLocal, "content", 0,
+                                                   ZAVKeyedValuesKeyTypeConfiguration);
+}
+
+std::optional<std::string> storedMark(const ZAVRepositories& repositories) {
+    ZAVError failure;
+    const auto values = repositories.keyedValues.keyedValuesInContext(contextOfContent(), &failure);
+    if (!values) {
+        throw ZAVContentFailure(failure);
+    }
+    const ZAVDictionaryValue* const value = values->keyedValues().find(markKey);
+    const auto* const text = value == nullptr ? nullptr : std::get_if<std::string>(value);
+    return text != nullptr && ZAVIsTrashMark(*text) ? std::optional(*text) : std::nullopt;
+}
+
+}  // namespace
 
 ZAVContentSession::ZAVContentSession(ZAVStoreCore& core)
     : core_(core), directory_(core.owner().contentDirectoryPath()) {}
@@ -24,6 +50,30 @@ void ZAVContentSession::inSnapshot(const Work& work) {
         rows.refresh();
         work(rows);
     }));
+}
+
+std::optional<std::string> ZAVContentSession::trashMark() {
+    std::optional<std::string> mark;
+    ZAVExpectDone(core_.read([&](const ZAVRepositories& repositories) { mark = storedMark(repositories); }));
+    return mark;
+}
+
+std::string ZAVContentSession::makeTrashMark() {
+    if (auto mark = trashMark()) {
+        return *std::move(mark);
+    }
+    std::string mark;
+    ZAVError failure;
+    const auto outcome = core_.write([&](const ZAVRepositories& repositories) {
+        const auto stored = storedMark(repositories);
+        mark = stored ? *stored : ZAVMakeTrashMark();
+        return stored || repositories.keyedValues.setKeyedValuesWithDictionary(
+                             {{markKey, mark}}, std::nullopt, contextOfContent(), &failure);
+    });
+    if (outcome.state != ZAVWorkOutcome::State::done) {
+        throw ZAVContentFailure(outcome.error ? outcome.error : failure);
+    }
+    return mark;
 }
 
 }  // namespace zav

@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <optional>
+#include <string>
 
 #include "Store/Internal/ZAVContentDirectory.h"
 #include "Store/Internal/ZAVContentRows.h"
@@ -26,6 +27,13 @@ public:
 
     /// Does something with the rows as they are now, which it does not change.
     void inSnapshot(const Work& work);
+
+    /// What marks the trash of this store among that of others in the directory; none when it has had none
+    /// yet.
+    [[nodiscard]] std::optional<std::string> trashMark();
+
+    /// The same, which is made and committed when there is none: before a file is given a name with it.
+    [[nodiscard]] std::string makeTrashMark();
 
 private:
     ZAVStoreCore& core_;

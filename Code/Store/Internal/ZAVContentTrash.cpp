@@ -28,7 +28,7 @@ void ZAVContentTrash::settle(const ZAVContentRows& rows) const {
     }
 }
 
-std::vector<ZAVContentTrash> ZAVFindTrash(const ZAVContentDirectory& root) {
+std::vector<ZAVContentTrash> ZAVFindTrash(const ZAVContentDirectory& root, const std::string& mark) {
     namespace fs = std::filesystem;
     std::vector<ZAVContentTrash> result;
     std::vector<std::vector<std::string>> toVisit{{}};
@@ -47,7 +47,7 @@ std::vector<ZAVContentTrash> ZAVFindTrash(const ZAVContentDirectory& root) {
             if (fs::is_directory(entry->symlink_status(ignored))) {
                 toVisit.push_back(names);
                 toVisit.back().push_back(name);
-            } else if (const auto before = ZAVNameBeforeTrash(name)) {
+            } else if (const auto before = ZAVNameBeforeTrash(name, mark)) {
                 try {
                     if (auto directory = root.open(names)) {
                         result.push_back({*std::move(directory), (path / *before).lexically_normal().string(),

@@ -20,7 +20,9 @@ struct ZAVContentTrash {
     void settle(const ZAVContentRows& rows) const;
 };
 
-/// The files below a directory that have trash names. What cannot be reached is left out.
-[[nodiscard]] std::vector<ZAVContentTrash> ZAVFindTrash(const ZAVContentDirectory& root);
+/// The files below a directory that have trash names of the store with a mark. What cannot be reached is left
+/// out.
+[[nodiscard]] std::vector<ZAVContentTrash> ZAVFindTrash(const ZAVContentDirectory& root,
+                                                        const std::string& mark);
 
 }  // namespace zav

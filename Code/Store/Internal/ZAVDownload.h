@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
@@ -15,30 +16,47 @@
 
 namespace zav {
 
-/// Which part of which event, and the path of its file.
-struct ZAVPartOfContent {
-    ZAVDatabaseIdentifier event = ZAVDatabaseIdentifierNotSet;
-    std::int64_t index = 0;
-    std::string filePath{};
-};
+/// Whether a download goes on with what an earlier one of its part has left, and leaves what it has itself.
+enum class ZAVDownloadKind : std::uint8_t { whole, resumed };
 
 /// The content of a part that is being downloaded.
 class ZAVDownload {
 public:
-    /// @throws std::system_error when the file cannot be made.
-    ZAVDownload(ZAVStoreCore& core, const ZAVContentDirectory& root, ZAVPartOfContent part,
-                const ZAVContentPath& path);
+    /// Has the part count as being downloaded from now on, and opens the file to write it to.
+    /// @throws ZAVContentFailure and std::system_error when the part waits for no download, or the file
+    /// cannot be made.
+    [[nodiscard]] static std::unique_ptr<ZAVDownload> begin(ZAVStoreCore& core, ZAVDatabaseIdentifier event,
+                                                            std::int64_t index, ZAVDownloadKind kind);
 
     bool append(std::span<const std::uint8_t> bytes, ZAVError* error);
+    bool startOver(ZAVError* error);
     bool finish(ZAVError* error);
+    [[nodiscard]] std::uint64_t size() const noexcept { return size_; }
 
 private:
-    bool expectUsable(ZAVError* error) const;
+    /// Which part of which event, the path of its file, and the size of its content as far as it is known.
+    struct Part {
+        ZAVDatabaseIdentifier event = ZAVDatabaseIdentifierNotSet;
+        std::int64_t index = 0;
+        std::string filePath{};
+        std::uint64_t size = 0;
+        std::uint64_t number = 0;  ///< by which what was written for it is known
+    };
+
+    ZAVDownload(ZAVStoreCore& core, Part part, std::string place);
+
+    [[nodiscard]] static Part start(const ZAVRepositories& repositories, const ZAVStoreOwner& owner,
+                                    ZAVDatabaseIdentifier event, std::int64_t index);
+    static void takeBack(FMDatabase& database, const ZAVContentDirectory& root, const Part& part);
+
+    template <class Work>
+    bool change(ZAVError* error, const Work& work);
     bool complete(const ZAVRepositories& repositories, ZAVError* error);
 
     ZAVStoreCore& core_;
-    ZAVPartOfContent part_;
+    Part part_;
     std::string place_;
+    std::uint64_t size_ = 0;
     std::optional<ZAVPartialFile> file_;  ///< none when it was finished, and after a failure
 };
 

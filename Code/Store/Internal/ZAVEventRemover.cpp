@@ -6,6 +6,7 @@
 #include <span>
 
 #include "Private/Database/Internal/ZAVStatements.h"
+#include "Store/Internal/ZAVContentParts.h"
 
 namespace zav {
 namespace {
@@ -27,7 +28,9 @@ bool ZAVEventRemover::noteFiles(ZAVSQL statement, ZAVDatabaseIdentifier row, ZAV
     }
     ZAVError failure;
     while (rows->nextWithError(&failure)) {
-        handle_.pathsWithoutRow().push_back(rows->stringForColumnIndex(0).value_or(""));
+        handle_.filesWithoutRow().push_back(
+            {rows->stringForColumnIndex(0).value_or(""),
+             ZAVNumberOfPart(rows->longLongIntForColumnIndex(1), rows->longLongIntForColumnIndex(2))});
     }
     if (failure) {
         ZAVStoreError(error, failure);
@@ -43,7 +46,7 @@ bool ZAVEventRemover::removeBelongings(ZAVDatabaseIdentifier event, ZAVError* er
         "DELETE FROM synced_changes WHERE table_name = 'events' AND row_identifier = ?",
         "DELETE FROM messages WHERE event_database_identifier = ?"};
     return noteFiles(
-               "SELECT file_path FROM event_content_parts"
+               "SELECT file_path, event_database_identifier, event_content_part_id FROM event_content_parts"
                " WHERE event_database_identifier = ? AND file_path IS NOT NULL",
                event, error) &&
            runAll(repositories_.events.database(), removals, event, error);
@@ -72,7 +75,8 @@ bool ZAVEventRemover::removeStream(ZAVDatabaseIdentifier stream, ZAVError* error
         "DELETE FROM keyed_values_remote WHERE object_database_identifier = ? AND object_type = 'stream'",
         "DELETE FROM streams WHERE database_identifier = ?"};
     return noteFiles(
-               "SELECT parts.file_path FROM events JOIN event_content_parts AS parts"
+               "SELECT parts.file_path, parts.event_database_identifier, parts.event_content_part_id"
+               " FROM events JOIN event_content_parts AS parts"
                " ON parts.event_database_identifier = events.database_identifier"
                " WHERE events.stream_database_identifier = ? AND parts.file_path IS NOT NULL",
                stream, error) &&

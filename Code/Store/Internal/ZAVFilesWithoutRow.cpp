@@ -1,9 +1,12 @@
 #include "Store/Internal/ZAVFilesWithoutRow.h"
 
 #include <system_error>
+#include <utility>
 
 #include <ZAVEventRepository/ZAVContentPath.h>
 #include <ZAVEventRepository/ZAVUUID.h>
+
+#include "Store/Internal/ZAVContentNames.h"
 
 namespace zav {
 namespace {
@@ -40,13 +43,22 @@ std::optional<std::uint64_t> ZAVRemoveFileWithoutRow(const ZAVContentRows& rows,
 }
 
 void ZAVRemoveFilesWithoutRow(FMDatabase& database, const ZAVStoreOwner& owner,
-                              const std::vector<std::string>& paths) {
+                              const std::vector<ZAVFileWithoutRow>& files) {
     const ZAVContentDirectory directory(owner.contentDirectoryPath());
-    std::vector<ZAVContentPath> present;
-    for (const std::string& text : paths) {
-        const auto path = ZAVContentPath::parse(text);
-        if (path && ZAVStatusOfFile(placeOfFile(directory, path->names()), false)) {
-            present.push_back(*path);
+    using Names = std::vector<std::string>;
+    std::vector<std::pair<std::string, Names>> present;  // the place of the part's file, and what is there
+    for (const ZAVFileWithoutRow& file : files) {
+        const auto path = ZAVContentPath::parse(file.path);
+        if (!path) {
+            continue;
+        }
+        const std::string place = placeOfFile(directory, path->names());
+        Names partial = path->names();
+        partial.back() = ZAVPartialNameOfPart(partial.back(), file.part);
+        for (const Names& names : {path->names(), partial}) {
+            if (ZAVStatusOfFile(placeOfFile(directory, names), false)) {
+                present.emplace_back(place, names);
+            }
         }
     }
     if (present.empty()) {
@@ -54,9 +66,11 @@ void ZAVRemoveFilesWithoutRow(FMDatabase& database, const ZAVStoreOwner& owner,
     }
     ZAVContentRows rows(database, directory.path());
     rows.refresh();
-    for (const ZAVContentPath& path : present) {
+    for (const auto& [place, names] : present) {
         try {
-            ZAVRemoveFileWithoutRow(rows, directory, path.names(), std::nullopt);
+            if (rows.naming(place).empty()) {
+                ZAVRemoveFileWithoutRow(rows, directory, names, std::nullopt);
+            }
         } catch (const std::system_error&) {
             continue;  // the others go all the same
         }

@@ -10,6 +10,7 @@
 
 #include "Store/Internal/ZAVContentDirectory.h"
 #include "Store/Internal/ZAVContentRows.h"
+#include "Store/Internal/ZAVStoreHandle.h"
 #include "Store/Internal/ZAVStoreOwner.h"
 
 namespace zav {
@@ -25,9 +26,10 @@ std::optional<std::uint64_t> ZAVRemoveFileWithoutRow(const ZAVContentRows& rows,
                                                      ZAVContentDirectory::Names names,
                                                      std::optional<std::time_t> unchangedSince);
 
-/// Removes, under the write lock, those of the files at `paths` that no row names any more.
+/// Removes, under the write lock, those of the files that no row names any more, and what was downloaded of
+/// them so far.
 /// @throws ZAVContentFailure and std::system_error
 void ZAVRemoveFilesWithoutRow(FMDatabase& database, const ZAVStoreOwner& owner,
-                              const std::vector<std::string>& paths);
+                              const std::vector<ZAVFileWithoutRow>& files);
 
 }  // namespace zav

@@ -117,10 +117,10 @@ ZAVWorkOutcome ZAVStoreCore::run(const ReadingWork& work, ZAVWorkControl& contro
 }
 
 ZAVWorkOutcome ZAVStoreCore::run(const WritingWork& work, ZAVWorkControl& control) {
-    writing_->pathsWithoutRow().clear();
+    writing_->filesWithoutRow().clear();
     bool isCommitted = false;
     ZAVWorkOutcome outcome = runAndCommit(work, control, isCommitted);
-    if (isCommitted && !writing_->pathsWithoutRow().empty()) {
+    if (isCommitted && !writing_->filesWithoutRow().empty()) {
         removeFilesWithoutRow();
     }
     return outcome;
@@ -129,9 +129,9 @@ ZAVWorkOutcome ZAVStoreCore::run(const WritingWork& work, ZAVWorkControl& contro
 /// Under the turn, after a commit. What fails is left to a repair.
 void ZAVStoreCore::removeFilesWithoutRow() noexcept {
     try {
-        const std::vector<std::string> paths = std::move(writing_->pathsWithoutRow());
+        const std::vector<ZAVFileWithoutRow> files = std::move(writing_->filesWithoutRow());
         const auto remove = [&](const ZAVRepositories& repositories) {
-            ZAVRemoveFilesWithoutRow(repositories.events.database(), owner_, paths);
+            ZAVRemoveFilesWithoutRow(repositories.events.database(), owner_, files);
             return false;  // the lock is all that was wanted
         };
         ZAVWorkControl control;

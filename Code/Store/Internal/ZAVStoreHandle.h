@@ -16,6 +16,12 @@ namespace zav {
 
 class ZAVConnection;
 
+/// The file of a part whose row has gone.
+struct ZAVFileWithoutRow {
+    std::string path;    ///< as the row had it
+    std::uint64_t part;  ///< the part's number, by which what was downloaded of it so far is found
+};
+
 /// One handle of a store, with the repositories on it. Used by one thread at a time.
 class ZAVStoreHandle {
 public:
@@ -25,13 +31,13 @@ public:
     [[nodiscard]] const std::shared_ptr<FMDatabase>& database() const noexcept { return database_; }
     [[nodiscard]] ZAVConnection& connection() const noexcept { return database_->connection(); }
 
-    /// The paths of files that the open transaction has taken the rows from.
-    [[nodiscard]] std::vector<std::string>& pathsWithoutRow() noexcept { return pathsWithoutRow_; }
+    /// The files that the open transaction has taken the rows from.
+    [[nodiscard]] std::vector<ZAVFileWithoutRow>& filesWithoutRow() noexcept { return filesWithoutRow_; }
 
 private:
     std::shared_ptr<FMDatabase> database_;
     ZAVRepositories repositories_;
-    std::vector<std::string> pathsWithoutRow_;
+    std::vector<ZAVFileWithoutRow> filesWithoutRow_;
 };
 
 /// Holds the open transaction of a connection, and ends it with all cursors that were opened meanwhile.
