@@ -3,15 +3,12 @@
 
 #include <httplib.h>
 
-#include <ZAVEventRepository/ZAVDatabaseSchema.h>
-#include <ZAVEventRepository/ZAVEventRepository.h>
-#include <ZAVEventRepository/ZAVMessageRepositoryCache.h>
+#include <ZAVEventRepository/ZAVEventStore.h>
 
-#include <sys/stat.h>
-
+#include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <stdexcept>
 #include <string>
@@ -20,7 +17,6 @@
 namespace {
 
 using namespace zav;
-namespace fs = std::filesystem;
 
 constexpr ZAVSize batch = 16;
 constexpr ZAVSize anySize = UINT32_MAX;
@@ -35,53 +31,64 @@ std::pair<std::string, std::string> splitURL(const std::string& url) {
     return {url.substr(0, path), url.substr(path)};
 }
 
+void require(bool isDone, const ZAVError& error) {
+    if (!isDone) {
+        throw std::runtime_error(error.description());
+    }
+}
+
 class Transfers {
 public:
-    Transfers(std::shared_ptr<FMDatabase> database, std::string service)
-        : repository_(std::move(database)), service_(std::move(service)) {}
+    Transfers(ZAVEventStore& store, std::string service) : store_(store), service_(std::move(service)) {}
 
     /// Goes through the queues once. False when there was nothing in them.
     bool round() const {
+        using Events = ZAVEventRepository;
         bool anything = false;
-        ZAVError error;
-        const auto work = [&](const auto& queue, auto step) {
-            if (!queue) {
-                throw std::runtime_error(error.description());
-            }
-            for (const auto& part : *queue) {
+        const auto work = [&](auto step, auto queue, const auto&... limits) {
+            decltype((std::declval<Events>().*queue)(limits..., nullptr)) parts;
+            ZAVError error;
+            const auto look = [&](const Events& events) { parts = (events.*queue)(limits..., &error); };
+            require(store_.read(look, &error) && parts, error);
+            for (const auto& part : *parts) {
                 (this->*step)(*part);
                 anything = true;
             }
         };
-        work(repository_.eventContentsHavingUnassignedURLsWithError(&error), &Transfers::assignUpload);
-        work(repository_.eventContentsHavingIncompleteUploadsWithLimit(batch, &error), &Transfers::upload);
-        work(repository_.eventContentsHavingExpiredDownloadURLsWithAutoDownloadMIMETypes(
-                 std::nullopt, anySize, batch, &error),
-             &Transfers::renewDownload);
-        work(repository_.eventContentsHavingIncompleteDownloadsWithLimit(batch, &error),
-             &Transfers::download);
+        work(&Transfers::assignUpload, &Events::eventContentsHavingUnassignedURLsWithError);
+        work(&Transfers::upload, &Events::eventContentsHavingIncompleteUploadsWithLimit, batch);
+        work(&Transfers::renewDownload,
+             &Events::eventContentsHavingExpiredDownloadURLsWithAutoDownloadMIMETypes, std::nullopt, anySize,
+             batch);
+        work(&Transfers::download, &Events::eventContentsHavingIncompleteDownloadsWithLimit, batch);
         return anything;
     }
 
 private:
-    void record(const ZAVEventContent& part) const {
+    /// Changes a part as it is now, unless it was deleted since.
+    template <class Change>
+    void update(const ZAVEventContent& part, const Change& change) const {
         ZAVError error;
-        if (!repository_.persistEventContentUpdate(part, &error)) {
-            throw std::runtime_error(error.description());
-        }
+        const auto work = [&](const ZAVEventRepository& events) {
+            const auto present = events.eventContentForEventDatabaseIdentifier(part.eventDatabaseIdentifier(),
+                                                                               part.index(), &error);
+            if (present == nullptr) {
+                return !error;
+            }
+            change(*present);
+            return events.persistEventContentUpdate(*present, &error);
+        };
+        require(store_.write(work, &error), error);
     }
 
-    void recordComplete(ZAVEventContent& part, const fs::path& file) const {
-        part.set_size(static_cast<std::int64_t>(fs::file_size(file)));
-        part.setTransferStatus(ZAVContentTransferComplete);
-        part.setLastAccessed(ZAVNow());
-        record(part);
+    static void tellComplete(const ZAVEventContent& part) {
         std::cout << "complete: event " << part.eventDatabaseIdentifier() << " part " << part.index()
                   << std::endl;
     }
 
     /// Asks the service where to send or fetch a part: a URL, and the time at which it expires.
-    void askForURL(ZAVEventContent& part, const std::string& what) const {
+    void askForURL(const ZAVEventContent& part, const std::string& what,
+                   ZAVContentTransferStatus status) const {
         httplib::Client client(service_);
         const auto answer = client.Post("/" + what + "/" + part.eventClientID().value().UUIDString() + "/" +
                                         std::to_string(part.index()));
@@ -89,96 +96,88 @@ private:
         if (blank == std::string::npos) {
             throw std::runtime_error("the service gives no URL");
         }
-        part.set_external_url(answer->body.substr(0, blank));
-        part.setExternalContentURLExpiration(
-            ZAVDateFromSecondsSince1970(std::strtod(answer->body.c_str() + blank, nullptr)));
+        update(part, [&](ZAVEventContent& present) {
+            present.set_external_url(answer->body.substr(0, blank));
+            present.setExternalContentURLExpiration(
+                ZAVDateFromSecondsSince1970(std::strtod(answer->body.c_str() + blank, nullptr)));
+            present.setTransferStatus(status);
+        });
     }
 
-    void assignUpload(ZAVEventContent& part) const {
-        askForURL(part, "uploads");
-        part.setTransferStatus(ZAVContentTransferUploading);
-        record(part);
+    void assignUpload(const ZAVEventContent& part) const {
+        askForURL(part, "uploads", ZAVContentTransferUploading);
     }
 
-    void upload(ZAVEventContent& part) const {
-        const fs::path path = part.fileURL().value().filePath();
-        std::ifstream file(path, std::ios::binary);
+    void renewDownload(const ZAVEventContent& part) const {
+        askForURL(part, "downloads", ZAVContentTransferDownloading);
+    }
+
+    void upload(const ZAVEventContent& part) const {
+        ZAVError error;
+        const auto file = store_.content().open(part.eventDatabaseIdentifier(), part.index(), &error);
+        require(file.has_value(), error);
         const auto [host, rest] = splitURL(part.external_url().value());
         httplib::Client client(host);
         const auto answer = client.Put(
-            rest, fs::file_size(path),
+            rest, static_cast<std::size_t>(file->size()),
             [&file](std::size_t offset, std::size_t length, httplib::DataSink& sink) {
-                std::string chunk(std::min<std::size_t>(length, 65536), '\0');
-                file.seekg(static_cast<std::streamoff>(offset));
-                return file.read(chunk.data(), static_cast<std::streamsize>(chunk.size())) &&
-                       sink.write(chunk.data(), chunk.size());
+                std::array<std::uint8_t, 65536> chunk{};
+                const auto count = file->read(offset, std::span(chunk).first(std::min(length, chunk.size())));
+                return count && *count != 0 &&
+                       sink.write(reinterpret_cast<const char*>(chunk.data()), *count);
             },
             part.media_type().value_or("application/octet-stream"));
         if (!answer || answer->status != 200) {
-            throw std::runtime_error("cannot send " + path.string());
+            throw std::runtime_error("cannot send " + part.fileURL().value().filePath());
         }
-        recordComplete(part, path);
+        update(part, [&](ZAVEventContent& present) {
+            present.set_size(static_cast<std::int64_t>(file->size()));
+            present.setTransferStatus(ZAVContentTransferComplete);
+            present.setLastAccessed(ZAVNow());
+        });
+        tellComplete(part);
     }
 
-    void renewDownload(ZAVEventContent& part) const {
-        askForURL(part, "downloads");
-        part.setTransferStatus(ZAVContentTransferDownloading);
-        record(part);
-    }
-
-    /// Fetches into a file beside the part's own, from where an earlier run was interrupted, and renames that
-    /// when it is whole: the part's file is never seen half written.
-    void download(ZAVEventContent& part) const {
-        const fs::path path = part.fileURL().value().filePath();
-        const fs::path partial = path.string() + ".partial";
-        if (!fs::exists(path)) {
-            fs::create_directories(path.parent_path());
-            if (!fetch(part, partial)) {
-                return;
-            }
-            fs::rename(partial, path);
-        }
-        recordComplete(part, path);
-    }
-
-    /// False when the URL has expired, which is recorded: the next round asks for another.
-    bool fetch(ZAVEventContent& part, const fs::path& partial) const {
-        const std::uint64_t present = fs::exists(partial) ? fs::file_size(partial) : 0;
+    void download(const ZAVEventContent& part) const {
+        ZAVError error;
+        auto writer = store_.content().resumeDownload(part.eventDatabaseIdentifier(), part.index(), &error);
+        require(writer.has_value(), error);
         const auto size = static_cast<std::uint64_t>(part.size());
-        if (present == size && size != 0) {
-            return true;
+        if ((size == 0 || writer->size() != size) && !fetch(part, *writer)) {
+            return;
         }
-        std::ofstream file(partial, std::ios::binary | std::ios::app);
+        require(writer->finish(&error), error);
+        tellComplete(part);
+    }
+
+    /// Fetches what is missing. False when the URL has expired, which is recorded: the next round asks for
+    /// another.
+    bool fetch(const ZAVEventContent& part, ZAVContentWriter& writer) const {
         const auto [host, rest] = splitURL(part.external_url().value());
         httplib::Client client(host);
-        httplib::Headers headers;
-        if (present != 0) {
-            headers.emplace("Range", "bytes=" + std::to_string(present) + "-");
-        }
+        const httplib::Headers headers{{"Range", "bytes=" + std::to_string(writer.size()) + "-"}};
         int status = 0;
         const auto answer = client.Get(
             rest, headers,
             [&](const httplib::Response& response) {
                 status = response.status;
-                return status == (present == 0 ? 200 : 206) || status == 410;
+                // A service that knows no ranges sends all of it.
+                return status == 206 || status == 410 || (status == 200 && writer.startOver());
             },
             [&](const char* bytes, std::size_t length) {
-                return status == 410 ||
-                       file.write(bytes, static_cast<std::streamsize>(length)).flush().good();
+                return status == 410 || writer.append({reinterpret_cast<const std::uint8_t*>(bytes), length});
             });
         if (answer && status == 410) {
-            part.setExternalContentURLExpiration(ZAVNow());
-            record(part);
+            update(part, [](ZAVEventContent& present) { present.setExternalContentURLExpiration(ZAVNow()); });
             return false;
         }
-        file.close();
-        if (!answer || !file || (size != 0 && fs::file_size(partial) != size)) {
+        if (!answer || (part.size() != 0 && writer.size() != static_cast<std::uint64_t>(part.size()))) {
             throw std::runtime_error("cannot fetch " + part.external_url().value());
         }
         return true;
     }
 
-    ZAVEventRepository repository_;
+    ZAVEventStore& store_;
     std::string service_;
 };
 
@@ -189,16 +188,14 @@ int main(int argc, char** argv) {
         std::cerr << "downloader DATABASE CACHE-DIRECTORY SERVICE, such as http://127.0.0.1:8080\n";
         return 2;
     }
-    ::umask(077);  // content is its owner's alone: its files, and the directories that are made for them
     try {
-        ZAVSetMessageRepositoryCacheBaseDirectoryURL(
-            ZAVURL::fileURLWithDirectoryPath(fs::absolute(argv[2]).lexically_normal().string()));
+        ZAVEventStoreOptions options;
+        options.contentDirectory =
+            ZAVURL::fileURLWithDirectoryPath(std::filesystem::absolute(argv[2]).lexically_normal().string());
         ZAVError error;
-        const auto database = ZAVDatabaseSchema::openDatabase(argv[1], {}, &error);
-        if (!database) {
-            throw std::runtime_error(error.description());
-        }
-        const Transfers transfers(database, argv[3]);
+        const auto store = ZAVEventStore::open(argv[1], options, &error);
+        require(store != nullptr, error);
+        const Transfers transfers(*store, argv[3]);
         while (transfers.round()) {
         }
         return 0;

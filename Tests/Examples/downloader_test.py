@@ -68,6 +68,10 @@ class Downloader(example_programs.ExampleTest):
                     "SELECT client_id, event_content_part_id, file_path FROM event_content_parts JOIN events "
                     f"ON events.database_identifier = event_database_identifier WHERE {condition}")}
 
+    def partial_files(self, path=None):
+        """What was fetched so far of the file at a path, or of any."""
+        return list(path.parent.glob(f".zav-partial-*-{path.name}") if path else self.cache.rglob(".zav-partial-*"))
+
     def expect_everything_in_place(self):
         files = self.parts("transfer_status = 4")
         self.assertEqual(set(files), set(self.wanted) | set(self.own), "not every part is complete in the database")
@@ -75,7 +79,7 @@ class Downloader(example_programs.ExampleTest):
             self.assertEqual(files[name].read_bytes(), content, f"{name} is not what the server holds")
         for name, content in self.own.items():
             self.assertEqual((self.store / name).read_bytes(), content, f"the server did not get {name} as it is")
-        self.assertEqual(list(self.cache.rglob("*.partial")), [])
+        self.assertEqual(self.partial_files(), [])
 
     def test_moves_everything_in_both_directions(self):
         self.start_server()
@@ -131,7 +135,7 @@ class Downloader(example_programs.ExampleTest):
         downloader = self.start()
         try:
             self.wait_for(lambda: len(self.parts("transfer_status = 4")) >= len(self.own) + 3 and
-                          any(file.stat().st_size for file in self.cache.rglob("*.partial")),
+                          any(file.stat().st_size for file in self.partial_files()),
                           "the downloader does not get on")
         except FileNotFoundError:
             pass  # the file was finished while it was looked at: killed a little later
@@ -149,7 +153,7 @@ class Downloader(example_programs.ExampleTest):
         self.assertGreaterEqual(len(complete), 6)
         self.assertLess(len(complete), 23, "everything was done before the kill")
         halfway = {name: partial.stat().st_size for name, path in self.parts("transfer_status = 3").items()
-                   if (partial := path.with_name(path.name + ".partial")).exists()}
+                   for partial in self.partial_files(path)}
         self.assertTrue(halfway, "no file was half way when the downloader was killed")
         before = len(self.requests())
 
