@@ -3,6 +3,7 @@
 #include <sqlite3.h>
 
 #include <algorithm>
+#include <array>
 #include <filesystem>
 #include <functional>
 
@@ -15,11 +16,24 @@ namespace {
 /// Whether resolving a path would only put the directory in front of it, as with all those that the library
 /// makes.
 bool isPlain(std::string_view path) {
-    static constexpr std::string_view plain =
-        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_=~./";
-    return !path.empty() && path.find_first_not_of(plain) == std::string_view::npos && path.front() != '.' &&
-           path.front() != '/' && path.back() != '/' && path.find("//") == std::string_view::npos &&
-           path.find("/.") == std::string_view::npos;
+    // Asked of every row there is: one look at each character.
+    static constexpr auto isPlainCharacter = [] {
+        std::array<bool, 256> table{};
+        for (const char character :
+             std::string_view("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_=~./")) {
+            table[static_cast<unsigned char>(character)] = true;
+        }
+        return table;
+    }();
+    char before = '/';
+    for (const char character : path) {
+        if (!isPlainCharacter[static_cast<unsigned char>(character)] ||
+            (before == '/' && (character == '/' || character == '.'))) {
+            return false;
+        }
+        before = character;
+    }
+    return before != '/';
 }
 
 /// Steps to the next row.
@@ -64,13 +78,19 @@ void ZAVContentRows::refresh() {
         return;
     }
     version_.reset();
-    readNames();
+    readNames(nullptr);
     readPurgeable();
     version_ = present;
     ++generation_;
 }
 
-void ZAVContentRows::readNames() {
+void ZAVContentRows::readThoseNaming(const std::set<std::string>& places) {
+    version_.reset();
+    purgeable_.clear();
+    readNames(&places);
+}
+
+void ZAVContentRows::readNames(const std::set<std::string>* places) {
     names_.clear();
     needed_.clear();
     auto rows = query(
@@ -81,7 +101,9 @@ void ZAVContentRows::readNames() {
         if (!place) {
             continue;
         }
-        names_.emplace_back(std::hash<std::string>()(*place), rows.longLongIntForColumnIndex(0));
+        if (places == nullptr || places->contains(*place)) {
+            names_.emplace_back(std::hash<std::string>()(*place), rows.longLongIntForColumnIndex(0));
+        }
         if (rows.boolForColumnIndex(2)) {
             continue;
         }

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -46,6 +47,10 @@ public:
     /// marked here. Within a transaction what was read then holds to its end.
     void refresh();
 
+    /// Reads which rows there are that name one of some locations, and no others: what is asked of these holds
+    /// to the end of the transaction.
+    void readThoseNaming(const std::set<std::string>& places);
+
     /// How often the rows were read.
     [[nodiscard]] std::size_t generation() const noexcept { return generation_; }
 
@@ -79,7 +84,7 @@ public:
     void markPurged(std::int64_t row);
 
 private:
-    void readNames();
+    void readNames(const std::set<std::string>* places);
     void readPurgeable();
     [[nodiscard]] FMResultSet query(std::string_view sql) const;
     [[nodiscard]] std::pair<std::int64_t, std::int64_t> version() const;

@@ -1,5 +1,6 @@
 #include "Store/Internal/ZAVFilesWithoutRow.h"
 
+#include <set>
 #include <system_error>
 #include <utility>
 
@@ -64,8 +65,12 @@ void ZAVRemoveFilesWithoutRow(FMDatabase& database, const ZAVStoreOwner& owner,
     if (present.empty()) {
         return;
     }
+    std::set<std::string> places;
+    for (const auto& [place, names] : present) {
+        places.insert({place, placeOfFile(directory, names)});
+    }
     ZAVContentRows rows(database, directory.path());
-    rows.refresh();
+    rows.readThoseNaming(places);
     for (const auto& [place, names] : present) {
         try {
             if (rows.naming(place).empty()) {
