@@ -158,7 +158,7 @@ std::optional<ZAVContentFile> ZAVContentCache::open(ZAVDatabaseIdentifier event,
         if (!part->fileURL() || part->isPurged() || status == ZAVContentTransferReadyForDownload ||
             status == ZAVContentTransferDownloading) {
             throw ZAVNoContent(ZAVNameOfPart(event, index) +
-                            " has no file here: it was purged, or is to be downloaded");
+                               " has no file here: it was purged, or is to be downloaded");
         }
         file = ZAVContentFile(openFile(core_, part->fileURL()->relativePath()));
         if (accesses_->note(event, index)) {
@@ -244,7 +244,8 @@ std::optional<ZAVContentOrphans> settledOrphans(ZAVStoreCore& core, std::chrono:
         if (settle == &ZAVContentRepair::repair) {
             expectNoWork(core, "repairing");
         }
-        std::vector<std::string> folders = ZAVParsedContentPath(ZAVPlacedFile(owner, ZAVUUID(), 0).relativePath()).names();
+        std::vector<std::string> folders =
+            ZAVParsedContentPath(ZAVPlacedFile(owner, ZAVUUID(), 0).relativePath()).names();
         folders.resize(folders.size() - 2);  // without the event and the file
         if (hasNothingYet(core)) {
             return;

@@ -101,9 +101,9 @@ public:
     [[nodiscard]] std::optional<ZAVContentOrphans> findOrphans(
         std::chrono::seconds age = std::chrono::hours(24), ZAVError* error = nullptr);
 
-    /// Makes files and rows agree: ends what killed processes of this store began, removes the files that `findOrphans`
-    /// finds, each decided under the write lock, and marks complete parts purged whose file is not there, so
-    /// that they can be fetched again.
+    /// Makes files and rows agree: ends what killed processes of this store began, removes the files that
+    /// `findOrphans` finds, each decided under the write lock, and marks complete parts purged whose file is
+    /// not there, so that they can be fetched again.
     /// @return what was removed and marked; `uploadsWithoutFile` are left as they are. Nothing on failure,
     /// and within a work (`ZAVEventStoreErrorInWork`).
     std::optional<ZAVContentOrphans> repair(std::chrono::seconds age = std::chrono::hours(24),

@@ -116,12 +116,13 @@ std::optional<bool> ZAVEventStore::recordParticipantSeq(const ZAVUUID& streamUUI
     return recordSeq(
         *this, change, error,
         [&](FMDatabase& database, std::optional<std::int64_t>& isBefore, ZAVError* failure) {
-            return look(database, isBefore, failure,
-                        "SELECT participants.seq IS NULL OR participants.seq < ? FROM conversations"
-                        " JOIN conversation_participants AS participants"
-                        " ON participants.conversation_database_identifier = conversations.database_identifier"
-                        " WHERE conversations.stream_id = ? AND participants.member_id = ?",
-                        seq, streamUUID, memberID);
+            return look(
+                database, isBefore, failure,
+                "SELECT participants.seq IS NULL OR participants.seq < ? FROM conversations"
+                " JOIN conversation_participants AS participants"
+                " ON participants.conversation_database_identifier = conversations.database_identifier"
+                " WHERE conversations.stream_id = ? AND participants.member_id = ?",
+                seq, streamUUID, memberID);
         },
         [&](const ZAVEventRepository& events, ZAVError* failure) {
             return events.persistConversationsParticipantsSeq(seq, memberID, streamUUID, failure);
@@ -133,9 +134,10 @@ std::optional<bool> ZAVEventStore::recordMessageSeq(ZAVDatabaseIdentifier event,
     return recordSeq(
         *this, change, error,
         [&](FMDatabase& database, std::optional<std::int64_t>& isBefore, ZAVError* failure) {
-            return look(database, isBefore, failure,
-                        "SELECT MAX(seq IS NULL OR seq < ?) FROM messages WHERE event_database_identifier = ?",
-                        seq, event);
+            return look(
+                database, isBefore, failure,
+                "SELECT MAX(seq IS NULL OR seq < ?) FROM messages WHERE event_database_identifier = ?", seq,
+                event);
         },
         [&](const ZAVEventRepository& events, ZAVError* failure) {
             return events.persistMessageSeq(seq, event, failure);

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <thread>
 
@@ -555,6 +556,50 @@ TEST_F(Deleting, AFileThatAnotherPartNamesStaysUntilThatGoesToo) {
     EXPECT_TRUE(fs::exists(fileOf(7)));
     EXPECT_EQ(ada().deleteEvents(std::vector{second}), 1U);
     EXPECT_FALSE(fs::exists(fileOf(7)));
+}
+
+TEST_F(Deleting, BesideItFilesAreRemovedInTheirTurn) {
+    std::vector<ZAVDatabaseIdentifier> events;
+    for (int number = 7; number < 17; ++number) {
+        events.push_back(downloadPicture(number, "x"));
+    }
+    std::size_t done = 0;
+    for (const auto event : events) {
+        ASSERT_TRUE(ada().writeAsync(
+            [&, event](const ZAVRepositories&) { return ada().deleteEvents(std::vector{event}) == 1U; },
+            [&](const ZAVWorkOutcome& outcome) {
+                done += outcome.state == ZAVWorkOutcome::State::done ? 1 : 0;
+            }));
+    }
+    EXPECT_TRUE(ada().write([](const ZAVRepositories&) { return true; }))
+        << "one that waits for all of these";
+    EXPECT_EQ(files(), Rows()) << "what was queued before is done, files included";
+    loop().runUntil([&] { return done == 10; });
+}
+
+TEST_F(Deleting, WhatAnotherPartComesToNameMeanwhileStays) {
+    const auto elsewhere = downloadPicture(40, "elsewhere");
+    std::atomic<bool> isOver{false};
+    std::thread forwarding([&] {
+        while (!isOver) {
+            // One part is given the file of the newest one, again and again.
+            EXPECT_TRUE(ada().write([&](const ZAVRepositories& repositories) {
+                return repositories.events.database().executeUpdate(
+                    "UPDATE event_content_parts SET file_path = (SELECT file_path FROM event_content_parts"
+                    " ORDER BY database_identifier DESC LIMIT 1) WHERE event_database_identifier = ?",
+                    elsewhere);
+            }));
+        }
+    });
+    for (int number = 50; number < 100; ++number) {
+        const auto row = downloadPicture(number, "x");
+        EXPECT_EQ(ada().deleteEvents(std::vector{row}), 1U);
+    }
+    isOver = true;
+    forwarding.join();
+    const auto orphans = content().findOrphans(0s);
+    ASSERT_TRUE(orphans);
+    EXPECT_EQ(orphans->partsWithoutFile, std::vector<ZAVDatabaseIdentifier>());
 }
 
 TEST_F(Deleting, NothingGoesUntilTheTransactionIsCommitted) {

@@ -65,15 +65,13 @@ bool ZAVContentRows::isOfDatabase(const ZAVFileIdentity& file) const {
     return ZAVIsFileOfDatabase(file, sqlite3_db_filename(database_.connection().engine(), "main"));
 }
 
-std::pair<std::int64_t, std::int64_t> ZAVContentRows::version() const {
-    auto versions = query("PRAGMA data_version");
-    next(versions);
-    return {versions.longLongIntForColumnIndex(0), sqlite3_total_changes(database_.connection().engine())};
-}
-
 void ZAVContentRows::refresh() {
     // Asked before the rows are read: what changes meanwhile is found out the next time.
-    const auto present = version();
+    ZAVError failure;
+    const auto present = ZAVVersionOfDatabase(database_, &failure);
+    if (!present) {
+        throw ZAVContentFailure(failure);
+    }
     if (version_ == present) {
         return;
     }
@@ -209,7 +207,7 @@ void ZAVContentRows::markPurged(std::int64_t row) {
         throw ZAVContentFailure(database_.lastError());
     }
     if (version_) {
-        ++version_->second;
+        ++version_->byThis;
     }
 }
 

@@ -14,6 +14,7 @@
 #include <ZAVEventRepository/ZAVURL.h>
 
 #include "Store/Internal/ZAVContentDirectory.h"
+#include "Store/Internal/ZAVDatabaseVersion.h"
 
 namespace zav {
 
@@ -47,8 +48,8 @@ public:
     /// marked here. Within a transaction what was read then holds to its end.
     void refresh();
 
-    /// Reads which rows there are that name one of some locations, and no others: what is asked of these holds
-    /// to the end of the transaction.
+    /// Reads which rows there are that name one of some locations, and no others: what is asked of these
+    /// holds to the end of the transaction.
     void readThoseNaming(const std::set<std::string>& places);
 
     /// How often the rows were read.
@@ -87,15 +88,14 @@ private:
     void readNames(const std::set<std::string>* places);
     void readPurgeable();
     [[nodiscard]] FMResultSet query(std::string_view sql) const;
-    [[nodiscard]] std::pair<std::int64_t, std::int64_t> version() const;
 
     FMDatabase& database_;
     std::string prefix_;  ///< the directory and a slash
     ZAVURL base_;
     std::size_t generation_ = 0;
-    std::optional<std::pair<std::int64_t, std::int64_t>> version_;  ///< what others and what we have changed
-    std::vector<std::pair<std::size_t, std::int64_t>> names_;       ///< hashes of locations and rows, sorted
-    std::vector<ZAVFileIdentity> needed_;                           ///< sorted
+    std::optional<ZAVDatabaseVersion> version_;
+    std::vector<std::pair<std::size_t, std::int64_t>> names_;  ///< hashes of locations and rows, sorted
+    std::vector<ZAVFileIdentity> needed_;                      ///< sorted
     std::vector<std::int64_t> purgeable_;
 };
 

@@ -20,18 +20,15 @@ std::string placeOfFile(const ZAVContentDirectory& directory, ZAVContentDirector
     return place;
 }
 
-}  // namespace
-
-std::optional<std::uint64_t> ZAVRemoveFileWithoutRow(const ZAVContentRows& rows,
-                                                     const ZAVContentDirectory& directory,
-                                                     ZAVContentDirectory::Names names,
-                                                     std::optional<std::time_t> unchangedSince) {
+/// Removes a file, if it may go as it is now, with a directory of an event that is empty then. Answers its
+/// size; none when it stays.
+template <class MayGo>
+std::optional<std::uint64_t> removeFile(const ZAVContentDirectory& directory,
+                                        ZAVContentDirectory::Names names, const MayGo& mayGo) {
     const auto parents = names.first(names.size() - 1);
     const auto parent = directory.open(parents);
     const auto status = parent ? parent->status(names.back()) : std::nullopt;
-    if (!status || status->isDirectory || (unchangedSince && status->changed > *unchangedSince) ||
-        !rows.naming(placeOfFile(directory, names)).empty() || rows.isNeeded(status->identity) ||
-        rows.isOfDatabase(status->identity)) {
+    if (!status || status->isDirectory || !mayGo(*status)) {
         return std::nullopt;
     }
     parent->remove(names.back());
@@ -43,39 +40,63 @@ std::optional<std::uint64_t> ZAVRemoveFileWithoutRow(const ZAVContentRows& rows,
     return status->names == 1 ? status->size : 0;
 }
 
-void ZAVRemoveFilesWithoutRow(FMDatabase& database, const ZAVStoreOwner& owner,
-                              const std::vector<ZAVFileWithoutRow>& files) {
-    const ZAVContentDirectory directory(owner.contentDirectoryPath());
-    using Names = std::vector<std::string>;
-    std::vector<std::pair<std::string, Names>> present;  // the place of the part's file, and what is there
+bool isWithoutRow(const ZAVContentRows& rows, const std::string& place, const ZAVFileIdentity& file) {
+    return rows.naming(place).empty() && !rows.isNeeded(file) && !rows.isOfDatabase(file);
+}
+
+}  // namespace
+
+std::optional<std::uint64_t> ZAVRemoveFileWithoutRow(const ZAVContentRows& rows,
+                                                     const ZAVContentDirectory& directory,
+                                                     ZAVContentDirectory::Names names,
+                                                     std::optional<std::time_t> unchangedSince) {
+    return removeFile(directory, names, [&](const ZAVFileStatus& status) {
+        return (!unchangedSince || status.changed <= *unchangedSince) &&
+               isWithoutRow(rows, placeOfFile(directory, names), status.identity);
+    });
+}
+
+ZAVFilesWithoutRow::ZAVFilesWithoutRow(const ZAVStoreOwner& owner,
+                                       const std::vector<ZAVFileWithoutRow>& files)
+    : directory_(owner.contentDirectoryPath()) {
     for (const ZAVFileWithoutRow& file : files) {
         const auto path = ZAVContentPath::parse(file.path);
         if (!path) {
             continue;
         }
-        const std::string place = placeOfFile(directory, path->names());
-        Names partial = path->names();
+        const std::string place = placeOfFile(directory_, path->names());
+        std::vector<std::string> partial = path->names();
         partial.back() = ZAVPartialNameOfPart(partial.back(), file.part);
-        for (const Names& names : {path->names(), partial}) {
-            if (ZAVStatusOfFile(placeOfFile(directory, names), false)) {
-                present.emplace_back(place, names);
+        for (const std::vector<std::string>& names : {path->names(), partial}) {
+            if (ZAVStatusOfFile(placeOfFile(directory_, names), false)) {
+                present_.push_back({place, names});
             }
         }
     }
-    if (present.empty()) {
-        return;
-    }
+}
+
+void ZAVFilesWithoutRow::ask(FMDatabase& database) {
     std::set<std::string> places;
-    for (const auto& [place, names] : present) {
-        places.insert({place, placeOfFile(directory, names)});
+    for (const File& file : present_) {
+        places.insert({file.place, placeOfFile(directory_, file.names)});
     }
-    ZAVContentRows rows(database, directory.path());
+    ZAVContentRows rows(database, directory_.path());
     rows.readThoseNaming(places);
-    for (const auto& [place, names] : present) {
+    unnamed_.clear();
+    for (const File& file : present_) {
+        const std::string place = placeOfFile(directory_, file.names);
+        const auto status = ZAVStatusOfFile(place, false);
+        if (status && rows.naming(file.place).empty() && isWithoutRow(rows, place, status->identity)) {
+            unnamed_.emplace_back(&file, status->identity);
+        }
+    }
+}
+
+void ZAVFilesWithoutRow::remove() const {
+    for (const auto& [file, identity] : unnamed_) {
         try {
-            if (rows.naming(place).empty()) {
-                ZAVRemoveFileWithoutRow(rows, directory, names, std::nullopt);
-            }
+            removeFile(directory_, file->names,
+                       [&](const ZAVFileStatus& status) { return status.identity == identity; });
         } catch (const std::system_error&) {
             continue;  // the others go all the same
         }

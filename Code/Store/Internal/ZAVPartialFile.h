@@ -14,9 +14,9 @@ namespace zav {
 
 /// Which file an earlier one has left is gone on with.
 struct ZAVPartialToResume {
-    std::uint64_t part;      ///< a number of the part: what was written for another is another's
-    std::uint64_t atMost;    ///< how many bytes the content has; what is longer is not its beginning
-    std::string database;    ///< whose files are never opened
+    std::uint64_t part;    ///< a number of the part: what was written for another is another's
+    std::uint64_t atMost;  ///< how many bytes the content has; what is longer is not its beginning
+    std::string database;  ///< whose files are never opened
 };
 
 /// A file that is written beside its place, in its directory, and removed unless it comes there. One that

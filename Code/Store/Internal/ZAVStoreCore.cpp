@@ -52,6 +52,32 @@ auto ZAVStoreCore::inTurn(ZAVTurns::Ticket ticket, const Work& work) {
     return answer;
 }
 
+/// After a commit. All rows are asked, which takes a while when they are many, and so beside other writes: if
+/// one of these comes in between, they are asked again. What fails is left to a repair.
+/// @param inItsTurn calls what it is given in the turn of a write.
+template <class InItsTurn>
+void ZAVStoreCore::removeFiles(LeftOver leftOver, const InItsTurn& inItsTurn) noexcept {
+    if (leftOver.files.empty()) {
+        return;
+    }
+    try {
+        ZAVFilesWithoutRow files(owner_, leftOver.files);
+        constexpr int attempts = 3;
+        for (int attempt = 1; files.areThere() && attempt <= attempts; ++attempt) {
+            ZAVWorkControl control;
+            const ReadingWork ask = [&](const ZAVRepositories& repositories) {
+                files.ask(repositories.events.database());
+            };
+            const bool isAsked = attempt < attempts && run(ask, control).state == ZAVWorkOutcome::State::done;
+            if (inItsTurn([&] { return removeUnlessChanged(files, leftOver.version, !isAsked); })) {
+                return;
+            }
+        }
+    } catch (const std::exception&) {
+        return;
+    }
+}
+
 // On the calling thread
 
 ZAVWorkOutcome ZAVStoreCore::read(const ReadingWork& work) {
@@ -76,10 +102,13 @@ ZAVWorkOutcome ZAVStoreCore::write(const WritingWork& work) {
     if (!passage.isInside()) {
         return failedWith(ZAVErrorOfClosedStore());
     }
-    return inTurn(turns_.draw(), [&] {
+    LeftOver leftOver;
+    auto outcome = inTurn(turns_.draw(), [&] {
         ZAVWorkControl control;
-        return gate_.turnsBackWaiting() ? failedWith(ZAVErrorOfClosedStore()) : run(work, control);
+        return gate_.turnsBackWaiting() ? failedWith(ZAVErrorOfClosedStore()) : run(work, control, leftOver);
     });
+    removeFiles(std::move(leftOver), [&](const auto& remove) { return inTurn(turns_.draw(), remove); });
+    return outcome;
 }
 
 ZAVWorkOutcome ZAVStoreCore::writeWithin(ZAVStoreHandle& handle, const WritingWork& work) {
@@ -116,30 +145,39 @@ ZAVWorkOutcome ZAVStoreCore::run(const ReadingWork& work, ZAVWorkControl& contro
     return {};
 }
 
-ZAVWorkOutcome ZAVStoreCore::run(const WritingWork& work, ZAVWorkControl& control) {
+ZAVWorkOutcome ZAVStoreCore::run(const WritingWork& work, ZAVWorkControl& control, LeftOver& leftOver) {
     writing_->filesWithoutRow().clear();
     bool isCommitted = false;
     ZAVWorkOutcome outcome = runAndCommit(work, control, isCommitted);
     if (isCommitted && !writing_->filesWithoutRow().empty()) {
-        removeFilesWithoutRow();
+        leftOver.files = std::move(writing_->filesWithoutRow());
+        leftOver.version =
+            ZAVVersionOfDatabase(*writing_->database(), nullptr).value_or(ZAVDatabaseVersion());
     }
     return outcome;
 }
 
-/// Under the turn, after a commit. What fails is left to a repair.
-void ZAVStoreCore::removeFilesWithoutRow() noexcept {
-    try {
-        const std::vector<ZAVFileWithoutRow> files = std::move(writing_->filesWithoutRow());
-        const auto remove = [&](const ZAVRepositories& repositories) {
-            ZAVRemoveFilesWithoutRow(repositories.events.database(), owner_, files);
-            return false;  // the lock is all that was wanted
-        };
-        ZAVWorkControl control;
-        bool isCommitted = false;
-        static_cast<void>(runAndCommit(remove, control, isCommitted));
-    } catch (const std::exception&) {
-        return;
-    }
+/// Answers whether it is over: not when the rows have changed since they were asked.
+bool ZAVStoreCore::removeUnlessChanged(ZAVFilesWithoutRow& files, ZAVDatabaseVersion& version,
+                                       bool asksAgain) {
+    bool isOver = true;
+    const WritingWork remove = [&](const ZAVRepositories& repositories) {
+        FMDatabase& database = repositories.events.database();
+        const auto present = ZAVVersionOfDatabase(database, nullptr);
+        if (asksAgain) {
+            files.ask(database);
+        } else if (present != version) {
+            version = present.value_or(ZAVDatabaseVersion());
+            isOver = false;
+            return false;
+        }
+        files.remove();
+        return false;  // the lock is all that was wanted
+    };
+    ZAVWorkControl control;
+    bool isCommitted = false;
+    static_cast<void>(runAndCommit(remove, control, isCommitted));
+    return isOver;
 }
 
 ZAVWorkOutcome ZAVStoreCore::runAndCommit(const WritingWork& work, ZAVWorkControl& control,
@@ -249,7 +287,13 @@ std::optional<ZAVPendingWork> ZAVStoreCore::enqueueWrite(WritingWork work, ZAVWo
     return enqueue(
         writers_,
         [this, ticket, work = std::move(work)](ZAVWorkControl& control) {
-            return inTurn(*ticket, [&] { return run(work, control); });
+            return inTurn(*ticket, [&] {
+                LeftOver leftOver;
+                auto outcome = run(work, control, leftOver);
+                // In the same turn: those that are queued by now would wait for this thread to run them.
+                removeFiles(std::move(leftOver), [](const auto& remove) { return remove(); });
+                return outcome;
+            });
         },
         std::move(completion), options, [&] { *ticket = turns_.draw(); }, error);
 }

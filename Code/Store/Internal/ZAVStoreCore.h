@@ -7,11 +7,14 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <ZAVEventRepository/ZAVEventStore.h>
 
 #include "Store/Internal/ZAVAlarms.h"
+#include "Store/Internal/ZAVDatabaseVersion.h"
 #include "Store/Internal/ZAVDeliveries.h"
+#include "Store/Internal/ZAVFilesWithoutRow.h"
 #include "Store/Internal/ZAVReadingHandles.h"
 #include "Store/Internal/ZAVStoreGate.h"
 #include "Store/Internal/ZAVStoreHandle.h"
@@ -65,11 +68,20 @@ public:
     [[nodiscard]] const ZAVStoreOwner& owner() const noexcept { return owner_; }
 
 private:
+    /// What a write leaves to be done when its turn is over.
+    struct LeftOver {
+        std::vector<ZAVFileWithoutRow> files{};
+        ZAVDatabaseVersion version{};  ///< after its commit
+    };
+
     [[nodiscard]] ZAVWorkOutcome run(const ReadingWork& work, ZAVWorkControl& control);
-    [[nodiscard]] ZAVWorkOutcome run(const WritingWork& work, ZAVWorkControl& control);
+    [[nodiscard]] ZAVWorkOutcome run(const WritingWork& work, ZAVWorkControl& control, LeftOver& leftOver);
     [[nodiscard]] ZAVWorkOutcome runAndCommit(const WritingWork& work, ZAVWorkControl& control,
                                               bool& isCommitted);
-    void removeFilesWithoutRow() noexcept;
+    template <class InItsTurn>
+    void removeFiles(LeftOver leftOver, const InItsTurn& inItsTurn) noexcept;
+    [[nodiscard]] bool removeUnlessChanged(ZAVFilesWithoutRow& files, ZAVDatabaseVersion& version,
+                                           bool asksAgain);
     [[nodiscard]] const ZAVURL* contentDirectory() const noexcept;
     [[nodiscard]] bool hasExecutor(const char* purpose, ZAVError* error) const;
     [[nodiscard]] ZAVWorkOutcome writeWithin(ZAVStoreHandle& handle, const WritingWork& work);
