@@ -91,18 +91,29 @@ void ZAVContentRows::readThoseNaming(const std::set<std::string>& places) {
 void ZAVContentRows::readNames(const std::set<std::string>* places) {
     names_.clear();
     needed_.clear();
+    std::set<std::string> plainPaths;
+    if (places != nullptr) {
+        for (const std::string& place : *places) {
+            plainPaths.insert(isBelow(place) ? place.substr(prefix_.size()) : place);
+        }
+    }
     auto rows = query(
         "SELECT database_identifier, file_path, transfer_status = 4 FROM event_content_parts"
         " WHERE file_path IS NOT NULL");
     while (next(rows)) {
-        const auto place = location(rows.stringForColumnIndex(1).value_or(""));
+        const std::string filePath = rows.stringForColumnIndex(1).value_or("");
+        const bool isComplete = rows.boolForColumnIndex(2);
+        if (places != nullptr && isComplete && isPlain(filePath) && !plainPaths.contains(filePath)) {
+            continue;  // as nearly all of them: nothing is made of these
+        }
+        const auto place = location(filePath);
         if (!place) {
             continue;
         }
         if (places == nullptr || places->contains(*place)) {
             names_.emplace_back(std::hash<std::string>()(*place), rows.longLongIntForColumnIndex(0));
         }
-        if (rows.boolForColumnIndex(2)) {
+        if (isComplete) {
             continue;
         }
         for (const bool followLink : {false, true}) {
