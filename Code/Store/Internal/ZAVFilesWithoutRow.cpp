@@ -93,10 +93,10 @@ void ZAVFilesWithoutRow::ask(FMDatabase& database) {
 }
 
 void ZAVFilesWithoutRow::remove() const {
-    for (const auto& [file, identity] : unnamed_) {
+    for (const auto& asked : unnamed_) {
         try {
-            removeFile(directory_, file->names,
-                       [&](const ZAVFileStatus& status) { return status.identity == identity; });
+            removeFile(directory_, asked.first->names,
+                       [&](const ZAVFileStatus& status) { return status.identity == asked.second; });
         } catch (const std::system_error&) {
             continue;  // the others go all the same
         }
