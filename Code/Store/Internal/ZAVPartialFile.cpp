@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <system_error>
+#include <utility>
 
 #include "Store/Internal/ZAVContentFailure.h"
 #include "Store/Internal/ZAVContentNames.h"
@@ -106,10 +107,11 @@ bool ZAVPartialFile::openWhatIsThere(const ZAVPartialToResume& earlier) {
         return false;
     }
     auto opened = directory_->openForWriting(partialName_, status->identity);
-    if (opened) {
-        file_.emplace(*std::move(opened));
+    if (!opened) {
+        return false;
     }
-    return opened.has_value();
+    file_.emplace(*std::move(opened));
+    return true;
 }
 
 /// The lock is the open file's, and so goes with this object, and with its process.
