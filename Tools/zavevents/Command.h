@@ -53,6 +53,15 @@ public:
         });
     }
 
+    /// Has the command run operations of a client's store, which is opened as `client` says: `work` takes it
+    /// and the options.
+    template <class Work>
+    void doesInClientStore(Work work) const {
+        does([work](const DatabaseFile& file, const Options& options) {
+            work(*openClientStore(file, storeOptionsOf(options.client)), options);
+        });
+    }
+
     /// Has the command run operations of a client's store when `whole` says so, and `work` inside one
     /// transaction as `changes` does otherwise. `client` takes the store and the options, and returns what is
     /// printed.
@@ -63,8 +72,8 @@ public:
                 changeRows(file, options, work, "cannot begin to write", "cannot store the changes");
                 return;
             }
-            const auto store = openClientStore(file, storeOptionsOf(options.whole));
-            std::cout << client(*store, options) << '\n';
+            std::cout << client(*openClientStore(file, storeOptionsOf(options.whole.client)), options)
+                      << '\n';
         });
     }
 

@@ -30,8 +30,8 @@ void addDeleteCommand(CLI::App& app, Invocation& invocation) {
     const Command<DeleteOptions> command(app, invocation, "delete", "Delete events; their content parts stay",
                                          "--id 18 19");
     addOption(command.parser(), "--id", command.options().rows, row(), "Rows of the events")->required();
-    addWholeOption(command.parser(), command.options().whole,
-                   "Delete their parts, metadata, recorded changes, messages and files too");
+    addWholeOptionWithCache(command.parser(), command.options().whole,
+                            "Delete their parts, metadata, recorded changes, messages and files too");
     command.changesOrWhole(deleteEvents, deleteEventsWholly);
 }
 

@@ -10,6 +10,7 @@ struct ParticipantSeqOptions {
     std::optional<ZAVUUID> stream;
     std::string member;
     ZAVSequence seq = 0;
+    WholeOption whole;
 };
 
 std::string recordParticipantSeq(const std::shared_ptr<FMDatabase>& database,
@@ -23,17 +24,26 @@ std::string recordParticipantSeq(const std::shared_ptr<FMDatabase>& database,
     return lastChanges(*database, "participant updated");
 }
 
+std::string advanceParticipantSeq(ZAVEventStore& store, const ParticipantSeqOptions& options) {
+    ZAVError error;
+    const auto isRecorded = store.recordParticipantSeq(*options.stream, options.member, options.seq,
+                                                       ZAVEventStore::SequenceChange::forward, &error);
+    require(isRecorded.has_value(), "cannot record the sequence", error);
+    return std::string(*isRecorded ? "1" : "0") + " participant updated";
+}
+
 }  // namespace
 
 void addParticipantSeqCommand(CLI::App& app, Invocation& invocation) {
     const Command<ParticipantSeqOptions> command(
         app, invocation, "participant-seq", "Record how far a member of a conversation has progressed",
         "--stream 48714726-d247-5be7-8537-0a57a788e38b --member ada --seq 12");
-    auto& [stream, member, seq] = command.options();
+    auto& [stream, member, seq, whole] = command.options();
     addOption(command.parser(), "--stream", stream, uuid(), "The stream's UUID")->required();
     addOption(command.parser(), "--member", member, text(), "The member")->required();
     addOption(command.parser(), "--seq", seq, assignedSequence(), "The sequence")->required();
-    command.changes(recordParticipantSeq);
+    addWholeOption(command.parser(), whole, "Record it only where the member has not come as far before");
+    command.changesOrWhole(recordParticipantSeq, advanceParticipantSeq);
 }
 
 }  // namespace zavevents

@@ -13,7 +13,7 @@ using namespace zav;
 
 struct ReclaimOptions {
     std::uint64_t bytes = 0;
-    std::string cache;
+    ClientOptions client;
     bool dryRun = false;
 };
 
@@ -31,10 +31,7 @@ void tell(const ZAVPurgedContent& content) {
               << '\n';
 }
 
-void reclaim(const DatabaseFile& file, const ReclaimOptions& options) {
-    ZAVEventStoreOptions storeOptions;
-    storeOptions.contentDirectory = contentDirectoryFrom(options.cache);
-    const auto store = openClientStore(file, storeOptions);
+void reclaim(ZAVEventStore& store, const ReclaimOptions& options) {
     ZAVPurgePolicy policy;
     policy.bytesToFree = options.bytes;
     policy.changesNothing = options.dryRun;
@@ -45,7 +42,7 @@ void reclaim(const DatabaseFile& file, const ReclaimOptions& options) {
         tell(content);
     };
     ZAVError error;
-    const auto result = store->content().purge(policy, count, &error);
+    const auto result = store.content().purge(policy, count, &error);
     if (!result && error.domain() == ZAVErrorDomainEventStore) {
         throw ToolError(error.message());  // the directory cannot be used
     }
@@ -66,13 +63,11 @@ void addReclaimCommand(CLI::App& app, Invocation& invocation) {
         app, invocation, "reclaim",
         "Remove the files of the least recently accessed parts and mark them purged",
         "--bytes 100000000 --cache ~/.cache/ZAVEventRepository --dry-run");
-    auto& [bytes, cache, dryRun] = command.options();
+    auto& [bytes, client, dryRun] = command.options();
     addOption(command.parser(), "--bytes", bytes, amount(), "How much to free")->required();
-    addOption(command.parser(), "--cache", cache, fileName(),
-              "The cache directory; nothing outside it is touched")
-        ->required();
+    addCacheOption(command.parser(), client);
     command.parser().add_flag("--dry-run", dryRun, "Say what would be removed, and remove nothing");
-    command.does(reclaim);
+    command.doesInClientStore(reclaim);
 }
 
 }  // namespace zavevents

@@ -14,9 +14,7 @@ namespace {
 using namespace zav;
 
 struct RepairOptions {
-    std::string cache;
-    std::optional<ZAVUUID> appID;
-    std::string user;
+    ClientOptions client;
     std::int64_t age = 86400;
     bool dryRun = false;
 };
@@ -37,16 +35,11 @@ void tell(const ZAVContentOrphans& orphans, bool isDone) {
               << orphans.uploadsWithoutFile.size() << " uploads are lost\n";
 }
 
-void repair(const DatabaseFile& file, const RepairOptions& options) {
-    ZAVEventStoreOptions storeOptions;
-    storeOptions.contentDirectory = contentDirectoryFrom(options.cache);
-    storeOptions.appID = options.appID;
-    storeOptions.userID = options.user;
-    const auto store = openClientStore(file, storeOptions);
+void repair(ZAVEventStore& store, const RepairOptions& options) {
     const std::chrono::seconds age(options.age);
     ZAVError error;
     const auto orphans =
-        options.dryRun ? store->content().findOrphans(age, &error) : store->content().repair(age, &error);
+        options.dryRun ? store.content().findOrphans(age, &error) : store.content().repair(age, &error);
     if (!orphans) {
         throw ToolError("cannot repair", error);
     }
@@ -60,16 +53,15 @@ void addRepairCommand(CLI::App& app, Invocation& invocation) {
         app, invocation, "repair", "Make the files of content and the parts that name them agree",
         "--cache ~/.cache/ZAVEventRepository --app-id 9f4a5f2e-0c65-4a35-9c0e-6d0f6a3b1c55 --user ada --dry-run");
     CLI::App& parser = command.parser();
-    auto& [cache, appID, user, age, dryRun] = command.options();
-    addOption(parser, "--cache", cache, fileName(), "The cache directory; nothing outside it is touched")
+    auto& [client, age, dryRun] = command.options();
+    addCacheOption(parser, client);
+    addOption(parser, "--app-id", client.appID, uuid(), "The application, a UUID, whose files are looked at")
         ->required();
-    addOption(parser, "--app-id", appID, uuid(), "The application, a UUID, whose files are looked at")
-        ->required();
-    addOption(parser, "--user", user, text(), "The user whose files are looked at")->required();
+    addOption(parser, "--user", client.user, text(), "The user whose files are looked at")->required();
     addOption(parser, "--age", age, wholeNumber<std::int64_t>(0, 1000000000),
               "For how many seconds a file must have been left unchanged (default: a day)");
     parser.add_flag("--dry-run", dryRun, "Say what does not agree, and change nothing");
-    command.does(repair);
+    command.doesInClientStore(repair);
 }
 
 }  // namespace zavevents

@@ -35,8 +35,8 @@ void addTombstoneCommand(CLI::App& app, Invocation& invocation) {
     auto& [streamRow, seq, whole] = command.options();
     addOption(command.parser(), "--stream-row", streamRow, row(), "Row of the stream")->required();
     addOption(command.parser(), "--seq", seq, sequence(), "The event's sequence")->required();
-    addWholeOption(command.parser(), whole,
-                   "Delete its parts, metadata, recorded changes, messages and files too");
+    addWholeOptionWithCache(command.parser(), whole,
+                            "Delete its parts, metadata, recorded changes, messages and files too");
     command.changesOrWhole(tombstoneEvent, tombstoneEventWholly);
 }
 

@@ -1,38 +1,28 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
-#include <filesystem>
-#include <optional>
 #include <string>
 
-#include <ZAVEventRepository/ZAVEventStore.h>
-#include <ZAVEventRepository/ZAVURL.h>
-
-#include "Arguments.h"
+#include "ClientOptions.h"
 
 namespace zavevents {
 
-/// Whether a command does all that a client does, and where the files of content are.
+/// Whether a command does all that a client does, and whose client.
 struct WholeOption {
     bool isWanted = false;
-    std::string cache{};
+    ClientOptions client{};
 };
 
-/// Where the files of content are, as the command line names the directory.
-[[nodiscard]] inline zav::ZAVURL contentDirectoryFrom(const std::string& cache) {
-    return zav::ZAVURL::fileURLWithDirectoryPath(std::filesystem::absolute(cache).string());
-}
-
-[[nodiscard]] inline zav::ZAVEventStoreOptions storeOptionsOf(const WholeOption& whole) {
-    zav::ZAVEventStoreOptions options;
-    options.contentDirectory = contentDirectoryFrom(whole.cache);
-    return options;
-}
-
+/// Adds `--whole` to a command.
 /// @param description what it does beside the one operation.
-inline void addWholeOption(CLI::App& parser, WholeOption& whole, const std::string& description) {
-    auto* const wanted = parser.add_flag("--whole", whole.isWanted, description);
-    auto* const cache = addOption(parser, "--cache", whole.cache, fileName(),
+inline CLI::Option* addWholeOption(CLI::App& parser, WholeOption& whole, const std::string& description) {
+    return parser.add_flag("--whole", whole.isWanted, description);
+}
+
+/// Adds `--whole`, and with it `--cache`, to a command that may then remove files.
+inline void addWholeOptionWithCache(CLI::App& parser, WholeOption& whole, const std::string& description) {
+    auto* const wanted = addWholeOption(parser, whole, description);
+    auto* const cache = addOption(parser, "--cache", whole.client.cache, fileName(),
                                   "With --whole: the cache directory, where the files of content are");
     wanted->needs(cache);
     cache->needs(wanted);

@@ -12,8 +12,8 @@ _zavevents_options() {
     import) echo --app-id --batch --help --record-changes --skip-bad-lines --user ;;
     init) echo --help ;;
     message) echo --event --help ;;
-    message-seq) echo --event --help --seq ;;
-    participant-seq) echo --help --member --seq --stream ;;
+    message-seq) echo --event --help --seq --whole ;;
+    participant-seq) echo --help --member --seq --stream --whole ;;
     parts)
         echo --event --expired-downloads --help --id --incomplete-downloads --incomplete-uploads --index \
             --least-recent --limit --max-size --message --mime --no-mime --object-id --unassigned-urls --url
@@ -21,7 +21,7 @@ _zavevents_options() {
     processed) echo --help --id ;;
     reclaim) echo --bytes --cache --dry-run --help ;;
     repair) echo --age --app-id --cache --dry-run --help --user ;;
-    sequence) echo --creator --help --id --seq --timestamp ;;
+    sequence) echo --cache --creator --help --id --seq --timestamp --whole ;;
     tombstone) echo --cache --help --seq --stream-row --whole ;;
     transfer) echo --accessed --event --expires --file --help --index --purged --size --status --url ;;
     esac
