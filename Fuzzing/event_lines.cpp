@@ -247,7 +247,7 @@ Export exported(const std::shared_ptr<FMDatabase>& database) {
     }
     ReadBackCheck check(*database);
     check.findTwins(events, isSequenced);
-    ExactExpirations expirations(database, true);
+    ExactExpirations expirations(*database, true);
     Export result;
     for (std::size_t index = 0; index < events.size(); ++index) {
         std::string line;

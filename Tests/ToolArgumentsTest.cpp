@@ -92,6 +92,10 @@ const std::vector<NumericOption> wholeNumbers = {
     {"reclaim", "--bytes", {"--cache", "/"}},
     {"repair", "--age", {"--cache", "/", "--app-id", stream, "--user", "ada"}},
     {"import", "--batch", {"/dev/null"}},
+    {"send", "--stream-row", {"/dev/null", "--user", "ada"}},
+    {"stream-posted", "--stream-row", {"--stream", stream}},
+    {"missing", "--limit", {"--stream", stream}},
+    {"delete-stream", "--stream-row", {"--cache", "/"}},
 };
 
 TEST(ToolNumbers, AreWholeAndDecimalAndNothingElse) {

@@ -47,6 +47,12 @@ const std::vector<Command> commands = {
     {"message-seq", {"--event", "1", "--seq", "7", "--whole"}},
     {"tombstone", {"--stream-row", "1", "--seq", "1", "--whole", "--cache", "/tmp"}},
     {"delete", {"--id", "1", "--whole", "--cache", "/tmp"}},
+    {"receive", {"/dev/null", "--stream", uuidText(0xAA), "--user", "ada", "--cache", "/tmp"}},
+    {"send", {"--text", "hi", "--stream", uuidText(0xAA), "--user", "ada"}},
+    {"outbox", {}},
+    {"stream-posted", {"--stream-row", "1", "--stream", uuidText(0xAA)}},
+    {"missing", {"--stream", uuidText(0xAA)}},
+    {"delete-stream", {"--stream-row", "1", "--cache", "/tmp"}},
     {"reclaim", {"--bytes", "1", "--cache", "/tmp"}},
     {"repair", {"--cache", "/tmp", "--app-id", uuidText(0xAA), "--user", "ada"}},
     {"checkpoint", {}},
@@ -312,6 +318,11 @@ TEST(ToolTerminal, IsSentNoControlCharactersOfAFilesName) {
     const ToolRun made = runTool({"init", store.file(hostile)});
     EXPECT_EQ(made.status, 0) << made.err;
     EXPECT_EQ(made.out, store.file(shown) + ": schema version " + schemaVersionText + "\n");
+    const ToolRun absent = store.run("import", {"/nowhere/" + hostile});
+    EXPECT_EQ(absent.err, "zavevents: /nowhere/" + shown + ": No such file or directory\n");
+    const ToolRun bad = store.run("import", {store.write(hostile, "{}\n")});
+    EXPECT_EQ(bad.err.substr(0, bad.err.find('\n')),
+              "zavevents: " + store.file(shown) + ":1: client_id is missing");
 }
 
 // Statistics of what is no UTF-8, and of tables that lack a column

@@ -26,7 +26,7 @@ class CompletionTest:
 
     def test_offers_the_commands_that_help_lists(self):
         self.assertEqual(self.complete(""), set(manual.commands()))
-        self.assertEqual(self.complete("--log", "off", "st"), {"stats"}, "also after a global option")
+        self.assertEqual(self.complete("--log", "off", "st"), {"stats", "stream-posted"}, "also after a global option")
 
     def test_offers_the_options_that_help_lists(self):
         self.assertEqual(self.complete("--"), set(manual.Help().options))
@@ -38,7 +38,7 @@ class CompletionTest:
 
     def test_offers_only_what_goes_on_from_what_is_there(self):
         self.assertEqual(self.complete("events", "chat.db", "--un"), {"--unprocessed", "--unpublishable"})
-        self.assertEqual(self.complete("m"), {"message", "message-seq"})
+        self.assertEqual(self.complete("m"), {"message", "message-seq", "missing"})
         self.assertEqual(self.complete("check", "pict"), {"pictures"})
 
     def test_offers_files_for_the_database(self):
@@ -65,4 +65,4 @@ class CompletionTest:
 
     def test_offers_values_after_an_equals_sign(self):
         self.assertEqual({word.removeprefix("--log=") for word in self.complete("--log=ver")}, {"verbose"})
-        self.assertEqual(self.complete("--log=off", "st"), {"stats"}, "a value that is there is no command")
+        self.assertEqual(self.complete("--log=off", "st"), {"stats", "stream-posted"}, "a value that is there is no command")

@@ -20,6 +20,11 @@ EVENT_WITH_EXPIRED_DOWNLOAD = {
                  "external_content_url_expiration": 1, "transfer_status": 3, "file_path": "sample/1.jpg"}]}
 
 
+# The service has sent it, and nobody has received it yet.
+RECEIVED_EVENT = {"stream_id": str(SAMPLE_STREAM), "client_id": "00000000-0000-4000-8000-000000000002", "type": 4,
+                  "seq": 14, "creator_id": "bruno", "content": [{"media_type": "text/plain", "text": "Hi"}]}
+
+
 def main():
     """Runs the tests of the calling script: SCRIPT ZAVEVENTS PROJECT"""
     global TOOL, PROJECT
@@ -79,6 +84,7 @@ class ManualTest(unittest.TestCase):
         home = pathlib.Path(tempfile.mkdtemp(dir=self.directory))
         sample = (PROJECT / "Examples/sample-conversation.jsonl").read_text(encoding="utf-8")
         (home / "events.jsonl").write_text(sample + json.dumps(EVENT_WITH_EXPIRED_DOWNLOAD) + "\n", encoding="utf-8")
+        (home / "received.jsonl").write_text(json.dumps(RECEIVED_EVENT) + "\n", encoding="utf-8")
         loaded = run(TOOL, "import", home / "chat.db", home / "events.jsonl", "--record-changes")
         self.assertEqual(loaded.returncode, 0, loaded.stderr)
         for command in (["conversation", home / "chat.db", "--stream", SAMPLE_STREAM, "--member", "ada"],

@@ -13,7 +13,6 @@
 #include <ZAVEventRepository/ZAVContentPath.h>
 #include <ZAVEventRepository/ZAVDictionary.h>
 #include <ZAVEventRepository/ZAVEventRepository.h>
-#include <ZAVEventRepository/ZAVMessageRepositoryCache.h>
 #include <ZAVEventRepository/ZAVPrintable.h>
 #include <ZAVEventRepository/ZAVUTF8.h>
 
@@ -256,8 +255,8 @@ void prepareForDownload(const ZAVEvent& event, const std::vector<ReadPart>& part
 
 class EventReader::Parser {
 public:
-    explicit Parser(std::optional<DownloadOwner> owner)
-        : owner_(std::move(owner)), cacheDirectory_(ZAVMessageRepositoryCacheBaseDirectoryURL()) {}
+    Parser(std::optional<DownloadOwner> owner, ZAVURL cacheDirectory)
+        : owner_(std::move(owner)), cacheDirectory_(std::move(cacheDirectory)) {}
 
     ReadEvent read(std::string_view line) {
         const element document = parse(line);
@@ -354,8 +353,8 @@ private:
     simdjson::dom::parser json_;
 };
 
-EventReader::EventReader(std::optional<DownloadOwner> owner)
-    : parser_(std::make_unique<Parser>(std::move(owner))) {}
+EventReader::EventReader(std::optional<DownloadOwner> owner, const ZAVURL& cacheDirectory)
+    : parser_(std::make_unique<Parser>(std::move(owner), cacheDirectory)) {}
 
 EventReader::~EventReader() = default;
 

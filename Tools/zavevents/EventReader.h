@@ -7,6 +7,8 @@
 #include <string_view>
 
 #include <ZAVEventRepository/ZAVEvent.h>
+#include <ZAVEventRepository/ZAVMessageRepositoryCache.h>
+#include <ZAVEventRepository/ZAVURL.h>
 #include <ZAVEventRepository/ZAVUUID.h>
 
 #include "BadLine.h"
@@ -32,7 +34,10 @@ struct ReadEvent {
 class EventReader {
 public:
     /// @param owner needed only for content that is to be downloaded.
-    explicit EventReader(std::optional<DownloadOwner> owner);
+    /// @param cacheDirectory where the files of content are.
+    explicit EventReader(
+        std::optional<DownloadOwner> owner,
+        const zav::ZAVURL& cacheDirectory = zav::ZAVMessageRepositoryCacheBaseDirectoryURL());
     ~EventReader();
     EventReader(const EventReader&) = delete;
     EventReader& operator=(const EventReader&) = delete;

@@ -108,7 +108,7 @@ void writeEvents(const DatabaseFile& file, const EventsOptions& options) {
     const ZAVEventRepository repository(database);
     const auto events = select(repository, options);
     const std::vector<bool> isSequenced = sequencedOf(events, database, options);
-    ExactExpirations expirations(database, selectsAll(options) || options.posted);
+    ExactExpirations expirations(*database, selectsAll(options) || options.posted);
     std::optional<ReadBackCheck> check;
     if (selectsAll(options)) {
         check.emplace(*database);

@@ -15,10 +15,9 @@ constexpr std::string_view exactExpirations =
 
 }  // namespace
 
-ExactExpirations::ExactExpirations(std::shared_ptr<FMDatabase> database, bool ofAll)
-    : database_(std::move(database)), ofAll_(ofAll) {
+ExactExpirations::ExactExpirations(FMDatabase& database, bool ofAll) : database_(database), ofAll_(ofAll) {
     if (ofAll_) {
-        forEachRow(*database_, "cannot read the database", exactExpirations,
+        forEachRow(database_, "cannot read the database", exactExpirations,
                    [this](const FMResultSet& row) { take(row); });
     }
 }
@@ -30,7 +29,7 @@ void ExactExpirations::restore(ZAVEvent& event) {
     if (!ofAll_) {
         expirations_.clear();
         forEachRow(
-            *database_, "cannot read the database",
+            database_, "cannot read the database",
             std::string(exactExpirations) + " AND event_database_identifier = ?",
             [this](const FMResultSet& row) { take(row); }, event.databaseIdentifier());
     }

@@ -2,7 +2,6 @@
 
 #include <cstdint>
 #include <map>
-#include <memory>
 #include <utility>
 
 #include <ZAVEventRepository/FMDatabase.h>
@@ -14,9 +13,10 @@ namespace zavevents {
 /// fraction, before that, or beyond the seconds that 63 bits count.
 class ExactExpirations {
 public:
+    /// @param database an open handle, which outlives this.
     /// @param ofAll whether to look through the table once, for many events, or at each event's parts.
     /// @throws ToolError like what follows, when the database cannot be read.
-    ExactExpirations(std::shared_ptr<zav::FMDatabase> database, bool ofAll);
+    ExactExpirations(zav::FMDatabase& database, bool ofAll);
 
     /// Sets them in an event that was read.
     void restore(zav::ZAVEvent& event);
@@ -24,7 +24,7 @@ public:
 private:
     void take(const zav::FMResultSet& row);
 
-    std::shared_ptr<zav::FMDatabase> database_;
+    zav::FMDatabase& database_;
     bool ofAll_;
     std::multimap<zav::ZAVDatabaseIdentifier, std::pair<std::int64_t, zav::ZAVDate>> expirations_;
 };

@@ -32,10 +32,6 @@ std::optional<DownloadOwner> ownerFrom(const ImportOptions& options) {
     return DownloadOwner{*options.appID, options.user};
 }
 
-bool isBlank(std::string_view line) {
-    return line.find_first_not_of(" \t\r") == std::string_view::npos;
-}
-
 /// One import, from its options to its summary.
 class Import {
 public:
@@ -45,7 +41,7 @@ public:
           reader_(ownerFrom(options)),
           lines_(options.file, &signals),
           importer_(openOrCreateStore(database), importerOptions(options),
-                    [this](const std::string& remark) { progress_.say(place() + remark); }) {}
+                    [this](const std::string& remark) { progress_.say(lines_.place() + remark); }) {}
 
     /// @return false when a signal ended it.
     /// @throws ToolError
@@ -57,15 +53,16 @@ public:
                 return true;
             }
         } catch (const BadLine& bad) {
-            throw ToolError(place() + bad.what() + kept());
+            throw ToolError(lines_.place() + bad.what() + kept());
         } catch (const NSInternalInconsistencyException& exception) {
-            throw ToolError(place() + "in the batch that ends here: " + exception.reason() + kept());
+            throw ToolError(lines_.place() + "in the batch that ends here: " + exception.reason() + kept());
         } catch (const std::bad_alloc&) {
-            throw ToolError(place() + "in the batch that ends here: out of memory" + kept());
+            throw ToolError(lines_.place() + "in the batch that ends here: out of memory" + kept());
         } catch (const ToolError& error) {
-            throw ToolError(place() + "in the batch that ends here: " + error.what() + kept());
+            throw ToolError(lines_.place() + "in the batch that ends here: " + error.what() + kept());
         }
-        progress_.say("zavevents: " + place() + "stopped by " + nameOfSignal(signals_.received()) + kept());
+        progress_.say("zavevents: " + lines_.place() + "stopped by " + nameOfSignal(signals_.received()) +
+                      kept());
         return false;
     }
 
@@ -89,14 +86,12 @@ private:
     }
 
     void storeLines() {
-        while (const auto line = lines_.next()) {
+        while (const auto line = lines_.nextWithText()) {
             if (signals_.received() != 0) {
                 return;
             }
             progress_.show(lines_.lineNumber());
-            if (!isBlank(*line)) {
-                store(*line);
-            }
+            store(*line);
         }
     }
 
@@ -107,13 +102,9 @@ private:
             if (!options_.skipBadLines) {
                 throw;
             }
-            progress_.say(place() + bad.what() + " (skipped)");
+            progress_.say(lines_.place() + bad.what() + " (skipped)");
             ++badLines_;
         }
-    }
-
-    [[nodiscard]] std::string place() const {
-        return lines_.name() + ":" + std::to_string(lines_.lineNumber()) + ": ";
     }
 
     [[nodiscard]] std::string kept() const {

@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include <ZAVEventRepository/ZAVPrintable.h>
+
 #include "BadLine.h"
 #include "ToolError.h"
 
@@ -38,7 +40,7 @@ constexpr std::array<Encoding, 8> otherEncodings{{
 }  // namespace
 
 LineReader::LineReader(const std::string& path, const StopSignals* signals)
-    : name_(path == "-" ? "standard input" : path),
+    : name_(path == "-" ? "standard input" : zav::ZAVPrintable(path)),
       signals_(signals),
       descriptor_(path == "-" ? STDIN_FILENO : ::open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
     struct stat status {};
@@ -83,6 +85,18 @@ std::optional<std::string_view> LineReader::next() {
     const std::string_view line = std::string_view(buffer_).substr(position_, end - position_);
     position_ = end == buffer_.size() ? end : end + 1;
     return line;
+}
+
+std::optional<std::string_view> LineReader::nextWithText() {
+    auto line = next();
+    while (line && line->find_first_not_of(" \t\r") == std::string_view::npos) {
+        line = next();
+    }
+    return line;
+}
+
+std::string LineReader::place() const {
+    return name_ + ":" + std::to_string(lineNumber_) + ": ";
 }
 
 /// Drops what has been returned and reads a further block.

@@ -25,11 +25,15 @@ public:
     /// @throws ToolError when reading fails, BadLine when the first line is text in another encoding.
     [[nodiscard]] std::optional<std::string_view> next();
 
+    /// The next line that is not blank.
+    /// @throws like `next`.
+    [[nodiscard]] std::optional<std::string_view> nextWithText();
+
     /// Number of the line that `next` returned last, counted from 1.
     [[nodiscard]] std::uint64_t lineNumber() const { return lineNumber_; }
 
-    /// What to call the input in a message.
-    [[nodiscard]] const std::string& name() const { return name_; }
+    /// That line, as a message about it begins.
+    [[nodiscard]] std::string place() const;
 
 private:
     enum class Filled { more, nothing, stopped };

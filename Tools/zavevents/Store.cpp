@@ -115,10 +115,12 @@ std::unique_ptr<ZAVEventStore> openClientStore(const DatabaseFile& file, ZAVEven
         throw ToolError(ZAVPrintable(file.path), withAdvice(error));
     }
     if (file.isTraced) {
-        store->write([](const ZAVRepositories& repositories) {
+        const auto trace = [](const ZAVRepositories& repositories) {
             repositories.events.database().setStatementObserver(printRun);
             return true;
-        });
+        };
+        store->write(trace);
+        store->read(trace);
     }
     return store;
 }

@@ -63,6 +63,9 @@ int run(int argc, char** argv) {
                            zavevents::addProcessedCommand,      zavevents::addConversationCommand,
                            zavevents::addParticipantSeqCommand, zavevents::addMessageCommand,
                            zavevents::addMessageSeqCommand,     zavevents::addTransferCommand,
+                           zavevents::addReceiveCommand,        zavevents::addSendCommand,
+                           zavevents::addOutboxCommand,         zavevents::addStreamPostedCommand,
+                           zavevents::addMissingCommand,        zavevents::addDeleteStreamCommand,
                            zavevents::addReclaimCommand,        zavevents::addRepairCommand,
                            zavevents::addDiskUsageCommand,      zavevents::addCheckpointCommand,
                            zavevents::addCompactCommand,        zavevents::addCheckCommand}) {

@@ -7,21 +7,27 @@ _zavevents_options() {
     checkpoint) echo --help --json --passive --truncate ;;
     conversation) echo --help --member --stream ;;
     delete) echo --cache --help --id --whole ;;
+    delete-stream) echo --cache --help --stream-row ;;
     disk-usage) echo --help --json --tables ;;
     events) echo --all --help --id --posted --publishable --revived --seq --stream --unprocessed --unpublishable ;;
     import) echo --app-id --batch --help --record-changes --skip-bad-lines --user ;;
     init) echo --help ;;
     message) echo --event --help ;;
     message-seq) echo --event --help --seq --whole ;;
+    missing) echo --help --json --limit --stream ;;
+    outbox) echo --help --hold-back ;;
     participant-seq) echo --help --member --seq --stream --whole ;;
     parts)
         echo --event --expired-downloads --help --id --incomplete-downloads --incomplete-uploads --index \
             --least-recent --limit --max-size --message --mime --no-mime --object-id --unassigned-urls --url
         ;;
     processed) echo --help --id ;;
+    receive) echo --all-or-none --app-id --cache --help --json --record-changes --stream --user ;;
     reclaim) echo --bytes --cache --dry-run --help ;;
     repair) echo --age --app-id --cache --dry-run --help --user ;;
+    send) echo --cache --client-id --help --json --new-stream --stream --stream-row --text --user ;;
     sequence) echo --cache --creator --help --id --seq --timestamp --whole ;;
+    stream-posted) echo --help --stream --stream-row ;;
     tombstone) echo --cache --help --seq --stream-row --whole ;;
     transfer) echo --accessed --event --expires --file --help --index --purged --size --status --url ;;
     esac
@@ -31,8 +37,8 @@ _zavevents_options() {
 
 _zavevents_takes_value() {
     case $1 in
-    --all | --dry-run | --expired-downloads | --help | -h | --incomplete-downloads | --incomplete-uploads | --json | \
-        --no-mime | --passive | --posted | --publishable | --record-changes | --skip-bad-lines | --tables | --trace | \
+    --all | --all-or-none | --dry-run | --expired-downloads | --help | -h | --hold-back | --incomplete-downloads | \
+        --incomplete-uploads | --json | --new-stream | --no-mime | --passive | --posted | --publishable | --record-changes | --skip-bad-lines | --tables | --trace | \
         --truncate | --unassigned-urls | --unprocessed | --unpublishable | --version | --whole) return 1 ;;
     --*=*) return 1 ;;
     -*) return 0 ;;
@@ -92,9 +98,10 @@ _zavevents() {
     elif [[ $current == -* ]]; then
         _zavevents_words "$(_zavevents_options "$command")" "$current"
     elif [ -z "$command" ]; then
-        _zavevents_words "check checkpoint compact conversation delete disk-usage events import init message message-seq \
-            participant-seq parts processed reclaim repair sequence stats tombstone transfer" "$current"
-    elif ((positionals == 0)) || { ((positionals == 1)) && [ "$command" = import ]; }; then
+        _zavevents_words "check checkpoint compact conversation delete delete-stream disk-usage events import init message \
+            message-seq missing outbox participant-seq parts processed receive reclaim repair send sequence stats \
+            stream-posted tombstone transfer" "$current"
+    elif ((positionals == 0)) || { ((positionals == 1)) && [[ $command =~ ^(import|receive|send)$ ]]; }; then
         _zavevents_files "$current"
     fi
 }
