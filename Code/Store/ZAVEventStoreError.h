@@ -23,6 +23,7 @@ enum ZAVEventStoreErrorCode : int {
     ZAVEventStoreErrorNoContent = 12,     ///< the part, or its content, is not here
     ZAVEventStoreErrorInWork = 13,        ///< files are removed after a commit, and so not within a work
     ZAVEventStoreErrorInUse = 14,         ///< another writer goes on with the download
+    ZAVEventStoreErrorBadCursor = 15,     ///< a text is not a cursor, or the cursor is of another stream
 };
 
 }  // namespace zav

@@ -11,17 +11,23 @@
 #include "Private/Database/Internal/ZAVStatements.h"
 #include "Private/Model/Repositories/Internal/ZAVEventMetadata.h"
 #include "Private/Model/Repositories/Internal/ZAVEventRepositoryProjections.h"
+#include "Private/Model/Repositories/Internal/ZAVEventsWithContent.h"
+#include "Private/Model/Repositories/Internal/ZAVKeyedValueFromRow.h"
 
 namespace zav {
 namespace {
 
-/// The stored dictionary with every text turned into its UTF-8 bytes.
+/// A stored value, a text turned into its UTF-8 bytes.
+ZAVDictionaryValue metadataValueFrom(const ZAVDictionaryValue& stored) {
+    const auto* text = std::get_if<std::string>(&stored);
+    return text != nullptr ? ZAVDictionaryValue(ZAVData::fromText(*text)) : stored;
+}
+
 ZAVDictionary metadataFromKeyedValues(const std::optional<ZAVKeyedValues>& stored) {
     ZAVDictionary metadata;
     if (stored) {
         for (const auto& [key, value] : stored->keyedValues()) {
-            const auto* text = std::get_if<std::string>(&value);
-            metadata.set(key, text != nullptr ? ZAVDictionaryValue(ZAVData::fromText(*text)) : value);
+            metadata.set(key, metadataValueFrom(value));
         }
     }
     return metadata;
@@ -34,8 +40,7 @@ std::optional<ZAVUUID> UUIDForColumn(const FMResultSet& row, int column) {
 
 }  // namespace
 
-std::shared_ptr<ZAVEvent> ZAVEventRepository::objectFromResultSet(const FMResultSet& row,
-                                                                  ZAVError* error) const {
+std::shared_ptr<ZAVEvent> ZAVBareEventFromRow(const FMResultSet& row) {
     auto event = std::make_shared<ZAVEvent>(
         row.longLongIntForColumnIndex(ZAVEventMapperColumnEventDatabaseIdentifier),
         row.longLongIntForColumnIndex(ZAVEventMapperColumnStreamDatabaseIdentifier));
@@ -53,7 +58,24 @@ std::shared_ptr<ZAVEvent> ZAVEventRepository::objectFromResultSet(const FMResult
     event->set_type(static_cast<ZAVTEventType>(row.intForColumnIndex(ZAVEventMapperColumnType)));
     event->set_seq(row.intForColumnIndex(ZAVEventMapperColumnEventSeq));
     event->set_stream_id(row.dataForColumnIndex(ZAVEventMapperColumnEventStreamID));
+    return event;
+}
 
+ZAVDictionaryValue ZAVMetadataValueFromRow(const FMResultSet& row, int valueColumn) {
+    return metadataValueFrom(ZAVKeyedValueFromRow(row, valueColumn));
+}
+
+void ZAVSetContent(ZAVEvent& event, std::vector<std::shared_ptr<ZAVTContent>> parts) {
+    if (parts.empty()) {
+        event.set_content(std::nullopt);
+    } else {
+        event.set_content(std::move(parts));
+    }
+}
+
+std::shared_ptr<ZAVEvent> ZAVEventRepository::objectFromResultSet(const FMResultSet& row,
+                                                                  ZAVError* error) const {
+    auto event = ZAVBareEventFromRow(row);
     const auto keyedValues = ZAVKeyedValueRepository::repositoryWithDatabase(sharedDatabase());
     event->set_transient_metadata(metadataFromKeyedValues(
         keyedValues.keyedValuesInContext(ZAVContextOfEventMetadata(event->databaseIdentifier()), error)));
@@ -70,11 +92,7 @@ std::shared_ptr<ZAVEvent> ZAVEventRepository::objectFromResultSet(const FMResult
             }
         }
     }
-    if (content.empty()) {
-        event->set_content(std::nullopt);
-    } else {
-        event->set_content(std::move(content));
-    }
+    ZAVSetContent(*event, std::move(content));
     return event;
 }
 

@@ -10,6 +10,7 @@
 #include <ZAVEventRepository/NSInternalInconsistencyException.h>
 
 #include "Private/Database/Internal/ZAVStatements.h"
+#include "Private/Model/Repositories/Internal/ZAVKeyedValueFromRow.h"
 #include "Private/Model/Repositories/Internal/ZAVStatementText.h"
 
 namespace zav {
@@ -81,15 +82,14 @@ private:
     FMRowChange change_{};
 };
 
-/// The value on the current row: bytes as bytes, and whatever else as the text that it reads as.
-ZAVDictionaryValue valueOf(const FMResultSet& row) {
-    if (row.boolForColumnIndex(2)) {
-        return row.dataForColumnIndex(1).value_or(ZAVData());
-    }
-    return row.stringForColumnIndex(1).value_or(std::string());
-}
-
 }  // namespace
+
+ZAVDictionaryValue ZAVKeyedValueFromRow(const FMResultSet& row, int valueColumn) {
+    if (row.boolForColumnIndex(valueColumn + 1)) {
+        return row.dataForColumnIndex(valueColumn).value_or(ZAVData());
+    }
+    return row.stringForColumnIndex(valueColumn).value_or(std::string());
+}
 
 std::optional<ZAVKeyedValues> ZAVKeyedValueRepository::keyedValuesInContext(
     const ZAVKeyedValuesContext& context, ZAVError* error) const {
@@ -101,7 +101,7 @@ std::optional<ZAVKeyedValues> ZAVKeyedValueRepository::keyedValuesInContext(
     ZAVDictionary dictionary;
     ZAVError stepError;
     while (rows->nextWithError(&stepError)) {
-        dictionary.set(rows->stringForColumnIndex(0).value_or(std::string()), valueOf(*rows));
+        dictionary.set(rows->stringForColumnIndex(0).value_or(std::string()), ZAVKeyedValueFromRow(*rows, 1));
     }
     if (stepError) {
         ZAVStoreError(error, stepError);
@@ -133,7 +133,7 @@ bool ZAVKeyedValueRepository::setKeyedValuesWithDictionary(const ZAVDictionary& 
             if (value == nullptr) {
                 obsoleteKeys.push_back(std::move(key));
             } else if (rows->boolForColumnIndex(4) && rows->dateForColumnIndex(3) == timestamp &&
-                       valueOf(*rows) == *value) {
+                       ZAVKeyedValueFromRow(*rows, 1) == *value) {
                 unstored.remove(key);
             }
         }

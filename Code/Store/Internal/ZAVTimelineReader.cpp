@@ -1,0 +1,320 @@
+#include "Store/Internal/ZAVTimelineReader.h"
+
+#include <algorithm>
+#include <iterator>
+#include <limits>
+#include <utility>
+
+#include <ZAVEventRepository/ZAVEventMapperColumns.h>
+
+#include "Private/Database/Internal/ZAVStatements.h"
+#include "Private/Model/Repositories/Internal/ZAVEventsWithContent.h"
+#include "Store/Internal/ZAVStoreErrors.h"
+
+namespace zav {
+namespace {
+
+constexpr std::int64_t least = std::numeric_limits<std::int64_t>::min();
+constexpr std::int64_t greatest = std::numeric_limits<std::int64_t>::max();
+constexpr ZAVTimelinePlace beginning{false, least, 0};
+constexpr ZAVTimelinePlace end{true, greatest, greatest};
+
+// ?1 is the stream, ?2 the types. A sequence that is not a whole number, as only a file that others wrote has
+// one, names no place that one could go on from.
+constexpr ZAVStatementText asked(
+    " AND typeof(events.seq) = 'integer' AND (?2 = -1 OR (?2 < 0 AND events.type < 0) OR"
+    " (events.type >= 0 AND (?2 >> events.type) & 1))");
+constexpr ZAVStatementText askedWaiting(
+    " AND (?2 = -1 OR (?2 < 0 AND events.type < 0) OR (events.type >= 0 AND (?2 >> events.type) & 1))");
+
+constexpr ZAVStatementText sequenced(" WHERE events.stream_database_identifier = ?1");
+constexpr ZAVStatementText waiting(" WHERE events.stream_database_identifier = ?1 AND events.seq IS NULL");
+constexpr ZAVStatementText placeOfWaiting(
+    "(CAST(IFNULL(events.client_seq, 0) AS INTEGER), events.database_identifier)");
+constexpr ZAVStatementText waitingOrder(
+    " ORDER BY CAST(IFNULL(events.client_seq, 0) AS INTEGER), events.database_identifier");
+constexpr ZAVStatementText waitingOrderBackwards(
+    " ORDER BY CAST(IFNULL(events.client_seq, 0) AS INTEGER) DESC, events.database_identifier DESC");
+
+constexpr auto events = projections::event + projections::eventSource;
+constexpr auto earlierSequenced =
+    events + sequenced + " AND events.seq < ?3" + asked + " ORDER BY events.seq DESC LIMIT ?4";
+constexpr auto laterSequenced =
+    events + sequenced + " AND events.seq > ?3" + asked + " ORDER BY events.seq LIMIT ?4";
+constexpr auto earlierWaiting = events + waiting + askedWaiting + " AND " + placeOfWaiting + " < (?3, ?4)" +
+                                waitingOrderBackwards + " LIMIT ?5";
+constexpr auto laterWaiting =
+    events + waiting + askedWaiting + " AND " + placeOfWaiting + " > (?3, ?4)" + waitingOrder + " LIMIT ?5";
+
+constexpr auto sequencedBetween =
+    events + sequenced + " AND events.seq BETWEEN ?3 AND ?4" + asked + " ORDER BY events.seq";
+constexpr auto waitingBetween = events + waiting + askedWaiting + " AND " + placeOfWaiting +
+                                " >= (?3, ?4) AND " + placeOfWaiting + " <= (?5, ?6)" + waitingOrder;
+
+// What belongs to the events of a page is asked for by the two places where they begin and end.
+constexpr ZAVStatementText rows("SELECT events.database_identifier FROM events");
+constexpr auto sequencedRows = rows + sequenced + " AND events.seq BETWEEN ?3 AND ?4" + asked;
+constexpr auto waitingRows = rows + waiting + askedWaiting + " AND " + placeOfWaiting + " >= (?3, ?4) AND " +
+                             placeOfWaiting + " <= (?5, ?6)";
+constexpr auto contentOfSequenced = projections::selectContentOf(sequencedRows);
+constexpr auto metadataOfSequenced = projections::selectMetadataOf(sequencedRows);
+constexpr auto contentOfWaiting = projections::selectContentOf(waitingRows);
+constexpr auto metadataOfWaiting = projections::selectMetadataOf(waitingRows);
+
+// The stored sequences from the event before ?3 to ?4, and behind that when no event follows, with the
+// sequence that the stream has come to where the last one is read.
+constexpr auto storedSequences =
+    ZAVStatementText(
+        "SELECT events.seq, events.seq = (SELECT MAX(seq) FROM events WHERE stream_database_identifier = ?1"
+        " AND seq <= 9223372036854775807), (SELECT seq FROM streams WHERE database_identifier = ?1)"
+        " FROM events WHERE events.stream_database_identifier = ?1 AND events.seq >= IFNULL((SELECT events.seq"
+        " FROM events") +
+    sequenced + " AND events.seq < ?3" + asked +
+    " ORDER BY events.seq DESC LIMIT 1), ?3) AND events.seq <= CASE WHEN EXISTS (SELECT 1 FROM events" +
+    sequenced + " AND events.seq > ?4" + asked + ") THEN ?4 ELSE 9223372036854775807 END ORDER BY events.seq";
+
+/// How many rows to ask for, so that one more than wanted tells whether there are further ones.
+std::int64_t oneMoreThan(std::size_t count) noexcept {
+    return static_cast<std::int64_t>(std::min<std::size_t>(count, std::numeric_limits<std::int32_t>::max())) +
+           1;
+}
+
+}  // namespace
+
+std::optional<ZAVTimelinePage> ZAVTimelineReader::latest(std::size_t count, ZAVError* error) const {
+    auto found = earlier(end, count, error);
+    if (!found) {
+        return std::nullopt;
+    }
+    const bool hasEarlier = cut(*found, count);
+    std::reverse(found->begin(), found->end());
+    return pageOf(*found, hasEarlier, false, error);
+}
+
+std::optional<ZAVTimelinePage> ZAVTimelineReader::before(const ZAVTimelineCursor& cursor, std::size_t count,
+                                                         ZAVError* error) const {
+    const auto place = placeOf(cursor, error);
+    auto found = place ? earlier(*place, count, error) : std::nullopt;
+    if (!found) {
+        return std::nullopt;
+    }
+    const bool hasEarlier = cut(*found, count);
+    std::reverse(found->begin(), found->end());
+    return pageOf(*found, hasEarlier, std::nullopt, error);
+}
+
+std::optional<ZAVTimelinePage> ZAVTimelineReader::after(const ZAVTimelineCursor& cursor, std::size_t count,
+                                                        ZAVError* error) const {
+    const auto place = placeOf(cursor, error);
+    auto found = place ? later(*place, count, error) : std::nullopt;
+    if (!found) {
+        return std::nullopt;
+    }
+    const bool hasLater = cut(*found, count);
+    return pageOf(*found, std::nullopt, hasLater, error);
+}
+
+std::optional<ZAVTimelinePage> ZAVTimelineReader::around(std::int64_t seq, std::size_t count,
+                                                         ZAVError* error) const {
+    auto ahead = earlier({false, seq, 0}, count, error);
+    auto behind = ahead ? later({false, seq - 1, 0}, count, error) : std::nullopt;
+    if (!behind) {
+        return std::nullopt;
+    }
+    const std::size_t wantedAhead = std::max(count / 2, count - std::min(count, behind->size()));
+    const bool hasEarlier = cut(*ahead, wantedAhead);
+    const bool hasLater = cut(*behind, count - ahead->size());
+    Row found(std::make_move_iterator(ahead->rbegin()), std::make_move_iterator(ahead->rend()));
+    std::move(behind->begin(), behind->end(), std::back_inserter(found));
+    return pageOf(found, hasEarlier, hasLater, error);
+}
+
+std::optional<ZAVTimelinePage> ZAVTimelineReader::between(const std::optional<ZAVTimelineCursor>& first,
+                                                          const std::optional<ZAVTimelineCursor>& last,
+                                                          ZAVError* error) const {
+    const auto from = first ? placeOf(*first, error) : beginning;
+    const auto to = !from ? std::nullopt : last ? placeOf(*last, error) : end;
+    if (!to) {
+        return std::nullopt;
+    }
+    Row found;
+    if (!from->isWaiting && !append(found, error, sequencedBetween, stream_, types_, from->number,
+                                    to->isWaiting ? greatest : to->number)) {
+        return std::nullopt;
+    }
+    const Place fromWaiting = from->isWaiting ? *from : Place{true, least, least};
+    if (to->isWaiting && !append(found, error, waitingBetween, stream_, types_, fromWaiting.number,
+                                 fromWaiting.event, to->number, to->event)) {
+        return std::nullopt;
+    }
+    return pageOf(found, std::nullopt, std::nullopt, error);
+}
+
+/// Where a cursor stands now: an event that waited when it was made may have got its sequence.
+std::optional<ZAVTimelinePlace> ZAVTimelineReader::placeOf(const ZAVTimelineCursor& cursor,
+                                                           ZAVError* error) const {
+    if (cursor.stream() != stream_) {
+        ZAVStoreError(error, ZAVErrorOfStore(ZAVEventStoreErrorBadCursor,
+                                             "the cursor " + cursor.text() + " is of another stream"));
+        return std::nullopt;
+    }
+    if (!cursor.waitingEvent()) {
+        return Place{false, *cursor.seq(), 0};
+    }
+    ZAVError failure;
+    auto row = runQuery(repositories_.events.database(), &failure,
+                        "SELECT seq, client_seq FROM events"
+                        " WHERE database_identifier = ? AND stream_database_identifier = ?",
+                        *cursor.waitingEvent(), stream_);
+    const bool isThere = row && row->nextWithError(&failure);
+    if (failure) {
+        ZAVStoreError(error, failure);
+        return std::nullopt;
+    }
+    if (isThere && !row->columnIndexIsNull(0)) {
+        return Place{false, row->longLongIntForColumnIndex(0), 0};
+    }
+    return Place{true, isThere ? row->longLongIntForColumnIndex(1) : cursor.clientSeq(),
+                 *cursor.waitingEvent()};
+}
+
+/// The events before a place, the nearest first, and one more than wanted if there is one.
+std::optional<ZAVTimelineReader::Row> ZAVTimelineReader::earlier(const Place& place, std::size_t count,
+                                                                 ZAVError* error) const {
+    Row found;
+    const std::int64_t limit = oneMoreThan(count);
+    if (place.isWaiting &&
+        !append(found, error, earlierWaiting, stream_, types_, place.number, place.event, limit)) {
+        return std::nullopt;
+    }
+    const auto rest = limit - static_cast<std::int64_t>(found.size());
+    if (rest > 0 && !append(found, error, earlierSequenced, stream_, types_,
+                            place.isWaiting ? greatest : place.number, rest)) {
+        return std::nullopt;
+    }
+    return found;
+}
+
+/// The events behind a place, the nearest first, and one more than wanted if there is one.
+std::optional<ZAVTimelineReader::Row> ZAVTimelineReader::later(const Place& place, std::size_t count,
+                                                               ZAVError* error) const {
+    Row found;
+    const std::int64_t limit = oneMoreThan(count);
+    if (!place.isWaiting && !append(found, error, laterSequenced, stream_, types_, place.number, limit)) {
+        return std::nullopt;
+    }
+    const auto rest = limit - static_cast<std::int64_t>(found.size());
+    const Place from = place.isWaiting ? place : Place{true, least, least};
+    if (rest > 0 && !append(found, error, laterWaiting, stream_, types_, from.number, from.event, rest)) {
+        return std::nullopt;
+    }
+    return found;
+}
+
+template <class... Values>
+bool ZAVTimelineReader::append(Row& found, ZAVError* error, ZAVSQL statement, const Values&... values) const {
+    ZAVError failure;
+    auto rows = runQuery(repositories_.events.database(), &failure, statement, values...);
+    while (rows && rows->nextWithError(&failure)) {
+        auto event = ZAVBareEventFromRow(*rows);
+        const Place place =
+            rows->columnIndexIsNull(ZAVEventMapperColumnEventSeq)
+                ? Place{true, rows->longLongIntForColumnIndex(ZAVEventMapperColumnClientSeq),
+                        event->databaseIdentifier()}
+                : Place{false, rows->longLongIntForColumnIndex(ZAVEventMapperColumnEventSeq), 0};
+        found.push_back({std::move(event), place});
+    }
+    if (failure) {
+        ZAVStoreError(error, failure);
+    }
+    return !failure;
+}
+
+/// Cuts what is more than wanted, and answers whether there was more.
+bool ZAVTimelineReader::cut(Row& found, std::size_t count) {
+    const bool isMore = found.size() > count;
+    found.resize(std::min(found.size(), count));
+    return isMore;
+}
+
+std::optional<ZAVTimelinePage> ZAVTimelineReader::pageOf(const Row& found, std::optional<bool> hasEarlier,
+                                                         std::optional<bool> hasLater,
+                                                         ZAVError* error) const {
+    // Around an empty page there is nothing but on the side that was not looked at.
+    const auto isThere = [](const std::optional<Row>& row) {
+        return row ? std::optional(!row->empty()) : std::nullopt;
+    };
+    if (!hasEarlier) {
+        hasEarlier = isThere(earlier(found.empty() ? end : found.front().place, 0, error));
+    }
+    if (hasEarlier && !hasLater) {
+        hasLater = isThere(later(found.empty() ? beginning : found.back().place, 0, error));
+    }
+    if (!hasEarlier || !hasLater) {
+        return std::nullopt;
+    }
+    ZAVTimelinePage page;
+    page.hasEarlier = *hasEarlier;
+    page.hasLater = *hasLater;
+    for (const auto& [event, place] : found) {
+        page.events.push_back(event);
+        page.cursors.push_back(place.isWaiting
+                                   ? ZAVTimelineCursor::atWaiting(stream_, place.number, place.event)
+                                   : ZAVTimelineCursor::atSequence(stream_, place.number));
+    }
+    if (!readContent(found, page.events, error) || !readGaps(found, page.missing, error)) {
+        return std::nullopt;
+    }
+    return page;
+}
+
+bool ZAVTimelineReader::readContent(const Row& found, const Events& all, ZAVError* error) const {
+    const auto firstWaiting =
+        std::find_if(found.begin(), found.end(), [](const Found& one) { return one.place.isWaiting; });
+    const auto split = all.begin() + (firstWaiting - found.begin());
+    if (firstWaiting != found.begin() &&
+        !ZAVReadContentAndMetadata(repositories_.events, Events(all.begin(), split), contentOfSequenced,
+                                   metadataOfSequenced, error, stream_, types_, found.front().place.number,
+                                   std::prev(firstWaiting)->place.number)) {
+        return false;
+    }
+    if (firstWaiting == found.end()) {
+        return true;
+    }
+    const Place& first = firstWaiting->place;
+    const Place& last = found.back().place;
+    return ZAVReadContentAndMetadata(repositories_.events, Events(split, all.end()), contentOfWaiting,
+                                     metadataOfWaiting, error, stream_, types_, first.number, first.event,
+                                     last.number, last.event);
+}
+
+bool ZAVTimelineReader::readGaps(const Row& found, std::vector<ZAVSequenceGap>& gaps, ZAVError* error) const {
+    const auto lastSequenced =
+        std::find_if(found.rbegin(), found.rend(), [](const Found& one) { return !one.place.isWaiting; });
+    if (lastSequenced == found.rend()) {
+        return true;
+    }
+    ZAVError failure;
+    auto rows = runQuery(repositories_.events.database(), &failure, storedSequences, stream_, types_,
+                         found.front().place.number, lastSequenced->place.number);
+    std::optional<std::int64_t> next;
+    const auto addGap = [&](std::int64_t present) {
+        if (next && *next < present) {
+            gaps.push_back({static_cast<ZAVSequence>(*next), static_cast<ZAVSequence>(present - 1)});
+        }
+    };
+    while (rows && rows->nextWithError(&failure)) {
+        const std::int64_t seq = rows->longLongIntForColumnIndex(0);
+        addGap(seq);
+        next = seq + 1;
+        if (rows->boolForColumnIndex(1)) {
+            addGap(rows->longLongIntForColumnIndex(2) + 1);
+        }
+    }
+    if (failure) {
+        ZAVStoreError(error, failure);
+    }
+    return !failure;
+}
+
+}  // namespace zav

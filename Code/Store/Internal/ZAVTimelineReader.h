@@ -1,0 +1,76 @@
+#pragma once
+
+#include <compare>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include <ZAVEventRepository/ZAVRepositories.h>
+#include <ZAVEventRepository/ZAVTimeline.h>
+
+#include "Private/Database/Internal/ZAVSQL.h"
+
+namespace zav {
+
+/// A place in a timeline: behind those with a sequence, in its order, come those without.
+struct ZAVTimelinePlace {
+    bool isWaiting = false;
+    std::int64_t number = 0;          ///< the sequence; of an event that waits its `client_seq`
+    ZAVDatabaseIdentifier event = 0;  ///< of an event that waits; 0 otherwise
+
+    friend auto operator<=>(const ZAVTimelinePlace&, const ZAVTimelinePlace&) = default;
+};
+
+/// Reads pages of one stream, on the handle and at the moment of a work.
+class ZAVTimelineReader {
+public:
+    /// @param types as bits; a negative number also asks for types that are none of its bits.
+    ZAVTimelineReader(const ZAVRepositories& repositories, ZAVDatabaseIdentifier stream,
+                      std::int64_t types) noexcept
+        : repositories_(repositories), stream_(stream), types_(types) {}
+
+    // None on failure, with the reason in `error`.
+    [[nodiscard]] std::optional<ZAVTimelinePage> latest(std::size_t count, ZAVError* error) const;
+    [[nodiscard]] std::optional<ZAVTimelinePage> before(const ZAVTimelineCursor& cursor, std::size_t count,
+                                                        ZAVError* error) const;
+    [[nodiscard]] std::optional<ZAVTimelinePage> after(const ZAVTimelineCursor& cursor, std::size_t count,
+                                                       ZAVError* error) const;
+    [[nodiscard]] std::optional<ZAVTimelinePage> around(std::int64_t seq, std::size_t count,
+                                                        ZAVError* error) const;
+    [[nodiscard]] std::optional<ZAVTimelinePage> between(const std::optional<ZAVTimelineCursor>& first,
+                                                         const std::optional<ZAVTimelineCursor>& last,
+                                                         ZAVError* error) const;
+
+private:
+    using Place = ZAVTimelinePlace;
+    using Events = std::vector<std::shared_ptr<ZAVEvent>>;
+
+    /// An event without its content, and where it stands.
+    struct Found {
+        std::shared_ptr<ZAVEvent> event;
+        Place place;
+    };
+    using Row = std::vector<Found>;
+
+    [[nodiscard]] std::optional<Place> placeOf(const ZAVTimelineCursor& cursor, ZAVError* error) const;
+    [[nodiscard]] std::optional<Row> earlier(const Place& place, std::size_t count, ZAVError* error) const;
+    [[nodiscard]] std::optional<Row> later(const Place& place, std::size_t count, ZAVError* error) const;
+    template <class... Values>
+    bool append(Row& found, ZAVError* error, ZAVSQL statement, const Values&... values) const;
+    static bool cut(Row& found, std::size_t count);
+
+    /// @param hasEarlier whether there are events before these; none to have it looked up.
+    /// @param hasLater whether there are events behind these; none to have it looked up.
+    [[nodiscard]] std::optional<ZAVTimelinePage> pageOf(const Row& found, std::optional<bool> hasEarlier,
+                                                        std::optional<bool> hasLater, ZAVError* error) const;
+    bool readContent(const Row& found, const Events& all, ZAVError* error) const;
+    bool readGaps(const Row& found, std::vector<ZAVSequenceGap>& gaps, ZAVError* error) const;
+
+    const ZAVRepositories& repositories_;
+    ZAVDatabaseIdentifier stream_;
+    std::int64_t types_;
+};
+
+}  // namespace zav
