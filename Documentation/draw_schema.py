@@ -14,14 +14,16 @@ PICTURE = HERE / "schema.svg"
 
 # Where each table stands: column and row of a grid.
 PLACES = {
-    "conversations": (0, 0), "streams": (1, 0), "synced_changes": (2, 0),
-    "conversation_participants": (0, 1), "events": (1, 1), "event_content_parts": (2, 1),
-    "messages": (0, 2), "keyed_values_remote": (1, 2), "keyed_values_local": (2, 2),
+    "conversations": (0, 0), "streams": (1, 0), "stream_recency": (2, 0),
+    "conversation_participants": (0, 1), "events": (1, 1), "synced_changes": (2, 1),
+    "messages": (0, 2), "keyed_values_remote": (1, 2), "event_content_parts": (2, 2),
+    "keyed_values_local": (0, 3),
 }
 # What refers to what. The tables declare no foreign keys: rows may outlive what they refer to.
 REFERENCES = [
     ("conversations", "streams", "stream_id"),
     ("events", "streams", "stream_database_identifier"),
+    ("stream_recency", "streams", "stream_database_identifier"),
     ("synced_changes", "events", "row_identifier"),
     ("event_content_parts", "events", "event_database_identifier"),
     ("conversation_participants", "conversations", "conversation_database_identifier"),

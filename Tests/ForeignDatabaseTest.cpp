@@ -37,7 +37,8 @@ const std::vector<std::pair<std::string, std::string>> tables{
     {"conversation_participants", "database_identifier, conversation_database_identifier, member_id, seq"},
     {"messages", "database_identifier, event_database_identifier, seq"},
     {"keyed_values_local", "object_database_identifier, object_type, key_type, key, value, timestamp"},
-    {"keyed_values_remote", "object_database_identifier, object_type, key_type, key, value, timestamp"}};
+    {"keyed_values_remote", "object_database_identifier, object_type, key_type, key, value, timestamp"},
+    {"stream_recency", "stream_database_identifier, timestamp"}};
 
 /// A database of the library's version that something else made: the tables have their columns, but no types,
 /// keys or constraints, so that each column can hold anything.

@@ -55,7 +55,7 @@ TEST_F(Schema, IsMadeInANewFile) {
                      "SELECT group_concat(name) FROM (SELECT name FROM sqlite_master "
                      "WHERE type = 'table' AND name NOT LIKE 'sqlite%' ORDER BY name)"),
               "conversation_participants,conversations,event_content_parts,events,keyed_values_local,"
-              "keyed_values_remote,messages,streams,synced_changes");
+              "keyed_values_remote,messages,stream_recency,streams,synced_changes");
     EXPECT_GE(ZAVDatabaseSchema::currentVersion(), 1);
     EXPECT_EQ(ZAVDatabaseSchema::versionOfDatabase(*database), ZAVDatabaseSchema::currentVersion());
     EXPECT_FALSE(database->inTransaction());
@@ -85,7 +85,8 @@ TEST_F(Schema, OfTheFirstVersionIsBroughtUpToDateWithWhatItHolds) {
     run(*openHandle(path_),
         "INSERT INTO event_content_parts (event_content_part_id, event_database_identifier, size,"
         " transfer_status, file_path) VALUES (0, 1, 70, 4, 'a'), (1, 1, 30, 0, 'b'), (2, 1, 5, 3, 'c');"
-        "DROP INDEX event_content_parts_by_disk_use; DROP INDEX events_by_deleted_seq; PRAGMA user_version=1");
+        "DROP INDEX event_content_parts_by_disk_use; DROP INDEX events_by_deleted_seq;"
+        "DROP TABLE stream_recency; PRAGMA user_version=1");
     ZAVError error;
     EXPECT_EQ(ZAVDatabaseSchema::openCurrentDatabase(path_, {}, &error), nullptr);
     EXPECT_EQ(error.code(), ZAVDatabaseErrorOlderSchema) << error.description();

@@ -52,14 +52,14 @@ std::optional<std::size_t> ZAVEventStore::deleteEvents(std::span<const ZAVDataba
                                                        ZAVError* error) {
     std::size_t count = 0;
     ZAVError failure;
-    const auto remove = [&](const ZAVRepositories& repositories) {
-        const FMDatabase& database = repositories.events.database();
+    const auto remove = [&](const ZAVRepositories&) {
         const ZAVEventRemover remover(core_->handleOfWork());
         for (const ZAVDatabaseIdentifier row : rows) {
-            if (!remover.remove(row, &failure)) {
+            const auto wasThere = remover.remove(row, &failure);
+            if (!wasThere) {
                 return false;
             }
-            count += database.changes() != 0 ? 1 : 0;
+            count += *wasThere ? 1 : 0;
         }
         return true;
     };

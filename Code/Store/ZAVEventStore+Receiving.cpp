@@ -81,7 +81,8 @@ std::optional<ZAVReceivedEvent> ZAVEventStore::recordPosted(const ZAVUUID& strea
             posted.set_server_timestamp(serverTimestamp);
             const ZAVReceiveOptions options;
             ZAVReceiver receiver(core_->handleOfWork(), core_->owner(), options);
-            return receiver.begin(streamUUID, &failure) && receiver.recordPosted(posted, answer, &failure);
+            return receiver.begin(streamUUID, &failure) && receiver.recordPosted(posted, answer, &failure) &&
+                   receiver.finish(&failure);
         },
         &failure);
     if (!succeeded) {

@@ -92,6 +92,7 @@ constexpr std::pair<const char*, const char*> tablesAndKeys[] = {
     {"messages", "database_identifier"},
     {"keyed_values_local", "object_database_identifier, object_type, key_type, key"},
     {"keyed_values_remote", "object_database_identifier, object_type, key_type, key"},
+    {"stream_recency", "stream_database_identifier"},
 };
 
 }  // namespace

@@ -104,7 +104,9 @@ void fillStore(const std::shared_ptr<FMDatabase>& database) {
             "INSERT INTO conversation_participants (conversation_database_identifier, member_id, seq) "
             "VALUES (1, 'member-0', 1), (1, 'member-1', 2);"
             "INSERT INTO messages (event_database_identifier, seq) SELECT database_identifier, seq FROM "
-            "events WHERE database_identifier <= 20"),
+            "events WHERE database_identifier <= 20;"
+            "INSERT INTO stream_recency (stream_database_identifier, timestamp) SELECT database_identifier, "
+            "1700000000000 FROM streams"),
         *database, {});
     require(transaction->commit(&error), *database, error);
 }
@@ -113,7 +115,8 @@ std::vector<std::string> rowsOfAllTables(FMDatabase& database) {
     std::vector<std::string> rows;
     for (const std::string table :
          {"streams", "events", "event_content_parts", "synced_changes", "conversations",
-          "conversation_participants", "messages", "keyed_values_local", "keyed_values_remote"}) {
+          "conversation_participants", "messages", "keyed_values_local", "keyed_values_remote",
+          "stream_recency"}) {
         for (const std::string& row : rowsOf(database, "SELECT * FROM " + table)) {
             rows.push_back(table + ": " + row);
         }

@@ -5,7 +5,7 @@
 namespace zav::test {
 
 /// The version of the schema, which a new migration raises.
-inline constexpr int schemaVersion = 3;
+inline constexpr int schemaVersion = 4;
 
 /// The same as text.
 inline const std::string schemaVersionText = std::to_string(schemaVersion);

@@ -7,6 +7,7 @@
 
 #include "Private/Database/Internal/ZAVStatements.h"
 #include "Store/Internal/ZAVContentParts.h"
+#include "Store/Internal/ZAVStreamRecency.h"
 
 namespace zav {
 namespace {
@@ -52,14 +53,27 @@ bool ZAVEventRemover::removeBelongings(ZAVDatabaseIdentifier event, ZAVError* er
            runAll(repositories_.events.database(), removals, event, error);
 }
 
-bool ZAVEventRemover::remove(ZAVDatabaseIdentifier event, ZAVError* error) const {
+std::optional<bool> ZAVEventRemover::remove(ZAVDatabaseIdentifier event, ZAVError* error) const {
+    ZAVError failure;
+    const auto stream =
+        readNumber(repositories_.events.database(), &failure,
+                   "SELECT stream_database_identifier FROM events WHERE database_identifier = ?", event);
+    if (failure) {
+        ZAVStoreError(error, failure);
+        return std::nullopt;
+    }
     ZAVSet<ZAVEvent> events;
     events.insert(std::make_shared<ZAVEvent>(event, ZAVDatabaseIdentifierNotSet));
-    return removeBelongings(event, error) && repositories_.events.deleteEvents(events, error);
+    if (!removeBelongings(event, error) || !repositories_.events.deleteEvents(events, error)) {
+        return std::nullopt;
+    }
+    const bool wasThere = repositories_.events.database().changes() != 0;
+    return !stream || ZAVStreamRecency(repositories_).update(*stream, error) ? std::optional(wasThere)
+                                                                             : std::nullopt;
 }
 
 bool ZAVEventRemover::removeStream(ZAVDatabaseIdentifier stream, ZAVError* error) const {
-    static constexpr std::array<ZAVSQL, 9> removals{
+    static constexpr std::array<ZAVSQL, 10> removals{
         "DELETE FROM event_content_parts WHERE event_database_identifier IN"
         " (SELECT database_identifier FROM events WHERE stream_database_identifier = ?)",
         "DELETE FROM keyed_values_local WHERE object_type = 'event' AND object_database_identifier IN"
@@ -73,6 +87,7 @@ bool ZAVEventRemover::removeStream(ZAVDatabaseIdentifier stream, ZAVError* error
         "DELETE FROM events WHERE stream_database_identifier = ?",
         "DELETE FROM keyed_values_local WHERE object_database_identifier = ? AND object_type = 'stream'",
         "DELETE FROM keyed_values_remote WHERE object_database_identifier = ? AND object_type = 'stream'",
+        "DELETE FROM stream_recency WHERE stream_database_identifier = ?",
         "DELETE FROM streams WHERE database_identifier = ?"};
     return noteFiles(
                "SELECT parts.file_path, parts.event_database_identifier, parts.event_content_part_id"

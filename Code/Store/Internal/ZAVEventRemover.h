@@ -1,5 +1,7 @@
 #pragma once
 
+#include <optional>
+
 #include <ZAVEventRepository/ZAVError.h>
 #include <ZAVEventRepository/ZAVRepositories.h>
 
@@ -19,7 +21,8 @@ public:
     bool removeBelongings(ZAVDatabaseIdentifier event, ZAVError* error) const;
 
     /// An event with all that belongs to it.
-    bool remove(ZAVDatabaseIdentifier event, ZAVError* error) const;
+    /// @return whether it was there; none on failure, with the reason in `error`.
+    std::optional<bool> remove(ZAVDatabaseIdentifier event, ZAVError* error) const;
 
     /// A stream with its events and all that belongs to them.
     bool removeStream(ZAVDatabaseIdentifier stream, ZAVError* error) const;

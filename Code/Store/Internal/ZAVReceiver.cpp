@@ -8,6 +8,7 @@
 #include "Private/Database/Internal/ZAVStatements.h"
 #include "Private/Model/Repositories/Internal/ZAVEventMetadata.h"
 #include "Store/Internal/ZAVEventChecks.h"
+#include "Store/Internal/ZAVStreamRecency.h"
 
 namespace zav {
 namespace {
@@ -185,6 +186,7 @@ bool ZAVReceiver::bringUpToDate(ZAVEvent& event, bool& isChanged, ZAVError* erro
     isChanged = !*isUpToDate;
     if (isChanged) {
         prepareParts(event);  // for parts that are not stored yet
+        changesStored_ = true;
         if (!persist(event, error)) {
             return false;
         }
@@ -219,6 +221,7 @@ bool ZAVReceiver::renewURLs(const ZAVEvent& event, bool& isChanged, ZAVError* er
 /// The row that waits becomes the one at the event's sequence.
 bool ZAVReceiver::assignSequence(ZAVEvent& event, ZAVDatabaseIdentifier row, ZAVError* error) {
     event.setDatabaseIdentifier(row);
+    changesStored_ = true;
     if (repositories_.events.updateObject(event)) {
         return true;
     }
@@ -361,10 +364,12 @@ bool ZAVReceiver::recordPosted(ZAVEvent& event, ZAVReceivedEvent& answer, ZAVErr
 }
 
 bool ZAVReceiver::finish(ZAVError* error) {
-    return !options_.advancesStream || !greatestSeq_ ||
-           runUpdate(repositories_.events.database(), error,
-                     "UPDATE streams SET seq = ? WHERE database_identifier = ? AND (seq IS NULL OR seq < ?)",
-                     *greatestSeq_, stream_, *greatestSeq_);
+    const bool advances = options_.advancesStream && greatestSeq_;
+    return (!advances ||
+            runUpdate(repositories_.events.database(), error,
+                      "UPDATE streams SET seq = ? WHERE database_identifier = ? AND (seq IS NULL OR seq < ?)",
+                      *greatestSeq_, stream_, *greatestSeq_)) &&
+           (!changesStored_ || ZAVStreamRecency(repositories_).update(stream_, error));
 }
 
 }  // namespace zav

@@ -64,6 +64,7 @@ private:
     ZAVUUID streamUUID_;
     ZAVDatabaseIdentifier stream_ = ZAVDatabaseIdentifierNotSet;
     std::optional<ZAVSequence> greatestSeq_;
+    bool changesStored_ = false;  ///< whether an event of an older row was changed
 };
 
 }  // namespace zav

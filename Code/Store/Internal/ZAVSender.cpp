@@ -16,6 +16,7 @@
 #include "Store/Internal/ZAVContentDirectory.h"
 #include "Store/Internal/ZAVContentFailure.h"
 #include "Store/Internal/ZAVEventChecks.h"
+#include "Store/Internal/ZAVStreamRecency.h"
 
 namespace zav {
 namespace {
@@ -232,6 +233,7 @@ std::optional<ZAVDatabaseIdentifier> ZAVSender::nameStream(ZAVDatabaseIdentifier
     FMDatabase& database = repositories_.events.database();
     const auto here = countOfSent(stream, error);
     const auto there = here ? countOfSent(registered, error) : std::nullopt;
+    const ZAVStreamRecency recency(repositories_);
     // What was sent offline follows what was sent into the stream that it turns out to be.
     const bool succeeded =
         there &&
@@ -245,7 +247,8 @@ std::optional<ZAVDatabaseIdentifier> ZAVSender::nameStream(ZAVDatabaseIdentifier
         runUpdate(database, error,
                   "DELETE FROM streams WHERE database_identifier = ? AND NOT EXISTS (SELECT 1 FROM events"
                   " WHERE stream_database_identifier = ?)",
-                  stream, stream);
+                  stream, stream) &&
+        recency.update(stream, error) && recency.update(registered, error);
     return succeeded ? std::optional(registered) : std::nullopt;
 }
 
