@@ -113,10 +113,9 @@ void fillStore(const std::shared_ptr<FMDatabase>& database) {
 
 std::vector<std::string> rowsOfAllTables(FMDatabase& database) {
     std::vector<std::string> rows;
-    for (const std::string table :
-         {"streams", "events", "event_content_parts", "synced_changes", "conversations",
-          "conversation_participants", "messages", "keyed_values_local", "keyed_values_remote",
-          "stream_recency"}) {
+    for (const std::string table : {"streams", "events", "event_content_parts", "synced_changes",
+                                    "conversations", "conversation_participants", "messages",
+                                    "keyed_values_local", "keyed_values_remote", "stream_recency"}) {
         for (const std::string& row : rowsOf(database, "SELECT * FROM " + table)) {
             rows.push_back(table + ": " + row);
         }
