@@ -230,6 +230,8 @@ public:
     bool close(QueuedWorks queued, ZAVError* error = nullptr);
 
 private:
+    friend class ZAVTimelineWindow;
+
     explicit ZAVEventStore(std::unique_ptr<ZAVStoreCore> core);
 
     std::unique_ptr<ZAVContentCache> content_;

@@ -91,10 +91,10 @@ public:
                 ZAVError* error = nullptr) const;
 
 private:
+    friend class ZAVTimelineWindow;
+
     template <class Read>
     [[nodiscard]] std::optional<ZAVTimelinePage> page(const Read& read, ZAVError* error) const;
-    [[nodiscard]] std::optional<ZAVDatabaseIdentifier> streamIn(const ZAVRepositories& repositories,
-                                                                ZAVError* error) const;
 
     ZAVEventStore& store_;
     std::optional<ZAVUUID> uuid_;

@@ -31,7 +31,8 @@ ZAVStoreCore::ZAVStoreCore(const std::shared_ptr<FMDatabase>& writing,
       databasePath_(sqlite3_db_filename(writing->connection().engine(), "main")),
       lookEvery_(options.lookForCommitsOfOthersEvery),
       deliveries_(std::make_shared<ZAVDeliveries>(options.executor)),
-      subscribers_(deliveries_),
+      windows_(std::make_shared<ZAVTimelineWindows>(*this, deliveries_)),
+      subscribers_(deliveries_, windows_),
       writing_(std::make_unique<ZAVStoreHandle>(writing)),
       dataVersion_(dataVersion(*writing_, nullptr).value_or(0)),
       reading_(databasePath_, readingOptions, options.readers),
@@ -48,7 +49,7 @@ auto ZAVStoreCore::inTurn(ZAVTurns::Ticket ticket, const Work& work) {
         const ZAVTurns::Turn turn(turns_, ticket);
         return work();
     }();
-    deliveries_->handOut();
+    handOut();
     return answer;
 }
 
@@ -76,6 +77,12 @@ void ZAVStoreCore::removeFiles(LeftOver leftOver, const InItsTurn& inItsTurn) no
     } catch (const std::exception&) {
         return;
     }
+}
+
+/// With no lock held, and no turn.
+void ZAVStoreCore::handOut() noexcept {
+    deliveries_->handOut();
+    windows_->lookAtNoted();
 }
 
 // On the calling thread
@@ -312,6 +319,29 @@ void ZAVStoreCore::writeLater(std::chrono::milliseconds delay, WritingWork work)
     }
 }
 
+bool ZAVStoreCore::runBeside(std::function<void()> function) noexcept {
+    try {
+        auto run = [function = std::move(function)](ZAVWorkControl&) {
+            function();
+            return ZAVWorkOutcome();
+        };
+        return enqueue(
+                   readers_, run, {}, {}, [] {}, nullptr)
+            .has_value();
+    } catch (const std::exception&) {
+        return false;
+    }
+}
+
+bool ZAVStoreCore::callAt(ZAVAlarms::Time time, std::function<void()> function) noexcept {
+    try {
+        alarms_.set(time, std::move(function));
+        return true;
+    } catch (const std::exception&) {
+        return false;
+    }
+}
+
 // Commits
 
 ZAVStoreSubscription ZAVStoreCore::subscribe(ZAVStoreObserver observer, ZAVError* error) {
@@ -326,6 +356,22 @@ ZAVStoreSubscription ZAVStoreCore::subscribe(ZAVStoreObserver observer, ZAVError
     ZAVStoreSubscription subscription(subscribers_.add(std::move(observer)));
     lookAgainLater();
     return subscription;
+}
+
+std::shared_ptr<ZAVTimelineWindows> ZAVStoreCore::showWindow(const std::shared_ptr<ZAVLiveTimeline>& timeline,
+                                                             std::chrono::milliseconds coalescing,
+                                                             ZAVError* error) {
+    const ZAVStoreGate::Passage passage(gate_);
+    if (!passage.isInside()) {
+        ZAVStoreError(error, ZAVErrorOfClosedStore());
+        return nullptr;
+    }
+    if (!hasExecutor("tell how a window changes", error)) {
+        return nullptr;
+    }
+    windows_->add(timeline, coalescing);
+    lookAgainLater();
+    return windows_;
 }
 
 /// Under the turn: has the handle's changes collected as long as anybody wants to be told.
@@ -421,6 +467,7 @@ bool ZAVStoreCore::close(QueuedWorks queued, ZAVError* error) {
     readers_.close();
     writers_.close();
     alarms_.close();
+    windows_->disconnect();
     reading_.close();  // before the last handle, which folds the log, and so must be one that can
     writing_.reset();
     return true;

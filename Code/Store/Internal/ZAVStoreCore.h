@@ -3,6 +3,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -20,6 +21,7 @@
 #include "Store/Internal/ZAVStoreHandle.h"
 #include "Store/Internal/ZAVStoreOwner.h"
 #include "Store/Internal/ZAVStoreSubscribers.h"
+#include "Store/Internal/ZAVTimelineWindows.h"
 #include "Store/Internal/ZAVTurns.h"
 #include "Store/Internal/ZAVWorkThreads.h"
 
@@ -52,11 +54,25 @@ public:
     [[nodiscard]] ZAVStoreSubscription subscribe(ZAVStoreObserver observer, ZAVError* error);
     [[nodiscard]] std::optional<bool> lookForCommitsOfOthers(ZAVError* error);
 
+    /// Has a window be read from now on, and told how it changes.
+    /// @return those of this store; null on failure, with the reason in `error`.
+    [[nodiscard]] std::shared_ptr<ZAVTimelineWindows> showWindow(
+        const std::shared_ptr<ZAVLiveTimeline>& timeline, std::chrono::milliseconds coalescing,
+        ZAVError* error);
+
     bool close(QueuedWorks queued, ZAVError* error);
 
     /// On a thread of the store, in its turn, after a while; nobody is told how it ends, or that it did not
     /// run, as when the store is closed before.
     void writeLater(std::chrono::milliseconds delay, WritingWork work) noexcept;
+
+    /// Calls a function soon, on a thread of the store that reads. It may call `read`, and must not throw.
+    /// @return whether it will be called: false when the store is closed, or gets no thread.
+    bool runBeside(std::function<void()> function) noexcept;
+
+    /// Calls a function, which must neither throw nor wait, at a time, unless the store is closed before.
+    /// @return whether there is a thread for it.
+    bool callAt(ZAVAlarms::Time time, std::function<void()> function) noexcept;
 
     [[nodiscard]] const std::string& databasePath() const noexcept { return databasePath_; }
 
@@ -98,6 +114,7 @@ private:
     template <class Work>
     [[nodiscard]] auto inTurn(ZAVTurns::Ticket ticket, const Work& work);
 
+    void handOut() noexcept;
     void watchChanges();
     void tellOfUnwatched(int changesBefore) noexcept;
     [[nodiscard]] std::optional<bool> lookInTurn(ZAVError* error);
@@ -108,6 +125,7 @@ private:
     const std::string databasePath_;
     const std::chrono::milliseconds lookEvery_;
     std::shared_ptr<ZAVDeliveries> deliveries_;
+    std::shared_ptr<ZAVTimelineWindows> windows_;
     ZAVStoreSubscribers subscribers_;
     ZAVStoreGate gate_;
     ZAVTurns turns_;

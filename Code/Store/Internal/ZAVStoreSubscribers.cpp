@@ -5,40 +5,6 @@
 
 namespace zav {
 
-void ZAVStoreSubscriber::tell(const ZAVStoreCommit& commit) {
-    /// Counts a call, which the observer must outlive.
-    class Call {
-    public:
-        explicit Call(ZAVStoreSubscriber& subscriber) noexcept : subscriber_(subscriber) {
-            ++subscriber.calls_;
-        }
-        ~Call() {
-            if (--subscriber_.calls_ == 0 && subscriber_.isOver_) {
-                subscriber_.observer_ = nullptr;
-            }
-        }
-        Call(const Call&) = delete;
-        Call& operator=(const Call&) = delete;
-
-    private:
-        ZAVStoreSubscriber& subscriber_;
-    };
-
-    const std::lock_guard lock(mutex_);
-    if (!isOver_) {
-        const Call call(*this);
-        observer_(commit);
-    }
-}
-
-void ZAVStoreSubscriber::end() noexcept {
-    const std::lock_guard lock(mutex_);
-    isOver_ = true;
-    if (calls_ == 0) {
-        observer_ = nullptr;
-    }
-}
-
 std::shared_ptr<ZAVStoreSubscriber> ZAVStoreSubscribers::add(ZAVStoreObserver observer) {
     auto subscriber = std::make_shared<ZAVStoreSubscriber>(std::move(observer));
     const std::lock_guard lock(mutex_);
@@ -49,7 +15,7 @@ std::shared_ptr<ZAVStoreSubscriber> ZAVStoreSubscribers::add(ZAVStoreObserver ob
 bool ZAVStoreSubscribers::areThere() noexcept {
     const std::lock_guard lock(mutex_);
     dropThoseWhoAreOver();
-    return !subscribers_.empty();
+    return !subscribers_.empty() || windows_->areThere();
 }
 
 /// The mutex must be held.
@@ -58,8 +24,13 @@ void ZAVStoreSubscribers::dropThoseWhoAreOver() noexcept {
 }
 
 void ZAVStoreSubscribers::tell(std::span<const FMRowChange> changes, bool isByOthers) noexcept {
+    windows_->note(changes);
     const std::lock_guard lock(mutex_);
     dropThoseWhoAreOver();
+    if (subscribers_.empty()) {
+        hasMissedOne_ = false;
+        return;
+    }
     try {
         auto commit = std::make_shared<ZAVStoreCommit>();
         if (!hasMissedOne_) {

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <memory>
 #include <mutex>
 #include <span>
@@ -10,38 +9,23 @@
 #include <ZAVEventRepository/ZAVStoreSubscription.h>
 
 #include "Store/Internal/ZAVDeliveries.h"
+#include "Store/Internal/ZAVObserverCalls.h"
+#include "Store/Internal/ZAVTimelineWindows.h"
 
 namespace zav {
 
 /// Somebody who is told of commits until it is ended.
-class ZAVStoreSubscriber {
+class ZAVStoreSubscriber : public ZAVObserverCalls<ZAVStoreCommit> {
 public:
-    explicit ZAVStoreSubscriber(ZAVStoreObserver observer) : observer_(std::move(observer)) {}
-    ~ZAVStoreSubscriber() = default;
-    ZAVStoreSubscriber(const ZAVStoreSubscriber&) = delete;
-    ZAVStoreSubscriber& operator=(const ZAVStoreSubscriber&) = delete;
-
-    /// Calls the observer, unless it is over.
-    void tell(const ZAVStoreCommit& commit);
-
-    /// No call begins any more. Waits for one that runs on another thread.
-    void end() noexcept;
-
-    [[nodiscard]] bool isOver() const noexcept { return isOver_.load(std::memory_order_relaxed); }
-
-private:
-    // Held during a call, which may end the subscription itself.
-    std::recursive_mutex mutex_;
-    ZAVStoreObserver observer_;
-    std::atomic<bool> isOver_{false};
-    int calls_ = 0;
+    using ZAVObserverCalls::ZAVObserverCalls;
 };
 
-/// Who is told of the commits of a store.
+/// Who is told of the commits of a store: its subscribers, and its windows.
 class ZAVStoreSubscribers {
 public:
-    explicit ZAVStoreSubscribers(std::shared_ptr<ZAVDeliveries> deliveries) noexcept
-        : deliveries_(std::move(deliveries)) {}
+    ZAVStoreSubscribers(std::shared_ptr<ZAVDeliveries> deliveries,
+                        std::shared_ptr<ZAVTimelineWindows> windows) noexcept
+        : deliveries_(std::move(deliveries)), windows_(std::move(windows)) {}
     ~ZAVStoreSubscribers() = default;
     ZAVStoreSubscribers(const ZAVStoreSubscribers&) = delete;
     ZAVStoreSubscribers& operator=(const ZAVStoreSubscribers&) = delete;
@@ -59,6 +43,7 @@ private:
     void dropThoseWhoAreOver() noexcept;
 
     std::shared_ptr<ZAVDeliveries> deliveries_;
+    std::shared_ptr<ZAVTimelineWindows> windows_;
     std::mutex mutex_;
     std::vector<std::shared_ptr<ZAVStoreSubscriber>> subscribers_;
     bool hasMissedOne_ = false;

@@ -17,7 +17,7 @@ namespace {
 constexpr std::int64_t least = std::numeric_limits<std::int64_t>::min();
 constexpr std::int64_t greatest = std::numeric_limits<std::int64_t>::max();
 constexpr ZAVTimelinePlace beginning{false, least, 0};
-constexpr ZAVTimelinePlace end{true, greatest, greatest};
+constexpr ZAVTimelinePlace end = ZAVTimelinePlace::end();
 
 // ?1 is the stream, ?2 the types. A sequence that is not a whole number, as only a file that others wrote has
 // one, names no place that one could go on from.
@@ -52,10 +52,10 @@ constexpr auto waitingBetween = events + waiting + askedWaiting + " AND " + plac
                                 " >= (?3, ?4) AND " + placeOfWaiting + " <= (?5, ?6)" + waitingOrder;
 
 // What belongs to the events of a page is asked for by the two places where they begin and end.
-constexpr ZAVStatementText rows("SELECT events.database_identifier FROM events");
-constexpr auto sequencedRows = rows + sequenced + " AND events.seq BETWEEN ?3 AND ?4" + asked;
-constexpr auto waitingRows = rows + waiting + askedWaiting + " AND " + placeOfWaiting + " >= (?3, ?4) AND " +
-                             placeOfWaiting + " <= (?5, ?6)";
+constexpr ZAVStatementText rowsOfEvents("SELECT events.database_identifier FROM events");
+constexpr auto sequencedRows = rowsOfEvents + sequenced + " AND events.seq BETWEEN ?3 AND ?4" + asked;
+constexpr auto waitingRows = rowsOfEvents + waiting + askedWaiting + " AND " + placeOfWaiting +
+                             " >= (?3, ?4) AND " + placeOfWaiting + " <= (?5, ?6)";
 constexpr auto contentOfSequenced = projections::selectContentOf(sequencedRows);
 constexpr auto metadataOfSequenced = projections::selectMetadataOf(sequencedRows);
 constexpr auto contentOfWaiting = projections::selectContentOf(waitingRows);
@@ -116,8 +116,16 @@ std::optional<ZAVTimelinePage> ZAVTimelineReader::after(const ZAVTimelineCursor&
 
 std::optional<ZAVTimelinePage> ZAVTimelineReader::around(std::int64_t seq, std::size_t count,
                                                          ZAVError* error) const {
-    auto ahead = earlier({false, seq, 0}, count, error);
-    auto behind = ahead ? later({false, seq - 1, 0}, count, error) : std::nullopt;
+    return around(Place{false, seq, 0}, count, error);
+}
+
+std::optional<ZAVTimelinePage> ZAVTimelineReader::around(const Place& place, std::size_t count,
+                                                         ZAVError* error) const {
+    Place justBefore = place;
+    std::int64_t& last = place.isWaiting ? justBefore.event : justBefore.number;
+    last -= last == least ? 0 : 1;
+    auto ahead = earlier(place, count, error);
+    auto behind = ahead ? later(justBefore, count, error) : std::nullopt;
     if (!behind) {
         return std::nullopt;
     }
@@ -134,23 +142,45 @@ std::optional<ZAVTimelinePage> ZAVTimelineReader::between(const std::optional<ZA
                                                           ZAVError* error) const {
     const auto from = first ? placeOf(*first, error) : beginning;
     const auto to = !from ? std::nullopt : last ? placeOf(*last, error) : end;
-    if (!to) {
-        return std::nullopt;
-    }
+    return to ? between(*from, *to, error) : std::nullopt;
+}
+
+std::optional<ZAVTimelinePage> ZAVTimelineReader::between(const Place& from, const Place& to,
+                                                          ZAVError* error) const {
     Row found;
-    if (!from->isWaiting && !append(found, error, sequencedBetween, stream_, types_, from->number,
-                                    to->isWaiting ? greatest : to->number)) {
+    if (!from.isWaiting && !append(found, error, sequencedBetween, stream_, types_, from.number,
+                                   to.isWaiting ? greatest : to.number)) {
         return std::nullopt;
     }
-    const Place fromWaiting = from->isWaiting ? *from : Place{true, least, least};
-    if (to->isWaiting && !append(found, error, waitingBetween, stream_, types_, fromWaiting.number,
-                                 fromWaiting.event, to->number, to->event)) {
+    const Place fromWaiting = from.isWaiting ? from : Place{true, least, least};
+    if (to.isWaiting && !append(found, error, waitingBetween, stream_, types_, fromWaiting.number,
+                                fromWaiting.event, to.number, to.event)) {
         return std::nullopt;
     }
     return pageOf(found, std::nullopt, std::nullopt, error);
 }
 
-/// Where a cursor stands now: an event that waited when it was made may have got its sequence.
+std::optional<ZAVTimelinePlace> ZAVTimelineReader::placeBefore(const Place& place, std::size_t count,
+                                                               ZAVError* error) const {
+    auto found = earlier(place, count, error);
+    if (!found) {
+        return std::nullopt;
+    }
+    cut(*found, count);
+    return found->empty() ? place : found->back().place;
+}
+
+std::optional<ZAVTimelinePlace> ZAVTimelineReader::placeBehind(const Place& place, std::size_t count,
+                                                               ZAVError* error) const {
+    auto found = later(place, count, error);
+    if (!found) {
+        return std::nullopt;
+    }
+    cut(*found, count);
+    return found->empty() ? place : found->back().place;
+}
+
+/// An event that waited when the cursor was made may have got its sequence.
 std::optional<ZAVTimelinePlace> ZAVTimelineReader::placeOf(const ZAVTimelineCursor& cursor,
                                                            ZAVError* error) const {
     if (cursor.stream() != stream_) {

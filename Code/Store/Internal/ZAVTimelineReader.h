@@ -3,6 +3,7 @@
 #include <compare>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -21,11 +22,26 @@ struct ZAVTimelinePlace {
     ZAVDatabaseIdentifier event = 0;  ///< of an event that waits; 0 otherwise
 
     friend auto operator<=>(const ZAVTimelinePlace&, const ZAVTimelinePlace&) = default;
+
+    /// Behind everything.
+    [[nodiscard]] static constexpr ZAVTimelinePlace end() noexcept {
+        constexpr std::int64_t greatest = std::numeric_limits<std::int64_t>::max();
+        return {true, greatest, greatest};
+    }
+
+    /// Where the cursor stood when it was made.
+    [[nodiscard]] static ZAVTimelinePlace of(const ZAVTimelineCursor& cursor) noexcept {
+        const auto event = cursor.waitingEvent();
+        return event ? ZAVTimelinePlace{true, cursor.clientSeq(), *event}
+                     : ZAVTimelinePlace{false, cursor.seq().value_or(0), 0};
+    }
 };
 
 /// Reads pages of one stream, on the handle and at the moment of a work.
 class ZAVTimelineReader {
 public:
+    using Place = ZAVTimelinePlace;
+
     /// @param types as bits; a negative number also asks for types that are none of its bits.
     ZAVTimelineReader(const ZAVRepositories& repositories, ZAVDatabaseIdentifier stream,
                       std::int64_t types) noexcept
@@ -42,9 +58,23 @@ public:
     [[nodiscard]] std::optional<ZAVTimelinePage> between(const std::optional<ZAVTimelineCursor>& first,
                                                          const std::optional<ZAVTimelineCursor>& last,
                                                          ZAVError* error) const;
+    [[nodiscard]] std::optional<ZAVTimelinePage> around(const Place& place, std::size_t count,
+                                                        ZAVError* error) const;
+    [[nodiscard]] std::optional<ZAVTimelinePage> between(const Place& first, const Place& last,
+                                                         ZAVError* error) const;
+
+    /// Where a cursor stands now. One of another stream is an error.
+    [[nodiscard]] std::optional<Place> placeOf(const ZAVTimelineCursor& cursor, ZAVError* error) const;
+
+    /// Where the event stands that comes so many before a place, or as many as there are; the place itself
+    /// when there is none.
+    [[nodiscard]] std::optional<Place> placeBefore(const Place& place, std::size_t count,
+                                                   ZAVError* error) const;
+    /// The same behind it.
+    [[nodiscard]] std::optional<Place> placeBehind(const Place& place, std::size_t count,
+                                                   ZAVError* error) const;
 
 private:
-    using Place = ZAVTimelinePlace;
     using Events = std::vector<std::shared_ptr<ZAVEvent>>;
 
     /// An event without its content, and where it stands.
@@ -54,7 +84,6 @@ private:
     };
     using Row = std::vector<Found>;
 
-    [[nodiscard]] std::optional<Place> placeOf(const ZAVTimelineCursor& cursor, ZAVError* error) const;
     [[nodiscard]] std::optional<Row> earlier(const Place& place, std::size_t count, ZAVError* error) const;
     [[nodiscard]] std::optional<Row> later(const Place& place, std::size_t count, ZAVError* error) const;
     template <class... Values>
