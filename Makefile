@@ -14,6 +14,7 @@
 # make commits       how long commits of one event take, beside a bare append of as many bytes
 # make rates         how many events a second can be stored, those of EVENTS, a JSON Lines file
 # make store         what the store for several threads adds, and how its readers and its writer fare together
+# make windows       what a commit executes on its thread while windows are open, and its upper limits
 # make memory        what records take in memory, and whether memory grows with use
 # make tool-cost     the tool beside the library alone, at the events of EVENTS, a JSON Lines file
 # make toolchains    builds with clang++ and libc++, and compiles for 32 bits
@@ -54,7 +55,7 @@ CONFIGURE = cmake -S . -B $(BUILD) -G Ninja -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) -DC
 TOOL_ALONE = $(if $(wildcard $(BUILD)/CMakeCache.txt),,-DZAV_BUILD_TESTS=OFF -DZAV_BUILD_EXAMPLES=OFF)
 
 .PHONY: run tool test test-long threads fuzz static valgrind coverage docs bench configure-bench instructions scale commits rates store \
-	memory tool-cost toolchains presets check hooks build setup setup-tool setup-checks format check-format clean
+	windows memory tool-cost toolchains presets check hooks build setup setup-tool setup-checks format check-format clean
 
 run: tool
 	rm -f $(SAMPLE_DATABASE) $(SAMPLE_DATABASE)-wal $(SAMPLE_DATABASE)-shm
@@ -120,6 +121,10 @@ rates: tool configure-bench
 store: configure-bench
 	cmake --build $(BENCH) -j $(JOBS) --target zav_store
 	$(BENCH)/Benchmarks/zav_store
+
+windows: configure-bench
+	cmake --build $(BENCH) -j $(JOBS) --target zav_windows
+	python3 Benchmarks/check_windows.py $(BENCH)
 
 memory: configure-bench
 	cmake --build $(BENCH) -j $(JOBS) --target zav_memory

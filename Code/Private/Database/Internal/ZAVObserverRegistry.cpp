@@ -49,7 +49,10 @@ void ZAVChangeCollector::rowChanged(void* collector, int operation, const char* 
         return;
     }
     try {
-        self.changes_.push_back({kindOf(operation), table, row});
+        FMRowChange& change = self.changes_.emplace_back();
+        change.kind = kindOf(operation);
+        change.table = table;
+        change.row = row;
     } catch (const std::bad_alloc&) {
         self.isIncomplete_ = true;
     }
@@ -161,6 +164,11 @@ void ZAVChangeCollector::deliver() noexcept {
         return;
     }
     observer_(committed);
+    constexpr std::size_t mostKept = 100;
+    if (changes_.empty() && committed.capacity() <= mostKept) {
+        committed.clear();
+        changes_.swap(committed);  // the next commit needs as much memory, as a rule
+    }
 }
 
 int ZAVObserverRegistry::step(ZAVStatement& statement) const noexcept {
