@@ -140,21 +140,21 @@ std::optional<ZAVTimelinePage> ZAVTimelineReader::around(const Place& place, std
 std::optional<ZAVTimelinePage> ZAVTimelineReader::between(const std::optional<ZAVTimelineCursor>& first,
                                                           const std::optional<ZAVTimelineCursor>& last,
                                                           ZAVError* error) const {
-    const auto from = first ? placeOf(*first, error) : beginning;
-    const auto to = !from ? std::nullopt : last ? placeOf(*last, error) : end;
-    return to ? between(*from, *to, error) : std::nullopt;
+    const auto firstPlace = first ? placeOf(*first, error) : beginning;
+    const auto lastPlace = !firstPlace ? std::nullopt : last ? placeOf(*last, error) : end;
+    return lastPlace ? between(*firstPlace, *lastPlace, error) : std::nullopt;
 }
 
-std::optional<ZAVTimelinePage> ZAVTimelineReader::between(const Place& from, const Place& to,
+std::optional<ZAVTimelinePage> ZAVTimelineReader::between(const Place& first, const Place& last,
                                                           ZAVError* error) const {
     Row found;
-    if (!from.isWaiting && !append(found, error, sequencedBetween, stream_, types_, from.number,
-                                   to.isWaiting ? greatest : to.number)) {
+    if (!first.isWaiting && !append(found, error, sequencedBetween, stream_, types_, first.number,
+                                    last.isWaiting ? greatest : last.number)) {
         return std::nullopt;
     }
-    const Place fromWaiting = from.isWaiting ? from : Place{true, least, least};
-    if (to.isWaiting && !append(found, error, waitingBetween, stream_, types_, fromWaiting.number,
-                                fromWaiting.event, to.number, to.event)) {
+    const Place firstWaiting = first.isWaiting ? first : Place{true, least, least};
+    if (last.isWaiting && !append(found, error, waitingBetween, stream_, types_, firstWaiting.number,
+                                  firstWaiting.event, last.number, last.event)) {
         return std::nullopt;
     }
     return pageOf(found, std::nullopt, std::nullopt, error);

@@ -23,7 +23,7 @@ struct ZAVTimelineRequest {
 /// From where to where a window goes in its timeline.
 class ZAVTimelineSpan {
 public:
-    explicit ZAVTimelineSpan(ZAVTimelineWindowOptions options) : options_(std::move(options)) {}
+    explicit ZAVTimelineSpan(const ZAVTimelineWindowOptions& options) : options_(options) {}
 
     /// Reads what there is in it, after doing what is asked.
     /// @param stream the row of the timeline's stream, which `reader` reads.
