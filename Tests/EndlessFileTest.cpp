@@ -471,8 +471,7 @@ INSTANTIATE_TEST_SUITE_P(
         Tree{"synced_changes_by_row", "unprocessedEvents"}, Tree{"conversations", ""},
         Tree{"conversations_by_stream_id", ""}, Tree{"conversation_participants", ""},
         Tree{"conversation_participants_by_member", ""}, Tree{"messages", ""}, Tree{"messages_by_event", ""},
-        Tree{"keyed_values_local", ""}, Tree{"keyed_values_remote", "allEvents"}, Tree{"stream_recency", ""},
-        Tree{"stream_recency_by_timestamp", ""}),
+        Tree{"keyed_values_local", ""}, Tree{"keyed_values_remote", "allEvents"}),
     [](const testing::TestParamInfo<Tree>& tree) { return std::string(tree.param.name); });
 
 // What an operation tells of it

@@ -90,6 +90,7 @@ struct ZAVConversationPage {
 /// It may be used by any thread, as the store may, which must outlive it.
 class ZAV_EXPORT ZAVConversationList {
 public:
+    /// The list of all streams of a store.
     explicit ZAVConversationList(ZAVEventStore& store, ZAVConversationListOptions options = {});
 
     /// The conversations of the newest last events.

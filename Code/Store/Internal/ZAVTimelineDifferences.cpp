@@ -9,7 +9,7 @@
 namespace zav {
 namespace {
 
-using Kind = ZAVTimelineDifference::Kind;
+using StepKind = ZAVTimelineDifference::Kind;
 using Positions = std::vector<std::size_t>;
 
 constexpr std::size_t nowhere = std::numeric_limits<std::size_t>::max();
@@ -64,7 +64,7 @@ void addMoves(std::vector<ZAVTimelineDifference>& steps, Positions present) {
         const std::size_t to = place == wanted.begin() ? 0 : positionOf(*std::prev(place), present) + 1;
         present.insert(present.begin() + static_cast<std::ptrdiff_t>(to), event);
         if (from != to) {
-            steps.push_back({Kind::moved, to, from});
+            steps.push_back({StepKind::moved, to, from});
         }
     }
 }
@@ -85,19 +85,19 @@ std::vector<ZAVTimelineDifference> ZAVTimelineDifferences(const std::vector<ZAVT
             kept.push_back(place->second);
             formerOf[place->second] = &before[index];
         } else {
-            steps.push_back({Kind::removed, index, index});
+            steps.push_back({StepKind::removed, index, index});
         }
     }
     std::reverse(steps.begin(), steps.end());
     addMoves(steps, std::move(kept));
     for (std::size_t index = 0; index < after.size(); ++index) {
         if (formerOf[index] == nullptr) {
-            steps.push_back({Kind::inserted, index, index});
+            steps.push_back({StepKind::inserted, index, index});
         }
     }
     for (std::size_t index = 0; index < after.size(); ++index) {
         if (formerOf[index] != nullptr && formerOf[index]->content != after[index].content) {
-            steps.push_back({Kind::changed, index, index});
+            steps.push_back({StepKind::changed, index, index});
         }
     }
     return steps;
