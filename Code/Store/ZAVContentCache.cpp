@@ -162,10 +162,7 @@ std::optional<ZAVContentFile> ZAVContentCache::open(ZAVDatabaseIdentifier event,
         }
         file = ZAVContentFile(openFile(core_, part->fileURL()->relativePath()));
         if (accesses_->note(event, index)) {
-            core_.writeLater(std::chrono::minutes(1),
-                             [accesses = accesses_](const ZAVRepositories& repositories) {
-                                 return accesses->areThere() && accesses->record(repositories, nullptr);
-                             });
+            recordAccessesLater();
         }
     });
     return file;
@@ -183,6 +180,21 @@ bool ZAVContentCache::recordAccesses(ZAVError* error) {
         ZAVStoreError(error, outcome.error ? outcome.error : failure);
     }
     return succeeded;
+}
+
+std::function<bool(const ZAVRepositories&)> ZAVContentCache::recordingOfAccesses() {
+    if (!accesses_->areThere()) {
+        return {};
+    }
+    return [accesses = accesses_](const ZAVRepositories& repositories) {
+        return accesses->areThere() && accesses->record(repositories, nullptr);
+    };
+}
+
+void ZAVContentCache::recordAccessesLater() noexcept {
+    core_.writeLater(std::chrono::minutes(1), [accesses = accesses_](const ZAVRepositories& repositories) {
+        return accesses->areThere() && accesses->record(repositories, nullptr);
+    });
 }
 
 std::optional<ZAVContentUsage> ZAVContentCache::bytesOnDisk(ZAVError* error) {

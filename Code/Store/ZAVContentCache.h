@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
@@ -18,6 +19,7 @@
 
 namespace zav {
 
+class ZAVRepositories;
 class ZAVStoreCore;
 
 /// The files of a store's content parts, and the rows that tell of them: `ZAVEventStore::content`. Every
@@ -114,6 +116,10 @@ private:
     class Accesses;
 
     explicit ZAVContentCache(ZAVStoreCore& core);
+
+    /// The work that records accesses; empty when there is nothing to record.
+    [[nodiscard]] std::function<bool(const ZAVRepositories&)> recordingOfAccesses();
+    void recordAccessesLater() noexcept;
 
     ZAVStoreCore& core_;
     std::shared_ptr<Accesses> accesses_;

@@ -82,7 +82,8 @@ public:
     /// Has the device keep the file, gives it its name, and then records that the part is complete, how large
     /// it is, and that it was accessed now.
     /// @return false on failure, with the reason in `error`, such as that no part waits for it any more: the
-    /// file is removed then. One that is left to the next is after any other failure.
+    /// file is removed then. One that is left to the next is after any other failure. It stays when the store
+    /// is suspended, and may be finished when it is resumed.
     bool finish(ZAVError* error = nullptr);
 
 private:

@@ -1,13 +1,10 @@
 #include <ZAVEventRepository/ZAVEventStore.h>
 
-#include <algorithm>
 #include <utility>
 
-#include <ZAVEventRepository/ZAVDatabaseSchema.h>
-
-#include "Private/Database/Internal/ZAVStatements.h"
 #include "Store/Internal/ZAVStoreCore.h"
 #include "Store/Internal/ZAVStoreErrors.h"
+#include "Store/Internal/ZAVStoreOpening.h"
 
 namespace zav {
 namespace {
@@ -46,27 +43,6 @@ ZAVError objectionTo(const std::string& path, const ZAVEventStoreOptions& option
     return {};
 }
 
-std::int32_t cacheOfReader(const ZAVEventStoreOptions& options) {
-    return std::min(options.readerPageCacheKiB,
-                    options.pageCacheKiB / 2 / static_cast<std::int32_t>(options.readers));
-}
-
-/// Whether the handle has a write-ahead log: false, with the reason, when the file has to do without.
-bool hasWriteAheadLog(FMDatabase& database, const std::string& path, ZAVError* error) {
-    auto mode = runQuery(database, error, "PRAGMA journal_mode");
-    if (!mode || !mode->nextWithError(error)) {
-        return false;
-    }
-    if (mode->stringForColumnIndex(0) == "wal") {
-        return true;
-    }
-    ZAVStoreError(
-        error, ZAVErrorOfStore(ZAVEventStoreErrorNoWriteAheadLog,
-                               path + " can have no write-ahead log where it is: its readers and its writer "
-                                      "would wait for each other"));
-    return false;
-}
-
 /// Answers whether the outcome is what was wanted; if not, its error is stored.
 bool isDone(const ZAVWorkOutcome& outcome, ZAVError* error) {
     if (outcome.error) {
@@ -83,21 +59,10 @@ std::unique_ptr<ZAVEventStore> ZAVEventStore::open(const std::string& path,
         ZAVStoreError(error, objection);
         return nullptr;
     }
-    const std::int32_t readerCache = cacheOfReader(options);
-    FMDatabaseOptions writing = options.database;
-    writing.access = FMDatabaseOptions::Access::readWriteCreate;
-    writing.writeAheadLog = true;
-    writing.pageCacheKiB = options.pageCacheKiB - readerCache * static_cast<std::int32_t>(options.readers);
-    const auto database = ZAVDatabaseSchema::openDatabase(path, writing, error);
-    if (database == nullptr || !hasWriteAheadLog(*database, path, error)) {
-        return nullptr;
-    }
-    FMDatabaseOptions reading = options.database;
-    reading.access = FMDatabaseOptions::Access::readOnly;
-    reading.pageCacheKiB = readerCache;
-    reading.newestUserVersion = ZAVDatabaseSchema::currentVersion();
-    return std::unique_ptr<ZAVEventStore>(
-        new ZAVEventStore(std::make_unique<ZAVStoreCore>(database, reading, options)));
+    const auto database = ZAVOpenToWrite(path, ZAVWritingOptions(options), error);
+    return database == nullptr ? nullptr
+                               : std::unique_ptr<ZAVEventStore>(
+                                     new ZAVEventStore(std::make_unique<ZAVStoreCore>(database, options)));
 }
 
 ZAVEventStore::ZAVEventStore(std::unique_ptr<ZAVStoreCore> core)
@@ -131,6 +96,23 @@ ZAVStoreSubscription ZAVEventStore::subscribe(ZAVStoreObserver observer, ZAVErro
 
 std::optional<bool> ZAVEventStore::lookForCommitsOfOthers(ZAVError* error) {
     return core_->lookForCommitsOfOthers(error);
+}
+
+bool ZAVEventStore::suspend(std::chrono::steady_clock::time_point deadline, SuspendedWorks waiting,
+                            ZAVError* error) {
+    return core_->suspend(deadline, waiting, content_->recordingOfAccesses(), error);
+}
+
+bool ZAVEventStore::resume(ZAVError* error) {
+    const bool isAwake = core_->resume(error);
+    if (isAwake && content_->recordingOfAccesses()) {
+        content_->recordAccessesLater();
+    }
+    return isAwake;
+}
+
+void ZAVEventStore::releaseMemory() {
+    core_->releaseMemory();
 }
 
 bool ZAVEventStore::close(QueuedWorks queued, ZAVError* error) {

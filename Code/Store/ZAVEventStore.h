@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -67,7 +68,8 @@ public:
     /// returned is seen.
     ///
     /// A `read` within a `read` is part of it, and one within a `write` sees what was written so far.
-    /// @return whether the work was called. If not, the reason is in `error`.
+    /// @return whether the work was called, and came to its end without `suspend`. If not, the reason is in
+    /// `error`.
     bool read(const ReadingWork& work, ZAVError* error = nullptr);
 
     /// Calls `work` inside one transaction, which has the write lock from its beginning. Writes take turns,
@@ -217,6 +219,42 @@ public:
     /// The files of the content parts. It lives as long as the store.
     [[nodiscard]] ZAVContentCache& content() noexcept { return *content_; }
 
+    /// What becomes of works that wait for a thread or for their turn while the store is suspended.
+    enum class SuspendedWorks {
+        wait,     ///< they run when it is resumed; their deadlines come all the same
+        refused,  ///< they fail with `ZAVEventStoreErrorSuspended`
+    };
+
+    /// Closes every handle, so that this process holds no lock on the files of the database: before it is
+    /// stopped, say, since many systems end a process that is stopped while it holds one. What another handle
+    /// or program in the process has open is not the store's.
+    ///
+    /// Works that run are ended: each further statement fails, the present one too, and what was written is
+    /// taken back, unless its commit has begun and stands. They fail with `ZAVEventStoreErrorSuspended`, as
+    /// does whatever is called from now on, at once, and a `read` or `write` that waits for its turn. When
+    /// content was opened is recorded, and the write-ahead log is folded, as far as the time allows.
+    ///
+    /// A work that is busy with something else than the store is not ended by that. One that still runs at
+    /// the deadline is named in the error (`ZAVEventStoreErrorWorkRuns`): what `ZAVWorkOptions::name` called
+    /// it, and its thread. The store remains as it is then: it takes no work, and each handle is closed as
+    /// soon as its work ends. `suspend` may be called again, to wait on, and `resume`, to go on.
+    /// @param deadline when this returns at the latest, but for the time that closing a file takes.
+    /// @return whether every handle is closed; true also when it was suspended before. False within a work
+    /// (`ZAVEventStoreErrorSuspendInWork`).
+    bool suspend(std::chrono::steady_clock::time_point deadline,
+                 SuspendedWorks waiting = SuspendedWorks::wait, ZAVError* error = nullptr);
+
+    /// Opens the store again that was suspended, or failed to be. Those who subscribe are told once that
+    /// others may have committed, since nobody looked meanwhile. A store that is not suspended stays as it
+    /// is; while another thread suspends it, that is waited for.
+    /// @return false when the file cannot be opened, with the reason in `error`: there may be no key, or it
+    /// was replaced. It may be tried again.
+    bool resume(ZAVError* error = nullptr);
+
+    /// Gives back the memory that was taken to be faster: the pages of the file, prepared statements, handles
+    /// that read. Of works that run, when they end.
+    void releaseMemory();
+
     /// What becomes of works that wait for a thread or for their turn when the store is closed.
     enum class QueuedWorks {
         run,      ///< they run before it is closed
@@ -225,7 +263,8 @@ public:
 
     /// Closes the store: waits for the works that run, and closes all handles. Whatever is called from now on
     /// fails with `ZAVEventStoreErrorClosed`. Completions are not waited for: they run when the executor runs
-    /// them, also after the store is gone. A store that is closed may be closed again.
+    /// them, also after the store is gone. A store that is closed may be closed again. What waits in one that
+    /// is suspended is refused in any case.
     /// @return whether it is closed: false within a work (`ZAVEventStoreErrorCloseInWork`).
     bool close(QueuedWorks queued, ZAVError* error = nullptr);
 

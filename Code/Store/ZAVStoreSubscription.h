@@ -18,7 +18,8 @@ struct ZAVStoreCommit {
     std::vector<FMRowChange> changes{};
 
     /// Whether somebody else committed: another process, or a handle that is none of this store's. The
-    /// changes are not known then, nor whether it was one transaction or several.
+    /// changes are not known then, nor whether it was one transaction or several. After
+    /// `ZAVEventStore::resume` somebody may have.
     bool isByOthers = false;
 };
 

@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <string>
 
 #include <ZAVEventRepository/ZAVError.h>
 #include <ZAVEventRepository/ZAVExport.h>
@@ -41,7 +42,10 @@ using ZAVWorkCompletion = std::function<void(const ZAVWorkOutcome& outcome)>;
 /// How a work runs beside.
 struct ZAVWorkOptions {
     /// When it is of no use any more. A work that waits then never runs; one that runs is ended.
-    std::optional<std::chrono::steady_clock::time_point> deadline;
+    std::optional<std::chrono::steady_clock::time_point> deadline{};
+
+    /// What the work is called where it is told of, as by `ZAVEventStore::suspend`.
+    std::string name{};
 };
 
 /// A work that was given to `ZAVEventStore::readAsync` or `writeAsync`. Letting go of it does not end the

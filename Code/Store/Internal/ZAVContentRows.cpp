@@ -48,10 +48,11 @@ bool next(FMResultSet& rows) {
 
 }  // namespace
 
-ZAVContentRows::ZAVContentRows(FMDatabase& database, const std::string& directory)
+ZAVContentRows::ZAVContentRows(FMDatabase& database, const std::string& directory, std::size_t generation)
     : database_(database),
       prefix_(directory.ends_with('/') ? directory : directory + "/"),
-      base_(ZAVURL::fileURLWithDirectoryPath(directory)) {}
+      base_(ZAVURL::fileURLWithDirectoryPath(directory)),
+      generation_(generation) {}
 
 FMResultSet ZAVContentRows::query(std::string_view sql) const {
     auto rows = database_.executeBoundedQuery(sql);

@@ -42,7 +42,8 @@ class ZAVContentRows {
 public:
     /// @param database must outlive this.
     /// @param directory is where the paths of the rows begin, absolute and without links.
-    ZAVContentRows(FMDatabase& database, const std::string& directory);
+    /// @param generation how often the rows were read by others for the same purpose.
+    ZAVContentRows(FMDatabase& database, const std::string& directory, std::size_t generation = 0);
 
     /// Reads again which rows there are, if the database has changed since the last time but for what was
     /// marked here. Within a transaction what was read then holds to its end.
@@ -92,7 +93,7 @@ private:
     FMDatabase& database_;
     std::string prefix_;  ///< the directory and a slash
     ZAVURL base_;
-    std::size_t generation_ = 0;
+    std::size_t generation_;
     std::optional<ZAVDatabaseVersion> version_;
     std::vector<std::pair<std::size_t, std::int64_t>> names_;  ///< hashes of locations and rows, sorted
     std::vector<ZAVFileIdentity> needed_;                      ///< sorted

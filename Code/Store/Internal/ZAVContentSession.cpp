@@ -35,10 +35,15 @@ ZAVContentSession::ZAVContentSession(ZAVStoreCore& core)
 
 void ZAVContentSession::underLock(const Work& work) {
     ZAVExpectDone(core_.write([&](const ZAVRepositories& repositories) {
-        if (!rows_) {
-            rows_.emplace(repositories.events.database(), directory_.path());
+        if (!rows_ || opening_ != core_.openings()) {
+            const std::size_t generation = rows_ ? rows_->generation() : 0;
+            rows_.emplace(repositories.events.database(), directory_.path(), generation);
+            opening_ = core_.openings();
         }
         rows_->refresh();
+        if (const ZAVError stopped = core_.passPointOfNoReturn()) {
+            throw ZAVContentFailure(stopped);
+        }
         work(*rows_);
         return true;
     }));

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
@@ -22,7 +23,8 @@ public:
 
     [[nodiscard]] const ZAVContentDirectory& directory() const noexcept { return directory_; }
 
-    /// Does something under the write lock, with the rows as they are then, and commits what it changed.
+    /// Does something under the write lock, with the rows as they are then, and commits what it changed. It
+    /// is not stopped when the store is suspended: files may have gone by then.
     void underLock(const Work& work);
 
     /// Does something with the rows as they are now, which it does not change.
@@ -39,6 +41,7 @@ private:
     ZAVStoreCore& core_;
     ZAVContentDirectory directory_;
     std::optional<ZAVContentRows> rows_;  ///< on the handle that writes
+    std::uint64_t opening_ = 0;           ///< which one that is
 };
 
 }  // namespace zav

@@ -13,6 +13,14 @@
 #include "Store/Internal/ZAVContentRows.h"
 
 namespace zav {
+namespace {
+
+/// Whether it can be tried again when the store is resumed.
+bool isOfSuspendedStore(const ZAVError& error) {
+    return error.code() == ZAVEventStoreErrorSuspended && error.domain() == ZAVErrorDomainEventStore;
+}
+
+}  // namespace
 
 std::unique_ptr<ZAVDownload> ZAVDownload::begin(ZAVStoreCore& core, ZAVDatabaseIdentifier event,
                                                 std::int64_t index, ZAVDownloadKind kind) {
@@ -89,11 +97,21 @@ void ZAVDownload::takeBack(FMDatabase& database, const ZAVContentDirectory& root
     }
 }
 
+bool ZAVDownload::expectUsable(ZAVError* error) const {
+    if (!file_) {
+        ZAVStoreError(error, ZAVErrorOfContent(place_, "was finished, or could not be written"));
+    }
+    return file_.has_value();
+}
+
 /// Does something to the file. What fails is answered, and nothing more can be done to it then.
 template <class Work>
 bool ZAVDownload::change(ZAVError* error, const Work& work) {
-    if (!file_) {
-        ZAVStoreError(error, ZAVErrorOfContent(place_, "was finished, or could not be written"));
+    if (!expectUsable(error)) {
+        return false;
+    }
+    if (isWhole_) {
+        ZAVStoreError(error, ZAVErrorOfContent(place_, "is being finished"));
         return false;
     }
     const bool succeeded = ZAVSucceeds(place_, error, work);
@@ -113,21 +131,32 @@ bool ZAVDownload::startOver(ZAVError* error) {
 }
 
 bool ZAVDownload::finish(ZAVError* error) {
-    const bool succeeded = change(error, [&] {
+    if (!expectUsable(error)) {
+        return false;
+    }
+    isWhole_ = true;
+    ZAVError failure;
+    const bool isPartOfWork = core_.isInWork();
+    const bool succeeded = ZAVSucceeds(place_, &failure, [&] {
         file_->sync();
-        ZAVError failure;
-        const auto outcome = core_.write(
-            [&](const ZAVRepositories& repositories) { return complete(repositories, &failure); });
+        const auto outcome = core_.write([&](const ZAVRepositories& repositories) {
+            return complete(repositories, isPartOfWork, &failure);
+        });
         if (outcome.state != ZAVWorkOutcome::State::done) {
             throw ZAVContentFailure(outcome.error ? outcome.error : failure);
         }
     });
-    file_.reset();
+    if (!isOfSuspendedStore(failure)) {
+        file_.reset();
+    }
+    if (!succeeded) {
+        ZAVStoreError(error, failure);
+    }
     return succeeded;
 }
 
 /// The file gets its name under the lock: the row may have gone while it was written.
-bool ZAVDownload::complete(const ZAVRepositories& repositories, ZAVError* error) {
+bool ZAVDownload::complete(const ZAVRepositories& repositories, bool isPartOfWork, ZAVError* error) {
     FMDatabase& database = repositories.events.database();
     if (!runUpdate(
             database, error,
@@ -141,6 +170,10 @@ bool ZAVDownload::complete(const ZAVRepositories& repositories, ZAVError* error)
         file_->discard();  // nobody will go on with it
         ZAVStoreError(error, ZAVErrorOfStore(ZAVEventStoreErrorNoContent,
                                              place_ + ": no part waits for this download any more"));
+        return false;
+    }
+    if (const ZAVError stopped = isPartOfWork ? ZAVError() : core_.passPointOfNoReturn()) {
+        ZAVStoreError(error, stopped);
         return false;
     }
     file_->moveIntoPlace();

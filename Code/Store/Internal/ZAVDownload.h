@@ -49,15 +49,17 @@ private:
                                     ZAVDatabaseIdentifier event, std::int64_t index);
     static void takeBack(FMDatabase& database, const ZAVContentDirectory& root, const Part& part);
 
+    bool expectUsable(ZAVError* error) const;
     template <class Work>
     bool change(ZAVError* error, const Work& work);
-    bool complete(const ZAVRepositories& repositories, ZAVError* error);
+    bool complete(const ZAVRepositories& repositories, bool isPartOfWork, ZAVError* error);
 
     ZAVStoreCore& core_;
     Part part_;
     std::string place_;
     std::uint64_t size_ = 0;
     std::optional<ZAVPartialFile> file_;  ///< none when it was finished, and after a failure
+    bool isWhole_ = false;                ///< nothing may be appended any more
 };
 
 }  // namespace zav

@@ -57,7 +57,8 @@ ZAVWorkOutcome ZAVQueuedWork::outcomeOf(ZAVWorkControl::Stop reason) noexcept {
                                                               : State::failed;
     if (outcome.state == State::failed) {
         try {
-            outcome.error = ZAVErrorOfClosedStore();
+            outcome.error = reason == ZAVWorkControl::Stop::suspended ? ZAVErrorOfSuspendedStore()
+                                                                      : ZAVErrorOfClosedStore();
         } catch (const std::bad_alloc&) {
             return outcome;
         }

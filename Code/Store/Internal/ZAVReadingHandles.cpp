@@ -9,41 +9,93 @@ ZAVReadingHandles::ZAVReadingHandles(std::string path, const FMDatabaseOptions& 
     idle_.reserve(capacity);  // giving back needs no memory
 }
 
-ZAVReadingHandles::Loan::Loan(ZAVReadingHandles& handles, ZAVError* error) : place_(handles) {
-    if (place_.handle == nullptr) {
-        place_.handle = handles.open(error);
+ZAVReadingHandles::Loan::~Loan() {
+    if (isHad_) {
+        owner_.takeBack(*this);
     }
 }
 
-/// Null when one may be opened.
-std::unique_ptr<ZAVStoreHandle> ZAVReadingHandles::take() {
+ZAVStoreHandle* ZAVReadingHandles::Loan::handle(ZAVError* error) {
+    if (handle_ == nullptr) {
+        const auto database = FMDatabase::databaseWithPath(owner_.path_, owner_.kept_.options, error);
+        handle_ = database == nullptr ? nullptr : std::make_unique<ZAVStoreHandle>(database);
+    }
+    return handle_.get();
+}
+
+bool ZAVReadingHandles::take(ZAVWaiting waiting, Loan& loan) noexcept {
     std::unique_lock lock(mutex_);
-    returned_.wait(lock, [this] { return !idle_.empty() || places_ < capacity_; });
+    const auto isThere = [this] { return !halt_.isOn() && (!idle_.empty() || places_ < capacity_); };
+    changed_.wait(lock,
+                  [&] { return isThere() || halt_.sendsAway(waiting) || waiting == ZAVWaiting::never; });
+    if (!isThere()) {
+        return false;
+    }
+    loan.generation_ = generation_;
     if (idle_.empty()) {
         ++places_;
-        return nullptr;
+    } else {
+        // The one that was used last has most of the file in its memory.
+        loan.handle_ = std::move(idle_.back());
+        idle_.pop_back();
     }
-    // The one that was used last has most of the file in its memory.
-    auto handle = std::move(idle_.back());
-    idle_.pop_back();
-    return handle;
+    return true;
 }
 
-void ZAVReadingHandles::takeBack(std::unique_ptr<ZAVStoreHandle> handle) noexcept {
+void ZAVReadingHandles::takeBack(Loan& loan) noexcept {
     {
-        const std::lock_guard lock(mutex_);
-        if (handle == nullptr) {
+        std::unique_lock lock(mutex_);
+        if (loan.handle_ != nullptr && (halt_.isOn() || loan.generation_ != generation_)) {
+            lock.unlock();
+            loan.handle_.reset();
+            lock.lock();
+        }
+        if (loan.handle_ == nullptr) {
             --places_;
         } else {
-            idle_.push_back(std::move(handle));
+            idle_.push_back(std::move(loan.handle_));
         }
     }
-    returned_.notify_one();
+    changed_.notify_all();
 }
 
-std::unique_ptr<ZAVStoreHandle> ZAVReadingHandles::open(ZAVError* error) const {
-    const auto database = FMDatabase::databaseWithPath(path_, kept_.options, error);
-    return database == nullptr ? nullptr : std::make_unique<ZAVStoreHandle>(database);
+void ZAVReadingHandles::discard() noexcept {
+    {
+        const std::lock_guard lock(mutex_);
+        places_ -= idle_.size();
+        idle_.clear();
+        ++generation_;
+    }
+    changed_.notify_all();
+}
+
+void ZAVReadingHandles::halt(ZAVHalt::Reach reach) noexcept {
+    {
+        const std::lock_guard lock(mutex_);
+        halt_.begin(reach);
+    }
+    discard();
+}
+
+void ZAVReadingHandles::haltForGood() noexcept {
+    {
+        const std::lock_guard lock(mutex_);
+        halt_.beginForGood();
+    }
+    changed_.notify_all();
+}
+
+bool ZAVReadingHandles::awaitEnd(std::chrono::steady_clock::time_point deadline) noexcept {
+    std::unique_lock lock(mutex_);
+    return changed_.wait_until(lock, deadline, [this] { return places_ == 0; });
+}
+
+void ZAVReadingHandles::goOn() noexcept {
+    {
+        const std::lock_guard lock(mutex_);
+        halt_.end();
+    }
+    changed_.notify_all();
 }
 
 }  // namespace zav

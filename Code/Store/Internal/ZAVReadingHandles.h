@@ -1,17 +1,19 @@
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include <ZAVEventRepository/FMDatabaseOptions.h>
 #include <ZAVEventRepository/ZAVError.h>
 
 #include "Private/Database/Internal/ZAVKeptOptions.h"
+#include "Store/Internal/ZAVHalt.h"
 #include "Store/Internal/ZAVStoreHandle.h"
 
 namespace zav {
@@ -24,48 +26,57 @@ public:
     ZAVReadingHandles(const ZAVReadingHandles&) = delete;
     ZAVReadingHandles& operator=(const ZAVReadingHandles&) = delete;
 
-    /// A handle that is lent until this goes. Waits when all are lent.
+    /// A handle, or the right to open one, that is lent until this goes.
     class Loan {
     public:
-        /// The handle is null when none can be opened, with the reason in `error`.
-        Loan(ZAVReadingHandles& handles, ZAVError* error);
-        ~Loan() = default;
+        /// Waits when all are lent. Look whether it `isHad`: it is not when one who waits so is sent away.
+        Loan(ZAVReadingHandles& handles, ZAVWaiting waiting)
+            : owner_(handles), isHad_(handles.take(waiting, *this)) {}
+        ~Loan();
         Loan(const Loan&) = delete;
         Loan& operator=(const Loan&) = delete;
 
-        [[nodiscard]] ZAVStoreHandle* handle() const noexcept { return place_.handle.get(); }
+        [[nodiscard]] bool isHad() const noexcept { return isHad_; }
+
+        /// The handle, opened now if need be; null when it cannot be, with the reason in `error`.
+        [[nodiscard]] ZAVStoreHandle* handle(ZAVError* error);
 
     private:
-        /// A handle, or the right to open one.
-        struct Place {
-            explicit Place(ZAVReadingHandles& handles) : owner(handles), handle(handles.take()) {}
-            ~Place() { owner.takeBack(std::move(handle)); }
-            Place(const Place&) = delete;
-            Place& operator=(const Place&) = delete;
-
-            ZAVReadingHandles& owner;
-            std::unique_ptr<ZAVStoreHandle> handle;
-        };
-
-        Place place_;
+        friend class ZAVReadingHandles;
+        ZAVReadingHandles& owner_;
+        std::unique_ptr<ZAVStoreHandle> handle_;
+        std::uint64_t generation_ = 0;
+        const bool isHad_;
     };
 
+    /// Closes the handles that are not lent, and those that are when they are given back.
+    void discard() noexcept;
+
+    /// The same, and lends none any more.
+    void halt(ZAVHalt::Reach reach) noexcept;
+    void haltForGood() noexcept;
+
+    /// While it is halted: waits until all handles are closed. False when the deadline comes before.
+    [[nodiscard]] bool awaitEnd(std::chrono::steady_clock::time_point deadline) noexcept;
+    void goOn() noexcept;
+
     /// Closes the handles. None may be lent.
-    void close() noexcept { idle_.clear(); }
+    void close() noexcept { discard(); }
 
 private:
-    [[nodiscard]] std::unique_ptr<ZAVStoreHandle> take();
-    void takeBack(std::unique_ptr<ZAVStoreHandle> handle) noexcept;
-    [[nodiscard]] std::unique_ptr<ZAVStoreHandle> open(ZAVError* error) const;
+    [[nodiscard]] bool take(ZAVWaiting waiting, Loan& loan) noexcept;
+    void takeBack(Loan& loan) noexcept;
 
     const std::string path_;
     const ZAVKeptOptions kept_;
     const std::size_t capacity_;
 
     std::mutex mutex_;
-    std::condition_variable returned_;
+    std::condition_variable changed_;
     std::vector<std::unique_ptr<ZAVStoreHandle>> idle_;
-    std::size_t places_ = 0;  ///< that are taken, those of the idle ones among them
+    std::size_t places_ = 0;        ///< that are taken, those of the idle ones among them
+    std::uint64_t generation_ = 0;  ///< of the handles that are kept when they are given back
+    ZAVHalt halt_;
 };
 
 }  // namespace zav

@@ -3,13 +3,16 @@
 #include <sqlite3.h>
 
 #include <exception>
+#include <new>
 #include <system_error>
 #include <utility>
 
 #include "Private/Database/Internal/ZAVConnection.h"
 #include "Private/Database/Internal/ZAVStatements.h"
+#include "Store/Internal/ZAVContentFailure.h"
 #include "Store/Internal/ZAVFilesWithoutRow.h"
 #include "Store/Internal/ZAVStoreErrors.h"
+#include "Store/Internal/ZAVStoreOpening.h"
 #include "Store/Internal/ZAVWorkOnThread.h"
 
 namespace zav {
@@ -19,63 +22,123 @@ ZAVWorkOutcome failedWith(const ZAVError& error) {
     return {ZAVWorkOutcome::State::failed, error};
 }
 
+/// Not to make a file where there is none any more.
+FMDatabaseOptions optionsToOpenAgain(const ZAVEventStoreOptions& options) {
+    FMDatabaseOptions writing = ZAVWritingOptions(options);
+    writing.access = FMDatabaseOptions::Access::readWrite;
+    return writing;
+}
+
+/// Runs what may be stopped, on the calling thread.
+template <class Run>
+ZAVWorkOutcome settled(const Run& run) {
+    ZAVWorkControl control;
+    ZAVWorkOutcome outcome;
+    try {
+        outcome = run(control);
+    } catch (const ZAVContentFailure&) {
+        if (control.stopped() == ZAVWorkControl::Stop::none) {
+            throw;
+        }
+    }
+    const auto stop = control.stopped();
+    return stop == ZAVWorkControl::Stop::none ? outcome : ZAVQueuedWork::outcomeOf(stop);
+}
+
 std::optional<std::int64_t> dataVersion(const ZAVStoreHandle& handle, ZAVError* error) {
     return readNumber(*handle.database(), error, "PRAGMA data_version");
 }
 
 }  // namespace
 
-ZAVStoreCore::ZAVStoreCore(const std::shared_ptr<FMDatabase>& writing,
-                           const FMDatabaseOptions& readingOptions, const ZAVEventStoreOptions& options)
+ZAVStoreCore::ZAVStoreCore(const std::shared_ptr<FMDatabase>& writing, const ZAVEventStoreOptions& options)
     : owner_{options.userID, options.appID, options.contentDirectory},
       databasePath_(sqlite3_db_filename(writing->connection().engine(), "main")),
       lookEvery_(options.lookForCommitsOfOthersEvery),
       deliveries_(std::make_shared<ZAVDeliveries>(options.executor)),
       windows_(std::make_shared<ZAVTimelineWindows>(*this, deliveries_)),
       subscribers_(deliveries_, windows_),
-      writing_(std::make_unique<ZAVStoreHandle>(writing)),
-      dataVersion_(dataVersion(*writing_, nullptr).value_or(0)),
-      reading_(databasePath_, readingOptions, options.readers),
+      turns_([this] { closeWriting(false); }),
+      writingOptions_(optionsToOpenAgain(options)),
+      reading_(databasePath_, ZAVReadingOptions(options), options.readers),
       writers_(1),
-      readers_(options.readers) {}
+      readers_(options.readers) {
+    adopt(writing);
+}
 
 ZAVStoreCore::~ZAVStoreCore() {
     close(QueuedWorks::refused, nullptr);
 }
 
-template <class Work>
-auto ZAVStoreCore::inTurn(ZAVTurns::Ticket ticket, const Work& work) {
-    auto answer = [&] {
-        const ZAVTurns::Turn turn(turns_, ticket);
-        return work();
-    }();
-    handOut();
-    return answer;
+/// Under the turn, or before there is any.
+void ZAVStoreCore::adopt(const std::shared_ptr<FMDatabase>& writing) {
+    writing->connection().checkpoints().setEarlyEnd([this] { return isHurried_.load(); });
+    writing_ = std::make_unique<ZAVStoreHandle>(writing);
+    ++openings_;
+    isWatching_ = false;
+    dataVersion_ = dataVersion(*writing_, nullptr).value_or(0);
+}
+
+/// Under the turn: opens the handle that writes, unless it is open.
+bool ZAVStoreCore::ensureWriting(ZAVError* error) {
+    if (writing_ == nullptr) {
+        if (const auto database = ZAVOpenToWrite(databasePath_, writingOptions_.options, error)) {
+            adopt(database);
+        }
+    }
+    return writing_ != nullptr;
+}
+
+/// Under the turn.
+void ZAVStoreCore::giveMemoryBackIfWanted() noexcept {
+    if (writing_ != nullptr && isMemoryWanted_.exchange(false)) {
+        writing_->connection().releaseMemory();
+    }
 }
 
 /// After a commit. All rows are asked, which takes a while when they are many, and so beside other writes: if
-/// one of these comes in between, they are asked again. What fails is left to a repair.
-/// @param inItsTurn calls what it is given in the turn of a write.
+/// one of these comes in between, they are asked again. What fails is left to a repair, and what a suspension
+/// stops to the next commit.
+/// @param waiting for a handle that reads.
+/// @param inItsTurn calls what it is given in the turn of a write; answers none when there is none to be had.
 template <class InItsTurn>
-void ZAVStoreCore::removeFiles(LeftOver leftOver, const InItsTurn& inItsTurn) noexcept {
+void ZAVStoreCore::removeFiles(LeftOver leftOver, ZAVWaiting waiting, const InItsTurn& inItsTurn) noexcept {
     if (leftOver.files.empty()) {
         return;
     }
     try {
         ZAVFilesWithoutRow files(owner_, leftOver.files);
+        const ReadingWork ask = [&](const ZAVRepositories& repositories) {
+            files.ask(repositories.events.database());
+        };
         constexpr int attempts = 3;
         for (int attempt = 1; files.areThere() && attempt <= attempts; ++attempt) {
-            ZAVWorkControl control;
-            const ReadingWork ask = [&](const ZAVRepositories& repositories) {
-                files.ask(repositories.events.database());
-            };
-            const bool isAsked = attempt < attempts && run(ask, control).state == ZAVWorkOutcome::State::done;
-            if (inItsTurn([&] { return removeUnlessChanged(files, leftOver.version, !isAsked); })) {
+            const bool isAsked =
+                attempt < attempts && settled([&](ZAVWorkControl& control) {
+                                          return run(ask, control, {"removal of files"}, waiting);
+                                      }).state == ZAVWorkOutcome::State::done;
+            const auto removal = inItsTurn([&] { return removeUnlessChanged(files, leftOver, !isAsked); });
+            if (removal.value_or(Removal::stopped) == Removal::stopped) {
+                const std::lock_guard lock(stopping_);
+                stillToRemove_.insert(stillToRemove_.end(), leftOver.files.begin(), leftOver.files.end());
+                return;
+            }
+            if (*removal == Removal::over) {
                 return;
             }
         }
     } catch (const std::exception&) {
         return;
+    }
+}
+
+void ZAVStoreCore::addStillToRemove(std::vector<ZAVFileWithoutRow>& files) noexcept {
+    try {
+        const std::lock_guard lock(stopping_);
+        files.insert(files.end(), stillToRemove_.begin(), stillToRemove_.end());
+        stillToRemove_.clear();
+    } catch (const std::bad_alloc&) {
+        return;  // the next commit tries it again
     }
 }
 
@@ -93,8 +156,10 @@ ZAVWorkOutcome ZAVStoreCore::read(const ReadingWork& work) {
         return {};
     }
     const ZAVStoreGate::Passage passage(gate_);
-    ZAVWorkControl control;
-    return passage.isInside() ? run(work, control) : failedWith(ZAVErrorOfClosedStore());
+    return passage.isInside() ? settled([&](ZAVWorkControl& control) {
+        return run(work, control, {"read"}, ZAVWaiting::unlessHalted);
+    })
+                              : failedWith(gate_.refusal());
 }
 
 ZAVWorkOutcome ZAVStoreCore::write(const WritingWork& work) {
@@ -107,15 +172,19 @@ ZAVWorkOutcome ZAVStoreCore::write(const WritingWork& work) {
     }
     const ZAVStoreGate::Passage passage(gate_);
     if (!passage.isInside()) {
-        return failedWith(ZAVErrorOfClosedStore());
+        return failedWith(gate_.refusal());
     }
     LeftOver leftOver;
-    auto outcome = inTurn(turns_.draw(), [&] {
-        ZAVWorkControl control;
-        return gate_.turnsBackWaiting() ? failedWith(ZAVErrorOfClosedStore()) : run(work, control, leftOver);
+    const auto inTurnOfWrite = [this](const auto& toDo) {
+        ZAVTurns::Ticket ticket;
+        turns_.draw(ticket);
+        return inTurn(ticket, ZAVWaiting::unlessHalted, toDo);
+    };
+    auto outcome = inTurnOfWrite([&] {
+        return settled([&](ZAVWorkControl& control) { return run(work, control, {"write"}, leftOver); });
     });
-    removeFiles(std::move(leftOver), [&](const auto& remove) { return inTurn(turns_.draw(), remove); });
-    return outcome;
+    removeFiles(std::move(leftOver), ZAVWaiting::unlessHalted, inTurnOfWrite);
+    return outcome ? *std::move(outcome) : failedWith(gate_.refusal());
 }
 
 ZAVWorkOutcome ZAVStoreCore::writeWithin(ZAVStoreHandle& handle, const WritingWork& work) {
@@ -134,57 +203,87 @@ ZAVWorkOutcome ZAVStoreCore::writeWithin(ZAVStoreHandle& handle, const WritingWo
     return savepoint.keep(&error) ? ZAVWorkOutcome() : failedWith(error);
 }
 
-ZAVWorkOutcome ZAVStoreCore::run(const ReadingWork& work, ZAVWorkControl& control) {
-    ZAVError error;
-    const ZAVReadingHandles::Loan loan(reading_, &error);
-    if (loan.handle() == nullptr) {
-        return failedWith(error);
+ZAVWorkOutcome ZAVStoreCore::run(const ReadingWork& work, ZAVWorkControl& control, const Label& label,
+                                 ZAVWaiting waiting) {
+    ZAVReadingHandles::Loan loan(reading_, waiting);
+    if (!loan.isHad()) {
+        return failedWith(gate_.refusal());
     }
-    if (!control.begin(loan.handle()->connection())) {
+    const ZAVRunningWorks::Entry entry(running_, control, label);
+    if (control.stopped() != ZAVWorkControl::Stop::none) {
         return {};  // how it was stopped, its owner knows
     }
-    const ZAVSnapshot snapshot(*loan.handle(), control, &error);
+    ZAVError error;
+    ZAVStoreHandle* const handle = loan.handle(&error);
+    if (handle == nullptr) {
+        return failedWith(error);
+    }
+    if (!control.begin(handle->connection())) {
+        return {};
+    }
+    const ZAVSnapshot snapshot(*handle, control, &error);
     if (!snapshot.isTaken()) {
         return failedWith(error);
     }
-    const ZAVWorkOnThread running(this, ZAVWorkOnThread::Kind::reading, *loan.handle(), contentDirectory());
-    work(loan.handle()->repositories());
+    const ZAVWorkOnThread running(this, ZAVWorkOnThread::Kind::reading, *handle, control, contentDirectory());
+    work(handle->repositories());
     return {};
 }
 
-ZAVWorkOutcome ZAVStoreCore::run(const WritingWork& work, ZAVWorkControl& control, LeftOver& leftOver) {
+ZAVWorkOutcome ZAVStoreCore::run(const WritingWork& work, ZAVWorkControl& control, const Label& label,
+                                 LeftOver& leftOver) {
+    const ZAVRunningWorks::Entry entry(running_, control, label);
+    ZAVError error;
+    if (!ensureWriting(&error)) {
+        return failedWith(error);
+    }
     writing_->filesWithoutRow().clear();
     bool isCommitted = false;
     ZAVWorkOutcome outcome = runAndCommit(work, control, isCommitted);
-    if (isCommitted && !writing_->filesWithoutRow().empty()) {
+    if (isCommitted) {
         leftOver.files = std::move(writing_->filesWithoutRow());
+        addStillToRemove(leftOver.files);
+    }
+    if (!leftOver.files.empty()) {
         leftOver.version =
             ZAVVersionOfDatabase(*writing_->database(), nullptr).value_or(ZAVDatabaseVersion());
+        leftOver.opening = openings_;
     }
     return outcome;
 }
 
-/// Answers whether it is over: not when the rows have changed since they were asked.
-bool ZAVStoreCore::removeUnlessChanged(ZAVFilesWithoutRow& files, ZAVDatabaseVersion& version,
-                                       bool asksAgain) {
-    bool isOver = true;
+/// Under the turn.
+ZAVStoreCore::Removal ZAVStoreCore::removeUnlessChanged(ZAVFilesWithoutRow& files, LeftOver& leftOver,
+                                                        bool asksAgain) {
+    ZAVWorkControl control;
+    const ZAVRunningWorks::Entry entry(running_, control, {"removal of files"});
+    if (!ensureWriting(nullptr)) {
+        return Removal::stopped;
+    }
+    Removal removal = Removal::over;
     const WritingWork remove = [&](const ZAVRepositories& repositories) {
         FMDatabase& database = repositories.events.database();
         const auto present = ZAVVersionOfDatabase(database, nullptr);
         if (asksAgain) {
             files.ask(database);
-        } else if (present != version) {
-            version = present.value_or(ZAVDatabaseVersion());
-            isOver = false;
+        } else if (present != leftOver.version || openings_ != leftOver.opening) {
+            leftOver.version = present.value_or(ZAVDatabaseVersion());
+            leftOver.opening = openings_;
+            removal = Removal::changed;
             return false;
         }
-        files.remove();
+        if (control.pass() == ZAVWorkControl::Stop::none) {
+            files.remove();
+        }
         return false;  // the lock is all that was wanted
     };
-    ZAVWorkControl control;
-    bool isCommitted = false;
-    static_cast<void>(runAndCommit(remove, control, isCommitted));
-    return isOver;
+    try {
+        bool isCommitted = false;
+        static_cast<void>(runAndCommit(remove, control, isCommitted));
+    } catch (const ZAVContentFailure&) {
+        removal = Removal::over;
+    }
+    return control.stopped() == ZAVWorkControl::Stop::none ? removal : Removal::stopped;
 }
 
 ZAVWorkOutcome ZAVStoreCore::runAndCommit(const WritingWork& work, ZAVWorkControl& control,
@@ -200,7 +299,7 @@ ZAVWorkOutcome ZAVStoreCore::runAndCommit(const WritingWork& work, ZAVWorkContro
     if (!transaction.isBegun()) {
         return failedWith(error);
     }
-    const ZAVWorkOnThread running(this, ZAVWorkOnThread::Kind::writing, handle, contentDirectory());
+    const ZAVWorkOnThread running(this, ZAVWorkOnThread::Kind::writing, handle, control, contentDirectory());
     const bool isWanted = work(handle.repositories());
     if (control.pass() != ZAVWorkControl::Stop::none) {
         return {};
@@ -231,6 +330,11 @@ ZAVStoreHandle& ZAVStoreCore::handleOfWork() const noexcept {
     return ZAVWorkOnThread::innermostOf(this)->handle();
 }
 
+ZAVError ZAVStoreCore::passPointOfNoReturn() {
+    const auto stop = ZAVWorkOnThread::innermostOf(this)->control().pass();
+    return stop == ZAVWorkControl::Stop::none ? ZAVError() : ZAVQueuedWork::outcomeOf(stop).error;
+}
+
 // On a thread of the store
 
 template <class WhenAdded>
@@ -240,7 +344,7 @@ std::optional<ZAVPendingWork> ZAVStoreCore::enqueue(ZAVWorkThreads& threads, ZAV
                                                     ZAVError* error) {
     const ZAVStoreGate::Passage passage(gate_);
     if (!passage.isInside()) {
-        ZAVStoreError(error, ZAVErrorOfClosedStore());
+        ZAVStoreError(error, gate_.refusal());
         return std::nullopt;
     }
     auto work = std::make_shared<ZAVQueuedWork>(std::move(run), std::move(completion), deliveries_);
@@ -274,8 +378,10 @@ std::optional<ZAVPendingWork> ZAVStoreCore::readAsync(ReadingWork work, ZAVWorkC
     }
     return enqueue(
         readers_,
-        [this, work = std::move(work)](ZAVWorkControl& control) {
-            return control.stopped() == ZAVWorkControl::Stop::none ? run(work, control) : ZAVWorkOutcome();
+        [this, work = std::move(work), name = options.name](ZAVWorkControl& control) {
+            return control.stopped() == ZAVWorkControl::Stop::none
+                       ? run(work, control, {"read", name}, ZAVWaiting::always)
+                       : ZAVWorkOutcome();
         },
         std::move(completion), options, [] {}, error);
 }
@@ -293,16 +399,20 @@ std::optional<ZAVPendingWork> ZAVStoreCore::enqueueWrite(WritingWork work, ZAVWo
     const auto ticket = std::make_shared<ZAVTurns::Ticket>();
     return enqueue(
         writers_,
-        [this, ticket, work = std::move(work)](ZAVWorkControl& control) {
-            return inTurn(*ticket, [&] {
-                LeftOver leftOver;
-                auto outcome = run(work, control, leftOver);
-                // In the same turn: those that are queued by now would wait for this thread to run them.
-                removeFiles(std::move(leftOver), [](const auto& remove) { return remove(); });
-                return outcome;
-            });
+        [this, ticket, work = std::move(work), name = options.name](ZAVWorkControl& control) {
+            return inTurn(*ticket, ZAVWaiting::always,
+                          [&] {
+                              LeftOver leftOver;
+                              auto outcome = run(work, control, {"write", name}, leftOver);
+                              // In the same turn: those that are queued by now would wait for this thread to
+                              // run them. A reader is not waited for, which may wait for the turn.
+                              removeFiles(std::move(leftOver), ZAVWaiting::never,
+                                          [](const auto& remove) { return std::optional(remove()); });
+                              return outcome;
+                          })
+                .value_or(failedWith(gate_.refusal()));
         },
-        std::move(completion), options, [&] { *ticket = turns_.draw(); }, error);
+        std::move(completion), options, [&] { turns_.draw(*ticket); }, error);
 }
 
 void ZAVStoreCore::writeLater(std::chrono::milliseconds delay, WritingWork work) noexcept {
@@ -347,7 +457,7 @@ bool ZAVStoreCore::callAt(ZAVAlarms::Time time, std::function<void()> function) 
 ZAVStoreSubscription ZAVStoreCore::subscribe(ZAVStoreObserver observer, ZAVError* error) {
     const ZAVStoreGate::Passage passage(gate_);
     if (!passage.isInside()) {
-        ZAVStoreError(error, ZAVErrorOfClosedStore());
+        ZAVStoreError(error, gate_.refusal());
         return {};
     }
     if (!hasExecutor("tell of commits", error)) {
@@ -363,7 +473,7 @@ std::shared_ptr<ZAVTimelineWindows> ZAVStoreCore::showWindow(const std::shared_p
                                                              ZAVError* error) {
     const ZAVStoreGate::Passage passage(gate_);
     if (!passage.isInside()) {
-        ZAVStoreError(error, ZAVErrorOfClosedStore());
+        ZAVStoreError(error, gate_.refusal());
         return nullptr;
     }
     if (!hasExecutor("tell how a window changes", error)) {
@@ -400,14 +510,20 @@ std::optional<bool> ZAVStoreCore::lookForCommitsOfOthers(ZAVError* error) {
     }
     const ZAVStoreGate::Passage passage(gate_);
     if (!passage.isInside()) {
-        ZAVStoreError(error, ZAVErrorOfClosedStore());
+        ZAVStoreError(error, gate_.refusal());
         return std::nullopt;
     }
-    return inTurn(turns_.draw(), [&] { return lookInTurn(error); });
+    ZAVTurns::Ticket ticket;
+    turns_.draw(ticket);
+    const auto answer = inTurn(ticket, ZAVWaiting::unlessHalted, [&] { return lookInTurn(error); });
+    if (!answer) {
+        ZAVStoreError(error, gate_.refusal());
+    }
+    return answer.value_or(std::nullopt);
 }
 
 std::optional<bool> ZAVStoreCore::lookInTurn(ZAVError* error) {
-    const auto version = dataVersion(*writing_, error);
+    const auto version = ensureWriting(error) ? dataVersion(*writing_, error) : std::nullopt;
     if (!version) {
         return std::nullopt;
     }
@@ -438,11 +554,11 @@ void ZAVStoreCore::lookBeside() noexcept {
         enqueue(
             writers_,
             [this, ticket](ZAVWorkControl&) {
-                static_cast<void>(inTurn(*ticket, [&] { return lookInTurn(nullptr); }));
+                static_cast<void>(inTurn(*ticket, ZAVWaiting::always, [&] { return lookInTurn(nullptr); }));
                 lookAgainLater();
                 return ZAVWorkOutcome();
             },
-            {}, {}, [&] { *ticket = turns_.draw(); }, nullptr);
+            {}, {}, [&] { turns_.draw(*ticket); }, nullptr);
     } catch (const std::exception&) {
         return;
     }
@@ -456,11 +572,12 @@ bool ZAVStoreCore::close(QueuedWorks queued, ZAVError* error) {
                                              "a work cannot close the store that it runs on"));
         return false;
     }
-    const bool refuses = queued == QueuedWorks::refused;
-    gate_.shut(refuses);
-    if (refuses) {
+    const bool wasSuspended = gate_.shut();
+    if (wasSuspended || queued == QueuedWorks::refused) {
         readers_.refuseWaiting();
         writers_.refuseWaiting();
+        turns_.haltForGood();
+        reading_.haltForGood();
     }
     gate_.awaitEmptiness();
     const std::lock_guard lock(closing_);

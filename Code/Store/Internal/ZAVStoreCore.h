@@ -12,11 +12,13 @@
 
 #include <ZAVEventRepository/ZAVEventStore.h>
 
+#include "Private/Database/Internal/ZAVKeptOptions.h"
 #include "Store/Internal/ZAVAlarms.h"
 #include "Store/Internal/ZAVDatabaseVersion.h"
 #include "Store/Internal/ZAVDeliveries.h"
 #include "Store/Internal/ZAVFilesWithoutRow.h"
 #include "Store/Internal/ZAVReadingHandles.h"
+#include "Store/Internal/ZAVRunningWorks.h"
 #include "Store/Internal/ZAVStoreGate.h"
 #include "Store/Internal/ZAVStoreHandle.h"
 #include "Store/Internal/ZAVStoreOwner.h"
@@ -33,10 +35,10 @@ public:
     using ReadingWork = ZAVEventStore::ReadingWork;
     using WritingWork = ZAVEventStore::WritingWork;
     using QueuedWorks = ZAVEventStore::QueuedWorks;
+    using SuspendedWorks = ZAVEventStore::SuspendedWorks;
 
     /// @param writing an open handle that writes; a log beside its file lets others read meanwhile.
-    ZAVStoreCore(const std::shared_ptr<FMDatabase>& writing, const FMDatabaseOptions& readingOptions,
-                 const ZAVEventStoreOptions& options);
+    ZAVStoreCore(const std::shared_ptr<FMDatabase>& writing, const ZAVEventStoreOptions& options);
     ~ZAVStoreCore();
     ZAVStoreCore(const ZAVStoreCore&) = delete;
     ZAVStoreCore& operator=(const ZAVStoreCore&) = delete;
@@ -62,6 +64,12 @@ public:
 
     bool close(QueuedWorks queued, ZAVError* error);
 
+    /// @param lastWork runs before the handles are closed, if time allows; may be empty.
+    bool suspend(ZAVAlarms::Time deadline, SuspendedWorks waiting, const WritingWork& lastWork,
+                 ZAVError* error);
+    bool resume(ZAVError* error);
+    void releaseMemory();
+
     /// On a thread of the store, in its turn, after a while; nobody is told how it ends, or that it did not
     /// run, as when the store is closed before.
     void writeLater(std::chrono::milliseconds delay, WritingWork work) noexcept;
@@ -83,21 +91,41 @@ public:
     [[nodiscard]] ZAVStoreHandle& handleOfWork() const noexcept;
     [[nodiscard]] const ZAVStoreOwner& owner() const noexcept { return owner_; }
 
+    /// Has the work that runs on this thread, which does what cannot be taken back, not be stopped any more.
+    /// @return what it was stopped for before, if it was.
+    [[nodiscard]] ZAVError passPointOfNoReturn();
+
+    /// Tells handles apart that write: another one when the store was suspended meanwhile. Within a work that
+    /// writes.
+    [[nodiscard]] std::uint64_t openings() const noexcept { return openings_; }
+
 private:
     /// What a write leaves to be done when its turn is over.
     struct LeftOver {
         std::vector<ZAVFileWithoutRow> files{};
         ZAVDatabaseVersion version{};  ///< after its commit
+        std::uint64_t opening = 0;     ///< of the handle that has seen that version
     };
 
-    [[nodiscard]] ZAVWorkOutcome run(const ReadingWork& work, ZAVWorkControl& control);
-    [[nodiscard]] ZAVWorkOutcome run(const WritingWork& work, ZAVWorkControl& control, LeftOver& leftOver);
+    /// What became of the removal of files.
+    enum class Removal : std::uint8_t {
+        over,     ///< they are removed, or left to a repair
+        changed,  ///< rows have changed since they were asked
+        stopped,  ///< the store is suspended
+    };
+
+    using Label = ZAVRunningWorks::Label;
+
+    [[nodiscard]] ZAVWorkOutcome run(const ReadingWork& work, ZAVWorkControl& control, const Label& label,
+                                     ZAVWaiting waiting);
+    [[nodiscard]] ZAVWorkOutcome run(const WritingWork& work, ZAVWorkControl& control, const Label& label,
+                                     LeftOver& leftOver);
     [[nodiscard]] ZAVWorkOutcome runAndCommit(const WritingWork& work, ZAVWorkControl& control,
                                               bool& isCommitted);
     template <class InItsTurn>
-    void removeFiles(LeftOver leftOver, const InItsTurn& inItsTurn) noexcept;
-    [[nodiscard]] bool removeUnlessChanged(ZAVFilesWithoutRow& files, ZAVDatabaseVersion& version,
-                                           bool asksAgain);
+    void removeFiles(LeftOver leftOver, ZAVWaiting waiting, const InItsTurn& inItsTurn) noexcept;
+    void addStillToRemove(std::vector<ZAVFileWithoutRow>& files) noexcept;
+    [[nodiscard]] Removal removeUnlessChanged(ZAVFilesWithoutRow& files, LeftOver& leftOver, bool asksAgain);
     [[nodiscard]] const ZAVURL* contentDirectory() const noexcept;
     [[nodiscard]] bool hasExecutor(const char* purpose, ZAVError* error) const;
     [[nodiscard]] ZAVWorkOutcome writeWithin(ZAVStoreHandle& handle, const WritingWork& work);
@@ -110,9 +138,27 @@ private:
                                           ZAVWorkCompletion completion, const ZAVWorkOptions& options,
                                           const WhenAdded& whenAdded, ZAVError* error);
 
-    /// Runs a work that writes when its turn has come, and has what it committed told of.
+    /// Runs a work that writes when its turn has come, and has what it committed told of. None when one who
+    /// waits so is sent away.
     template <class Work>
-    [[nodiscard]] auto inTurn(ZAVTurns::Ticket ticket, const Work& work);
+    [[nodiscard]] auto inTurn(ZAVTurns::Ticket& ticket, ZAVWaiting waiting, const Work& work) {
+        std::optional<decltype(work())> answer;
+        {
+            const ZAVTurns::Turn turn(turns_, ticket, waiting);
+            if (turn.isHad()) {
+                answer = work();
+                giveMemoryBackIfWanted();
+            }
+        }
+        handOut();
+        return answer;
+    }
+    void giveMemoryBackIfWanted() noexcept;
+
+    void adopt(const std::shared_ptr<FMDatabase>& writing);
+    [[nodiscard]] bool ensureWriting(ZAVError* error);
+    void closeWriting(bool takesLogAway) noexcept;
+    void fallAsleep(ZAVAlarms::Time deadline, const WritingWork& lastWork) noexcept;
 
     void handOut() noexcept;
     void watchChanges();
@@ -130,12 +176,21 @@ private:
     ZAVStoreGate gate_;
     ZAVTurns turns_;
 
+    const ZAVKeptOptions writingOptions_;
+
     // Under the turn:
-    std::unique_ptr<ZAVStoreHandle> writing_;
+    std::unique_ptr<ZAVStoreHandle> writing_;  ///< null while the store is suspended
+    std::uint64_t openings_ = 0;
     bool isWatching_ = false;
     std::int64_t dataVersion_ = 0;
 
+    std::mutex stopping_;
+    std::vector<ZAVFileWithoutRow> stillToRemove_;  ///< what a suspension kept from being removed
+
     ZAVReadingHandles reading_;
+    ZAVRunningWorks running_;
+    std::atomic<bool> isHurried_{false};
+    std::atomic<bool> isMemoryWanted_{false};
     std::atomic<bool> isLooking_{false};
     std::mutex closing_;
     ZAVAlarms alarms_;

@@ -17,4 +17,9 @@ namespace zav {
     return ZAVErrorOfStore(ZAVEventStoreErrorClosed, "the store is closed");
 }
 
+/// Why a suspended store refuses a call, and ends a work that runs.
+[[nodiscard]] inline ZAVError ZAVErrorOfSuspendedStore() {
+    return ZAVErrorOfStore(ZAVEventStoreErrorSuspended, "the store is suspended");
+}
+
 }  // namespace zav

@@ -4,9 +4,13 @@
 #include <cstddef>
 #include <mutex>
 
+#include <ZAVEventRepository/ZAVError.h>
+
+#include "Store/Internal/ZAVStoreErrors.h"
+
 namespace zav {
 
-/// Counts who is inside, and lets nobody in any more once it is shut.
+/// Counts who is inside, and lets nobody in while the store is suspended, or any more once it is shut.
 class ZAVStoreGate {
 public:
     ZAVStoreGate() = default;
@@ -33,16 +37,37 @@ public:
         const bool isInside_;
     };
 
-    /// @param turnsBackWaiting whether those inside who still wait for something are to leave.
-    void shut(bool turnsBackWaiting) noexcept {
+    /// Lets nobody in until it is opened again.
+    /// @return false when it was shut before.
+    [[nodiscard]] bool close() noexcept {
         const std::lock_guard lock(mutex_);
-        isShut_ = true;
-        turnsBackWaiting_ = turnsBackWaiting_ || turnsBackWaiting;
+        isOpen_ = false;
+        return !isShut_;
     }
 
-    [[nodiscard]] bool turnsBackWaiting() noexcept {
+    void open() noexcept {
         const std::lock_guard lock(mutex_);
-        return turnsBackWaiting_;
+        isOpen_ = true;
+    }
+
+    /// Whether it is closed, and may be opened again.
+    [[nodiscard]] bool isClosed() noexcept {
+        const std::lock_guard lock(mutex_);
+        return !isOpen_ && !isShut_;
+    }
+
+    /// Lets nobody in any more.
+    /// @return whether it was closed.
+    bool shut() noexcept {
+        const std::lock_guard lock(mutex_);
+        isShut_ = true;
+        return !isOpen_;
+    }
+
+    /// Why somebody is not let in, or was sent away.
+    [[nodiscard]] ZAVError refusal() {
+        const std::lock_guard lock(mutex_);
+        return isShut_ ? ZAVErrorOfClosedStore() : ZAVErrorOfSuspendedStore();
     }
 
     /// Waits until nobody is inside.
@@ -54,8 +79,9 @@ public:
 private:
     [[nodiscard]] bool enter() noexcept {
         const std::lock_guard lock(mutex_);
-        inside_ += isShut_ ? 0 : 1;
-        return !isShut_;
+        const bool letsIn = isOpen_ && !isShut_;
+        inside_ += letsIn ? 1 : 0;
+        return letsIn;
     }
 
     void leave() noexcept {
@@ -68,8 +94,8 @@ private:
     std::mutex mutex_;
     std::condition_variable left_;
     std::size_t inside_ = 0;
+    bool isOpen_ = true;
     bool isShut_ = false;
-    bool turnsBackWaiting_ = false;
 };
 
 }  // namespace zav

@@ -18,7 +18,8 @@ ZAVTimelineWindows::Time now() noexcept {
 
 /// Whether reading failed only because the store does not read at all, which it tells by itself.
 bool isOfNoInterest(const ZAVError& error) {
-    return error.domain() == ZAVErrorDomainEventStore && error.code() == ZAVEventStoreErrorClosed;
+    return error.domain() == ZAVErrorDomainEventStore &&
+           (error.code() == ZAVEventStoreErrorClosed || error.code() == ZAVEventStoreErrorSuspended);
 }
 
 }  // namespace

@@ -10,7 +10,7 @@ class ZAVConnection;
 class ZAVWorkControl {
 public:
     /// Why a work was stopped.
-    enum class Stop { none, cancelled, late, closed };
+    enum class Stop { none, cancelled, late, closed, suspended };
 
     ZAVWorkControl() = default;
     ~ZAVWorkControl() = default;

@@ -8,8 +8,13 @@ thread_local const ZAVWorkOnThread* innermost = nullptr;
 }  // namespace
 
 ZAVWorkOnThread::ZAVWorkOnThread(const void* store, Kind kind, ZAVStoreHandle& handle,
-                                 const ZAVURL* directory) noexcept
-    : store_(store), kind_(kind), handle_(handle), outer_(innermost), directory_(directory) {
+                                 ZAVWorkControl& control, const ZAVURL* directory) noexcept
+    : store_(store),
+      kind_(kind),
+      handle_(handle),
+      control_(control),
+      outer_(innermost),
+      directory_(directory) {
     innermost = this;
 }
 

@@ -26,6 +26,7 @@ void ZAVWorkThreads::runWorks() noexcept {
     std::unique_lock lock(mutex_);
     for (;;) {
         ++idleThreads_;
+        idle_.notify_all();
         added_.wait(lock, [this] { return !waiting_.empty() || isClosing_; });
         --idleThreads_;
         if (waiting_.empty()) {
@@ -47,6 +48,12 @@ void ZAVWorkThreads::runWorks() noexcept {
 void ZAVWorkThreads::refuseWaiting() noexcept {
     const std::lock_guard lock(mutex_);
     isRefusing_ = true;
+}
+
+bool ZAVWorkThreads::awaitIdleness(std::chrono::steady_clock::time_point deadline) noexcept {
+    std::unique_lock lock(mutex_);
+    return idle_.wait_until(lock, deadline,
+                            [this] { return waiting_.empty() && idleThreads_ == threads_.size(); });
 }
 
 void ZAVWorkThreads::close() noexcept {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <deque>
@@ -38,6 +39,9 @@ public:
     /// From now on works that wait are stopped before they run.
     void refuseWaiting() noexcept;
 
+    /// Waits until no work waits or runs. False when the deadline comes before.
+    [[nodiscard]] bool awaitIdleness(std::chrono::steady_clock::time_point deadline) noexcept;
+
     /// Waits until all works that were added have run, and ends the threads. Nothing may be added any more.
     void close() noexcept;
 
@@ -48,6 +52,7 @@ private:
     const std::size_t mostThreads_;
     std::mutex mutex_;
     std::condition_variable added_;
+    std::condition_variable idle_;
     std::deque<std::shared_ptr<ZAVQueuedWork>> waiting_;
     std::vector<std::thread> threads_;
     std::size_t idleThreads_ = 0;

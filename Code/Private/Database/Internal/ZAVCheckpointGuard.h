@@ -2,7 +2,9 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <optional>
+#include <utility>
 
 #include <ZAVEventRepository/ZAVError.h>
 
@@ -52,6 +54,10 @@ public:
     /// A ceiling below the number of pages that are copied is taken for that number, and for none where none
     /// are.
     void setLimits(const Limits& limits) noexcept;
+
+    /// Asks while a commit waits for readers whether the wait is to end; nothing is said of that then.
+    /// @param isOver must not throw.
+    void setEarlyEnd(std::function<bool()> isOver) { ceiling_.setEarlyEnd(std::move(isOver)); }
 
     /// Copies what can be copied without waiting. The connection must have read from the file since it was
     /// opened, and found a write-ahead log.

@@ -295,6 +295,7 @@ std::optional<std::uint64_t> ZAVConnection::beginTransaction() {
         }
         giveBackUnused(*statement);
     }
+    lockWait_.letAnotherGoFirst();
     return update(lend("BEGIN IMMEDIATE"), Reach::free) ? std::optional(++transactionNumber_) : std::nullopt;
 }
 
@@ -324,6 +325,13 @@ void ZAVConnection::interrupt() noexcept {
     isInterrupted_.store(true, std::memory_order_relaxed);
     // The engine looks at its own flag within a step, and forgets it when none of its statements is running.
     sqlite3_interrupt(engine());
+}
+
+void ZAVConnection::releaseMemory() noexcept {
+    if (statements_.cursorCount() == 0) {
+        statements_.clear();
+    }
+    sqlite3_db_release_memory(engine());
 }
 
 /// What is written into an abandoned transaction would be acknowledged, and lost; what is written after one

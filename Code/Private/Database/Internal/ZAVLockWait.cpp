@@ -6,28 +6,67 @@
 #include <thread>
 
 namespace zav {
+namespace {
+
+/// How long somebody is let go first. One whose process was stopped while it waits keeps its place.
+constexpr std::chrono::milliseconds longestPatience(50);
+
+constexpr std::chrono::microseconds shortestPause(100);
+
+void pause(int count, int longestPauses) noexcept {
+    std::this_thread::sleep_for(shortestPause * std::min(count + 1, longestPauses));
+}
+
+}  // namespace
 
 ZAVLockWait::ZAVLockWait(sqlite3* connection, std::chrono::milliseconds longest) noexcept
-    : longest_(longest) {
+    : nextWriter_(longest > std::chrono::milliseconds::zero() ? connection : nullptr), longest_(longest) {
     if (connection != nullptr && longest > std::chrono::milliseconds::zero()) {
         sqlite3_busy_handler(connection, wait, this);
     }
 }
 
+void ZAVLockWait::letAnotherGoFirst() noexcept {
+    constexpr int longestPauses = 3;
+    if (!nextWriter_.isAnother()) {
+        return;
+    }
+    const auto end = Clock::now() + std::min(longest_, longestPatience);
+    for (int count = 0; !isOver(end) && nextWriter_.isAnother(); ++count) {
+        pause(count, longestPauses);
+    }
+}
+
 /// @param count how often the lock was asked for in vain since the wait began.
 int ZAVLockWait::wait(void* lockWait, int count) noexcept {
-    constexpr std::chrono::microseconds shortestPause(100);
-    constexpr int longestPauses = 10;
     auto& self = *static_cast<ZAVLockWait*>(lockWait);
-    const auto now = std::chrono::steady_clock::now();
     if (count == 0) {
+        const auto now = Clock::now();
         self.end_ = now + self.longest_;
+        self.endOfPatience_ = now + longestPatience;
     }
-    if (now >= self.end_ || (self.isOver_ && self.isOver_())) {
+    if (self.isOver(self.end_)) {
         return 0;
     }
-    std::this_thread::sleep_for(shortestPause * std::min(count + 1, longestPauses));
+    self.pauseInLine(count);
     return 1;
+}
+
+void ZAVLockWait::pauseInLine(int count) noexcept {
+    constexpr int longestPausesOfNext = 3;
+    constexpr int longestPauses = 10;
+    auto attempt = nextWriter_.take();
+    const auto end = std::min(end_, endOfPatience_);
+    for (int pauses = 0; attempt == ZAVNextWriter::Attempt::isAnother && !isOver(end); ++pauses) {
+        pause(pauses, longestPausesOfNext);
+        attempt = nextWriter_.take();
+    }
+    if (attempt != ZAVNextWriter::Attempt::taken) {
+        pause(count, longestPauses);
+        return;
+    }
+    pause(count, longestPausesOfNext);
+    nextWriter_.giveUp();
 }
 
 }  // namespace zav

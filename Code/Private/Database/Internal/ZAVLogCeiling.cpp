@@ -50,7 +50,7 @@ void ZAVLogCeiling::set(int pages, std::chrono::milliseconds longestWait) noexce
 
 void ZAVLogCeiling::keepDown(ZAVCheckpointGuard& guard, const char* schema, int pages) noexcept {
     const int status = waitForReaders(guard, schema);
-    if (status == SQLITE_OK) {
+    if (status == SQLITE_OK || status == SQLITE_INTERRUPT) {
         return;
     }
     next_ = std::int64_t{pages} + std::max(pages_ / 4, 1);  // first, as the sink may use the connection
@@ -71,13 +71,17 @@ void ZAVLogCeiling::keepDown(ZAVCheckpointGuard& guard, const char* schema, int 
 
 /// Waits until the next one who writes will begin the log anew. One who began to read when not all was copied
 /// yet may come to hold its mark a moment after that: so it is looked at twice.
-/// @return `SQLITE_BUSY` when it took too long; otherwise as the copying.
+/// @return `SQLITE_BUSY` when it took too long, `SQLITE_INTERRUPT` when it was to end early; otherwise as the
+/// copying.
 int ZAVLogCeiling::waitForReaders(ZAVCheckpointGuard& guard, const char* schema) const noexcept {
     constexpr std::chrono::milliseconds longestPause(10);
     constexpr int looks = 2;
     ZAVPatience patience(longestWait_, longestPause);
     int found = 0;
     do {
+        if (isOver_ && isOver_()) {
+            return SQLITE_INTERRUPT;
+        }
         const auto outcome = guard.copy(schema);
         if (outcome.status != SQLITE_OK && !isHeldLock(outcome.status)) {
             return outcome.status;

@@ -2,6 +2,8 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
+#include <utility>
 
 #include "Private/Database/Internal/ZAVStatementCache.h"
 
@@ -31,6 +33,9 @@ public:
     /// @param longestWait how long it does at most.
     void set(int pages, std::chrono::milliseconds longestWait) noexcept;
 
+    /// Asks while a commit waits whether the wait is to end. It must not throw.
+    void setEarlyEnd(std::function<bool()> isOver) { isOver_ = std::move(isOver); }
+
     [[nodiscard]] bool exists() const noexcept { return pages_ > 0; }
 
     /// Called without a lock after each commit that leaves so many pages in the log.
@@ -50,6 +55,7 @@ private:
     const ZAVStatementCache& statements_;
     int pages_ = 0;
     std::chrono::milliseconds longestWait_{0};
+    std::function<bool()> isOver_;
     std::int64_t next_ = 0;  ///< how many pages have a commit wait
 };
 

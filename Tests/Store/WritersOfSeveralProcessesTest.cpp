@@ -1,0 +1,129 @@
+#include <ZAVEventRepository/ZAVEventStore.h>
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <new>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Support/DatabaseHandles.h"
+#include "Support/TemporaryDirectory.h"
+#include "Support/TestEffort.h"
+#include "Support/TestStore.h"
+
+namespace zav::test {
+namespace {
+
+using namespace std::chrono_literals;
+using WritersClock = std::chrono::steady_clock;
+
+constexpr auto allowedWait = 500ms;
+
+/// What each of the processes tells of itself, in memory that they share.
+struct Tally {
+    std::atomic<std::int64_t> writes{0};
+    std::atomic<std::int64_t> longestWait{0};  ///< in microseconds, for the lock
+    std::atomic<std::int64_t> waited{0};       ///< of all writes together
+    std::atomic<bool> hasFailed{false};
+};
+
+class SharedTallies {
+public:
+    explicit SharedTallies(std::size_t count) : size_(count * sizeof(Tally)) {
+        memory_ = ::mmap(nullptr, size_, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+        if (memory_ == MAP_FAILED) {
+            throw std::bad_alloc();
+        }
+        for (std::size_t number = 0; number < count; ++number) {
+            new (&at(number)) Tally();
+        }
+    }
+    ~SharedTallies() { ::munmap(memory_, size_); }
+    SharedTallies(const SharedTallies&) = delete;
+    SharedTallies& operator=(const SharedTallies&) = delete;
+
+    [[nodiscard]] Tally& at(std::size_t number) const { return static_cast<Tally*>(memory_)[number]; }
+
+private:
+    std::size_t size_;
+    void* memory_;
+};
+
+/// Writes transactions of five milliseconds one after the other.
+[[noreturn]] void writeWithoutPause(const std::string& path, WritersClock::time_point end, Tally& tally) {
+    ZAVEventStoreOptions options;
+    options.database.busyTimeout = 60s;
+    const auto store = ZAVEventStore::open(path, options);
+    int number = 0;
+    while (store != nullptr && WritersClock::now() < end) {
+        const auto asked = WritersClock::now();
+        const bool isStored = store->write([&](const ZAVRepositories& repositories) {
+            const auto begun = WritersClock::now();
+            const auto wait = std::chrono::duration_cast<std::chrono::microseconds>(begun - asked).count();
+            tally.waited += wait;
+            tally.longestWait = std::max<std::int64_t>(tally.longestWait, wait);
+            const bool isDone = repositories.streams.findOrCreateStreamWithUUID(ZAVUUID::random()) !=
+                                ZAVDatabaseIdentifierNotSet;
+            while (WritersClock::now() < begun + 5ms) {
+                ++number;  // busy, as one who stores is
+            }
+            return isDone;
+        });
+        tally.hasFailed = tally.hasFailed || !isStored;
+        ++tally.writes;
+    }
+    tally.hasFailed = tally.hasFailed || store == nullptr;
+    ::_exit(number < 0 ? 1 : 0);
+}
+
+void letWrite(std::size_t processes, std::chrono::seconds duration) {
+    const TemporaryDirectory directory;
+    const std::string path = directory.file("chat.db");
+    ASSERT_NE(ZAVEventStore::open(path), nullptr);
+    const SharedTallies tallies(processes);
+    const auto end = WritersClock::now() + duration;
+    std::vector<pid_t> ids;
+    for (std::size_t number = 0; number < processes; ++number) {
+        ids.push_back(::fork());
+        if (ids.back() == 0) {
+            writeWithoutPause(path, end, tallies.at(number));
+        }
+    }
+    std::string report;
+    std::int64_t writes = 0;
+    for (std::size_t number = 0; number < processes; ++number) {
+        int status = 0;
+        ASSERT_EQ(::waitpid(ids[number], &status, 0), ids[number]);
+        const Tally& tally = tallies.at(number);
+        EXPECT_TRUE(WIFEXITED(status) && !tally.hasFailed);
+        EXPECT_LT(std::chrono::microseconds(tally.longestWait), allowedWait);
+        EXPECT_GT(tally.writes, 0);
+        writes += tally.writes;
+        report += " " + std::to_string(tally.writes) + " writes, longest wait " +
+                  std::to_string(tally.longestWait / 1000) + " ms, mean " +
+                  std::to_string(tally.waited / std::max<std::int64_t>(tally.writes, 1)) + " us;";
+    }
+    EXPECT_EQ(scalar(*openHandle(path), "SELECT COUNT(*) FROM streams"), std::to_string(writes));
+    reportSweep(std::to_string(processes) + " processes wrote without pause for " +
+                std::to_string(duration.count()) + " s:" + report);
+}
+
+TEST(TwoProcesses, ThatWriteWithoutPauseDoNotKeepEachOtherWaiting) {
+    letWrite(2, std::chrono::seconds(rounds(3, 60)));
+}
+
+TEST(FourProcesses, ThatWriteWithoutPauseDoNotKeepEachOtherWaiting) {
+    letWrite(4, std::chrono::seconds(rounds(2, 20)));
+}
+
+}  // namespace
+}  // namespace zav::test
