@@ -4,15 +4,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <array>
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdint>
-#include <cstdlib>
 #include <memory>
 #include <new>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "Support/DatabaseHandles.h"
@@ -26,13 +24,17 @@ namespace {
 using namespace std::chrono_literals;
 using WritersClock = std::chrono::steady_clock;
 
-constexpr auto allowedWait = 500ms;
+constexpr auto longestWaitAllowed = 500ms;
+
+/// How often others may write while one waits, whose turn it might have been each time.
+constexpr std::int64_t oftenestOvertaken = 30;
 
 /// What each of the processes tells of itself, in memory that they share.
 struct Tally {
     std::atomic<std::int64_t> writes{0};
     std::atomic<std::int64_t> longestWait{0};  ///< in microseconds, for the lock
     std::atomic<std::int64_t> waited{0};       ///< of all writes together
+    std::atomic<std::int64_t> overtaken{0};    ///< by how many writes of others in one wait, at most
     std::atomic<bool> hasFailed{false};
 };
 
@@ -48,6 +50,15 @@ public:
         }
     }
     ~SharedTallies() { ::munmap(memory_, size_); }
+    /// How often all have written.
+    [[nodiscard]] std::int64_t writes() const {
+        std::int64_t writes = 0;
+        for (std::size_t number = 0; number < size_ / sizeof(Tally); ++number) {
+            writes += at(number).writes;
+        }
+        return writes;
+    }
+
     SharedTallies(const SharedTallies&) = delete;
     SharedTallies& operator=(const SharedTallies&) = delete;
 
@@ -59,17 +70,20 @@ private:
 };
 
 /// Writes transactions of five milliseconds one after the other.
-[[noreturn]] void writeWithoutPause(const std::string& path, WritersClock::time_point end, Tally& tally) {
+[[noreturn]] void writeWithoutPause(const std::string& path, WritersClock::time_point end,
+                                    const SharedTallies& tallies, Tally& tally) {
     ZAVEventStoreOptions options;
     options.database.busyTimeout = 60s;
     const auto store = ZAVEventStore::open(path, options);
     int number = 0;
     while (store != nullptr && WritersClock::now() < end) {
         const auto asked = WritersClock::now();
+        const std::int64_t writesBefore = tallies.writes();
         const bool isStored = store->write([&](const ZAVRepositories& repositories) {
             const auto begun = WritersClock::now();
             const auto wait = std::chrono::duration_cast<std::chrono::microseconds>(begun - asked).count();
             tally.waited += wait;
+            tally.overtaken = std::max<std::int64_t>(tally.overtaken, tallies.writes() - writesBefore);
             tally.longestWait = std::max<std::int64_t>(tally.longestWait, wait);
             const bool isDone = repositories.streams.findOrCreateStreamWithUUID(ZAVUUID::random()) !=
                                 ZAVDatabaseIdentifierNotSet;
@@ -95,7 +109,7 @@ void letWrite(std::size_t processes, std::chrono::seconds duration) {
     for (std::size_t number = 0; number < processes; ++number) {
         ids.push_back(::fork());
         if (ids.back() == 0) {
-            writeWithoutPause(path, end, tallies.at(number));
+            writeWithoutPause(path, end, tallies, tallies.at(number));
         }
     }
     std::string report;
@@ -105,12 +119,16 @@ void letWrite(std::size_t processes, std::chrono::seconds duration) {
         ASSERT_EQ(::waitpid(ids[number], &status, 0), ids[number]);
         const Tally& tally = tallies.at(number);
         EXPECT_TRUE(WIFEXITED(status) && !tally.hasFailed);
-        EXPECT_LT(std::chrono::microseconds(tally.longestWait), allowedWait);
+        EXPECT_LT(tally.overtaken, static_cast<std::int64_t>(processes - 1) * oftenestOvertaken);
+        if (runsAtLength() && processes == 2) {
+            EXPECT_LT(std::chrono::microseconds(tally.longestWait), longestWaitAllowed);
+        }
         EXPECT_GT(tally.writes, 0);
         writes += tally.writes;
         report += " " + std::to_string(tally.writes) + " writes, longest wait " +
                   std::to_string(tally.longestWait / 1000) + " ms, mean " +
-                  std::to_string(tally.waited / std::max<std::int64_t>(tally.writes, 1)) + " us;";
+                  std::to_string(tally.waited / std::max<std::int64_t>(tally.writes, 1)) +
+                  " us, overtaken " + std::to_string(tally.overtaken) + " times;";
     }
     EXPECT_EQ(scalar(*openHandle(path), "SELECT COUNT(*) FROM streams"), std::to_string(writes));
     reportSweep(std::to_string(processes) + " processes wrote without pause for " +

@@ -11,6 +11,7 @@
 #include "Private/Database/Internal/ZAVDatabaseFile.h"
 #include "Private/Database/Internal/ZAVEncryption.h"
 #include "Private/Database/Internal/ZAVOptionsCheck.h"
+#include "Private/Database/Internal/ZAVReadingError.h"
 #include "Private/Database/Internal/ZAVWipedKey.h"
 
 namespace zav {
@@ -196,8 +197,11 @@ std::unique_ptr<ZAVConnection> openWithKey(const std::string& path, const FMData
         if (opening.hasPassedBounds) {
             connection->failBeyondBounds();
         }
-        ZAVStoreError(error,
-                      ZAVErrorOfKey(connection->lastError(), connection->engine(), path, key.has_value()));
+        const ZAVError reason =
+            ZAVErrorOfKey(connection->lastError(), connection->engine(), path, key.has_value());
+        ZAVStoreError(error, options.access == FMDatabaseOptions::Access::readOnly
+                                 ? ZAVErrorOfReading(reason, connection->engine())
+                                 : reason);
     } catch (...) {
         ZAVCloseUntouched(*connection);
         throw;

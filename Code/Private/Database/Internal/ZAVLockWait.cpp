@@ -8,8 +8,8 @@
 namespace zav {
 namespace {
 
-/// How long somebody is let go first. One whose process was stopped while it waits keeps its place.
-constexpr std::chrono::milliseconds longestPatience(50);
+/// How long somebody is let go first. One that the system does not let run while it waits keeps its place.
+constexpr std::chrono::milliseconds longestPatience(20);
 
 constexpr std::chrono::microseconds shortestPause(100);
 
@@ -61,12 +61,10 @@ void ZAVLockWait::pauseInLine(int count) noexcept {
         pause(pauses, longestPausesOfNext);
         attempt = nextWriter_.take();
     }
-    if (attempt != ZAVNextWriter::Attempt::taken) {
-        pause(count, longestPauses);
-        return;
+    pause(count, attempt == ZAVNextWriter::Attempt::impossible ? longestPauses : longestPausesOfNext);
+    if (attempt == ZAVNextWriter::Attempt::taken) {
+        nextWriter_.giveUp();
     }
-    pause(count, longestPausesOfNext);
-    nextWriter_.giveUp();
 }
 
 }  // namespace zav
