@@ -1,14 +1,18 @@
+#include <ZAVEventRepository/ZAVEventStore.h>
 #include <ZAVEventRepository/ZAVIdentifiers.h>
 #include <malloc.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <fstream>
+#include <memory>
 #include <new>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "Connection.h"
 #include "Support/TemporaryDirectory.h"
@@ -49,6 +53,9 @@ namespace {
 constexpr std::size_t eventCount = 100'000;
 constexpr std::size_t operations = 1'000'000;
 constexpr std::size_t allowedGrowthKiB = 512;
+constexpr std::size_t pagedEvents = 1'000'000;
+constexpr std::size_t eventsOfAPage = 50;
+constexpr std::size_t allowedForPagingKiB = 12 * 1'024;
 
 /// A figure of this process from the kernel, in KiB.
 std::size_t status(const std::string& field) {
@@ -144,6 +151,62 @@ bool staysFlat() {
     return growth <= allowedGrowthKiB && heldMore < 1'024;
 }
 
+/// What the allocator has given out, to the engine too, in bytes.
+std::size_t allocatedBytes() {
+    const auto figures = mallinfo2();
+    return figures.uordblks + figures.hblkhd;
+}
+
+/// One page of events behind a row, held while the allocated bytes are looked at.
+ZAVDatabaseIdentifier readPage(const ZAVRepositories& repositories, ZAVDatabaseIdentifier last,
+                               std::size_t& count, std::size_t& most) {
+    auto rows = repositories.events.database().executeQuery(
+        "SELECT database_identifier FROM events WHERE database_identifier > ? ORDER BY database_identifier"
+        " LIMIT ?",
+        last, static_cast<std::int64_t>(eventsOfAPage));
+    std::vector<std::shared_ptr<ZAVEvent>> page;
+    while (rows && rows->next()) {
+        last = rows->longLongIntForColumnIndex(0);
+        page.push_back(repositories.events.eventForDatabaseIdentifier(last));
+    }
+    count += page.size();
+    most = std::max(most, allocatedBytes());
+    return last;
+}
+
+/// Whether a store whose reader pages through all of it takes no more than it may.
+bool pagesWithinLimit() {
+    const test::TemporaryDirectory directory;
+    const std::string path = directory.file("store.db");
+    StoreShape shape;
+    shape.events = pagedEvents;
+    makeStore(path, shape);
+    const std::size_t before = allocatedBytes();
+    std::size_t most = before;
+    std::size_t count = 0;
+    const auto store = ZAVEventStore::open(path);
+    ZAVDatabaseIdentifier last = 0;
+    for (std::size_t countBefore = 1; countBefore != count;) {
+        countBefore = count;
+        if (store == nullptr || !store->read([&](const ZAVRepositories& repositories) {
+                last = readPage(repositories, last, count, most);
+            })) {
+            throw std::runtime_error("cannot read a page");
+        }
+    }
+    const std::size_t atEnd = allocatedBytes();
+    store->releaseMemory();
+    const std::size_t released = allocatedBytes();
+    const auto kibibytesAbove = [&](std::size_t bytes) {
+        return (static_cast<double>(bytes) - static_cast<double>(before)) / 1'024;
+    };
+    std::printf(
+        "%zu events read in pages of %zu: at most %.0f KiB allocated above those before opening, %.0f at the "
+        "end, %.0f when memory is released\n",
+        count, eventsOfAPage, kibibytesAbove(most), kibibytesAbove(atEnd), kibibytesAbove(released));
+    return count == pagedEvents && kibibytesAbove(most) <= static_cast<double>(allowedForPagingKiB);
+}
+
 }  // namespace
 }  // namespace zav::bench
 
@@ -152,10 +215,14 @@ int main() {
         // The flat part comes first: it looks at a peak.
         const bool flat = zav::bench::staysFlat();
         zav::bench::reportHeldByEvents();
+        const bool isWithinLimit = zav::bench::pagesWithinLimit();
         if (!flat) {
             std::fprintf(stderr, "memory grows with use\n");
         }
-        return flat ? 0 : 1;
+        if (!isWithinLimit) {
+            std::fprintf(stderr, "a reader that pages through a store takes too much memory\n");
+        }
+        return flat && isWithinLimit ? 0 : 1;
     } catch (const std::exception& exception) {
         std::fprintf(stderr, "%s\n", exception.what());
         return 2;

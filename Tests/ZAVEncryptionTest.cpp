@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -239,6 +240,27 @@ TEST_F(Encryption, AStoreAsksForItsKeyAtEachOpeningAndAgainAfterThereWasNone) {
     EXPECT_EQ(asked, askedByOpening + 2);
     isLocked = true;
     EXPECT_TRUE(store->read([](const ZAVRepositories&) {})) << "the handle is open already";
+}
+
+TEST_F(Encryption, AStoreWakesUpWhenThereIsItsKeyAgain) {
+    bool isLocked = false;
+    ZAVEventStoreOptions options;
+    options.database.keyProvider = [&]() -> std::optional<std::string> {
+        return isLocked ? std::nullopt : std::optional(rightKey);
+    };
+    ZAVError error;
+    const auto store = ZAVEventStore::open(path(), options, &error);
+    ASSERT_NE(store, nullptr) << error.description();
+    const auto soon = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    EXPECT_TRUE(store->suspend(soon, ZAVEventStore::SuspendedWorks::wait, &error)) << error.description();
+    isLocked = true;
+    EXPECT_FALSE(store->resume(&error));
+    EXPECT_EQ(error.code(), 21) << error.description();
+    EXPECT_FALSE(store->read([](const ZAVRepositories&) {}, &error));
+    EXPECT_EQ(error.code(), 14) << "it sleeps on; " << error.description();
+    isLocked = false;
+    EXPECT_TRUE(store->resume(&error)) << error.description();
+    EXPECT_TRUE(store->read([](const ZAVRepositories&) {}, &error)) << error.description();
 }
 
 TEST(AStoreWithAKey, IsToBeGivenItByAFunction) {

@@ -127,8 +127,8 @@ void letWrite(std::size_t processes, std::chrono::seconds duration) {
         writes += tally.writes;
         report += " " + std::to_string(tally.writes) + " writes, longest wait " +
                   std::to_string(tally.longestWait / 1000) + " ms, mean " +
-                  std::to_string(tally.waited / std::max<std::int64_t>(tally.writes, 1)) +
-                  " us, overtaken " + std::to_string(tally.overtaken) + " times;";
+                  std::to_string(tally.waited / std::max<std::int64_t>(tally.writes, 1)) + " us, overtaken " +
+                  std::to_string(tally.overtaken) + " times;";
     }
     EXPECT_EQ(scalar(*openHandle(path), "SELECT COUNT(*) FROM streams"), std::to_string(writes));
     reportSweep(std::to_string(processes) + " processes wrote without pause for " +

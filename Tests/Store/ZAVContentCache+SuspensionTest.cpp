@@ -30,7 +30,7 @@ protected:
         EXPECT_TRUE(ada().resume(&error)) << error.description();
     }
     static void expectSuspended(const ZAVError& error) {
-        EXPECT_EQ(domainAndCode(error), "ZAVEventStore 14") << error.description();
+        EXPECT_EQ(domainAndCode(error), "ZAVEventStore 16") << error.description();
     }
 };
 

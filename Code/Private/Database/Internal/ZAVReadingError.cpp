@@ -14,8 +14,8 @@ std::string obstacleTo(const std::string& path) {
     if (::faccessat(AT_FDCWD, path.c_str(), R_OK, AT_EACCESS) == 0) {
         return "";
     }
-    return path +
-           (::faccessat(AT_FDCWD, path.c_str(), F_OK, AT_EACCESS) == 0 ? " may not be read" : " is not there");
+    return path + (::faccessat(AT_FDCWD, path.c_str(), F_OK, AT_EACCESS) == 0 ? " may not be read"
+                                                                              : " is not there");
 }
 
 }  // namespace
