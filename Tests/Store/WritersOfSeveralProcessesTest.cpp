@@ -5,12 +5,15 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <chrono>
+#include <csignal>
 #include <cstdint>
 #include <memory>
 #include <new>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "Support/DatabaseHandles.h"
@@ -141,6 +144,49 @@ TEST(TwoProcesses, ThatWriteWithoutPauseDoNotKeepEachOtherWaiting) {
 
 TEST(FourProcesses, ThatWriteWithoutPauseDoNotKeepEachOtherWaiting) {
     letWrite(4, std::chrono::seconds(rounds(2, 20)));
+}
+
+TEST(AProcessThatIsStoppedWhileItWaits, KeepsNobodyFromWriting) {
+    const TemporaryDirectory directory;
+    const std::string path = directory.file("chat.db");
+    ASSERT_NE(ZAVEventStore::open(path), nullptr);
+    std::array<int, 2> order{};
+    ASSERT_EQ(::pipe(order.data()), 0);
+    const auto addOne = [](const ZAVRepositories& repositories) {
+        return repositories.streams.findOrCreateStreamWithUUID(ZAVUUID::random()) !=
+               ZAVDatabaseIdentifierNotSet;
+    };
+    const pid_t waiting = ::fork();
+    if (waiting == 0) {
+        char letter = 0;
+        ZAVEventStoreOptions options;
+        options.database.busyTimeout = 60s;
+        const bool isTold = ::read(order[0], &letter, 1) == 1;
+        const auto store = ZAVEventStore::open(path, options);
+        ::_exit(isTold && store != nullptr && store->write(addOne) ? 0 : 1);
+    }
+    const auto store = ZAVEventStore::open(path);
+    ASSERT_NE(store, nullptr);
+    EXPECT_TRUE(store->write([&](const ZAVRepositories& repositories) {
+        EXPECT_EQ(::write(order[1], "w", 1), 1);
+        std::this_thread::sleep_for(200ms);
+        ::kill(waiting, SIGSTOP);
+        ::waitpid(waiting, nullptr, WUNTRACED);
+        return addOne(repositories);
+    }));
+    ZAVError error;
+    for (int count = 0; count < 5; ++count) {
+        EXPECT_TRUE(store->write(addOne, &error)) << error.description();
+    }
+    ::kill(waiting, SIGCONT);
+    int status = -1;
+    EXPECT_EQ(::waitpid(waiting, &status, 0), waiting);
+    EXPECT_EQ(status, 0) << "and it writes when it goes on";
+    EXPECT_TRUE(store->read([](const ZAVRepositories& repositories) {
+        EXPECT_EQ(scalar(repositories.events.database(), "SELECT COUNT(*) FROM streams"), "7");
+    }));
+    ::close(order[0]);
+    ::close(order[1]);
 }
 
 }  // namespace

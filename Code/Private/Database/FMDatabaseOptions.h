@@ -75,10 +75,9 @@ struct FMDatabaseOptions {
     /// file is written less.
     bool secureDelete = true;
 
-    /// How long a call waits for a lock that another connection holds before it fails; 0 does not wait. Those
-    /// of this library who wait to write take turns, and one who begins a transaction lets one that waits go
-    /// first. More than 2^31 - 1 ms, some 24 days, are taken for that. The handle is the busy handler of its
-    /// connection for it: `PRAGMA busy_timeout` reads 0, and setting it takes the handle's place.
+    /// How long a call waits for a lock that another connection holds before it fails; 0 does not wait. More
+    /// than 2^31 - 1 ms, some 24 days, are taken for that. The handle is the busy handler of its connection
+    /// for it: `PRAGMA busy_timeout` reads 0, and setting it takes the handle's place.
     std::chrono::milliseconds busyTimeout{5000};
 
     /// How many prepared statements are kept for reuse while they are idle. 0 keeps none; 2^31 - 1
