@@ -227,12 +227,15 @@ public:
 
     /// Closes every handle, so that this process holds no lock on the files of the database: before it is
     /// stopped, say, since many systems end a process that is stopped while it holds one. What another handle
-    /// or program in the process has open is not the store's.
+    /// or program in the process has open is not the store's. A writer of `ZAVContentCache::resumeDownload`
+    /// keeps its lock on the file that it writes, until it goes.
     ///
     /// Works that run are ended: each further statement fails, the present one too, and what was written is
     /// taken back, unless its commit has begun and stands. They fail with `ZAVEventStoreErrorSuspended`, as
     /// does whatever is called from now on, at once, and a `read` or `write` that waits for its turn. When
-    /// content was opened is recorded, and the write-ahead log is folded, as far as the time allows.
+    /// content was opened is recorded, and the write-ahead log is folded, as far as the time allows. Files of
+    /// what was deleted that could not be removed any more go after the next commit of this store; those of
+    /// one that is closed before are left to `ZAVContentCache::repair`.
     ///
     /// A work that is busy with something else than the store is not ended by that. One that still runs at
     /// the deadline is named in the error (`ZAVEventStoreErrorWorkRuns`): what `ZAVWorkOptions::name` called

@@ -86,13 +86,15 @@ struct ZAVTimelineWindowOptions {
 /// that can concern it. Commits of other processes are noticed when the store looks for them:
 /// `ZAVEventStoreOptions::lookForCommitsOfOthersEvery`. What `FMDatabase::setChangeObserver` is not told of,
 /// a window notices with the next reading. While the executor has not run the last delivery, no other comes.
+/// While the store is suspended it is not read; afterwards it is, once, and is extended as it was asked to
+/// be.
 ///
 /// Every member may be called from any thread. A window may outlive its store, and tells nothing new then.
 class ZAV_EXPORT ZAVTimelineWindow {
 public:
     /// Opens a window, whose first delivery, from an empty list to its first events, comes in any case.
     /// @param timeline what it is a window of; needed during the call.
-    /// @return null when the options are invalid, the store is closed or has no executor
+    /// @return null when the options are invalid, the store is closed or suspended, or has no executor
     /// (`ZAVEventStoreErrorNoExecutor`), with the reason in `error`. What fails later is delivered.
     [[nodiscard]] static std::unique_ptr<ZAVTimelineWindow> open(const ZAVTimeline& timeline,
                                                                  ZAVTimelineObserver observer,

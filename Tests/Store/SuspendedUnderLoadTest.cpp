@@ -35,7 +35,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr int suspendedStore = 14;  // of ZAVEventStore
+constexpr int suspendedStore = 16;  // of ZAVEventStore
 
 /// What a process under load exits with when something else failed than it should.
 [[noreturn]] void failInProcess(const std::string& what) {
@@ -85,7 +85,7 @@ public:
         options.contentDirectory = ZAVURL::fileURLWithDirectoryPath(root_);
         options.executor = [this](std::function<void()> call) { loop_.post(std::move(call)); };
         options.database.synchronous = FMDatabaseOptions::Synchronous::normal;
-        options.lookForCommitsOfOthersEvery = 7ms;
+        options.lookForCommitsOfOthersEvery = std::chrono::milliseconds(7);
         ZAVError error;
         store_ = ZAVEventStore::open(path_, options, &error);
         if (store_ == nullptr) {

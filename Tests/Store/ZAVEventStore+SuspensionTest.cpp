@@ -33,7 +33,7 @@ constexpr const char* withoutEnd =
 constexpr const char* suspendedCode = "ZAVEventStore 16";
 
 std::chrono::steady_clock::time_point soon() {
-    return std::chrono::steady_clock::now() + 10s;
+    return std::chrono::steady_clock::now() + std::chrono::seconds(10);
 }
 
 /// The application's own code, which a work stands in until the test lets it go on.
@@ -507,6 +507,9 @@ TEST_F(EventStoreAsleep, GivesItsCachesBackWhenItIsAskedTo) {
     }));
     EXPECT_EQ(countOfStreams(), streams);
     const auto before = sqlite3_memory_used();
+    if (before == 0) {
+        GTEST_SKIP() << "this engine does not count its memory";
+    }
     store().releaseMemory();
     EXPECT_LT(sqlite3_memory_used(), before - 2'000'000);
     EXPECT_EQ(countOfStreams(), streams);

@@ -186,6 +186,55 @@ TEST_F(LifeOfAWindow, sees_what_another_process_commits_while_the_store_looks_fo
     EXPECT_EQ(screen.steps(), "- 0");
 }
 
+// Of a store that is suspended
+
+TEST_F(LifeOfAWindow, tells_once_what_was_committed_while_its_store_was_suspended) {
+    addSequences({1, 2, 3});
+    const auto window = show();
+    ASSERT_TRUE(store().suspend(std::chrono::steady_clock::now() + 10s));
+    {
+        const auto other = openHandle(path());
+        EXPECT_TRUE(other->executeUpdate("DELETE FROM events WHERE seq = 2"));
+        EXPECT_TRUE(other->executeUpdate("UPDATE events SET subtype = 7 WHERE seq = 3"));
+    }
+    loop().runWaiting();
+    EXPECT_EQ(screen().deliveries(), 1U) << "it sleeps, which is no failure";
+    after([&] { ASSERT_TRUE(store().resume()); });
+    EXPECT_EQ(text(), "1 3");
+    EXPECT_EQ(screen().steps(), "- 1, ~ 1");
+    settle();
+    EXPECT_EQ(screen().deliveries(), 3U) << "of what it was told there is no second time";
+}
+
+TEST_F(LifeOfAWindow, does_what_was_asked_of_it_when_its_store_is_awake) {
+    addSequences({1, 2, 3, 4});
+    const auto window = show({.count = 2});
+    ASSERT_TRUE(store().suspend(std::chrono::steady_clock::now() + 10s));
+    window->extendEarlier(1);
+    loop().runWaiting();
+    EXPECT_EQ(text(), "... 3 4");
+    after([&] { ASSERT_TRUE(store().resume()); });
+    EXPECT_EQ(text(), "... 2 3 4");
+    ASSERT_TRUE(store().suspend(std::chrono::steady_clock::now() + 10s));
+    ZAVError error;
+    EXPECT_EQ(ZAVTimelineWindow::open(timeline(), screen().observer(), {}, &error), nullptr);
+    EXPECT_EQ(domainAndCode(error), "ZAVEventStore 16");
+}
+
+TEST_F(LifeOfAWindow, misses_nothing_and_tells_no_failure_when_its_store_is_suspended_as_it_is_read) {
+    addSequences({1});
+    const auto window = show();
+    for (ZAVSequence seq = 2; seq <= 40; ++seq) {
+        addSequences({seq});
+        ASSERT_TRUE(store().suspend(std::chrono::steady_clock::now() + 10s));
+        loop().runWaiting();
+        EXPECT_FALSE(screen().last().error) << screen().last().error.description();
+        ASSERT_TRUE(store().resume());
+    }
+    loop().runUntil([&] { return screen().last().page.events.size() == 40; });
+    EXPECT_FALSE(screen().last().error) << screen().last().error.description();
+}
+
 // Failing
 
 TEST_F(LifeOfAWindow, keeps_what_it_holds_when_it_cannot_be_read_and_tries_again_with_the_next_commit) {
