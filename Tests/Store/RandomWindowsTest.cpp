@@ -154,11 +154,14 @@ protected:
                 }
                 return;
             case 12:
-                return windowAtRandom().extendEarlier(1 + below(4));
+                windowAtRandom().extendEarlier(1 + below(4));
+                return awaitWhatWasAsked();
             case 13:
-                return windowAtRandom().extendLater(1 + below(4));
+                windowAtRandom().extendLater(1 + below(4));
+                return awaitWhatWasAsked();
             case 14:
-                return windowAtRandom().trim([this](std::size_t bound) { return below(bound); });
+                windowAtRandom().trim([this](std::size_t bound) { return below(bound); });
+                return awaitWhatWasAsked();
             case 15:
                 return elsewhere();
             default:
@@ -182,6 +185,16 @@ private:
     void show(const ZAVTimeline& timeline, ZAVTimelineWindowOptions options) {
         options.coalescing = std::chrono::milliseconds(GetParam() % 3);
         windows_.emplace_back(timeline, options);
+    }
+
+    /// What changes nothing now might do so if it were done after the next step. Windows that are opened are
+    /// read later than what was asked before; the second one also than what waited for a delivery.
+    void awaitWhatWasAsked() {
+        for (int count = 0; count < 2; ++count) {
+            Screen screen;
+            const auto window = ZAVTimelineWindow::open({*store_, room()}, screen.observer());
+            loop().runUntil([&] { return screen.deliveries() > 0; });
+        }
     }
 
     [[nodiscard]] std::size_t below(std::size_t bound) {
