@@ -9,7 +9,7 @@ namespace {
 constexpr std::string_view alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 constexpr std::uint8_t notInAlphabet = 64;
 
-constexpr std::array<std::uint8_t, 256> values = []() {
+constexpr std::array<std::uint8_t, 256> valueOf = []() {
     std::array<std::uint8_t, 256> table{};
     table.fill(notInAlphabet);
     for (std::size_t index = 0; index < alphabet.size(); ++index) {
@@ -44,7 +44,7 @@ std::optional<zav::ZAVData> dataFromBase64(std::string_view text) {
     std::uint32_t group = 0;
     int bits = 0;
     for (const char character : text) {
-        const std::uint8_t value = values[static_cast<unsigned char>(character)];
+        const std::uint8_t value = valueOf[static_cast<unsigned char>(character)];
         if (value == notInAlphabet) {
             return std::nullopt;
         }

@@ -28,7 +28,8 @@ constexpr ZAVStatementText askedWaiting(
     " AND (?2 = -1 OR (?2 < 0 AND events.type < 0) OR (events.type >= 0 AND (?2 >> events.type) & 1))");
 
 constexpr ZAVStatementText sequenced(" WHERE events.stream_database_identifier = ?1");
-constexpr ZAVStatementText waiting(" WHERE events.stream_database_identifier = ?1 AND events.seq IS NULL");
+constexpr ZAVStatementText unsequenced(
+    " WHERE events.stream_database_identifier = ?1 AND events.seq IS NULL");
 constexpr ZAVStatementText placeOfWaiting(
     "(CAST(IFNULL(events.client_seq, 0) AS INTEGER), events.database_identifier)");
 constexpr ZAVStatementText waitingOrder(
@@ -41,20 +42,20 @@ constexpr auto earlierSequenced =
     events + sequenced + " AND events.seq < ?3" + asked + " ORDER BY events.seq DESC LIMIT ?4";
 constexpr auto laterSequenced =
     events + sequenced + " AND events.seq > ?3" + asked + " ORDER BY events.seq LIMIT ?4";
-constexpr auto earlierWaiting = events + waiting + askedWaiting + " AND " + placeOfWaiting + " < (?3, ?4)" +
-                                waitingOrderBackwards + " LIMIT ?5";
-constexpr auto laterWaiting =
-    events + waiting + askedWaiting + " AND " + placeOfWaiting + " > (?3, ?4)" + waitingOrder + " LIMIT ?5";
+constexpr auto earlierWaiting = events + unsequenced + askedWaiting + " AND " + placeOfWaiting +
+                                " < (?3, ?4)" + waitingOrderBackwards + " LIMIT ?5";
+constexpr auto laterWaiting = events + unsequenced + askedWaiting + " AND " + placeOfWaiting + " > (?3, ?4)" +
+                              waitingOrder + " LIMIT ?5";
 
 constexpr auto sequencedBetween =
     events + sequenced + " AND events.seq BETWEEN ?3 AND ?4" + asked + " ORDER BY events.seq";
-constexpr auto waitingBetween = events + waiting + askedWaiting + " AND " + placeOfWaiting +
+constexpr auto waitingBetween = events + unsequenced + askedWaiting + " AND " + placeOfWaiting +
                                 " >= (?3, ?4) AND " + placeOfWaiting + " <= (?5, ?6)" + waitingOrder;
 
 // What belongs to the events of a page is asked for by the two places where they begin and end.
 constexpr ZAVStatementText rowsOfEvents("SELECT events.database_identifier FROM events");
 constexpr auto sequencedRows = rowsOfEvents + sequenced + " AND events.seq BETWEEN ?3 AND ?4" + asked;
-constexpr auto waitingRows = rowsOfEvents + waiting + askedWaiting + " AND " + placeOfWaiting +
+constexpr auto waitingRows = rowsOfEvents + unsequenced + askedWaiting + " AND " + placeOfWaiting +
                              " >= (?3, ?4) AND " + placeOfWaiting + " <= (?5, ?6)";
 constexpr auto contentOfSequenced = projections::selectContentOf(sequencedRows);
 constexpr auto metadataOfSequenced = projections::selectMetadataOf(sequencedRows);
