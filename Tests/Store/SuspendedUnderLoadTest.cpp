@@ -126,7 +126,7 @@ private:
             }
             return true;
         }
-        const auto deadline = order == 's' ? 20ms : 10000ms;
+        const auto deadline = std::chrono::milliseconds(order == 's' ? 20 : 10000);
         const bool isAsleep = store_->suspend(std::chrono::steady_clock::now() + deadline,
                                               order == 'f' ? Works::refused : Works::wait, &error);
         if (!isAsleep && error.code() != ZAVEventStoreErrorWorkRuns) {
