@@ -40,7 +40,7 @@ void ZAVTimelineWindows::remove(const ZAVLiveTimeline& timeline) noexcept {
     const std::lock_guard lock(mutex_);
     const auto window = find(timeline);
     if (window != windows_.end()) {
-        removed = std::move(*window);
+        removed.swap(*window);
         windows_.erase(window);
         count_ = windows_.size();
     }
@@ -109,17 +109,21 @@ void ZAVTimelineWindows::startAt(Time time) noexcept {
     if (core_ == nullptr || isRunning_) {
         return;
     }
-    if (time <= now()) {
-        isRunning_ = core_->runBeside([self = shared_from_this()] { self->run(); });
-    } else if (!alarm_ || time < *alarm_) {
-        const auto ring = [self = shared_from_this(), time] {
-            const std::lock_guard lock(self->mutex_);
-            if (self->alarm_ == time) {
-                self->alarm_.reset();
-            }
-            self->startWhenWanted();
-        };
-        alarm_ = core_->callAt(time, ring) ? std::optional(time) : alarm_;
+    try {
+        if (time <= now()) {
+            isRunning_ = core_->runBeside([self = shared_from_this()] { self->run(); });
+        } else if (!alarm_ || time < *alarm_) {
+            const auto ring = [self = shared_from_this(), time] {
+                const std::lock_guard lock(self->mutex_);
+                if (self->alarm_ == time) {
+                    self->alarm_.reset();
+                }
+                self->startWhenWanted();
+            };
+            alarm_ = core_->callAt(time, ring) ? std::optional(time) : alarm_;
+        }
+    } catch (const std::exception&) {
+        return;  // for want of memory: the next commit starts it
     }
 }
 

@@ -53,15 +53,15 @@ int ZAVLockWait::wait(void* lockWait, int count) noexcept {
 }
 
 void ZAVLockWait::pauseInLine(int count) noexcept {
-    constexpr int longestPausesOfNext = 3;
-    constexpr int longestPauses = 10;
+    constexpr int mostForTheNext = 3;
+    constexpr int mostForOthers = 10;
     auto attempt = nextWriter_.take();
     const auto end = std::min(end_, endOfPatience_);
-    for (int pauses = 0; attempt == ZAVNextWriter::Attempt::isAnother && !isOver(end); ++pauses) {
-        pause(pauses, longestPausesOfNext);
+    for (int round = 0; attempt == ZAVNextWriter::Attempt::isAnother && !isOver(end); ++round) {
+        pause(round, mostForTheNext);
         attempt = nextWriter_.take();
     }
-    pause(count, attempt == ZAVNextWriter::Attempt::impossible ? longestPauses : longestPausesOfNext);
+    pause(count, attempt == ZAVNextWriter::Attempt::impossible ? mostForOthers : mostForTheNext);
     if (attempt == ZAVNextWriter::Attempt::taken) {
         nextWriter_.giveUp();
     }
