@@ -61,10 +61,10 @@ void addMoves(std::vector<ZAVTimelineDifference>& steps, Positions present) {
         present.erase(present.begin() + static_cast<std::ptrdiff_t>(from));
         // All that are wanted before it stand in order already.
         const auto place = std::lower_bound(wanted.begin(), wanted.end(), event);
-        const std::size_t to = place == wanted.begin() ? 0 : positionOf(*std::prev(place), present) + 1;
-        present.insert(present.begin() + static_cast<std::ptrdiff_t>(to), event);
-        if (from != to) {
-            steps.push_back({StepKind::moved, to, from});
+        const std::size_t target = place == wanted.begin() ? 0 : positionOf(*std::prev(place), present) + 1;
+        present.insert(present.begin() + static_cast<std::ptrdiff_t>(target), event);
+        if (from != target) {
+            steps.push_back({StepKind::moved, target, from});
         }
     }
 }
