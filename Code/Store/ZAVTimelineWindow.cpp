@@ -39,7 +39,7 @@ std::unique_ptr<ZAVTimelineWindow> ZAVTimelineWindow::open(const ZAVTimeline& ti
     if (!question) {
         return nullptr;
     }
-    auto live = std::make_shared<ZAVLiveTimeline>(*std::move(question), options, std::move(observer));
+    auto live = std::make_shared<ZAVLiveTimeline>(*question, options, std::move(observer));
     std::unique_ptr<ZAVTimelineWindow> window(new ZAVTimelineWindow(live));
     window->all_ = timeline.store_.core_->showWindow(live, options.coalescing, error);
     return window->all_ != nullptr ? std::move(window) : nullptr;

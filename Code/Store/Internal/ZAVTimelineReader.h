@@ -1,11 +1,11 @@
 #pragma once
 
-#include <compare>
 #include <cstddef>
 #include <cstdint>
 #include <limits>
 #include <memory>
 #include <optional>
+#include <tuple>
 #include <vector>
 
 #include <ZAVEventRepository/ZAVRepositories.h>
@@ -21,7 +21,10 @@ struct ZAVTimelinePlace {
     std::int64_t number = 0;          ///< the sequence; of an event that waits its `client_seq`
     ZAVDatabaseIdentifier event = 0;  ///< of an event that waits; 0 otherwise
 
-    friend auto operator<=>(const ZAVTimelinePlace&, const ZAVTimelinePlace&) = default;
+    friend bool operator<(const ZAVTimelinePlace& one, const ZAVTimelinePlace& other) noexcept {
+        return std::tie(one.isWaiting, one.number, one.event) <
+               std::tie(other.isWaiting, other.number, other.event);
+    }
 
     /// Behind everything.
     [[nodiscard]] static constexpr ZAVTimelinePlace end() noexcept {
