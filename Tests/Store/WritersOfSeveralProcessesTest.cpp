@@ -24,10 +24,9 @@
 namespace zav::test {
 namespace {
 
-using namespace std::chrono_literals;
 using WritersClock = std::chrono::steady_clock;
 
-constexpr auto longestWaitAllowed = 500ms;
+constexpr auto longestWaitAllowed = std::chrono::milliseconds(500);
 
 /// How often others may write while one waits, whose turn it might have been each time.
 constexpr std::int64_t oftenestOvertaken = 30;
@@ -76,7 +75,7 @@ private:
 [[noreturn]] void writeWithoutPause(const std::string& path, WritersClock::time_point end,
                                     const SharedTallies& tallies, Tally& tally) {
     ZAVEventStoreOptions options;
-    options.database.busyTimeout = 60s;
+    options.database.busyTimeout = std::chrono::seconds(60);
     const auto store = ZAVEventStore::open(path, options);
     int number = 0;
     while (store != nullptr && WritersClock::now() < end) {
@@ -90,7 +89,7 @@ private:
             tally.longestWait = std::max<std::int64_t>(tally.longestWait, wait);
             const bool isDone = repositories.streams.findOrCreateStreamWithUUID(ZAVUUID::random()) !=
                                 ZAVDatabaseIdentifierNotSet;
-            while (WritersClock::now() < begun + 5ms) {
+            while (WritersClock::now() < begun + std::chrono::milliseconds(5)) {
                 ++number;  // busy, as one who stores is
             }
             return isDone;
@@ -160,7 +159,7 @@ TEST(AProcessThatIsStoppedWhileItWaits, KeepsNobodyFromWriting) {
     if (waiting == 0) {
         char letter = 0;
         ZAVEventStoreOptions options;
-        options.database.busyTimeout = 60s;
+        options.database.busyTimeout = std::chrono::seconds(60);
         const bool isTold = ::read(order[0], &letter, 1) == 1;
         const auto store = ZAVEventStore::open(path, options);
         ::_exit(isTold && store != nullptr && store->write(addOne) ? 0 : 1);
@@ -169,7 +168,7 @@ TEST(AProcessThatIsStoppedWhileItWaits, KeepsNobodyFromWriting) {
     ASSERT_NE(store, nullptr);
     EXPECT_TRUE(store->write([&](const ZAVRepositories& repositories) {
         EXPECT_EQ(::write(order[1], "w", 1), 1);
-        std::this_thread::sleep_for(200ms);
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
         ::kill(waiting, SIGSTOP);
         ::waitpid(waiting, nullptr, WUNTRACED);
         return addOne(repositories);
