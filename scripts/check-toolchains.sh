@@ -14,7 +14,7 @@ configure() {
     compiler=$2
     shift 2
     cmake -S . -B "$folder" -G Ninja -DCMAKE_BUILD_TYPE=None -DCMAKE_CXX_COMPILER="$compiler" \
-        -DZAV_BUILD_TESTS=OFF -DZAV_INSTALL=OFF "$@" > /dev/null
+        -DCMAKE_UNITY_BUILD=ON -DZAV_BUILD_TESTS=OFF -DZAV_INSTALL=OFF "$@" > /dev/null
 }
 
 # check_headers FOLDER COMPILER FLAG: each with nothing included before it.

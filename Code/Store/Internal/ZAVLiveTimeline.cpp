@@ -21,7 +21,7 @@ std::optional<ZAVTimelineDelivery> ZAVLiveTimeline::read(const ZAVRepositories& 
         return std::nullopt;
     }
     auto delivery = show(*std::move(page));
-    span_ = std::move(span);
+    span_ = span;
     stream_ = *stream;
     return delivery;
 }

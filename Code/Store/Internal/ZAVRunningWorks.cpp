@@ -6,22 +6,30 @@ namespace zav {
 
 ZAVRunningWorks::Entry::Entry(ZAVRunningWorks& works, ZAVWorkControl& control, const Label& label) noexcept
     : works_(works), control_(control), label_(label) {
-    const std::lock_guard lock(works_.mutex_);
-    behind_ = works_.first_;
-    if (behind_ != nullptr) {
-        behind_->before_ = this;
-    }
-    works_.first_ = this;
-    if (works_.isStopping_) {
-        control_.stop(ZAVWorkControl::Stop::suspended);
-    }
+    works_.add(*this);
 }
 
 ZAVRunningWorks::Entry::~Entry() {
-    const std::lock_guard lock(works_.mutex_);
-    (before_ == nullptr ? works_.first_ : before_->behind_) = behind_;
-    if (behind_ != nullptr) {
-        behind_->before_ = before_;
+    works_.remove(*this);
+}
+
+void ZAVRunningWorks::add(Entry& work) noexcept {
+    const std::lock_guard lock(mutex_);
+    work.behind_ = first_;
+    if (first_ != nullptr) {
+        first_->before_ = &work;
+    }
+    first_ = &work;
+    if (isStopping_) {
+        work.control_.stop(ZAVWorkControl::Stop::suspended);
+    }
+}
+
+void ZAVRunningWorks::remove(const Entry& work) noexcept {
+    const std::lock_guard lock(mutex_);
+    (work.before_ == nullptr ? first_ : work.before_->behind_) = work.behind_;
+    if (work.behind_ != nullptr) {
+        work.behind_->before_ = work.before_;
     }
 }
 

@@ -49,6 +49,9 @@ public:
     [[nodiscard]] std::string description();
 
 private:
+    void add(Entry& work) noexcept;
+    void remove(const Entry& work) noexcept;
+
     std::mutex mutex_;
     Entry* first_ = nullptr;
     bool isStopping_ = false;
