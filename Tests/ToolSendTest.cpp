@@ -218,7 +218,7 @@ TEST(ToolStreamPosted, AStreamKeepsTheUUIDThatItHas) {
     store.expectSent(intoStreamWith({"--text", "hi"}), "new, row 1 of stream 1\n");
     EXPECT_EQ(store.run("stream-posted", {"--stream-row", "1", "--stream", uuidText(0xBB)}).err,
               "zavevents: the stream in row 1 has a UUID already: " + uuidText(0xAA) + "\n");
-    EXPECT_EQ(store.run("stream-posted", {"--stream-row", "2", "--stream", uuidText(0xAA)}).err,
+    EXPECT_EQ(store.run("stream-posted", {"--stream-row", "2", "--stream", uuidText(0xBB)}).err,
               "zavevents: there is no stream in row 2\n");
     EXPECT_EQ(store.outbox("stream_id"), std::vector<json>{uuidText(0xAA)});
 }

@@ -141,7 +141,8 @@ public:
                                                  std::int64_t serverTimestamp, ZAVError* error = nullptr);
 
     /// Stores an event of the user's, which waits until the service has it: `outbox` answers it then. The
-    /// stream is named by its row or by its identifier, under which it is registered if need be. `client_seq`
+    /// stream is named by its row, where one has to be (`ZAVEventStoreErrorNoStream`), or by its identifier,
+    /// under which it is registered if need be; the record is told the identifier too. `client_seq`
     /// becomes the next number of the stream's counter, which never goes back, and `preceding_seq` what the
     /// stream has come to, or 0; an event without an author becomes the user's. A part with a file, which has
     /// to be there, awaits its upload; others are complete.
@@ -158,9 +159,10 @@ public:
 
     /// Gives a stream that was begun offline the identifier under which the service knows it. When a stream
     /// of that identifier is registered already, the events that wait move there, behind what was sent into
-    /// it.
+    /// it. Calling it again changes nothing.
     /// @return the row of the stream that has the identifier now; none on failure, with the reason in
-    /// `error`.
+    /// `error`: the stream may not be there (`ZAVEventStoreErrorNoStream`), or have another identifier
+    /// (`ZAVEventStoreErrorConflict`).
     std::optional<ZAVDatabaseIdentifier> streamPosted(ZAVDatabaseIdentifier stream, const ZAVUUID& uuid,
                                                       ZAVError* error = nullptr);
 

@@ -18,7 +18,8 @@ enum ZAVEventStoreErrorCode : int {
     ZAVEventStoreErrorNoExecutor = 7,   ///< there is none to tell anything by
     ZAVEventStoreErrorNoThread = 8,     ///< the system gives no thread to run a work on
     ZAVEventStoreErrorUnusableEvent = 9,   ///< the event cannot be stored as it is
-    ZAVEventStoreErrorConflict = 10,       ///< another event stands at the event's sequence
+    ZAVEventStoreErrorConflict = 10,       ///< another event stands at the event's sequence, or the stream
+                                           ///< has another identifier
     ZAVEventStoreErrorContent = 11,        ///< a file of content, or the way to it, cannot be used
     ZAVEventStoreErrorNoContent = 12,      ///< the part, or its content, is not here
     ZAVEventStoreErrorInWork = 13,         ///< files are removed after a commit, and so not within a work
@@ -27,6 +28,7 @@ enum ZAVEventStoreErrorCode : int {
     ZAVEventStoreErrorSuspended = 16,      ///< the store is suspended, or was while the work ran
     ZAVEventStoreErrorSuspendInWork = 17,  ///< a work cannot suspend its own store, which would wait for it
     ZAVEventStoreErrorWorkRuns = 18,       ///< a work has not come to its end when the store was to sleep
+    ZAVEventStoreErrorNoStream = 19,       ///< there is no stream in the row
 };
 
 }  // namespace zav

@@ -35,16 +35,32 @@ std::shared_ptr<FMDatabase> on(const ZAVEventRepository& repository) {
     return {std::shared_ptr<void>(), &repository.database()};
 }
 
-/// A number that is not there is no failure: only the error tells.
-template <class Read>
-Answer answerOfSeq(ZAVError* error, const Read& read) {
+/// What is not there is no failure: only the error tells.
+/// @param describe the text of what was read; it is given none too.
+template <class Read, class Describe>
+Answer answerOfLookup(ZAVError* error, const Read& read, const Describe& describe) {
     ZAVError own;
-    const std::optional<ZAVSequence> seq = read(error == nullptr ? nullptr : &own);
-    if (own || (error == nullptr && !seq)) {
+    const auto found = read(error == nullptr ? nullptr : &own);
+    if (own || (error == nullptr && !found)) {
         ZAVStoreError(error, own);
         return {"none"};
     }
-    return {seq ? std::to_string(*seq) : "no sequence"};
+    return {describe(found)};
+}
+
+template <class Read>
+Answer answerOfSeq(ZAVError* error, const Read& read) {
+    return answerOfLookup(error, read, [](const std::optional<ZAVSequence>& seq) {
+        return seq ? std::to_string(*seq) : "no sequence";
+    });
+}
+
+template <class Read>
+Answer answerOfStream(ZAVError* error, const Read& read) {
+    return answerOfLookup(error, read, [](const std::optional<ZAVRegisteredStream>& stream) {
+        return stream && stream->uuid ? std::to_string(stream->row) + " " + stream->uuid->UUIDString()
+                                      : "no stream";
+    });
 }
 
 /// The keyed values of the event in row 1.
@@ -124,6 +140,33 @@ std::vector<Operation> streamOperations() {
                          .plan = byRow}},
          .needs = {"streams"},
          .answers = {"true", "true", "false"}},
+        {.owner = "ZAVStreamRepository",
+         .name = "streamForDatabaseIdentifier",
+         .call =
+             [](auto& r, auto* error) {
+                 return answerOfStream(error, [&](ZAVError* cell) {
+                     return Streams(on(r)).streamForDatabaseIdentifier(publishedStream, cell);
+                 });
+             },
+         .statements = {{.text = "SELECT database_identifier, stream_id FROM streams"
+                                 " WHERE database_identifier = ?",
+                         .values = {"1"},
+                         .plan = byRow}},
+         .needs = {"streams"},
+         .answers = {"1 11111111-1111-1111-1111-1111111111aa", "no stream", "none"}},
+        {.owner = "ZAVStreamRepository",
+         .name = "streamsAbove",
+         .call =
+             [](auto& r, auto* error) {
+                 const auto streams = Streams(on(r)).streamsAbove(0, error);
+                 return streams ? answer(ZAVSize{streams->size()}) : Answer{"none"};
+             },
+         .statements = {{.text = "SELECT database_identifier, stream_id FROM streams"
+                                 " WHERE database_identifier > ? ORDER BY database_identifier",
+                         .values = {"0"},
+                         .plan = {"SEARCH streams USING INTEGER PRIMARY KEY (rowid>?)"}}},
+         .needs = {"streams"},
+         .answers = {"2", "0", "none"}},
         {.owner = "ZAVStreamRepository",
          .name = "countOfStreams",
          .call =

@@ -288,5 +288,66 @@ TEST_F(OfflineStream, BecomesTheOneThatIsRegisteredAlready) {
     EXPECT_EQ(rows("SELECT MAX(client_seq) FROM events"), Rows{"4"});
 }
 
+TEST_F(OfflineStream, WhoseEventsHaveMovedIsToldOfOnceMore) {
+    send(message(20));
+    const auto stream = sendOffline(10);
+    ZAVError error;
+    EXPECT_EQ(ada().streamPosted(stream, room(), &error), 1) << error.description();
+    EXPECT_EQ(ada().streamPosted(stream, room(), &error), 1) << error.description();
+}
+
+TEST_F(OfflineStream, ThatIsNotThereGetsNoIdentifier) {
+    ZAVError error;
+    EXPECT_FALSE(ada().streamPosted(7, room(), &error));
+    EXPECT_EQ(error.domain(), "ZAVEventStore");
+    EXPECT_EQ(error.code(), 19);
+    EXPECT_EQ(error.message(), "there is no stream in row 7");
+}
+
+TEST_F(OfflineStream, KeepsTheIdentifierThatItHas) {
+    const auto stream = sendOffline(10);
+    ZAVError error;
+    EXPECT_TRUE(ada().streamPosted(stream, room(), &error)) << error.description();
+    for (const bool isRegistered : {false, true}) {
+        if (isRegistered) {
+            execute("INSERT INTO streams (stream_id) VALUES (x'111111111111111111111111111111cc')");
+        }
+        EXPECT_FALSE(ada().streamPosted(stream, uuidNumber(0xCC), &error));
+        EXPECT_EQ(error.domain(), "ZAVEventStore");
+        EXPECT_EQ(error.code(), 10);
+        EXPECT_EQ(outbox(), (std::vector<ZAVDatabaseIdentifier>{1})) << "what waits stays where it is";
+    }
+}
+
+TEST_F(OfflineStream, IsNamedByItsRowAlsoWhenTheServiceKnowsIt) {
+    const auto stream = sendOffline(10);
+    ZAVError error;
+    EXPECT_TRUE(ada().streamPosted(stream, room(), &error)) << error.description();
+    const auto event = message(11);
+    event->set_stream_id(std::nullopt);
+    event->setStreamDatabaseIdentifier(stream);
+    send(event);
+    EXPECT_EQ(event->streamUUID(), room()) << "the record is told under which identifier it goes out";
+}
+
+TEST_F(OfflineStream, IsNotTheStreamOfAnotherIdentifier) {
+    const auto event = message(11);
+    event->setStreamDatabaseIdentifier(sendOffline(10));
+    ZAVError error;
+    EXPECT_FALSE(ada().send(event, &error)) << "the event says that it is of the room";
+    EXPECT_EQ(error.code(), 9);
+    EXPECT_EQ(rows("SELECT COUNT(*) FROM events"), Rows{"1"});
+}
+
+TEST_F(OfflineStream, ThatIsNotThereTakesNoEvent) {
+    const auto event = message(11);
+    event->set_stream_id(std::nullopt);
+    event->setStreamDatabaseIdentifier(7);
+    ZAVError error;
+    EXPECT_FALSE(ada().send(event, &error));
+    EXPECT_EQ(error.message(), "there is no stream in row 7");
+    EXPECT_EQ(rows("SELECT COUNT(*) FROM events"), Rows{"0"});
+}
+
 }  // namespace
 }  // namespace zav::test

@@ -7,7 +7,6 @@
 
 #include <ZAVEventRepository/FMDatabase.h>
 #include <ZAVEventRepository/ZAVIdentifiers.h>
-#include <ZAVEventRepository/ZAVUUID.h>
 
 #include "ToolError.h"
 
@@ -42,25 +41,6 @@ template <class... Values>
         throw ToolError(what, {});
     }
     return *number;
-}
-
-/// The identifier of the stream in a row; none when the service does not know it.
-/// @throws ToolError also when there is no such stream.
-[[nodiscard]] inline std::optional<zav::ZAVUUID> uuidOfStream(zav::FMDatabase& database,
-                                                              zav::ZAVDatabaseIdentifier stream) {
-    bool isThere = false;
-    std::optional<zav::ZAVUUID> uuid;
-    forEachRow(
-        database, "cannot look for the stream", "SELECT stream_id FROM streams WHERE database_identifier = ?",
-        [&](const zav::FMResultSet& row) {
-            isThere = true;
-            uuid = zav::ZAVUUIDFromData(row.dataForColumnIndex(0));
-        },
-        stream);
-    if (!isThere) {
-        throw ToolError("there is no stream in row " + std::to_string(stream));
-    }
-    return uuid;
 }
 
 /// The greatest row of an event; 0 when there is none.

@@ -4,7 +4,6 @@
 #include "EventChanges.h"
 #include "EventLines.h"
 #include "Output.h"
-#include "Rows.h"
 
 namespace zavevents {
 namespace {
@@ -69,22 +68,20 @@ public:
 private:
     /// The stream that the command line names, if it names one: that of a line is the same then.
     void choosePlace(ZAVEvent& event, const ZAVRepositories& repositories) {
-        std::optional<ZAVUUID> stream = options_.stream;
         if (options_.newStream && !streamRow_) {
             ZAVError error;
             streamRow_ = repositories.streams.createStreamWithoutUUID(&error);
             require(!error, "cannot register a stream", error);
         }
         if (streamRow_) {
-            stream = uuidOfStream(repositories.events.database(), *streamRow_);
             event.setStreamDatabaseIdentifier(*streamRow_);
-        } else if (!stream) {
-            return;
         }
-        if (event.stream_id() && event.streamUUID() != stream) {
-            throw ToolError("it is of another stream");
+        if (options_.stream) {
+            if (event.stream_id() && event.streamUUID() != options_.stream) {
+                throw ToolError("it is of another stream");
+            }
+            event.set_stream_id(ZAVDataFromUUID(*options_.stream));
         }
-        event.set_stream_id(stream ? std::optional(ZAVDataFromUUID(*stream)) : std::nullopt);
     }
 
     ZAVEventStore& store_;

@@ -1,6 +1,6 @@
+#include <ZAVEventRepository/ZAVPrintable.h>
+
 #include "Command.h"
-#include "EventChanges.h"
-#include "Rows.h"
 
 namespace zavevents {
 namespace {
@@ -14,20 +14,11 @@ struct StreamPostedOptions {
 };
 
 void recordStreamPosted(ZAVEventStore& store, const StreamPostedOptions& options) {
-    std::optional<ZAVDatabaseIdentifier> row;
     ZAVError error;
-    store.write(
-        [&](const ZAVRepositories& repositories) {
-            const auto before = uuidOfStream(repositories.events.database(), options.streamRow);
-            if (before && before != options.uuid) {
-                throw ToolError("the stream in row " + std::to_string(options.streamRow) +
-                                " has a UUID already: " + before->UUIDString());
-            }
-            row = store.streamPosted(options.streamRow, *options.uuid, &error);
-            return row.has_value();
-        },
-        &error);
-    require(!error && row, "cannot record the stream", error);
+    const auto row = store.streamPosted(options.streamRow, *options.uuid, &error);
+    if (!row) {
+        throw ToolError(ZAVPrintable(error.message()));
+    }
     const std::string stream = "stream " + std::to_string(options.streamRow);
     std::cout << (*row == options.streamRow ? stream + " has its UUID\n"
                                             : "what waited in " + stream + " waits in stream " +

@@ -16,6 +16,7 @@
 #include "Store/Internal/ZAVContentDirectory.h"
 #include "Store/Internal/ZAVContentFailure.h"
 #include "Store/Internal/ZAVEventChecks.h"
+#include "Store/Internal/ZAVStoreErrors.h"
 #include "Store/Internal/ZAVStreamRecency.h"
 
 namespace zav {
@@ -36,6 +37,10 @@ std::int64_t numberFrom(const ZAVDictionaryValue* value) noexcept {
         std::from_chars(text->data(), text->data() + text->size(), number);
     }
     return number;
+}
+
+ZAVError errorOfNoStream(ZAVDatabaseIdentifier row) {
+    return ZAVErrorOfStore(ZAVEventStoreErrorNoStream, "there is no stream in row " + std::to_string(row));
 }
 
 /// The place of an event in the outbox.
@@ -102,8 +107,21 @@ bool ZAVSender::findStream(ZAVEvent& event, ZAVError* error) const {
     if (event.streamDatabaseIdentifier() == ZAVDatabaseIdentifierNotSet) {
         event.setStreamDatabaseIdentifier(
             repositories_.streams.findOrCreateStreamWithUUID(*event.streamUUID(), error));
+        return event.streamDatabaseIdentifier() != ZAVDatabaseIdentifierNotSet;
     }
-    return event.streamDatabaseIdentifier() != ZAVDatabaseIdentifierNotSet;
+    ZAVError failure;
+    const auto stream =
+        repositories_.streams.streamForDatabaseIdentifier(event.streamDatabaseIdentifier(), &failure);
+    if (!stream) {
+        ZAVStoreError(error, failure ? failure : errorOfNoStream(event.streamDatabaseIdentifier()));
+        return false;
+    }
+    if (event.stream_id() && event.streamUUID() != stream->uuid) {
+        ZAVStoreError(error, ZAVErrorOfUnusableEvent("it is of another stream"));
+        return false;
+    }
+    event.set_stream_id(stream->uuid ? std::optional(ZAVDataFromUUID(*stream->uuid)) : std::nullopt);
+    return true;
 }
 
 bool ZAVSender::send(ZAVEvent& event, ZAVSentEvent& answer, ZAVError* error) const {
@@ -224,11 +242,26 @@ std::optional<ZAVDatabaseIdentifier> ZAVSender::nameStream(ZAVDatabaseIdentifier
         ZAVStoreError(error, failure);
         return std::nullopt;
     }
+    const auto offline = repositories_.streams.streamForDatabaseIdentifier(stream, &failure);
+    if (failure) {
+        ZAVStoreError(error, failure);
+        return std::nullopt;
+    }
+    if (registered == stream || (!offline && registered != ZAVDatabaseIdentifierNotSet)) {
+        return registered;  // it was named, or its events were moved, before
+    }
+    if (!offline) {
+        ZAVStoreError(error, errorOfNoStream(stream));
+        return std::nullopt;
+    }
+    if (offline->uuid) {
+        ZAVStoreError(error, ZAVErrorOfStore(ZAVEventStoreErrorConflict,
+                                             "the stream in row " + std::to_string(stream) +
+                                                 " has a UUID already: " + offline->uuid->UUIDString()));
+        return std::nullopt;
+    }
     if (registered == ZAVDatabaseIdentifierNotSet) {
         return repositories_.streams.setUUID(uuid, stream, error) ? std::optional(stream) : std::nullopt;
-    }
-    if (registered == stream) {
-        return stream;
     }
     FMDatabase& database = repositories_.events.database();
     const auto here = countOfSent(stream, error);

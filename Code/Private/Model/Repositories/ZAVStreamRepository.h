@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <vector>
 
 #include <ZAVEventRepository/ZAVDatabaseRepository.h>
 #include <ZAVEventRepository/ZAVExport.h>
@@ -9,6 +10,15 @@
 #include <ZAVEventRepository/ZAVUUID.h>
 
 namespace zav {
+
+/// A stream as it is registered.
+struct ZAVRegisteredStream {
+    ZAVDatabaseIdentifier row = ZAVDatabaseIdentifierNotSet;  ///< where it is
+    std::optional<ZAVUUID> uuid{};  ///< its identifier; none while the service does not know it
+
+    /// Equal when both are.
+    friend bool operator==(const ZAVRegisteredStream&, const ZAVRegisteredStream&) = default;
+};
 
 /// The registry of streams. An event is stored in a stream that is registered here.
 class ZAV_EXPORT ZAVStreamRepository : public ZAVDatabaseRepository {
@@ -36,6 +46,14 @@ public:
     /// operation writes it.
     bool setSeq(ZAVSequence seq, ZAVDatabaseIdentifier streamDatabaseIdentifier,
                 ZAVError* error = nullptr) const;
+
+    /// The stream in a row; none when there is none, or on failure, with the reason in `error`.
+    [[nodiscard]] std::optional<ZAVRegisteredStream> streamForDatabaseIdentifier(
+        ZAVDatabaseIdentifier streamDatabaseIdentifier, ZAVError* error = nullptr) const;
+
+    /// The streams in the rows above one, by their rows; none on failure.
+    [[nodiscard]] std::optional<std::vector<ZAVRegisteredStream>> streamsAbove(
+        ZAVDatabaseIdentifier streamDatabaseIdentifier, ZAVError* error = nullptr) const;
 
     /// How many streams there are; none on failure.
     [[nodiscard]] std::optional<std::uint64_t> countOfStreams(ZAVError* error = nullptr) const;
