@@ -45,7 +45,7 @@ std::optional<std::string> Process::line() {
     while ((end = unread_.find('\n')) == std::string::npos) {
         char block[4096];
         const ssize_t count = ::read(output_, block, sizeof block);
-        if (count <= 0 && errno != EINTR) {
+        if (count == 0 || (count < 0 && errno != EINTR)) {
             return std::nullopt;
         }
         unread_.append(block, count > 0 ? static_cast<std::size_t>(count) : 0);
@@ -53,6 +53,11 @@ std::optional<std::string> Process::line() {
     std::string first = unread_.substr(0, end);
     unread_.erase(0, end + 1);
     return first;
+}
+
+void Process::stopReading() {
+    ::close(output_);
+    output_ = -1;
 }
 
 void Process::signal(int number) const {

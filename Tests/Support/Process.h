@@ -20,6 +20,9 @@ public:
     /// The next line that it writes; none when it has ended and all lines were read.
     std::optional<std::string> line();
 
+    /// Reads no more: what it writes from now on goes nowhere.
+    void stopReading();
+
     /// Asks it to end by a signal.
     void signal(int number) const;
 

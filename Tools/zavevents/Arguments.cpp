@@ -1,5 +1,6 @@
 #include "Arguments.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
@@ -87,6 +88,16 @@ Kind<zav::ZAVUUID> uuid() {
     return {"UUID", "a UUID", [](const std::string& text) { return zav::ZAVUUID::fromString(text); }};
 }
 
+Kind<zav::ZAVTimelineCursor> cursor() {
+    return {"CURSOR", "the cursor of an event",
+            [](const std::string& text) { return zav::ZAVTimelineCursor::fromText(text); }};
+}
+
+Kind<zav::ZAVConversationCursor> conversationCursor() {
+    return {"CURSOR", "the cursor of a conversation",
+            [](const std::string& text) { return zav::ZAVConversationCursor::fromText(text); }};
+}
+
 Kind<zav::ZAVURL> url() {
     // The empty reference is one too, and names nothing.
     return {"URL", "a URL", [](const std::string& text) {
@@ -127,6 +138,13 @@ CLI::Option* addReadOption(CLI::App& command, const std::string& name, const Wor
 
 std::string isNot(const std::string& word, const std::string& wanted) {
     return "'" + zav::ZAVPrintable(word) + "' is not " + wanted;
+}
+
+void requireOneOf(const CLI::Option* option, const std::vector<const CLI::Option*>& selections) {
+    const auto isGiven = [](const CLI::Option* selection) { return selection->count() != 0; };
+    if (isGiven(option) && std::none_of(selections.begin(), selections.end(), isGiven)) {
+        throw CLI::ValidationError(option->get_name(), "this selection does not take it");
+    }
 }
 
 }  // namespace zavevents

@@ -9,7 +9,9 @@
 #include <type_traits>
 #include <vector>
 
+#include <ZAVEventRepository/ZAVConversationList.h>
 #include <ZAVEventRepository/ZAVIdentifiers.h>
+#include <ZAVEventRepository/ZAVTimelineCursor.h>
 #include <ZAVEventRepository/ZAVURL.h>
 #include <ZAVEventRepository/ZAVUUID.h>
 
@@ -49,6 +51,11 @@ template <class Number>
 [[nodiscard]] Kind<double> seconds();
 
 [[nodiscard]] Kind<zav::ZAVUUID> uuid();
+
+/// The text of a cursor, as it was written with an event or with a conversation.
+[[nodiscard]] Kind<zav::ZAVTimelineCursor> cursor();
+[[nodiscard]] Kind<zav::ZAVConversationCursor> conversationCursor();
+
 [[nodiscard]] Kind<zav::ZAVURL> url();
 
 /// A text in UTF-8, as it is stored.
@@ -105,5 +112,9 @@ CLI::Option* addOption(CLI::App& command, const std::string& name, std::vector<V
         ->type_name(kind.name + " ...")
         ->expected(1, manyWords);
 }
+
+/// Refuses an option that is given without any of the selections that take it.
+/// @throws CLI::ValidationError
+void requireOneOf(const CLI::Option* option, const std::vector<const CLI::Option*>& selections);
 
 }  // namespace zavevents

@@ -17,6 +17,7 @@ void addCheckCommand(CLI::App& app, Invocation& invocation);
 void addCheckpointCommand(CLI::App& app, Invocation& invocation);
 void addCompactCommand(CLI::App& app, Invocation& invocation);
 void addConversationCommand(CLI::App& app, Invocation& invocation);
+void addConversationsCommand(CLI::App& app, Invocation& invocation);
 void addDeleteCommand(CLI::App& app, Invocation& invocation);
 void addDeleteStreamCommand(CLI::App& app, Invocation& invocation);
 void addDiskUsageCommand(CLI::App& app, Invocation& invocation);
@@ -39,5 +40,6 @@ void addStatsCommand(CLI::App& app, Invocation& invocation);
 void addStreamPostedCommand(CLI::App& app, Invocation& invocation);
 void addTombstoneCommand(CLI::App& app, Invocation& invocation);
 void addTransferCommand(CLI::App& app, Invocation& invocation);
+void addWatchCommand(CLI::App& app, Invocation& invocation);
 
 }  // namespace zavevents

@@ -1,9 +1,5 @@
 #include "EventWriter.h"
 
-#include <array>
-#include <charconv>
-#include <cmath>
-#include <concepts>
 #include <optional>
 #include <string_view>
 #include <variant>
@@ -11,152 +7,24 @@
 #include <ZAVEventRepository/ZAVUTF8.h>
 
 #include "Base64.h"
+#include "ObjectWriter.h"
 
 namespace zavevents {
 namespace {
 
 using namespace zav;
 
-void appendEscaped(std::string_view text, std::string& out) {
-    static constexpr std::string_view digits = "0123456789abcdef";
-    std::size_t plainFrom = 0;
-    for (std::size_t position = 0; position < text.size(); ++position) {
-        const auto byte = static_cast<unsigned char>(text[position]);
-        if (byte >= 0x20 && byte != '"' && byte != '\\') {
-            continue;
-        }
-        out += text.substr(plainFrom, position - plainFrom);
-        plainFrom = position + 1;
-        switch (byte) {
-            case '"':
-                out += "\\\"";
-                break;
-            case '\\':
-                out += "\\\\";
-                break;
-            case '\n':
-                out += "\\n";
-                break;
-            case '\r':
-                out += "\\r";
-                break;
-            case '\t':
-                out += "\\t";
-                break;
-            default:
-                out += "\\u00";
-                out += digits[byte >> 4];
-                out += digits[byte & 0x0F];
-        }
-    }
-    out += text.substr(plainFrom);
-}
-
-/// Appends text as a JSON string. A byte that is not UTF-8, which a database made elsewhere may hold, is
-/// replaced: the line itself must be UTF-8.
-void appendString(std::string_view text, std::string& out) {
-    out += '"';
-    if (ZAVIsUTF8(text)) {
-        appendEscaped(text, out);
-    } else {
-        while (!text.empty()) {
-            std::size_t length = 1;
-            while (length < 4 && length < text.size() && !ZAVIsUTF8(text.substr(0, length))) {
-                ++length;
-            }
-            if (ZAVIsUTF8(text.substr(0, length))) {
-                appendEscaped(text.substr(0, length), out);
-                text.remove_prefix(length);
-            } else {
-                out += "\xEF\xBF\xBD";
-                text.remove_prefix(1);
-            }
-        }
-    }
-    out += '"';
-}
-
-/// One JSON object that is being written: commas and keys.
-class ObjectWriter {
-public:
-    explicit ObjectWriter(std::string& out) : out_(out) { out_ += '{'; }
-
-    /// Keys are the schema's own: nothing in them needs escaping.
-    void key(std::string_view name) {
-        if (!first_) {
-            out_ += ',';
-        }
-        first_ = false;
-        out_ += '"';
-        out_ += name;
-        out_ += "\":";
-    }
-
-    template <std::integral Number>
-    void add(std::string_view name, Number number) {
-        key(name);
-        std::array<char, 24> digits;
-        out_.append(digits.data(), std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr);
-    }
-    void add(std::string_view name, bool flag) {
-        key(name);
-        out_ += flag ? "true" : "false";
-    }
-    void add(std::string_view name, std::string_view text) {
-        key(name);
-        appendString(text, out_);
-    }
-    void add(std::string_view name, const std::string& text) { add(name, std::string_view(text)); }
-    void add(std::string_view name, const ZAVUUID& uuid) { add(name, std::string_view(uuid.UUIDString())); }
-    void add(std::string_view name, ZAVDate date) {
-        const double seconds = ZAVSecondsSince1970(date);
-        if (std::isfinite(seconds)) {  // JSON has no other numbers
-            key(name);
-            std::array<char, 64> digits;
-            char* const begin = digits.data();
-            char* const limit = begin + digits.size();
-            // Whole seconds in plain digits; else whatever is shortest and reads back the same. Many digits
-            // without a point or an exponent would be taken for an integer, and be too long for one.
-            const bool isWhole = seconds == std::trunc(seconds);
-            const auto end = !isWhole ? std::to_chars(begin, limit, seconds)
-                             : std::abs(seconds) < 1e15
-                                 ? std::to_chars(begin, limit, seconds, std::chars_format::fixed)
-                                 : std::to_chars(begin, limit, seconds, std::chars_format::scientific);
-            out_.append(begin, end.ptr);
-        }
-    }
-    template <class T>
-    void add(std::string_view name, const std::optional<T>& value) {
-        if (value) {
-            add(name, *value);
-        }
-    }
-
-    void addBase64(std::string_view name, const ZAVData& data) {
-        key(name);
-        out_ += '"';
-        appendBase64(data.asText(), out_);
-        out_ += '"';
-    }
-
-    void close() { out_ += '}'; }
-
-private:
-    std::string& out_;
-    bool first_ = true;
-};
-
 void appendMetadata(const ZAVDictionary& metadata, std::string& out) {
     const char* separator = "{";
     for (const auto& [key, value] : metadata) {
         out += separator;
         separator = ",";
-        appendString(key, out);
+        appendJSONString(key, out);
         out += ':';
         const auto* text = std::get_if<std::string>(&value);
         const std::string_view bytes = text != nullptr ? *text : std::get<ZAVData>(value).asText();
         if (ZAVIsUTF8(bytes)) {
-            appendString(bytes, out);
+            appendJSONString(bytes, out);
         } else {
             out += R"({"base64":")";
             appendBase64(bytes, out);
@@ -197,7 +65,8 @@ void appendPartObject(const ZAVEventContent& part, std::string& out) {
 
 }  // namespace
 
-void appendEvent(const ZAVEvent& event, bool sequenced, std::string& text) {
+void appendEventObject(const ZAVEvent& event, bool sequenced, std::string& text,
+                       const std::optional<std::string>& cursor) {
     ObjectWriter object(text);
     object.add("database_identifier", event.databaseIdentifier());
     object.add("stream_database_identifier", event.streamDatabaseIdentifier());
@@ -231,7 +100,12 @@ void appendEvent(const ZAVEvent& event, bool sequenced, std::string& text) {
         }
         text += ']';
     }
+    object.add("cursor", cursor);
     object.close();
+}
+
+void appendEvent(const ZAVEvent& event, bool sequenced, std::string& text) {
+    appendEventObject(event, sequenced, text);
     text += '\n';
 }
 

@@ -7,8 +7,10 @@
 
 #include <ZAVEventRepository/ZAVEventRepository.h>
 #include <ZAVEventRepository/ZAVEventRowRepository.h>
+#include <ZAVEventRepository/ZAVTimeline.h>
 
 #include "Command.h"
+#include "EventChanges.h"
 #include "EventWriter.h"
 #include "ExactExpirations.h"
 #include "Output.h"
@@ -29,6 +31,10 @@ struct EventsOptions {
     std::optional<std::int64_t> row;
     std::optional<std::int32_t> seq;
     std::optional<ZAVUUID> stream;
+    std::optional<std::uint64_t> last;
+    std::optional<ZAVTimelineCursor> before;
+    std::optional<ZAVTimelineCursor> after;
+    std::uint64_t limit = 50;
 };
 
 /// The selected events in the order in which they are written: of the revived stream in replay order, else by
@@ -99,7 +105,50 @@ bool selectsAll(const EventsOptions& options) {
              options.revived || options.row || options.seq);
 }
 
+/// Whether a piece of a timeline is selected.
+bool selectsPage(const EventsOptions& options) {
+    return options.last || options.before || options.after;
+}
+
+std::optional<ZAVTimelinePage> selectedPage(const ZAVTimeline& timeline, const EventsOptions& options,
+                                            ZAVError* error) {
+    if (options.last) {
+        return timeline.latest(static_cast<std::size_t>(*options.last), error);
+    }
+    const auto limit = static_cast<std::size_t>(options.limit);
+    return options.before ? timeline.before(*options.before, limit, error)
+                          : timeline.after(*options.after, limit, error);
+}
+
+void writePage(const DatabaseFile& file, const EventsOptions& options) {
+    const auto store = openClientStore(file, {});
+    const ZAVTimeline timeline(*store, *options.stream);
+    Output output;
+    ZAVError error;
+    store->read(
+        [&](const ZAVRepositories& repositories) {
+            const auto page = selectedPage(timeline, options, &error);
+            require(page.has_value(), "cannot read the events", error);
+            ExactExpirations expirations(repositories.events.database(), false);
+            for (std::size_t index = 0; index < page->events.size(); ++index) {
+                ZAVEvent& event = *page->events[index];
+                const ZAVTimelineCursor& place = page->cursors[index];
+                expirations.restore(event);
+                appendEventObject(event, !place.waitingEvent(), output.text(), place.text());
+                output.text() += '\n';
+                output.flushIfLarge();
+            }
+        },
+        &error);
+    require(!error, "cannot read the events", error);
+    output.flush();
+}
+
 void writeEvents(const DatabaseFile& file, const EventsOptions& options) {
+    if (selectsPage(options)) {
+        writePage(file, options);
+        return;
+    }
     const auto database = openStore(file);
     // One snapshot: whether a `seq` was NULL is asked for after the events were read.
     if (!database->executeUpdate("BEGIN")) {
@@ -152,11 +201,24 @@ void addEventsCommand(CLI::App& app, Invocation& invocation) {
     addOption(*selection, "--id", options.row, row(), "The event in this row");
     auto* const seq =
         addOption(*selection, "--seq", options.seq, sequence(), "The event at this sequence of --stream");
+    const auto number = wholeNumber<std::uint64_t>(1, 1000000);
+    auto* const last = addOption(*selection, "--last", options.last, number,
+                                 "The newest NUMBER of --stream, in the order in which they are shown");
+    auto* const before = addOption(*selection, "--before", options.before, cursor(),
+                                   "Those of --stream that come next before the event of a cursor");
+    auto* const after = addOption(*selection, "--after", options.after, cursor(),
+                                  "Those of --stream that come next behind the event of a cursor");
     selection->require_option(0, 1);
     auto* const stream = addOption(command.parser(), "--stream", options.stream, uuid(), "A stream's UUID");
-    seq->needs(stream);
-    stream->needs(seq);
-    command.does(writeEvents);
+    auto* const limit = addOption(command.parser(), "--limit", options.limit, number,
+                                  "At most NUMBER of those before or behind a cursor (default: 50)");
+    for (auto* const ofStream : {seq, last, before, after}) {
+        ofStream->needs(stream);
+    }
+    command.does(writeEvents, [=] {
+        requireOneOf(stream, {seq, last, before, after});
+        requireOneOf(limit, {before, after});
+    });
 }
 
 }  // namespace zavevents

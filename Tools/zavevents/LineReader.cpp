@@ -107,7 +107,8 @@ LineReader::Filled LineReader::fill() {
     buffer_.resize(kept + blockSize);
     ssize_t count = -1;
     do {
-        if (signals_ != nullptr && !signals_->waitForInput(descriptor_)) {
+        pollfd input{descriptor_, POLLIN, 0};
+        if (signals_ != nullptr && !signals_->waitFor({&input, 1})) {
             buffer_.resize(kept);
             return Filled::stopped;
         }

@@ -1,5 +1,8 @@
 #include "Output.h"
 
+#include <poll.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -24,6 +27,11 @@ void Output::flush() {
         throw ToolError(std::string("standard output: ") + std::strerror(errno));
     }
     text_.clear();
+}
+
+bool Output::isClosed() {
+    pollfd output{STDOUT_FILENO, 0, 0};
+    return ::poll(&output, 1, 0) > 0;
 }
 
 }  // namespace zavevents

@@ -14,6 +14,9 @@ public:
     void flushIfLarge();
     void flush();
 
+    /// Whether standard output is a pipe, or the like, which nobody reads any more.
+    [[nodiscard]] static bool isClosed();
+
 private:
     std::string text_;
 };

@@ -118,14 +118,6 @@ void writeParts(const DatabaseFile& file, const PartsOptions& options) {
     output.flush();
 }
 
-/// Refuses an option that the chosen selection has no use for.
-void requireOneOf(const CLI::Option* option, const std::vector<const CLI::Option*>& selections) {
-    const auto isGiven = [](const CLI::Option* selection) { return selection->count() != 0; };
-    if (isGiven(option) && std::none_of(selections.begin(), selections.end(), isGiven)) {
-        throw CLI::ValidationError(option->get_name(), "this selection does not take it");
-    }
-}
-
 }  // namespace
 
 void addPartsCommand(CLI::App& app, Invocation& invocation) {

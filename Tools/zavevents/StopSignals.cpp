@@ -1,12 +1,13 @@
 #include "StopSignals.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <vector>
 
 #include "ToolError.h"
 
@@ -64,15 +65,17 @@ int StopSignals::received() const {
     return receivedSignal;
 }
 
-bool StopSignals::waitForInput(int descriptor) const {
-    std::array<pollfd, 2> waitedFor{{{descriptor, POLLIN, 0}, {wakeup[0], POLLIN, 0}}};
+bool StopSignals::waitFor(std::span<pollfd> descriptors) const {
+    std::vector<pollfd> waitedFor(descriptors.begin(), descriptors.end());
+    waitedFor.push_back({wakeup[0], POLLIN, 0});
     while (received() == 0) {
         if (::poll(waitedFor.data(), waitedFor.size(), -1) >= 0) {
-            if (waitedFor[0].revents != 0 && waitedFor[1].revents == 0) {
+            std::copy_n(waitedFor.begin(), descriptors.size(), descriptors.begin());
+            if (waitedFor.back().revents == 0) {
                 return true;
             }
         } else if (errno != EINTR) {
-            throw ToolError(std::string("cannot wait for input: ") + std::strerror(errno));
+            throw ToolError(std::string("cannot wait: ") + std::strerror(errno));
         }
     }
     return false;

@@ -1,8 +1,10 @@
 #pragma once
 
-#include <csignal>
+#include <poll.h>
 
 #include <array>
+#include <csignal>
+#include <span>
 #include <string>
 
 namespace zavevents {
@@ -20,9 +22,9 @@ public:
     /// The signal that came first; 0 when none did.
     [[nodiscard]] int received() const;
 
-    /// Waits until a descriptor can be read or its end be seen.
+    /// Waits until something happens to one of some descriptors, as `poll` does.
     /// @return false when a signal has come instead.
-    [[nodiscard]] bool waitForInput(int descriptor) const;
+    [[nodiscard]] bool waitFor(std::span<pollfd> descriptors) const;
 
 private:
     static constexpr std::array<int, 3> signals{SIGINT, SIGTERM, SIGHUP};

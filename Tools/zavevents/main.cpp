@@ -58,6 +58,7 @@ int run(int argc, char** argv) {
 
     for (const auto add : {zavevents::addInitCommand,           zavevents::addImportCommand,
                            zavevents::addEventsCommand,         zavevents::addPartsCommand,
+                           zavevents::addConversationsCommand,  zavevents::addWatchCommand,
                            zavevents::addStatsCommand,          zavevents::addSequenceCommand,
                            zavevents::addTombstoneCommand,      zavevents::addDeleteCommand,
                            zavevents::addProcessedCommand,      zavevents::addConversationCommand,

@@ -6,10 +6,14 @@ _zavevents_options() {
     check | compact | stats) echo --help --json ;;
     checkpoint) echo --help --json --passive --truncate ;;
     conversation) echo --help --member --stream ;;
+    conversations) echo --after --help --limit --member --unread-cap ;;
     delete) echo --cache --help --id --whole ;;
     delete-stream) echo --cache --help --stream-row ;;
     disk-usage) echo --help --json --tables ;;
-    events) echo --all --help --id --posted --publishable --revived --seq --stream --unprocessed --unpublishable ;;
+    events)
+        echo --after --all --before --help --id --last --limit --posted --publishable --revived --seq --stream \
+            --unprocessed --unpublishable
+        ;;
     import) echo --app-id --batch --help --record-changes --skip-bad-lines --user ;;
     init) echo --help ;;
     message) echo --event --help ;;
@@ -30,6 +34,7 @@ _zavevents_options() {
     stream-posted) echo --help --stream --stream-row ;;
     tombstone) echo --cache --help --seq --stream-row --whole ;;
     transfer) echo --accessed --event --expires --file --help --index --purged --size --status --url ;;
+    watch) echo --every --help --last --stream ;;
     esac
     # A command takes these too.
     [ -z "$1" ] || echo --key-file --log --trace
@@ -98,9 +103,9 @@ _zavevents() {
     elif [[ $current == -* ]]; then
         _zavevents_words "$(_zavevents_options "$command")" "$current"
     elif [ -z "$command" ]; then
-        _zavevents_words "check checkpoint compact conversation delete delete-stream disk-usage events import init message \
-            message-seq missing outbox participant-seq parts processed receive reclaim repair send sequence stats \
-            stream-posted tombstone transfer" "$current"
+        _zavevents_words "check checkpoint compact conversation conversations delete delete-stream disk-usage events import \
+            init message message-seq missing outbox participant-seq parts processed receive reclaim repair send sequence \
+            stats stream-posted tombstone transfer watch" "$current"
     elif ((positionals == 0)) || { ((positionals == 1)) && [[ $command =~ ^(import|receive|send)$ ]]; }; then
         _zavevents_files "$current"
     fi
