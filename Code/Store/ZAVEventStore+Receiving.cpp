@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <utility>
 
 #include <ZAVEventRepository/ZAVEventStore.h>
@@ -6,6 +5,7 @@
 #include "Private/Database/Internal/ZAVStatements.h"
 #include "Store/Internal/ZAVReceiver.h"
 #include "Store/Internal/ZAVRecordsBefore.h"
+#include "Store/Internal/ZAVSequenceGaps.h"
 #include "Store/Internal/ZAVStoreCore.h"
 #include "Store/Internal/ZAVStoreErrors.h"
 
@@ -105,16 +105,11 @@ std::optional<std::vector<ZAVSequenceGap>> ZAVEventStore::missingSequences(const
                              " WHERE streams.stream_id = ? AND events.seq IS NOT NULL"
                              " ORDER BY events.seq DESC",
                              streamUUID);
-        std::optional<std::int64_t> next;
+        std::optional<std::int64_t> above;
         while (rows && gaps.size() < limit && rows->nextWithError(&failure)) {
             const std::int64_t seq = rows->longLongIntForColumnIndex(0);
-            if (!next) {
-                next = std::max(seq, rows->longLongIntForColumnIndex(1)) + 1;
-            }
-            if (seq + 1 < *next) {
-                gaps.push_back({static_cast<ZAVSequence>(seq + 1), static_cast<ZAVSequence>(*next - 1)});
-            }
-            next = seq;
+            ZAVAddGapBetween(seq, above.value_or(rows->longLongIntForColumnIndex(1) + 1), gaps);
+            above = seq;
         }
     };
     if (!read(look, &failure) || failure) {

@@ -9,13 +9,6 @@
 #include "Store/Internal/ZAVTimelineReader.h"
 
 namespace zav {
-namespace {
-
-constexpr auto replayed = projections::selectEvents(
-    " WHERE events.seq IS NOT NULL AND streams.database_identifier = ?"
-    " ORDER BY events.preceding_seq, events.creator_id, events.client_seq");
-
-}  // namespace
 
 ZAVTimeline::ZAVTimeline(ZAVEventStore& store, const ZAVUUID& stream, ZAVTimelineOptions options)
     : store_(store), uuid_(stream), options_(std::move(options)) {}
@@ -85,7 +78,7 @@ bool ZAVTimeline::replay(const std::function<bool(const std::shared_ptr<ZAVEvent
         if (!stream) {
             return;
         }
-        auto rows = runQuery(repositories.events.database(), &failure, replayed, *stream);
+        auto rows = runQuery(repositories.events.database(), &failure, projections::replayed, *stream);
         while (rows && rows->nextWithError(&failure)) {
             const auto event = repositories.events.objectFromResultSet(*rows, &failure);
             if (failure || !visit(event)) {

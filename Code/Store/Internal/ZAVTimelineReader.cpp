@@ -9,6 +9,7 @@
 
 #include "Private/Database/Internal/ZAVStatements.h"
 #include "Private/Model/Repositories/Internal/ZAVEventsWithContent.h"
+#include "Store/Internal/ZAVSequenceGaps.h"
 #include "Store/Internal/ZAVStoreErrors.h"
 
 namespace zav {
@@ -328,18 +329,13 @@ bool ZAVTimelineReader::readGaps(const Row& found, std::vector<ZAVSequenceGap>& 
     ZAVError failure;
     auto rows = runQuery(repositories_.events.database(), &failure, storedSequences, stream_, types_,
                          found.front().place.number, lastSequenced->place.number);
-    std::optional<std::int64_t> next;
-    const auto addGap = [&](std::int64_t present) {
-        if (next && *next < present) {
-            gaps.push_back({static_cast<ZAVSequence>(*next), static_cast<ZAVSequence>(present - 1)});
-        }
-    };
+    std::optional<std::int64_t> below;
     while (rows && rows->nextWithError(&failure)) {
         const std::int64_t seq = rows->longLongIntForColumnIndex(0);
-        addGap(seq);
-        next = seq + 1;
+        ZAVAddGapBetween(below.value_or(seq), seq, gaps);
+        below = seq;
         if (rows->boolForColumnIndex(1)) {
-            addGap(rows->longLongIntForColumnIndex(2) + 1);
+            ZAVAddGapBetween(seq, rows->longLongIntForColumnIndex(2) + 1, gaps);
         }
     }
     if (failure) {

@@ -115,11 +115,9 @@ std::optional<ZAVSet<ZAVEvent>> ZAVEventRepository::eventsFromRevivedStreamWithS
         "-[ZAVEventRepository eventsFromRevivedStreamWithStreamDatabaseIdentifier:error:]",
         "fetching events for revived stream (streamDatabaseIdentifier=%lld)",
         "failed to fetch events for revived stream (streamDatabaseIdentifier=%lld) with %@"};
-    static constexpr auto statement = projections::selectEvents(
-        " WHERE events.seq IS NOT NULL AND streams.database_identifier = ?"
-        " ORDER BY events.preceding_seq, events.creator_id, events.client_seq");
     return readEvents(operation, *this, error, everyEvent,
-                      selecting(*this, statement, streamDatabaseIdentifier), streamDatabaseIdentifier);
+                      selecting(*this, projections::replayed, streamDatabaseIdentifier),
+                      streamDatabaseIdentifier);
 }
 
 std::optional<ZAVSet<ZAVEvent>> ZAVEventRepository::postedAndProcessedEvents(ZAVError* error) const {

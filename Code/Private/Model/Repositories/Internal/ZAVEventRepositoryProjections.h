@@ -38,6 +38,11 @@ template <std::size_t TailSize>
     return event + eventSource + tail;
 }
 
+/// The sequenced events of the stream in a row, in the order in which a state is rebuilt from them.
+inline constexpr auto replayed = selectEvents(
+    " WHERE events.seq IS NOT NULL AND streams.database_identifier = ?"
+    " ORDER BY events.preceding_seq, events.creator_id, events.client_seq");
+
 /// The statement that selects the content parts which `tail` names.
 template <std::size_t TailSize>
 // NOLINTNEXTLINE(modernize-avoid-c-arrays)
