@@ -19,9 +19,9 @@ if [ "${1:-}" = --tool ]; then
     fi
 else
     packages="g++ clang libclang-rt-dev clang-format python3 binutils dpkg-dev file git $packages
-        libgtest-dev librapidcheck-dev libcpp-httplib-dev"
-    tools="$tools python3 pkg-config git readelf"
-    libraries="$libraries, GoogleTest and RapidCheck; one example also cpp-httplib"
+        libgtest-dev librapidcheck-dev libcpp-httplib-dev libncurses-dev tmux"
+    tools="$tools python3 pkg-config git readelf tmux"
+    libraries="$libraries, GoogleTest and RapidCheck; examples also cpp-httplib and ncurses"
 fi
 if [ "${ENGINE:-}" = amalgamation ]; then
     packages="$packages curl ca-certificates"

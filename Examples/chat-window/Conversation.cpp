@@ -55,13 +55,19 @@ void Conversation::scroll(std::ptrdiff_t lines) {
 }
 
 std::vector<Line> Conversation::shown() const {
-    std::vector<Line> lines;
+    const std::ptrdiff_t first = linesAbove();
+    const std::ptrdiff_t last = lastShown();
+    std::vector<Line> shown;
+    std::ptrdiff_t number = 0;
     for (const Entry& entry : entries_) {
-        lines.insert(lines.end(), entry.lines.begin(), entry.lines.end());
+        for (const Line& line : entry.lines) {
+            if (number >= first && number <= last) {
+                shown.push_back(line);
+            }
+            ++number;
+        }
     }
-    lines.resize(static_cast<std::size_t>(lastShown() + 1));
-    lines.erase(lines.begin(), lines.begin() + linesAbove());
-    return lines;
+    return shown;
 }
 
 std::ptrdiff_t Conversation::linesAbove() const {

@@ -89,7 +89,7 @@ std::vector<std::string> wrapped(std::string_view text, int columns) {
     std::vector<std::string> lines(1);
     int used = 0;
     while (!text.empty()) {
-        if (text.front() == '\n') {
+        if (text.front() == '\n' || (text.front() == ' ' && used == columns)) {
             text.remove_prefix(1);
             lines.emplace_back();
             used = 0;
@@ -97,8 +97,8 @@ std::vector<std::string> wrapped(std::string_view text, int columns) {
         }
         const Character character = takeCharacter(text);
         while (used > 0 && used + character.columns > columns) {
-            // The word that has begun goes to the next line, unless the line is all one word.
-            const std::size_t blank = character.shown == " " ? std::string::npos : lines.back().rfind(' ');
+            // The word that has begun goes to the next line, unless this line is all one word.
+            const std::size_t blank = lines.back().rfind(' ');
             std::string word;
             if (blank != std::string::npos) {
                 word = lines.back().substr(blank + 1);

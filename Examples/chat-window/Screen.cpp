@@ -10,10 +10,19 @@
 #include <cstdio>
 #include <cstdlib>
 #include <stdexcept>
+#include <utility>
 
 #include <curses.h>
 
 namespace {
+
+constexpr std::array<std::pair<int, Key>, 7> keys{{{KEY_UP, keyUp},
+                                                   {KEY_DOWN, keyDown},
+                                                   {KEY_PPAGE, keyPageUp},
+                                                   {KEY_NPAGE, keyPageDown},
+                                                   {KEY_HOME, keyHome},
+                                                   {KEY_END, keyEnd},
+                                                   {KEY_BACKSPACE, keyBackspace}}};
 
 attr_t attributesOf(Style style) {
     switch (style) {
@@ -28,37 +37,15 @@ attr_t attributesOf(Style style) {
     }
 }
 
-int keyOf(int code) {
-    switch (code) {
-        case KEY_UP:
-            return keyUp;
-        case KEY_DOWN:
-            return keyDown;
-        case KEY_PPAGE:
-            return keyPageUp;
-        case KEY_NPAGE:
-            return keyPageDown;
-        case KEY_HOME:
-            return keyHome;
-        case KEY_END:
-            return keyEnd;
-        case KEY_BACKSPACE:
-            return keyBackspace;
-        case KEY_ENTER:
-            return '\n';
-        default:
-            return code < keyUp ? code : keyOther;
-    }
-}
-
 }  // namespace
 
 Screen::Screen() {
-    // Before the first text is measured. Without a locale of UTF-8 no name but those in ASCII could be shown.
+    // Texts are UTF-8, also where no language is set. Done before the first of them is measured.
     if (std::setlocale(LC_CTYPE, "") == nullptr || MB_CUR_MAX == 1) {
-        std::setlocale(LC_CTYPE, "C.UTF-8");
+        static_cast<void>(std::setlocale(LC_CTYPE, "C.UTF-8"));
     }
-    if (isatty(STDIN_FILENO) == 0 || newterm(nullptr, stdout, stdin) == nullptr) {
+    if (isatty(STDIN_FILENO) == 0 || isatty(STDOUT_FILENO) == 0 ||
+        newterm(nullptr, stdout, stdin) == nullptr) {
         throw std::runtime_error("this is no terminal that a window can be shown on");
     }
     raw();  // Ctrl-C too is a key
@@ -116,5 +103,13 @@ bool Screen::wait(int descriptor) {
 
 std::optional<int> Screen::key() {
     const int code = getch();
-    return code == ERR ? std::nullopt : std::optional(keyOf(code));
+    if (code == ERR) {
+        return std::nullopt;
+    }
+    for (const auto& [known, key] : keys) {
+        if (code == known) {
+            return key;
+        }
+    }
+    return code < keyUp ? code : keyOther;
 }
