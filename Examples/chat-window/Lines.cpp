@@ -138,9 +138,7 @@ std::vector<Line> linesOf(const ZAVEvent& event, bool waits, const std::string& 
         isOwn ? "you" : event.creator_name().value_or(event.creator_id().value_or("somebody"));
     lines.front().push_back(waits ? Span{0, "waiting", Style::waiting}
                                   : Span{0, timeOf(event), Style::faint});
-    lines.front().push_back(
-        {authorColumn,
-         wrapped(ZAVPrintable(author, ZAVEscapesCharacters), textColumn - authorColumn - 1).front(),
-         isOwn ? Style::ownName : Style::name});
+    lines.front().push_back({authorColumn, wrapped(author, textColumn - authorColumn - 1).front(),
+                             isOwn ? Style::ownName : Style::name});
     return lines;
 }

@@ -3,7 +3,6 @@
 
 #include <ZAVEventRepository/DDLog.h>
 #include <ZAVEventRepository/ZAVEventStore.h>
-#include <ZAVEventRepository/ZAVPrintable.h>
 #include <ZAVEventRepository/ZAVTimeline.h>
 #include <ZAVEventRepository/ZAVTimelineWindow.h>
 #include <ZAVEventRepository/ZAVUTF8.h>
@@ -38,7 +37,7 @@ public:
     }
 
     /// Returns when the user wants no more or the terminal is gone, and closes the store.
-    /// @throws std::runtime_error with what went wrong last, if nothing has gone well since.
+    /// @throws std::runtime_error when the last message could not be stored, or the last events not be read.
     void run() {
         do {
             draw();
@@ -49,15 +48,15 @@ public:
             throw std::runtime_error(error.description());
         }
         loop_.runPosted();  // how the last message has fared
-        if (!trouble_.empty()) {
-            throw std::runtime_error(trouble_);
+        if (const std::string& reason = trouble(); !reason.empty()) {
+            throw std::runtime_error(reason);
         }
     }
 
 private:
     void take(const ZAVTimelineDelivery& delivery) {
         conversation_.apply(delivery);
-        trouble_ = delivery.error.message();
+        unread_ = delivery.error.message();
         hasEarlier_ = delivery.page.hasEarlier;
         isExtending_ = false;
     }
@@ -97,9 +96,11 @@ private:
         screen_.put(row, 0, bar, Style::bar);
     }
 
+    [[nodiscard]] const std::string& trouble() const { return unsent_.empty() ? unread_ : unsent_; }
+
     [[nodiscard]] std::string status() const {
-        if (!trouble_.empty()) {
-            return trouble_;
+        if (const std::string& reason = trouble(); !reason.empty()) {
+            return reason;
         }
         if (const auto count = conversation_.newBelow(); count > 0) {
             return std::to_string(count) + " new below: End leads there";
@@ -165,7 +166,7 @@ private:
             return;
         }
         if (!ZAVIsUTF8(input_)) {
-            trouble_ = "What was typed is no text in UTF-8";
+            unsent_ = "Not sent: this is no text in UTF-8";
             return;
         }
         auto part = std::make_shared<ZAVEventContent>();
@@ -184,14 +185,14 @@ private:
         };
         const auto completion = [this, text = input_, reason](const ZAVWorkOutcome& outcome) {
             const bool isStored = outcome.state == ZAVWorkOutcome::State::done;
-            trouble_ = isStored ? "" : "Not sent: " + (outcome.error ? outcome.error : *reason).message();
+            unsent_ = isStored ? "" : "Not sent: " + (outcome.error ? outcome.error : *reason).message();
             input_.insert(0, isStored ? "" : text);
         };
         input_.clear();
         conversation_.scroll(conversation_.lines());
         ZAVError error;
         if (!store_.writeAsync(work, completion, {}, &error)) {
-            trouble_ = error.message();
+            unsent_ = error.message();
         }
     }
 
@@ -202,7 +203,8 @@ private:
     Screen screen_{};
     Conversation conversation_;
     std::string input_{};
-    std::string trouble_{};
+    std::string unsent_{};  ///< why the last message could not be stored
+    std::string unread_{};  ///< why the events could not be read the last time
     bool hasEarlier_ = false;
     bool isExtending_ = false;
     std::unique_ptr<ZAVTimelineWindow> window_{};  // goes first: it tells the others

@@ -221,16 +221,20 @@ class ChatWindow(example_programs.ExampleTest):
     def test_fits_itself_to_another_size(self):
         text = "one two three four five six seven eight nine ten eleven twelve"
         window = self.start([*messages(1, 20), message(21, text)], shows="eleven")
-        self.assertEqual(listed(window.rows())[-2:], ["10-09 08:53 Ada      one two three four five six seven eight nine ten",
-                                                      "                     eleven twelve"])
-        window.resize(40, 7)
-        window.wait_until(lambda rows: listed(rows) == [
-            "10-09 08:53 Ada      one two three four",
-            "                     five six seven",
-            "                     eight nine ten",
-            "                     eleven twelve"], "the text is not wrapped anew")
+        first = "10-09 08:53 Ada      one two three four five six seven eight nine ten"
+        self.assertEqual(listed(window.rows())[-2:], [first, "                     eleven twelve"])
         window.press("Up")
-        window.wait_until(lambda rows: listed(rows)[-1] == "                     eight nine ten", "it does not scroll")
+        window.wait_until(lambda rows: listed(rows)[-1] == first, "it does not scroll")
+        window.resize(40, 7)
+        window.wait_until(lambda rows: listed(rows)[-2:] == ["10-09 08:53 Ada      message 20",
+                                                             "10-09 08:53 Ada      one two three four"],
+                          "it does not stay where it was")
+        window.press("End")
+        window.wait_until(lambda rows: listed(rows) == ["10-09 08:53 Ada      one two three four",
+                                                        "                     five six seven",
+                                                        "                     eight nine ten",
+                                                        "                     eleven twelve"],
+                          "the text is not wrapped anew")
         window.resize(20, 7)
         window.wait_for("too small")
         window.resize(100, 20)
@@ -274,11 +278,15 @@ class ChatWindow(example_programs.ExampleTest):
 
     def test_stores_what_was_sent_before_it_ends(self):
         window = self.start(messages(1, 2), shows="message 2")
+        writer = self.hold_the_write_lock()
         window.type("One more thing")
+        window.press("Enter")
+        window.type("And another")
         window.press("Enter", "Escape")
+        writer.execute("ROLLBACK")
         self.expect_end(window, 0)
         self.assertEqual([json.loads(line)["content"][0]["text"] for line in self.tool("outbox").splitlines()],
-                         ["One more thing"])
+                         ["One more thing", "And another"])
 
     def test_tells_at_its_end_what_could_not_be_stored(self):
         window = self.start(messages(1, 2), shows="message 2")
