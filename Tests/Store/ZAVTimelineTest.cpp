@@ -318,6 +318,22 @@ TEST_F(TimelineOfAStream, finds_all_of_its_rows_by_an_index) {
     });
 }
 
+TEST_F(TimelineOfAStream, reads_a_page_of_sequenced_events_in_the_order_of_its_index_alone) {
+    addSequences({1, 2, 3, 4, 5});
+    const ZAVTimeline room = timeline();
+    const auto cursor = at(4);
+    const auto statements = statementsOf(store(), [&] { static_cast<void>(room.before(cursor, 2)); });
+    EXPECT_GE(statements.size(), 4U) << "its events, their content and metadata, and the gaps";
+    store().read([&](const ZAVRepositories& repositories) {
+        for (const std::string& statement : statements) {
+            for (const std::string& step : planOf(statement, repositories.events.database())) {
+                EXPECT_EQ(step.find("TEMP B-TREE"), std::string::npos) << step << " in " << statement;
+                EXPECT_EQ(step.find("LIST SUBQUERY"), std::string::npos) << step << " in " << statement;
+            }
+        }
+    });
+}
+
 TEST_F(TimelineOfAStream, shows_the_moment_of_the_work_that_it_is_read_in) {
     addSequences({1, 2});
     write([&](const ZAVRepositories&) {

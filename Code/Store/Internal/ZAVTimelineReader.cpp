@@ -54,26 +54,23 @@ constexpr auto waitingBetween = events + unsequenced + askedWaiting + " AND " + 
                                 " >= (?3, ?4) AND " + placeOfWaiting + " <= (?5, ?6)" + waitingOrder;
 
 // What belongs to the events of a page is asked for by the two places where they begin and end.
-constexpr ZAVStatementText rowsOfEvents("SELECT events.database_identifier FROM events");
-constexpr auto sequencedRows = rowsOfEvents + sequenced + " AND events.seq BETWEEN ?3 AND ?4" + asked;
-constexpr auto waitingRows = rowsOfEvents + unsequenced + askedWaiting + " AND " + placeOfWaiting +
-                             " >= (?3, ?4) AND " + placeOfWaiting + " <= (?5, ?6)";
-constexpr auto contentOfSequenced = projections::selectContentOf(sequencedRows);
-constexpr auto metadataOfSequenced = projections::selectMetadataOf(sequencedRows);
-constexpr auto contentOfWaiting = projections::selectContentOf(waitingRows);
-constexpr auto metadataOfWaiting = projections::selectMetadataOf(waitingRows);
+constexpr auto sequencedOfPage = sequenced + " AND events.seq BETWEEN ?3 AND ?4" + asked;
+constexpr auto waitingOfPage = unsequenced + askedWaiting + " AND " + placeOfWaiting + " >= (?3, ?4) AND " +
+                               placeOfWaiting + " <= (?5, ?6)";
+constexpr auto contentOfSequenced = projections::selectContentOfEvents(sequencedOfPage);
+constexpr auto metadataOfSequenced = projections::selectMetadataOfEvents(sequencedOfPage);
+constexpr auto contentOfWaiting = projections::selectContentOfEvents(waitingOfPage);
+constexpr auto metadataOfWaiting = projections::selectMetadataOfEvents(waitingOfPage);
 
-// The stored sequences from the event before ?3 to ?4, and behind that when no event follows, with the
-// sequence that the stream has come to where the last one is read.
-constexpr auto storedSequences =
-    ZAVStatementText(
-        "SELECT events.seq, events.seq = (SELECT MAX(seq) FROM events WHERE stream_database_identifier = ?1"
-        " AND seq <= 9223372036854775807), (SELECT seq FROM streams WHERE database_identifier = ?1)"
-        " FROM events WHERE events.stream_database_identifier = ?1 AND events.seq >= IFNULL((SELECT events.seq"
-        " FROM events") +
-    sequenced + " AND events.seq < ?3" + asked +
-    " ORDER BY events.seq DESC LIMIT 1), ?3) AND events.seq <= CASE WHEN EXISTS (SELECT 1 FROM events" +
-    sequenced + " AND events.seq > ?4" + asked + ") THEN ?4 ELSE 9223372036854775807 END ORDER BY events.seq";
+// From where to where a page tells of gaps whose sequenced events are at ?3 to ?4: from the event before it,
+// and to the end of the stream, as far as that has come, when no event follows.
+constexpr auto rangeOfGaps =
+    ZAVStatementText("SELECT IFNULL((SELECT events.seq FROM events") + sequenced + " AND events.seq < ?3" +
+    asked + " ORDER BY events.seq DESC LIMIT 1), ?3), EXISTS (SELECT 1 FROM events" + sequenced +
+    " AND events.seq > ?4" + asked + "), (SELECT seq FROM streams WHERE database_identifier = ?1)";
+constexpr ZAVStatementText storedSequences(
+    "SELECT events.seq FROM events WHERE events.stream_database_identifier = ?1"
+    " AND events.seq BETWEEN ?2 AND ?3 ORDER BY events.seq");
 
 /// How many rows to ask for, so that one more than wanted tells whether there are further ones.
 std::int64_t oneMoreThan(std::size_t count) noexcept {
@@ -326,22 +323,39 @@ bool ZAVTimelineReader::readGaps(const Row& found, std::vector<ZAVSequenceGap>& 
     if (lastSequenced == found.rend()) {
         return true;
     }
+    FMDatabase& database = repositories_.events.database();
     ZAVError failure;
-    auto rows = runQuery(repositories_.events.database(), &failure, storedSequences, stream_, types_,
-                         found.front().place.number, lastSequenced->place.number);
+    std::int64_t first = 0;
+    std::int64_t last = lastSequenced->place.number;
+    std::optional<std::int64_t> lastOfStream;
+    {
+        auto range =
+            runQuery(database, &failure, rangeOfGaps, stream_, types_, found.front().place.number, last);
+        if (range && range->nextWithError(&failure)) {
+            first = range->longLongIntForColumnIndex(0);
+            if (!range->boolForColumnIndex(1)) {
+                last = greatest;
+                lastOfStream = range->longLongIntForColumnIndex(2);
+            }
+        }
+    }
     std::optional<std::int64_t> below;
-    while (rows && rows->nextWithError(&failure)) {
-        const std::int64_t seq = rows->longLongIntForColumnIndex(0);
-        ZAVAddGapBetween(below.value_or(seq), seq, gaps);
-        below = seq;
-        if (rows->boolForColumnIndex(1)) {
-            ZAVAddGapBetween(seq, rows->longLongIntForColumnIndex(2) + 1, gaps);
+    if (!failure) {
+        auto rows = runQuery(database, &failure, storedSequences, stream_, first, last);
+        while (rows && rows->nextWithError(&failure)) {
+            const std::int64_t seq = rows->longLongIntForColumnIndex(0);
+            ZAVAddGapBetween(below.value_or(seq), seq, gaps);
+            below = seq;
         }
     }
     if (failure) {
         ZAVStoreError(error, failure);
+        return false;
     }
-    return !failure;
+    if (below && lastOfStream) {
+        ZAVAddGapBetween(*below, *lastOfStream + 1, gaps);
+    }
+    return true;
 }
 
 }  // namespace zav

@@ -43,6 +43,30 @@ template <class Text>
            events + ") AND object_type = 'event' AND key_type = 0";
 }
 
+// The same for events that a condition selects, " WHERE ..." on their table: where one index leads to all of
+// them, it is gone through, and no list of rows is made first. The order is that of such an index.
+
+/// The statement that selects the content parts of the events that `condition` selects.
+template <class Text>
+[[nodiscard]] constexpr auto selectContentOfEvents(const Text& condition) noexcept {
+    return content +
+           " FROM events CROSS JOIN event_content_parts"
+           " ON event_content_parts.event_database_identifier = events.database_identifier"
+           " LEFT JOIN streams ON (streams.database_identifier = events.stream_database_identifier)" +
+           condition +
+           " ORDER BY events.seq, events.database_identifier, event_content_parts.event_content_part_id";
+}
+
+/// The statement that selects the transient metadata of the events that `condition` selects.
+template <class Text>
+[[nodiscard]] constexpr auto selectMetadataOfEvents(const Text& condition) noexcept {
+    return ZAVStatementText(
+               "SELECT object_database_identifier, key, value, typeof(value) = 'blob' FROM events"
+               " CROSS JOIN keyed_values_remote ON object_database_identifier = events.database_identifier"
+               " AND object_type = 'event' AND key_type = 0") +
+           condition;
+}
+
 }  // namespace projections
 
 /// Gives events that were read without them their content and metadata, with two statements, however many
