@@ -15,6 +15,8 @@
 # make rates         how many events a second can be stored, those of EVENTS, a JSON Lines file
 # make store         what the store for several threads adds, and how its readers and its writer fare together
 # make windows       what a commit executes on its thread while windows are open, and its upper limits
+# make timeline      what pages of timelines and of the list of conversations cost, and their limits, in stores of
+#                    TIMELINE_SIZES, which may be given: the large one takes 200 bytes of $TMPDIR for an event
 # make memory        what records take in memory, and whether memory grows with use
 # make tool-cost     the tool beside the library alone, at the events of EVENTS, a JSON Lines file
 # make toolchains    builds with clang++ and libc++, and compiles for 32 bits
@@ -48,6 +50,7 @@ FUZZ_SECONDS ?= 600
 BENCH = $(BUILD)/bench$(ENGINE:%=-%)
 SIZES ?= 1000,10000,100000,1000000
 SCALE_OPTIONS ?=
+TIMELINE_SIZES ?= 10000,10000000
 PRESETS ?= shared sqlcipher
 
 CONFIGURE = cmake -S . -B $(BUILD) -G Ninja -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) -DCMAKE_CXX_COMPILER=$(CXX) \
@@ -56,7 +59,7 @@ CONFIGURE = cmake -S . -B $(BUILD) -G Ninja -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) -DC
 TOOL_ALONE = $(if $(wildcard $(BUILD)/CMakeCache.txt),,-DZAV_BUILD_TESTS=OFF -DZAV_BUILD_EXAMPLES=OFF)
 
 .PHONY: run tool test test-long threads fuzz static valgrind coverage docs bench configure-bench instructions scale commits rates store \
-	windows memory tool-cost toolchains presets check hooks build setup setup-tool setup-checks format check-format clean
+	windows timeline memory tool-cost toolchains presets check hooks build setup setup-tool setup-checks format check-format clean
 
 run: tool
 	rm -f $(SAMPLE_DATABASE) $(SAMPLE_DATABASE)-wal $(SAMPLE_DATABASE)-shm
@@ -126,6 +129,11 @@ store: configure-bench
 windows: configure-bench
 	cmake --build $(BENCH) -j $(JOBS) --target zav_windows
 	python3 Benchmarks/check_windows.py $(BENCH)
+
+timeline: configure-bench
+	cmake --build $(BENCH) -j $(JOBS) --target zav_timeline zav_joined
+	$(BENCH)/Benchmarks/zav_timeline --sizes=$(TIMELINE_SIZES)
+	python3 Benchmarks/check_joined.py $(BENCH)
 
 memory: configure-bench
 	cmake --build $(BENCH) -j $(JOBS) --target zav_memory

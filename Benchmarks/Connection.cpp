@@ -36,6 +36,25 @@ void configure(sqlite3* connection) {
             "; PRAGMA wal_autocheckpoint=" + std::to_string(options.writeAheadLogPages));
 }
 
+std::string dropIndexes(sqlite3* connection) {
+    std::string drops;
+    std::string indexes;
+    sqlite3_stmt* statement = nullptr;
+    const int status = sqlite3_prepare_v2(
+        connection, "SELECT name, sql FROM sqlite_master WHERE type = 'index' AND sql IS NOT NULL", -1,
+        &statement, nullptr);
+    while (status == SQLITE_OK && sqlite3_step(statement) == SQLITE_ROW) {
+        const auto text = [&](int column) {
+            return std::string(reinterpret_cast<const char*>(sqlite3_column_text(statement, column)));
+        };
+        drops += "DROP INDEX " + text(0) + ";";
+        indexes += text(1) + ";";
+    }
+    sqlite3_finalize(statement);
+    execute(connection, drops);
+    return indexes;
+}
+
 std::string digestOfTables(sqlite3* connection) {
     Digest digest;
     for (const char* table : {"streams", "events", "event_content_parts", "synced_changes", "messages",

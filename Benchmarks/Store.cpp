@@ -63,7 +63,7 @@ public:
         }
         run("PRAGMA journal_mode=DELETE; PRAGMA journal_mode=OFF; PRAGMA synchronous=OFF; "
             "PRAGMA cache_size=-262144; PRAGMA temp_store=MEMORY; BEGIN");
-        dropIndexes();
+        indexes_ = dropIndexes(connection_);
     }
     ~Writer() {
         for (sqlite3_stmt* const statement : statements_) {
@@ -74,12 +74,7 @@ public:
     Writer(const Writer&) = delete;
     Writer& operator=(const Writer&) = delete;
 
-    void finish() {
-        for (const std::string& index : indexes_) {
-            run(index);
-        }
-        run("COMMIT; ANALYZE; DROP TABLE sqlite_stat1");
-    }
+    void finish() { run(indexes_ + "COMMIT; ANALYZE; DROP TABLE sqlite_stat1"); }
 
     sqlite3_stmt* prepare(const char* text) {
         sqlite3_stmt* statement = nullptr;
@@ -103,25 +98,9 @@ public:
 private:
     void run(const std::string& script) { execute(connection_, script); }
 
-    /// An index that is built at the end is built by one sort.
-    void dropIndexes() {
-        std::string drops;
-        sqlite3_stmt* const indexes =
-            prepare("SELECT name, sql FROM sqlite_master WHERE type = 'index' AND sql IS NOT NULL");
-        while (sqlite3_step(indexes) == SQLITE_ROW) {
-            const auto text = [&](int column) {
-                return std::string(reinterpret_cast<const char*>(sqlite3_column_text(indexes, column)));
-            };
-            drops += "DROP INDEX " + text(0) + ";";
-            indexes_.push_back(text(1));
-        }
-        sqlite3_reset(indexes);
-        run(drops);
-    }
-
     sqlite3* connection_ = nullptr;
     std::vector<sqlite3_stmt*> statements_;
-    std::vector<std::string> indexes_;
+    std::string indexes_;
 };
 
 struct PartRow {

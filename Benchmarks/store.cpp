@@ -16,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include "Require.h"
 #include "RunMain.h"
 #include "Store.h"
 #include "Support/TemporaryDirectory.h"
@@ -28,12 +29,6 @@ using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
 
 constexpr std::size_t eventsOfAWork = 100;
-
-void require(bool succeeded, const ZAVError& error) {
-    if (!succeeded) {
-        throw std::runtime_error(error.description());
-    }
-}
 
 /// A store of 20,000 events, as an application has it, and a handle of its own on the same file.
 class Bench {

@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "Require.h"
 #include "RunMain.h"
 #include "Store.h"
 #include "Support/TemporaryDirectory.h"
@@ -61,12 +62,6 @@ private:
     std::mutex mutex_;
     std::deque<std::function<void()>> calls_;
 };
-
-void require(bool succeeded, const ZAVError& error) {
-    if (!succeeded) {
-        throw std::runtime_error(error.description());
-    }
-}
 
 /// Commits events one by one with so many windows open: `here`, on the stream that they come into, each of
 /// which finds the windows at rest and has them read anew at once; or `elsewhere`, on others, which have

@@ -1,0 +1,66 @@
+#include <ZAVEventRepository/ZAVDatabaseEngine.h>
+
+#include <functional>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Conversations.h"
+#include "RepeatedPage.h"
+#include "RunMain.h"
+
+namespace zav::bench {
+
+/// What is counted. `check_joined.py` looks for its name.
+[[gnu::noinline]] void readCounted(const std::function<void()>& reading) {
+    reading();
+}
+
+namespace {
+
+/// Reads the events of one page again and again: jointly, as a page, or one by one.
+int run(int count, char** arguments) {
+    constexpr int times = 20;
+    constexpr std::size_t length = 49;
+    const std::string_view way = count == 2 ? arguments[1] : "";
+    if (way != "jointly" && way != "singly") {
+        throw std::runtime_error("usage: zav_joined jointly|singly");
+    }
+    ZAVDatabaseEngine::configureProcess();
+    const MadeConversations made(10'000);
+    const Stream stream = made.shape().longStream();
+    const auto store = made.open();
+    const RepeatedPage page(*store, stream, stream.length / 2, length);
+    std::vector<ZAVDatabaseIdentifier> rows;
+    for (const auto& event : page.read().events) {
+        rows.push_back(event->databaseIdentifier());
+    }
+    const auto readSingly = [&](const ZAVEventRepository& events) {
+        std::vector<std::shared_ptr<ZAVEvent>> found;
+        for (const ZAVDatabaseIdentifier row : rows) {
+            found.push_back(events.eventForDatabaseIdentifier(row));
+        }
+        require(found.back() != nullptr, ZAVError());
+    };
+    std::function<void()> reading = [&] { page.read(); };
+    if (way == "singly") {
+        reading = [&] {
+            ZAVError error;
+            require(store->read(readSingly, &error), error);
+        };
+    }
+    reading();  // its statements are prepared then
+    for (int time = 0; time < times; ++time) {
+        readCounted(reading);
+    }
+    return 0;
+}
+
+}  // namespace
+}  // namespace zav::bench
+
+int main(int count, char** arguments) {
+    return zav::bench::runMain(zav::bench::run, count, arguments);
+}
