@@ -1,5 +1,6 @@
 #include <ZAVEventRepository/ZAVEventStore.h>
 #include <ZAVEventRepository/ZAVIdentifiers.h>
+#include <ZAVEventRepository/ZAVTimeline.h>
 #include <malloc.h>
 
 #include <algorithm>
@@ -15,6 +16,7 @@
 #include <vector>
 
 #include "Connection.h"
+#include "Require.h"
 #include "Support/TemporaryDirectory.h"
 #include "Workloads.h"
 
@@ -157,24 +159,8 @@ std::size_t allocatedBytes() {
     return figures.uordblks + figures.hblkhd;
 }
 
-/// One page of events behind a row, held while the allocated bytes are looked at.
-ZAVDatabaseIdentifier readPage(const ZAVRepositories& repositories, ZAVDatabaseIdentifier last,
-                               std::size_t& count, std::size_t& most) {
-    auto rows = repositories.events.database().executeQuery(
-        "SELECT database_identifier FROM events WHERE database_identifier > ? ORDER BY database_identifier"
-        " LIMIT ?",
-        last, static_cast<std::int64_t>(eventsOfAPage));
-    std::vector<std::shared_ptr<ZAVEvent>> page;
-    while (rows && rows->next()) {
-        last = rows->longLongIntForColumnIndex(0);
-        page.push_back(repositories.events.eventForDatabaseIdentifier(last));
-    }
-    count += page.size();
-    most = std::max(most, allocatedBytes());
-    return last;
-}
-
-/// Whether a store whose reader pages through all of it takes no more than it may.
+/// Whether a store whose reader pages through all of its streams, from the newest events of each to its
+/// oldest, takes no more than it may.
 bool pagesWithinLimit() {
     const test::TemporaryDirectory directory;
     const std::string path = directory.file("store.db");
@@ -184,15 +170,18 @@ bool pagesWithinLimit() {
     const std::size_t before = allocatedBytes();
     std::size_t most = before;
     std::size_t count = 0;
-    const auto store = ZAVEventStore::open(path);
-    ZAVDatabaseIdentifier last = 0;
-    for (std::size_t countBefore = 1; countBefore != count;) {
-        countBefore = count;
-        if (store == nullptr || !store->read([&](const ZAVRepositories& repositories) {
-                last = readPage(repositories, last, count, most);
-            })) {
-            throw std::runtime_error("cannot read a page");
+    ZAVError error;
+    const auto store = ZAVEventStore::open(path, {}, &error);
+    require(store != nullptr, error);
+    for (std::size_t stream = 1; stream <= streamsOf(shape); ++stream) {
+        const ZAVTimeline timeline(*store, static_cast<ZAVDatabaseIdentifier>(stream));
+        auto page = timeline.latest(eventsOfAPage, &error);
+        for (; page && !page->events.empty();
+             page = timeline.before(page->cursors.front(), eventsOfAPage, &error)) {
+            count += page->events.size();
+            most = std::max(most, allocatedBytes());
         }
+        require(page.has_value(), error);
     }
     const std::size_t atEnd = allocatedBytes();
     store->releaseMemory();
