@@ -81,6 +81,7 @@ public:
 
     /// Has the device keep the file, gives it its name, and then records that the part is complete, how large
     /// it is, and that it was accessed now.
+    /// Whether all of the content has come is the caller's to know: a service may have told another size.
     /// @return false on failure, with the reason in `error`, such as that no part waits for it any more: the
     /// file is removed then. One that is left to the next is after any other failure. It stays when the store
     /// is suspended, and may be finished when it is resumed.

@@ -88,9 +88,9 @@ public:
 
     /// As `read`, on a thread of the store. It does not wait for writes.
     /// @param completion is told the outcome, once, by the executor; may be empty.
-    /// @return none when the work will not run, with the reason in `error`: the store is closed, has no
-    /// executor (`ZAVEventStoreErrorNoExecutor`), or gets no thread (`ZAVEventStoreErrorNoThread`). The
-    /// completion is not called then.
+    /// @return none when the work will not run, with the reason in `error`: the store is closed or suspended,
+    /// has no executor (`ZAVEventStoreErrorNoExecutor`), or gets no thread (`ZAVEventStoreErrorNoThread`).
+    /// The completion is not called then.
     std::optional<ZAVPendingWork> readAsync(ReadingWork work, ZAVWorkCompletion completion,
                                             const ZAVWorkOptions& options = {}, ZAVError* error = nullptr);
 
@@ -107,7 +107,7 @@ public:
     /// until the subscription is let go of.
     ///
     /// Of a write that was running when the first observer came, the changes are not known.
-    /// @return nothing when the store is closed or has no executor, with the reason in `error`.
+    /// @return nothing when the store is closed, suspended, or has no executor, with the reason in `error`.
     [[nodiscard]] ZAVStoreSubscription subscribe(ZAVStoreObserver observer, ZAVError* error = nullptr);
 
     /// Looks whether others have committed since it was looked last, or since the store was opened, and has
@@ -122,8 +122,9 @@ public:
     /// for its sequence: by stream, author and `client_id`, a waiting row without an author being the user's.
     /// The same event may come any number of times, and the same rows result.
     ///
-    /// The records are told their rows. `preceding_seq` and `client_seq` of an event that is stored already
-    /// are left as they are unless something else has changed.
+    /// The records are told their rows. What an event that is stored already does not say (a field that is
+    /// not set) stays as it is stored; `preceding_seq` and `client_seq` that it says are taken over only when
+    /// something else has changed.
     /// @return what became of each event, in the order given; one that is refused costs the others nothing.
     /// None when the database fails, or when one is refused and the options want them all or none: nothing is
     /// stored then, and the records are as they were before, with the reason in `error`.
@@ -134,7 +135,8 @@ public:
 
     /// Records what the service gave to an event that was sent from here, as its answer says: the event of
     /// this author and `client_id` in the stream. `receive` may have recorded it before, or do so later.
-    /// @return what became of it: `own`, `known`, `conflict`, or `refused` when there is no such event. None
+    /// @return what became of it: `own`, `known`, `conflict` when another event stands at the sequence or the
+    /// event at another one, or `refused` when there is no such event or `seq` is `ZAVSequenceNotSet`. None
     /// when the database fails, with the reason in `error`.
     std::optional<ZAVReceivedEvent> recordPosted(const ZAVUUID& streamUUID, const ZAVUUID& clientID,
                                                  ZAVSequence seq, const std::string& creatorID,
@@ -223,7 +225,7 @@ public:
 
     /// What becomes of works that wait for a thread or for their turn while the store is suspended.
     enum class SuspendedWorks {
-        wait,     ///< they run when it is resumed; their deadlines come all the same
+        wait,     ///< those given before run when it is resumed; their deadlines come all the same
         refused,  ///< they fail with `ZAVEventStoreErrorSuspended`
     };
 

@@ -64,7 +64,7 @@ void ZAVTimelineWindow::extendLater(std::size_t count) {
 }
 
 void ZAVTimelineWindow::trim(const ZAVTimelineCursor& first, const ZAVTimelineCursor& last) {
-    all_->ask(*live_, {0, 0, std::pair(first, last)});
+    all_->ask(*live_, {0, 0, ZAVTimelineRequest::Kept{first, last}});
 }
 
 }  // namespace zav

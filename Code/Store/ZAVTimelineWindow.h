@@ -109,7 +109,7 @@ public:
     ~ZAVTimelineWindow();
 
     /// Takes in the events that come next before its first one, as they are when it is read. As with the
-    /// others, that is soon, and without regard to `coalescing`.
+    /// others, that is soon, and without regard to `coalescing`. When nothing changes, nothing is told.
     /// @param count how many at most.
     void extendEarlier(std::size_t count);
 
@@ -118,7 +118,8 @@ public:
     void extendLater(std::size_t count);
 
     /// Lets go of what stands before one place and behind another. A window that so has lost the newest
-    /// events does not follow any more. Nothing happens when one of them is of another stream.
+    /// events does not follow any more; one whose last event, as it was told last, is to stay goes on to
+    /// follow, also when others have come since. Nothing happens when one of them is of another stream.
     void trim(const ZAVTimelineCursor& first, const ZAVTimelineCursor& last);
 
 private:

@@ -85,7 +85,9 @@ public:
             const std::size_t last = first + below(cursors.size() - first);
             window_->trim(cursors[first], cursors[last]);
             first_ = cursors[first];
-            last_ = placeOf(cursors[last]);
+            // One that reaches the newest end, and is to keep its last event, goes on to follow.
+            const bool keepsEnd = last + 1 == cursors.size() && !screen_.last().page.hasLater;
+            last_ = keepsEnd ? std::nullopt : std::optional(placeOf(cursors[last]));
         }
     }
 

@@ -369,6 +369,74 @@ TEST_F(Receiving, RecordsWhatTheServiceGaveToAnEventThatWasSent) {
     EXPECT_EQ(ada().recordPosted(room(), uuidNumber(50), 4, user, 1009)->outcome, Outcome::conflict);
 }
 
+TEST_F(Receiving, RefusesAnAnswerWithoutASequence) {
+    storeWaiting(10, user);
+    const auto clientID = ZAVUUIDFromData(received(1, 10)->client_id());
+    EXPECT_EQ(ada().recordPosted(room(), *clientID, 2147483647, user, 1004)->outcome, Outcome::refused);
+    EXPECT_EQ(rows("SELECT seq FROM events"), Rows{"NULL"});
+}
+
+TEST_F(Receiving, AnAnswerWithAnotherSequenceThanTheEventHasIsAConflict) {
+    const auto row = storeWaiting(10, user);
+    const auto clientID = ZAVUUIDFromData(received(1, 10)->client_id());
+    EXPECT_EQ(ada().recordPosted(room(), *clientID, 4, user, 1004)->outcome, Outcome::own);
+    const auto answer = ada().recordPosted(room(), *clientID, 7, user, 1007);
+    ASSERT_TRUE(answer);
+    EXPECT_EQ(answer->outcome, Outcome::conflict);
+    EXPECT_EQ(answer->row, row);
+    EXPECT_EQ(answer->reason.message(), "it stands at the sequence 4 already");
+    EXPECT_EQ(rows("SELECT seq, timestamp FROM events"), Rows{"4|1004"});
+}
+
+TEST_F(Receiving, LeavesWhatAnEventDoesNotSayAsItIsStored) {
+    auto first = received(4, 10, "bruno");
+    first->set_creator_name("Bruno");
+    first->set_client_seq(7);
+    first->set_preceding_seq(3);
+    first->set_subtype(2);
+    first->set_member_id("chloe");
+    first->set_target_seq(1);
+    receive({first});
+    const std::string stored =
+        "SELECT timestamp, client_seq, preceding_seq, subtype, target_seq, creator_name, member_id FROM events";
+    const Rows before = rows(stored);
+    EXPECT_EQ(before, Rows{"1004|7|3|2|1|Bruno|chloe"});
+    const auto again = received(4, 10, "bruno");
+    again->unset_server_timestamp();
+    EXPECT_EQ(receiveOne(again).outcome, Outcome::known);
+    EXPECT_EQ(rows(stored), before);
+    EXPECT_FALSE(again->server_timestampIsSet()) << "the record says what it said before";
+    EXPECT_FALSE(again->client_seqIsSet());
+    const auto renamed = received(4, 10, "bruno");
+    renamed->set_creator_name("Bruno B.");
+    EXPECT_EQ(receiveOne(renamed).outcome, Outcome::changed);
+    EXPECT_EQ(rows(stored), Rows{"1004|7|3|2|1|Bruno B.|chloe"});
+}
+
+/// The answer of the service (P) and its event, which says little of itself (r).
+class TerseEcho : public Receiving, public testing::WithParamInterface<std::string> {};
+
+TEST_P(TerseEcho, LeadsToTheSameRowsInWhateverOrder) {
+    storeWaiting(10, user);
+    EXPECT_EQ(rows("SELECT COUNT(*) FROM events WHERE client_seq IS 3"), Rows{"0"});
+    execute("UPDATE events SET client_seq = 3, preceding_seq = 2");
+    const auto clientID = ZAVUUIDFromData(received(1, 10)->client_id());
+    for (const char step : GetParam()) {
+        if (step == 'P') {
+            EXPECT_TRUE(ada().recordPosted(room(), *clientID, 4, user, 1004));
+        } else {
+            const auto event = received(4, 10, user);
+            event->unset_server_timestamp();
+            receive({event});
+        }
+    }
+    EXPECT_EQ(rows("SELECT seq, creator_id, timestamp, client_seq, preceding_seq FROM events"),
+              Rows{"4|ada|1004|3|2"});
+}
+
+INSTANTIATE_TEST_SUITE_P(Orders, TerseEcho, testing::Values("Pr", "rP", "rPr", "PrP", "rrP"),
+                         [](const auto& order) { return std::string(order.param); });
+
 /// The answer of the service (P), its event (R) and the deletion of that (D), in any order and several times.
 class InAnyOrder : public Receiving, public testing::WithParamInterface<std::string> {};
 

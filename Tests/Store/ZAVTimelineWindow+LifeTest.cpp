@@ -70,6 +70,24 @@ TEST_F(LifeOfAWindow, follows_no_more_when_the_newest_events_are_trimmed) {
     EXPECT_EQ(text(), "... 2 4 5 6");
 }
 
+TEST_F(LifeOfAWindow, goes_on_to_follow_when_what_it_told_last_is_to_stay) {
+    addSequences({1, 2, 3, 4, 5});
+    const auto window = show();
+    // What has come since is not known yet to whom trims, and is not let go of.
+    addSequences({6});
+    window->trim(at(3), at(5));
+    awaitText("... 3 4 5 6");
+    EXPECT_EQ(text(), "... 3 4 5 6");
+    after([&] { addSequences({7}); });
+    EXPECT_EQ(text(), "... 3 4 5 6 7");
+    after([&] { add(std::nullopt, "waits", 1); });
+    const auto cursors = screen().last().page.cursors;
+    after([&] { window->trim(cursors.at(4), cursors.back()); });
+    EXPECT_EQ(text(), "... 7 waits");
+    after([&] { addSequences({8}); });
+    EXPECT_EQ(text(), "... 7 8 waits");
+}
+
 TEST_F(LifeOfAWindow, is_not_trimmed_by_the_places_of_another_stream) {
     addSequences({1, 2, 3});
     const auto other = ZAVTimelineCursor::atSequence(streamOf(uuidNumber(2)), 2);

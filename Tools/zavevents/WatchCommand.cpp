@@ -48,9 +48,9 @@ std::string_view nameOf(Kind kind) {
 /// The end of a timeline, as whoever reads the output knows it.
 class WatchedTimeline {
 public:
-    WatchedTimeline(const ZAVTimeline& timeline, ZAVRegisteredStream stream, std::size_t count,
+    WatchedTimeline(const ZAVTimeline& timeline, const ZAVRegisteredStream& stream, std::size_t count,
                     std::string& text)
-        : stream_(std::move(stream)), text_(text) {
+        : stream_(stream), text_(text) {
         ZAVTimelineWindowOptions options;
         options.count = count;
         options.coalescing = std::chrono::milliseconds::zero();  // the store looks at intervals
@@ -95,20 +95,20 @@ private:
 
     /// Takes a step in the list of rows; answers the row that it is about.
     ZAVDatabaseIdentifier apply(const ZAVTimelineDifference& difference, const ZAVTimelinePage& page) {
-        const auto at = [this](std::size_t position) {
+        const auto place = [this](std::size_t position) {
             return rows_.begin() + static_cast<std::ptrdiff_t>(position);
         };
         if (difference.kind == Kind::inserted) {
             // All before it has come, and so it stands where it does in the end.
             const auto row = page.events.at(difference.position)->databaseIdentifier();
-            return *rows_.insert(at(difference.position), row);
+            return *rows_.insert(place(difference.position), row);
         }
         const ZAVDatabaseIdentifier row = rows_.at(difference.from);
         if (difference.kind != Kind::changed) {
-            rows_.erase(at(difference.from));
+            rows_.erase(place(difference.from));
         }
         if (difference.kind == Kind::moved) {
-            rows_.insert(at(difference.position), row);
+            rows_.insert(place(difference.position), row);
         }
         return row;
     }

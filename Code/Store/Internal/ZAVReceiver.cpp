@@ -8,6 +8,7 @@
 #include "Private/Database/Internal/ZAVStatements.h"
 #include "Private/Model/Repositories/Internal/ZAVEventMetadata.h"
 #include "Store/Internal/ZAVEventChecks.h"
+#include "Store/Internal/ZAVFieldsNotSaid.h"
 #include "Store/Internal/ZAVStreamRecency.h"
 
 namespace zav {
@@ -23,6 +24,10 @@ ZAVError conflictOf(const ZAVEvent& event, const ZAVData& storedClientID) {
                                                            " stands another event: its client_id is " +
                                                            textOf(storedClientID) + ", that of this one " +
                                                            textOf(*event.client_id()));
+}
+
+ZAVError errorOfNoSequence() {
+    return ZAVErrorOfUnusableEvent("it has no sequence, which the service gives to what it sends");
 }
 
 bool hasText(const std::optional<std::string>& text) {
@@ -74,7 +79,7 @@ ZAVError ZAVReceiver::objectionTo(const ZAVEvent& event) const {
         return objection;
     }
     if (!event.seqIsSet() || event.seq() == ZAVSequenceNotSet) {
-        return ZAVErrorOfUnusableEvent("it has no sequence, which the service gives to what it sends");
+        return errorOfNoSequence();
     }
     if (event.stream_id() && event.streamUUID() != streamUUID_) {
         return ZAVErrorOfUnusableEvent("it is of another stream");
@@ -94,6 +99,10 @@ bool ZAVReceiver::store(ZAVEvent& event, ZAVReceivedEvent& answer, ZAVError* err
     const bool isOwn = stored->isWaiting && options_.recognisesOwnEvents;
     if (!stored->row || (stored->isWaiting && !isOwn)) {
         return storeNew(event, answer, error);
+    }
+    const ZAVFieldsNotSaid notSaid(event);
+    if (!notSaid.takeFrom(repositories_.events.database(), *stored->row, error)) {
+        return false;
     }
     answer.outcome = isOwn ? Outcome::own : Outcome::known;
     if (isOwn) {
@@ -332,6 +341,10 @@ std::optional<bool> ZAVReceiver::isStoredAsItIs(const ZAVEvent& event, ZAVError*
 }
 
 bool ZAVReceiver::recordPosted(ZAVEvent& event, ZAVReceivedEvent& answer, ZAVError* error) {
+    if (event.seq() == ZAVSequenceNotSet) {
+        answer = {Outcome::refused, ZAVDatabaseIdentifierNotSet, errorOfNoSequence()};
+        return true;
+    }
     event.setStreamDatabaseIdentifier(stream_);
     event.set_stream_id(ZAVDataFromUUID(streamUUID_));
     const auto stored = recognition_.recognise(event, stream_, error);
@@ -343,9 +356,7 @@ bool ZAVReceiver::recordPosted(ZAVEvent& event, ZAVReceivedEvent& answer, ZAVErr
         return true;
     }
     if (!stored->row) {
-        answer = {Outcome::refused, ZAVDatabaseIdentifierNotSet,
-                  ZAVErrorOfUnusableEvent("no event of this author and client_id waits for its sequence")};
-        return true;
+        return answerOfAbsent(event, answer, error);
     }
     answer.outcome = Outcome::own;
     if (stored->isWaiting) {
@@ -360,7 +371,47 @@ bool ZAVReceiver::recordPosted(ZAVEvent& event, ZAVReceivedEvent& answer, ZAVErr
     }
     answer.outcome = twin->row ? Outcome::own : Outcome::known;
     answer.row = twin->row ? *twin->row : *stored->row;
-    return !twin->row || mergeTwin(*stored->row, event, *twin->row, error);
+    return twin->row ? mergeTwin(*stored->row, event, *twin->row, error)
+                     : recordTimestamp(event, *stored->row, error);
+}
+
+/// The event that came before the answer need not have said when it was posted.
+bool ZAVReceiver::recordTimestamp(const ZAVEvent& event, ZAVDatabaseIdentifier row, ZAVError* error) {
+    FMDatabase& database = repositories_.events.database();
+    if (!runUpdate(
+            database, error,
+            "UPDATE events SET timestamp = ? WHERE database_identifier = ? AND IFNULL(timestamp, 0) = 0"
+            " AND timestamp IS NOT ?",
+            event.server_timestamp(), row, event.server_timestamp())) {
+        return false;
+    }
+    changesStored_ = changesStored_ || database.changes() > 0;
+    return true;
+}
+
+/// Nothing waits for its sequence: the event is not there, or has another sequence.
+bool ZAVReceiver::answerOfAbsent(const ZAVEvent& event, ZAVReceivedEvent& answer, ZAVError* error) const {
+    ZAVError failure;
+    auto rows =
+        runQuery(repositories_.events.database(), &failure,
+                 "SELECT database_identifier, seq FROM events WHERE client_id = ?"
+                 " AND stream_database_identifier = ? AND creator_id IS ? AND seq IS NOT NULL LIMIT 1",
+                 event.client_id(), stream_, event.creator_id());
+    const bool isThere = rows && rows->nextWithError(&failure);
+    if (failure) {
+        ZAVStoreError(error, failure);
+        return false;
+    }
+    if (isThere) {
+        answer = {Outcome::conflict, rows->longLongIntForColumnIndex(0),
+                  ZAVErrorOfStore(ZAVEventStoreErrorConflict,
+                                  "it stands at the sequence " +
+                                      std::to_string(rows->longLongIntForColumnIndex(1)) + " already")};
+    } else {
+        answer = {Outcome::refused, ZAVDatabaseIdentifierNotSet,
+                  ZAVErrorOfUnusableEvent("no event of this author and client_id waits for its sequence")};
+    }
+    return true;
 }
 
 bool ZAVReceiver::finish(ZAVError* error) {

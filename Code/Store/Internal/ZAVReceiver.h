@@ -47,6 +47,8 @@ private:
     bool assignSequence(ZAVEvent& event, ZAVDatabaseIdentifier row, ZAVError* error);
     bool mergeTwin(ZAVDatabaseIdentifier sequenced, ZAVEvent& event, ZAVDatabaseIdentifier waiting,
                    ZAVError* error);
+    bool recordTimestamp(const ZAVEvent& event, ZAVDatabaseIdentifier row, ZAVError* error);
+    bool answerOfAbsent(const ZAVEvent& event, ZAVReceivedEvent& answer, ZAVError* error) const;
     bool applyDeletion(const ZAVEvent& deletion, ZAVError* error);
     bool persist(ZAVEvent& event, ZAVError* error);
     bool recordChange(ZAVDatabaseIdentifier row, ZAVSyncedChangeType type, ZAVError* error);

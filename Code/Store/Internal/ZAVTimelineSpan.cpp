@@ -85,17 +85,24 @@ bool ZAVTimelineSpan::answer(Ends& ends, const ZAVTimelineRequest& request, cons
         }
         ends.last = *last;
     }
-    if (!request.kept || request.kept->first.stream() != ends.stream ||
-        request.kept->second.stream() != ends.stream) {
+    return !request.kept || keep(ends, *request.kept, reader, error);
+}
+
+bool ZAVTimelineSpan::keep(Ends& ends, const ZAVTimelineRequest::Kept& kept, const ZAVTimelineReader& reader,
+                           ZAVError* error) {
+    if (kept.first.stream() != ends.stream || (kept.last && kept.last->stream() != ends.stream)) {
         return true;
     }
-    const auto first = reader.placeOf(request.kept->first, error);
-    const auto last = first ? reader.placeOf(request.kept->second, error) : std::nullopt;
+    const auto first = reader.placeOf(kept.first, error);
+    const auto last = first && kept.last ? reader.placeOf(*kept.last, error) : std::nullopt;
+    if (!first || (kept.last && !last)) {
+        return false;
+    }
+    ends.first = std::max(ends.first, *first);
     if (last) {
-        ends.first = std::max(ends.first, *first);
         ends.last = std::min(ends.last.value_or(*last), *last);
     }
-    return last.has_value();
+    return true;
 }
 
 }  // namespace zav

@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <optional>
-#include <utility>
 #include <vector>
 
 #include <ZAVEventRepository/ZAVTimelineWindow.h>
@@ -16,8 +15,12 @@ struct ZAVTimelineRequest {
     std::size_t earlier = 0;  ///< how many events to take in before the first one
     std::size_t later = 0;    ///< how many behind the last one
 
-    /// What to keep: from the one place to the other.
-    std::optional<std::pair<ZAVTimelineCursor, ZAVTimelineCursor>> kept{};
+    /// What to keep.
+    struct Kept {
+        ZAVTimelineCursor first;                ///< from here on
+        std::optional<ZAVTimelineCursor> last;  ///< up to here; none to leave the end alone
+    };
+    std::optional<Kept> kept{};
 };
 
 /// From where to where a window goes in its timeline.
@@ -46,6 +49,8 @@ private:
     static bool follow(Ends& ends, const ZAVTimelineReader& reader, ZAVError* error);
     static bool answer(Ends& ends, const ZAVTimelineRequest& request, const ZAVTimelineReader& reader,
                        ZAVError* error);
+    static bool keep(Ends& ends, const ZAVTimelineRequest::Kept& kept, const ZAVTimelineReader& reader,
+                     ZAVError* error);
 
     ZAVTimelineWindowOptions options_;
     bool hadEvents_ = false;

@@ -50,6 +50,10 @@ void ZAVTimelineWindows::ask(const ZAVLiveTimeline& timeline, const ZAVTimelineR
     const std::lock_guard lock(mutex_);
     Window& window = **find(timeline);
     window.requests.push_back(request);
+    auto& kept = window.requests.back().kept;
+    if (kept && window.toldEnd && kept->last == window.toldEnd) {
+        kept->last.reset();  // nothing that was told is to go there
+    }
     window.isWanted = true;
     startWhenWanted();
 }
@@ -213,7 +217,7 @@ ZAVTimelineWindows::Readings ZAVTimelineWindows::takeDue(const Windows& windows)
         reading.requests = window->requests;
         reading.delivery = std::make_shared<ZAVTimelineDelivery>();
         reading.call.emplace_back([self = shared_from_this(), window, delivery = reading.delivery] {
-            self->delivered(*window);
+            self->delivered(*window, delivery->page);
             window->timeline->observer().tell(*delivery);
         });
         window->isWanted = false;
@@ -258,8 +262,10 @@ bool ZAVTimelineWindows::settle(Reading& reading, const ZAVError& error) {
 }
 
 /// Before the observer is called, so that what comes meanwhile is read.
-void ZAVTimelineWindows::delivered(Window& window) noexcept {
+void ZAVTimelineWindows::delivered(Window& window, const ZAVTimelinePage& page) noexcept {
     const std::lock_guard lock(mutex_);
+    window.toldEnd =
+        page.hasLater || page.cursors.empty() ? std::nullopt : std::optional(page.cursors.back());
     window.isDelivering = false;
     startWhenWanted();
 }

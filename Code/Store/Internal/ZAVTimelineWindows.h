@@ -55,6 +55,7 @@ private:
         std::vector<ZAVTimelineRequest> requests{};
         bool isWanted = true;  ///< to be read
         bool isDelivering = false;
+        std::optional<ZAVTimelineCursor> toldEnd{};  ///< the last event, if it was told as the newest one
         std::optional<Time> lastRead{};
     };
     using Windows = std::vector<std::shared_ptr<Window>>;
@@ -80,7 +81,7 @@ private:
     [[nodiscard]] Readings takeDue(const Windows& windows);
     static void read(Reading& reading, const ZAVRepositories& repositories);
     [[nodiscard]] bool settle(Reading& reading, const ZAVError& error);
-    void delivered(Window& window) noexcept;
+    void delivered(Window& window, const ZAVTimelinePage& page) noexcept;
     void startWhenWanted() noexcept;
     void startAt(Time time) noexcept;
 
