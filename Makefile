@@ -27,13 +27,15 @@
 # Each sets up what it needs: on Debian and Ubuntu missing packages are installed, elsewhere they are named. What `make run`
 # has built, `make test` uses.
 # BUILD, BUILD_TYPE, CXX, SANITIZE, UNITY and ENGINE may be given, as in: make test CXX=clang++ SANITIZE=address,undefined
-# BUILD=build-asan. UNITY=ON compiles the product several sources at a time, in half of the time. ENGINE is that of ZAV_ENGINE; amalgamation, SQLite compiled in, is fetched into build/engine. What
+# BUILD=build-asan. UNITY=ON compiles the product several sources at a time, in half of the time; with SHARES=16 each
+# program of tests runs as 16 processes, and not as one for each test. ENGINE is that of ZAV_ENGINE; amalgamation, SQLite compiled in, is fetched into build/engine. What
 # measures has a folder for each engine, $(BUILD)/bench-amalgamation.
 
 BUILD ?= build
 BUILD_TYPE ?= Release
 SANITIZE ?=
 UNITY ?= OFF
+SHARES ?= 0
 ENGINE ?=
 ifeq ($(origin CXX),default)
 CXX := g++
@@ -54,7 +56,7 @@ TIMELINE_SIZES ?= 10000,10000000
 PRESETS ?= shared sqlcipher
 
 CONFIGURE = cmake -S . -B $(BUILD) -G Ninja -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) -DCMAKE_CXX_COMPILER=$(CXX) \
-	-DZAV_SANITIZE=$(SANITIZE) -DCMAKE_UNITY_BUILD=$(UNITY) $(ENGINE_CHOICE)
+	-DZAV_SANITIZE=$(SANITIZE) -DCMAKE_UNITY_BUILD=$(UNITY) -DZAV_TEST_SHARES=$(SHARES) $(ENGINE_CHOICE)
 # A folder that is configured already stays as it is, so that its tests are not taken out of it.
 TOOL_ALONE = $(if $(wildcard $(BUILD)/CMakeCache.txt),,-DZAV_BUILD_TESTS=OFF -DZAV_BUILD_EXAMPLES=OFF)
 

@@ -46,14 +46,13 @@ void ZAVTimelineWindows::remove(const ZAVLiveTimeline& timeline) noexcept {
     }
 }
 
-void ZAVTimelineWindows::ask(const ZAVLiveTimeline& timeline, const ZAVTimelineRequest& request) {
+void ZAVTimelineWindows::ask(const ZAVLiveTimeline& timeline, ZAVTimelineRequest request) {
     const std::lock_guard lock(mutex_);
     Window& window = **find(timeline);
-    window.requests.push_back(request);
-    auto& kept = window.requests.back().kept;
-    if (kept && window.toldEnd && kept->last == window.toldEnd) {
-        kept->last.reset();  // nothing that was told is to go there
+    if (request.kept && window.toldEnd && request.kept->last == window.toldEnd) {
+        request.kept->last.reset();  // nothing that was told is to go there
     }
+    window.requests.push_back(request);
     window.isWanted = true;
     startWhenWanted();
 }

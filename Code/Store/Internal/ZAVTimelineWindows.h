@@ -35,7 +35,7 @@ public:
 
     void add(std::shared_ptr<ZAVLiveTimeline> timeline, std::chrono::milliseconds coalescing);
     void remove(const ZAVLiveTimeline& timeline) noexcept;
-    void ask(const ZAVLiveTimeline& timeline, const ZAVTimelineRequest& request);
+    void ask(const ZAVLiveTimeline& timeline, ZAVTimelineRequest request);
 
     [[nodiscard]] bool areThere() const noexcept { return count_.load(std::memory_order_relaxed) > 0; }
 
