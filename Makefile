@@ -1,7 +1,7 @@
 # make run           the main job: import a sample conversation into a database file, print statistics, list what can be sent;
 #                    builds the tool alone, with one compiler
 # make test          build everything and run all tests
-# make test-long     the sweeps, crashes and random sequences again, at length (some 20 minutes)
+# make test-long     the sweeps, crashes and random sequences again, at length (an hour and more)
 # make threads       the tests of the store under the thread sanitizer, on the engine that is compiled in
 # make fuzz          the fuzzers, FUZZ_SECONDS each
 # make static        clang-tidy and cppcheck
@@ -26,10 +26,11 @@
 #
 # Each sets up what it needs: on Debian and Ubuntu missing packages are installed, elsewhere they are named. What `make run`
 # has built, `make test` uses.
-# BUILD, BUILD_TYPE, CXX, SANITIZE, UNITY and ENGINE may be given, as in: make test CXX=clang++ SANITIZE=address,undefined
-# BUILD=build-asan. UNITY=ON compiles the product several sources at a time, in half of the time; with SHARES=16 each
-# program of tests runs as 16 processes, and not as one for each test. ENGINE is that of ZAV_ENGINE; amalgamation, SQLite compiled in, is fetched into build/engine. What
-# measures has a folder for each engine, $(BUILD)/bench-amalgamation.
+# BUILD, BUILD_TYPE, CXX, SANITIZE, UNITY, SHARES and ENGINE may be given, as in: make test CXX=clang++
+# SANITIZE=address,undefined BUILD=build-asan. UNITY=ON compiles the product several sources at a time, in half of the time;
+# with SHARES=16 each program of tests runs as 16 processes, and not as one for each test. ENGINE is that of ZAV_ENGINE;
+# amalgamation, SQLite compiled in, is fetched into build/engine. What measures has a folder for each engine,
+# $(BUILD)/bench-amalgamation.
 
 BUILD ?= build
 BUILD_TYPE ?= Release
