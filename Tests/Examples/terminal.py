@@ -91,18 +91,21 @@ class Terminal:
         return (self._directory / f"stty-{when}").read_text(encoding="ascii")
 
     def wait_until(self, condition, expectation):
-        """Waits until a condition holds for the rows of the screen, and answers them."""
+        """Waits until a condition holds for the rows of the screen, and answers them. A screen that is still being
+        painted is waited for."""
         end = time.monotonic() + PATIENCE
+        shown = None
         while True:
             has_ended = self._has_ended()
             rows = self.rows()
-            if condition(rows):
+            if condition(rows) and rows == shown:
                 return rows
+            shown = rows
             if has_ended:  # what it has written may yet come to the screen, but no more than that
                 end = min(end, time.monotonic() + 10)
             if time.monotonic() > end:
                 raise AssertionError(f"{expectation}; the screen shows:\n" + "\n".join(rows))
-            time.sleep(0.05)
+            time.sleep(0.1)
 
     def wait_for(self, text):
         return self.wait_until(lambda rows: any(text in row for row in rows), f"{text!r} does not appear")
