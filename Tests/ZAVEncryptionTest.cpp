@@ -257,7 +257,7 @@ TEST_F(Encryption, AStoreWakesUpWhenThereIsItsKeyAgain) {
     EXPECT_FALSE(store->resume(&error));
     EXPECT_EQ(error.code(), 21) << error.description();
     EXPECT_FALSE(store->read([](const ZAVRepositories&) {}, &error));
-    EXPECT_EQ(error.code(), 14) << "it sleeps on; " << error.description();
+    EXPECT_EQ(error.code(), 16) << "it sleeps on; " << error.description();
     isLocked = false;
     EXPECT_TRUE(store->resume(&error)) << error.description();
     EXPECT_TRUE(store->read([](const ZAVRepositories&) {}, &error)) << error.description();
