@@ -305,8 +305,8 @@ class ChatWindow(example_programs.ExampleTest):
         self.database.write_text("This is no database, however long it is. " * 100, encoding="ascii")
         run = self.run_example("chat-window", self.database, STREAM, "bruno")
         self.assertEqual(run.returncode, 1)
-        self.assertEqual(run.stderr,
-                         f'{self.database}: Error Domain=SQLite Code=26 "file is not a database"\n')
+        # Older engines put the rest in other words.
+        self.assertTrue(run.stderr.startswith(f"{self.database}: Error Domain=SQLite Code=26 "), run.stderr)
 
     def test_says_so_when_it_has_no_terminal(self):
         run = self.run_example("chat-window", self.database, STREAM, "bruno")
