@@ -1,5 +1,6 @@
 #include "Store/Internal/ZAVContentNames.h"
 
+#include <cstddef>
 #include <random>
 
 namespace zav {
@@ -70,7 +71,7 @@ std::string ZAVMakePartialName(const std::string& name) {
 std::string ZAVPartialNameOfPart(const std::string& name, std::uint64_t part) {
     std::string digits;
     for (; digits.size() < digitCount; part /= hexDigits.size()) {
-        digits += hexDigits[part % hexDigits.size()];
+        digits += hexDigits[static_cast<std::size_t>(part % hexDigits.size())];
     }
     return markedName(partialPrefix, digits, name);
 }
