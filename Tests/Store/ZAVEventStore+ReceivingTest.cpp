@@ -352,6 +352,21 @@ TEST_F(Receiving, MergesTheTwoRowsThatAClientLeftWhichDidNotRecogniseItsOwn) {
     EXPECT_EQ(rows("SELECT CAST(value AS TEXT) FROM event_content_parts"), Rows{"mine"});
 }
 
+TEST_F(Receiving, LeavesToTheRowThatStaysOfTwoWhatAnEventDoesNotSay) {
+    ZAVReceiveOptions options;
+    options.recognisesOwnEvents = false;
+    const auto row = storeWaiting(10, user);
+    execute("UPDATE events SET client_seq = 3, preceding_seq = 2");
+    EXPECT_EQ(receiveOne(received(4, 10, user), options).outcome, Outcome::added);
+    auto again = received(4, 10, user);
+    again->set_creator_name("Ada");
+    EXPECT_EQ(receiveOne(again).outcome, Outcome::own);
+    EXPECT_EQ(
+        rows(
+            "SELECT database_identifier, seq, client_seq, preceding_seq, timestamp, creator_name FROM events"),
+        Rows{std::to_string(row) + "|4|3|2|1004|Ada"});
+}
+
 // What the service answers to what was sent
 
 TEST_F(Receiving, RecordsWhatTheServiceGaveToAnEventThatWasSent) {

@@ -1,6 +1,7 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <csignal>
@@ -86,7 +87,10 @@ private:
             }
             if (difference.kind != Kind::removed) {
                 object.key("event");
-                appendEventIn(delivery.page, row);
+                // All before an insertion has come, and changes come last: both stand where they do in the
+                // end.
+                appendEvent(delivery.page, difference.kind == Kind::moved ? positionOf(row, delivery.page)
+                                                                          : difference.position);
             }
             object.close();
             text_ += '\n';
@@ -99,7 +103,6 @@ private:
             return rows_.begin() + static_cast<std::ptrdiff_t>(position);
         };
         if (difference.kind == Kind::inserted) {
-            // All before it has come, and so it stands where it does in the end.
             const auto row = page.events.at(difference.position)->databaseIdentifier();
             return *rows_.insert(place(difference.position), row);
         }
@@ -113,14 +116,15 @@ private:
         return row;
     }
 
-    void appendEventIn(const ZAVTimelinePage& page, ZAVDatabaseIdentifier row) {
-        for (std::size_t index = 0; index < page.events.size(); ++index) {
-            if (page.events[index]->databaseIdentifier() == row) {
-                const ZAVTimelineCursor& cursor = page.cursors[index];
-                appendEventObject(*page.events[index], !cursor.waitingEvent(), text_, cursor.text());
-                return;
-            }
-        }
+    static std::size_t positionOf(ZAVDatabaseIdentifier row, const ZAVTimelinePage& page) {
+        const auto isIt = [row](const auto& event) { return event->databaseIdentifier() == row; };
+        return static_cast<std::size_t>(std::find_if(page.events.begin(), page.events.end(), isIt) -
+                                        page.events.begin());
+    }
+
+    void appendEvent(const ZAVTimelinePage& page, std::size_t position) {
+        const ZAVTimelineCursor& cursor = page.cursors.at(position);
+        appendEventObject(*page.events.at(position), !cursor.waitingEvent(), text_, cursor.text());
     }
 
     ZAVRegisteredStream stream_;

@@ -118,6 +118,9 @@ bool ZAVReceiver::store(ZAVEvent& event, ZAVReceivedEvent& answer, ZAVError* err
             }
             if (twin->row) {
                 answer.outcome = Outcome::own;
+                if (!notSaid.takeFrom(repositories_.events.database(), *twin->row, error)) {
+                    return false;
+                }
             }
         }
     }
