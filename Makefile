@@ -88,7 +88,7 @@ test-long: build
 threads: ENGINE = amalgamation
 threads: CXX = clang++
 threads: setup setup-checks
-	cmake -S . -B $(BUILD)/threads -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG=-O1 -DCMAKE_CXX_COMPILER=$(CXX) \
+	cmake -S . -B $(BUILD)/threads -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_COMPILER=$(CXX) \
 		-DZAV_SANITIZE=thread -DCMAKE_UNITY_BUILD=ON $(ENGINE_CHOICE) -DZAV_BUILD_TESTS=ON -DZAV_BUILD_EXAMPLES=OFF
 	cmake --build $(BUILD)/threads -j $(JOBS) --target zav_store_tests
 	$(BUILD)/threads/Tests/zav_store_tests --gtest_brief=1

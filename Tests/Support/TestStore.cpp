@@ -27,12 +27,14 @@ std::string columnText(sqlite3_stmt* statement, int column) {
             const auto* const bytes =
                 static_cast<const unsigned char*>(sqlite3_column_blob(statement, column));
             const int size = sqlite3_column_bytes(statement, column);
-            std::string hexadecimal = "X'";
+            // By address: the sweeps read every row of a store thousands of times.
+            std::string hexadecimal(static_cast<std::size_t>(size) * 2, '\0');
+            char* digit = hexadecimal.data();
             for (int index = 0; index < size; ++index) {
-                hexadecimal += digits[bytes[index] >> 4];
-                hexadecimal += digits[bytes[index] & 0x0F];
+                *digit++ = digits[bytes[index] >> 4];
+                *digit++ = digits[bytes[index] & 0x0F];
             }
-            return hexadecimal + "'";
+            return "X'" + hexadecimal + "'";
         }
         default:
             return {reinterpret_cast<const char*>(sqlite3_column_text(statement, column)),
