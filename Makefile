@@ -108,12 +108,12 @@ bench: configure-bench
 
 instructions: configure-bench
 	cmake --build $(BENCH) -j $(JOBS) --target zav_instructions
-	python3 Benchmarks/check_instructions.py $(BENCH)
+	python3 -B Benchmarks/check_instructions.py $(BENCH)
 
 scale: configure-bench
 	cmake --build $(BENCH) -j $(JOBS) --target zav_scale
 	$(BENCH)/Benchmarks/zav_scale --sizes=$(SIZES) $(SCALE_OPTIONS) --output=$(BENCH)/scale.csv
-	python3 Benchmarks/plot.py $(BENCH)/scale.csv $(BUILD)/scale
+	python3 -B Benchmarks/plot.py $(BENCH)/scale.csv $(BUILD)/scale
 
 commits: configure-bench
 	cmake --build $(BENCH) -j $(JOBS) --target zav_commits
@@ -131,12 +131,12 @@ store: configure-bench
 
 windows: configure-bench
 	cmake --build $(BENCH) -j $(JOBS) --target zav_windows
-	python3 Benchmarks/check_windows.py $(BENCH)
+	python3 -B Benchmarks/check_windows.py $(BENCH)
 
 timeline: configure-bench
 	cmake --build $(BENCH) -j $(JOBS) --target zav_timeline zav_joined
 	$(BENCH)/Benchmarks/zav_timeline --sizes=$(TIMELINE_SIZES)
-	python3 Benchmarks/check_joined.py $(BENCH)
+	python3 -B Benchmarks/check_joined.py $(BENCH)
 
 memory: configure-bench
 	cmake --build $(BENCH) -j $(JOBS) --target zav_memory
@@ -144,7 +144,7 @@ memory: configure-bench
 
 tool-cost: build configure-bench
 	cmake --build $(BENCH) -j $(JOBS) --target zav_replay
-	python3 Benchmarks/compare_tool.py $(ZAVEVENTS) $(BENCH) $(EVENTS)
+	python3 -B Benchmarks/compare_tool.py $(ZAVEVENTS) $(BENCH) $(EVENTS)
 
 configure-bench: setup-checks
 	cmake -S . -B $(BENCH) -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_COMPILER=$(CXX) $(ENGINE_CHOICE) \

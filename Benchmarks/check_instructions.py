@@ -22,7 +22,8 @@ import pathlib
 import re
 import subprocess
 import sys
-import tempfile
+
+import callgrind
 
 BUDGETS = pathlib.Path(__file__).with_name("instruction-budgets.json")
 TOLERANCE = 0.05
@@ -31,12 +32,12 @@ ENGINE = "engine, compiled in"
 
 
 def costs(profile):
-    """Instructions by (object, function), each function's own only."""
+    """Instructions by (object, function) in the text of a profile, each function's own only."""
     names = {"ob": {}, "fn": {}}
     current = {"ob": "", "fn": ""}
     totals = collections.Counter()
     callee_line_follows = False
-    for line in profile.read_text(errors="replace").splitlines():
+    for line in profile.splitlines():
         reference = re.match(r"(c?)(ob|fn)=\((\d+)\)(?: (.*))?", line)
         if reference:
             called, kind, number, name = reference.groups()
@@ -82,14 +83,8 @@ def with_engine_apart(totals, build):
 
 def count(build, workload, contender="library"):
     program = build / "Benchmarks" / PROGRAM
-    with tempfile.TemporaryDirectory() as directory:
-        profile = pathlib.Path(directory, "profile")
-        command = ["valgrind", "--tool=callgrind", "--instr-atstart=no", "--collect-atstart=no",
-                   f"--callgrind-out-file={profile}", str(program), workload, contender]
-        done = subprocess.run(command, capture_output=True, text=True)
-        if done.returncode != 0:
-            sys.exit(f"{workload} cannot be counted:\n{done.stderr}")
-        return with_engine_apart(costs(profile), build)
+    text = callgrind.profile([str(program), workload, contender], "--instr-atstart=no", "--collect-atstart=no")
+    return with_engine_apart(costs(text), build)
 
 
 def by_object(totals):

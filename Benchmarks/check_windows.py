@@ -8,24 +8,17 @@ that the commit concerns, or for windows elsewhere, it fails.
 """
 
 import pathlib
-import re
-import subprocess
 import sys
-import tempfile
+
+import callgrind
 
 WINDOWS = 50
 LIMITS = {"here": 1.2, "elsewhere": 1.02}
 
 
 def instructions(program, place, windows):
-    with tempfile.TemporaryDirectory() as directory:
-        profile = pathlib.Path(directory, "profile")
-        command = ["valgrind", "--tool=callgrind", "--fair-sched=try", "--toggle-collect=zav::bench::commitOneEvent*",
-                   f"--callgrind-out-file={profile}", str(program), place, str(windows)]
-        done = subprocess.run(command, capture_output=True, text=True)
-        if done.returncode != 0:
-            sys.exit(f"{' '.join(command)}:\n{done.stderr}")
-        return int(re.search(r"^(?:summary|totals): (\d+)", profile.read_text(errors="replace"), re.MULTILINE)[1])
+    command = [str(program), place, str(windows)]
+    return callgrind.instructions_of("zav::bench::commitOneEvent", command, "--fair-sched=try")
 
 
 def main():

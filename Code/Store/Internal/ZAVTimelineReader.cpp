@@ -19,14 +19,13 @@ constexpr std::int64_t least = std::numeric_limits<std::int64_t>::min();
 constexpr std::int64_t greatest = std::numeric_limits<std::int64_t>::max();
 constexpr ZAVTimelinePlace beginning{false, least, 0};
 constexpr ZAVTimelinePlace end = ZAVTimelinePlace::end();
+constexpr std::int64_t everyType = -1;
 
 // ?1 is the stream, ?2 the types. A sequence that is not a whole number, as only a file that others wrote has
 // one, names no place that one could go on from.
-constexpr ZAVStatementText asked(
-    " AND typeof(events.seq) = 'integer' AND (?2 = -1 OR (?2 < 0 AND events.type < 0) OR"
-    " (events.type >= 0 AND (?2 >> events.type) & 1))");
-constexpr ZAVStatementText askedWaiting(
+constexpr ZAVStatementText ofTypes(
     " AND (?2 = -1 OR (?2 < 0 AND events.type < 0) OR (events.type >= 0 AND (?2 >> events.type) & 1))");
+constexpr auto asked = ZAVStatementText(" AND typeof(events.seq) = 'integer'") + ofTypes;
 
 constexpr ZAVStatementText sequenced(" WHERE events.stream_database_identifier = ?1");
 constexpr ZAVStatementText unsequenced(
@@ -38,25 +37,26 @@ constexpr ZAVStatementText waitingOrder(
 constexpr ZAVStatementText waitingOrderBackwards(
     " ORDER BY CAST(IFNULL(events.client_seq, 0) AS INTEGER) DESC, events.database_identifier DESC");
 
-constexpr auto events = projections::event + projections::eventSource;
+constexpr auto events = projections::eventOfOneStream;
 constexpr auto earlierSequenced =
     events + sequenced + " AND events.seq < ?3" + asked + " ORDER BY events.seq DESC LIMIT ?4";
 constexpr auto laterSequenced =
     events + sequenced + " AND events.seq > ?3" + asked + " ORDER BY events.seq LIMIT ?4";
-constexpr auto earlierWaiting = events + unsequenced + askedWaiting + " AND " + placeOfWaiting +
-                                " < (?3, ?4)" + waitingOrderBackwards + " LIMIT ?5";
-constexpr auto laterWaiting = events + unsequenced + askedWaiting + " AND " + placeOfWaiting + " > (?3, ?4)" +
-                              waitingOrder + " LIMIT ?5";
+constexpr auto earlierWaiting = events + unsequenced + ofTypes + " AND " + placeOfWaiting + " < (?3, ?4)" +
+                                waitingOrderBackwards + " LIMIT ?5";
+constexpr auto laterWaiting =
+    events + unsequenced + ofTypes + " AND " + placeOfWaiting + " > (?3, ?4)" + waitingOrder + " LIMIT ?5";
 
 constexpr auto sequencedBetween =
     events + sequenced + " AND events.seq BETWEEN ?3 AND ?4" + asked + " ORDER BY events.seq";
-constexpr auto waitingBetween = events + unsequenced + askedWaiting + " AND " + placeOfWaiting +
+constexpr auto waitingBetween = events + unsequenced + ofTypes + " AND " + placeOfWaiting +
                                 " >= (?3, ?4) AND " + placeOfWaiting + " <= (?5, ?6)" + waitingOrder;
 
-// What belongs to the events of a page is asked for by the two places where they begin and end.
-constexpr auto sequencedOfPage = sequenced + " AND events.seq BETWEEN ?3 AND ?4" + asked;
-constexpr auto waitingOfPage = unsequenced + askedWaiting + " AND " + placeOfWaiting + " >= (?3, ?4) AND " +
-                               placeOfWaiting + " <= (?5, ?6)";
+// What belongs to the events of a page is asked for by the two places where they begin and end. What belongs
+// to others there is left.
+constexpr auto sequencedOfPage = sequenced + " AND events.seq BETWEEN ?3 AND ?4" + ofTypes;
+constexpr auto waitingOfPage =
+    unsequenced + ofTypes + " AND " + placeOfWaiting + " >= (?3, ?4) AND " + placeOfWaiting + " <= (?5, ?6)";
 constexpr auto contentOfSequenced = projections::selectContentOfEvents(sequencedOfPage);
 constexpr auto metadataOfSequenced = projections::selectMetadataOfEvents(sequencedOfPage);
 constexpr auto contentOfWaiting = projections::selectContentOfEvents(waitingOfPage);
@@ -340,12 +340,17 @@ bool ZAVTimelineReader::readGaps(const Row& found, std::vector<ZAVSequenceGap>& 
         }
     }
     std::optional<std::int64_t> below;
-    if (!failure) {
+    const auto add = [&](std::int64_t seq) {
+        ZAVAddGapBetween(below.value_or(seq), seq, gaps);
+        below = seq;
+    };
+    if (!failure && types_ == everyType) {
+        add(first);
+        std::for_each(found.begin(), lastSequenced.base(), [&](const Found& one) { add(one.place.number); });
+    } else if (!failure) {
         auto rows = runQuery(database, &failure, storedSequences, stream_, first, last);
         while (rows && rows->nextWithError(&failure)) {
-            const std::int64_t seq = rows->longLongIntForColumnIndex(0);
-            ZAVAddGapBetween(below.value_or(seq), seq, gaps);
-            below = seq;
+            add(rows->longLongIntForColumnIndex(0));
         }
     }
     if (failure) {

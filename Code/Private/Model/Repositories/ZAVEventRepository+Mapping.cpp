@@ -97,6 +97,13 @@ std::shared_ptr<ZAVEvent> ZAVEventRepository::objectFromResultSet(const FMResult
 }
 
 std::shared_ptr<ZAVEventContent> ZAVEventRepository::eventContentFromResultSet(const FMResultSet& row) const {
+    return ZAVContentFromRow(row, UUIDForColumn(row, ZAVEventMapperEventContentPartsColumnClientID),
+                             UUIDForColumn(row, ZAVEventMapperEventContentPartsColumnStreamID));
+}
+
+std::shared_ptr<ZAVEventContent> ZAVContentFromRow(const FMResultSet& row,
+                                                   const std::optional<ZAVUUID>& clientID,
+                                                   const std::optional<ZAVUUID>& streamUUID) {
     const std::uint64_t expirationSeconds =
         row.unsignedLongLongIntForColumnIndex(ZAVEventMapperEventContentPartsColumnAccessExpiration);
     std::optional<std::string> urlText = row.stringForColumnIndex(ZAVEventMapperEventContentPartsColumnURL);
@@ -125,7 +132,7 @@ std::shared_ptr<ZAVEventContent> ZAVEventRepository::eventContentFromResultSet(c
     auto content = std::make_shared<ZAVEventContent>(
         static_cast<ZAVDatabaseIdentifier>(row.unsignedLongLongIntForColumnIndex(
             ZAVEventMapperEventContentPartsColumnEventDatabaseIdentifier)),
-        UUIDForColumn(row, ZAVEventMapperEventContentPartsColumnClientID),
+        clientID,
         static_cast<std::int64_t>(
             row.unsignedLongLongIntForColumnIndex(ZAVEventMapperEventContentPartsColumnIndex)),
         row.stringForColumnIndex(ZAVEventMapperEventContentPartsColumnType)
@@ -141,7 +148,7 @@ std::shared_ptr<ZAVEventContent> ZAVEventRepository::eventContentFromResultSet(c
         row.intForColumnIndex(ZAVEventMapperEventContentPartsColumnTransferStatus)));
     content->setLastAccessed(row.dateForColumnIndex(ZAVEventMapperEventContentPartsColumnLastAccessed));
     content->setIsPurged(row.boolForColumnIndex(ZAVEventMapperEventContentPartsColumnPurged));
-    content->setStreamUUID(UUIDForColumn(row, ZAVEventMapperEventContentPartsColumnStreamID));
+    content->setStreamUUID(streamUUID);
     if (eventSeq != ZAVSequenceNotSet) {
         content->setEventSeq(eventSeq);
     }

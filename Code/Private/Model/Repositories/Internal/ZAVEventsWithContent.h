@@ -1,14 +1,17 @@
 #pragma once
 
-#include <map>
 #include <memory>
 #include <optional>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
 #include <ZAVEventRepository/ZAVDictionary.h>
 #include <ZAVEventRepository/ZAVEvent.h>
+#include <ZAVEventRepository/ZAVEventContent.h>
+#include <ZAVEventRepository/ZAVEventMapperColumns.h>
 #include <ZAVEventRepository/ZAVEventRepository.h>
+#include <ZAVEventRepository/ZAVUUID.h>
 
 #include "Private/Database/Internal/ZAVStatements.h"
 #include "Private/Model/Repositories/Internal/ZAVEventRepositoryProjections.h"
@@ -22,6 +25,12 @@ namespace zav {
 /// that encode them.
 [[nodiscard]] ZAVDictionaryValue ZAVMetadataValueFromRow(const FMResultSet& row, int valueColumn);
 
+/// The content part on the current row of a content part query, whose columns of the event's identifier and
+/// of its stream's are not read: they are given.
+[[nodiscard]] std::shared_ptr<ZAVEventContent> ZAVContentFromRow(const FMResultSet& row,
+                                                                 const std::optional<ZAVUUID>& clientID,
+                                                                 const std::optional<ZAVUUID>& streamUUID);
+
 /// Has the content of an event consist of these parts; none is no content.
 void ZAVSetContent(ZAVEvent& event, std::vector<std::shared_ptr<ZAVTContent>> parts);
 
@@ -30,7 +39,11 @@ namespace projections {
 /// The statement that selects the content parts of the events whose rows `events` selects.
 template <class Text>
 [[nodiscard]] constexpr auto selectContentOf(const Text& events) noexcept {
-    return content + contentSource + " WHERE event_content_parts.event_database_identifier IN (" + events +
+    return contentOfKnownEvents +
+           " FROM event_content_parts CROSS JOIN events"
+           " ON events.database_identifier = event_content_parts.event_database_identifier"
+           " WHERE event_content_parts.event_database_identifier IN (" +
+           events +
            ") ORDER BY event_content_parts.event_database_identifier, event_content_parts.event_content_part_id";
 }
 
@@ -49,10 +62,9 @@ template <class Text>
 /// The statement that selects the content parts of the events that `condition` selects.
 template <class Text>
 [[nodiscard]] constexpr auto selectContentOfEvents(const Text& condition) noexcept {
-    return content +
+    return contentOfKnownEvents +
            " FROM events CROSS JOIN event_content_parts"
-           " ON event_content_parts.event_database_identifier = events.database_identifier"
-           " LEFT JOIN streams ON (streams.database_identifier = events.stream_database_identifier)" +
+           " ON event_content_parts.event_database_identifier = events.database_identifier" +
            condition +
            " ORDER BY events.seq, events.database_identifier, event_content_parts.event_content_part_id";
 }
@@ -78,35 +90,52 @@ bool ZAVReadContentAndMetadata(const ZAVEventRepository& repository,
                                const std::vector<std::shared_ptr<ZAVEvent>>& events, ZAVSQL contentStatement,
                                ZAVSQL metadataStatement, ZAVError* error, const Values&... values) {
     struct Belongings {
+        ZAVEvent* event;
+        std::optional<ZAVUUID> clientID;
+        std::optional<ZAVUUID> streamUUID;
         std::vector<std::shared_ptr<ZAVTContent>> parts;
         ZAVDictionary metadata;
     };
-    std::map<ZAVDatabaseIdentifier, Belongings> belongings;
+    std::unordered_map<ZAVDatabaseIdentifier, Belongings> belongings;
+    belongings.reserve(events.size());
+    for (const auto& event : events) {
+        belongings.emplace(event->databaseIdentifier(), Belongings{event.get(),
+                                                                   ZAVUUIDFromData(event->client_id()),
+                                                                   ZAVUUIDFromData(event->stream_id()),
+                                                                   {},
+                                                                   {}});
+    }
+    const auto belongingsInColumn = [&](const FMResultSet& row, int column) -> Belongings* {
+        const auto found = belongings.find(row.longLongIntForColumnIndex(column));
+        return found == belongings.end() ? nullptr : &found->second;
+    };
     ZAVError failure;
     {
         auto parts = runQuery(repository.database(), &failure, contentStatement, values...);
         while (parts && parts->nextWithError(&failure)) {
-            auto part = repository.eventContentFromResultSet(*parts);
-            const ZAVDatabaseIdentifier event = part->eventDatabaseIdentifier();
-            belongings[event].parts.push_back(std::move(part));
+            Belongings* const own =
+                belongingsInColumn(*parts, ZAVEventMapperEventContentPartsColumnEventDatabaseIdentifier);
+            if (own != nullptr) {
+                own->parts.push_back(ZAVContentFromRow(*parts, own->clientID, own->streamUUID));
+            }
         }
     }
     if (!failure) {
         auto entries = runQuery(repository.database(), &failure, metadataStatement, values...);
         while (entries && entries->nextWithError(&failure)) {
-            belongings[entries->longLongIntForColumnIndex(0)].metadata.set(
-                entries->stringForColumnIndex(1).value_or(std::string()),
-                ZAVMetadataValueFromRow(*entries, 2));
+            if (Belongings* const own = belongingsInColumn(*entries, 0); own != nullptr) {
+                own->metadata.set(entries->stringForColumnIndex(1).value_or(std::string()),
+                                  ZAVMetadataValueFromRow(*entries, 2));
+            }
         }
     }
     if (failure) {
         ZAVStoreError(error, failure);
         return false;
     }
-    for (const auto& event : events) {
-        Belongings& own = belongings[event->databaseIdentifier()];
-        event->set_transient_metadata(std::move(own.metadata));
-        ZAVSetContent(*event, std::move(own.parts));
+    for (auto& [row, own] : belongings) {
+        own.event->set_transient_metadata(std::move(own.metadata));
+        ZAVSetContent(*own.event, std::move(own.parts));
     }
     return true;
 }
