@@ -1,8 +1,8 @@
 #!/bin/sh
 # Builds for the toolchains of other platforms: scripts/check-toolchains.sh [BUILD_DIR]
 # With clang++ and libc++ each public header is compiled alone, the library, the tool and the first example are built,
-# and both programs run. For 32 bits each public header is compiled alone, the library and the tool are compiled, and
-# nothing is linked: what they stand on is installed for 64 bits only.
+# and both programs run. For 32 bits the library and the tool are compiled, and nothing is linked: what they stand on is
+# installed for 64 bits only.
 set -eu
 cd "$(dirname "$0")/.."
 build="${1:-build/toolchains}"
@@ -17,18 +17,15 @@ configure() {
         -DCMAKE_UNITY_BUILD=ON -DZAV_BUILD_TESTS=OFF -DZAV_INSTALL=OFF "$@" > /dev/null
 }
 
-# check_headers FOLDER COMPILER FLAG: each with nothing included before it.
-check_headers() {
-    find "$1/Code/include/ZAVEventRepository" -name '*.h' -exec basename {} \; | xargs -n 1 -P "$jobs" sh -c '
-        echo "#include <ZAVEventRepository/$4>" | "$2" "$3" -std=c++20 -fsyntax-only -Wall -Wextra -Wpedantic \
-            -Wconversion -Wshadow -Werror -I "$1/Code/include" -x c++ - || exit 255' sh "$1" "$2" "$3"
-}
-
 echo "clang++ with libc++"
 # The installed fmt and spdlog were built with another C++ library; their headers alone serve with any.
 configure "$build/libcxx" clang++ -DCMAKE_CXX_FLAGS=-stdlib=libc++ -Dfmt_DIR="$PWD/cmake/HeaderOnly" \
     -Dspdlog_DIR="$PWD/cmake/HeaderOnly"
-check_headers "$build/libcxx" clang++ -stdlib=libc++
+# Each with nothing included before it.
+headers="$build/libcxx/Code/include"
+find "$headers/ZAVEventRepository" -name '*.h' -exec basename {} \; | xargs -n 1 -P "$jobs" sh -c '
+    echo "#include <ZAVEventRepository/$2>" | clang++ -stdlib=libc++ -std=c++20 -fsyntax-only -Wall -Wextra -Wpedantic \
+        -Wconversion -Wshadow -Werror -I "$1" -x c++ - || exit 255' sh "$headers"
 cmake --build "$build/libcxx" -j "$jobs" --target zavevents first-program
 store="$build/libcxx/sample.db"
 rm -f "$store" "$store-wal" "$store-shm"
@@ -39,7 +36,6 @@ rm -f "$store" "$store-wal" "$store-shm"
 echo "g++ for 32 bits"
 # As flags of the build type: the libraries are looked for as for 64 bits, and their headers are what is wanted.
 configure "$build/32-bit" g++ -DCMAKE_CXX_FLAGS_NONE=-m32 -DZAV_BUILD_EXAMPLES=OFF
-check_headers "$build/32-bit" g++ -m32
 objects=$(ninja -C "$build/32-bit" -t targets all | sed -n 's/^\(Tools\/.*\.dir\/.*\.o\): .*/\1/p')
 # shellcheck disable=SC2086 # a list of words
 ninja -C "$build/32-bit" -j "$jobs" ZAVEventRepository $objects
