@@ -100,32 +100,9 @@ bool ZAVReceiver::store(ZAVEvent& event, ZAVReceivedEvent& answer, ZAVError* err
     if (!stored->row || (stored->isWaiting && !isOwn)) {
         return storeNew(event, answer, error);
     }
-    const ZAVFieldsNotSaid notSaid(event);
-    if (!notSaid.takeFrom(repositories_.events.database(), *stored->row, error)) {
+    if (!giveRow(event, *stored->row, isOwn, answer, error)) {
         return false;
     }
-    answer.outcome = isOwn ? Outcome::own : Outcome::known;
-    if (isOwn) {
-        if (!assignSequence(event, *stored->row, error)) {
-            return false;
-        }
-    } else {
-        event.setDatabaseIdentifier(*stored->row);
-        if (options_.recognisesOwnEvents) {
-            const auto twin = recognition_.waitingTwin(event, stream_, error);
-            if (!twin || (twin->row && !mergeTwin(*stored->row, event, *twin->row, error))) {
-                return false;
-            }
-            if (twin->row) {
-                answer.outcome = Outcome::own;
-                if (!notSaid.takeFrom(repositories_.events.database(), *twin->row, error)) {
-                    return false;
-                }
-            }
-        }
-    }
-    answer.row = event.databaseIdentifier();
-
     const auto isDeleted = isDeletedAlready(event.seq(), error);
     const auto wasDeleted = isTombstone(answer.row, error);
     if (!isDeleted || !wasDeleted) {
@@ -149,6 +126,30 @@ bool ZAVReceiver::store(ZAVEvent& event, ZAVReceivedEvent& answer, ZAVError* err
     }
     return (answer.outcome == Outcome::known || recordChange(answer.row, ZAVSyncedChangeTypeUpdate, error)) &&
            applyDeletion(event, error);
+}
+
+/// Gives an event that is stored its row, with what the event does not say.
+bool ZAVReceiver::giveRow(ZAVEvent& event, ZAVDatabaseIdentifier row, bool isOwn, ZAVReceivedEvent& answer,
+                          ZAVError* error) {
+    FMDatabase& database = repositories_.events.database();
+    const ZAVFieldsNotSaid notSaid(event);
+    answer = {isOwn ? Outcome::own : Outcome::known, row, {}};
+    if (!notSaid.takeFrom(database, row, error)) {
+        return false;
+    }
+    if (isOwn) {
+        return assignSequence(event, row, error);
+    }
+    event.setDatabaseIdentifier(row);
+    if (!options_.recognisesOwnEvents) {
+        return true;
+    }
+    const auto twin = recognition_.waitingTwin(event, stream_, error);
+    if (!twin || !twin->row) {
+        return twin.has_value();
+    }
+    answer = {Outcome::own, *twin->row, {}};
+    return mergeTwin(row, event, *twin->row, error) && notSaid.takeFrom(database, *twin->row, error);
 }
 
 bool ZAVReceiver::storeNew(ZAVEvent& event, ZAVReceivedEvent& answer, ZAVError* error) {

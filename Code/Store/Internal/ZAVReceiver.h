@@ -40,6 +40,8 @@ private:
 
     [[nodiscard]] ZAVError objectionTo(const ZAVEvent& event) const;
     bool store(ZAVEvent& event, ZAVReceivedEvent& answer, ZAVError* error);
+    bool giveRow(ZAVEvent& event, ZAVDatabaseIdentifier row, bool isOwn, ZAVReceivedEvent& answer,
+                 ZAVError* error);
     bool storeNew(ZAVEvent& event, ZAVReceivedEvent& answer, ZAVError* error);
     bool storeTombstone(ZAVEvent& event, ZAVError* error);
     bool bringUpToDate(ZAVEvent& event, bool& isChanged, ZAVError* error);
