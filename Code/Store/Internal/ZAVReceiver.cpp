@@ -100,7 +100,8 @@ bool ZAVReceiver::store(ZAVEvent& event, ZAVReceivedEvent& answer, ZAVError* err
     if (!stored->row || (stored->isWaiting && !isOwn)) {
         return storeNew(event, answer, error);
     }
-    if (!giveRow(event, *stored->row, isOwn, answer, error)) {
+    const ZAVFieldsNotSaid notSaid(event);
+    if (!giveRow(event, *stored->row, isOwn, notSaid, answer, error)) {
         return false;
     }
     const auto isDeleted = isDeletedAlready(event.seq(), error);
@@ -129,10 +130,9 @@ bool ZAVReceiver::store(ZAVEvent& event, ZAVReceivedEvent& answer, ZAVError* err
 }
 
 /// Gives an event that is stored its row, with what the event does not say.
-bool ZAVReceiver::giveRow(ZAVEvent& event, ZAVDatabaseIdentifier row, bool isOwn, ZAVReceivedEvent& answer,
-                          ZAVError* error) {
+bool ZAVReceiver::giveRow(ZAVEvent& event, ZAVDatabaseIdentifier row, bool isOwn,
+                          const ZAVFieldsNotSaid& notSaid, ZAVReceivedEvent& answer, ZAVError* error) {
     FMDatabase& database = repositories_.events.database();
-    const ZAVFieldsNotSaid notSaid(event);
     answer = {isOwn ? Outcome::own : Outcome::known, row, {}};
     if (!notSaid.takeFrom(database, row, error)) {
         return false;

@@ -17,6 +17,8 @@
 
 namespace zav {
 
+class ZAVFieldsNotSaid;
+
 /// Stores what the service sends of one stream, in a transaction that holds the write lock.
 class ZAVReceiver {
 public:
@@ -40,8 +42,8 @@ private:
 
     [[nodiscard]] ZAVError objectionTo(const ZAVEvent& event) const;
     bool store(ZAVEvent& event, ZAVReceivedEvent& answer, ZAVError* error);
-    bool giveRow(ZAVEvent& event, ZAVDatabaseIdentifier row, bool isOwn, ZAVReceivedEvent& answer,
-                 ZAVError* error);
+    bool giveRow(ZAVEvent& event, ZAVDatabaseIdentifier row, bool isOwn, const ZAVFieldsNotSaid& notSaid,
+                 ZAVReceivedEvent& answer, ZAVError* error);
     bool storeNew(ZAVEvent& event, ZAVReceivedEvent& answer, ZAVError* error);
     bool storeTombstone(ZAVEvent& event, ZAVError* error);
     bool bringUpToDate(ZAVEvent& event, bool& isChanged, ZAVError* error);
