@@ -30,7 +30,7 @@
 # SANITIZE=address,undefined BUILD=build-asan. UNITY=ON compiles the product several sources at a time, in half of the time;
 # with SHARES=16 each program of tests runs as 16 processes, and not as one for each test. ENGINE is that of ZAV_ENGINE;
 # amalgamation, SQLite compiled in, is fetched into build/engine. What measures has a folder for each engine,
-# $(BUILD)/bench-amalgamation.
+# $(BUILD)/bench-amalgamation; with BENCH=$(BUILD) it measures the library that the tests use.
 
 BUILD ?= build
 BUILD_TYPE ?= Release
@@ -60,6 +60,7 @@ CONFIGURE = cmake -S . -B $(BUILD) -G Ninja -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) -DC
 	-DZAV_SANITIZE=$(SANITIZE) -DCMAKE_UNITY_BUILD=$(UNITY) -DZAV_TEST_SHARES=$(SHARES) $(ENGINE_CHOICE)
 # A folder that is configured already stays as it is, so that its tests are not taken out of it.
 TOOL_ALONE = $(if $(wildcard $(BUILD)/CMakeCache.txt),,-DZAV_BUILD_TESTS=OFF -DZAV_BUILD_EXAMPLES=OFF)
+BENCH_ALONE = $(if $(wildcard $(BENCH)/CMakeCache.txt),,-DZAV_BUILD_TESTS=OFF -DZAV_BUILD_TOOLS=OFF -DZAV_BUILD_EXAMPLES=OFF)
 
 .PHONY: run tool test test-long threads fuzz static valgrind coverage docs bench configure-bench instructions scale commits rates store \
 	windows timeline memory tool-cost toolchains presets check hooks build setup setup-tool setup-checks format check-format clean
@@ -89,9 +90,10 @@ threads: ENGINE = amalgamation
 threads: CXX = clang++
 threads: setup setup-checks
 	cmake -S . -B $(BUILD)/threads -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_COMPILER=$(CXX) \
-		-DZAV_SANITIZE=thread -DCMAKE_UNITY_BUILD=ON $(ENGINE_CHOICE) -DZAV_BUILD_TESTS=ON -DZAV_BUILD_EXAMPLES=OFF
+		-DZAV_SANITIZE=thread -DCMAKE_UNITY_BUILD=ON -DZAV_TEST_SHARES=16 $(ENGINE_CHOICE) \
+		-DZAV_BUILD_TESTS=ON -DZAV_BUILD_EXAMPLES=OFF
 	cmake --build $(BUILD)/threads -j $(JOBS) --target zav_store_tests
-	$(BUILD)/threads/Tests/zav_store_tests --gtest_brief=1
+	ctest --test-dir $(BUILD)/threads --output-on-failure -j $(JOBS) -R '^zav_store_tests\.'
 
 fuzz: setup
 	scripts/fuzz.sh $(FUZZ_SECONDS) $(BUILD)/fuzz
@@ -148,7 +150,7 @@ tool-cost: build configure-bench
 
 configure-bench: setup-checks
 	cmake -S . -B $(BENCH) -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_COMPILER=$(CXX) $(ENGINE_CHOICE) \
-		-DZAV_BUILD_BENCHMARKS=ON -DZAV_BUILD_TESTS=OFF -DZAV_BUILD_TOOLS=OFF -DZAV_BUILD_EXAMPLES=OFF
+		-DZAV_BUILD_BENCHMARKS=ON $(BENCH_ALONE)
 
 docs: setup setup-checks
 	$(CONFIGURE)

@@ -31,12 +31,12 @@ $check --enable=style --suppress=noExplicitConstructor --suppress=useStlAlgorith
     -I Code -I "$build/Code/include" Code Tools Examples || status=1
 
 echo "clang-tidy"
-# Most of the time goes into the headers that all sources share, so they are read a dozen at a time, as units that are
+# Most of the time goes into the headers that all sources share, so they are read thirty at a time, as units that are
 # configured for this alone. On standard error it only counts the warnings that it leaves out.
 units="$build/units"
 engine=$(sed -n 's/^ZAV_ENGINE:STRING=//p' "$build/CMakeCache.txt")
 cmake -S . -B "$units" -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_EXPORT_COMPILE_COMMANDS=ON -DZAV_ENGINE="$engine" \
-    -DCMAKE_UNITY_BUILD=ON -DCMAKE_UNITY_BUILD_BATCH_SIZE=12 -DZAV_BUILD_TESTS=OFF -DZAV_BUILD_EXAMPLES=ON -DZAV_INSTALL=OFF \
+    -DCMAKE_UNITY_BUILD=ON -DCMAKE_UNITY_BUILD_BATCH_SIZE=30 -DZAV_BUILD_TESTS=OFF -DZAV_BUILD_EXAMPLES=ON -DZAV_INSTALL=OFF \
     > /dev/null
 # shellcheck disable=SC2046 # a list of words
 ninja -C "$units" --quiet $(ninja -C "$units" -t targets all | sed -n 's/^\(.*\.cpp\): CUSTOM_COMMAND$/\1/p')

@@ -31,7 +31,8 @@ def compile_alone(name):
     source = folder / f"{name.rsplit('/')[-1]}.cpp"
     # Twice: a header may be included again.
     source.write_text(f"#include <{name}>\n#include <{name}>\n", encoding="utf-8")
-    run(COMPILER, "-std=c++20", "-fsyntax-only", "-Wall", "-Wextra", "-Wpedantic", "-Werror", "-I", include, source)
+    run(COMPILER, "-std=c++20", "-fsyntax-only", "-Wall", "-Wextra", "-Wpedantic", "-Wconversion", "-Wshadow", "-Werror",
+        "-I", include, source)
 
 
 with ThreadPoolExecutor(2) as compilers:

@@ -155,8 +155,8 @@ TEST_F(EventStoreAsleep, RefusesEveryCallWithAnErrorOfItsOwn) {
 TEST_F(EventStoreAsleep, EndsReadsThatRun) {
     std::latch begun(2);
     const auto readOn = [&](const ZAVRepositories& repositories) {
-        begun.count_down();
         auto rows = repositories.events.database().executeQuery(withoutEnd);
+        begun.count_down();
         EXPECT_TRUE(rows);
         EXPECT_FALSE(rows && rows->next());
     };
