@@ -1,7 +1,9 @@
 #include <ZAVEventRepository/ZAVDatabaseEngine.h>
+#include <ZAVEventRepository/ZAVRepositories.h>
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -20,18 +22,43 @@ namespace zav::bench {
 
 namespace {
 
+/// The events of a stream once more, in rows that follow one another, as those of a first synchronisation do.
+Stream storedTogether(ZAVEventStore& store, const Stream& stream) {
+    Stream together = stream;
+    ZAVError error;
+    const auto copy = [&](const ZAVRepositories& repositories) {
+        const auto events =
+            repositories.events.eventsFromRevivedStreamWithStreamDatabaseIdentifier(stream.row);
+        together.row = repositories.streams.findOrCreateStreamWithUUID(
+            *ZAVUUIDFromData(ZAVData::fromText("stream-000000000")), &error);
+        ZAVSet<ZAVTEvent> copies;
+        for (const auto& event : *events) {
+            event->setDatabaseIdentifier(ZAVDatabaseIdentifierNotSet);
+            event->setStreamDatabaseIdentifier(together.row);
+            event->set_stream_id(std::nullopt);
+            copies.append(event);
+        }
+        return repositories.events.persistEvents(copies, &error);
+    };
+    require(store.write(copy, &error), error);
+    return together;
+}
+
 /// Reads the events of one page again and again: jointly, as a page, or one by one.
 int run(int count, char** arguments) {
     constexpr int times = 20;
     constexpr std::size_t length = 49;
-    const std::string_view way = count == 2 ? arguments[1] : "";
-    if (way != "jointly" && way != "singly") {
-        throw std::runtime_error("usage: zav_joined jointly|singly");
+    const std::string_view way = count == 3 ? arguments[1] : "";
+    const std::string_view rowsOfEvents = count == 3 ? arguments[2] : "";
+    if ((way != "jointly" && way != "singly") ||
+        (rowsOfEvents != "scattered" && rowsOfEvents != "together")) {
+        throw std::runtime_error("usage: zav_joined jointly|singly scattered|together");
     }
     ZAVDatabaseEngine::configureProcess();
     const MadeConversations made(10'000);
-    const Stream stream = made.shape().longStream();
     const auto store = made.open();
+    const Stream scattered = made.shape().longStream();
+    const Stream stream = rowsOfEvents == "scattered" ? scattered : storedTogether(*store, scattered);
     const RepeatedPage page(*store, stream, stream.length / 2, length);
     std::vector<ZAVDatabaseIdentifier> rows;
     for (const auto& event : page.read().events) {

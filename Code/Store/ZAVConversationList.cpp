@@ -5,10 +5,11 @@
 #include <limits>
 #include <utility>
 
+#include <ZAVEventRepository/ZAVEventMapperColumns.h>
 #include <ZAVEventRepository/ZAVPrintable.h>
 
 #include "Private/Database/Internal/ZAVStatements.h"
-#include "Private/Model/Repositories/Internal/ZAVEventsWithContent.h"
+#include "Private/Model/Repositories/Internal/ZAVBareEvents.h"
 #include "Store/Internal/ZAVCursorText.h"
 #include "Store/Internal/ZAVStoreErrors.h"
 #include "Store/Internal/ZAVStreamRecency.h"
@@ -106,22 +107,25 @@ bool readLastEvents(const ZAVRepositories& repositories, const ZAVStreamRecency:
                     const ZAVConversationCursor& begin, std::size_t count,
                     const std::vector<ZAVDatabaseIdentifier>& lastEvents, ZAVConversationPage& page,
                     ZAVError* error) {
+    FMDatabase& database = repositories.events.database();
     ZAVError failure;
     std::vector<std::shared_ptr<ZAVEvent>> events;
+    ZAVBareEvents bareEvents(lastEvents.size());
     const auto limit = static_cast<std::int64_t>(count) + 1;
     {
-        auto rows = runQuery(repositories.events.database(), &failure, eventsOfPage, mark.event, mark.stream,
-                             begin.recency(), begin.stream(), limit);
+        auto rows = runQuery(database, &failure, eventsOfPage, mark.event, mark.stream, begin.recency(),
+                             begin.stream(), limit);
         while (rows && rows->nextWithError(&failure)) {
             events.push_back(ZAVBareEventFromRow(*rows));
+            bareEvents.add(*events.back(), !rows->columnIndexIsNull(ZAVEventMapperColumnEventSeq));
         }
     }
     if (failure) {
         ZAVStoreError(error, failure);
         return false;
     }
-    if (!ZAVReadContentAndMetadata(repositories.events, events, contentOfPage, metadataOfPage, error,
-                                   mark.event, mark.stream, begin.recency(), begin.stream(), limit)) {
+    if (!bareEvents.complete(database, contentOfPage, metadataOfPage, error, mark.event, mark.stream,
+                             begin.recency(), begin.stream(), limit)) {
         return false;
     }
     for (std::size_t position = 0; position < lastEvents.size(); ++position) {

@@ -35,6 +35,29 @@ protected:
     [[nodiscard]] ZAVTimelineCursor at(ZAVSequence seq) {
         return ZAVTimelineCursor::atSequence(streamOf(room()), seq);
     }
+
+    /// Gives the events rows that are far from one another, as where other streams' events came between them.
+    void moveRowsApart() {
+        execute(
+            "UPDATE events SET database_identifier = database_identifier * -1000;"
+            "UPDATE event_content_parts SET event_database_identifier = event_database_identifier * -1000;"
+            "UPDATE keyed_values_remote SET object_database_identifier = object_database_identifier * -1000;"
+            "UPDATE events SET database_identifier = -database_identifier;"
+            "UPDATE event_content_parts SET event_database_identifier = -event_database_identifier;"
+            "UPDATE keyed_values_remote SET object_database_identifier = -object_database_identifier;");
+    }
+
+    /// Compares all of the timeline with what the repository makes of each row.
+    void expectRecordsOfRepository(std::size_t count) {
+        const auto page = ZAVTimeline(store(), ZAVDatabaseIdentifier{1}).latest(count + 1);
+        ASSERT_EQ(page->events.size(), count);
+        store().read([&](const ZAVRepositories& repositories) {
+            for (const auto& event : page->events) {
+                const auto read = repositories.events.eventForDatabaseIdentifier(event->databaseIdentifier());
+                EXPECT_EQ(recordOf(*event), recordOf(*read)) << "row " << event->databaseIdentifier();
+            }
+        });
+    }
 };
 
 TEST_F(TimelineOfAStream, has_what_is_sequenced_by_sequence_and_behind_it_what_waits_by_number_and_row) {
@@ -247,15 +270,24 @@ TEST_F(TimelineOfAStream, hands_out_the_records_that_the_repository_makes_also_o
         " (3, 'event', 0, 'bytes', X'ff00', 1.0), (3, 'event', 0, 'number', 17, NULL),"
         " (3, 'event', 1, 'not transient', 'x', NULL), (3, 'stream', 0, 'not of an event', 'x', NULL),"
         " (8, 'event', 0, 'of a waiting one', 'w', NULL)");
-    const ZAVTimeline byRow(store(), ZAVDatabaseIdentifier{1});
-    const auto page = byRow.latest(100);
-    ASSERT_EQ(page->events.size(), 8U);
-    store().read([&](const ZAVRepositories& repositories) {
-        for (const auto& event : page->events) {
-            const auto read = repositories.events.eventForDatabaseIdentifier(event->databaseIdentifier());
-            EXPECT_EQ(recordOf(*event), recordOf(*read)) << "row " << event->databaseIdentifier();
-        }
-    });
+    expectRecordsOfRepository(8);
+    moveRowsApart();
+    expectRecordsOfRepository(8);
+}
+
+TEST_F(TimelineOfAStream, leaves_what_belongs_to_rows_of_others_that_stand_between_its_own) {
+    addSequences({1, 2, 3, 4, 5, 6, 7, 8, 9, 10});
+    execute(
+        "INSERT INTO keyed_values_remote SELECT database_identifier, 'event', 0, 'row', database_identifier,"
+        " NULL FROM events WHERE database_identifier % 2 = 0;"
+        "UPDATE events SET stream_database_identifier = 77 WHERE database_identifier = 4;"
+        "DELETE FROM events WHERE database_identifier = 7");
+    for (const char* rows : {"rows together", "rows apart"}) {
+        const testing::ScopedTrace trace(__FILE__, __LINE__, rows);
+        EXPECT_EQ(textsOf(timeline().latest(100)), "1 2 3 5 6 8 9 10");
+        expectRecordsOfRepository(8);
+        moveRowsApart();
+    }
 }
 
 // Statements
@@ -290,22 +322,29 @@ TEST_F(TimelineOfAStream, takes_as_many_statements_for_a_hundred_events_as_for_t
                             })
             .size();
     };
-    EXPECT_EQ(countOf(100), countOf(3));
+    EXPECT_EQ(countOf(100), countOf(3)) << "rows together";
+    moveRowsApart();
+    EXPECT_EQ(countOf(100), countOf(3)) << "rows apart";
 }
 
 TEST_F(TimelineOfAStream, finds_all_of_its_rows_by_an_index) {
     addSequences({1, 2, 3});
     add(std::nullopt, "a", 1);
     const ZAVTimeline room = timeline();
-    const auto cursors = room.latest(100)->cursors;
-    const auto statements = statementsOf(store(), [&] {
-        static_cast<void>(room.latest(2));
-        static_cast<void>(room.before(cursors.back(), 2));
-        static_cast<void>(room.after(cursors.front(), 2));
-        static_cast<void>(room.around(2, 2));
-        static_cast<void>(room.between(cursors.front(), cursors.back()));
-    });
-    EXPECT_GT(statements.size(), 20U);
+    std::vector<std::string> statements;
+    for (const char* rows : {"together", "apart"}) {
+        const auto cursors = room.latest(100)->cursors;
+        const auto ofRows = statementsOf(store(), [&] {
+            static_cast<void>(room.latest(2));
+            static_cast<void>(room.before(cursors.back(), 2));
+            static_cast<void>(room.after(cursors.front(), 2));
+            static_cast<void>(room.around(2, 2));
+            static_cast<void>(room.between(cursors.front(), cursors.back()));
+        });
+        EXPECT_GT(ofRows.size(), 20U) << "rows " << rows;
+        statements.insert(statements.end(), ofRows.begin(), ofRows.end());
+        moveRowsApart();
+    }
     store().read([&](const ZAVRepositories& repositories) {
         for (const std::string& statement : statements) {
             for (const std::string& step : planOf(statement, repositories.events.database())) {
@@ -322,16 +361,39 @@ TEST_F(TimelineOfAStream, reads_a_page_of_sequenced_events_in_the_order_of_its_i
     addSequences({1, 2, 3, 4, 5});
     const ZAVTimeline room = timeline();
     const auto cursor = at(4);
-    const auto statements = statementsOf(store(), [&] { static_cast<void>(room.before(cursor, 2)); });
-    EXPECT_GE(statements.size(), 4U) << "its events, their content and metadata, and the gaps";
-    store().read([&](const ZAVRepositories& repositories) {
-        for (const std::string& statement : statements) {
-            for (const std::string& step : planOf(statement, repositories.events.database())) {
-                EXPECT_EQ(step.find("TEMP B-TREE"), std::string::npos) << step << " in " << statement;
-                EXPECT_EQ(step.find("LIST SUBQUERY"), std::string::npos) << step << " in " << statement;
+    for (const char* rows : {"together", "apart"}) {
+        const auto statements = statementsOf(store(), [&] { static_cast<void>(room.before(cursor, 2)); });
+        EXPECT_GE(statements.size(), 4U)
+            << "its events, their content and metadata, and the gaps, rows " << rows;
+        store().read([&](const ZAVRepositories& repositories) {
+            for (const std::string& statement : statements) {
+                for (const std::string& step : planOf(statement, repositories.events.database())) {
+                    EXPECT_EQ(step.find("TEMP B-TREE"), std::string::npos) << step << " in " << statement;
+                    EXPECT_EQ(step.find("LIST SUBQUERY"), std::string::npos) << step << " in " << statement;
+                }
             }
-        }
-    });
+        });
+        moveRowsApart();
+    }
+}
+
+TEST_F(TimelineOfAStream, reads_content_from_row_to_row_only_where_few_rows_of_others_can_stand_between) {
+    addSequences({1, 2, 3, 4, 5});
+    const auto rangesOfRows = [&] {
+        const auto statements = statementsOf(store(), [&] { static_cast<void>(timeline().latest(5)); });
+        return std::count_if(statements.begin(), statements.end(), [](const std::string& statement) {
+            return statement.find("WHERE event_database_identifier BETWEEN") != std::string::npos;
+        });
+    };
+    EXPECT_EQ(rangesOfRows(), 1) << "five rows in a row";
+    execute(
+        "UPDATE event_content_parts SET event_database_identifier = 6 WHERE event_database_identifier = 5;"
+        "UPDATE events SET database_identifier = 6 WHERE database_identifier = 5");
+    EXPECT_EQ(rangesOfRows(), 1) << "one row of another between";
+    execute(
+        "UPDATE event_content_parts SET event_database_identifier = 7 WHERE event_database_identifier = 6;"
+        "UPDATE events SET database_identifier = 7 WHERE database_identifier = 6");
+    EXPECT_EQ(rangesOfRows(), 0) << "two rows of others between";
 }
 
 TEST_F(TimelineOfAStream, shows_the_moment_of_the_work_that_it_is_read_in) {

@@ -8,7 +8,7 @@
 #include <ZAVEventRepository/ZAVEventMapperColumns.h>
 
 #include "Private/Database/Internal/ZAVStatements.h"
-#include "Private/Model/Repositories/Internal/ZAVEventsWithContent.h"
+#include "Private/Model/Repositories/Internal/ZAVBareEvents.h"
 #include "Store/Internal/ZAVSequenceGaps.h"
 #include "Store/Internal/ZAVStoreErrors.h"
 
@@ -291,20 +291,25 @@ std::optional<ZAVTimelinePage> ZAVTimelineReader::pageOf(const Row& found, std::
                                    ? ZAVTimelineCursor::atWaiting(stream_, place.number, place.event)
                                    : ZAVTimelineCursor::atSequence(stream_, place.number));
     }
-    if (!readContent(found, page.events, error) || !readGaps(found, page.missing, error)) {
+    if (!readContent(found, error) || !readGaps(found, page.missing, error)) {
         return std::nullopt;
     }
     return page;
 }
 
-bool ZAVTimelineReader::readContent(const Row& found, const Events& all, ZAVError* error) const {
+bool ZAVTimelineReader::readContent(const Row& found, ZAVError* error) const {
+    FMDatabase& database = repositories_.events.database();
     const auto firstWaiting =
         std::find_if(found.begin(), found.end(), [](const Found& one) { return one.place.isWaiting; });
-    const auto split = all.begin() + (firstWaiting - found.begin());
+    const auto bare = [](auto begin, auto end) {
+        ZAVBareEvents events(static_cast<std::size_t>(end - begin));
+        std::for_each(begin, end, [&](const Found& one) { events.add(*one.event, !one.place.isWaiting); });
+        return events;
+    };
     if (firstWaiting != found.begin() &&
-        !ZAVReadContentAndMetadata(repositories_.events, Events(all.begin(), split), contentOfSequenced,
-                                   metadataOfSequenced, error, stream_, types_, found.front().place.number,
-                                   std::prev(firstWaiting)->place.number)) {
+        !bare(found.begin(), firstWaiting)
+             .complete(database, contentOfSequenced, metadataOfSequenced, error, stream_, types_,
+                       found.front().place.number, std::prev(firstWaiting)->place.number)) {
         return false;
     }
     if (firstWaiting == found.end()) {
@@ -312,9 +317,9 @@ bool ZAVTimelineReader::readContent(const Row& found, const Events& all, ZAVErro
     }
     const Place& first = firstWaiting->place;
     const Place& last = found.back().place;
-    return ZAVReadContentAndMetadata(repositories_.events, Events(split, all.end()), contentOfWaiting,
-                                     metadataOfWaiting, error, stream_, types_, first.number, first.event,
-                                     last.number, last.event);
+    return bare(firstWaiting, found.end())
+        .complete(database, contentOfWaiting, metadataOfWaiting, error, stream_, types_, first.number,
+                  first.event, last.number, last.event);
 }
 
 bool ZAVTimelineReader::readGaps(const Row& found, std::vector<ZAVSequenceGap>& gaps, ZAVError* error) const {

@@ -78,8 +78,6 @@ public:
                                                    ZAVError* error) const;
 
 private:
-    using Events = std::vector<std::shared_ptr<ZAVEvent>>;
-
     /// An event without its content, and where it stands.
     struct Found {
         std::shared_ptr<ZAVEvent> event;
@@ -97,7 +95,7 @@ private:
     /// @param hasLater whether there are events behind these; none to have it looked up.
     [[nodiscard]] std::optional<ZAVTimelinePage> pageOf(const Row& found, std::optional<bool> hasEarlier,
                                                         std::optional<bool> hasLater, ZAVError* error) const;
-    bool readContent(const Row& found, const Events& all, ZAVError* error) const;
+    bool readContent(const Row& found, ZAVError* error) const;
     bool readGaps(const Row& found, std::vector<ZAVSequenceGap>& gaps, ZAVError* error) const;
 
     const ZAVRepositories& repositories_;

@@ -9,9 +9,9 @@
 #include <ZAVEventRepository/ZAVMessageRepositoryCache.h>
 
 #include "Private/Database/Internal/ZAVStatements.h"
+#include "Private/Model/Repositories/Internal/ZAVEventFromRow.h"
 #include "Private/Model/Repositories/Internal/ZAVEventMetadata.h"
 #include "Private/Model/Repositories/Internal/ZAVEventRepositoryProjections.h"
-#include "Private/Model/Repositories/Internal/ZAVEventsWithContent.h"
 #include "Private/Model/Repositories/Internal/ZAVKeyedValueFromRow.h"
 
 namespace zav {
@@ -97,25 +97,21 @@ std::shared_ptr<ZAVEvent> ZAVEventRepository::objectFromResultSet(const FMResult
 }
 
 std::shared_ptr<ZAVEventContent> ZAVEventRepository::eventContentFromResultSet(const FMResultSet& row) const {
-    return ZAVContentFromRow(row, UUIDForColumn(row, ZAVEventMapperEventContentPartsColumnClientID),
-                             UUIDForColumn(row, ZAVEventMapperEventContentPartsColumnStreamID));
+    ZAVEventOfContent event{UUIDForColumn(row, ZAVEventMapperEventContentPartsColumnClientID),
+                            UUIDForColumn(row, ZAVEventMapperEventContentPartsColumnStreamID)};
+    if (!row.columnIndexIsNull(ZAVEventMapperEventContentPartsColumnSeq)) {
+        event.seq = row.intForColumnIndex(ZAVEventMapperEventContentPartsColumnSeq);
+    }
+    return ZAVContentFromRow(row, event);
 }
 
-std::shared_ptr<ZAVEventContent> ZAVContentFromRow(const FMResultSet& row,
-                                                   const std::optional<ZAVUUID>& clientID,
-                                                   const std::optional<ZAVUUID>& streamUUID) {
+std::shared_ptr<ZAVEventContent> ZAVContentFromRow(const FMResultSet& row, const ZAVEventOfContent& event) {
     const std::uint64_t expirationSeconds =
         row.unsignedLongLongIntForColumnIndex(ZAVEventMapperEventContentPartsColumnAccessExpiration);
     std::optional<std::string> urlText = row.stringForColumnIndex(ZAVEventMapperEventContentPartsColumnURL);
     const std::optional<std::string> filePath =
         row.stringForColumnIndex(ZAVEventMapperEventContentPartsColumnFilePath);
 
-    // Once the sequence is in this local, NULL and the marker's own number cannot be distinguished: both
-    // count as unset.
-    ZAVSequence eventSeq = ZAVSequenceNotSet;
-    if (!row.columnIndexIsNull(ZAVEventMapperEventContentPartsColumnSeq)) {
-        eventSeq = row.intForColumnIndex(ZAVEventMapperEventContentPartsColumnSeq);
-    }
     std::optional<ZAVData> inlineData;
     if (!urlText) {
         inlineData = row.dataForColumnIndex(ZAVEventMapperEventContentPartsColumnValue).value_or(ZAVData());
@@ -132,7 +128,7 @@ std::shared_ptr<ZAVEventContent> ZAVContentFromRow(const FMResultSet& row,
     auto content = std::make_shared<ZAVEventContent>(
         static_cast<ZAVDatabaseIdentifier>(row.unsignedLongLongIntForColumnIndex(
             ZAVEventMapperEventContentPartsColumnEventDatabaseIdentifier)),
-        clientID,
+        event.clientID,
         static_cast<std::int64_t>(
             row.unsignedLongLongIntForColumnIndex(ZAVEventMapperEventContentPartsColumnIndex)),
         row.stringForColumnIndex(ZAVEventMapperEventContentPartsColumnType)
@@ -148,9 +144,9 @@ std::shared_ptr<ZAVEventContent> ZAVContentFromRow(const FMResultSet& row,
         row.intForColumnIndex(ZAVEventMapperEventContentPartsColumnTransferStatus)));
     content->setLastAccessed(row.dateForColumnIndex(ZAVEventMapperEventContentPartsColumnLastAccessed));
     content->setIsPurged(row.boolForColumnIndex(ZAVEventMapperEventContentPartsColumnPurged));
-    content->setStreamUUID(streamUUID);
-    if (eventSeq != ZAVSequenceNotSet) {
-        content->setEventSeq(eventSeq);
+    content->setStreamUUID(event.streamUUID);
+    if (event.seq != ZAVSequenceNotSet) {
+        content->setEventSeq(event.seq);
     }
     return content;
 }

@@ -26,18 +26,15 @@ inline constexpr auto eventOfOneStream =
 inline constexpr ZAVStatementText eventSource(
     " FROM events LEFT JOIN streams ON (events.stream_database_identifier = streams.database_identifier)");
 
-inline constexpr ZAVStatementText contentColumnsBeforeTheEvents(
+/// The select list of content parts whose events are at hand.
+inline constexpr ZAVStatementText contentOfKnownEvents(
     "SELECT event_content_parts.event_content_part_id, event_content_parts.event_database_identifier, "
     "event_content_parts.type, event_content_parts.value, event_content_parts.access_expiration, "
     "event_content_parts.url, event_content_parts.size, event_content_parts.transfer_status, "
-    "event_content_parts.file_path, event_content_parts.last_accessed, event_content_parts.purged, ");
+    "event_content_parts.file_path, event_content_parts.last_accessed, event_content_parts.purged");
 
-/// The select list of every content part query, as `ZAVEventMapperEventContentPartsColumn` counts it.
-inline constexpr auto content =
-    contentColumnsBeforeTheEvents + "events.client_id, events.seq, streams.stream_id";
-
-/// The same where the events are at hand: of them it has only what tells whether there is a sequence.
-inline constexpr auto contentOfKnownEvents = contentColumnsBeforeTheEvents + "NULL, events.seq";
+/// The select list of every other content part query, as `ZAVEventMapperEventContentPartsColumn` counts it.
+inline constexpr auto content = contentOfKnownEvents + ", events.client_id, events.seq, streams.stream_id";
 
 /// Content parts with their events and those events' streams. A part whose event is missing is still a row.
 inline constexpr ZAVStatementText contentSource(

@@ -1,0 +1,109 @@
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <vector>
+
+#include <ZAVEventRepository/ZAVEventRepository.h>
+
+#include "Private/Database/Internal/ZAVStatements.h"
+#include "Private/Model/Repositories/Internal/ZAVEventFromRow.h"
+#include "Private/Model/Repositories/Internal/ZAVEventRepositoryProjections.h"
+
+namespace zav {
+namespace projections {
+
+inline constexpr ZAVStatementText eventMetadata(
+    "SELECT object_database_identifier, key, value, typeof(value) = 'blob' FROM ");
+
+/// The statement that selects the content parts of the events whose rows `events` selects.
+template <class Text>
+[[nodiscard]] constexpr auto selectContentOf(const Text& events) noexcept {
+    return contentOfKnownEvents + " FROM event_content_parts WHERE event_database_identifier IN (" + events +
+           ") ORDER BY event_database_identifier, event_content_part_id";
+}
+
+/// The statement that selects the transient metadata of the events whose rows `events` selects.
+template <class Text>
+[[nodiscard]] constexpr auto selectMetadataOf(const Text& events) noexcept {
+    return eventMetadata + "keyed_values_remote WHERE object_database_identifier IN (" + events +
+           ") AND object_type = 'event' AND key_type = 0";
+}
+
+// The same for events that a condition selects, " WHERE ..." on their table: where one index leads to all of
+// them, it is gone through, and no list of rows is made first. The order is that of such an index.
+
+/// The statement that selects the content parts of the events that `condition` selects.
+template <class Text>
+[[nodiscard]] constexpr auto selectContentOfEvents(const Text& condition) noexcept {
+    return contentOfKnownEvents +
+           " FROM events CROSS JOIN event_content_parts"
+           " ON event_content_parts.event_database_identifier = events.database_identifier" +
+           condition +
+           " ORDER BY events.seq, events.database_identifier, event_content_parts.event_content_part_id";
+}
+
+/// The statement that selects the transient metadata of the events that `condition` selects.
+template <class Text>
+[[nodiscard]] constexpr auto selectMetadataOfEvents(const Text& condition) noexcept {
+    return eventMetadata +
+           "events CROSS JOIN keyed_values_remote ON object_database_identifier = events.database_identifier"
+           " AND object_type = 'event' AND key_type = 0" +
+           condition;
+}
+
+}  // namespace projections
+
+/// Events that were read without their metadata and content, which are read for all of them at once.
+class ZAVBareEvents {
+public:
+    explicit ZAVBareEvents(std::size_t count) { events_.reserve(count); }
+
+    /// @param event outlives this.
+    /// @param hasSequence whether there is one in the row: the record cannot tell.
+    void add(ZAVEvent& event, bool hasSequence);
+
+    /// Gives the events their content and metadata, with three statements at most, however many events there
+    /// are. They are the same records then as `ZAVEventRepository::objectFromResultSet` makes. Events whose
+    /// rows stand together, as those do that came in one go, are found by that and not by the statements.
+    /// @param contentStatement selects the content of these events, and perhaps of others.
+    /// @param metadataStatement the same of their metadata.
+    /// @param values those of both statements.
+    /// @return whether all could be read; if not, the reason is in `error`.
+    template <class... Values>
+    [[nodiscard]] bool complete(FMDatabase& database, ZAVSQL contentStatement, ZAVSQL metadataStatement,
+                                ZAVError* error, const Values&... values) {
+        sortByRow();
+        if (rowsStandTogether()) {
+            return completeByRows(database, error);
+        }
+        ZAVError failure;
+        takeContent(runQuery(database, &failure, contentStatement, values...), failure);
+        if (!failure && anyMayHaveMetadata(database, failure)) {
+            takeMetadata(runQuery(database, &failure, metadataStatement, values...), failure);
+        }
+        return finish(failure, error);
+    }
+
+private:
+    struct Event {
+        ZAVDatabaseIdentifier row;
+        ZAVEvent* record;
+        ZAVEventOfContent identity;
+        std::vector<std::shared_ptr<ZAVTContent>> parts{};
+        ZAVDictionary metadata{};
+    };
+
+    void sortByRow();
+    [[nodiscard]] bool rowsStandTogether() const noexcept;
+    bool completeByRows(FMDatabase& database, ZAVError* error);
+    [[nodiscard]] bool anyMayHaveMetadata(FMDatabase& database, ZAVError& failure) const;
+    [[nodiscard]] Event* eventInColumn(const FMResultSet& row, int column) noexcept;
+    void takeContent(std::optional<FMResultSet> rows, ZAVError& failure);
+    void takeMetadata(std::optional<FMResultSet> rows, ZAVError& failure);
+    bool finish(const ZAVError& failure, ZAVError* error);
+
+    std::vector<Event> events_;
+};
+
+}  // namespace zav
