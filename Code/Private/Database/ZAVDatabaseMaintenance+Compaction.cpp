@@ -14,7 +14,7 @@
 #include "Private/Database/Internal/ZAVCompactionSpace.h"
 #include "Private/Database/Internal/ZAVConnection.h"
 #include "Private/Database/Internal/ZAVDatabaseOpening.h"
-#include "Private/Database/Internal/ZAVFileSizes.h"
+#include "Private/Database/Internal/ZAVOpenFiles.h"
 #include "Private/Database/Internal/ZAVStatements.h"
 
 namespace zav {

@@ -7,7 +7,7 @@
 #include <ZAVEventRepository/ZAVDatabaseMaintenance.h>
 
 #include "Private/Database/Internal/ZAVConnection.h"
-#include "Private/Database/Internal/ZAVFileSizes.h"
+#include "Private/Database/Internal/ZAVOpenFiles.h"
 #include "Private/Database/Internal/ZAVStatements.h"
 
 namespace zav {

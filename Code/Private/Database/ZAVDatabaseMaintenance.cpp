@@ -8,7 +8,7 @@
 #include <ZAVEventRepository/ZAVTransaction.h>
 
 #include "Private/Database/Internal/ZAVConnection.h"
-#include "Private/Database/Internal/ZAVFileSizes.h"
+#include "Private/Database/Internal/ZAVOpenFiles.h"
 #include "Private/Database/Internal/ZAVPatience.h"
 #include "Private/Database/Internal/ZAVStatements.h"
 

@@ -6,7 +6,7 @@
 
 #include <ZAVEventRepository/ZAVDatabaseError.h>
 
-#include "Private/Database/Internal/ZAVFileSizes.h"
+#include "Private/Database/Internal/ZAVOpenFiles.h"
 
 namespace zav {
 namespace {
