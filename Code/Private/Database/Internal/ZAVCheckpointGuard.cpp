@@ -102,7 +102,7 @@ ZAVCheckpointGuard::Outcome copyUnguarded(sqlite3* connection, const char* schem
 
 ZAVCheckpointGuard::ZAVCheckpointGuard(sqlite3* connection, const ZAVStatementCache& statements) noexcept
     : connection_(connection), ceiling_(statements) {
-    if (connection != nullptr && !ZAVDatabaseEngine::hasSafeCheckpoints()) {
+    if (!ZAVDatabaseEngine::hasSafeCheckpoints()) {
         sqlite3_wal_hook(connection, noteCommit, this);
         sqlite3_set_authorizer(connection, authorize, this);
     }

@@ -286,7 +286,6 @@ private:
     void deliverChanges() noexcept;
     template <class Change>
     void changeObservation(const Change& change);
-    void forgetCounts() noexcept;
 
     ZAVEngineHandle engine_;
     Settings settings_;

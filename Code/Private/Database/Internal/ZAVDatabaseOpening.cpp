@@ -12,6 +12,7 @@
 #include "Private/Database/Internal/ZAVEncryption.h"
 #include "Private/Database/Internal/ZAVOpenFiles.h"
 #include "Private/Database/Internal/ZAVOptionsCheck.h"
+#include "Private/Database/Internal/ZAVPatience.h"
 #include "Private/Database/Internal/ZAVReadingError.h"
 #include "Private/Database/Internal/ZAVWipedKey.h"
 
@@ -220,14 +221,12 @@ ZAVError ZAVErrorOfNewerSchema(std::int64_t version, std::int64_t newest) {
 
 bool ZAVUseWriteAheadLog(ZAVConnection& connection) {
     // While another connection does the same the engine fails at once instead of waiting.
-    constexpr int pauseInMilliseconds = 2;
-    const auto deadline = std::chrono::steady_clock::now() + connection.settings().busyTimeout;
+    constexpr std::chrono::milliseconds longestPause(2);
+    ZAVPatience patience(connection.settings().busyTimeout, longestPause);
     while (!connection.runScript("PRAGMA journal_mode=WAL")) {
-        if ((connection.lastError().code() & 0xFF) != SQLITE_BUSY ||
-            std::chrono::steady_clock::now() >= deadline) {
+        if ((connection.lastError().code() & 0xFF) != SQLITE_BUSY || !patience.pause()) {
             return false;
         }
-        sqlite3_sleep(pauseInMilliseconds);
     }
     // Where the file system shares no memory, and in memory, the engine keeps to the journal without a word.
     auto mode = connection.query(connection.lend("PRAGMA journal_mode"), ZAVConnection::Reach::free);
