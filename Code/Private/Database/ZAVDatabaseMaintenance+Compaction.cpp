@@ -3,7 +3,6 @@
 #include <chrono>
 #include <optional>
 #include <string>
-#include <utility>
 
 #include <ZAVEventRepository/ZAVDatabaseEngine.h>
 #include <ZAVEventRepository/ZAVDatabaseMaintenance.h>
@@ -12,7 +11,6 @@
 #include "Private/Database/Internal/ZAVCompactionMarker.h"
 #include "Private/Database/Internal/ZAVCompactionSpace.h"
 #include "Private/Database/Internal/ZAVConnection.h"
-#include "Private/Database/Internal/ZAVDatabaseOpening.h"
 #include "Private/Database/Internal/ZAVOpenFiles.h"
 #include "Private/Database/Internal/ZAVPatience.h"
 #include "Private/Database/Internal/ZAVStatements.h"
@@ -111,7 +109,7 @@ public:
         // What an encrypted database sorts stays in memory elsewhere; here nothing is sorted. Pages are
         // written as they come: no page of the copy changes twice.
         if (!database_->executeStatements("PRAGMA temp_store=FILE; PRAGMA cache_spill=1")) {
-            storeLastError(*database_, error);
+            ZAVStoreError(error, database_->lastError());
             return false;
         }
         sqlite3_progress_handler(engine, stepsBetweenLooks, lookWhetherToGoOn, &course_);

@@ -2,7 +2,6 @@
 
 #include <uriparser/Uri.h>
 
-#include <new>
 #include <utility>
 
 #include "Private/Foundation/Internal/ZAVPlainReference.h"

@@ -2,10 +2,6 @@
 
 namespace zav {
 
-void storeLastError(const FMDatabase& database, ZAVError* error) {
-    ZAVStoreError(error, database.lastError());
-}
-
 bool failWith(FMDatabase& database, const ZAVError& reason, ZAVError* error) {
     ZAVStoreError(error, reason);
     return database.connection().fail(reason);

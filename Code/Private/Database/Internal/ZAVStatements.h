@@ -10,9 +10,6 @@
 
 namespace zav {
 
-/// Stores why the most recent call failed.
-void storeLastError(const FMDatabase& database, ZAVError* error);
-
 /// Stores why a call fails, as the last error of the handle too. Answers false.
 bool failWith(FMDatabase& database, const ZAVError& reason, ZAVError* error);
 

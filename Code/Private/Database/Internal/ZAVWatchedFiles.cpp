@@ -1,6 +1,5 @@
 #include "Private/Database/Internal/ZAVWatchedFiles.h"
 
-#include <algorithm>
 #include <atomic>
 #include <new>
 
