@@ -8,8 +8,28 @@
 #include "Private/Database/Internal/ZAVDatabaseOpening.h"
 
 namespace zav {
+namespace {
 
-using Reach = ZAVConnection::Reach;
+using BoundBytes = ZAVConnection::Bytes;
+
+/// Lends a statement with values bound to its placeholders; null on failure.
+template <class Values>
+ZAVStatement* lendWith(ZAVConnection& connection, std::string_view sql, const Values& values,
+                       BoundBytes bytes) {
+    if (!connection.mayControlTransactions(sql)) {
+        return nullptr;
+    }
+    ZAVStatement* const statement = connection.lend(sql, values.size());
+    int position = 0;
+    for (const auto& value : values) {
+        if (statement == nullptr || !connection.bind(*statement, ++position, value, bytes)) {
+            return nullptr;
+        }
+    }
+    return statement;
+}
+
+}  // namespace
 
 std::shared_ptr<FMDatabase> FMDatabase::databaseWithPath(const std::string& path,
                                                          const FMDatabaseOptions& options, ZAVError* error) {
@@ -24,69 +44,29 @@ FMDatabase::~FMDatabase() {
     connection_->close();  // here, where an observer that is told of it still finds the handle in order
 }
 
-std::optional<FMResultSet> FMDatabase::query(ZAVStatement* statement) {
-    return connection_->query(statement, Reach::free);
+std::optional<FMResultSet> FMDatabase::query(std::string_view sql, std::initializer_list<FMParameter> values,
+                                             Reach reach) {
+    return connection_->query(lendWith(*connection_, sql, values, BoundBytes::copied), reach);
 }
 
-std::optional<FMResultSet> FMDatabase::boundedQuery(ZAVStatement* statement) {
-    return connection_->query(statement, Reach::bounded);
-}
-
-bool FMDatabase::update(ZAVStatement* statement) {
-    return connection_->update(statement, Reach::free);
-}
-
-bool FMDatabase::boundedUpdate(ZAVStatement* statement) {
-    return connection_->update(statement, Reach::bounded);
+bool FMDatabase::update(std::string_view sql, std::initializer_list<FMParameter> values, Reach reach) {
+    return connection_->update(lendWith(*connection_, sql, values, BoundBytes::referredTo), reach);
 }
 
 std::optional<FMResultSet> FMDatabase::executeQueryWithArgumentsInArray(std::string_view sql,
                                                                         std::span<const ZAVValue> arguments) {
-    return query(statementWithArguments(sql, Bytes::copied, arguments));
+    return connection_->query(lendWith(*connection_, sql, arguments, BoundBytes::copied), Reach::free);
 }
 
 bool FMDatabase::executeUpdateWithArgumentsInArray(std::string_view sql,
                                                    std::span<const ZAVValue> arguments) {
-    return update(statementWithArguments(sql, Bytes::referredTo, arguments));
+    return connection_->update(lendWith(*connection_, sql, arguments, BoundBytes::referredTo), Reach::free);
 }
 
 bool FMDatabase::executeBoundedUpdateWithArgumentsInArray(std::string_view sql,
                                                           std::span<const ZAVValue> arguments) {
-    return boundedUpdate(statementWithArguments(sql, Bytes::referredTo, arguments));
-}
-
-ZAVStatement* FMDatabase::statementWithArguments(std::string_view sql, Bytes bytes,
-                                                 std::span<const ZAVValue> arguments) {
-    ZAVStatement* const statement = lend(sql, arguments.size());
-    int position = 0;
-    for (const ZAVValue& argument : arguments) {
-        if (statement == nullptr || !bind(*statement, ++position, argument, bytes)) {
-            return nullptr;
-        }
-    }
-    return statement;
-}
-
-ZAVStatement* FMDatabase::lend(std::string_view sql, std::size_t valueCount) {
-    return connection_->mayControlTransactions(sql) ? connection_->lend(sql, valueCount) : nullptr;
-}
-
-bool FMDatabase::bindInteger(ZAVStatement& statement, int position, std::int64_t value) {
-    return connection_->bind(statement, position, value);
-}
-
-bool FMDatabase::bindReal(ZAVStatement& statement, int position, double value) {
-    return connection_->bind(statement, position, value);
-}
-
-bool FMDatabase::bindBytes(ZAVStatement& statement, int position, const FMParameter& value, Bytes bytes) {
-    return connection_->bindBytes(
-        statement, position, value,
-        bytes == Bytes::copied ? ZAVConnection::Bytes::copied : ZAVConnection::Bytes::referredTo);
-}
-
-bool FMDatabase::bindNull(ZAVStatement& statement, int position) {
-    return connection_->bind(statement, position, nullptr);
+    return connection_->update(lendWith(*connection_, sql, arguments, BoundBytes::referredTo),
+                               Reach::bounded);
 }
 
 bool FMDatabase::prepare(std::string_view sql) {

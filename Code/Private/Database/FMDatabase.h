@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <initializer_list>
 #include <memory>
 #include <optional>
 #include <span>
@@ -74,7 +75,7 @@ public:
     /// @return a cursor before the first row, or none on failure.
     template <class... Values>
     [[nodiscard]] std::optional<FMResultSet> executeQuery(std::string_view sql, const Values&... values) {
-        return query(statementWithValues(sql, Bytes::copied, values...));
+        return query(sql, {FMParameter(values)...}, Reach::free);
     }
 
     /// As `executeQuery`, for a statement that meets each row of the file a few times at most. When it yields
@@ -85,21 +86,21 @@ public:
     template <class... Values>
     [[nodiscard]] std::optional<FMResultSet> executeBoundedQuery(std::string_view sql,
                                                                  const Values&... values) {
-        return boundedQuery(statementWithValues(sql, Bytes::copied, values...));
+        return query(sql, {FMParameter(values)...}, Reach::bounded);
     }
 
     /// Runs a statement to its end. Rows that it may yield are passed over.
     /// @return whether it succeeded.
     template <class... Values>
     bool executeUpdate(std::string_view sql, const Values&... values) {
-        return update(statementWithValues(sql, Bytes::referredTo, values...));
+        return update(sql, {FMParameter(values)...}, Reach::free);
     }
 
     /// As `executeUpdate`, bounded as a query by `executeBoundedQuery` is. A statement that is ended in this
     /// way takes the whole transaction back.
     template <class... Values>
     bool executeBoundedUpdate(std::string_view sql, const Values&... values) {
-        return boundedUpdate(statementWithValues(sql, Bytes::referredTo, values...));
+        return update(sql, {FMParameter(values)...}, Reach::bounded);
     }
 
     /// Prepares a statement ahead of its use, and keeps it if any are kept, so that running it needs no
@@ -176,50 +177,14 @@ public:
     [[nodiscard]] ZAVConnection& connection() const noexcept { return *connection_; }
 
 private:
-    /// Whether a statement keeps a copy of the texts and byte strings bound to it. Those that it only refers
-    /// to must stay alive until it is given back.
-    enum class Bytes : bool { referredTo, copied };
+    friend class ZAVConnection;  // which runs statements
 
-    /// Lends the statement `sql` with `values` bound; null on failure.
-    template <class... Values>
-    [[nodiscard]] ZAVStatement* statementWithValues(std::string_view sql, [[maybe_unused]] Bytes bytes,
-                                                    const Values&... values) {
-        ZAVStatement* const statement = lend(sql, sizeof...(Values));
-        // Value by value, and not from an array: the compiler knows the kind of most.
-        [[maybe_unused]] int position = 0;
-        return statement != nullptr && (bind(*statement, ++position, FMParameter(values), bytes) && ...)
-                   ? statement
-                   : nullptr;
-    }
-    [[nodiscard]] ZAVStatement* statementWithArguments(std::string_view sql, Bytes bytes,
-                                                       std::span<const ZAVValue> arguments);
-    [[nodiscard]] ZAVStatement* lend(std::string_view sql, std::size_t valueCount);
+    /// Whether a run ends where a sound file would have ended it.
+    enum class Reach : bool { free, bounded };
 
-    [[nodiscard]] bool bind(ZAVStatement& statement, int position, const FMParameter& value, Bytes bytes) {
-        switch (value.kind()) {
-            case FMParameter::Kind::integer:
-                return bindInteger(statement, position, value.integer());
-            case FMParameter::Kind::real:
-                return bindReal(statement, position, value.real());
-            case FMParameter::Kind::text:
-            case FMParameter::Kind::blob:
-                return bindBytes(statement, position, value, bytes);
-            case FMParameter::Kind::null:
-                break;
-        }
-        return bindNull(statement, position);
-    }
-    [[nodiscard]] bool bindInteger(ZAVStatement& statement, int position, std::int64_t value);
-    [[nodiscard]] bool bindReal(ZAVStatement& statement, int position, double value);
-    [[nodiscard]] bool bindBytes(ZAVStatement& statement, int position, const FMParameter& value,
-                                 Bytes bytes);
-    [[nodiscard]] bool bindNull(ZAVStatement& statement, int position);
-
-    /// These take a statement that is ready, or null.
-    [[nodiscard]] std::optional<FMResultSet> query(ZAVStatement* statement);
-    [[nodiscard]] std::optional<FMResultSet> boundedQuery(ZAVStatement* statement);
-    bool update(ZAVStatement* statement);
-    bool boundedUpdate(ZAVStatement* statement);
+    [[nodiscard]] std::optional<FMResultSet> query(std::string_view sql,
+                                                   std::initializer_list<FMParameter> values, Reach reach);
+    bool update(std::string_view sql, std::initializer_list<FMParameter> values, Reach reach);
 
     std::unique_ptr<ZAVConnection> connection_;
 };

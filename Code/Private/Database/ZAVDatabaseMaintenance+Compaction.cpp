@@ -3,8 +3,6 @@
 #include <chrono>
 #include <optional>
 #include <string>
-#include <thread>
-#include <utility>
 
 #include <ZAVEventRepository/ZAVDatabaseEngine.h>
 #include <ZAVEventRepository/ZAVDatabaseMaintenance.h>
@@ -13,8 +11,8 @@
 #include "Private/Database/Internal/ZAVCompactionMarker.h"
 #include "Private/Database/Internal/ZAVCompactionSpace.h"
 #include "Private/Database/Internal/ZAVConnection.h"
-#include "Private/Database/Internal/ZAVDatabaseOpening.h"
-#include "Private/Database/Internal/ZAVFileSizes.h"
+#include "Private/Database/Internal/ZAVOpenFiles.h"
+#include "Private/Database/Internal/ZAVPatience.h"
 #include "Private/Database/Internal/ZAVStatements.h"
 
 namespace zav {
@@ -66,32 +64,15 @@ std::string temporaryDirectory(sqlite3* engine) {
     return directory;
 }
 
-/// The size of a database, in pages and bytes.
-struct Extent {
-    std::int64_t pageSize = 0;
-    std::int64_t pages = 0;
-    std::int64_t freePages = 0;
-    bool hasLog = false;
+std::int64_t bytesOfContent(const ZAVDiskUsage& usage) noexcept {
+    return (usage.pages - usage.freePages) * usage.pageSize;
+}
 
-    [[nodiscard]] static std::optional<Extent> of(FMDatabase& database, ZAVError* error) {
-        const auto pageSize = readNumber(database, error, "PRAGMA page_size");
-        const auto pages = pageSize ? readNumber(database, error, "PRAGMA page_count") : std::nullopt;
-        const auto freePages = pages ? readNumber(database, error, "PRAGMA freelist_count") : std::nullopt;
-        auto mode = freePages ? runQuery(database, error, "PRAGMA journal_mode") : std::nullopt;
-        if (!mode || !mode->nextWithError(error)) {
-            return std::nullopt;
-        }
-        return Extent{*pageSize, *pages, *freePages, mode->stringForColumnIndex(0) == "wal"};
-    }
-
-    [[nodiscard]] std::int64_t contentBytes() const { return (pages - freePages) * pageSize; }
-
-    /// A log has the new pages, a journal the old ones, each with a header.
-    [[nodiscard]] std::int64_t logBytes() const {
-        constexpr std::int64_t header = 24;
-        return (hasLog ? pages - freePages : pages) * (pageSize + header);
-    }
-};
+/// What is written beside the database: a log has the new pages, a journal the old ones, each with a header.
+std::int64_t bytesForLog(const ZAVDiskUsage& usage, bool usesLog) noexcept {
+    constexpr std::int64_t header = 24;
+    return (usesLog ? usage.pages - usage.freePages : usage.pages) * (usage.pageSize + header);
+}
 
 std::int64_t bytesOfLog(sqlite3* engine) noexcept {
     return static_cast<std::int64_t>(ZAVSizeOfLog(engine).value_or(0));
@@ -128,7 +109,7 @@ public:
         // What an encrypted database sorts stays in memory elsewhere; here nothing is sorted. Pages are
         // written as they come: no page of the copy changes twice.
         if (!database_->executeStatements("PRAGMA temp_store=FILE; PRAGMA cache_spill=1")) {
-            storeLastError(*database_, error);
+            ZAVStoreError(error, database_->lastError());
             return false;
         }
         sqlite3_progress_handler(engine, stepsBetweenLooks, lookWhetherToGoOn, &course_);
@@ -177,15 +158,14 @@ private:
 /// Folds a log and cuts it off, attempt by attempt, for so long at most. Answers whether it is done.
 template <class Attempt>
 bool foldPatiently(const Attempt& attempt, ZAVCompactionCourse& course, Milliseconds longest) {
-    constexpr Milliseconds pause(10);
-    const auto end = std::chrono::steady_clock::now() + longest;
+    constexpr Milliseconds longestPause(10);
+    ZAVPatience patience(longest, longestPause);
     for (;;) {
         const std::optional<ZAVCheckpoint> checkpoint = attempt();
         const bool isDone = checkpoint && !checkpoint->isHeldUp;
-        if (isDone || !checkpoint || !course.mayGoOn() || std::chrono::steady_clock::now() >= end) {
+        if (isDone || !checkpoint || !course.mayGoOn() || !patience.pause()) {
             return isDone;
         }
-        std::this_thread::sleep_for(pause);
     }
 }
 
@@ -196,21 +176,22 @@ std::optional<ZAVCompaction> ZAVDatabaseMaintenance::compact(const std::function
                                                              ZAVError* error) const {
     ZAVConnection& connection = database_->connection();
     const auto fail = [&](const ZAVError& reason) {
-        connection.fail(reason);
-        ZAVStoreError(error, reason);
+        failWith(*database_, reason, error);
         return std::nullopt;
     };
     if (const ZAVError objection = objectionToCompaction(connection)) {
         return fail(objection);
     }
-    const auto extent = Extent::of(*database_, error);
-    if (!extent) {
+    const auto usage = diskUsage(ZAVDiskUsageDetail::whole, error);
+    const auto usesLog = usage ? usesWriteAheadLog(*database_, error) : std::nullopt;
+    if (!usesLog) {
         return std::nullopt;
     }
+    const std::int64_t contentBytes = bytesOfContent(*usage);
+    const std::int64_t logBytes = bytesForLog(*usage, *usesLog);
     const std::string path = sqlite3_db_filename(connection.engine(), "main");
-    if (const ZAVError objection =
-            ZAVCompactionSpace::objection({{temporaryDirectory(connection.engine()), extent->contentBytes()},
-                                           {directoryOf(path), extent->logBytes()}})) {
+    if (const ZAVError objection = ZAVCompactionSpace::objection(
+            {{temporaryDirectory(connection.engine()), contentBytes}, {directoryOf(path), logBytes}})) {
         return fail(objection);
     }
     ZAVError failure;
@@ -221,8 +202,7 @@ std::optional<ZAVCompaction> ZAVDatabaseMaintenance::compact(const std::function
     ZAVCompaction result;
     result.bytesBefore = bytesOnDisk(connection.engine());
     const std::int64_t logBytesBefore = bytesOfLog(connection.engine());
-    ZAVCompactionCourse course(progress, cancel);
-    course.expect(extent->contentBytes(), extent->logBytes(), extent->contentBytes());
+    ZAVCompactionCourse course(progress, cancel, contentBytes, logBytes);
     {
         CompactingHandle compacting(connection, course);
         if (!compacting.database()) {

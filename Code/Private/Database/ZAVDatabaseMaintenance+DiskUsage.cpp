@@ -7,7 +7,7 @@
 #include <ZAVEventRepository/ZAVDatabaseMaintenance.h>
 
 #include "Private/Database/Internal/ZAVConnection.h"
-#include "Private/Database/Internal/ZAVFileSizes.h"
+#include "Private/Database/Internal/ZAVOpenFiles.h"
 #include "Private/Database/Internal/ZAVStatements.h"
 
 namespace zav {
@@ -15,18 +15,16 @@ namespace {
 
 /// Tells what the files beside each other take.
 bool measureFiles(FMDatabase& database, ZAVDiskUsage& usage, ZAVError* error) {
-    auto mode = runQuery(database, error, "PRAGMA journal_mode");
-    if (!mode || !mode->nextWithError(error)) {
+    const auto usesLog = usesWriteAheadLog(database, error);
+    if (!usesLog) {
         return false;
     }
     sqlite3* const engine = database.connection().engine();
     const auto file = ZAVSizeOfFile(engine);
-    const auto log = mode->stringForColumnIndex(0) == "wal" ? ZAVSizeOfLog(engine) : 0;
+    const auto log = *usesLog ? ZAVSizeOfLog(engine) : 0;
     if (!file || !log) {
-        database.connection().fail(
-            {ZAVErrorDomainSQLite, SQLITE_IOERR_FSTAT, sqlite3_errstr(SQLITE_IOERR_FSTAT)});
-        storeLastError(database, error);
-        return false;
+        return failWith(
+            database, {ZAVErrorDomainSQLite, SQLITE_IOERR_FSTAT, sqlite3_errstr(SQLITE_IOERR_FSTAT)}, error);
     }
     usage.fileBytes = static_cast<std::int64_t>(*file);
     usage.logBytes = static_cast<std::int64_t>(*log);
@@ -96,10 +94,10 @@ bool measureTables(FMDatabase& database, ZAVDiskUsage& usage, ZAVError* error) {
 std::optional<ZAVDiskUsage> ZAVDatabaseMaintenance::diskUsage(ZAVDiskUsageDetail detail,
                                                               ZAVError* error) const {
     // A cursor that has begun to read keeps what all that follows sees as it is.
-    auto moment = runQuery(*database_, error, "SELECT 1 FROM sqlite_master");
     ZAVError failure;
+    auto moment = runQuery(*database_, &failure, "SELECT 1 FROM sqlite_master");
     if (!moment || (!moment->nextWithError(&failure) && failure)) {
-        ZAVStoreError(error, failure ? failure : database_->lastError());
+        ZAVStoreError(error, failure);
         return std::nullopt;
     }
     ZAVDiskUsage usage;

@@ -8,7 +8,7 @@
 #include <ZAVEventRepository/ZAVTransaction.h>
 
 #include "Private/Database/Internal/ZAVConnection.h"
-#include "Private/Database/Internal/ZAVFileSizes.h"
+#include "Private/Database/Internal/ZAVOpenFiles.h"
 #include "Private/Database/Internal/ZAVPatience.h"
 #include "Private/Database/Internal/ZAVStatements.h"
 
@@ -17,14 +17,8 @@ namespace {
 
 using Outcome = ZAVCheckpointGuard::Outcome;
 
-constexpr const char* schema = "main";
-
 bool isBusy(std::int64_t status) noexcept {
     return (status & 0xFF) == SQLITE_BUSY;
-}
-
-bool isFailure(const Outcome& outcome) noexcept {
-    return outcome.status != SQLITE_OK && !isBusy(outcome.status);
 }
 
 bool isCopied(const Outcome& outcome) noexcept {
@@ -35,18 +29,6 @@ ZAVError errorOf(const Outcome& outcome) {
     return {ZAVErrorDomainSQLite, outcome.status,
             outcome.status == SQLITE_LOCKED ? "this handle has an open cursor or transaction"
                                             : sqlite3_errstr(outcome.status)};
-}
-
-/// Looks into the file, which has the engine open its log. None on failure.
-std::optional<bool> hasLog(FMDatabase& database, ZAVError* error) {
-    if (!readNumber(database, error, "PRAGMA schema_version")) {
-        return std::nullopt;
-    }
-    auto mode = runQuery(database, error, "PRAGMA journal_mode");
-    if (!mode || !mode->nextWithError(error)) {
-        return std::nullopt;
-    }
-    return mode->stringForColumnIndex(0) == "wal";
 }
 
 /// Whether the log's file takes more than the header and a page: what a transaction that did not come to its
@@ -109,21 +91,18 @@ std::optional<ZAVCheckpoint> ZAVDatabaseMaintenance::checkpoint(ZAVCheckpointMod
 std::optional<ZAVCheckpoint> ZAVDatabaseMaintenance::checkpoint(ZAVCheckpointMode mode,
                                                                 std::chrono::milliseconds longest,
                                                                 ZAVError* error) const {
-    const auto log = hasLog(*database_, error);
-    if (!log) {
-        return std::nullopt;
+    // A look into the file has the engine open its log.
+    const auto version = readNumber(*database_, error, "PRAGMA schema_version");
+    const auto usesLog = version ? usesWriteAheadLog(*database_, error) : std::nullopt;
+    if (!usesLog || !*usesLog) {
+        return usesLog ? std::optional(ZAVCheckpoint{}) : std::nullopt;
     }
-    if (!*log) {
-        return ZAVCheckpoint{};
-    }
-    ZAVConnection& connection = database_->connection();
     ZAVPatience patience(longest);
     std::optional<std::int64_t> framesBeforeWriting;
     for (bool mayGoOn = mode != ZAVCheckpointMode::passive;; mayGoOn = patience.pause()) {
-        const Outcome outcome = connection.checkpoints().copy(schema);
-        if (isFailure(outcome)) {
-            connection.fail(errorOf(outcome));
-            storeLastError(*database_, error);
+        const Outcome outcome = database_->connection().checkpoints().copy("main");
+        if (outcome.status != SQLITE_OK && !isBusy(outcome.status)) {
+            failWith(*database_, errorOf(outcome), error);
             return std::nullopt;
         }
         const bool isBegunAnew =

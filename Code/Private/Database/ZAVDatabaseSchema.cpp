@@ -1,8 +1,7 @@
 #include <ZAVEventRepository/ZAVDatabaseSchema.h>
 
-#include <algorithm>
-#include <cctype>
-#include <initializer_list>
+#include <sqlite3.h>
+
 #include <set>
 #include <string_view>
 #include <utility>
@@ -21,12 +20,8 @@ bool fail(ZAVError* error, const ZAVError& reason) {
     return false;
 }
 
-ZAVError foreignSchema(std::initializer_list<std::string_view> words) {
-    std::string message = "the database ";
-    for (const std::string_view word : words) {
-        message += word;
-    }
-    return {ZAVErrorDomainDatabase, ZAVDatabaseErrorForeignSchema, message};
+ZAVError foreignSchema(const std::string& objection) {
+    return {ZAVErrorDomainDatabase, ZAVDatabaseErrorForeignSchema, "the database " + objection};
 }
 
 ZAVError olderSchema(std::int32_t version) {
@@ -51,7 +46,7 @@ std::optional<std::int32_t> migratableVersion(FMDatabase& database, ZAVError* er
         return std::nullopt;
     }
     if (version && (*version < 0 || (*version == 0 && *hasTables != 0))) {
-        ZAVStoreError(error, foreignSchema({"has tables, but no schema version of the event store"}));
+        ZAVStoreError(error, foreignSchema("has tables, but no schema version of the event store"));
         return std::nullopt;
     }
     return version;
@@ -99,25 +94,21 @@ bool isTableOrIndex(const SchemaRow& row) {
 
 /// Whether a row makes a table that needs `sequenceTable`.
 bool needsSequenceTable(const SchemaRow& row) {
-    constexpr std::string_view word = "AUTOINCREMENT";
-    const auto isSameLetter = [](char left, char right) {
-        return std::toupper(static_cast<unsigned char>(left)) == right;
-    };
-    return std::search(row.sql.begin(), row.sql.end(), word.begin(), word.end(), isSameLetter) !=
-           row.sql.end();
+    return sqlite3_strlike("%AUTOINCREMENT%", row.sql.c_str(), 0) == 0;
 }
 
 /// What makes a row unacceptable beside the event store's `tables`; empty when nothing does. Tables and
 /// indexes of other names belong to the application.
 ZAVError objectionTo(const SchemaRow& row, const Names& tables) {
     if (!isTableOrIndex(row)) {
-        return foreignSchema({"has the ", row.type, " ", row.name, ", which the event store does not make"});
+        return foreignSchema("has the " + row.type + " " + row.name +
+                             ", which the event store does not make");
     }
     if (row.sql.starts_with(makesVirtualTable) && tables.contains(row.name)) {
-        return foreignSchema({"has the virtual table ", row.name, " in place of the event store's table"});
+        return foreignSchema("has the virtual table " + row.name + " in place of the event store's table");
     }
     if (row.name == sequenceTable && row.sql != makesSequenceTable) {
-        return foreignSchema({"has another table ", sequenceTable, " than the engine makes"});
+        return foreignSchema("has another table " + row.name + " than the engine makes");
     }
     return {};
 }
@@ -154,7 +145,7 @@ bool hasTablesOfVersion(FMDatabase& database, std::int32_t version, ZAVError* er
         missing.emplace(sequenceTable);
     }
     if (!objection && !missing.empty()) {
-        objection = foreignSchema({"lacks the table ", *missing.begin(), " of the event store"});
+        objection = foreignSchema("lacks the table " + *missing.begin() + " of the event store");
     }
     return !objection || fail(error, objection);
 }
@@ -192,10 +183,10 @@ std::shared_ptr<FMDatabase> ZAVDatabaseSchema::openVerified(const std::string& p
         return nullptr;
     }
     const auto version = verifyDatabase(*database, error);
-    if (version && *version < oldestVersion) {
-        ZAVStoreError(error, olderSchema(*version));
-    }
     if (!version || *version < oldestVersion) {
+        if (version) {
+            ZAVStoreError(error, olderSchema(*version));
+        }
         ZAVCloseUntouched(database->connection());
         return nullptr;
     }

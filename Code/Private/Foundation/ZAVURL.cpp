@@ -2,7 +2,6 @@
 
 #include <uriparser/Uri.h>
 
-#include <new>
 #include <utility>
 
 #include "Private/Foundation/Internal/ZAVPlainReference.h"
@@ -105,10 +104,7 @@ bool ZAVURL::isURL(std::string_view text) noexcept {
 }
 
 std::optional<ZAVURL> ZAVURL::URLWithString(std::string_view text) {
-    if (!isURL(text)) {
-        return std::nullopt;
-    }
-    return ZAVURL(std::make_shared<const Reference>(Reference{std::string(readable(text)), nullptr}));
+    return URLWithString(text, ZAVURL(nullptr));
 }
 
 std::optional<ZAVURL> ZAVURL::URLWithString(std::string_view text, const ZAVURL& base) {
@@ -154,24 +150,16 @@ const std::string& ZAVURL::text() const noexcept {
 }
 
 std::optional<ZAVURL> ZAVURL::baseURL() const {
-    if (!reference().base) {
-        return std::nullopt;
-    }
-    return ZAVURL(reference().base);
+    return reference().base ? std::optional(ZAVURL(reference().base)) : std::nullopt;
 }
 
 std::string ZAVURL::absoluteString() const {
-    if (!reference().base) {
-        return reference().text;
-    }
-    return resolved(reference().text, ZAVURL(reference().base).absoluteString());
+    const auto base = baseURL();
+    return base ? resolved(text(), base->absoluteString()) : text();
 }
 
 std::string ZAVURL::relativePath() const {
-    if (reference().base) {
-        return reference().text;
-    }
-    return std::string(pathComponent(reference().text));
+    return reference().base ? text() : std::string(pathComponent(text()));
 }
 
 std::string ZAVURL::filePath() const {

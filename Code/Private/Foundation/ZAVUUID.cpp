@@ -41,21 +41,17 @@ std::optional<ZAVUUID> ZAVUUID::fromString(std::string_view text) noexcept {
         return std::nullopt;
     }
     Bytes bytes;
-    std::size_t count = 0;
-    for (std::size_t position = 0; position < textLength;) {
-        if (isHyphenPosition(position)) {
-            if (text[position] != '-') {
-                return std::nullopt;
-            }
-            ++position;
-            continue;
+    std::size_t position = 0;
+    for (std::uint8_t& byte : bytes) {
+        if (isHyphenPosition(position) && text[position++] != '-') {
+            return std::nullopt;
         }
         const int high = digitValue(text[position]);
         const int low = digitValue(text[position + 1]);
         if (high < 0 || low < 0) {
             return std::nullopt;
         }
-        bytes[count++] = static_cast<std::uint8_t>(high * 16 + low);
+        byte = static_cast<std::uint8_t>(high * 16 + low);
         position += 2;
     }
     return ZAVUUID(bytes);
@@ -85,10 +81,7 @@ std::optional<ZAVUUID> ZAVUUIDFromData(const std::optional<ZAVData>& data) noexc
 }
 
 std::optional<ZAVData> ZAVDataFromUUID(const std::optional<ZAVUUID>& uuid) {
-    if (!uuid) {
-        return std::nullopt;
-    }
-    return ZAVData(uuid->bytes());
+    return uuid ? std::optional(ZAVData(uuid->bytes())) : std::nullopt;
 }
 
 }  // namespace zav

@@ -12,38 +12,38 @@
 #include <ZAVEventRepository/ZAVDatabaseEngine.h>
 #include <ZAVEventRepository/ZAVDatabaseError.h>
 
+#include "Private/Database/Internal/ZAVOpenFiles.h"
+
 namespace zav {
 namespace {
 
 constexpr const char* checkpointPragma = "wal_checkpoint";
 constexpr const char* automaticPragma = "wal_autocheckpoint";
 
-sqlite3_file* fileOf(sqlite3* connection, const char* schema) noexcept {
-    sqlite3_file* file = nullptr;
-    const int status = sqlite3_file_control(connection, schema, SQLITE_FCNTL_FILE_POINTER, &file);
-    return status == SQLITE_OK && file != nullptr && file->pMethods != nullptr ? file : nullptr;
-}
-
-/// The lock that a connection holds while it writes to the log: the first of those in the log's index.
-class WritersLock {
+/// Some of the locks in the log's index. The first is the one that a connection holds while it writes to the
+/// log.
+class LogLocks {
 public:
-    explicit WritersLock(sqlite3_file& file) noexcept : file_(file), status_(change(SQLITE_SHM_LOCK)) {}
-    ~WritersLock() {
+    LogLocks(sqlite3_file& file, int first, int count) noexcept
+        : file_(file), first_(first), count_(count), status_(change(SQLITE_SHM_LOCK)) {}
+    ~LogLocks() {
         if (status_ == SQLITE_OK) {
             change(SQLITE_SHM_UNLOCK);
         }
     }
-    WritersLock(const WritersLock&) = delete;
-    WritersLock& operator=(const WritersLock&) = delete;
+    LogLocks(const LogLocks&) = delete;
+    LogLocks& operator=(const LogLocks&) = delete;
 
     [[nodiscard]] int status() const noexcept { return status_; }
 
 private:
     int change(int action) const noexcept {
-        return file_.pMethods->xShmLock(&file_, 0, 1, action | SQLITE_SHM_EXCLUSIVE);
+        return file_.pMethods->xShmLock(&file_, first_, count_, action | SQLITE_SHM_EXCLUSIVE);
     }
 
     sqlite3_file& file_;
+    int first_;
+    int count_;
     int status_;
 };
 
@@ -72,10 +72,8 @@ public:
             first += words_[at] + second;
             second += words_[at + 1] + first;
         }
-        bool areAlike = true;
-        for (std::size_t at = 0; at < headerSize; ++at) {
-            areAlike = areAlike && words_[at] == words_[headerSize + at];
-        }
+        const auto* const copy = words_.begin() + headerSize;
+        const bool areAlike = std::equal(words_.begin(), copy, copy, copy + headerSize);
         const auto flags = std::bit_cast<std::array<unsigned char, sizeof(std::uint32_t)>>(words_[3]);
         return areAlike && flags[0] != 0 && first == words_[sum] && second == words_[sum + 1];
     }
@@ -104,7 +102,7 @@ ZAVCheckpointGuard::Outcome copyUnguarded(sqlite3* connection, const char* schem
 
 ZAVCheckpointGuard::ZAVCheckpointGuard(sqlite3* connection, const ZAVStatementCache& statements) noexcept
     : connection_(connection), ceiling_(statements) {
-    if (connection != nullptr && !ZAVDatabaseEngine::hasSafeCheckpoints()) {
+    if (!ZAVDatabaseEngine::hasSafeCheckpoints()) {
         sqlite3_wal_hook(connection, noteCommit, this);
         sqlite3_set_authorizer(connection, authorize, this);
     }
@@ -153,8 +151,8 @@ ZAVCheckpointGuard::Outcome ZAVCheckpointGuard::copy(const char* schema) noexcep
 }
 
 ZAVCheckpointGuard::Outcome ZAVCheckpointGuard::copyWithLock(const char* schema) noexcept {
-    sqlite3_file& file = *fileOf(connection_, schema);
-    const WritersLock lock(file);
+    sqlite3_file& file = *ZAVOpenFile(connection_, schema);
+    const LogLocks lock(file, 0, 1);
     const LogIndex index(file);
     if (lock.status() != SQLITE_OK) {
         return index.outcome(lock.status());
@@ -168,16 +166,8 @@ ZAVCheckpointGuard::Outcome ZAVCheckpointGuard::copyWithLock(const char* schema)
 bool ZAVCheckpointGuard::hasReaders(const char* schema) const noexcept {
     constexpr int firstMark = 4;
     constexpr int markCount = 4;
-    if (isAlone(schema)) {
-        return false;
-    }
-    sqlite3_file& file = *fileOf(connection_, schema);
-    if (file.pMethods->xShmLock(&file, firstMark, markCount, SQLITE_SHM_LOCK | SQLITE_SHM_EXCLUSIVE) !=
-        SQLITE_OK) {
-        return true;
-    }
-    file.pMethods->xShmLock(&file, firstMark, markCount, SQLITE_SHM_UNLOCK | SQLITE_SHM_EXCLUSIVE);
-    return false;
+    return !isAlone(schema) &&
+           LogLocks(*ZAVOpenFile(connection_, schema), firstMark, markCount).status() != SQLITE_OK;
 }
 
 /// Whether this connection reads or writes by itself. It might hold the writer's lock then, and would lose it
@@ -201,7 +191,7 @@ bool ZAVCheckpointGuard::isInUse(const char* schema) const noexcept {
 /// Whether no other connection can be in the file: there is nobody to guard against, and no index with locks
 /// in it either.
 bool ZAVCheckpointGuard::isAlone(const char* schema) const noexcept {
-    const sqlite3_file* const file = fileOf(connection_, schema);
+    const sqlite3_file* const file = ZAVOpenFile(connection_, schema);
     if (file == nullptr || file->pMethods->iVersion < 2 || file->pMethods->xShmLock == nullptr) {
         return true;
     }

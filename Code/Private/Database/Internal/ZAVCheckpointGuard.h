@@ -37,7 +37,7 @@ public:
         std::int64_t copied = 0;  ///< of them those that are in the file too
     };
 
-    /// @param connection an open connection; null for none.
+    /// @param connection an open connection.
     /// @param statements those of the connection.
     ZAVCheckpointGuard(sqlite3* connection, const ZAVStatementCache& statements) noexcept;
     ~ZAVCheckpointGuard() = default;

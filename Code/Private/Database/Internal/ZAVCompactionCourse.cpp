@@ -17,21 +17,20 @@ double ZAVCompactionCourse::Part::share() const noexcept {
     return expected <= 0 ? 1.0 : std::min(1.0, static_cast<double>(done) / static_cast<double>(expected));
 }
 
-void ZAVCompactionCourse::expect(std::int64_t temporary, std::int64_t log, std::int64_t database) noexcept {
-    temporary_.expected = temporary;
-    log_.expected = log;
-    database_.expected = database;
-}
-
-bool ZAVCompactionCourse::mayGoOn() noexcept {
-    if (isCancelled_ || !cancel_) {
-        return !isCancelled_;
-    }
+/// Calls a function of the caller's.
+template <class Call>
+void ZAVCompactionCourse::callOut(const Call& call) noexcept {
     try {
-        isCancelled_ = cancel_();
+        call();
     } catch (...) {
         thrown_ = std::current_exception();
         isCancelled_ = true;
+    }
+}
+
+bool ZAVCompactionCourse::mayGoOn() noexcept {
+    if (!isCancelled_ && cancel_) {
+        callOut([this] { isCancelled_ = cancel_(); });
     }
     return !isCancelled_;
 }
@@ -44,7 +43,7 @@ bool ZAVCompactionCourse::mayWrite(ZAVWatchedFiles::Kind kind, std::int64_t size
             isEndless_ = isEndless_ || end > 2 * temporary_.expected + slack;
             break;
         case Kind::log:
-            temporary_.complete();  // what fits in memory is never written
+            temporary_.done = temporary_.expected;  // what fits in memory is never written
             log_.done += size;
             break;
         case Kind::database:
@@ -62,22 +61,13 @@ bool ZAVCompactionCourse::mayWrite(ZAVWatchedFiles::Kind kind, std::int64_t size
     return false;
 }
 
-void ZAVCompactionCourse::finish() noexcept {
-    report(1);
-}
-
 void ZAVCompactionCourse::report(double share) noexcept {
     const bool isWorthIt = share >= reported_ + smallestShare || (share >= 1 && reported_ < 1);
     if (!progress_ || !isWorthIt || isCancelled_) {
         return;
     }
     reported_ = share;
-    try {
-        progress_(share);
-    } catch (...) {
-        thrown_ = std::current_exception();
-        isCancelled_ = true;
-    }
+    callOut([&] { progress_(share); });
 }
 
 void ZAVCompactionCourse::rethrow() const {

@@ -16,13 +16,12 @@ class ZAVCompactionCourse final : public ZAVWatchedFiles::Watcher {
 public:
     /// @param progress is told a share of the work, 0 to 1, that never falls.
     /// @param cancel answers true to end it. Either may be empty.
-    ZAVCompactionCourse(const std::function<void(double)>& progress,
-                        const std::function<bool()>& cancel) noexcept
-        : progress_(progress), cancel_(cancel) {}
-
-    /// How many bytes each kind of file is expected to be written. A temporary copy of twice its own comes
-    /// from a damaged file, whose pages lead to one another, and is ended.
-    void expect(std::int64_t temporary, std::int64_t log, std::int64_t database) noexcept;
+    /// @param content how many bytes the temporary copy and the database are expected to be written. A copy
+    /// of twice as many comes from a damaged file, whose pages lead to one another, and is ended.
+    /// @param log the same of the log.
+    ZAVCompactionCourse(const std::function<void(double)>& progress, const std::function<bool()>& cancel,
+                        std::int64_t content, std::int64_t log) noexcept
+        : progress_(progress), cancel_(cancel), temporary_{content}, log_{log}, database_{content} {}
 
     /// Asks whether to go on. Once the answer was no, it stays.
     [[nodiscard]] bool mayGoOn() noexcept;
@@ -31,7 +30,7 @@ public:
     void pass() noexcept { mayRefuse_ = false; }
 
     /// All is done.
-    void finish() noexcept;
+    void finish() noexcept { report(1); }
 
     [[nodiscard]] bool isCancelled() const noexcept { return isCancelled_; }
     [[nodiscard]] bool isEndless() const noexcept { return isEndless_; }
@@ -47,10 +46,11 @@ private:
         std::int64_t done = 0;
 
         [[nodiscard]] double share() const noexcept;
-        void complete() noexcept { done = expected; }
     };
 
     void report(double share) noexcept;
+    template <class Call>
+    void callOut(const Call& call) noexcept;
 
     const std::function<void(double)>& progress_;
     const std::function<bool()>& cancel_;

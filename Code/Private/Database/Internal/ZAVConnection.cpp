@@ -384,7 +384,11 @@ void ZAVConnection::deliverChanges() noexcept {
 void ZAVConnection::setStatementObserver(FMStatementObserver observer) {
     changeObservation(
         [&](ZAVObserverRegistry& observation) { observation.statements = std::move(observer); });
-    forgetCounts();
+    // What was counted for one observer does not count for the next one.
+    statements_.forEachLent([](ZAVStatement& statement) {
+        statement.duration = {};
+        statement.rows = 0;
+    });
 }
 
 void ZAVConnection::setChangeObserver(FMChangeObserver observer) {
@@ -406,18 +410,9 @@ void ZAVConnection::changeObservation(const Change& change) {
         observation_ = std::make_unique<ZAVObserverRegistry>();
     }
     change(*observation_);
-    if (observation_->isIdle()) {
+    if (!observation_->statements && observation_->changes == nullptr) {
         observation_.reset();
-        forgetCounts();
     }
-}
-
-/// What was counted for one observer does not count for the next one.
-void ZAVConnection::forgetCounts() noexcept {
-    statements_.forEachLent([](ZAVStatement& statement) {
-        statement.duration = {};
-        statement.rows = 0;
-    });
 }
 
 }  // namespace zav

@@ -11,6 +11,7 @@
 #include <string>
 #include <string_view>
 
+#include <ZAVEventRepository/FMDatabase.h>
 #include <ZAVEventRepository/FMObservation.h>
 #include <ZAVEventRepository/FMParameter.h>
 #include <ZAVEventRepository/FMResultSet.h>
@@ -88,8 +89,7 @@ public:
 
     // Statements
 
-    /// Whether a run ends where a sound file would have ended it.
-    enum class Reach : bool { free, bounded };
+    using Reach = FMDatabase::Reach;
 
     /// The statement with this text, from the cache or prepared now; null on failure.
     [[nodiscard]] ZAVStatement* lend(ZAVSQL sql) {
@@ -286,7 +286,6 @@ private:
     void deliverChanges() noexcept;
     template <class Change>
     void changeObservation(const Change& change);
-    void forgetCounts() noexcept;
 
     ZAVEngineHandle engine_;
     Settings settings_;

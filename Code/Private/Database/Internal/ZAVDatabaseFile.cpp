@@ -7,7 +7,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <optional>
 #include <string_view>
 #include <system_error>
 
@@ -20,6 +19,10 @@ namespace fs = std::filesystem;
 
 ZAVError unusable(const std::string& reason) {
     return {ZAVErrorDomainDatabase, ZAVDatabaseErrorUnusablePath, reason};
+}
+
+ZAVError unsafe(const std::string& reason) {
+    return {ZAVErrorDomainDatabase, ZAVDatabaseErrorUnsafeCompanion, reason};
 }
 
 /// An engine that takes URIs takes what begins so for one, wherever the path came from.
@@ -47,7 +50,7 @@ bool namesAnotherJournal(const fs::path& journal) {
 /// anything: one that is not a regular file, for which the engine might wait forever; one that has another
 /// name too, under which it is somebody else's file; or a journal that names a further journal, a file
 /// anywhere which the engine would remove.
-std::optional<std::string> hazardBeside(const std::string& path) {
+ZAVError objectionBeside(const std::string& path) {
     for (const char* const suffix : {"-journal", "-wal", "-shm"}) {
         std::error_code failure;
         const std::string companion = path + suffix;
@@ -56,16 +59,16 @@ std::optional<std::string> hazardBeside(const std::string& path) {
             continue;
         }
         if (!fs::is_regular_file(status)) {
-            return companion + " is no ordinary file";
+            return unsafe(companion + " is no ordinary file");
         }
         if (fs::hard_link_count(companion, failure) > 1 && !failure) {
-            return companion + " has another name too, under which it belongs to something else";
+            return unsafe(companion + " has another name too, under which it belongs to something else");
         }
     }
     if (const std::string journal = path + "-journal"; namesAnotherJournal(journal)) {
-        return journal + " names another journal, which would be removed";
+        return unsafe(journal + " names another journal, which would be removed");
     }
-    return std::nullopt;
+    return {};
 }
 
 }  // namespace
@@ -111,10 +114,7 @@ ZAVError ZAVDatabaseFile::objection() const {
                             "journal and the log that stand beside the other");
         }
     }
-    if (const auto hazard = hazardBeside(path_)) {
-        return {ZAVErrorDomainDatabase, ZAVDatabaseErrorUnsafeCompanion, *hazard};
-    }
-    return {};
+    return objectionBeside(path_);
 }
 
 bool ZAVDatabaseFile::makeIfAbsent(std::uint32_t mode) const noexcept {

@@ -10,7 +10,9 @@
 
 #include "Private/Database/Internal/ZAVDatabaseFile.h"
 #include "Private/Database/Internal/ZAVEncryption.h"
+#include "Private/Database/Internal/ZAVOpenFiles.h"
 #include "Private/Database/Internal/ZAVOptionsCheck.h"
+#include "Private/Database/Internal/ZAVPatience.h"
 #include "Private/Database/Internal/ZAVReadingError.h"
 #include "Private/Database/Internal/ZAVWipedKey.h"
 
@@ -71,14 +73,12 @@ ZAVConnection::Settings settingsFrom(const FMDatabaseOptions& options) noexcept 
 /// Switches off what a file of unknown origin could use against its reader. An engine that lacks one of these
 /// switches is older than the danger that it guards against.
 void refuseHostileSchema(sqlite3* engine) noexcept {
+    sqlite3_db_config(engine, SQLITE_DBCONFIG_ENABLE_LOAD_EXTENSION, 0, nullptr);
 #ifdef SQLITE_DBCONFIG_DEFENSIVE
     sqlite3_db_config(engine, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
 #endif
 #ifdef SQLITE_DBCONFIG_TRUSTED_SCHEMA
     sqlite3_db_config(engine, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
-#endif
-#ifdef SQLITE_DBCONFIG_ENABLE_LOAD_EXTENSION
-    sqlite3_db_config(engine, SQLITE_DBCONFIG_ENABLE_LOAD_EXTENSION, 0, nullptr);
 #endif
 }
 
@@ -136,22 +136,6 @@ bool configure(ZAVConnection& connection, const FMDatabaseOptions& options,
                                                                 : "PRAGMA synchronous=NORMAL") &&
            (!options.writeAheadLog || options.access == FMDatabaseOptions::Access::readOnly ||
             ZAVUseWriteAheadLog(connection));
-}
-
-/// Asks the engine and not the file system, which would need memory for the path.
-bool hasEmptyLog(sqlite3* engine) noexcept {
-#ifdef SQLITE_FCNTL_JOURNAL_POINTER
-    sqlite3_file* log = nullptr;
-    if (sqlite3_file_control(engine, "main", SQLITE_FCNTL_JOURNAL_POINTER, &log) != SQLITE_OK) {
-        return false;
-    }
-    sqlite3_int64 size = 0;
-    return log == nullptr || log->pMethods == nullptr ||
-           (log->pMethods->xFileSize(log, &size) == SQLITE_OK && size == 0);
-#else
-    static_cast<void>(engine);
-    return false;
-#endif
 }
 
 /// Whether the engine will leave the log alone when the connection is closed.
@@ -237,14 +221,12 @@ ZAVError ZAVErrorOfNewerSchema(std::int64_t version, std::int64_t newest) {
 
 bool ZAVUseWriteAheadLog(ZAVConnection& connection) {
     // While another connection does the same the engine fails at once instead of waiting.
-    constexpr int pauseInMilliseconds = 2;
-    const auto deadline = std::chrono::steady_clock::now() + connection.settings().busyTimeout;
+    constexpr std::chrono::milliseconds longestPause(2);
+    ZAVPatience patience(connection.settings().busyTimeout, longestPause);
     while (!connection.runScript("PRAGMA journal_mode=WAL")) {
-        if ((connection.lastError().code() & 0xFF) != SQLITE_BUSY ||
-            std::chrono::steady_clock::now() >= deadline) {
+        if ((connection.lastError().code() & 0xFF) != SQLITE_BUSY || !patience.pause()) {
             return false;
         }
-        sqlite3_sleep(pauseInMilliseconds);
     }
     // Where the file system shares no memory, and in memory, the engine keeps to the journal without a word.
     auto mode = connection.query(connection.lend("PRAGMA journal_mode"), ZAVConnection::Reach::free);
@@ -261,7 +243,7 @@ void ZAVCloseUntouched(ZAVConnection& connection) noexcept {
     // An older engine folds the log whenever the last connection goes. One that only reads cannot, so it goes
     // after this one.
     ZAVEngineHandle lastToGo;
-    if (!hasEmptyLog(connection.engine()) && !keepsLogOnClose(connection.engine())) {
+    if (ZAVSizeOfLog(connection.engine()) != 0 && !keepsLogOnClose(connection.engine())) {
         lastToGo = readerBeside(connection.engine());
     }
     connection.close();

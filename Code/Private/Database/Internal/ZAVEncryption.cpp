@@ -9,6 +9,8 @@
 
 #include <ZAVEventRepository/ZAVDatabaseError.h>
 
+#include "Private/Database/Internal/ZAVOpenFiles.h"
+
 namespace zav {
 namespace {
 
@@ -30,9 +32,7 @@ constexpr std::size_t differentBytesOfNoise = 160;
 /// that this process has on the file.
 class MainFile {
 public:
-    explicit MainFile(sqlite3* connection) noexcept {
-        sqlite3_file_control(connection, "main", SQLITE_FCNTL_FILE_POINTER, &file_);
-    }
+    explicit MainFile(sqlite3* connection) noexcept : file_(ZAVOpenFile(connection, "main")) {}
 
     [[nodiscard]] bool isPlain() const noexcept {
         std::array<char, plainHeader.size()> header{};
@@ -56,11 +56,11 @@ private:
     /// Fills `bytes` from the beginning of the file.
     template <std::size_t size>
     [[nodiscard]] bool read(std::array<char, size>& bytes) const noexcept {
-        return file_ != nullptr && file_->pMethods != nullptr &&
+        return file_ != nullptr &&
                file_->pMethods->xRead(file_, bytes.data(), static_cast<int>(size), 0) == SQLITE_OK;
     }
 
-    sqlite3_file* file_ = nullptr;
+    sqlite3_file* file_;
 };
 
 ZAVError wrongKey(const std::string& message) {

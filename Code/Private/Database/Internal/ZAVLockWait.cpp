@@ -21,7 +21,7 @@ void pause(int count, int longestPauses) noexcept {
 
 ZAVLockWait::ZAVLockWait(sqlite3* connection, std::chrono::milliseconds longest) noexcept
     : nextWriter_(longest > std::chrono::milliseconds::zero() ? connection : nullptr), longest_(longest) {
-    if (connection != nullptr && longest > std::chrono::milliseconds::zero()) {
+    if (longest > std::chrono::milliseconds::zero()) {
         sqlite3_busy_handler(connection, wait, this);
     }
 }

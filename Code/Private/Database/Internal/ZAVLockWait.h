@@ -18,7 +18,7 @@ namespace zav {
 /// one: see `ZAVNextWriter`.
 class ZAVLockWait {
 public:
-    /// @param connection an open connection, whose busy handler this is; null for none.
+    /// @param connection an open connection, whose busy handler this is.
     /// @param longest how long a statement waits; 0 for not at all.
     ZAVLockWait(sqlite3* connection, std::chrono::milliseconds longest) noexcept;
     ~ZAVLockWait() = default;

@@ -36,13 +36,11 @@ public:
     /// Asks while a commit waits whether the wait is to end. It must not throw.
     void setEarlyEnd(std::function<bool()> isOver) { isOver_ = std::move(isOver); }
 
-    [[nodiscard]] bool exists() const noexcept { return pages_ > 0; }
-
     /// Called without a lock after each commit that leaves so many pages in the log.
     void noteCommit(ZAVCheckpointGuard& guard, const char* schema, int pages) noexcept {
         if (pages < pages_) {
             next_ = pages_;
-        } else if (exists() && pages >= next_) [[unlikely]] {
+        } else if (pages_ > 0 && pages >= next_) [[unlikely]] {
             keepDown(guard, schema, pages);
         }
     }

@@ -2,14 +2,13 @@
 
 #include <sqlite3.h>
 
+#include "Private/Database/Internal/ZAVOpenFiles.h"
+
 namespace zav {
 
 ZAVNextWriter::ZAVNextWriter(sqlite3* connection) noexcept {
-    sqlite3_file* file = nullptr;
-    if (connection != nullptr &&
-        sqlite3_file_control(connection, "main", SQLITE_FCNTL_FILE_POINTER, &file) == SQLITE_OK &&
-        file != nullptr && file->pMethods != nullptr && sqlite3_db_readonly(connection, "main") == 0) {
-        file_ = file;
+    if (connection != nullptr && sqlite3_db_readonly(connection, "main") == 0) {
+        file_ = ZAVOpenFile(connection, "main");
     }
 }
 

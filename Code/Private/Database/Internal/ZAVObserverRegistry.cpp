@@ -81,15 +81,15 @@ int ZAVChangeCollector::step(sqlite3_stmt* statement, std::size_t& changesBefore
         return status;
     }
     const bool writes = sqlite3_stmt_readonly(statement) == 0;
-    if (status == SQLITE_DONE && writes) {
+    if (writes && status == SQLITE_DONE) {
         attribute();
-    } else if (status != SQLITE_DONE && writes) {
+    } else if (writes) {
         // It takes all its changes back, unless it keeps those before the failure (OR FAIL): the engine
         // counts what stays.
         if (sqlite3_changes(connection_) == 0) {
             keepFirst(changesBefore);
         }
-    } else if (status == SQLITE_DONE && !writes && sqlite3_column_count(statement) == 0) {
+    } else if (status == SQLITE_DONE && sqlite3_column_count(statement) == 0) {
         try {
             followSavepoints(sqlite3_sql(statement));
         } catch (const std::bad_alloc&) {
@@ -111,9 +111,7 @@ void ZAVChangeCollector::attribute() noexcept {
 }
 
 void ZAVChangeCollector::keepFirst(std::size_t count) noexcept {
-    if (count < changes_.size()) {
-        changes_.erase(changes_.begin() + static_cast<std::ptrdiff_t>(count), changes_.end());
-    }
+    changes_.resize(std::min(count, changes_.size()));
 }
 
 void ZAVChangeCollector::followSavepoints(const char* sql) {

@@ -70,8 +70,6 @@ struct ZAVObserverRegistry {
     FMStatementObserver statements;
     std::shared_ptr<ZAVChangeCollector> changes;  ///< shared with a delivery, in which it may be replaced
 
-    [[nodiscard]] bool isIdle() const noexcept { return !statements && changes == nullptr; }
-
     /// Steps the statement, and notes the time, the row and the changes.
     [[nodiscard]] int step(ZAVStatement& statement) const noexcept;
 

@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <limits>
 #include <string>
-#include <string_view>
 
 #include <ZAVEventRepository/ZAVDatabaseError.h>
 
@@ -12,10 +11,9 @@
 namespace zav {
 namespace {
 
-ZAVError badOption(std::string_view option, const std::string& value, std::string_view rule) {
-    std::string message = "the option ";
-    message.append(option).append(" is ").append(value).append(", but ").append(rule);
-    return {ZAVErrorDomainDatabase, ZAVDatabaseErrorBadOption, message};
+ZAVError badOption(const std::string& option, const std::string& value, const std::string& rule) {
+    return {ZAVErrorDomainDatabase, ZAVDatabaseErrorBadOption,
+            "the option " + option + " is " + value + ", but " + rule};
 }
 
 std::string octal(std::uint32_t number) {
@@ -43,33 +41,30 @@ ZAVError objectionToChoices(const FMDatabaseOptions& options) {
     return {};
 }
 
+struct Amount {
+    const char* option;
+    std::int64_t value;
+    const char* unit = "";
+};
+
 ZAVError objectionToNumbers(const FMDatabaseOptions& options) {
-    constexpr std::string_view negative = "may not be negative";
     constexpr std::size_t mostStatements = std::numeric_limits<std::int32_t>::max();
     constexpr std::uint32_t allPermissions = 0777;
     constexpr std::uint32_t ownersPermissions = 0600;
-    if (options.pageCacheKiB < 0) {
-        return badOption("pageCacheKiB", std::to_string(options.pageCacheKiB), negative);
-    }
-    if (options.writeAheadLogPages < 0) {
-        return badOption("writeAheadLogPages", std::to_string(options.writeAheadLogPages), negative);
-    }
-    if (options.writeAheadLogCeiling < 0) {
-        return badOption("writeAheadLogCeiling", std::to_string(options.writeAheadLogCeiling), negative);
-    }
-    if (options.writeAheadLogWait.count() < 0) {
-        return badOption("writeAheadLogWait", std::to_string(options.writeAheadLogWait.count()) + " ms",
-                         negative);
-    }
-    if (options.busyTimeout.count() < 0) {
-        return badOption("busyTimeout", std::to_string(options.busyTimeout.count()) + " ms", negative);
+    for (const auto& [option, value, unit] :
+         {Amount{"pageCacheKiB", options.pageCacheKiB},
+          Amount{"writeAheadLogPages", options.writeAheadLogPages},
+          Amount{"writeAheadLogCeiling", options.writeAheadLogCeiling},
+          Amount{"writeAheadLogWait", options.writeAheadLogWait.count(), " ms"},
+          Amount{"busyTimeout", options.busyTimeout.count(), " ms"},
+          Amount{"newestUserVersion", options.newestUserVersion.value_or(0)}}) {
+        if (value < 0) {
+            return badOption(option, std::to_string(value) + unit, "may not be negative");
+        }
     }
     if (options.statementCacheCapacity > mostStatements) {
         return badOption("statementCacheCapacity", std::to_string(options.statementCacheCapacity),
                          "may not exceed 2147483647");
-    }
-    if (options.newestUserVersion && *options.newestUserVersion < 0) {
-        return badOption("newestUserVersion", std::to_string(*options.newestUserVersion), negative);
     }
     if ((options.newFileMode & ~allPermissions) != 0 ||
         (options.newFileMode & ownersPermissions) != ownersPermissions) {

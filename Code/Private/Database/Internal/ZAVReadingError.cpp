@@ -4,6 +4,8 @@
 #include <sqlite3.h>
 #include <unistd.h>
 
+#include <string>
+
 #include <ZAVEventRepository/ZAVDatabaseError.h>
 
 namespace zav {

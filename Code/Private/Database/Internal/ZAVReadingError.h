@@ -1,7 +1,5 @@
 #pragma once
 
-#include <string>
-
 #include <ZAVEventRepository/ZAVError.h>
 
 struct sqlite3;

@@ -6,7 +6,7 @@
 
 #include <ZAVEventRepository/ZAVDatabaseError.h>
 
-#include "Private/Database/Internal/ZAVFileSizes.h"
+#include "Private/Database/Internal/ZAVOpenFiles.h"
 
 namespace zav {
 namespace {
@@ -39,9 +39,7 @@ static_assert(SQLITE_ROW == 100 && SQLITE_CORRUPT == 11);
 
 ZAVStatementBounds::ZAVStatementBounds(sqlite3* connection, const std::atomic<bool>& isInterrupted) noexcept
     : connection_(connection), isInterrupted_(isInterrupted) {
-    if (connection != nullptr) {
-        sqlite3_progress_handler(connection, stepsPerLook, lookAtSteps, this);
-    }
+    sqlite3_progress_handler(connection, stepsPerLook, lookAtSteps, this);
 }
 
 ZAVError ZAVStatementBounds::error() {

@@ -68,10 +68,8 @@ void ZAVStatement::releaseBytes() noexcept {
 
 void ZAVStatementCache::clear() noexcept {
     for (ZAVUseLink* const ring : {&kept_, &lent_}) {
-        for (ZAVUseLink* link = ring->next(); link != ring;) {
-            auto& statement = static_cast<ZAVStatement&>(*link);
-            link = link->next();
-            discard(statement);
+        while (ring->next() != ring) {
+            discard(static_cast<ZAVStatement&>(*ring->next()));
         }
     }
 }

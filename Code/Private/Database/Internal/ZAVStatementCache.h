@@ -7,13 +7,11 @@
 #include <cstring>
 #include <memory>
 #include <string>
-#include <string_view>
 
 #include "Private/Database/Internal/ZAVCoarseMoment.h"
 #include "Private/Database/Internal/ZAVSQL.h"
 #include "Private/Database/Internal/ZAVStatementBounds.h"
 
-struct sqlite3;
 struct sqlite3_stmt;
 
 namespace zav {

@@ -2,8 +2,17 @@
 
 namespace zav {
 
-void storeLastError(const FMDatabase& database, ZAVError* error) {
-    ZAVStoreError(error, database.lastError());
+bool failWith(FMDatabase& database, const ZAVError& reason, ZAVError* error) {
+    ZAVStoreError(error, reason);
+    return database.connection().fail(reason);
+}
+
+std::optional<bool> usesWriteAheadLog(FMDatabase& database, ZAVError* error) {
+    auto mode = runQuery(database, error, "PRAGMA journal_mode");
+    if (!mode || !mode->nextWithError(error)) {
+        return std::nullopt;
+    }
+    return mode->stringForColumnIndex(0) == "wal";
 }
 
 }  // namespace zav

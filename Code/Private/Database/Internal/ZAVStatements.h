@@ -10,8 +10,11 @@
 
 namespace zav {
 
-/// Stores why the most recent call failed.
-void storeLastError(const FMDatabase& database, ZAVError* error);
+/// Stores why a call fails, as the last error of the handle too. Answers false.
+bool failWith(FMDatabase& database, const ZAVError& reason, ZAVError* error);
+
+/// Whether a database has a write-ahead log; none on failure, with the reason in `error`.
+[[nodiscard]] std::optional<bool> usesWriteAheadLog(FMDatabase& database, ZAVError* error);
 
 /// Runs a bounded query.
 /// @return a cursor before the first row; none on failure, with the reason in `error`.

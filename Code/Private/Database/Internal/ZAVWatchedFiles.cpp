@@ -1,6 +1,5 @@
 #include "Private/Database/Internal/ZAVWatchedFiles.h"
 
-#include <algorithm>
 #include <atomic>
 #include <new>
 
@@ -24,75 +23,18 @@ sqlite3_file* originalFile(sqlite3_file* file) noexcept {
     return reinterpret_cast<sqlite3_file*>(reinterpret_cast<WatchedFile*>(file) + 1);
 }
 
-const sqlite3_io_methods& methodsOf(sqlite3_file* file) noexcept {
-    return *originalFile(file)->pMethods;
-}
-
-int closeWatched(sqlite3_file* file) {
-    return methodsOf(file).xClose(originalFile(file));
-}
-
-int readWatched(sqlite3_file* file, void* bytes, int size, sqlite3_int64 offset) {
-    return methodsOf(file).xRead(originalFile(file), bytes, size, offset);
+/// The same method of the original file.
+template <auto Method, class Answer, class... Arguments>
+Answer passOn(sqlite3_file* file, Arguments... arguments) {
+    sqlite3_file* const original = originalFile(file);
+    return (original->pMethods->*Method)(original, arguments...);
 }
 
 int writeWatched(sqlite3_file* file, const void* bytes, int size, sqlite3_int64 offset) {
     const WatchedFile& watched = watchedFile(file);
     return watched.files->watcher().mayWrite(watched.kind, size, offset + size)
-               ? methodsOf(file).xWrite(originalFile(file), bytes, size, offset)
+               ? passOn<&sqlite3_io_methods::xWrite, int>(file, bytes, size, offset)
                : SQLITE_IOERR_WRITE;
-}
-
-int truncateWatched(sqlite3_file* file, sqlite3_int64 size) {
-    return methodsOf(file).xTruncate(originalFile(file), size);
-}
-
-int syncWatched(sqlite3_file* file, int flags) {
-    return methodsOf(file).xSync(originalFile(file), flags);
-}
-
-int sizeOfWatched(sqlite3_file* file, sqlite3_int64* size) {
-    return methodsOf(file).xFileSize(originalFile(file), size);
-}
-
-int lockWatched(sqlite3_file* file, int level) {
-    return methodsOf(file).xLock(originalFile(file), level);
-}
-
-int unlockWatched(sqlite3_file* file, int level) {
-    return methodsOf(file).xUnlock(originalFile(file), level);
-}
-
-int hasReservedLock(sqlite3_file* file, int* answer) {
-    return methodsOf(file).xCheckReservedLock(originalFile(file), answer);
-}
-
-int controlWatched(sqlite3_file* file, int operation, void* argument) {
-    return methodsOf(file).xFileControl(originalFile(file), operation, argument);
-}
-
-int sectorOfWatched(sqlite3_file* file) {
-    return methodsOf(file).xSectorSize(originalFile(file));
-}
-
-int deviceOfWatched(sqlite3_file* file) {
-    return methodsOf(file).xDeviceCharacteristics(originalFile(file));
-}
-
-int mapWatched(sqlite3_file* file, int page, int size, int extends, void volatile** memory) {
-    return methodsOf(file).xShmMap(originalFile(file), page, size, extends, memory);
-}
-
-int lockMemoryOfWatched(sqlite3_file* file, int first, int count, int flags) {
-    return methodsOf(file).xShmLock(originalFile(file), first, count, flags);
-}
-
-void bringMemoryToOrder(sqlite3_file* file) {
-    methodsOf(file).xShmBarrier(originalFile(file));
-}
-
-int unmapWatched(sqlite3_file* file, int removes) {
-    return methodsOf(file).xShmUnmap(originalFile(file), removes);
 }
 
 /// Of a file with shared memory, or of one without. A file is never mapped as a whole: what is written to a
@@ -100,23 +42,23 @@ int unmapWatched(sqlite3_file* file, int removes) {
 constexpr sqlite3_io_methods watchedMethods(bool hasSharedMemory) noexcept {
     sqlite3_io_methods methods{};
     methods.iVersion = hasSharedMemory ? 2 : 1;
-    methods.xClose = closeWatched;
-    methods.xRead = readWatched;
+    methods.xClose = passOn<&sqlite3_io_methods::xClose>;
+    methods.xRead = passOn<&sqlite3_io_methods::xRead>;
     methods.xWrite = writeWatched;
-    methods.xTruncate = truncateWatched;
-    methods.xSync = syncWatched;
-    methods.xFileSize = sizeOfWatched;
-    methods.xLock = lockWatched;
-    methods.xUnlock = unlockWatched;
-    methods.xCheckReservedLock = hasReservedLock;
-    methods.xFileControl = controlWatched;
-    methods.xSectorSize = sectorOfWatched;
-    methods.xDeviceCharacteristics = deviceOfWatched;
+    methods.xTruncate = passOn<&sqlite3_io_methods::xTruncate>;
+    methods.xSync = passOn<&sqlite3_io_methods::xSync>;
+    methods.xFileSize = passOn<&sqlite3_io_methods::xFileSize>;
+    methods.xLock = passOn<&sqlite3_io_methods::xLock>;
+    methods.xUnlock = passOn<&sqlite3_io_methods::xUnlock>;
+    methods.xCheckReservedLock = passOn<&sqlite3_io_methods::xCheckReservedLock>;
+    methods.xFileControl = passOn<&sqlite3_io_methods::xFileControl>;
+    methods.xSectorSize = passOn<&sqlite3_io_methods::xSectorSize>;
+    methods.xDeviceCharacteristics = passOn<&sqlite3_io_methods::xDeviceCharacteristics>;
     if (hasSharedMemory) {
-        methods.xShmMap = mapWatched;
-        methods.xShmLock = lockMemoryOfWatched;
-        methods.xShmBarrier = bringMemoryToOrder;
-        methods.xShmUnmap = unmapWatched;
+        methods.xShmMap = passOn<&sqlite3_io_methods::xShmMap>;
+        methods.xShmLock = passOn<&sqlite3_io_methods::xShmLock>;
+        methods.xShmBarrier = passOn<&sqlite3_io_methods::xShmBarrier>;
+        methods.xShmUnmap = passOn<&sqlite3_io_methods::xShmUnmap>;
     }
     return methods;
 }
@@ -155,34 +97,15 @@ int openWatched(sqlite3_vfs* vfs, const char* name, sqlite3_file* file, int flag
     return status;
 }
 
-int deleteUnwatched(sqlite3_vfs* vfs, const char* name, int syncsDirectory) {
-    return originalOf(vfs)->xDelete(originalOf(vfs), name, syncsDirectory);
-}
-
-int accessUnwatched(sqlite3_vfs* vfs, const char* name, int flags, int* answer) {
-    return originalOf(vfs)->xAccess(originalOf(vfs), name, flags, answer);
-}
-
-int fullPathUnwatched(sqlite3_vfs* vfs, const char* name, int size, char* path) {
-    return originalOf(vfs)->xFullPathname(originalOf(vfs), name, size, path);
-}
-
-int randomUnwatched(sqlite3_vfs* vfs, int size, char* bytes) {
-    return originalOf(vfs)->xRandomness(originalOf(vfs), size, bytes);
-}
-
-int sleepUnwatched(sqlite3_vfs* vfs, int microseconds) {
-    return originalOf(vfs)->xSleep(originalOf(vfs), microseconds);
-}
-
-int timeUnwatched(sqlite3_vfs* vfs, double* time) {
-    return originalOf(vfs)->xCurrentTime(originalOf(vfs), time);
+/// The same function of the original file system.
+template <auto Method, class... Arguments>
+int passOn(sqlite3_vfs* vfs, Arguments... arguments) {
+    return (originalOf(vfs)->*Method)(originalOf(vfs), arguments...);
 }
 
 int lastErrorUnwatched(sqlite3_vfs* vfs, int size, char* text) {
-    return originalOf(vfs)->xGetLastError == nullptr
-               ? 0
-               : originalOf(vfs)->xGetLastError(originalOf(vfs), size, text);
+    return originalOf(vfs)->xGetLastError == nullptr ? 0
+                                                     : passOn<&sqlite3_vfs::xGetLastError>(vfs, size, text);
 }
 
 /// Two compactions in one process have one each.
@@ -201,12 +124,12 @@ ZAVWatchedFiles::ZAVWatchedFiles(sqlite3_vfs& original, Watcher& watcher)
     files_.zName = name_.c_str();
     files_.pAppData = this;
     files_.xOpen = openWatched;
-    files_.xDelete = deleteUnwatched;
-    files_.xAccess = accessUnwatched;
-    files_.xFullPathname = fullPathUnwatched;
-    files_.xRandomness = randomUnwatched;
-    files_.xSleep = sleepUnwatched;
-    files_.xCurrentTime = timeUnwatched;
+    files_.xDelete = passOn<&sqlite3_vfs::xDelete>;
+    files_.xAccess = passOn<&sqlite3_vfs::xAccess>;
+    files_.xFullPathname = passOn<&sqlite3_vfs::xFullPathname>;
+    files_.xRandomness = passOn<&sqlite3_vfs::xRandomness>;
+    files_.xSleep = passOn<&sqlite3_vfs::xSleep>;
+    files_.xCurrentTime = passOn<&sqlite3_vfs::xCurrentTime>;
     files_.xGetLastError = lastErrorUnwatched;
     sqlite3_vfs_register(&files_, 0);
 }

@@ -2,7 +2,6 @@
 
 #include <array>
 #include <cstddef>
-#include <initializer_list>
 
 namespace zav {
 namespace {

@@ -43,7 +43,7 @@ bool ZAVEventRepository::deleteUnprocessedEvents(const ZAVSet<ZAVEvent>& events,
                 "DELETE FROM synced_changes WHERE table_name = '%@' AND row_identifier IN %@",
                 ZAVSyncedChangeTableNameEvents, vector.stringRepresentation());
             if (!database().executeBoundedUpdateWithArgumentsInArray(statement, vector.arguments())) {
-                storeLastError(database(), &outError);
+                outError = database().lastError();
                 return false;
             }
         }
