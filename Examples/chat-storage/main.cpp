@@ -2,6 +2,7 @@
 // out.
 
 #include <ZAVEventRepository/ZAVEventStore.h>
+#include <ZAVEventRepository/ZAVTimeline.h>
 
 #include <cstdint>
 #include <iostream>
@@ -28,19 +29,17 @@ constexpr const char* usage =
 
 constexpr const char* user = "me";
 
-/// What an operation answers, if it did not fail.
-template <class Answer>
-Answer required(std::optional<Answer> answer, const ZAVError& error) {
-    if (!answer) {
-        throw std::runtime_error(error.description());
-    }
-    return *std::move(answer);
-}
-
 void require(bool succeeded, const ZAVError& error) {
     if (!succeeded) {
         throw std::runtime_error(error.description());
     }
+}
+
+/// What an operation answers, if it did not fail.
+template <class Answer>
+Answer required(std::optional<Answer> answer, const ZAVError& error) {
+    require(answer.has_value(), error);
+    return *std::move(answer);
 }
 
 class Chat {
@@ -72,7 +71,9 @@ public:
         } else if (command == "list") {
             list(readStream(words));
         } else if (command == "outbox") {
-            printWaiting(std::nullopt);
+            for (const auto& event : outbox()) {
+                printWaiting(*event);
+            }
         } else if (command == "new") {
             printNew();
         } else {
@@ -188,27 +189,21 @@ private:
 
     void list(const ZAVUUID& stream) const {
         ZAVError error;
-        std::optional<ZAVSet<ZAVEvent>> timeline;
-        const auto look = [&](const ZAVRepositories& repositories) {
-            const auto row = repositories.streams.streamDatabaseIdentifierForUUID(stream, &error);
-            timeline = repositories.events.eventsFromRevivedStreamWithStreamDatabaseIdentifier(row, &error);
-        };
-        require(store_.read(look, &error), error);
-        const auto events = required(std::move(timeline), error);
-        for (const auto& event : events) {
-            std::cout << event->seq() << ' ';
-            print(*event);
-        }
-        printWaiting(stream);
-    }
-
-    void printWaiting(const std::optional<ZAVUUID>& stream) const {
-        for (const auto& event : outbox()) {
-            if (!stream || event->streamUUID() == stream) {
-                std::cout << "waiting in row " << event->databaseIdentifier() << ' ';
-                print(*event);
+        const auto timeline = required(ZAVTimeline(store_, stream).between({}, {}, &error), error);
+        for (std::size_t index = 0; index < timeline.events.size(); ++index) {
+            const ZAVEvent& event = *timeline.events[index];
+            if (const auto seq = timeline.cursors[index].seq()) {
+                std::cout << *seq << ' ';
+                print(event);
+            } else {
+                printWaiting(event);
             }
         }
+    }
+
+    static void printWaiting(const ZAVEvent& event) {
+        std::cout << "waiting in row " << event.databaseIdentifier() << ' ';
+        print(event);
     }
 
     void printNew() const {

@@ -65,19 +65,14 @@ private:
         print(request.matches[1].str() + " " + request.matches[2].str() + "-" + request.matches[3].str());
     }
 
-    [[nodiscard]] static bool hasExpired(const Request& request, Response& response) {
-        const bool expired = std::strtoll(request.matches[3].str().c_str(), nullptr, 10) <= now();
-        response.status = expired ? 410 : 200;
-        return expired;
-    }
-
     void serve(const Request& request, Response& response) {
         std::ifstream file(fileOf(request), std::ios::binary);
         if (!file) {
             response.status = 404;
             return;
         }
-        if (hasExpired(request, response)) {
+        if (std::strtoll(request.matches[3].str().c_str(), nullptr, 10) <= now()) {
+            response.status = 410;
             return;
         }
         const std::string bytes{std::istreambuf_iterator<char>(file), {}};
@@ -89,9 +84,6 @@ private:
                 std::this_thread::sleep_for(delay_);
                 return sink.write(bytes.data() + offset, std::min<std::size_t>(length, 16384));
             });
-        if (!request.ranges.empty()) {
-            response.status = 206;
-        }
     }
 
     void take(const Request& request, Response& response, const httplib::ContentReader& reader) {

@@ -46,7 +46,7 @@ public:
         using Events = ZAVEventRepository;
         bool anything = false;
         const auto work = [&](auto step, auto queue, const auto&... limits) {
-            decltype((std::declval<Events>().*queue)(limits..., nullptr)) parts;
+            std::optional<ZAVSet<ZAVEventContent>> parts;
             ZAVError error;
             const auto look = [&](const Events& events) { parts = (events.*queue)(limits..., &error); };
             require(store_.read(look, &error) && parts, error);

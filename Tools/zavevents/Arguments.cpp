@@ -32,12 +32,12 @@ bool isMediaTypeName(std::string_view text) {
            isRestrictedName(text.substr(slash + 1));
 }
 
-std::optional<double> finiteNumber(const std::string& text) {
+std::optional<zav::ZAVDate> dateFrom(const std::string& text) {
     if (!isDecimal(text)) {  // the C library takes more: hexadecimal numbers, blanks, "nan" and "inf"
         return std::nullopt;
     }
     const double number = std::strtod(text.c_str(), nullptr);
-    return std::isfinite(number) ? std::optional(number) : std::nullopt;
+    return std::isfinite(number) ? std::optional(zav::ZAVDateFromSecondsSince1970(number)) : std::nullopt;
 }
 
 }  // namespace
@@ -80,8 +80,8 @@ Kind<zav::ZAVSequence> assignedSequence() {
                                          zav::ZAVSequenceNotSet - 1);
 }
 
-Kind<double> seconds() {
-    return {"SECONDS", "a finite number in decimal digits", finiteNumber};
+Kind<zav::ZAVDate> seconds() {
+    return {"SECONDS", "a finite number in decimal digits", dateFrom};
 }
 
 Kind<zav::ZAVUUID> uuid() {
@@ -122,22 +122,8 @@ Kind<std::string> mediaType() {
             }};
 }
 
-CLI::Option* addReadOption(CLI::App& command, const std::string& name, const WordReader& read,
-                           const std::string& description) {
-    const CLI::callback_t readAll = [name, read](const CLI::results_t& words) {
-        for (const std::string& word : words) {
-            const std::string objection = read(word);
-            if (!objection.empty()) {
-                throw CLI::ValidationError(name, objection);
-            }
-        }
-        return true;
-    };
-    return command.add_option(name, readAll, description);
-}
-
-std::string isNot(const std::string& word, const std::string& wanted) {
-    return "'" + zav::ZAVPrintable(word) + "' is not " + wanted;
+void refuseWord(const std::string& option, const std::string& word, const std::string& wanted) {
+    throw CLI::ValidationError(option, "'" + zav::ZAVPrintable(word) + "' is not " + wanted);
 }
 
 void requireOneOf(const CLI::Option* option, const std::vector<const CLI::Option*>& selections) {

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include <ZAVEventRepository/ZAVConversationList.h>
+#include <ZAVEventRepository/ZAVDate.h>
 #include <ZAVEventRepository/ZAVIdentifiers.h>
 #include <ZAVEventRepository/ZAVTimelineCursor.h>
 #include <ZAVEventRepository/ZAVURL.h>
@@ -48,7 +49,7 @@ template <class Number>
 [[nodiscard]] Kind<zav::ZAVSequence> assignedSequence();
 
 /// Seconds since 1970 in decimal digits, which may have a fraction and an exponent. Never infinite.
-[[nodiscard]] Kind<double> seconds();
+[[nodiscard]] Kind<zav::ZAVDate> seconds();
 
 [[nodiscard]] Kind<zav::ZAVUUID> uuid();
 
@@ -68,26 +69,25 @@ template <class Number>
 /// statement.
 [[nodiscard]] Kind<std::string> mediaType();
 
-/// What is said of a word that is refused.
-[[nodiscard]] std::string isNot(const std::string& word, const std::string& wanted);
+/// Refuses a word of an option.
+/// @throws CLI::ValidationError
+[[noreturn]] void refuseWord(const std::string& option, const std::string& word, const std::string& wanted);
 
-/// Takes a word as it was typed, and says what is wrong with it unless that is nothing.
-using WordReader = std::function<std::string(const std::string& word)>;
-
-/// Adds an option, or a positional argument, whose words are read one after the other.
-CLI::Option* addReadOption(CLI::App& command, const std::string& name, const WordReader& read,
-                           const std::string& description);
-
-/// Reads words of a kind, and hands their values to `take`.
+/// Adds an option, or a positional argument, whose words are read one after the other and handed to `take`.
 template <class Value, class Take>
-[[nodiscard]] WordReader readingAs(const Kind<Value>& kind, const Take& take) {
-    return [kind, take](const std::string& word) {
-        const std::optional<Value> value = kind.read(word);
-        if (value) {
+CLI::Option* addReadOption(CLI::App& command, const std::string& name, const Kind<Value>& kind,
+                           const Take& take, const std::string& description) {
+    const CLI::callback_t readAll = [name, kind, take](const CLI::results_t& words) {
+        for (const std::string& word : words) {
+            const std::optional<Value> value = kind.read(word);
+            if (!value) {
+                refuseWord(name, word, kind.wanted);
+            }
             take(*value);
         }
-        return value ? std::string() : isNot(word, kind.wanted);
+        return true;
     };
+    return command.add_option(name, readAll, description)->type_name(kind.name);
 }
 
 /// Adds an option that sets `target` to the value of its word. Without the option `target` stays as it is;
@@ -97,8 +97,8 @@ CLI::Option* addOption(CLI::App& command, const std::string& name, Target& targe
                        const std::string& description) {
     static_assert(std::is_same_v<Target, Value> || std::is_same_v<Target, std::optional<Value>>,
                   "the value is stored as it was read");
-    const auto set = [&target](const Value& value) { target = value; };
-    return addReadOption(command, name, readingAs(kind, set), description)->type_name(kind.name);
+    return addReadOption(
+        command, name, kind, [&target](const Value& value) { target = value; }, description);
 }
 
 /// Adds an option that takes one or more words, and may be repeated.
@@ -108,7 +108,7 @@ CLI::Option* addOption(CLI::App& command, const std::string& name, std::vector<V
     constexpr int manyWords = 1 << 24;  // more than fit on a command line
     const auto add = [&target](const Value& value) { target.push_back(value); };
     // Not without an upper bound: the words would be looked at for lists in brackets.
-    return addReadOption(command, name, readingAs(kind, add), description)
+    return addReadOption(command, name, kind, add, description)
         ->type_name(kind.name + " ...")
         ->expected(1, manyWords);
 }

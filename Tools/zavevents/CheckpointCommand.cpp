@@ -23,18 +23,15 @@ struct CheckpointOptions {
 
 void checkpoint(const DatabaseFile& file, const CheckpointOptions& options) {
     ZAVError error;
-    const auto result = ZAVDatabaseMaintenance(openStore(file)).checkpoint(options.mode(), &error);
-    if (!result) {
-        throw ToolError("cannot fold the log", error);
-    }
+    const auto result = required(ZAVDatabaseMaintenance(openStore(file)).checkpoint(options.mode(), &error),
+                                 "cannot fold the log", error);
     if (options.json) {
         const nlohmann::ordered_json report{
-            {"frames", result->frames}, {"copied", result->copied}, {"held_up", result->isHeldUp}};
+            {"frames", result.frames}, {"copied", result.copied}, {"held_up", result.isHeldUp}};
         std::cout << report.dump() << '\n';
     } else {
-        std::cout << "the log has " << result->frames << " pages, " << result->copied
-                  << " of them in the file" << (result->isHeldUp ? "; another connection held it up" : "")
-                  << '\n';
+        std::cout << "the log has " << result.frames << " pages, " << result.copied << " of them in the file"
+                  << (result.isHeldUp ? "; another connection held it up" : "") << '\n';
     }
 }
 

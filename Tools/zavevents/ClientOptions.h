@@ -10,6 +10,7 @@
 #include <ZAVEventRepository/ZAVUUID.h>
 
 #include "Arguments.h"
+#include "EventReader.h"
 
 namespace zavevents {
 
@@ -31,6 +32,11 @@ struct ClientOptions {
             zav::ZAVURL::fileURLWithDirectoryPath(std::filesystem::absolute(*client.cache).string());
     }
     return options;
+}
+
+/// For whom such a client downloads content, if it does, which takes a user.
+[[nodiscard]] inline std::optional<DownloadOwner> ownerOf(const ClientOptions& client) {
+    return client.appID ? std::optional(DownloadOwner{*client.appID, *client.user}) : std::nullopt;
 }
 
 /// Adds `--cache` to a command that removes files, which names the directory each time.

@@ -83,14 +83,9 @@ private:
                            const std::string& cannotBegin, const std::string& cannotStore) {
         const std::shared_ptr<zav::FMDatabase> database = openStore(file);
         zav::ZAVError error;
-        auto transaction = zav::ZAVTransaction::begin(*database, &error);
-        if (!transaction) {
-            throw ToolError(cannotBegin, error);
-        }
+        auto transaction = required(zav::ZAVTransaction::begin(*database, &error), cannotBegin, error);
         const std::string done = work(database, options);
-        if (!transaction->commit(&error)) {
-            throw ToolError(cannotStore, error);
-        }
+        require(transaction.commit(&error), cannotStore, error);
         std::cout << done << '\n';
     }
 

@@ -1,6 +1,5 @@
 #include <nlohmann/json.hpp>
 
-#include <ZAVEventRepository/DDLog.h>
 #include <ZAVEventRepository/ZAVDatabaseMaintenance.h>
 
 #include "Command.h"
@@ -31,31 +30,23 @@ void printCompaction(const ZAVCompaction& result, bool asJSON) {
 }
 
 void compact(const DatabaseFile& file, const CompactOptions& options) {
-    int signal = 0;
-    {
-        const StopSignals signals;
-        ProgressLine progress;
-        ZAVError error;
-        const auto result = ZAVDatabaseMaintenance(openStore(file))
-                                .compact([&](double share) { progress.showShare(share); },
-                                         [&] { return signals.received() != 0; }, &error);
-        const bool isDone = result && !result->isHeldUp;
-        signal = isDone ? 0 : signals.received();
-        if (!result && error.code() != ZAVDatabaseErrorCancelled) {
-            throw ToolError("cannot compact the database", error);
-        }
-        if (signal != 0) {
-            progress.say("zavevents: stopped by " + nameOfSignal(signal) +
-                         (result ? "\nthe database is compacted, but its log not folded"
-                                 : "\nthe database is as it was"));
-        } else {
-            progress.finish();
-            printCompaction(*result, options.json);
-        }
-    }
+    const StopSignals signals;
+    ProgressLine progress;
+    ZAVError error;
+    const auto result = ZAVDatabaseMaintenance(openStore(file))
+                            .compact([&](double share) { progress.showShare(share); },
+                                     [&] { return signals.received() != 0; }, &error);
+    const bool isDone = result && !result->isHeldUp;
+    const int signal = isDone ? 0 : signals.received();
+    require(result || error.code() == ZAVDatabaseErrorCancelled, "cannot compact the database", error);
     if (signal != 0) {
-        DDLog::flush();
+        progress.say(
+            "zavevents: stopped by " + nameOfSignal(signal) +
+            (result ? "\nthe database is compacted, but its log not folded" : "\nthe database is as it was"));
         endBySignal(signal);
+    } else {
+        progress.finish();
+        printCompaction(*result, options.json);
     }
 }
 

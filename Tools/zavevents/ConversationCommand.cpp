@@ -1,7 +1,6 @@
 #include <ZAVEventRepository/ZAVConversationRepository.h>
 
 #include "Command.h"
-#include "EventChanges.h"
 
 namespace zavevents {
 namespace {

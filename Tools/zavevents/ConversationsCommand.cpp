@@ -1,7 +1,6 @@
 #include <ZAVEventRepository/ZAVConversationList.h>
 
 #include "Command.h"
-#include "EventChanges.h"
 #include "EventWriter.h"
 #include "ExactExpirations.h"
 #include "ObjectWriter.h"
@@ -27,9 +26,8 @@ ZAVConversationPage readPage(ZAVEventStore& store, const ConversationsOptions& o
     const ZAVConversationList list(store, listOptions);
     const auto limit = static_cast<std::size_t>(options.limit);
     ZAVError error;
-    auto page = options.after ? list.after(*options.after, limit, &error) : list.first(limit, &error);
-    require(page.has_value(), "cannot read the conversations", error);
-    return *std::move(page);
+    return required(options.after ? list.after(*options.after, limit, &error) : list.first(limit, &error),
+                    "cannot read the conversations", error);
 }
 
 void appendConversation(const ZAVConversationSummary& conversation, std::string& text) {

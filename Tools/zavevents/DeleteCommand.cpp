@@ -19,9 +19,8 @@ std::string deleteEvents(const std::shared_ptr<FMDatabase>& database, const Dele
 
 std::string deleteEventsWholly(ZAVEventStore& store, const DeleteOptions& options) {
     ZAVError error;
-    const auto count = store.deleteEvents(options.rows, &error);
-    require(count.has_value(), "cannot delete the events", error);
-    return std::to_string(*count) + " events deleted with all that belongs to them";
+    const auto count = required(store.deleteEvents(options.rows, &error), "cannot delete the events", error);
+    return std::to_string(count) + " events deleted with all that belongs to them";
 }
 
 }  // namespace

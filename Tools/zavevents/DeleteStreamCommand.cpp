@@ -1,5 +1,4 @@
 #include "Command.h"
-#include "EventChanges.h"
 
 namespace zavevents {
 namespace {
@@ -13,9 +12,9 @@ struct DeleteStreamOptions {
 
 void deleteStream(ZAVEventStore& store, const DeleteStreamOptions& options) {
     ZAVError error;
-    const auto isThere = store.deleteStream(options.streamRow, &error);
-    require(isThere.has_value(), "cannot delete the stream", error);
-    std::cout << (*isThere ? 1 : 0) << " stream deleted with all that belongs to it\n";
+    const bool isThere =
+        required(store.deleteStream(options.streamRow, &error), "cannot delete the stream", error);
+    std::cout << (isThere ? 1 : 0) << " stream deleted with all that belongs to it\n";
 }
 
 }  // namespace

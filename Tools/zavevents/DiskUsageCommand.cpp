@@ -65,16 +65,13 @@ void writeLines(const ZAVDiskUsage& usage, bool hasTables) {
 
 void writeDiskUsage(const DatabaseFile& file, const DiskUsageOptions& options) {
     ZAVError error;
-    const auto usage =
-        ZAVDatabaseMaintenance(openStore(file))
-            .diskUsage(options.tables ? ZAVDiskUsageDetail::tables : ZAVDiskUsageDetail::whole, &error);
-    if (!usage) {
-        throw ToolError("cannot tell the disk use", error);
-    }
+    const auto detail = options.tables ? ZAVDiskUsageDetail::tables : ZAVDiskUsageDetail::whole;
+    const auto usage = required(ZAVDatabaseMaintenance(openStore(file)).diskUsage(detail, &error),
+                                "cannot tell the disk use", error);
     if (options.json) {
-        writeObject(*usage, options.tables);
+        writeObject(usage, options.tables);
     } else {
-        writeLines(*usage, options.tables);
+        writeLines(usage, options.tables);
     }
 }
 

@@ -11,13 +11,6 @@
 
 namespace zavevents {
 
-/// @throws ToolError unless an operation succeeded.
-inline void require(bool succeeded, const std::string& what, const zav::ZAVError& error) {
-    if (!succeeded) {
-        throw ToolError(what, error);
-    }
-}
-
 /// The event in a row.
 /// @throws ToolError also when there is none.
 [[nodiscard]] inline std::shared_ptr<zav::ZAVEvent> eventInRow(const zav::ZAVEventRepository& repository,

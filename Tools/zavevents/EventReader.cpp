@@ -165,15 +165,16 @@ ZAVDictionary readMetadata(const Field& field) {
     return metadata;
 }
 
-/// A part, and whether the line says in which transfer status it is.
+/// A part, and whether it is to be downloaded: the line says where it is, and no transfer status.
 struct ReadPart {
     std::shared_ptr<ZAVEventContent> part;
-    bool hasStatus = false;
+    bool isToDownload;
 };
 
 ReadPart readPart(const element& source, std::size_t index, const ZAVURL& cacheDirectory) {
-    ReadPart result{std::make_shared<ZAVEventContent>()};
-    ZAVEventContent& part = *result.part;
+    const auto made = std::make_shared<ZAVEventContent>();
+    ZAVEventContent& part = *made;
+    bool hasStatus = false;
     const std::string name = "content[" + std::to_string(index) + "]";
     const std::string place = name + ".";
     Once once(partFields);
@@ -200,7 +201,7 @@ ReadPart readPart(const element& source, std::size_t index, const ZAVURL& cacheD
             part.setLastAccessed(field.date());
         } else if (key == "transfer_status") {
             part.setTransferStatus(field.number<ZAVContentTransferStatus>(0, ZAVContentTransferComplete));
-            result.hasStatus = true;
+            hasStatus = true;
         } else if (key == "file_path") {
             std::string fault;
             if (!ZAVContentPath::parse(field.text(), &fault)) {
@@ -217,19 +218,17 @@ ReadPart readPart(const element& source, std::size_t index, const ZAVURL& cacheD
     if (!part.sizeIsSet()) {
         part.set_size(part.body() ? static_cast<std::int64_t>(part.body()->size()) : 0);
     }
-    if (!result.hasStatus && part.body()) {
+    if (!hasStatus && part.body()) {
         part.setTransferStatus(ZAVContentTransferComplete);
-        result.hasStatus = true;
     }
-    return result;
+    return {made, !hasStatus && part.external_url()};
 }
 
-/// Makes the parts ready for download that a line leaves to be. Those with a status of their own stay as they
-/// are.
+/// Makes the parts ready that are to be downloaded; the others stay as they are.
 void prepareForDownload(const ZAVEvent& event, const std::vector<ReadPart>& parts,
                         const std::optional<DownloadOwner>& owner) {
-    const auto isLeftToBe = [](const ReadPart& read) { return !read.hasStatus && read.part->external_url(); };
-    const auto needed = std::find_if(parts.begin(), parts.end(), isLeftToBe);
+    const auto needed =
+        std::find_if(parts.begin(), parts.end(), [](const ReadPart& read) { return read.isToDownload; });
     if (needed == parts.end()) {
         return;
     }
@@ -242,11 +241,9 @@ void prepareForDownload(const ZAVEvent& event, const std::vector<ReadPart>& part
     // An event that has these parts alone, at their positions, which name their files.
     ZAVEvent received;
     received.set_client_id(event.client_id());
-    std::vector<std::shared_ptr<ZAVTContent>> content;
-    content.reserve(parts.size());
-    for (const ReadPart& read : parts) {
-        content.push_back(isLeftToBe(read) ? read.part : std::make_shared<ZAVTContent>());
-    }
+    std::vector<std::shared_ptr<ZAVTContent>> content(parts.size());
+    std::transform(parts.begin(), parts.end(), content.begin(),
+                   [](const ReadPart& read) { return read.isToDownload ? read.part : nullptr; });
     received.set_content(std::move(content));
     ZAVPrepareEventContentsForDownload(received, owner->appID, owner->userID);
 }
@@ -276,11 +273,9 @@ public:
             throw BadLine(event.typeIsSet() ? "type is 0" : "type is missing");
         }
         if (!parts.empty()) {
-            std::vector<std::shared_ptr<ZAVTContent>> content;
-            content.reserve(parts.size());
-            for (const ReadPart& part : parts) {
-                content.push_back(part.part);
-            }
+            std::vector<std::shared_ptr<ZAVTContent>> content(parts.size());
+            std::transform(parts.begin(), parts.end(), content.begin(),
+                           [](const ReadPart& read) { return read.part; });
             event.set_content(std::move(content));
             prepareForDownload(event, parts, owner_);
         }

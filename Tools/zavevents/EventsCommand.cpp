@@ -10,7 +10,6 @@
 #include <ZAVEventRepository/ZAVTimeline.h>
 
 #include "Command.h"
-#include "EventChanges.h"
 #include "EventWriter.h"
 #include "ExactExpirations.h"
 #include "Output.h"
@@ -22,7 +21,6 @@ namespace {
 using namespace zav;
 
 struct EventsOptions {
-    bool all = false;
     bool publishable = false;
     bool unpublishable = false;
     bool unprocessed = false;
@@ -63,9 +61,7 @@ std::vector<std::shared_ptr<ZAVEvent>> select(const ZAVEventRepository& reposito
     } else {
         events = repository.allEvents(&error);
     }
-    if (!events || error) {
-        throw ToolError("cannot read the events", error);
-    }
+    require(events && !error, "cannot read the events", error);
     std::vector<std::shared_ptr<ZAVEvent>> ordered(events->begin(), events->end());
     if (!options.revived) {
         std::stable_sort(ordered.begin(), ordered.end(), [](const auto& left, const auto& right) {
@@ -89,9 +85,7 @@ std::vector<bool> sequencedOf(const std::vector<std::shared_ptr<ZAVEvent>>& even
     const auto waiting = std::none_of(events.begin(), events.end(), isZero)
                              ? std::set<ZAVDatabaseIdentifier>()
                              : ZAVEventRowRepository(database).eventsWithoutSeq(&error);
-    if (!waiting) {
-        throw ToolError("cannot look for events without a sequence", error);
-    }
+    require(waiting.has_value(), "cannot look for events without a sequence", error);
     std::vector<bool> result;
     result.reserve(events.size());
     for (const auto& event : events) {
@@ -105,11 +99,6 @@ bool selectsAll(const EventsOptions& options) {
              options.revived || options.row || options.seq);
 }
 
-/// Whether a piece of a timeline is selected.
-bool selectsPage(const EventsOptions& options) {
-    return options.last || options.before || options.after;
-}
-
 std::optional<ZAVTimelinePage> selectedPage(const ZAVTimeline& timeline, const EventsOptions& options,
                                             ZAVError* error) {
     if (options.last) {
@@ -120,6 +109,7 @@ std::optional<ZAVTimelinePage> selectedPage(const ZAVTimeline& timeline, const E
                           : timeline.after(*options.after, limit, error);
 }
 
+/// Writes a piece of a timeline.
 void writePage(const DatabaseFile& file, const EventsOptions& options) {
     const auto store = openClientStore(file, {});
     const ZAVTimeline timeline(*store, *options.stream);
@@ -145,15 +135,13 @@ void writePage(const DatabaseFile& file, const EventsOptions& options) {
 }
 
 void writeEvents(const DatabaseFile& file, const EventsOptions& options) {
-    if (selectsPage(options)) {
+    if (options.last || options.before || options.after) {
         writePage(file, options);
         return;
     }
     const auto database = openStore(file);
     // One snapshot: whether a `seq` was NULL is asked for after the events were read.
-    if (!database->executeUpdate("BEGIN")) {
-        throw ToolError("cannot read the events", database->lastError());
-    }
+    require(database->executeUpdate("BEGIN"), "cannot read the events", database->lastError());
     const ZAVEventRepository repository(database);
     const auto events = select(repository, options);
     const std::vector<bool> isSequenced = sequencedOf(events, database, options);
@@ -190,7 +178,7 @@ void addEventsCommand(CLI::App& app, Invocation& invocation) {
     EventsOptions& options = command.options();
     auto* const selection =
         command.parser().add_option_group("Selection", "Which events; all of them when nothing is said");
-    selection->add_flag("--all", options.all, "Every event");
+    selection->add_flag("--all")->description("Every event");
     selection->add_flag("--publishable", options.publishable, "Those that can be sent to the service");
     selection->add_flag("--unpublishable", options.unpublishable,
                         "Those whose stream the service does not know");

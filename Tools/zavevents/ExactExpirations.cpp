@@ -33,21 +33,17 @@ void ExactExpirations::restore(ZAVEvent& event) {
             std::string(exactExpirations) + " AND event_database_identifier = ?",
             [this](const FMResultSet& row) { take(row); }, event.databaseIdentifier());
     }
-    const auto parts = event.contentParts();
-    const auto [first, last] = expirations_.equal_range(event.databaseIdentifier());
-    for (auto entry = first; entry != last; ++entry) {
-        for (const auto& part : parts) {
-            if (part->index() == entry->second.first) {
-                part->setExternalContentURLExpiration(entry->second.second);
-            }
+    for (const auto& part : event.contentParts()) {
+        const auto exact = expirations_.find({event.databaseIdentifier(), part->index()});
+        if (exact != expirations_.end()) {
+            part->setExternalContentURLExpiration(exact->second);
         }
     }
 }
 
 void ExactExpirations::take(const FMResultSet& row) {
-    expirations_.emplace(
-        row.longLongIntForColumnIndex(0),
-        std::pair(row.longLongIntForColumnIndex(1), row.dateForColumnIndex(2).value_or(ZAVDate())));
+    expirations_.insert_or_assign({row.longLongIntForColumnIndex(0), row.longLongIntForColumnIndex(1)},
+                                  row.dateForColumnIndex(2).value_or(ZAVDate()));
 }
 
 }  // namespace zavevents

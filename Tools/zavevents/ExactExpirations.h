@@ -26,7 +26,8 @@ private:
 
     zav::FMDatabase& database_;
     bool ofAll_;
-    std::multimap<zav::ZAVDatabaseIdentifier, std::pair<std::int64_t, zav::ZAVDate>> expirations_;
+    std::map<std::pair<zav::ZAVDatabaseIdentifier, std::int64_t>, zav::ZAVDate>
+        expirations_;  ///< by event and index
 };
 
 }  // namespace zavevents

@@ -4,18 +4,13 @@
 #include <utility>
 
 namespace zavevents {
-namespace {
-
-bool namedBefore(const CLI::Option* left, const CLI::Option* right) {
-    return left->get_single_name() < right->get_single_name();
-}
-
-}  // namespace
 
 std::string HelpFormatter::make_group(std::string group, bool isPositional,
                                       std::vector<const CLI::Option*> options) const {
     if (!isPositional) {
-        std::sort(options.begin(), options.end(), namedBefore);
+        std::sort(options.begin(), options.end(), [](const CLI::Option* left, const CLI::Option* right) {
+            return left->get_single_name() < right->get_single_name();
+        });
     }
     return CLI::Formatter::make_group(std::move(group), isPositional, std::move(options));
 }

@@ -1,8 +1,6 @@
 #include <new>
-#include <optional>
 #include <string>
 
-#include <ZAVEventRepository/DDLog.h>
 #include <ZAVEventRepository/NSInternalInconsistencyException.h>
 
 #include "Command.h"
@@ -21,16 +19,8 @@ struct ImportOptions {
     std::uint64_t batch = 1000;
     bool recordChanges = false;
     bool skipBadLines = false;
-    std::optional<ZAVUUID> appID;
-    std::string user;
+    ClientOptions client;
 };
-
-std::optional<DownloadOwner> ownerFrom(const ImportOptions& options) {
-    if (!options.appID) {
-        return std::nullopt;
-    }
-    return DownloadOwner{*options.appID, options.user};
-}
 
 /// One import, from its options to its summary.
 class Import {
@@ -38,9 +28,10 @@ public:
     Import(const DatabaseFile& database, const ImportOptions& options, const StopSignals& signals)
         : options_(options),
           signals_(signals),
-          reader_(ownerFrom(options)),
+          reader_(ownerOf(options.client)),
           lines_(options.file, &signals),
-          importer_(openOrCreateStore(database), importerOptions(options),
+          importer_(openOrCreateStore(database),
+                    {static_cast<std::size_t>(options.batch), options.recordChanges, options.client.user},
                     [this](const std::string& remark) { progress_.say(lines_.place() + remark); }) {}
 
     /// @return false when a signal ended it.
@@ -80,11 +71,6 @@ public:
     }
 
 private:
-    static Importer::Options importerOptions(const ImportOptions& options) {
-        return {static_cast<std::size_t>(options.batch), options.recordChanges,
-                options.user.empty() ? std::nullopt : std::optional(options.user)};
-    }
-
     void storeLines() {
         while (const auto line = lines_.nextWithText()) {
             if (signals_.received() != 0) {
@@ -122,18 +108,12 @@ private:
 };
 
 void import(const DatabaseFile& database, const ImportOptions& options) {
-    int signal = 0;
-    {
-        const StopSignals signals;
-        Import import(database, options, signals);
-        if (import.run()) {
-            import.printSummary();
-            return;
-        }
-        signal = signals.received();
+    const StopSignals signals;
+    if (Import import(database, options, signals); import.run()) {
+        import.printSummary();
+        return;
     }
-    DDLog::flush();
-    endBySignal(signal);
+    endBySignal(signals.received());  // the store is closed by now
 }
 
 }  // namespace
@@ -150,10 +130,10 @@ void addImportCommand(CLI::App& app, Invocation& invocation) {
     parser.add_flag("--record-changes", options.recordChanges,
                     "Record each new event as waiting to be processed");
     parser.add_flag("--skip-bad-lines", options.skipBadLines, "Count lines that are no events and go on");
-    auto* const appID = addOption(parser, "--app-id", options.appID, uuid(),
+    auto* const appID = addOption(parser, "--app-id", options.client.appID, uuid(),
                                   "The application, a UUID, that content is downloaded for");
     auto* const user =
-        addOption(parser, "--user", options.user, text(),
+        addOption(parser, "--user", options.client.user, text(),
                   "The user: the author of stored events without one, and who downloads content");
     appID->needs(user);
     command.does(import);

@@ -5,8 +5,6 @@
 #include <string>
 #include <utility>
 
-#include <ZAVEventRepository/ZAVKeyedValueRepository.h>
-#include <ZAVEventRepository/ZAVSyncedChangeRepository.h>
 #include <ZAVEventRepository/ZAVUTF8.h>
 
 #include "Rows.h"
@@ -35,15 +33,7 @@ std::string streamText(const ZAVEvent& event) {
     return uuid ? uuid->UUIDString() : "in row " + std::to_string(event.streamDatabaseIdentifier());
 }
 
-/// What the recognition answered.
-/// @throws ToolError when it could not.
-template <class Answer>
-Answer required(std::optional<Answer> answer, const ZAVError& error) {
-    if (!answer) {
-        throw ToolError("cannot look for a stored event", error);
-    }
-    return *std::move(answer);
-}
+constexpr const char* cannotRecognise = "cannot look for a stored event";
 
 /// What a line says of a part that its row, of index, type, value and url, does not say.
 std::string differenceOf(const ZAVEventContent& part, const FMResultSet& stored) {
@@ -64,8 +54,7 @@ std::string differenceOf(const ZAVEventContent& part, const FMResultSet& stored)
 
 Importer::Importer(std::shared_ptr<FMDatabase> database, Options options, Remark remark)
     : database_(std::move(database)),
-      events_(database_),
-      streamRepository_(database_),
+      repositories_(database_),
       options_(std::move(options)),
       remark_(std::move(remark)),
       recognition_(database_, options_.userID),
@@ -95,13 +84,9 @@ void Importer::finish() {
 
 void Importer::begin() {
     ZAVError error;
-    if (auto transaction = ZAVTransaction::begin(*database_, &error)) {
-        transaction_.emplace(*std::move(transaction));
-    } else {
-        throw ToolError("cannot begin a batch", error);
-    }
+    transaction_.emplace(required(ZAVTransaction::begin(*database_, &error), "cannot begin a batch", error));
     newestRow_ = newestEventRow(*database_);
-    const bool othersWrote = required(recognition_.begin(&error), error);
+    const bool othersWrote = required(recognition_.begin(&error), cannotRecognise, error);
     unnamedStreams_.begin(othersWrote);
     if (othersWrote) {
         for (auto& [identifier, row] : streams_) {
@@ -119,10 +104,8 @@ ZAVDatabaseIdentifier Importer::streamOf(const ReadEvent& read) {
     auto& row = streams_.try_emplace(*event.stream_id(), ZAVDatabaseIdentifierNotSet).first->second;
     if (row == ZAVDatabaseIdentifierNotSet) {
         ZAVError error;
-        row = streamRepository_.findOrCreateStreamWithUUID(*event.streamUUID(), &error);
-        if (error) {
-            throw ToolError("cannot register a stream", error);
-        }
+        row = repositories_.streams.findOrCreateStreamWithUUID(*event.streamUUID(), &error);
+        require(!error, "cannot register a stream", error);
     }
     return row;
 }
@@ -138,8 +121,8 @@ bool Importer::mayBePending(const ZAVEvent& event) const {
 /// Gives the event the row of the stored one that it is.
 void Importer::adoptStoredEvent(ZAVEvent& event) {
     ZAVError error;
-    const auto answer =
-        required(recognition_.recognise(event, event.streamDatabaseIdentifier(), &error), error);
+    const auto answer = required(recognition_.recognise(event, event.streamDatabaseIdentifier(), &error),
+                                 cannotRecognise, error);
     if (answer.conflictingClientID) {
         throw BadLine("seq " + std::to_string(event.seq()) + " of stream " + streamText(event) +
                       " is taken by another event: the stored client_id is " +
@@ -179,9 +162,7 @@ void Importer::keepWhatTheServiceAssigned(ZAVEvent& event) {
     forEachRow(*database_, "cannot read a stored event",
                "SELECT seq, creator_id, timestamp FROM events WHERE database_identifier = ?", take,
                event.databaseIdentifier());
-    if (!isFound) {
-        throw ToolError("cannot read a stored event", {});
-    }
+    require(isFound, "cannot read a stored event", {});
 }
 
 /// Reports content that is not stored because other content is.
@@ -225,14 +206,11 @@ void Importer::addToPending(const std::shared_ptr<ZAVEvent>& event) {
 
 void Importer::persistPending() {
     ZAVError error;
-    if (!events_.persistEvents(pending_, &error)) {
-        throw ToolError("cannot store events", error);
-    }
+    require(repositories_.events.persistEvents(pending_, &error), "cannot store events", error);
     for (const auto& event : pending_) {
         recognition_.noteStored(*event);
     }
     storeBinaryMetadata();
-    const ZAVSyncedChangeRepository changes(database_);
     for (const auto& event : pending_) {
         if (event->databaseIdentifier() <= newestRow_) {
             ++batch_.updated;
@@ -240,10 +218,11 @@ void Importer::persistPending() {
         }
         newestRow_ = event->databaseIdentifier();
         ++batch_.added;
-        if (options_.recordChanges &&
-            !changes.recordChange(ZAVSyncedChangeTableNameEvents, event->databaseIdentifier(),
-                                  ZAVSyncedChangeTypeInsert, &error)) {
-            throw ToolError("cannot record a change", error);
+        if (options_.recordChanges) {
+            require(repositories_.changes.recordChange(ZAVSyncedChangeTableNameEvents,
+                                                       event->databaseIdentifier(), ZAVSyncedChangeTypeInsert,
+                                                       &error),
+                    "cannot record a change", error);
         }
     }
     pendingUnsequenced_.clear();
@@ -255,14 +234,13 @@ void Importer::persistPending() {
 /// The repository would leave out metadata that are not text: an event with such metadata is stored without
 /// any, and they are stored here.
 void Importer::storeBinaryMetadata() {
-    const ZAVKeyedValueRepository keyedValues(database_);
     for (const auto& [event, metadata] : binaryMetadata_) {
         ZAVError error;
         const auto context = ZAVKeyedValuesContext::contextWithTable(
             ZAVKeyedValuesTableRemote, "event", event->databaseIdentifier(), ZAVKeyedValuesKeyTypeTransient);
-        if (!keyedValues.setKeyedValuesWithDictionary(metadata, std::nullopt, context, &error)) {
-            throw ToolError("cannot store metadata", error);
-        }
+        require(
+            repositories_.keyedValues.setKeyedValuesWithDictionary(metadata, std::nullopt, context, &error),
+            "cannot store metadata", error);
     }
     binaryMetadata_.clear();
 }
@@ -270,9 +248,7 @@ void Importer::storeBinaryMetadata() {
 void Importer::commit() {
     persistPending();
     ZAVError error;
-    if (!transaction_->commit(&error)) {
-        throw ToolError("cannot commit a batch", error);
-    }
+    require(transaction_->commit(&error), "cannot commit a batch", error);
     transaction_.reset();
     committed_.added += std::exchange(batch_.added, 0);
     committed_.updated += std::exchange(batch_.updated, 0);

@@ -13,8 +13,7 @@
 
 #include <ZAVEventRepository/FMDatabase.h>
 #include <ZAVEventRepository/ZAVEventRecognition.h>
-#include <ZAVEventRepository/ZAVEventRepository.h>
-#include <ZAVEventRepository/ZAVStreamRepository.h>
+#include <ZAVEventRepository/ZAVRepositories.h>
 #include <ZAVEventRepository/ZAVTransaction.h>
 
 #include "EventReader.h"
@@ -76,8 +75,7 @@ private:
     void commit();
 
     std::shared_ptr<zav::FMDatabase> database_;
-    zav::ZAVEventRepository events_;
-    zav::ZAVStreamRepository streamRepository_;
+    zav::ZAVRepositories repositories_;
     Options options_;
     Remark remark_;
     zav::ZAVEventRecognition recognition_;

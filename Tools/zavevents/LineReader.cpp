@@ -62,22 +62,14 @@ LineReader::~LineReader() {
 }
 
 std::optional<std::string_view> LineReader::next() {
-    std::size_t searchFrom = position_;
-    std::size_t end = buffer_.find('\n', searchFrom);
+    std::size_t end = buffer_.find('\n', position_);
     while (end == std::string::npos) {
-        searchFrom = buffer_.size() - position_;
-        const Filled filled = fill();
-        if (filled == Filled::stopped) {
+        const std::size_t searchFrom = buffer_.size() - position_;
+        const auto count = fill();
+        if (!count || (*count == 0 && position_ == buffer_.size())) {
             return std::nullopt;
         }
-        if (filled == Filled::nothing) {
-            if (position_ == buffer_.size()) {
-                return std::nullopt;
-            }
-            end = buffer_.size();
-            break;
-        }
-        end = buffer_.find('\n', searchFrom);
+        end = *count == 0 ? buffer_.size() : buffer_.find('\n', searchFrom);
     }
     if (++lineNumber_ == 1) {
         checkEncoding();
@@ -100,7 +92,8 @@ std::string LineReader::place() const {
 }
 
 /// Drops what has been returned and reads a further block.
-LineReader::Filled LineReader::fill() {
+/// @return how many bytes that has; 0 at the end, none after a signal.
+std::optional<std::size_t> LineReader::fill() {
     buffer_.erase(0, position_);
     position_ = 0;
     const std::size_t kept = buffer_.size();
@@ -110,7 +103,7 @@ LineReader::Filled LineReader::fill() {
         pollfd input{descriptor_, POLLIN, 0};
         if (signals_ != nullptr && !signals_->waitFor({&input, 1})) {
             buffer_.resize(kept);
-            return Filled::stopped;
+            return std::nullopt;
         }
         count = ::read(descriptor_, buffer_.data() + kept, blockSize);
     } while (count < 0 && (errno == EINTR || errno == EAGAIN));
@@ -118,7 +111,7 @@ LineReader::Filled LineReader::fill() {
     if (count < 0) {
         throw ToolError(name_ + ": " + std::strerror(errno));
     }
-    return count == 0 ? Filled::nothing : Filled::more;
+    return buffer_.size() - kept;
 }
 
 /// Looks at how the input begins, passing over a mark of UTF-8.

@@ -36,9 +36,7 @@ public:
     [[nodiscard]] std::string place() const;
 
 private:
-    enum class Filled { more, nothing, stopped };
-
-    [[nodiscard]] Filled fill();
+    [[nodiscard]] std::optional<std::size_t> fill();
     void checkEncoding();
 
     std::string name_;

@@ -21,10 +21,10 @@ std::string recordMessageSeq(const std::shared_ptr<FMDatabase>& database, const 
 
 std::string advanceMessageSeq(ZAVEventStore& store, const MessageSeqOptions& options) {
     ZAVError error;
-    const auto isRecorded =
-        store.recordMessageSeq(options.event, options.seq, ZAVEventStore::SequenceChange::forward, &error);
-    require(isRecorded.has_value(), "cannot record the sequence", error);
-    return std::string(*isRecorded ? "1" : "0") + " message updated";
+    const bool isRecorded = required(
+        store.recordMessageSeq(options.event, options.seq, ZAVEventStore::SequenceChange::forward, &error),
+        "cannot record the sequence", error);
+    return std::string(isRecorded ? "1" : "0") + " message updated";
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 #include <utility>
 
 #include "Command.h"
-#include "EventChanges.h"
 
 namespace zavevents {
 namespace {

@@ -1,5 +1,6 @@
 #include "ObjectWriter.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include <ZAVEventRepository/ZAVUTF8.h>
@@ -13,6 +14,8 @@ using namespace zav;
 
 void appendEscaped(std::string_view text, std::string& out) {
     static constexpr std::string_view digits = "0123456789abcdef";
+    static constexpr std::string_view withLetter = "\"\\\n\r\t";  // their escapes are a letter, or themselves
+    static constexpr std::string_view letters = "\"\\nrt";
     std::size_t plainFrom = 0;
     for (std::size_t position = 0; position < text.size(); ++position) {
         const auto byte = static_cast<unsigned char>(text[position]);
@@ -21,26 +24,13 @@ void appendEscaped(std::string_view text, std::string& out) {
         }
         out += text.substr(plainFrom, position - plainFrom);
         plainFrom = position + 1;
-        switch (byte) {
-            case '"':
-                out += "\\\"";
-                break;
-            case '\\':
-                out += "\\\\";
-                break;
-            case '\n':
-                out += "\\n";
-                break;
-            case '\r':
-                out += "\\r";
-                break;
-            case '\t':
-                out += "\\t";
-                break;
-            default:
-                out += "\\u00";
-                out += digits[byte >> 4];
-                out += digits[byte & 0x0F];
+        out += '\\';
+        if (const std::size_t index = withLetter.find(text[position]); index != std::string_view::npos) {
+            out += letters[index];
+        } else {
+            out += "u00";
+            out += digits[byte >> 4];
+            out += digits[byte & 0x0F];
         }
     }
     out += text.substr(plainFrom);
@@ -54,17 +44,12 @@ void appendJSONString(std::string_view text, std::string& out) {
         appendEscaped(text, out);
     } else {
         while (!text.empty()) {
-            std::size_t length = 1;
-            while (length < 4 && length < text.size() && !ZAVIsUTF8(text.substr(0, length))) {
-                ++length;
-            }
-            if (ZAVIsUTF8(text.substr(0, length))) {
-                appendEscaped(text.substr(0, length), out);
-                text.remove_prefix(length);
-            } else {
+            const std::size_t size = ZAVUTF8CharacterSize(text);
+            if (size == 0) {
                 out += "\xEF\xBF\xBD";
-                text.remove_prefix(1);
             }
+            appendEscaped(text.substr(0, size), out);
+            text.remove_prefix(std::max<std::size_t>(size, 1));
         }
     }
     out += '"';

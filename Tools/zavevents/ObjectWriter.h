@@ -39,10 +39,7 @@ public:
         key(name);
         appendJSONString(text, out_);
     }
-    void add(std::string_view name, const std::string& text) { add(name, std::string_view(text)); }
-    void add(std::string_view name, const zav::ZAVUUID& uuid) {
-        add(name, std::string_view(uuid.UUIDString()));
-    }
+    void add(std::string_view name, const zav::ZAVUUID& uuid) { add(name, uuid.UUIDString()); }
     void add(std::string_view name, zav::ZAVDate date);
     template <class T>
     void add(std::string_view name, const std::optional<T>& value) {

@@ -1,5 +1,4 @@
 #include "Command.h"
-#include "EventChanges.h"
 #include "EventWriter.h"
 #include "ExactExpirations.h"
 #include "Output.h"

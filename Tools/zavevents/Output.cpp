@@ -10,13 +10,9 @@
 #include "ToolError.h"
 
 namespace zavevents {
-namespace {
-
-constexpr std::size_t blockSize = std::size_t{1} << 18;
-
-}  // namespace
 
 void Output::flushIfLarge() {
+    constexpr std::size_t blockSize = std::size_t{1} << 18;
     if (text_.size() >= blockSize) {
         flush();
     }

@@ -26,10 +26,11 @@ std::string recordParticipantSeq(const std::shared_ptr<FMDatabase>& database,
 
 std::string advanceParticipantSeq(ZAVEventStore& store, const ParticipantSeqOptions& options) {
     ZAVError error;
-    const auto isRecorded = store.recordParticipantSeq(*options.stream, options.member, options.seq,
-                                                       ZAVEventStore::SequenceChange::forward, &error);
-    require(isRecorded.has_value(), "cannot record the sequence", error);
-    return std::string(*isRecorded ? "1" : "0") + " participant updated";
+    const bool isRecorded =
+        required(store.recordParticipantSeq(*options.stream, options.member, options.seq,
+                                            ZAVEventStore::SequenceChange::forward, &error),
+                 "cannot record the sequence", error);
+    return std::string(isRecorded ? "1" : "0") + " participant updated";
 }
 
 }  // namespace

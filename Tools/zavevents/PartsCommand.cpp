@@ -95,9 +95,7 @@ Parts select(const ZAVEventRepository& repository, const PartsOptions& options) 
     } else if (options.url) {
         part = repository.eventContentForExternalContentURL(*options.url, &error);
     }
-    if (error) {
-        throw ToolError("cannot read the content parts", error);
-    }
+    require(!error, "cannot read the content parts", error);
     Parts selected;
     if (parts) {
         selected.assign(parts->begin(), parts->end());

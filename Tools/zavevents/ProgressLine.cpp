@@ -5,15 +5,11 @@
 #include <iostream>
 
 namespace zavevents {
-namespace {
-
-constexpr std::uint64_t interval = 10000;
-
-}  // namespace
 
 ProgressLine::ProgressLine() : isTerminal_(isatty(STDERR_FILENO) != 0) {}
 
 void ProgressLine::show(std::uint64_t lines) {
+    constexpr std::uint64_t interval = 10000;
     if (isTerminal_ && lines % interval == 0) {
         // The cursor goes back to the beginning: what the library logs then overwrites the line.
         std::cerr << lines << " lines\r";
@@ -31,11 +27,11 @@ void ProgressLine::showShare(double share) {
 }
 
 void ProgressLine::say(const std::string& message) {
-    erase();
+    finish();
     std::cerr << message + '\n';
 }
 
-void ProgressLine::erase() {
+void ProgressLine::finish() {
     if (isShown_) {
         std::cerr << "\r\033[K";
         isShown_ = false;

@@ -9,7 +9,7 @@ namespace zavevents {
 class ProgressLine {
 public:
     ProgressLine();
-    ~ProgressLine() { erase(); }
+    ~ProgressLine() { finish(); }
     ProgressLine(const ProgressLine&) = delete;
     ProgressLine& operator=(const ProgressLine&) = delete;
 
@@ -20,14 +20,12 @@ public:
     void showShare(double share);
 
     /// Takes the line away.
-    void finish() { erase(); }
+    void finish();
 
     /// Prints a message as a line of its own.
     void say(const std::string& message);
 
 private:
-    void erase();
-
     bool isTerminal_;
     bool isShown_ = false;
     int percent_ = -1;

@@ -23,8 +23,8 @@ constexpr const char* cannotRead = "cannot read the database";
 
 /// A column, and the condition under which a stored value is not what a line can say.
 struct OddColumn {
-    std::string_view name;
-    std::string_view condition;
+    const char* name;
+    const char* condition;
 };
 
 constexpr auto oddEventColumns = std::to_array<OddColumn>({
@@ -69,7 +69,7 @@ constexpr auto oddPartColumns = std::to_array<OddColumn>({
 });
 
 /// The query of the rows in which any of the columns is odd: the row of the event, and the columns' names.
-std::string queryOfOdd(std::span<const OddColumn> columns, std::string_view row, std::string_view table) {
+std::string queryOfOdd(std::span<const OddColumn> columns, const std::string& row, const std::string& table) {
     std::string names;
     std::string anyOdd;
     for (const auto& [name, condition] : columns) {
@@ -77,13 +77,7 @@ std::string queryOfOdd(std::span<const OddColumn> columns, std::string_view row,
         names.append(" THEN '; the stored ").append(name).append("' ELSE '' END");
         anyOdd.append(anyOdd.empty() ? "" : " OR ").append(condition);
     }
-    return std::string("SELECT ")
-               .append(row)
-               .append(", substr(")
-               .append(names)
-               .append(", 3) FROM ")
-               .append(table) +
-           " WHERE " + anyOdd;
+    return "SELECT " + row + ", substr(" + names + ", 3) FROM " + table + " WHERE " + anyOdd;
 }
 
 void append(std::string& reasons, const std::string& reason) {

@@ -1,7 +1,6 @@
 #include <nlohmann/json.hpp>
 
 #include "Command.h"
-#include "EventChanges.h"
 #include "EventLines.h"
 
 namespace zavevents {
@@ -51,9 +50,7 @@ bool isStored(const ZAVReceivedEvent& received) {
 }
 
 ReceivedLines readLines(const ReceiveOptions& options) {
-    const auto& [user, appID, cache] = options.client;
-    EventLines lines(options.file, appID ? std::optional(DownloadOwner{*appID, *user}) : std::nullopt,
-                     ZAVMessageRepositoryCacheBaseDirectoryURL());
+    EventLines lines(options.file, ownerOf(options.client), ZAVMessageRepositoryCacheBaseDirectoryURL());
     ReceivedLines received;
     while (auto event = lines.next()) {
         received.events.push_back(std::move(event));

@@ -48,9 +48,7 @@ void reclaim(ZAVEventStore& store, const ReclaimOptions& options) {
     }
     std::cout << done.parts << " parts, " << done.bytes
               << (options.dryRun ? " bytes to free\n" : " bytes freed\n");
-    if (!result) {
-        throw ToolError("cannot reclaim", error);
-    }
+    require(result.has_value(), "cannot reclaim", error);
     if (result->refused != 0 && result->bytes < options.bytes) {
         throw ToolError(std::to_string(result->refused) + " parts could not be reclaimed");
     }

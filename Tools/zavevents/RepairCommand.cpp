@@ -1,6 +1,5 @@
 #include <chrono>
 #include <cstdint>
-#include <optional>
 #include <string>
 
 #include <ZAVEventRepository/ZAVEventStore.h>
@@ -38,12 +37,9 @@ void tell(const ZAVContentOrphans& orphans, bool isDone) {
 void repair(ZAVEventStore& store, const RepairOptions& options) {
     const std::chrono::seconds age(options.age);
     ZAVError error;
-    const auto orphans =
+    auto orphans =
         options.dryRun ? store.content().findOrphans(age, &error) : store.content().repair(age, &error);
-    if (!orphans) {
-        throw ToolError("cannot repair", error);
-    }
-    tell(*orphans, !options.dryRun);
+    tell(required(std::move(orphans), "cannot repair", error), !options.dryRun);
 }
 
 }  // namespace

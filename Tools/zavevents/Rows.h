@@ -23,9 +23,7 @@ void forEachRow(zav::FMDatabase& database, const std::string& what, std::string_
     while (rows && rows->nextWithError(&error)) {
         take(*rows);
     }
-    if (error || !rows) {
-        throw ToolError(what, error);
-    }
+    require(rows && !error, what, error);
 }
 
 /// The number in the first column of a query's row; 0 when it is NULL.
@@ -37,10 +35,7 @@ template <class... Values>
     forEachRow(
         database, what, sql,
         [&number](const zav::FMResultSet& row) { number = row.longLongIntForColumnIndex(0); }, values...);
-    if (!number) {
-        throw ToolError(what, {});
-    }
-    return *number;
+    return required(number, what, {});
 }
 
 /// The greatest row of an event; 0 when there is none.

@@ -1,7 +1,6 @@
 #include <nlohmann/json.hpp>
 
 #include "Command.h"
-#include "EventChanges.h"
 #include "EventLines.h"
 #include "Output.h"
 
@@ -102,16 +101,14 @@ std::shared_ptr<ZAVEvent> messageOf(const SendOptions& options) {
     return message;
 }
 
-/// Sends the event of the next line; null at the end.
+/// Sends the event of a line.
 /// @throws ToolError which names the line.
-std::shared_ptr<ZAVEvent> sendNext(EventLines& lines, Sending& sending, std::optional<ZAVSentEvent>& sent) {
-    auto event = lines.next();
+ZAVSentEvent sendLine(const EventLines& lines, const std::shared_ptr<ZAVEvent>& event, Sending& sending) {
     try {
-        sent = event ? std::optional(sending.send(event)) : std::nullopt;
+        return sending.send(event);
     } catch (const ToolError& error) {
         throw ToolError(lines.place() + error.what());
     }
-    return event;
 }
 
 void sendLines(Sending& sending, const SendOptions& options) {
@@ -120,10 +117,10 @@ void sendLines(Sending& sending, const SendOptions& options) {
                      directory.value_or(ZAVMessageRepositoryCacheBaseDirectoryURL()));
     std::size_t count = 0;
     try {
-        std::optional<ZAVSentEvent> sent;
-        while (const auto event = sendNext(lines, sending, sent)) {
+        while (const auto event = lines.next()) {
+            const ZAVSentEvent sent = sendLine(lines, event, sending);
             ++count;
-            sending.tell(*event, *sent, lines.lineNumber());
+            sending.tell(*event, sent, lines.lineNumber());
         }
     } catch (const ToolError& error) {
         throw ToolError(std::string(error.what()) + "\n" + std::to_string(count) +

@@ -1,5 +1,6 @@
 #include <iomanip>
 #include <nlohmann/json.hpp>
+#include <numeric>
 #include <string>
 
 #include <ZAVEventRepository/ZAVEventRepository.h>
@@ -19,18 +20,6 @@ struct StatsOptions {
     bool json = false;
 };
 
-/// What an operation answers that stores its error.
-/// @param what what cannot be done when it fails.
-template <class Operation>
-auto answerOf(const std::string& what, Operation operation) {
-    ZAVError error;
-    auto answer = operation(&error);
-    if (error) {
-        throw ToolError(what, error);
-    }
-    return answer;
-}
-
 /// How many rows of a table there are for each value of a column, in its order; those of values that are
 /// shown alike together.
 ordered_json countBy(FMDatabase& database, const std::string& column, const std::string& table,
@@ -49,18 +38,12 @@ ordered_json countBy(FMDatabase& database, const std::string& column, const std:
 }
 
 /// How many events a query of the repository answers.
-template <class Query>
-std::size_t countOf(const std::string& which, Query query) {
-    const auto events = answerOf("cannot read the " + which + " events", query);
+std::size_t countOf(const ZAVEventRepository& repository, const std::string& which,
+                    std::optional<ZAVSet<ZAVEvent>> (ZAVEventRepository::*query)(ZAVError*) const) {
+    ZAVError error;
+    const auto events = (repository.*query)(&error);
+    require(!error, "cannot read the " + which + " events", error);
     return events ? events->size() : 0;
-}
-
-std::int64_t sumOf(const ordered_json& counts) {
-    std::int64_t sum = 0;
-    for (const auto& count : counts) {
-        sum += count.get<std::int64_t>();
-    }
-    return sum;
 }
 
 void countEvents(const std::shared_ptr<FMDatabase>& database, ordered_json& stats) {
@@ -68,15 +51,13 @@ void countEvents(const std::shared_ptr<FMDatabase>& database, ordered_json& stat
     // Before COUNT(*) alone, which not every engine ends in a file whose pages lead in circles: this one
     // ends.
     const ordered_json byType = countBy(*database, "type", "events", "cannot count the events by type");
-    stats["events"] =
-        answerOf("cannot count the events", [&](ZAVError* error) { return repository.countOfEvents(error); });
+    ZAVError error;
+    stats["events"] = repository.countOfEvents(&error);
+    require(!error, "cannot count the events", error);
     stats["by_type"] = byType;
-    stats["publishable"] =
-        countOf("publishable", [&](ZAVError* error) { return repository.publishableEvents(error); });
-    stats["unpublishable"] =
-        countOf("unpublishable", [&](ZAVError* error) { return repository.unpublishableEvents(error); });
-    stats["unprocessed"] =
-        countOf("unprocessed", [&](ZAVError* error) { return repository.unprocessedEvents(error); });
+    stats["publishable"] = countOf(repository, "publishable", &ZAVEventRepository::publishableEvents);
+    stats["unpublishable"] = countOf(repository, "unpublishable", &ZAVEventRepository::unpublishableEvents);
+    stats["unprocessed"] = countOf(repository, "unprocessed", &ZAVEventRepository::unprocessedEvents);
     // Counted where they are: these are nearly all events, too many to read only to learn their number.
     stats["posted_and_processed"] = queryNumber(*database, "cannot count the posted events",
                                                 "SELECT COUNT(*) FROM events WHERE seq IS NOT NULL");
@@ -86,18 +67,19 @@ void countParts(const std::shared_ptr<FMDatabase>& database, ordered_json& stats
     const ZAVEventRepository repository(database);
     const ordered_json byTransferStatus = countBy(*database, "transfer_status", "event_content_parts",
                                                   "cannot count the content parts by transfer status");
-    stats["parts"] = sumOf(byTransferStatus);
+    stats["parts"] = std::accumulate(
+        byTransferStatus.begin(), byTransferStatus.end(), std::int64_t{0},
+        [](std::int64_t sum, const ordered_json& count) { return sum + count.get<std::int64_t>(); });
     stats["by_transfer_status"] = byTransferStatus;
     // The operation's figure is cut to 32 bits; where that shows, the true one stands beside it.
-    const std::string sum = "cannot sum the disk use of content";
-    const auto utilization = answerOf(sum, [&](ZAVError* error) {
-        return repository.totalDiskUtilizationOfEventContentPartsWithError(error);
-    });
+    constexpr const char* cannotSum = "cannot sum the disk use of content";
+    ZAVError error;
+    const ZAVSize utilization = repository.totalDiskUtilizationOfEventContentPartsWithError(&error);
+    require(!error, cannotSum, error);
     stats["disk_utilization"] = utilization;
-    const auto exact = answerOf(
-        sum, [&](ZAVError* error) { return ZAVEventRowRepository(database).diskUtilization(error); });
-    if (exact && static_cast<ZAVSize>(*exact) != utilization) {
-        stats["disk_utilization_exact"] = *exact;
+    const auto exact = required(ZAVEventRowRepository(database).diskUtilization(&error), cannotSum, error);
+    if (static_cast<ZAVSize>(exact) != utilization) {
+        stats["disk_utilization_exact"] = exact;
     }
 }
 

@@ -9,6 +9,8 @@
 #include <cstring>
 #include <vector>
 
+#include <ZAVEventRepository/DDLog.h>
+
 #include "ToolError.h"
 
 namespace zavevents {
@@ -26,9 +28,7 @@ extern "C" void noteSignal(int signal) {
     receivedSignal.compare_exchange_strong(none, signal);
     const int error = errno;
     const char byte = 0;
-    if (::write(wakeup[1], &byte, 1) < 0) {
-        // The pipe is full: whoever waits is awake already.
-    }
+    [[maybe_unused]] const auto written = ::write(wakeup[1], &byte, 1);  // if it is full, who waits is awake
     errno = error;
 }
 
@@ -86,6 +86,7 @@ std::string nameOfSignal(int signal) {
 }
 
 void endBySignal(int signal) {
+    zav::DDLog::flush();
     static_cast<void>(std::signal(signal, SIG_DFL));
     static_cast<void>(std::raise(signal));
 }

@@ -35,7 +35,7 @@ private:
 /// The name of one of these signals.
 [[nodiscard]] std::string nameOfSignal(int signal);
 
-/// Ends the process as an unhandled signal does.
+/// Ends the process as an unhandled signal does, once all that the library has logged is written.
 void endBySignal(int signal);
 
 }  // namespace zavevents

@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
-#include <utility>
 
 #include <ZAVEventRepository/ZAVDatabaseSchema.h>
 #include <ZAVEventRepository/ZAVPrintable.h>
@@ -49,20 +48,20 @@ FMDatabaseOptions optionsOfExisting(const DatabaseFile& file) {
 }
 
 /// An error that another command can do something about says which.
-ZAVError withAdvice(const ZAVError& error) {
+/// @throws ToolError unless the file was opened.
+void requireOpened(bool isOpened, const DatabaseFile& file, const ZAVError& error) {
     const bool isOlder =
         error.domain() == ZAVErrorDomainDatabase && error.code() == ZAVDatabaseErrorOlderSchema;
-    return isOlder ? ZAVError(error.domain(), error.code(),
-                              error.message() + "; 'zavevents init' brings it up to date")
-                   : error;
+    require(isOpened, ZAVPrintable(file.path),
+            isOlder ? ZAVError(error.domain(), error.code(),
+                               error.message() + "; 'zavevents init' brings it up to date")
+                    : error);
 }
 
 /// What was opened, or the failure.
 std::shared_ptr<FMDatabase> opened(const DatabaseFile& file, std::shared_ptr<FMDatabase> database,
                                    const ZAVError& error) {
-    if (!database) {
-        throw ToolError(ZAVPrintable(file.path), withAdvice(error));
-    }
+    requireOpened(database != nullptr, file, error);
     if (file.isTraced) {
         database->setStatementObserver(printRun);
     }
@@ -111,9 +110,7 @@ std::unique_ptr<ZAVEventStore> openClientStore(const DatabaseFile& file, ZAVEven
     options.readers = 1;
     ZAVError error;
     auto store = ZAVEventStore::open(pathOf(file), options, &error);
-    if (!store) {
-        throw ToolError(ZAVPrintable(file.path), withAdvice(error));
-    }
+    requireOpened(store != nullptr, file, error);
     if (file.isTraced) {
         const auto trace = [](const ZAVRepositories& repositories) {
             repositories.events.database().setStatementObserver(printRun);

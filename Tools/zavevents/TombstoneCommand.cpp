@@ -22,9 +22,9 @@ std::string tombstoneEvent(const std::shared_ptr<FMDatabase>& database, const To
 
 std::string tombstoneEventWholly(ZAVEventStore& store, const TombstoneOptions& options) {
     ZAVError error;
-    const auto isThere = store.makeTombstone(options.streamRow, options.seq, &error);
-    require(isThere.has_value(), "cannot tombstone the event", error);
-    return std::string(*isThere ? "1" : "0") + " event tombstoned without what belonged to it";
+    const bool isThere = required(store.makeTombstone(options.streamRow, options.seq, &error),
+                                  "cannot tombstone the event", error);
+    return std::string(isThere ? "1" : "0") + " event tombstoned without what belonged to it";
 }
 
 }  // namespace

@@ -1,7 +1,10 @@
 #pragma once
 
+#include <optional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
+#include <utility>
 
 #include <ZAVEventRepository/ZAVError.h>
 #include <ZAVEventRepository/ZAVPrintable.h>
@@ -20,5 +23,22 @@ public:
         : std::runtime_error(what + ": " +
                              (error ? zav::ZAVPrintable(error.message()) : "failed without a reason")) {}
 };
+
+/// @param what what cannot be done.
+/// @throws ToolError unless an operation succeeded.
+inline void require(bool succeeded, std::string_view what, const zav::ZAVError& error) {
+    if (!succeeded) {
+        throw ToolError(std::string(what), error);
+    }
+}
+
+/// What an operation answered.
+/// @throws ToolError when it answered nothing.
+template <class Answer>
+[[nodiscard]] Answer required(std::optional<Answer> answer, std::string_view what,
+                              const zav::ZAVError& error) {
+    require(answer.has_value(), what, error);
+    return *std::move(answer);
+}
 
 }  // namespace zavevents

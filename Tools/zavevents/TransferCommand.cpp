@@ -21,10 +21,10 @@ struct TransferOptions {
     std::int64_t index = 0;
     std::optional<int> status;
     std::optional<ZAVURL> url;
-    std::optional<double> expires;
+    std::optional<ZAVDate> expires;
     std::optional<std::int64_t> size;
     std::optional<std::string> file;
-    std::optional<double> accessed;
+    std::optional<ZAVDate> accessed;
     std::optional<int> purged;
 };
 
@@ -55,6 +55,16 @@ bool isAllOfItsRow(FMDatabase& database, const ZAVEventContent& part, ZAVDatabas
 
 /// What the options assign to which columns.
 struct Assignments {
+    explicit Assignments(const TransferOptions& options) {
+        add("access_expiration", options.expires);
+        add("url", options.url ? std::optional(options.url->text()) : std::nullopt);
+        add("size", options.size);
+        add("transfer_status", options.status);
+        add("file_path", options.file);
+        add("last_accessed", options.accessed);
+        add("purged", options.purged);
+    }
+
     std::string text;
     std::vector<ZAVValue> values;
 
@@ -67,24 +77,9 @@ struct Assignments {
     }
 };
 
-Assignments assignments(const TransferOptions& options) {
-    const auto date = [](const std::optional<double>& seconds) {
-        return seconds ? std::optional(ZAVDateFromSecondsSince1970(*seconds)) : std::nullopt;
-    };
-    Assignments result;
-    result.add("access_expiration", date(options.expires));
-    result.add("url", options.url ? std::optional(options.url->text()) : std::nullopt);
-    result.add("size", options.size);
-    result.add("transfer_status", options.status);
-    result.add("file_path", options.file);
-    result.add("last_accessed", date(options.accessed));
-    result.add("purged", options.purged);
-    return result;
-}
-
 void apply(const TransferOptions& options, ZAVEventContent& part) {
     if (options.expires) {
-        part.setExternalContentURLExpiration(ZAVDateFromSecondsSince1970(*options.expires));
+        part.setExternalContentURLExpiration(options.expires);
     }
     if (options.url) {
         part.set_external_url(options.url->text());
@@ -99,7 +94,7 @@ void apply(const TransferOptions& options, ZAVEventContent& part) {
         part.setFileURL(ZAVURL::URLWithString(*options.file, ZAVMessageRepositoryCacheBaseDirectoryURL()));
     }
     if (options.accessed) {
-        part.setLastAccessed(ZAVDateFromSecondsSince1970(*options.accessed));
+        part.setLastAccessed(options.accessed);
     }
     if (options.purged) {
         part.setIsPurged(*options.purged != 0);
@@ -127,10 +122,9 @@ std::string transfer(const std::shared_ptr<FMDatabase>& database, const Transfer
                         std::to_string(options.index));
     }
     int changed = 0;
-    if (Assignments given = assignments(options); !given.values.empty()) {
-        if (!update(options, ZAVEventRepository(database), *row, given)) {
-            throw ToolError(cannotUpdate, database->lastError());
-        }
+    if (Assignments given(options); !given.values.empty()) {
+        require(update(options, ZAVEventRepository(database), *row, given), cannotUpdate,
+                database->lastError());
         changed = database->changes();
     }
     return std::to_string(changed) + (changed == 1 ? " part updated" : " parts updated");

@@ -19,11 +19,11 @@ constexpr std::size_t eventsWorthKeeping = 16;
 }  // namespace
 
 UnnamedStreams::UnnamedStreams(std::shared_ptr<FMDatabase> database, const ZAVEventRecognition& recognition)
-    : database_(std::move(database)), recognition_(recognition), repository_(database_) {}
+    : recognition_(recognition), repository_(std::move(database)) {}
 
 void UnnamedStreams::begin(bool othersWrote) {
     if (!newestRowBefore_) {
-        newestRowBefore_ = newestEventRow(*database_);
+        newestRowBefore_ = newestEventRow(repository_.database());
     }
     std::erase_if(clients_, [othersWrote](const auto& client) {
         return othersWrote || client.second.events < eventsWorthKeeping;
@@ -45,9 +45,7 @@ ZAVDatabaseIdentifier UnnamedStreams::streamOf(const ReadEvent& read) {
     }
     ZAVError error;
     const ZAVDatabaseIdentifier row = repository_.createStreamWithoutUUID(&error);
-    if (error) {
-        throw ToolError("cannot register a stream", error);
-    }
+    require(!error, "cannot register a stream", error);
     streams_.emplace(read.unnamedStream, Stream{row, true});
     return row;
 }
@@ -99,7 +97,7 @@ UnnamedStreams::Candidates& UnnamedStreams::candidatesFor(const ZAVData& clientI
             candidates.streams[{author, anySequence}].push_back(stream);
         }
     };
-    forEachRow(*database_, "cannot look for a stored stream",
+    forEachRow(repository_.database(), "cannot look for a stored stream",
                "SELECT stream_database_identifier, creator_id, events.seq FROM events JOIN streams"
                " ON (streams.database_identifier = events.stream_database_identifier)"
                " WHERE client_id = ? AND events.database_identifier <= ?"

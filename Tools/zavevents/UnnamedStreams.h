@@ -58,7 +58,6 @@ private:
     [[nodiscard]] std::optional<zav::ZAVDatabaseIdentifier> firstFree(Candidates& candidates, const Key& key);
     [[nodiscard]] Candidates& candidatesFor(const zav::ZAVData& clientID);
 
-    std::shared_ptr<zav::FMDatabase> database_;
     const zav::ZAVEventRecognition& recognition_;
     zav::ZAVStreamRepository repository_;
     std::optional<zav::ZAVDatabaseIdentifier> newestRowBefore_;

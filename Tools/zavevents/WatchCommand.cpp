@@ -14,7 +14,6 @@
 
 #include "CallQueue.h"
 #include "Command.h"
-#include "EventChanges.h"
 #include "EventWriter.h"
 #include "ObjectWriter.h"
 #include "Output.h"
@@ -89,8 +88,11 @@ private:
                 object.key("event");
                 // All before an insertion has come, and changes come last: both stand where they do in the
                 // end.
-                appendEvent(delivery.page, difference.kind == Kind::moved ? positionOf(row, delivery.page)
-                                                                          : difference.position);
+                const std::size_t position =
+                    difference.kind == Kind::moved ? positionOf(row, delivery.page) : difference.position;
+                const ZAVTimelineCursor& cursor = delivery.page.cursors.at(position);
+                appendEventObject(*delivery.page.events.at(position), !cursor.waitingEvent(), text_,
+                                  cursor.text());
             }
             object.close();
             text_ += '\n';
@@ -120,11 +122,6 @@ private:
         const auto isIt = [row](const auto& event) { return event->databaseIdentifier() == row; };
         return static_cast<std::size_t>(std::find_if(page.events.begin(), page.events.end(), isIt) -
                                         page.events.begin());
-    }
-
-    void appendEvent(const ZAVTimelinePage& page, std::size_t position) {
-        const ZAVTimelineCursor& cursor = page.cursors.at(position);
-        appendEventObject(*page.events.at(position), !cursor.waitingEvent(), text_, cursor.text());
     }
 
     ZAVRegisteredStream stream_;
@@ -200,7 +197,7 @@ void watch(const DatabaseFile& file, const WatchOptions& options) {
     try {
         runUntilTheEnd(calls, signals, output);
     } catch (const ToolError&) {
-        if (!output.isClosed()) {
+        if (!Output::isClosed()) {
             throw;
         }
     }

@@ -19,6 +19,7 @@
 #include "Mistake.h"
 #include "ToolError.h"
 
+namespace zavevents {
 namespace {
 
 void setLogGuards(const std::string& choice) {
@@ -32,60 +33,52 @@ void setLogGuards(const std::string& choice) {
 void flushStandardOutput() {
     errno = 0;
     if (!std::cout.flush() || std::fflush(stdout) != 0) {
-        throw zavevents::ToolError(std::string("standard output: ") + std::strerror(errno));
+        throw ToolError(std::string("standard output: ") + std::strerror(errno));
     }
 }
 
 int run(int argc, char** argv) {
     CLI::App app("Stores, lists and maintains the events of a messaging client's database.", "zavevents");
-    app.formatter(std::make_shared<zavevents::HelpFormatter>());
+    app.formatter(std::make_shared<HelpFormatter>());
     app.require_subcommand(1);
     app.fallthrough();
-    app.set_version_flag("--version", zavevents::versionText,
-                         "Print the versions of tool and engine and exit");
+    app.set_version_flag("--version", versionText, "Print the versions of tool and engine and exit");
     std::string log = "error";
     app.add_option("--log", log,
                    "What the library logs to standard error: verbose, error or off (default: error)")
         ->check(CLI::IsMember({"verbose", "error", "off"}));
     std::string keyFile;
-    zavevents::addOption(
-        app, "--key-file", keyFile, zavevents::fileName(),
-        "A file with the key of an encrypted database; a line break at its end is no part of it");
+    addOption(app, "--key-file", keyFile, fileName(),
+              "A file with the key of an encrypted database; a line break at its end is no part of it");
 
-    zavevents::Invocation invocation;
+    Invocation invocation;
     app.add_flag("--trace", invocation.database.isTraced,
                  "Print each statement to standard error: its time, the rows read, its text");
 
-    for (const auto add : {zavevents::addInitCommand,           zavevents::addImportCommand,
-                           zavevents::addEventsCommand,         zavevents::addPartsCommand,
-                           zavevents::addConversationsCommand,  zavevents::addWatchCommand,
-                           zavevents::addStatsCommand,          zavevents::addSequenceCommand,
-                           zavevents::addTombstoneCommand,      zavevents::addDeleteCommand,
-                           zavevents::addProcessedCommand,      zavevents::addConversationCommand,
-                           zavevents::addParticipantSeqCommand, zavevents::addMessageCommand,
-                           zavevents::addMessageSeqCommand,     zavevents::addTransferCommand,
-                           zavevents::addReceiveCommand,        zavevents::addSendCommand,
-                           zavevents::addOutboxCommand,         zavevents::addStreamPostedCommand,
-                           zavevents::addMissingCommand,        zavevents::addDeleteStreamCommand,
-                           zavevents::addReclaimCommand,        zavevents::addRepairCommand,
-                           zavevents::addDiskUsageCommand,      zavevents::addCheckpointCommand,
-                           zavevents::addCompactCommand,        zavevents::addCheckCommand}) {
+    for (const auto add :
+         {addInitCommand,           addImportCommand,       addEventsCommand,     addPartsCommand,
+          addConversationsCommand,  addWatchCommand,        addStatsCommand,      addSequenceCommand,
+          addTombstoneCommand,      addDeleteCommand,       addProcessedCommand,  addConversationCommand,
+          addParticipantSeqCommand, addMessageCommand,      addMessageSeqCommand, addTransferCommand,
+          addReceiveCommand,        addSendCommand,         addOutboxCommand,     addStreamPostedCommand,
+          addMissingCommand,        addDeleteStreamCommand, addReclaimCommand,    addRepairCommand,
+          addDiskUsageCommand,      addCheckpointCommand,   addCompactCommand,    addCheckCommand}) {
         add(app, invocation);
     }
-    zavevents::setExample(app, "--trace stats chat.db");
-    zavevents::refuseValuesOfFlags(app);
+    setExample(app, "--trace stats chat.db");
+    refuseValuesOfFlags(app);
 
     try {
-        zavevents::refuseEmptyValues(argc, argv);
+        refuseEmptyValues(argc, argv);
         app.parse(argc, argv);
         setLogGuards(log);
         if (app.count("--key-file") != 0) {
-            invocation.database.key = zavevents::readKey(keyFile);
+            invocation.database.key = readKey(keyFile);
         }
         invocation.action(invocation.database);
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() != 0) {
-            std::cerr << zavevents::describeMistake(app, error) << '\n';
+            std::cerr << describeMistake(app, error) << '\n';
             return 2;
         }
         app.exit(error);  // help, or the version
@@ -101,16 +94,17 @@ int fail(const std::string& reason) {
 }
 
 }  // namespace
+}  // namespace zavevents
 
 int main(int argc, char** argv) {
     // A file that must not grow further is a write that fails: the message says what was stored.
     static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
     static_cast<void>(zav::ZAVDatabaseEngine::configureProcess());  // nothing asks here what memory is in use
     try {
-        return run(argc, argv);
+        return zavevents::run(argc, argv);
     } catch (const zavevents::ToolError& error) {
-        return fail(error.what());
+        return zavevents::fail(error.what());
     } catch (const std::exception& error) {
-        return fail(zav::ZAVPrintable(error.what()));
+        return zavevents::fail(zav::ZAVPrintable(error.what()));
     }
 }
