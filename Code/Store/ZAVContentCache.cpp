@@ -3,14 +3,10 @@
 #include <algorithm>
 #include <map>
 #include <mutex>
-#include <system_error>
 #include <utility>
 #include <vector>
 
-#include <ZAVEventRepository/ZAVMessageRepositoryCache.h>
-
 #include "Private/Database/Internal/ZAVStatements.h"
-#include "Private/Model/Repositories/Internal/ZAVCacheDirectoryOfThread.h"
 #include "Store/Internal/ZAVContentFailure.h"
 #include "Store/Internal/ZAVContentParts.h"
 #include "Store/Internal/ZAVContentPurge.h"
@@ -38,35 +34,35 @@ bool hasNothingYet(ZAVStoreCore& core) {
     if (ZAVStatusOfFile(core.owner().contentDirectoryPath())) {
         return false;
     }
-    std::optional<std::int64_t> isMissed;
+    std::optional<bool> isMissed;
     ZAVError failure;
     ZAVExpectDone(core.read([&](const ZAVRepositories& repositories) {
-        isMissed = readNumber(repositories.events.database(), &failure,
-                              "SELECT EXISTS (SELECT 1 FROM event_content_parts WHERE file_path IS NOT NULL"
-                              " AND transfer_status IN (0, 1, 4) AND (purged = 0 OR purged IS NULL))");
+        isMissed =
+            readNumber<bool>(repositories.events.database(), &failure,
+                             "SELECT EXISTS (SELECT 1 FROM event_content_parts WHERE file_path IS NOT NULL"
+                             " AND transfer_status IN (0, 1, 4) AND (purged = 0 OR purged IS NULL))");
     }));
     if (!isMissed) {
         throw ZAVContentFailure(failure);
     }
-    return *isMissed == 0;
+    return !*isMissed;
 }
 
 /// Opens the file of a part, whose path stands in its row.
 std::unique_ptr<ZAVOpenedContent> openFile(const ZAVStoreCore& core, const std::string& text) {
     const ZAVContentDirectory root(core.owner().contentDirectoryPath());
     const ZAVContentPath path = ZAVParsedContentPath(text);
-    const auto names = ZAVContentDirectory::Names(path.names());
-    const auto directory = root.open(names.first(names.size() - 1));
-    const auto status = directory ? directory->status(names.back()) : std::nullopt;
-    if (status && ZAVIsFileOfDatabase(status->identity, core.databasePath())) {
+    const auto found = root.find(path.names());
+    if (found && ZAVIsFileOfDatabase(found->status.identity, core.databasePath())) {
         throw ZAVNoContent(text + ": belongs to the database");
     }
-    auto file = status ? directory->openForReading(names.back(), status->identity) : std::nullopt;
+    auto file =
+        found ? found->directory.openForReading(path.names().back(), found->status.identity) : std::nullopt;
     if (!file) {
         throw ZAVNoContent(text + ": the file is not there");
     }
     return std::make_unique<ZAVOpenedContent>(
-        ZAVOpenedContent{*std::move(file), status->size, root.path() + "/" + text});
+        ZAVOpenedContent{*std::move(file), found->status.size, root.path() + "/" + text});
 }
 
 }  // namespace
@@ -116,41 +112,34 @@ ZAVContentCache::~ZAVContentCache() = default;
 
 std::optional<ZAVURL> ZAVContentCache::put(const ZAVUUID& clientID, std::size_t index,
                                            std::span<const std::uint8_t> bytes, ZAVError* error) {
-    std::optional<ZAVURL> file;
     const std::string root = core_.owner().contentDirectoryPath();
-    const bool succeeded = ZAVSucceeds(root, error, [&] {
-        const ZAVURL place = ZAVPlacedFile(core_.owner(), clientID, index);
+    return ZAVAnswerOf(root, error, [&] {
+        ZAVURL place = ZAVPlacedFile(core_.owner(), clientID, index);
         ZAVPartialFile partial(ZAVContentDirectory::make(root), ZAVParsedContentPath(place.relativePath()));
         partial.append(bytes);
         partial.sync();
         partial.moveIntoPlace();
-        file = place;
+        return place;
     });
-    return succeeded ? file : std::nullopt;
 }
 
 std::optional<ZAVContentWriter> ZAVContentCache::beginDownload(ZAVDatabaseIdentifier event,
                                                                std::int64_t index, ZAVError* error) {
-    std::optional<ZAVContentWriter> writer;
-    ZAVSucceeds(core_.owner().contentDirectoryPath(), error, [&] {
-        writer = ZAVContentWriter(ZAVDownload::begin(core_, event, index, ZAVDownloadKind::whole));
+    return ZAVAnswerOf(core_.owner().contentDirectoryPath(), error, [&] {
+        return ZAVContentWriter(ZAVDownload::begin(core_, event, index, ZAVDownloadKind::whole));
     });
-    return writer;
 }
 
 std::optional<ZAVContentWriter> ZAVContentCache::resumeDownload(ZAVDatabaseIdentifier event,
                                                                 std::int64_t index, ZAVError* error) {
-    std::optional<ZAVContentWriter> writer;
-    ZAVSucceeds(core_.owner().contentDirectoryPath(), error, [&] {
-        writer = ZAVContentWriter(ZAVDownload::begin(core_, event, index, ZAVDownloadKind::resumed));
+    return ZAVAnswerOf(core_.owner().contentDirectoryPath(), error, [&] {
+        return ZAVContentWriter(ZAVDownload::begin(core_, event, index, ZAVDownloadKind::resumed));
     });
-    return writer;
 }
 
 std::optional<ZAVContentFile> ZAVContentCache::open(ZAVDatabaseIdentifier event, std::int64_t index,
                                                     ZAVError* error) {
-    std::optional<ZAVContentFile> file;
-    ZAVSucceeds(core_.owner().contentDirectoryPath(), error, [&] {
+    return ZAVAnswerOf(core_.owner().contentDirectoryPath(), error, [&] {
         std::shared_ptr<ZAVEventContent> part;
         ZAVExpectDone(core_.read(
             [&](const ZAVRepositories& repositories) { part = ZAVPartAt(repositories, event, index); }));
@@ -160,26 +149,19 @@ std::optional<ZAVContentFile> ZAVContentCache::open(ZAVDatabaseIdentifier event,
             throw ZAVNoContent(ZAVNameOfPart(event, index) +
                                " has no file here: it was purged, or is to be downloaded");
         }
-        file = ZAVContentFile(openFile(core_, part->fileURL()->relativePath()));
+        ZAVContentFile file(openFile(core_, part->fileURL()->relativePath()));
         if (accesses_->note(event, index)) {
             recordAccessesLater();
         }
+        return file;
     });
-    return file;
 }
 
 bool ZAVContentCache::recordAccesses(ZAVError* error) {
-    if (!accesses_->areThere()) {
-        return true;
-    }
-    ZAVError failure;
-    const auto outcome = core_.write(
-        [&](const ZAVRepositories& repositories) { return accesses_->record(repositories, &failure); });
-    const bool succeeded = outcome.state == ZAVWorkOutcome::State::done;
-    if (!succeeded) {
-        ZAVStoreError(error, outcome.error ? outcome.error : failure);
-    }
-    return succeeded;
+    const auto record = [&](const ZAVRepositories& repositories) {
+        return accesses_->record(repositories, error);
+    };
+    return !accesses_->areThere() || ZAVIsDone(core_.write(record), error);
 }
 
 std::function<bool(const ZAVRepositories&)> ZAVContentCache::recordingOfAccesses() {
@@ -199,49 +181,42 @@ void ZAVContentCache::recordAccessesLater() noexcept {
 
 std::optional<ZAVContentUsage> ZAVContentCache::bytesOnDisk(ZAVError* error) {
     ZAVContentUsage usage;
-    ZAVError failure;
+    const auto add = [&](const FMResultSet& row) {
+        const auto bytes = static_cast<std::uint64_t>(row.longLongIntForColumnIndex(2));
+        usage.total += bytes;
+        usage.byStatus[static_cast<ZAVContentTransferStatus>(row.longLongIntForColumnIndex(0))] += bytes;
+        usage.byStream[row.columnIndexIsNull(1) ? ZAVDatabaseIdentifierNotSet
+                                                : row.longLongIntForColumnIndex(1)] += bytes;
+    };
+    bool areRead = false;
     const auto look = [&](const ZAVRepositories& repositories) {
-        auto rows = runQuery(
-            repositories.events.database(), &failure,
+        areRead = visitRows(
+            repositories.events.database(), error,
             "SELECT parts.transfer_status, events.stream_database_identifier, CAST(TOTAL(parts.size) AS INTEGER)"
             " FROM event_content_parts AS parts LEFT JOIN events"
             " ON events.database_identifier = parts.event_database_identifier"
             " WHERE parts.transfer_status IN (0, 1, 4) AND parts.file_path IS NOT NULL"
             " AND parts.size > 0 AND (parts.purged = 0 OR parts.purged IS NULL)"
-            " GROUP BY parts.transfer_status, events.stream_database_identifier");
-        while (rows && rows->nextWithError(&failure)) {
-            const auto bytes = static_cast<std::uint64_t>(rows->longLongIntForColumnIndex(2));
-            usage.total += bytes;
-            usage.byStatus[static_cast<ZAVContentTransferStatus>(rows->longLongIntForColumnIndex(0))] +=
-                bytes;
-            usage.byStream[rows->columnIndexIsNull(1) ? ZAVDatabaseIdentifierNotSet
-                                                      : rows->longLongIntForColumnIndex(1)] += bytes;
-        }
+            " GROUP BY parts.transfer_status, events.stream_database_identifier",
+            add);
     };
-    const auto outcome = core_.read(look);
-    if (outcome.state != ZAVWorkOutcome::State::done || failure) {
-        ZAVStoreError(error, outcome.error ? outcome.error : failure);
-        return std::nullopt;
-    }
-    return usage;
+    return ZAVIsDone(core_.read(look), error) && areRead ? std::optional(std::move(usage)) : std::nullopt;
 }
 
 std::optional<ZAVPurgeResult> ZAVContentCache::purge(const ZAVPurgePolicy& policy,
                                                      const ZAVPurgeObserver& observer, ZAVError* error) {
-    ZAVPurgeResult result;
-    const bool succeeded = ZAVSucceeds(core_.owner().contentDirectoryPath(), error, [&] {
+    return ZAVAnswerOf(core_.owner().contentDirectoryPath(), error, [&] {
         expectNoWork(core_, "purging");
         ZAVError failure;
         if (!policy.changesNothing && !recordAccesses(&failure)) {
             throw ZAVContentFailure(failure);
         }
         if (hasNothingYet(core_)) {
-            return;
+            return ZAVPurgeResult();
         }
         ZAVContentSession session(core_);
-        result = ZAVContentPurge(session, policy, observer).run();
+        return ZAVContentPurge(session, policy, observer).run();
     });
-    return succeeded ? std::optional(result) : std::nullopt;
 }
 
 namespace {
@@ -250,9 +225,8 @@ namespace {
 std::optional<ZAVContentOrphans> settledOrphans(ZAVStoreCore& core, std::chrono::seconds age,
                                                 ZAVContentOrphans (ZAVContentRepair::*settle)(),
                                                 ZAVError* error) {
-    ZAVContentOrphans orphans;
     const ZAVStoreOwner& owner = core.owner();
-    const bool succeeded = ZAVSucceeds(owner.contentDirectoryPath(), error, [&] {
+    return ZAVAnswerOf(owner.contentDirectoryPath(), error, [&] {
         if (settle == &ZAVContentRepair::repair) {
             expectNoWork(core, "repairing");
         }
@@ -260,16 +234,15 @@ std::optional<ZAVContentOrphans> settledOrphans(ZAVStoreCore& core, std::chrono:
             ZAVParsedContentPath(ZAVPlacedFile(owner, ZAVUUID(), 0).relativePath()).names();
         folders.resize(folders.size() - 2);  // without the event and the file
         if (hasNothingYet(core)) {
-            return;
+            return ZAVContentOrphans();
         }
         ZAVContentSession session(core);
         // Of the exact clock: that of `std::time` may be behind the one that files are dated by.
         const auto unchangedSince = std::chrono::system_clock::now() - age;
         ZAVContentRepair repair(session, std::move(folders),
                                 std::chrono::system_clock::to_time_t(unchangedSince));
-        orphans = (repair.*settle)();
+        return (repair.*settle)();
     });
-    return succeeded ? std::optional(std::move(orphans)) : std::nullopt;
 }
 
 }  // namespace

@@ -68,39 +68,34 @@ bool readSummaries(const ZAVRepositories& repositories, const ZAVStreamRecency::
                    const ZAVConversationCursor& begin, std::size_t count,
                    const ZAVConversationListOptions& options, ReadPage& read,
                    std::vector<ZAVDatabaseIdentifier>& lastEvents, ZAVError* error) {
-    ZAVError failure;
-    auto rows = runQuery(repositories.events.database(), &failure, summaries, mark.event, mark.stream,
-                         begin.recency(), begin.stream(), static_cast<std::int64_t>(count) + 1,
-                         options.participant, static_cast<std::int64_t>(options.unreadCap));
-    while (rows && rows->nextWithError(&failure)) {
+    const auto add = [&](const FMResultSet& row) {
         if (read.page.conversations.size() == count) {
             read.page.hasMore = true;
-            continue;
+            return;
         }
-        const ZAVDatabaseIdentifier stream = rows->longLongIntForColumnIndex(0);
-        const std::int64_t recency = rows->longLongIntForColumnIndex(1);
-        const bool isThere = rows->boolForColumnIndex(2);
-        if (!isThere || rows->longLongIntForColumnIndex(5) != recency) {
+        const ZAVDatabaseIdentifier stream = row.longLongIntForColumnIndex(0);
+        const std::int64_t recency = row.longLongIntForColumnIndex(1);
+        const bool isThere = row.boolForColumnIndex(2);
+        if (!isThere || row.longLongIntForColumnIndex(5) != recency) {
             read.stale.push_back(stream);
         }
         if (!isThere) {
-            continue;
+            return;
         }
         auto& summary = read.page.conversations.emplace_back();
         summary.stream = stream;
-        summary.streamUUID = ZAVUUIDFromData(rows->dataForColumnIndex(3));
-        summary.waiting = static_cast<std::size_t>(rows->longLongIntForColumnIndex(6));
-        if (!rows->columnIndexIsNull(7)) {
-            summary.unread = static_cast<std::size_t>(rows->longLongIntForColumnIndex(7));
+        summary.streamUUID = ZAVUUIDFromData(row.dataForColumnIndex(3));
+        summary.waiting = static_cast<std::size_t>(row.longLongIntForColumnIndex(6));
+        if (!row.columnIndexIsNull(7)) {
+            summary.unread = static_cast<std::size_t>(row.longLongIntForColumnIndex(7));
         }
         summary.cursor = {recency, stream};
-        lastEvents.push_back(rows->columnIndexIsNull(4) ? ZAVDatabaseIdentifierNotSet
-                                                        : rows->longLongIntForColumnIndex(4));
-    }
-    if (failure) {
-        ZAVStoreError(error, failure);
-    }
-    return !failure;
+        lastEvents.push_back(row.columnIndexIsNull(4) ? ZAVDatabaseIdentifierNotSet
+                                                      : row.longLongIntForColumnIndex(4));
+    };
+    return visitRows(repositories.events.database(), error, summaries, add, mark.event, mark.stream,
+                     begin.recency(), begin.stream(), static_cast<std::int64_t>(count) + 1,
+                     options.participant, static_cast<std::int64_t>(options.unreadCap));
 }
 
 bool readLastEvents(const ZAVRepositories& repositories, const ZAVStreamRecency::Mark& mark,
@@ -108,24 +103,17 @@ bool readLastEvents(const ZAVRepositories& repositories, const ZAVStreamRecency:
                     const std::vector<ZAVDatabaseIdentifier>& lastEvents, ZAVConversationPage& page,
                     ZAVError* error) {
     FMDatabase& database = repositories.events.database();
-    ZAVError failure;
     std::vector<std::shared_ptr<ZAVEvent>> events;
     ZAVBareEvents bareEvents(lastEvents.size());
     const auto limit = static_cast<std::int64_t>(count) + 1;
-    {
-        auto rows = runQuery(database, &failure, eventsOfPage, mark.event, mark.stream, begin.recency(),
-                             begin.stream(), limit);
-        while (rows && rows->nextWithError(&failure)) {
-            events.push_back(ZAVBareEventFromRow(*rows));
-            bareEvents.add(*events.back(), !rows->columnIndexIsNull(ZAVEventMapperColumnEventSeq));
-        }
-    }
-    if (failure) {
-        ZAVStoreError(error, failure);
-        return false;
-    }
-    if (!bareEvents.complete(database, contentOfPage, metadataOfPage, error, mark.event, mark.stream,
-                             begin.recency(), begin.stream(), limit)) {
+    const auto add = [&](const FMResultSet& row) {
+        events.push_back(ZAVBareEventFromRow(row));
+        bareEvents.add(*events.back(), !row.columnIndexIsNull(ZAVEventMapperColumnEventSeq));
+    };
+    if (!visitRows(database, error, eventsOfPage, add, mark.event, mark.stream, begin.recency(),
+                   begin.stream(), limit) ||
+        !bareEvents.readContent(database, contentOfPage, metadataOfPage, error, mark.event, mark.stream,
+                                begin.recency(), begin.stream(), limit)) {
         return false;
     }
     for (std::size_t position = 0; position < lastEvents.size(); ++position) {
@@ -141,10 +129,8 @@ bool readLastEvents(const ZAVRepositories& repositories, const ZAVStreamRecency:
 std::optional<ReadPage> readPage(const ZAVRepositories& repositories, const ZAVConversationCursor& begin,
                                  std::size_t count, const ZAVConversationListOptions& options,
                                  ZAVError* error) {
-    ZAVError failure;
-    const auto mark = ZAVStreamRecency(repositories).mark(&failure);
-    if (failure) {
-        ZAVStoreError(error, failure);
+    std::optional<ZAVStreamRecency::Mark> mark;
+    if (!ZAVStreamRecency(repositories).readMark(mark, error)) {
         return std::nullopt;
     }
     const ZAVStreamRecency::Mark behind = mark.value_or(ZAVStreamRecency::Mark());
@@ -188,12 +174,10 @@ std::optional<ZAVConversationPage> ZAVConversationList::after(const ZAVConversat
     prepare();
     for (int attempt = 1;; ++attempt) {
         std::optional<ReadPage> read;
-        ZAVError failure;
         const auto work = [&](const ZAVRepositories& repositories) {
-            read = readPage(repositories, cursor, count, options_, &failure);
+            read = readPage(repositories, cursor, count, options_, error);
         };
-        if (!store_.read(work, &failure) || !read) {
-            ZAVStoreError(error, failure);
+        if (!store_.read(work, error) || !read) {
             return std::nullopt;
         }
         // Within a read, and where nothing can be written, the page is as good as what is kept.
@@ -212,7 +196,8 @@ void ZAVConversationList::prepare() const {
     bool isWorthWhile = false;
     store_.read([&](const ZAVRepositories& repositories) {
         const ZAVStreamRecency recency(repositories);
-        const auto mark = recency.mark(nullptr);
+        std::optional<ZAVStreamRecency::Mark> mark;
+        recency.readMark(mark, nullptr);
         const auto newest = recency.newestRows(nullptr);
         isWorthWhile = !mark || (newest && (newest->event - mark->event > manyNewRows ||
                                             newest->stream - mark->stream > manyNewRows));
@@ -225,14 +210,9 @@ void ZAVConversationList::prepare() const {
 }
 
 bool ZAVConversationList::repair(ZAVError* error) const {
-    ZAVError failure;
-    const bool succeeded = store_.write(
-        [&](const ZAVRepositories& repositories) { return ZAVStreamRecency(repositories).rebuild(&failure); },
-        &failure);
-    if (!succeeded) {
-        ZAVStoreError(error, failure);
-    }
-    return succeeded;
+    return store_.write(
+        [&](const ZAVRepositories& repositories) { return ZAVStreamRecency(repositories).rebuild(error); },
+        error);
 }
 
 }  // namespace zav

@@ -14,24 +14,6 @@ constexpr std::size_t worthKeeping = 16;
 
 constexpr auto leastRow = std::numeric_limits<ZAVDatabaseIdentifier>::min();
 
-/// Calls `visit` with each row of a query. False on failure, with the reason in `error`.
-template <class Visit, class... Values>
-bool visitRows(FMDatabase& database, ZAVError* error, ZAVSQL statement, const Visit& visit,
-               const Values&... values) {
-    auto rows = runQuery(database, error, statement, values...);
-    if (!rows) {
-        return false;
-    }
-    ZAVError failure;
-    while (rows->nextWithError(&failure)) {
-        visit(*rows);
-    }
-    if (failure) {
-        ZAVStoreError(error, failure);
-    }
-    return !failure;
-}
-
 }  // namespace
 
 ZAVEventRecognition::ZAVEventRecognition(std::shared_ptr<FMDatabase> database,

@@ -7,43 +7,20 @@
 namespace zav {
 namespace {
 
-/// A number that need not be there: whether it could be looked for.
-bool look(FMDatabase& database, std::optional<std::int64_t>& number, ZAVError* error, ZAVSQL statement,
-          const auto&... values) {
-    ZAVError failure;
-    number = readNumber(database, &failure, statement, values...);
-    if (failure) {
-        ZAVStoreError(error, failure);
-    }
-    return !failure;
-}
-
-/// What was found, if it could be written.
-template <class Found>
-std::optional<Found> answered(bool isWritten, const Found& found, const ZAVError& failure, ZAVError* error) {
-    if (!isWritten) {
-        ZAVStoreError(error, failure);
-        return std::nullopt;
-    }
-    return found;
-}
-
 /// Records a sequence in one write, if one that is recorded may give way to it.
 /// @param lookAtRecorded finds whether what is recorded is before it; nothing when there is no place for it.
 std::optional<bool> recordSeq(ZAVEventStore& store, ZAVEventStore::SequenceChange change, ZAVError* error,
                               const auto& lookAtRecorded, const auto& record) {
     bool isRecorded = false;
-    ZAVError failure;
     const auto work = [&](const ZAVRepositories& repositories) {
         std::optional<std::int64_t> isBefore;
-        if (!lookAtRecorded(repositories.events.database(), isBefore, &failure)) {
+        if (!lookAtRecorded(repositories.events.database(), isBefore)) {
             return false;
         }
         isRecorded = isBefore && (*isBefore != 0 || change == ZAVEventStore::SequenceChange::any);
-        return !isRecorded || record(repositories.events, &failure);
+        return !isRecorded || record(repositories.events);
     };
-    const bool isWritten = store.write(work, &failure);
-    return answered(isWritten, isRecorded, failure, error);
+    return store.write(work, error) ? std::optional(isRecorded) : std::nullopt;
 }
 
 }  // namespace
@@ -51,11 +28,10 @@ std::optional<bool> recordSeq(ZAVEventStore& store, ZAVEventStore::SequenceChang
 std::optional<std::size_t> ZAVEventStore::deleteEvents(std::span<const ZAVDatabaseIdentifier> rows,
                                                        ZAVError* error) {
     std::size_t count = 0;
-    ZAVError failure;
     const auto remove = [&](const ZAVRepositories&) {
         const ZAVEventRemover remover(core_->handleOfWork());
         for (const ZAVDatabaseIdentifier row : rows) {
-            const auto wasThere = remover.remove(row, &failure);
+            const auto wasThere = remover.remove(row, error);
             if (!wasThere) {
                 return false;
             }
@@ -63,51 +39,45 @@ std::optional<std::size_t> ZAVEventStore::deleteEvents(std::span<const ZAVDataba
         }
         return true;
     };
-    const bool isWritten = write(remove, &failure);
-    return answered(isWritten, count, failure, error);
+    return write(remove, error) ? std::optional(count) : std::nullopt;
 }
 
 std::optional<bool> ZAVEventStore::makeTombstone(const ZAVUUID& streamUUID, ZAVSequence seq,
                                                  ZAVError* error) {
-    std::optional<bool> isThere = false;
-    ZAVError failure;
+    std::optional<bool> isThere;
     const auto bury = [&](const ZAVRepositories& repositories) {
         std::optional<std::int64_t> stream;
-        if (!look(repositories.events.database(), stream, &failure,
-                  "SELECT database_identifier FROM streams WHERE stream_id = ?", streamUUID)) {
+        if (!findNumber(repositories.events.database(), stream, error,
+                        "SELECT database_identifier FROM streams WHERE stream_id = ?", streamUUID)) {
             return false;
         }
-        isThere = stream ? makeTombstone(*stream, seq, &failure) : false;
+        isThere = stream ? makeTombstone(*stream, seq, error) : false;
         return isThere.has_value();
     };
-    const bool isWritten = write(bury, &failure);
-    return answered(isWritten, isThere.value_or(false), failure, error);
+    return write(bury, error) ? isThere : std::nullopt;
 }
 
 std::optional<bool> ZAVEventStore::makeTombstone(ZAVDatabaseIdentifier stream, ZAVSequence seq,
                                                  ZAVError* error) {
     std::optional<std::int64_t> row;
-    ZAVError failure;
     const auto bury = [&](const ZAVRepositories& repositories) {
-        return look(repositories.events.database(), row, &failure,
-                    "SELECT database_identifier FROM events WHERE stream_database_identifier = ? AND seq = ?",
-                    stream, seq) &&
-               (!row || ZAVEventRemover(core_->handleOfWork()).makeTombstone(*row, seq, stream, &failure));
+        return findNumber(
+                   repositories.events.database(), row, error,
+                   "SELECT database_identifier FROM events WHERE stream_database_identifier = ? AND seq = ?",
+                   stream, seq) &&
+               (!row || ZAVEventRemover(core_->handleOfWork()).makeTombstone(*row, seq, stream, error));
     };
-    const bool isWritten = write(bury, &failure);
-    return answered(isWritten, row.has_value(), failure, error);
+    return write(bury, error) ? std::optional(row.has_value()) : std::nullopt;
 }
 
 std::optional<bool> ZAVEventStore::deleteStream(ZAVDatabaseIdentifier stream, ZAVError* error) {
     bool isThere = false;
-    ZAVError failure;
     const auto remove = [&](const ZAVRepositories& repositories) {
-        const bool isRemoved = ZAVEventRemover(core_->handleOfWork()).removeStream(stream, &failure);
+        const bool isRemoved = ZAVEventRemover(core_->handleOfWork()).removeStream(stream, error);
         isThere = isRemoved && repositories.events.database().changes() != 0;
         return isRemoved;
     };
-    const bool isWritten = write(remove, &failure);
-    return answered(isWritten, isThere, failure, error);
+    return write(remove, error) ? std::optional(isThere) : std::nullopt;
 }
 
 std::optional<bool> ZAVEventStore::recordParticipantSeq(const ZAVUUID& streamUUID,
@@ -115,17 +85,17 @@ std::optional<bool> ZAVEventStore::recordParticipantSeq(const ZAVUUID& streamUUI
                                                         SequenceChange change, ZAVError* error) {
     return recordSeq(
         *this, change, error,
-        [&](FMDatabase& database, std::optional<std::int64_t>& isBefore, ZAVError* failure) {
-            return look(
-                database, isBefore, failure,
+        [&](FMDatabase& database, std::optional<std::int64_t>& isBefore) {
+            return findNumber(
+                database, isBefore, error,
                 "SELECT participants.seq IS NULL OR participants.seq < ? FROM conversations"
                 " JOIN conversation_participants AS participants"
                 " ON participants.conversation_database_identifier = conversations.database_identifier"
                 " WHERE conversations.stream_id = ? AND participants.member_id = ?",
                 seq, streamUUID, memberID);
         },
-        [&](const ZAVEventRepository& events, ZAVError* failure) {
-            return events.persistConversationsParticipantsSeq(seq, memberID, streamUUID, failure);
+        [&](const ZAVEventRepository& events) {
+            return events.persistConversationsParticipantsSeq(seq, memberID, streamUUID, error);
         });
 }
 
@@ -133,15 +103,13 @@ std::optional<bool> ZAVEventStore::recordMessageSeq(ZAVDatabaseIdentifier event,
                                                     SequenceChange change, ZAVError* error) {
     return recordSeq(
         *this, change, error,
-        [&](FMDatabase& database, std::optional<std::int64_t>& isBefore, ZAVError* failure) {
-            return look(
-                database, isBefore, failure,
+        [&](FMDatabase& database, std::optional<std::int64_t>& isBefore) {
+            return findNumber(
+                database, isBefore, error,
                 "SELECT MAX(seq IS NULL OR seq < ?) FROM messages WHERE event_database_identifier = ?", seq,
                 event);
         },
-        [&](const ZAVEventRepository& events, ZAVError* failure) {
-            return events.persistMessageSeq(seq, event, failure);
-        });
+        [&](const ZAVEventRepository& events) { return events.persistMessageSeq(seq, event, error); });
 }
 
 }  // namespace zav

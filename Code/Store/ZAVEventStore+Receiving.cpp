@@ -1,8 +1,7 @@
-#include <utility>
-
 #include <ZAVEventRepository/ZAVEventStore.h>
 
 #include "Private/Database/Internal/ZAVStatements.h"
+#include "Store/Internal/ZAVEventChecks.h"
 #include "Store/Internal/ZAVReceiver.h"
 #include "Store/Internal/ZAVRecordsBefore.h"
 #include "Store/Internal/ZAVSequenceGaps.h"
@@ -20,7 +19,7 @@ bool receiveAll(ZAVReceiver& receiver, std::span<const std::shared_ptr<ZAVEvent>
     for (const auto& event : events) {
         ZAVReceivedEvent& answer = answers.emplace_back();
         if (event == nullptr) {
-            answer.reason = ZAVErrorOfStore(ZAVEventStoreErrorUnusableEvent, "there is no record");
+            answer.reason = ZAVErrorOfUnusableEvent("there is no record");
         } else if (!receiver.receive(*event, answer, error)) {
             return false;
         }
@@ -50,16 +49,11 @@ std::optional<std::vector<ZAVReceivedEvent>> ZAVEventStore::receive(
     std::vector<ZAVReceivedEvent> answers;
     answers.reserve(events.size());
     ZAVRecordsBefore before(events);
-    ZAVError failure;
-    const bool succeeded = write(
-        [&](const ZAVRepositories&) {
-            ZAVReceiver receiver(core_->handleOfWork(), owner, options);
-            return receiver.begin(streamUUID, &failure) &&
-                   receiveAll(receiver, events, options, answers, &failure);
-        },
-        &failure);
-    if (!succeeded) {
-        ZAVStoreError(error, failure);
+    const auto receiveThem = [&](const ZAVRepositories&) {
+        ZAVReceiver receiver(core_->handleOfWork(), owner, options);
+        return receiver.begin(streamUUID, error) && receiveAll(receiver, events, options, answers, error);
+    };
+    if (!write(receiveThem, error)) {
         return std::nullopt;
     }
     before.forget();
@@ -71,25 +65,18 @@ std::optional<ZAVReceivedEvent> ZAVEventStore::recordPosted(const ZAVUUID& strea
                                                             const std::string& creatorID,
                                                             std::int64_t serverTimestamp, ZAVError* error) {
     ZAVReceivedEvent answer;
-    ZAVError failure;
-    const bool succeeded = write(
-        [&](const ZAVRepositories&) {
-            ZAVEvent posted;
-            posted.set_client_id(ZAVDataFromUUID(clientID));
-            posted.set_seq(seq);
-            posted.set_creator_id(creatorID);
-            posted.set_server_timestamp(serverTimestamp);
-            const ZAVReceiveOptions options;
-            ZAVReceiver receiver(core_->handleOfWork(), core_->owner(), options);
-            return receiver.begin(streamUUID, &failure) && receiver.recordPosted(posted, answer, &failure) &&
-                   receiver.finish(&failure);
-        },
-        &failure);
-    if (!succeeded) {
-        ZAVStoreError(error, failure);
-        return std::nullopt;
-    }
-    return answer;
+    const auto record = [&](const ZAVRepositories&) {
+        ZAVEvent posted;
+        posted.set_client_id(ZAVDataFromUUID(clientID));
+        posted.set_seq(seq);
+        posted.set_creator_id(creatorID);
+        posted.set_server_timestamp(serverTimestamp);
+        const ZAVReceiveOptions options;
+        ZAVReceiver receiver(core_->handleOfWork(), core_->owner(), options);
+        return receiver.begin(streamUUID, error) && receiver.recordPosted(posted, answer, error) &&
+               receiver.finish(error);
+    };
+    return write(record, error) ? std::optional(answer) : std::nullopt;
 }
 
 std::optional<std::vector<ZAVSequenceGap>> ZAVEventStore::missingSequences(const ZAVUUID& streamUUID,

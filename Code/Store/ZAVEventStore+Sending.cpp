@@ -1,5 +1,3 @@
-#include <utility>
-
 #include <ZAVEventRepository/ZAVEventStore.h>
 
 #include "Store/Internal/ZAVEventChecks.h"
@@ -16,12 +14,10 @@ std::optional<ZAVSentEvent> ZAVEventStore::send(const std::shared_ptr<ZAVEvent>&
     }
     ZAVSentEvent answer;
     ZAVRecordsBefore before({&event, 1});
-    ZAVError failure;
     const auto send = [&](const ZAVRepositories&) {
-        return ZAVSender(core_->handleOfWork(), core_->owner()).send(*event, answer, &failure);
+        return ZAVSender(core_->handleOfWork(), core_->owner()).send(*event, answer, error);
     };
-    if (!write(send, &failure)) {
-        ZAVStoreError(error, failure);
+    if (!write(send, error)) {
         return std::nullopt;
     }
     before.forget();
@@ -45,16 +41,11 @@ std::optional<std::vector<std::shared_ptr<ZAVEvent>>> ZAVEventStore::outbox(cons
 std::optional<ZAVDatabaseIdentifier> ZAVEventStore::streamPosted(ZAVDatabaseIdentifier stream,
                                                                  const ZAVUUID& uuid, ZAVError* error) {
     std::optional<ZAVDatabaseIdentifier> row;
-    ZAVError failure;
     const auto name = [&](const ZAVRepositories&) {
-        row = ZAVSender(core_->handleOfWork(), core_->owner()).nameStream(stream, uuid, &failure);
+        row = ZAVSender(core_->handleOfWork(), core_->owner()).nameStream(stream, uuid, error);
         return row.has_value();
     };
-    if (!write(name, &failure)) {
-        ZAVStoreError(error, failure);
-        return std::nullopt;
-    }
-    return row;
+    return write(name, error) ? row : std::nullopt;
 }
 
 }  // namespace zav

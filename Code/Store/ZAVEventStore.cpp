@@ -43,14 +43,6 @@ ZAVError objectionTo(const std::string& path, const ZAVEventStoreOptions& option
     return {};
 }
 
-/// Answers whether the outcome is what was wanted; if not, its error is stored.
-bool isDone(const ZAVWorkOutcome& outcome, ZAVError* error) {
-    if (outcome.error) {
-        ZAVStoreError(error, outcome.error);
-    }
-    return outcome.state == ZAVWorkOutcome::State::done;
-}
-
 }  // namespace
 
 std::unique_ptr<ZAVEventStore> ZAVEventStore::open(const std::string& path,
@@ -73,11 +65,11 @@ ZAVEventStore::~ZAVEventStore() {
 }
 
 bool ZAVEventStore::read(const ReadingWork& work, ZAVError* error) {
-    return isDone(core_->read(work), error);
+    return ZAVIsDone(core_->read(work), error);
 }
 
 bool ZAVEventStore::write(const WritingWork& work, ZAVError* error) {
-    return isDone(core_->write(work), error);
+    return ZAVIsDone(core_->write(work), error);
 }
 
 std::optional<ZAVPendingWork> ZAVEventStore::readAsync(ReadingWork work, ZAVWorkCompletion completion,

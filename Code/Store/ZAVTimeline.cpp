@@ -4,7 +4,6 @@
 
 #include "Private/Database/Internal/ZAVStatements.h"
 #include "Private/Model/Repositories/Internal/ZAVEventRepositoryProjections.h"
-#include "Store/Internal/ZAVStoreErrors.h"
 #include "Store/Internal/ZAVTimelineQuestion.h"
 #include "Store/Internal/ZAVTimelineReader.h"
 
@@ -23,51 +22,40 @@ std::optional<ZAVTimelinePage> ZAVTimeline::page(const Read& read, ZAVError* err
         return std::nullopt;
     }
     std::optional<ZAVTimelinePage> page;
-    ZAVError failure;
     const auto work = [&](const ZAVRepositories& repositories) {
-        if (const auto stream = question->streamIn(repositories, &failure)) {
-            page = read(ZAVTimelineReader(repositories, *stream, question->types), &failure);
+        if (const auto stream = question->streamIn(repositories, error)) {
+            page = read(ZAVTimelineReader(repositories, *stream, question->types));
         }
     };
-    if (!store_.read(work, &failure) || !page) {
-        ZAVStoreError(error, failure);
+    if (!store_.read(work, error)) {
         return std::nullopt;
     }
     return page;
 }
 
 std::optional<ZAVTimelinePage> ZAVTimeline::latest(std::size_t count, ZAVError* error) const {
-    return page([&](const ZAVTimelineReader& reader, ZAVError* why) { return reader.latest(count, why); },
-                error);
+    return page([&](const ZAVTimelineReader& reader) { return reader.latest(count, error); }, error);
 }
 
 std::optional<ZAVTimelinePage> ZAVTimeline::before(const ZAVTimelineCursor& cursor, std::size_t count,
                                                    ZAVError* error) const {
-    return page(
-        [&](const ZAVTimelineReader& reader, ZAVError* why) { return reader.before(cursor, count, why); },
-        error);
+    return page([&](const ZAVTimelineReader& reader) { return reader.before(cursor, count, error); }, error);
 }
 
 std::optional<ZAVTimelinePage> ZAVTimeline::after(const ZAVTimelineCursor& cursor, std::size_t count,
                                                   ZAVError* error) const {
-    return page(
-        [&](const ZAVTimelineReader& reader, ZAVError* why) { return reader.after(cursor, count, why); },
-        error);
+    return page([&](const ZAVTimelineReader& reader) { return reader.after(cursor, count, error); }, error);
 }
 
 std::optional<ZAVTimelinePage> ZAVTimeline::around(ZAVSequence seq, std::size_t count,
                                                    ZAVError* error) const {
-    return page(
-        [&](const ZAVTimelineReader& reader, ZAVError* why) { return reader.around(seq, count, why); },
-        error);
+    return page([&](const ZAVTimelineReader& reader) { return reader.around(seq, count, error); }, error);
 }
 
 std::optional<ZAVTimelinePage> ZAVTimeline::between(const std::optional<ZAVTimelineCursor>& first,
                                                     const std::optional<ZAVTimelineCursor>& last,
                                                     ZAVError* error) const {
-    return page(
-        [&](const ZAVTimelineReader& reader, ZAVError* why) { return reader.between(first, last, why); },
-        error);
+    return page([&](const ZAVTimelineReader& reader) { return reader.between(first, last, error); }, error);
 }
 
 bool ZAVTimeline::replay(const std::function<bool(const std::shared_ptr<ZAVEvent>& event)>& visit,

@@ -1,6 +1,5 @@
 #include <ZAVEventRepository/ZAVTimelineWindow.h>
 
-#include <optional>
 #include <string>
 #include <utility>
 

@@ -11,6 +11,7 @@ namespace zav {
 namespace {
 
 using BoundBytes = ZAVConnection::Bytes;
+using ReachOfRun = ZAVConnection::Reach;
 
 /// Lends a statement with values bound to its placeholders; null on failure.
 template <class Values>
@@ -46,27 +47,30 @@ FMDatabase::~FMDatabase() {
 
 std::optional<FMResultSet> FMDatabase::query(std::string_view sql, std::initializer_list<FMParameter> values,
                                              Reach reach) {
-    return connection_->query(lendWith(*connection_, sql, values, BoundBytes::copied), reach);
+    return connection_->query(lendWith(*connection_, sql, values, BoundBytes::copied),
+                              static_cast<ReachOfRun>(reach));
 }
 
 bool FMDatabase::update(std::string_view sql, std::initializer_list<FMParameter> values, Reach reach) {
-    return connection_->update(lendWith(*connection_, sql, values, BoundBytes::referredTo), reach);
+    return connection_->update(lendWith(*connection_, sql, values, BoundBytes::referredTo),
+                               static_cast<ReachOfRun>(reach));
 }
 
 std::optional<FMResultSet> FMDatabase::executeQueryWithArgumentsInArray(std::string_view sql,
                                                                         std::span<const ZAVValue> arguments) {
-    return connection_->query(lendWith(*connection_, sql, arguments, BoundBytes::copied), Reach::free);
+    return connection_->query(lendWith(*connection_, sql, arguments, BoundBytes::copied), ReachOfRun::free);
 }
 
 bool FMDatabase::executeUpdateWithArgumentsInArray(std::string_view sql,
                                                    std::span<const ZAVValue> arguments) {
-    return connection_->update(lendWith(*connection_, sql, arguments, BoundBytes::referredTo), Reach::free);
+    return connection_->update(lendWith(*connection_, sql, arguments, BoundBytes::referredTo),
+                               ReachOfRun::free);
 }
 
 bool FMDatabase::executeBoundedUpdateWithArgumentsInArray(std::string_view sql,
                                                           std::span<const ZAVValue> arguments) {
     return connection_->update(lendWith(*connection_, sql, arguments, BoundBytes::referredTo),
-                               Reach::bounded);
+                               ReachOfRun::bounded);
 }
 
 bool FMDatabase::prepare(std::string_view sql) {

@@ -177,9 +177,7 @@ public:
     [[nodiscard]] ZAVConnection& connection() const noexcept { return *connection_; }
 
 private:
-    friend class ZAVConnection;  // which runs statements
-
-    /// Whether a run ends where a sound file would have ended it.
+    /// That of the connection's runs, which this header does not know.
     enum class Reach : bool { free, bounded };
 
     [[nodiscard]] std::optional<FMResultSet> query(std::string_view sql,

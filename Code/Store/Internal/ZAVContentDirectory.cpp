@@ -210,4 +210,10 @@ ZAVOpenDirectory ZAVContentDirectory::openOrMake(Names names) const {
     throwError(ENOENT);
 }
 
+std::optional<ZAVFoundFile> ZAVContentDirectory::find(Names names) const {
+    auto directory = open(names.first(names.size() - 1));
+    const auto status = directory ? directory->status(names.back()) : std::nullopt;
+    return status ? std::optional(ZAVFoundFile{*std::move(directory), *status}) : std::nullopt;
+}
+
 }  // namespace zav

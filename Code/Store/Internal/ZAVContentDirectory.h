@@ -2,7 +2,6 @@
 
 #include <sys/types.h>
 
-#include <cstddef>
 #include <cstdint>
 #include <ctime>
 #include <optional>
@@ -10,7 +9,6 @@
 #include <string>
 #include <tuple>
 #include <utility>
-#include <vector>
 
 namespace zav {
 
@@ -112,6 +110,12 @@ private:
     ZAVFileDescriptor descriptor_;
 };
 
+/// A file, and the directory that it is in.
+struct ZAVFoundFile {
+    ZAVOpenDirectory directory;
+    ZAVFileStatus status;
+};
+
 /// A directory of content, below which files are made and removed, and nothing outside it.
 class ZAVContentDirectory {
 public:
@@ -135,6 +139,10 @@ public:
 
     /// The same, where the directories are made that are not there.
     [[nodiscard]] ZAVOpenDirectory openOrMake(Names names) const;
+
+    /// Looks for the file that `names` lead to, in the same way.
+    /// @return none when there is no such file.
+    [[nodiscard]] std::optional<ZAVFoundFile> find(Names names) const;
 
 private:
     std::string path_;

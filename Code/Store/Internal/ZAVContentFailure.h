@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -24,10 +25,11 @@ private:
     ZAVError error_;
 };
 
+/// @param failure why the work did not want what it wrote, if that may be.
 /// @throws ZAVContentFailure unless a work of the store is done.
-inline void ZAVExpectDone(const ZAVWorkOutcome& outcome) {
+inline void ZAVExpectDone(const ZAVWorkOutcome& outcome, const ZAVError& failure = {}) {
     if (outcome.state != ZAVWorkOutcome::State::done) {
-        throw ZAVContentFailure(outcome.error);
+        throw ZAVContentFailure(outcome.error ? outcome.error : failure);
     }
 }
 
@@ -56,6 +58,14 @@ bool ZAVSucceeds(const std::string& place, ZAVError* error, const Work& work) {
         ZAVStoreError(error, ZAVErrorOfContent(place, failure.code().message()));
     }
     return false;
+}
+
+/// The same for what answers something: none when it failed.
+template <class Work>
+auto ZAVAnswerOf(const std::string& place, ZAVError* error, const Work& work) {
+    std::optional<decltype(work())> answer;
+    ZAVSucceeds(place, error, [&] { answer = work(); });
+    return answer;
 }
 
 }  // namespace zav

@@ -114,26 +114,26 @@ ZAVContentPurge::Decision ZAVContentPurge::decideOnFile(const ZAVContentRows& ro
         done_.insert(row.row);
     }
     decision.content.parts = decision.rows.size();
-    auto directory = session_.directory().open(ZAVContentDirectory::Names(names).first(names.size() - 1));
-    const auto status = directory ? directory->status(names.back()) : std::nullopt;
-    if (!status) {
+    auto found = session_.directory().find(names);
+    if (!found) {
         return decision;
     }
-    if (status->isDirectory) {
+    const ZAVFileStatus& status = found->status;
+    if (status.isDirectory) {
         throw std::system_error(std::make_error_code(std::errc::is_a_directory));
     }
     const auto target = ZAVStatusOfFile(location);
-    if (rows.isOfDatabase(status->identity) || (target && rows.isOfDatabase(target->identity))) {
+    if (rows.isOfDatabase(status.identity) || (target && rows.isOfDatabase(target->identity))) {
         return {{chosen.filePath, PurgeOutcome::refused, 0, 0, location + ": belongs to the database"}};
     }
-    if (rows.isNeeded(status->identity)) {
+    if (rows.isNeeded(status.identity)) {
         return {{chosen.filePath, PurgeOutcome::kept}};
     }
     decision.content.outcome = PurgeOutcome::removed;
-    decision.content.bytes = status->names <= ++gone_[status->identity] ? status->size : 0;
-    decision.file = status->identity;
-    decision.trash =
-        ZAVContentTrash{*std::move(directory), location, names.back(), ZAVMakeTrashName(mark_, names.back())};
+    decision.content.bytes = status.names <= ++gone_[status.identity] ? status.size : 0;
+    decision.file = status.identity;
+    decision.trash = ZAVContentTrash{std::move(found->directory), location, names.back(),
+                                     ZAVMakeTrashName(mark_, names.back())};
     return decision;
 }
 

@@ -16,11 +16,7 @@
 
 namespace zav {
 
-/// Removes the files of parts, so that no part that counts on its file is without it, whenever the process
-/// ends.
-///
-/// Under the write lock it is decided on the rows as they are then; the file gets a trash name; all rows that
-/// name it are marked; the transaction is committed; the file is removed.
+/// Removes the files of parts, in the order that `ZAVContentCache::purge` describes.
 ///
 /// All of it throws `ZAVContentFailure` and `std::system_error`.
 class ZAVContentPurge {

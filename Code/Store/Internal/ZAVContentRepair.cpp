@@ -106,9 +106,7 @@ bool ZAVContentRepair::hasFile(const ZAVContentRow& row) const {
         return true;
     }
     try {
-        const auto names = ZAVContentDirectory::Names(path->names());
-        const auto directory = session_.directory().open(names.first(names.size() - 1));
-        return directory && directory->status(names.back());
+        return session_.directory().find(path->names()).has_value();
     } catch (const std::system_error&) {
         return true;  // it cannot be known
     }

@@ -54,12 +54,23 @@ ZAVContentRows::ZAVContentRows(FMDatabase& database, const std::string& director
       base_(ZAVURL::fileURLWithDirectoryPath(directory)),
       generation_(generation) {}
 
-FMResultSet ZAVContentRows::query(std::string_view sql) const {
-    auto rows = database_.executeBoundedQuery(sql);
+template <class... Values>
+FMResultSet ZAVContentRows::query(std::string_view sql, const Values&... values) const {
+    auto rows = database_.executeBoundedQuery(sql, values...);
     if (!rows) {
         throw ZAVContentFailure(database_.lastError());
     }
     return *std::move(rows);
+}
+
+/// The first column of a query.
+std::vector<std::int64_t> ZAVContentRows::numbers(std::string_view sql) const {
+    std::vector<std::int64_t> result;
+    auto rows = query(sql);
+    while (next(rows)) {
+        result.push_back(rows.longLongIntForColumnIndex(0));
+    }
+    return result;
 }
 
 bool ZAVContentRows::isOfDatabase(const ZAVFileIdentity& file) const {
@@ -78,7 +89,10 @@ void ZAVContentRows::refresh() {
     }
     version_.reset();
     readNames(nullptr);
-    readPurgeable();
+    purgeable_ = numbers(
+        "SELECT database_identifier FROM event_content_parts WHERE file_path IS NOT NULL AND transfer_status = 4"
+        " AND last_accessed IS NOT NULL AND (purged = 0 OR purged IS NULL)"
+        " ORDER BY last_accessed ASC, database_identifier ASC");
     version_ = present;
     ++generation_;
 }
@@ -127,26 +141,10 @@ void ZAVContentRows::readNames(const std::set<std::string>* places) {
     std::sort(needed_.begin(), needed_.end());
 }
 
-void ZAVContentRows::readPurgeable() {
-    purgeable_.clear();
-    auto rows = query(
-        "SELECT database_identifier FROM event_content_parts WHERE file_path IS NOT NULL AND transfer_status = 4"
-        " AND last_accessed IS NOT NULL AND (purged = 0 OR purged IS NULL)"
-        " ORDER BY last_accessed ASC, database_identifier ASC");
-    while (next(rows)) {
-        purgeable_.push_back(rows.longLongIntForColumnIndex(0));
-    }
-}
-
 std::vector<std::int64_t> ZAVContentRows::present() const {
-    std::vector<std::int64_t> result;
-    auto rows = query(
+    return numbers(
         "SELECT database_identifier FROM event_content_parts WHERE file_path IS NOT NULL"
         " AND transfer_status IN (0, 1, 4) AND (purged = 0 OR purged IS NULL)");
-    while (next(rows)) {
-        result.push_back(rows.longLongIntForColumnIndex(0));
-    }
-    return result;
 }
 
 std::uint64_t ZAVContentRows::bytes() const {
@@ -158,7 +156,7 @@ std::uint64_t ZAVContentRows::bytes() const {
 }
 
 std::optional<ZAVContentRow> ZAVContentRows::row(std::int64_t row) const {
-    auto rows = database_.executeBoundedQuery(
+    auto rows = query(
         "SELECT event_database_identifier, event_content_part_id, file_path, type,"
         " CASE WHEN typeof(size) = 'integer' AND size > 0 THEN size ELSE 0 END, transfer_status = 4,"
         " NOT (purged = 0 OR purged IS NULL), transfer_status IN (2, 3), last_accessed,"
@@ -166,24 +164,21 @@ std::optional<ZAVContentRow> ZAVContentRows::row(std::int64_t row) const {
         " WHERE events.database_identifier = event_content_parts.event_database_identifier)"
         " FROM event_content_parts WHERE database_identifier = ? AND file_path IS NOT NULL",
         row);
-    if (!rows) {
-        throw ZAVContentFailure(database_.lastError());
-    }
-    if (!next(*rows)) {
+    if (!next(rows)) {
         return std::nullopt;
     }
     return ZAVContentRow{
         row,
-        rows->stringForColumnIndex(0).value_or(""),
-        rows->stringForColumnIndex(1).value_or(""),
-        rows->stringForColumnIndex(2).value_or(""),
-        rows->stringForColumnIndex(3).value_or(""),
-        static_cast<std::uint64_t>(rows->longLongIntForColumnIndex(4)),
-        rows->boolForColumnIndex(5),
-        rows->boolForColumnIndex(6),
-        rows->boolForColumnIndex(7),
-        rows->dateForColumnIndex(8),
-        rows->columnIndexIsNull(9) ? std::nullopt : std::optional(rows->longLongIntForColumnIndex(9))};
+        rows.stringForColumnIndex(0).value_or(""),
+        rows.stringForColumnIndex(1).value_or(""),
+        rows.stringForColumnIndex(2).value_or(""),
+        rows.stringForColumnIndex(3).value_or(""),
+        static_cast<std::uint64_t>(rows.longLongIntForColumnIndex(4)),
+        rows.boolForColumnIndex(5),
+        rows.boolForColumnIndex(6),
+        rows.boolForColumnIndex(7),
+        rows.dateForColumnIndex(8),
+        rows.columnIndexIsNull(9) ? std::nullopt : std::optional(rows.longLongIntForColumnIndex(9))};
 }
 
 std::vector<ZAVContentRow> ZAVContentRows::naming(const std::string& place) const {

@@ -87,8 +87,9 @@ public:
 
 private:
     void readNames(const std::set<std::string>* places);
-    void readPurgeable();
-    [[nodiscard]] FMResultSet query(std::string_view sql) const;
+    template <class... Values>
+    [[nodiscard]] FMResultSet query(std::string_view sql, const Values&... values) const;
+    [[nodiscard]] std::vector<std::int64_t> numbers(std::string_view sql) const;
 
     FMDatabase& database_;
     std::string prefix_;  ///< the directory and a slash

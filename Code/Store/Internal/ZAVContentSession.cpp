@@ -75,9 +75,7 @@ std::string ZAVContentSession::makeTrashMark() {
         return stored || repositories.keyedValues.setKeyedValuesWithDictionary(
                              {{markKey, mark}}, std::nullopt, contextOfContent(), &failure);
     });
-    if (outcome.state != ZAVWorkOutcome::State::done) {
-        throw ZAVContentFailure(outcome.error ? outcome.error : failure);
-    }
+    ZAVExpectDone(outcome, failure);
     return mark;
 }
 

@@ -1,7 +1,6 @@
 #include "Store/Internal/ZAVDownload.h"
 
 #include <limits>
-#include <system_error>
 #include <utility>
 
 #include <ZAVEventRepository/ZAVDate.h>
@@ -83,17 +82,17 @@ ZAVDownload::Part ZAVDownload::start(const ZAVRepositories& repositories, const 
 /// whole file, which this part alone names. It is gone on with, and there is nothing to fetch.
 void ZAVDownload::takeBack(FMDatabase& database, const ZAVContentDirectory& root, const Part& part) {
     const ZAVContentPath path = ZAVParsedContentPath(part.filePath);
-    const auto names = ZAVContentDirectory::Names(path.names());
-    const auto directory = root.open(names.first(names.size() - 1));
-    const auto status = directory ? directory->status(names.back()) : std::nullopt;
-    if (!status || !status->isRegular || status->names != 1 || part.size == 0 || status->size != part.size) {
+    const auto found = root.find(path.names());
+    if (!found || !found->status.isRegular || found->status.names != 1 || part.size == 0 ||
+        found->status.size != part.size) {
         return;
     }
     ZAVContentRows rows(database, root.path());
     rows.refresh();
     const auto place = rows.location(part.filePath);
-    if (place && rows.naming(*place).size() == 1 && !rows.isOfDatabase(status->identity)) {
-        directory->renameToFreeName(names.back(), ZAVPartialNameOfPart(names.back(), part.number));
+    if (place && rows.naming(*place).size() == 1 && !rows.isOfDatabase(found->status.identity)) {
+        const std::string& name = path.names().back();
+        found->directory.renameToFreeName(name, ZAVPartialNameOfPart(name, part.number));
     }
 }
 
@@ -142,9 +141,7 @@ bool ZAVDownload::finish(ZAVError* error) {
         const auto outcome = core_.write([&](const ZAVRepositories& repositories) {
             return complete(repositories, isPartOfWork, &failure);
         });
-        if (outcome.state != ZAVWorkOutcome::State::done) {
-            throw ZAVContentFailure(outcome.error ? outcome.error : failure);
-        }
+        ZAVExpectDone(outcome, failure);
     });
     if (!isOfSuspendedStore(failure)) {
         file_.reset();

@@ -6,7 +6,6 @@
 #include <span>
 #include <string>
 
-#include <ZAVEventRepository/ZAVContentPath.h>
 #include <ZAVEventRepository/ZAVError.h>
 #include <ZAVEventRepository/ZAVIdentifiers.h>
 #include <ZAVEventRepository/ZAVRepositories.h>

@@ -23,20 +23,12 @@ bool runAll(FMDatabase& database, std::span<const ZAVSQL> statements, ZAVDatabas
 
 /// Has the files that a query answers removed when the transaction is committed.
 bool ZAVEventRemover::noteFiles(ZAVSQL statement, ZAVDatabaseIdentifier row, ZAVError* error) const {
-    auto rows = runQuery(repositories_.events.database(), error, statement, row);
-    if (!rows) {
-        return false;
-    }
-    ZAVError failure;
-    while (rows->nextWithError(&failure)) {
+    const auto note = [&](const FMResultSet& part) {
         handle_.filesWithoutRow().push_back(
-            {rows->stringForColumnIndex(0).value_or(""),
-             ZAVNumberOfPart(rows->longLongIntForColumnIndex(1), rows->longLongIntForColumnIndex(2))});
-    }
-    if (failure) {
-        ZAVStoreError(error, failure);
-    }
-    return !failure;
+            {part.stringForColumnIndex(0).value_or(""),
+             ZAVNumberOfPart(part.longLongIntForColumnIndex(1), part.longLongIntForColumnIndex(2))});
+    };
+    return visitRows(database_, error, statement, note, row);
 }
 
 bool ZAVEventRemover::removeBelongings(ZAVDatabaseIdentifier event, ZAVError* error) const {
@@ -50,24 +42,19 @@ bool ZAVEventRemover::removeBelongings(ZAVDatabaseIdentifier event, ZAVError* er
                "SELECT file_path, event_database_identifier, event_content_part_id FROM event_content_parts"
                " WHERE event_database_identifier = ? AND file_path IS NOT NULL",
                event, error) &&
-           runAll(repositories_.events.database(), removals, event, error);
+           runAll(database_, removals, event, error);
 }
 
 std::optional<bool> ZAVEventRemover::remove(ZAVDatabaseIdentifier event, ZAVError* error) const {
-    ZAVError failure;
-    const auto stream =
-        readNumber(repositories_.events.database(), &failure,
-                   "SELECT stream_database_identifier FROM events WHERE database_identifier = ?", event);
-    if (failure) {
-        ZAVStoreError(error, failure);
+    std::optional<std::int64_t> stream;
+    if (!findNumber(database_, stream, error,
+                    "SELECT stream_database_identifier FROM events WHERE database_identifier = ?", event) ||
+        !removeBelongings(event, error) ||
+        !repositories_.events.deleteEvents({std::make_shared<ZAVEvent>(event, ZAVDatabaseIdentifierNotSet)},
+                                           error)) {
         return std::nullopt;
     }
-    ZAVSet<ZAVEvent> events;
-    events.insert(std::make_shared<ZAVEvent>(event, ZAVDatabaseIdentifierNotSet));
-    if (!removeBelongings(event, error) || !repositories_.events.deleteEvents(events, error)) {
-        return std::nullopt;
-    }
-    const bool wasThere = repositories_.events.database().changes() != 0;
+    const bool wasThere = database_.changes() != 0;
     return !stream || ZAVStreamRecency(repositories_).update(*stream, error) ? std::optional(wasThere)
                                                                              : std::nullopt;
 }
@@ -95,7 +82,7 @@ bool ZAVEventRemover::removeStream(ZAVDatabaseIdentifier stream, ZAVError* error
                " ON parts.event_database_identifier = events.database_identifier"
                " WHERE events.stream_database_identifier = ? AND parts.file_path IS NOT NULL",
                stream, error) &&
-           runAll(repositories_.events.database(), removals, stream, error);
+           runAll(database_, removals, stream, error);
 }
 
 bool ZAVEventRemover::makeTombstone(ZAVDatabaseIdentifier event, ZAVSequence seq,

@@ -15,7 +15,7 @@ namespace zav {
 class ZAVEventRemover {
 public:
     explicit ZAVEventRemover(ZAVStoreHandle& handle) noexcept
-        : handle_(handle), repositories_(handle.repositories()) {}
+        : handle_(handle), database_(*handle.database()), repositories_(handle.repositories()) {}
 
     /// All that belongs to an event, but not its row. False on failure, with the reason in `error`.
     bool removeBelongings(ZAVDatabaseIdentifier event, ZAVError* error) const;
@@ -35,6 +35,7 @@ private:
     bool noteFiles(ZAVSQL statement, ZAVDatabaseIdentifier row, ZAVError* error) const;
 
     ZAVStoreHandle& handle_;
+    FMDatabase& database_;
     const ZAVRepositories& repositories_;
 };
 

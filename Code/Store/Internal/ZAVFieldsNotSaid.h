@@ -1,7 +1,8 @@
 #pragma once
 
-#include <cstdint>
-#include <optional>
+#include <bitset>
+#include <cstddef>
+#include <type_traits>
 
 #include <ZAVEventRepository/ZAVEvent.h>
 
@@ -12,101 +13,68 @@ namespace zav {
 /// The fields that an event does not say. While this lives they may be those of a stored row.
 class ZAVFieldsNotSaid {
 public:
-    explicit ZAVFieldsNotSaid(ZAVEvent& event)
-        : event_(event),
-          timestamp_(!event.server_timestampIsSet()),
-          clientSeq_(!event.client_seqIsSet()),
-          precedingSeq_(!event.preceding_seqIsSet()),
-          subtype_(!event.subtypeIsSet()),
-          targetSeq_(!event.target_seqIsSet()),
-          creatorName_(!event.creator_nameIsSet()),
-          memberID_(!event.member_idIsSet()) {}
+    explicit ZAVFieldsNotSaid(ZAVEvent& event) : event_(event) {
+        forEachField(
+            [&](std::size_t field, auto isSet, auto, auto) { areNotSaid_[field] = !(event_.*isSet)(); });
+    }
     ~ZAVFieldsNotSaid() {
-        if (timestamp_) {
-            event_.set_server_timestamp(0);
-            event_.unset_server_timestamp();
-        }
-        if (clientSeq_) {
-            event_.set_client_seq(0);
-            event_.unset_client_seq();
-        }
-        if (precedingSeq_) {
-            event_.set_preceding_seq(0);
-            event_.unset_preceding_seq();
-        }
-        if (subtype_) {
-            event_.set_subtype(0);
-            event_.unset_subtype();
-        }
-        if (targetSeq_) {
-            event_.set_target_seq(0);
-            event_.unset_target_seq();
-        }
-        if (creatorName_) {
-            event_.set_creator_name(std::nullopt);
-            event_.unset_creator_name();
-        }
-        if (memberID_) {
-            event_.set_member_id(std::nullopt);
-            event_.unset_member_id();
-        }
+        forEachField([&](std::size_t field, auto, auto set, auto unset) {
+            if (areNotSaid_[field]) {
+                (event_.*set)({});
+                (event_.*unset)();
+            }
+        });
     }
     ZAVFieldsNotSaid(const ZAVFieldsNotSaid&) = delete;
     ZAVFieldsNotSaid& operator=(const ZAVFieldsNotSaid&) = delete;
 
     /// @return false on failure, with the reason in `error`.
     bool takeFrom(FMDatabase& database, ZAVDatabaseIdentifier row, ZAVError* error) const {
-        if (!timestamp_ && !clientSeq_ && !precedingSeq_ && !subtype_ && !targetSeq_ && !creatorName_ &&
-            !memberID_) {
-            return true;
-        }
-        ZAVError failure;
-        auto rows = runQuery(database, &failure,
-                             "SELECT timestamp, client_seq, preceding_seq, subtype, target_seq, creator_name,"
-                             " member_id FROM events WHERE database_identifier = ?",
-                             row);
-        if (rows && rows->nextWithError(&failure)) {
-            take(*rows);
-        }
-        if (failure) {
-            ZAVStoreError(error, failure);
-        }
-        return !failure;
+        const auto take = [&](const FMResultSet& stored) {
+            forEachField([&](std::size_t field, auto, auto set, auto) {
+                if (areNotSaid_[field]) {
+                    takeField(stored, static_cast<int>(field), set);
+                }
+            });
+        };
+        return areNotSaid_.none() ||
+               visitRows(database, error,
+                         "SELECT timestamp, client_seq, preceding_seq, subtype, target_seq, creator_name,"
+                         " member_id FROM events WHERE database_identifier = ?",
+                         take, row);
     }
 
 private:
-    void take(const FMResultSet& row) const {
-        if (timestamp_) {
-            event_.set_server_timestamp(row.longLongIntForColumnIndex(0));
+    static constexpr std::size_t fieldCount = 7;
+    static constexpr int targetSeq = 4;
+
+    /// Calls `visit` with each field: its column in the query, and how it is asked for, set and unset.
+    template <class Visit>
+    static void forEachField(const Visit& visit) {
+        using Event = ZAVTEvent;
+        visit(0, &Event::server_timestampIsSet, &Event::set_server_timestamp, &Event::unset_server_timestamp);
+        visit(1, &Event::client_seqIsSet, &Event::set_client_seq, &Event::unset_client_seq);
+        visit(2, &Event::preceding_seqIsSet, &Event::set_preceding_seq, &Event::unset_preceding_seq);
+        visit(3, &Event::subtypeIsSet, &Event::set_subtype, &Event::unset_subtype);
+        visit(targetSeq, &Event::target_seqIsSet, &Event::set_target_seq, &Event::unset_target_seq);
+        visit(5, &Event::creator_nameIsSet, &Event::set_creator_name, &Event::unset_creator_name);
+        visit(6, &Event::member_idIsSet, &Event::set_member_id, &Event::unset_member_id);
+    }
+
+    template <class Value>
+    void takeField(const FMResultSet& stored, int column, void (ZAVTEvent::*set)(Value)) const {
+        if (column == targetSeq && stored.columnIndexIsNull(column)) {
+            return;  // no target, and not that at the sequence 0
         }
-        if (clientSeq_) {
-            event_.set_client_seq(row.intForColumnIndex(1));
-        }
-        if (precedingSeq_) {
-            event_.set_preceding_seq(row.intForColumnIndex(2));
-        }
-        if (subtype_) {
-            event_.set_subtype(static_cast<std::uint8_t>(row.intForColumnIndex(3)));
-        }
-        if (targetSeq_ && !row.columnIndexIsNull(4)) {
-            event_.set_target_seq(row.intForColumnIndex(4));
-        }
-        if (creatorName_) {
-            event_.set_creator_name(row.stringForColumnIndex(5));
-        }
-        if (memberID_) {
-            event_.set_member_id(row.stringForColumnIndex(6));
+        if constexpr (std::is_integral_v<Value>) {
+            (event_.*set)(static_cast<Value>(stored.longLongIntForColumnIndex(column)));
+        } else {
+            (event_.*set)(stored.stringForColumnIndex(column));
         }
     }
 
     ZAVEvent& event_;
-    bool timestamp_;
-    bool clientSeq_;
-    bool precedingSeq_;
-    bool subtype_;
-    bool targetSeq_;
-    bool creatorName_;
-    bool memberID_;
+    std::bitset<fieldCount> areNotSaid_;
 };
 
 }  // namespace zav

@@ -2,7 +2,6 @@
 
 #include <set>
 #include <system_error>
-#include <utility>
 
 #include <ZAVEventRepository/ZAVContentPath.h>
 #include <ZAVEventRepository/ZAVUUID.h>
@@ -25,19 +24,18 @@ std::string placeOfFile(const ZAVContentDirectory& directory, ZAVContentDirector
 template <class MayGo>
 std::optional<std::uint64_t> removeFile(const ZAVContentDirectory& directory,
                                         ZAVContentDirectory::Names names, const MayGo& mayGo) {
-    const auto parents = names.first(names.size() - 1);
-    const auto parent = directory.open(parents);
-    const auto status = parent ? parent->status(names.back()) : std::nullopt;
-    if (!status || status->isDirectory || !mayGo(*status)) {
+    const auto found = directory.find(names);
+    if (!found || found->status.isDirectory || !mayGo(found->status)) {
         return std::nullopt;
     }
-    parent->remove(names.back());
+    found->directory.remove(names.back());
+    const auto parents = names.first(names.size() - 1);
     if (!parents.empty() && ZAVUUID::fromString(parents.back())) {
         if (const auto above = directory.open(parents.first(parents.size() - 1))) {
             above->removeIfEmpty(parents.back());
         }
     }
-    return status->names == 1 ? status->size : 0;
+    return found->status.names == 1 ? found->status.size : 0;
 }
 
 bool isWithoutRow(const ZAVContentRows& rows, const std::string& place, const ZAVFileIdentity& file) {

@@ -1,7 +1,6 @@
 #include "Store/Internal/ZAVLiveTimeline.h"
 
 #include <cstddef>
-#include <memory>
 #include <unordered_map>
 #include <utility>
 

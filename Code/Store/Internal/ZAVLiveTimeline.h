@@ -1,8 +1,5 @@
 #pragma once
 
-#include <chrono>
-#include <cstdint>
-#include <functional>
 #include <optional>
 #include <unordered_set>
 #include <vector>
@@ -33,9 +30,6 @@ public:
     /// Notes that it could not be read.
     /// @return what is to be told; nothing when it could not be for the same reason before.
     [[nodiscard]] std::optional<ZAVTimelineDelivery> fail(const ZAVError& error);
-
-    /// Whether it could not be read the last time.
-    [[nodiscard]] bool isBehind() const noexcept { return static_cast<bool>(failure_); }
 
     /// The row of the stream when it was read last.
     [[nodiscard]] ZAVDatabaseIdentifier stream() const noexcept { return stream_; }

@@ -1,6 +1,5 @@
 #include "Store/Internal/ZAVPartialFile.h"
 
-#include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>

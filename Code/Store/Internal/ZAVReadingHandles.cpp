@@ -60,29 +60,20 @@ void ZAVReadingHandles::takeBack(Loan& loan) noexcept {
 }
 
 void ZAVReadingHandles::discard() noexcept {
-    {
-        const std::lock_guard lock(mutex_);
+    change([this] {
         places_ -= idle_.size();
         idle_.clear();
         ++generation_;
-    }
-    changed_.notify_all();
+    });
 }
 
 void ZAVReadingHandles::halt(ZAVHalt::Reach reach) noexcept {
-    {
-        const std::lock_guard lock(mutex_);
-        halt_.begin(reach);
-    }
+    change([&] { halt_.begin(reach); });
     discard();
 }
 
 void ZAVReadingHandles::haltForGood() noexcept {
-    {
-        const std::lock_guard lock(mutex_);
-        halt_.beginForGood();
-    }
-    changed_.notify_all();
+    change([this] { halt_.beginForGood(); });
 }
 
 bool ZAVReadingHandles::awaitEnd(std::chrono::steady_clock::time_point deadline) noexcept {
@@ -91,11 +82,7 @@ bool ZAVReadingHandles::awaitEnd(std::chrono::steady_clock::time_point deadline)
 }
 
 void ZAVReadingHandles::goOn() noexcept {
-    {
-        const std::lock_guard lock(mutex_);
-        halt_.end();
-    }
-    changed_.notify_all();
+    change([this] { halt_.end(); });
 }
 
 }  // namespace zav

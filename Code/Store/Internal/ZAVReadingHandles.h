@@ -60,12 +60,19 @@ public:
     [[nodiscard]] bool awaitEnd(std::chrono::steady_clock::time_point deadline) noexcept;
     void goOn() noexcept;
 
-    /// Closes the handles. None may be lent.
-    void close() noexcept { discard(); }
-
 private:
     [[nodiscard]] bool take(ZAVWaiting waiting, Loan& loan) noexcept;
     void takeBack(Loan& loan) noexcept;
+
+    /// Changes something under the lock, and tells those who wait.
+    template <class Change>
+    void change(const Change& change) noexcept {
+        {
+            const std::lock_guard lock(mutex_);
+            change();
+        }
+        changed_.notify_all();
+    }
 
     const std::string path_;
     const ZAVKeptOptions kept_;

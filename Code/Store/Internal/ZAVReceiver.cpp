@@ -1,6 +1,7 @@
 #include "Store/Internal/ZAVReceiver.h"
 
 #include <algorithm>
+#include <string>
 #include <utility>
 
 #include <ZAVEventRepository/NSInternalInconsistencyException.h>
@@ -19,11 +20,19 @@ std::string textOf(const ZAVData& clientID) {
     return uuid ? uuid->UUIDString() : "one that is no UUID";
 }
 
-ZAVError conflictOf(const ZAVEvent& event, const ZAVData& storedClientID) {
-    return ZAVErrorOfStore(ZAVEventStoreErrorConflict, "at the sequence " + std::to_string(event.seq()) +
-                                                           " stands another event: its client_id is " +
-                                                           textOf(storedClientID) + ", that of this one " +
-                                                           textOf(*event.client_id()));
+/// Answers a conflict if another event stands at the sequence of this one.
+/// @return whether one does.
+bool answerConflict(const ZAVEventRecognition::Answer& stored, const ZAVEvent& event,
+                    ZAVReceivedEvent& answer) {
+    if (stored.conflictingClientID) {
+        answer = {ZAVReceivedEvent::Outcome::conflict, *stored.row,
+                  ZAVErrorOfStore(ZAVEventStoreErrorConflict,
+                                  "at the sequence " + std::to_string(event.seq()) +
+                                      " stands another event: its client_id is " +
+                                      textOf(*stored.conflictingClientID) + ", that of this one " +
+                                      textOf(*event.client_id()))};
+    }
+    return stored.conflictingClientID.has_value();
 }
 
 ZAVError errorOfNoSequence() {
@@ -38,6 +47,7 @@ bool hasText(const std::optional<std::string>& text) {
 
 ZAVReceiver::ZAVReceiver(ZAVStoreHandle& handle, const ZAVStoreOwner& owner, const ZAVReceiveOptions& options)
     : handle_(handle),
+      database_(*handle.database()),
       repositories_(handle.repositories()),
       owner_(owner),
       options_(options),
@@ -92,8 +102,7 @@ bool ZAVReceiver::store(ZAVEvent& event, ZAVReceivedEvent& answer, ZAVError* err
     if (!stored) {
         return false;
     }
-    if (stored->conflictingClientID) {
-        answer = {Outcome::conflict, *stored->row, conflictOf(event, *stored->conflictingClientID)};
+    if (answerConflict(*stored, event, answer)) {
         return true;
     }
     const bool isOwn = stored->isWaiting && options_.recognisesOwnEvents;
@@ -132,9 +141,8 @@ bool ZAVReceiver::store(ZAVEvent& event, ZAVReceivedEvent& answer, ZAVError* err
 /// Gives an event that is stored its row, with what the event does not say.
 bool ZAVReceiver::giveRow(ZAVEvent& event, ZAVDatabaseIdentifier row, bool isOwn,
                           const ZAVFieldsNotSaid& notSaid, ZAVReceivedEvent& answer, ZAVError* error) {
-    FMDatabase& database = repositories_.events.database();
     answer = {isOwn ? Outcome::own : Outcome::known, row, {}};
-    if (!notSaid.takeFrom(database, row, error)) {
+    if (!notSaid.takeFrom(database_, row, error)) {
         return false;
     }
     if (isOwn) {
@@ -149,7 +157,7 @@ bool ZAVReceiver::giveRow(ZAVEvent& event, ZAVDatabaseIdentifier row, bool isOwn
         return twin.has_value();
     }
     answer = {Outcome::own, *twin->row, {}};
-    return mergeTwin(row, event, *twin->row, error) && notSaid.takeFrom(database, *twin->row, error);
+    return mergeTwin(row, event, *twin->row, error) && notSaid.takeFrom(database_, *twin->row, error);
 }
 
 bool ZAVReceiver::storeNew(ZAVEvent& event, ZAVReceivedEvent& answer, ZAVError* error) {
@@ -159,7 +167,7 @@ bool ZAVReceiver::storeNew(ZAVEvent& event, ZAVReceivedEvent& answer, ZAVError* 
     }
     answer.outcome = *isDeleted ? Outcome::tombstone : Outcome::added;
     prepareParts(event);
-    if (!(*isDeleted ? storeTombstone(event, error) : persist(event, error))) {
+    if (!(*isDeleted ? storeTombstone(event, error) : ZAVPersistEvent(repositories_.events, event, error))) {
         return false;
     }
     answer.row = event.databaseIdentifier();
@@ -186,7 +194,7 @@ bool ZAVReceiver::storeTombstone(ZAVEvent& event, ZAVError* error) {
     if (event.target_seqIsSet()) {
         tombstone.set_target_seq(event.target_seq());
     }
-    const bool succeeded = persist(tombstone, error);
+    const bool succeeded = ZAVPersistEvent(repositories_.events, tombstone, error);
     event.setDatabaseIdentifier(tombstone.databaseIdentifier());
     return succeeded;
 }
@@ -200,7 +208,7 @@ bool ZAVReceiver::bringUpToDate(ZAVEvent& event, bool& isChanged, ZAVError* erro
     if (isChanged) {
         prepareParts(event);  // for parts that are not stored yet
         changesStored_ = true;
-        if (!persist(event, error)) {
+        if (!ZAVPersistEvent(repositories_.events, event, error)) {
             return false;
         }
     }
@@ -208,7 +216,6 @@ bool ZAVReceiver::bringUpToDate(ZAVEvent& event, bool& isChanged, ZAVError* erro
 }
 
 bool ZAVReceiver::renewURLs(const ZAVEvent& event, bool& isChanged, ZAVError* error) {
-    FMDatabase& database = repositories_.events.database();
     std::int64_t index = 0;
     for (const auto& part : event.contentParts()) {
         const std::int64_t position = index++;
@@ -218,7 +225,7 @@ bool ZAVReceiver::renewURLs(const ZAVEvent& event, bool& isChanged, ZAVError* er
         const auto expiration = part->external_access_expirationIsSet()
                                     ? std::optional(options_.expirationOf(part->external_access_expiration()))
                                     : part->externalContentURLExpiration();
-        if (!runUpdate(database, error,
+        if (!runUpdate(database_, error,
                        "UPDATE event_content_parts SET url = ?, access_expiration = ?"
                        " WHERE event_database_identifier = ? AND event_content_part_id = ?"
                        " AND transfer_status IS NOT 4 AND (url IS NOT ? OR access_expiration IS NOT ?)",
@@ -226,7 +233,7 @@ bool ZAVReceiver::renewURLs(const ZAVEvent& event, bool& isChanged, ZAVError* er
                        part->external_url(), expiration)) {
             return false;
         }
-        isChanged = isChanged || database.changes() > 0;
+        isChanged = isChanged || database_.changes() > 0;
     }
     return true;
 }
@@ -238,7 +245,7 @@ bool ZAVReceiver::assignSequence(ZAVEvent& event, ZAVDatabaseIdentifier row, ZAV
     if (repositories_.events.updateObject(event)) {
         return true;
     }
-    ZAVStoreError(error, repositories_.events.database().lastError());
+    ZAVStoreError(error, database_.lastError());
     return false;
 }
 
@@ -247,9 +254,8 @@ bool ZAVReceiver::assignSequence(ZAVEvent& event, ZAVDatabaseIdentifier row, ZAV
 bool ZAVReceiver::mergeTwin(ZAVDatabaseIdentifier sequenced, ZAVEvent& event, ZAVDatabaseIdentifier waiting,
                             ZAVError* error) {
     const auto wasDeleted = isTombstone(sequenced, error);
-    FMDatabase& database = repositories_.events.database();
     return wasDeleted &&
-           runUpdate(database, error,
+           runUpdate(database_, error,
                      "UPDATE messages SET event_database_identifier = ? WHERE event_database_identifier = ?"
                      " AND NOT EXISTS (SELECT 1 FROM messages WHERE event_database_identifier = ?)",
                      waiting, sequenced, waiting) &&
@@ -262,21 +268,13 @@ bool ZAVReceiver::applyDeletion(const ZAVEvent& deletion, ZAVError* error) {
         !deletion.target_seqIsSet()) {
         return true;
     }
-    ZAVError failure;
-    const auto target = readNumber(repositories_.events.database(), &failure,
-                                   "SELECT database_identifier FROM events"
-                                   " WHERE stream_database_identifier = ? AND seq = ? AND type <> 10 LIMIT 1",
-                                   stream_, deletion.target_seq());
-    if (failure) {
-        ZAVStoreError(error, failure);
-        return false;
-    }
-    return !target || (remover_.makeTombstone(*target, deletion.target_seq(), stream_, error) &&
-                       recordChange(*target, ZAVSyncedChangeTypeUpdate, error));
-}
-
-bool ZAVReceiver::persist(ZAVEvent& event, ZAVError* error) {
-    return ZAVPersistEvent(repositories_.events, event, error);
+    std::optional<std::int64_t> target;
+    return findNumber(database_, target, error,
+                      "SELECT database_identifier FROM events"
+                      " WHERE stream_database_identifier = ? AND seq = ? AND type <> 10 LIMIT 1",
+                      stream_, deletion.target_seq()) &&
+           (!target || (remover_.makeTombstone(*target, deletion.target_seq(), stream_, error) &&
+                        recordChange(*target, ZAVSyncedChangeTypeUpdate, error)));
 }
 
 bool ZAVReceiver::recordChange(ZAVDatabaseIdentifier row, ZAVSyncedChangeType type, ZAVError* error) {
@@ -303,26 +301,24 @@ std::optional<bool> ZAVReceiver::isDeletedAlready(ZAVSequence seq, ZAVError* err
     if (!options_.appliesDeletions) {
         return false;
     }
-    const auto found = readNumber(repositories_.events.database(), error,
-                                  "SELECT EXISTS (SELECT 1 FROM events WHERE stream_database_identifier = ?"
-                                  " AND target_seq = ? AND type = 9)",
-                                  stream_, seq);
-    return found ? std::optional(*found != 0) : std::nullopt;
+    return readNumber<bool>(database_, error,
+                            "SELECT EXISTS (SELECT 1 FROM events WHERE stream_database_identifier = ?"
+                            " AND target_seq = ? AND type = 9)",
+                            stream_, seq);
 }
 
 std::optional<bool> ZAVReceiver::isTombstone(ZAVDatabaseIdentifier row, ZAVError* error) const {
-    const auto found =
-        readNumber(repositories_.events.database(), error,
-                   "SELECT EXISTS (SELECT 1 FROM events WHERE database_identifier = ? AND type = 10)", row);
-    return found ? std::optional(*found != 0) : std::nullopt;
+    return readNumber<bool>(
+        database_, error, "SELECT EXISTS (SELECT 1 FROM events WHERE database_identifier = ? AND type = 10)",
+        row);
 }
 
 /// What the sending client chose about its place among others does not change any more, and is not compared:
 /// the service need not send it back as it was.
 std::optional<bool> ZAVReceiver::isStoredAsItIs(const ZAVEvent& event, ZAVError* error) const {
     const auto parts = event.contentParts();
-    const auto isSame = readNumber(
-        repositories_.events.database(), error,
+    const auto isSame = readNumber<bool>(
+        database_, error,
         "SELECT type IS ? AND creator_id IS ? AND timestamp IS ? AND subtype IS ? AND member_id IS ?"
         " AND target_seq IS ? AND creator_name IS ? AND ? ="
         " (SELECT COUNT(*) FROM event_content_parts WHERE event_database_identifier = ?"
@@ -331,11 +327,8 @@ std::optional<bool> ZAVReceiver::isStoredAsItIs(const ZAVEvent& event, ZAVError*
         event.target_seqIsSet() ? std::optional(event.target_seq()) : std::nullopt, event.creator_name(),
         static_cast<std::int64_t>(parts.size()), event.databaseIdentifier(),
         static_cast<std::int64_t>(parts.size()) - 1, event.databaseIdentifier());
-    if (!isSame) {
-        return std::nullopt;
-    }
-    if (*isSame == 0 || !event.transient_metadata()) {
-        return *isSame != 0;
+    if (!isSame.value_or(false) || !event.transient_metadata()) {
+        return isSame;
     }
     const auto metadata = repositories_.keyedValues.keyedValuesInContext(
         ZAVContextOfEventMetadata(event.databaseIdentifier()), error);
@@ -355,8 +348,7 @@ bool ZAVReceiver::recordPosted(ZAVEvent& event, ZAVReceivedEvent& answer, ZAVErr
     if (!stored) {
         return false;
     }
-    if (stored->conflictingClientID) {
-        answer = {Outcome::conflict, *stored->row, conflictOf(event, *stored->conflictingClientID)};
+    if (answerConflict(*stored, event, answer)) {
         return true;
     }
     if (!stored->row) {
@@ -381,47 +373,37 @@ bool ZAVReceiver::recordPosted(ZAVEvent& event, ZAVReceivedEvent& answer, ZAVErr
 
 /// The event that came before the answer need not have said when it was posted.
 bool ZAVReceiver::recordTimestamp(const ZAVEvent& event, ZAVDatabaseIdentifier row, ZAVError* error) {
-    FMDatabase& database = repositories_.events.database();
     if (!runUpdate(
-            database, error,
+            database_, error,
             "UPDATE events SET timestamp = ? WHERE database_identifier = ? AND IFNULL(timestamp, 0) = 0"
             " AND timestamp IS NOT ?",
             event.server_timestamp(), row, event.server_timestamp())) {
         return false;
     }
-    changesStored_ = changesStored_ || database.changes() > 0;
+    changesStored_ = changesStored_ || database_.changes() > 0;
     return true;
 }
 
 /// Nothing waits for its sequence: the event is not there, or has another sequence.
 bool ZAVReceiver::answerOfAbsent(const ZAVEvent& event, ZAVReceivedEvent& answer, ZAVError* error) const {
-    ZAVError failure;
-    auto rows =
-        runQuery(repositories_.events.database(), &failure,
-                 "SELECT database_identifier, seq FROM events WHERE client_id = ?"
-                 " AND stream_database_identifier = ? AND creator_id IS ? AND seq IS NOT NULL LIMIT 1",
-                 event.client_id(), stream_, event.creator_id());
-    const bool isThere = rows && rows->nextWithError(&failure);
-    if (failure) {
-        ZAVStoreError(error, failure);
-        return false;
-    }
-    if (isThere) {
-        answer = {Outcome::conflict, rows->longLongIntForColumnIndex(0),
+    answer = {Outcome::refused, ZAVDatabaseIdentifierNotSet,
+              ZAVErrorOfUnusableEvent("no event of this author and client_id waits for its sequence")};
+    const auto take = [&](const FMResultSet& stored) {
+        answer = {Outcome::conflict, stored.longLongIntForColumnIndex(0),
                   ZAVErrorOfStore(ZAVEventStoreErrorConflict,
                                   "it stands at the sequence " +
-                                      std::to_string(rows->longLongIntForColumnIndex(1)) + " already")};
-    } else {
-        answer = {Outcome::refused, ZAVDatabaseIdentifierNotSet,
-                  ZAVErrorOfUnusableEvent("no event of this author and client_id waits for its sequence")};
-    }
-    return true;
+                                      std::to_string(stored.longLongIntForColumnIndex(1)) + " already")};
+    };
+    return visitRows(database_, error,
+                     "SELECT database_identifier, seq FROM events WHERE client_id = ?"
+                     " AND stream_database_identifier = ? AND creator_id IS ? AND seq IS NOT NULL LIMIT 1",
+                     take, event.client_id(), stream_, event.creator_id());
 }
 
 bool ZAVReceiver::finish(ZAVError* error) {
     const bool advances = options_.advancesStream && greatestSeq_;
     return (!advances ||
-            runUpdate(repositories_.events.database(), error,
+            runUpdate(database_, error,
                       "UPDATE streams SET seq = ? WHERE database_identifier = ? AND (seq IS NULL OR seq < ?)",
                       *greatestSeq_, stream_, *greatestSeq_)) &&
            (!changesStored_ || ZAVStreamRecency(repositories_).update(stream_, error));

@@ -1,10 +1,6 @@
 #pragma once
 
-#include <memory>
 #include <optional>
-#include <span>
-#include <string>
-#include <vector>
 
 #include <ZAVEventRepository/ZAVEventRecognition.h>
 #include <ZAVEventRepository/ZAVReceiving.h>
@@ -54,7 +50,6 @@ private:
     bool recordTimestamp(const ZAVEvent& event, ZAVDatabaseIdentifier row, ZAVError* error);
     bool answerOfAbsent(const ZAVEvent& event, ZAVReceivedEvent& answer, ZAVError* error) const;
     bool applyDeletion(const ZAVEvent& deletion, ZAVError* error);
-    bool persist(ZAVEvent& event, ZAVError* error);
     bool recordChange(ZAVDatabaseIdentifier row, ZAVSyncedChangeType type, ZAVError* error);
     void prepareParts(ZAVEvent& event) const;
     [[nodiscard]] std::optional<bool> isDeletedAlready(ZAVSequence seq, ZAVError* error) const;
@@ -62,6 +57,7 @@ private:
     [[nodiscard]] std::optional<bool> isStoredAsItIs(const ZAVEvent& event, ZAVError* error) const;
 
     ZAVStoreHandle& handle_;
+    FMDatabase& database_;
     const ZAVRepositories& repositories_;
     const ZAVStoreOwner& owner_;
     const ZAVReceiveOptions& options_;

@@ -19,10 +19,10 @@ public:
             if (event == nullptr) {
                 continue;
             }
-            events_.emplace_back(event);
+            events_.push_back({event});
             for (const auto& part : event->contentParts()) {
                 if (part != nullptr) {
-                    parts_.emplace_back(part);
+                    parts_.push_back({part});
                 }
             }
         }
@@ -45,57 +45,45 @@ public:
 
 private:
     struct Event {
-        explicit Event(std::shared_ptr<ZAVEvent> event)
-            : record(std::move(event)),
-              row(record->databaseIdentifier()),
-              stream(record->streamDatabaseIdentifier()),
-              streamID(record->stream_id()),
-              creatorID(valueIf(record->creator_idIsSet(), record->creator_id())),
-              clientSeq(valueIf(record->client_seqIsSet(), record->client_seq())),
-              precedingSeq(valueIf(record->preceding_seqIsSet(), record->preceding_seq())) {}
+        std::shared_ptr<ZAVEvent> record;
+        ZAVDatabaseIdentifier row = record->databaseIdentifier();
+        ZAVDatabaseIdentifier stream = record->streamDatabaseIdentifier();
+        std::optional<ZAVData> streamID = record->stream_id();
+        std::optional<ZAVTProviderUserId> creatorID = record->creator_id();
+        ZAVSequence clientSeq = record->client_seq();
+        ZAVSequence precedingSeq = record->preceding_seq();
+        bool saysCreatorID = record->creator_idIsSet();
+        bool saysClientSeq = record->client_seqIsSet();
+        bool saysPrecedingSeq = record->preceding_seqIsSet();
 
         void restore() {
             record->setDatabaseIdentifier(row);
             record->setStreamDatabaseIdentifier(stream);
             record->set_stream_id(std::move(streamID));
-            record->set_creator_id(creatorID.value_or(std::nullopt));
-            record->set_client_seq(clientSeq.value_or(0));
-            record->set_preceding_seq(precedingSeq.value_or(0));
-            if (!creatorID) {
+            record->set_creator_id(std::move(creatorID));
+            record->set_client_seq(clientSeq);
+            record->set_preceding_seq(precedingSeq);
+            if (!saysCreatorID) {
                 record->unset_creator_id();
             }
-            if (!clientSeq) {
+            if (!saysClientSeq) {
                 record->unset_client_seq();
             }
-            if (!precedingSeq) {
+            if (!saysPrecedingSeq) {
                 record->unset_preceding_seq();
             }
         }
-
-        template <class Value>
-        static std::optional<Value> valueIf(bool isSet, const Value& value) {
-            return isSet ? std::optional<Value>(value) : std::nullopt;
-        }
-
-        std::shared_ptr<ZAVEvent> record;
-        ZAVDatabaseIdentifier row;
-        ZAVDatabaseIdentifier stream;
-        std::optional<ZAVData> streamID;
-        std::optional<std::optional<ZAVTProviderUserId>> creatorID;
-        std::optional<ZAVSequence> clientSeq;
-        std::optional<ZAVSequence> precedingSeq;
     };
 
     /// A part without its body, which nothing changes.
     struct Part {
-        explicit Part(std::shared_ptr<ZAVEventContent> part)
-            : record(std::move(part)),
-              event(record->eventDatabaseIdentifier()),
-              clientID(record->eventClientID()),
-              stream(record->streamUUID()),
-              status(record->transferStatus()),
-              fileURL(record->fileURL()),
-              expiration(record->externalContentURLExpiration()) {}
+        std::shared_ptr<ZAVEventContent> record;
+        ZAVDatabaseIdentifier event = record->eventDatabaseIdentifier();
+        std::optional<ZAVUUID> clientID = record->eventClientID();
+        std::optional<ZAVUUID> stream = record->streamUUID();
+        ZAVContentTransferStatus status = record->transferStatus();
+        std::optional<ZAVURL> fileURL = record->fileURL();
+        std::optional<ZAVDate> expiration = record->externalContentURLExpiration();
 
         void restore() {
             record->setEventDatabaseIdentifier(event);
@@ -105,14 +93,6 @@ private:
             record->setFileURL(std::move(fileURL));
             record->setExternalContentURLExpiration(expiration);
         }
-
-        std::shared_ptr<ZAVEventContent> record;
-        ZAVDatabaseIdentifier event;
-        std::optional<ZAVUUID> clientID;
-        std::optional<ZAVUUID> stream;
-        ZAVContentTransferStatus status;
-        std::optional<ZAVURL> fileURL;
-        std::optional<ZAVDate> expiration;
     };
 
     std::vector<Event> events_;

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <limits>
 #include <map>
 #include <string>
 #include <system_error>
@@ -30,8 +29,8 @@ ZAVKeyedValuesContext contextOfStream(ZAVDatabaseIdentifier stream) noexcept {
 
 constexpr const char* counterKey = "client_seq";
 
-std::int64_t numberFrom(const ZAVDictionaryValue* value) noexcept {
-    const auto* const text = value == nullptr ? nullptr : std::get_if<std::string>(value);
+std::int64_t numberFrom(const ZAVDictionaryValue& value) noexcept {
+    const auto* const text = std::get_if<std::string>(&value);
     std::int64_t number = 0;
     if (text != nullptr) {
         std::from_chars(text->data(), text->data() + text->size(), number);
@@ -69,11 +68,8 @@ ZAVError objectionToFile(const ZAVEventContent& part, const ZAVURL& contentDirec
         return refuse("is not in the directory of the store's content");
     }
     try {
-        const auto names = ZAVContentDirectory::Names(stored->names());
-        const ZAVContentDirectory root(contentDirectory.filePath());
-        const auto directory = root.open(names.first(names.size() - 1));
-        const auto status = directory ? directory->status(names.back()) : std::nullopt;
-        return status && status->isRegular ? ZAVError() : refuse("is not there");
+        const auto file = ZAVContentDirectory(contentDirectory.filePath()).find(stored->names());
+        return file && file->status.isRegular ? ZAVError() : refuse("is not there");
     } catch (const std::system_error& failure) {
         return refuse(failure.code() == std::errc::no_such_file_or_directory ? "is not there"
                                                                              : ZAVReasonOf(failure));
@@ -148,12 +144,9 @@ bool ZAVSender::send(ZAVEvent& event, ZAVSentEvent& answer, ZAVError* error) con
         return true;
     }
     const auto sent = countOfSent(stream, error);
-    ZAVError failure;
-    const auto streamSeq =
-        readNumber(repositories_.events.database(), &failure,
-                   "SELECT IFNULL(seq, 0) FROM streams WHERE database_identifier = ?", stream);
-    if (!sent || failure) {
-        ZAVStoreError(failure ? error : nullptr, failure);
+    std::optional<std::int64_t> streamSeq;
+    if (!sent || !findNumber(repositories_.events.database(), streamSeq, error,
+                             "SELECT IFNULL(seq, 0) FROM streams WHERE database_identifier = ?", stream)) {
         return false;
     }
     event.set_client_seq(static_cast<ZAVSequence>(*sent + 1));
@@ -176,7 +169,7 @@ std::optional<std::int64_t> ZAVSender::countOfSent(ZAVDatabaseIdentifier stream,
         return std::nullopt;
     }
     if (const ZAVDictionaryValue* const counter = values->keyedValues().find(counterKey)) {
-        return numberFrom(counter);
+        return numberFrom(*counter);
     }
     return readNumber(repositories_.events.database(), error,
                       "SELECT IFNULL(MAX(client_seq), 0) FROM events WHERE stream_database_identifier = ?",
@@ -207,23 +200,18 @@ std::optional<std::vector<std::shared_ptr<ZAVEvent>>> ZAVSender::outbox(const ZA
         return outbox;
     }
     std::map<ZAVDatabaseIdentifier, Place> firstUploads;
-    auto rows = runQuery(repositories_.events.database(), error,
-                         "SELECT stream_database_identifier, client_seq, database_identifier"
-                         " FROM events INDEXED BY events_without_seq WHERE seq IS NULL AND EXISTS"
-                         " (SELECT 1 FROM event_content_parts WHERE event_database_identifier ="
-                         " events.database_identifier AND transfer_status IN (0, 1))");
-    if (!rows) {
-        return std::nullopt;
-    }
-    ZAVError failure;
-    while (rows->nextWithError(&failure)) {
-        const Place place(rows->longLongIntForColumnIndex(0), rows->longLongIntForColumnIndex(1),
-                          rows->longLongIntForColumnIndex(2));
+    const auto add = [&](const FMResultSet& upload) {
+        const Place place(upload.longLongIntForColumnIndex(0), upload.longLongIntForColumnIndex(1),
+                          upload.longLongIntForColumnIndex(2));
         Place& first = firstUploads.emplace(std::get<0>(place), place).first->second;
         first = std::min(first, place);
-    }
-    if (failure) {
-        ZAVStoreError(error, failure);
+    };
+    if (!visitRows(repositories_.events.database(), error,
+                   "SELECT stream_database_identifier, client_seq, database_identifier"
+                   " FROM events INDEXED BY events_without_seq WHERE seq IS NULL AND EXISTS"
+                   " (SELECT 1 FROM event_content_parts WHERE event_database_identifier ="
+                   " events.database_identifier AND transfer_status IN (0, 1))",
+                   add)) {
         return std::nullopt;
     }
     std::erase_if(outbox, [&](const auto& event) {
@@ -238,11 +226,8 @@ std::optional<ZAVDatabaseIdentifier> ZAVSender::nameStream(ZAVDatabaseIdentifier
     ZAVError failure;
     const ZAVDatabaseIdentifier registered =
         repositories_.streams.streamDatabaseIdentifierForUUID(uuid, &failure);
-    if (failure) {
-        ZAVStoreError(error, failure);
-        return std::nullopt;
-    }
-    const auto offline = repositories_.streams.streamForDatabaseIdentifier(stream, &failure);
+    const auto offline =
+        failure ? std::nullopt : repositories_.streams.streamForDatabaseIdentifier(stream, &failure);
     if (failure) {
         ZAVStoreError(error, failure);
         return std::nullopt;

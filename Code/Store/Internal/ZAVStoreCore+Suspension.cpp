@@ -108,11 +108,7 @@ bool ZAVStoreCore::resume(ZAVError* error) {
     {
         const std::lock_guard lock(closing_);
         if (!gate_.isClosed()) {
-            const ZAVStoreGate::Passage passage(gate_);
-            if (!passage.isInside()) {
-                ZAVStoreError(error, gate_.refusal());
-            }
-            return passage.isInside();
+            return ZAVStoreGate::Passage(gate_).isInside(error);
         }
         if (turns_.isFree() && !ensureWriting(error)) {
             return false;

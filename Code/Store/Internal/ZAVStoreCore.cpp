@@ -343,8 +343,7 @@ std::optional<ZAVPendingWork> ZAVStoreCore::enqueue(ZAVWorkThreads& threads, ZAV
                                                     const ZAVWorkOptions& options, const WhenAdded& whenAdded,
                                                     ZAVError* error) {
     const ZAVStoreGate::Passage passage(gate_);
-    if (!passage.isInside()) {
-        ZAVStoreError(error, gate_.refusal());
+    if (!passage.isInside(error)) {
         return std::nullopt;
     }
     auto work = std::make_shared<ZAVQueuedWork>(std::move(run), std::move(completion), deliveries_);
@@ -416,17 +415,13 @@ std::optional<ZAVPendingWork> ZAVStoreCore::enqueueWrite(WritingWork work, ZAVWo
 }
 
 void ZAVStoreCore::writeLater(std::chrono::milliseconds delay, WritingWork work) noexcept {
-    try {
-        alarms_.set(std::chrono::steady_clock::now() + delay, [this, work = std::move(work)] {
-            try {
-                enqueueWrite(work, {}, {}, nullptr);
-            } catch (const std::exception&) {
-                return;
-            }
-        });
-    } catch (const std::exception&) {
-        return;
-    }
+    callAt(std::chrono::steady_clock::now() + delay, [this, work = std::move(work)] {
+        try {
+            enqueueWrite(work, {}, {}, nullptr);
+        } catch (const std::exception&) {
+            return;
+        }
+    });
 }
 
 bool ZAVStoreCore::runBeside(std::function<void()> function) noexcept {
@@ -443,24 +438,11 @@ bool ZAVStoreCore::runBeside(std::function<void()> function) noexcept {
     }
 }
 
-bool ZAVStoreCore::callAt(ZAVAlarms::Time time, std::function<void()> function) noexcept {
-    try {
-        alarms_.set(time, std::move(function));
-        return true;
-    } catch (const std::exception&) {
-        return false;
-    }
-}
-
 // Commits
 
 ZAVStoreSubscription ZAVStoreCore::subscribe(ZAVStoreObserver observer, ZAVError* error) {
     const ZAVStoreGate::Passage passage(gate_);
-    if (!passage.isInside()) {
-        ZAVStoreError(error, gate_.refusal());
-        return {};
-    }
-    if (!hasExecutor("tell of commits", error)) {
+    if (!passage.isInside(error) || !hasExecutor("tell of commits", error)) {
         return {};
     }
     ZAVStoreSubscription subscription(subscribers_.add(std::move(observer)));
@@ -472,11 +454,7 @@ std::shared_ptr<ZAVTimelineWindows> ZAVStoreCore::showWindow(const std::shared_p
                                                              std::chrono::milliseconds coalescing,
                                                              ZAVError* error) {
     const ZAVStoreGate::Passage passage(gate_);
-    if (!passage.isInside()) {
-        ZAVStoreError(error, gate_.refusal());
-        return nullptr;
-    }
-    if (!hasExecutor("tell how a window changes", error)) {
+    if (!passage.isInside(error) || !hasExecutor("tell how a window changes", error)) {
         return nullptr;
     }
     windows_->add(timeline, coalescing);
@@ -509,8 +487,7 @@ std::optional<bool> ZAVStoreCore::lookForCommitsOfOthers(ZAVError* error) {
         return lookInTurn(error);
     }
     const ZAVStoreGate::Passage passage(gate_);
-    if (!passage.isInside()) {
-        ZAVStoreError(error, gate_.refusal());
+    if (!passage.isInside(error)) {
         return std::nullopt;
     }
     ZAVTurns::Ticket ticket;
@@ -540,9 +517,7 @@ void ZAVStoreCore::lookAgainLater() noexcept {
         isLooking_.exchange(true)) {
         return;
     }
-    try {
-        alarms_.set(std::chrono::steady_clock::now() + lookEvery_, [this] { lookBeside(); });
-    } catch (const std::exception&) {
+    if (!callAt(std::chrono::steady_clock::now() + lookEvery_, [this] { lookBeside(); })) {
         isLooking_ = false;  // the next subscriber has it tried again
     }
 }
@@ -567,7 +542,7 @@ void ZAVStoreCore::lookBeside() noexcept {
 // The end
 
 bool ZAVStoreCore::close(QueuedWorks queued, ZAVError* error) {
-    if (ZAVWorkOnThread::innermostOf(this) != nullptr) {
+    if (isInWork()) {
         ZAVStoreError(error, ZAVErrorOfStore(ZAVEventStoreErrorCloseInWork,
                                              "a work cannot close the store that it runs on"));
         return false;
@@ -585,7 +560,7 @@ bool ZAVStoreCore::close(QueuedWorks queued, ZAVError* error) {
     writers_.close();
     alarms_.close();
     windows_->disconnect();
-    reading_.close();  // before the last handle, which folds the log, and so must be one that can
+    reading_.discard();  // before the last handle, which folds the log, and so must be one that can
     writing_.reset();
     return true;
 }

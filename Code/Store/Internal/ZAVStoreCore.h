@@ -3,11 +3,13 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <exception>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <ZAVEventRepository/ZAVEventStore.h>
@@ -28,6 +30,14 @@
 #include "Store/Internal/ZAVWorkThreads.h"
 
 namespace zav {
+
+/// Whether a work is done. If it failed, the reason is in `error`.
+[[nodiscard]] inline bool ZAVIsDone(const ZAVWorkOutcome& outcome, ZAVError* error) {
+    if (outcome.error) {
+        ZAVStoreError(error, outcome.error);
+    }
+    return outcome.state == ZAVWorkOutcome::State::done;
+}
 
 /// What a store consists of, and how works run on it: on whose thread, with which handle, in which order.
 class ZAVStoreCore {
@@ -80,7 +90,15 @@ public:
 
     /// Calls a function, which must neither throw nor wait, at a time, unless the store is closed before.
     /// @return whether there is a thread for it.
-    bool callAt(ZAVAlarms::Time time, std::function<void()> function) noexcept;
+    template <class Function>
+    bool callAt(ZAVAlarms::Time time, Function function) noexcept {
+        try {
+            alarms_.set(time, std::move(function));
+            return true;
+        } catch (const std::exception&) {
+            return false;
+        }
+    }
 
     [[nodiscard]] const std::string& databasePath() const noexcept { return databasePath_; }
 

@@ -32,6 +32,14 @@ public:
 
         [[nodiscard]] bool isInside() const noexcept { return isInside_; }
 
+        /// The same; if it is not, the reason is in `error`.
+        [[nodiscard]] bool isInside(ZAVError* error) const {
+            if (!isInside_) {
+                ZAVStoreError(error, gate_.refusal());
+            }
+            return isInside_;
+        }
+
     private:
         ZAVStoreGate& gate_;
         const bool isInside_;

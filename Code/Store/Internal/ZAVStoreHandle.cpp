@@ -6,12 +6,17 @@
 namespace zav {
 namespace {
 
-bool runOn(ZAVConnection& connection, ZAVSQL statement, ZAVError* error) {
-    const bool succeeded = connection.update(connection.lend(statement), ZAVConnection::Reach::free);
+/// Answers whether a call has succeeded; if not, the reason is in `error`.
+bool answered(bool succeeded, const ZAVConnection& connection, ZAVError* error) {
     if (!succeeded) {
         ZAVStoreError(error, connection.lastError());
     }
     return succeeded;
+}
+
+bool runOn(ZAVConnection& connection, ZAVSQL statement, ZAVError* error) {
+    return answered(connection.update(connection.lend(statement), ZAVConnection::Reach::free), connection,
+                    error);
 }
 
 }  // namespace
@@ -51,20 +56,12 @@ ZAVWorkTransaction::ZAVWorkTransaction(ZAVStoreHandle& handle, ZAVWorkControl& c
 }
 
 bool ZAVWorkTransaction::isStillOpen(ZAVError* error) const {
-    const bool isOpen = connection_.isInTransaction(*number_);
-    if (!isOpen) {
-        ZAVStoreError(error, connection_.lastError());
-    }
-    return isOpen;
+    return answered(connection_.isInTransaction(*number_), connection_, error);
 }
 
 bool ZAVWorkTransaction::commit(ZAVError* error) {
     connection_.expireCursors();  // an open one would keep this commit from folding the log
-    if (connection_.commitTransaction()) {
-        return true;
-    }
-    ZAVStoreError(error, connection_.lastError());
-    return false;
+    return answered(connection_.commitTransaction(), connection_, error);
 }
 
 ZAVWorkSavepoint::ZAVWorkSavepoint(ZAVStoreHandle& handle, ZAVError* error)
@@ -78,11 +75,7 @@ ZAVWorkSavepoint::~ZAVWorkSavepoint() {
 
 bool ZAVWorkSavepoint::isStillOpen(ZAVError* error) const {
     // One that is held has no successor.
-    const bool isOpen = connection_.isInTransaction();
-    if (!isOpen) {
-        ZAVStoreError(error, connection_.lastError());
-    }
-    return isOpen;
+    return answered(connection_.isInTransaction(), connection_, error);
 }
 
 bool ZAVWorkSavepoint::keep(ZAVError* error) {

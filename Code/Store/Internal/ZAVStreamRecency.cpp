@@ -2,7 +2,6 @@
 
 #include <charconv>
 #include <string>
-#include <utility>
 
 #include "Private/Database/Internal/ZAVStatements.h"
 
@@ -40,14 +39,15 @@ constexpr auto streamsBehindMark =
 
 }  // namespace
 
-std::optional<ZAVStreamRecency::Mark> ZAVStreamRecency::mark(ZAVError* error) const {
+bool ZAVStreamRecency::readMark(std::optional<Mark>& mark, ZAVError* error) const {
     const auto kept = repositories_.keyedValues.keyedValuesInContext(contextOfMark(), error);
     if (!kept) {
-        return std::nullopt;
+        return false;
     }
     const auto event = rowFrom(kept->keyedValues(), eventKey);
     const auto stream = rowFrom(kept->keyedValues(), streamKey);
-    return event && stream ? std::optional(Mark{*event, *stream}) : std::nullopt;
+    mark = event && stream ? std::optional(Mark{*event, *stream}) : std::nullopt;
+    return true;
 }
 
 std::optional<ZAVStreamRecency::Mark> ZAVStreamRecency::newestRows(ZAVError* error) const {
@@ -60,10 +60,8 @@ std::optional<ZAVStreamRecency::Mark> ZAVStreamRecency::newestRows(ZAVError* err
 }
 
 bool ZAVStreamRecency::catchUp(ZAVError* error) const {
-    ZAVError failure;
-    const auto before = mark(&failure);
-    if (failure) {
-        ZAVStoreError(error, failure);
+    std::optional<Mark> before;
+    if (!readMark(before, error)) {
         return false;
     }
     return before ? runUpdate(repositories_.events.database(), error, streamsBehindMark, before->event,
@@ -91,13 +89,8 @@ bool ZAVStreamRecency::setMark(ZAVError* error) const {
 }
 
 bool ZAVStreamRecency::update(ZAVDatabaseIdentifier stream, ZAVError* error) const {
-    ZAVError failure;
-    const auto kept = mark(&failure);
-    if (failure) {
-        ZAVStoreError(error, failure);
-        return false;
-    }
-    return !kept || refresh(stream, error);
+    std::optional<Mark> kept;
+    return readMark(kept, error) && (!kept || refresh(stream, error));
 }
 
 bool ZAVStreamRecency::refresh(ZAVDatabaseIdentifier stream, ZAVError* error) const {

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstdint>
 #include <optional>
 
 #include <ZAVEventRepository/ZAVError.h>
@@ -48,8 +47,9 @@ public:
 
     explicit ZAVStreamRecency(const ZAVRepositories& repositories) noexcept : repositories_(repositories) {}
 
-    /// None when nothing is kept, and on failure, with the reason in `error`.
-    [[nodiscard]] std::optional<Mark> mark(ZAVError* error) const;
+    /// Reads the mark; none when nothing is kept.
+    /// @return false on failure, with the reason in `error`.
+    bool readMark(std::optional<Mark>& mark, ZAVError* error) const;
 
     /// How far the mark could be. None on failure, with the reason in `error`.
     [[nodiscard]] std::optional<Mark> newestRows(ZAVError* error) const;

@@ -242,21 +242,16 @@ std::optional<ZAVTimelineReader::Row> ZAVTimelineReader::later(const Place& plac
 
 template <class... Values>
 bool ZAVTimelineReader::append(Row& found, ZAVError* error, ZAVSQL statement, const Values&... values) const {
-    ZAVError failure;
-    auto rows = runQuery(repositories_.events.database(), &failure, statement, values...);
-    while (rows && rows->nextWithError(&failure)) {
-        auto event = ZAVBareEventFromRow(*rows);
+    const auto add = [&](const FMResultSet& row) {
+        auto event = ZAVBareEventFromRow(row);
         const Place place =
-            rows->columnIndexIsNull(ZAVEventMapperColumnEventSeq)
-                ? Place{true, rows->longLongIntForColumnIndex(ZAVEventMapperColumnClientSeq),
+            row.columnIndexIsNull(ZAVEventMapperColumnEventSeq)
+                ? Place{true, row.longLongIntForColumnIndex(ZAVEventMapperColumnClientSeq),
                         event->databaseIdentifier()}
-                : Place{false, rows->longLongIntForColumnIndex(ZAVEventMapperColumnEventSeq), 0};
+                : Place{false, row.longLongIntForColumnIndex(ZAVEventMapperColumnEventSeq), 0};
         found.push_back({std::move(event), place});
-    }
-    if (failure) {
-        ZAVStoreError(error, failure);
-    }
-    return !failure;
+    };
+    return visitRows(repositories_.events.database(), error, statement, add, values...);
 }
 
 /// Cuts what is more than wanted, and answers whether there was more.
@@ -308,8 +303,8 @@ bool ZAVTimelineReader::readContent(const Row& found, ZAVError* error) const {
     };
     if (firstWaiting != found.begin() &&
         !bare(found.begin(), firstWaiting)
-             .complete(database, contentOfSequenced, metadataOfSequenced, error, stream_, types_,
-                       found.front().place.number, std::prev(firstWaiting)->place.number)) {
+             .readContent(database, contentOfSequenced, metadataOfSequenced, error, stream_, types_,
+                          found.front().place.number, std::prev(firstWaiting)->place.number)) {
         return false;
     }
     if (firstWaiting == found.end()) {
@@ -318,8 +313,8 @@ bool ZAVTimelineReader::readContent(const Row& found, ZAVError* error) const {
     const Place& first = firstWaiting->place;
     const Place& last = found.back().place;
     return bare(firstWaiting, found.end())
-        .complete(database, contentOfWaiting, metadataOfWaiting, error, stream_, types_, first.number,
-                  first.event, last.number, last.event);
+        .readContent(database, contentOfWaiting, metadataOfWaiting, error, stream_, types_, first.number,
+                     first.event, last.number, last.event);
 }
 
 bool ZAVTimelineReader::readGaps(const Row& found, std::vector<ZAVSequenceGap>& gaps, ZAVError* error) const {
@@ -329,37 +324,32 @@ bool ZAVTimelineReader::readGaps(const Row& found, std::vector<ZAVSequenceGap>& 
         return true;
     }
     FMDatabase& database = repositories_.events.database();
-    ZAVError failure;
     std::int64_t first = 0;
     std::int64_t last = lastSequenced->place.number;
     std::optional<std::int64_t> lastOfStream;
-    {
-        auto range =
-            runQuery(database, &failure, rangeOfGaps, stream_, types_, found.front().place.number, last);
-        if (range && range->nextWithError(&failure)) {
-            first = range->longLongIntForColumnIndex(0);
-            if (!range->boolForColumnIndex(1)) {
-                last = greatest;
-                lastOfStream = range->longLongIntForColumnIndex(2);
-            }
+    const auto takeRange = [&](const FMResultSet& range) {
+        first = range.longLongIntForColumnIndex(0);
+        if (!range.boolForColumnIndex(1)) {
+            last = greatest;
+            lastOfStream = range.longLongIntForColumnIndex(2);
         }
+    };
+    if (!visitRows(database, error, rangeOfGaps, takeRange, stream_, types_, found.front().place.number,
+                   last)) {
+        return false;
     }
     std::optional<std::int64_t> below;
     const auto add = [&](std::int64_t seq) {
         ZAVAddGapBetween(below.value_or(seq), seq, gaps);
         below = seq;
     };
-    if (!failure && types_ == everyType) {
+    if (types_ == everyType) {
         add(first);
         std::for_each(found.begin(), lastSequenced.base(), [&](const Found& one) { add(one.place.number); });
-    } else if (!failure) {
-        auto rows = runQuery(database, &failure, storedSequences, stream_, first, last);
-        while (rows && rows->nextWithError(&failure)) {
-            add(rows->longLongIntForColumnIndex(0));
-        }
-    }
-    if (failure) {
-        ZAVStoreError(error, failure);
+    } else if (!visitRows(
+                   database, error, storedSequences,
+                   [&](const FMResultSet& row) { add(row.longLongIntForColumnIndex(0)); }, stream_, first,
+                   last)) {
         return false;
     }
     if (below && lastOfStream) {

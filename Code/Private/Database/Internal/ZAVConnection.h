@@ -11,7 +11,6 @@
 #include <string>
 #include <string_view>
 
-#include <ZAVEventRepository/FMDatabase.h>
 #include <ZAVEventRepository/FMObservation.h>
 #include <ZAVEventRepository/FMParameter.h>
 #include <ZAVEventRepository/FMResultSet.h>
@@ -89,7 +88,8 @@ public:
 
     // Statements
 
-    using Reach = FMDatabase::Reach;
+    /// Whether a run ends where a sound file would have ended it.
+    enum class Reach : bool { free, bounded };
 
     /// The statement with this text, from the cache or prepared now; null on failure.
     [[nodiscard]] ZAVStatement* lend(ZAVSQL sql) {

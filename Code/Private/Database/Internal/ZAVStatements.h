@@ -47,14 +47,43 @@ inline bool runUpdate(FMDatabase& database, ZAVError* error, ZAVSQL statement, c
 
 /// The number in the first column of a query's first row; none when there is no row, when the column is NULL,
 /// and on failure, with the reason in `error`.
-template <class... Values>
-[[nodiscard]] std::optional<std::int64_t> readNumber(FMDatabase& database, ZAVError* error, ZAVSQL statement,
-                                                     const Values&... values) {
+template <class Number = std::int64_t, class... Values>
+[[nodiscard]] std::optional<Number> readNumber(FMDatabase& database, ZAVError* error, ZAVSQL statement,
+                                               const Values&... values) {
     auto rows = runQuery(database, error, statement, values...);
     if (!rows || !rows->nextWithError(error) || rows->columnIndexIsNull(0)) {
         return std::nullopt;
     }
-    return rows->longLongIntForColumnIndex(0);
+    return static_cast<Number>(rows->longLongIntForColumnIndex(0));
+}
+
+/// The same for a number that need not be there.
+/// @return whether it could be looked for; if not, the reason is in `error`.
+template <class... Values>
+[[nodiscard]] bool findNumber(FMDatabase& database, std::optional<std::int64_t>& number, ZAVError* error,
+                              ZAVSQL statement, const Values&... values) {
+    ZAVError failure;
+    number = readNumber(database, &failure, statement, values...);
+    if (failure) {
+        ZAVStoreError(error, failure);
+    }
+    return !failure;
+}
+
+/// Calls `visit` with each row of a query.
+/// @return whether all could be read; if not, the reason is in `error`.
+template <class Visit, class... Values>
+[[nodiscard]] bool visitRows(FMDatabase& database, ZAVError* error, ZAVSQL statement, const Visit& visit,
+                             const Values&... values) {
+    ZAVError failure;
+    auto rows = runQuery(database, &failure, statement, values...);
+    while (rows && rows->nextWithError(&failure)) {
+        visit(*rows);
+    }
+    if (failure) {
+        ZAVStoreError(error, failure);
+    }
+    return !failure;
 }
 
 }  // namespace zav

@@ -8,8 +8,7 @@ ZAVDatabaseIdentifier ZAVConversationRepository::findOrCreateConversationWithStr
     const ZAVUUID& streamUUID, ZAVError* error) const {
     return findOrInsert(database(), error,
                         "SELECT database_identifier FROM conversations WHERE stream_id = ?",
-                        "INSERT INTO conversations (stream_id) VALUES (?)", streamUUID)
-        .value_or(ZAVDatabaseIdentifierNotSet);
+                        "INSERT INTO conversations (stream_id) VALUES (?)", streamUUID);
 }
 
 bool ZAVConversationRepository::addParticipant(std::string_view memberID,
@@ -24,11 +23,10 @@ bool ZAVConversationRepository::addParticipant(std::string_view memberID,
 
 std::optional<ZAVSequence> ZAVConversationRepository::seqOfParticipant(
     std::string_view memberID, ZAVDatabaseIdentifier conversationDatabaseIdentifier, ZAVError* error) const {
-    const auto seq = readNumber(
+    return readNumber<ZAVSequence>(
         database(), error,
         "SELECT seq FROM conversation_participants WHERE conversation_database_identifier = ? AND member_id = ?",
         conversationDatabaseIdentifier, memberID);
-    return seq ? std::optional(static_cast<ZAVSequence>(*seq)) : std::nullopt;
 }
 
 }  // namespace zav

@@ -53,10 +53,7 @@ std::shared_ptr<ZAVEventContent> ZAVEventRepository::eventContentForMessagePart(
         " WHERE messages.database_identifier = ? AND event_content_part_id = ?");
     return readContent(
         operation, *this, error,
-        [&](ZAVError& outError) {
-            return runQuery(database(), &outError, statement, messagePart.message()->databaseIdentifier(),
-                            messagePart.index());
-        },
+        selecting(*this, statement, messagePart.message()->databaseIdentifier(), messagePart.index()),
         messagePart);
 }
 
@@ -69,15 +66,11 @@ std::shared_ptr<ZAVEventContent> ZAVEventRepository::eventContentForMessagePartO
     static constexpr auto statement = projections::selectContent(
         " WHERE events.client_id = ? AND event_content_parts.event_content_part_id = ?");
     const ZAVURL identifier = objectIdentifier;
-    return readContent(
-        operation, *this, error,
-        [&](ZAVError& outError) {
-            // An invalid identifier binds NULL, which no client_id equals.
-            return runQuery(database(), &outError, statement,
-                            ZAVClientIdentifierForObjectIdentifier(identifier),
-                            ZAVPartIndexForObjectIdentifier(identifier));
-        },
-        identifier);
+    // An invalid identifier binds NULL, which no client_id equals.
+    return readContent(operation, *this, error,
+                       selecting(*this, statement, ZAVClientIdentifierForObjectIdentifier(identifier),
+                                 ZAVPartIndexForObjectIdentifier(identifier)),
+                       identifier);
 }
 
 std::shared_ptr<ZAVEventContent> ZAVEventRepository::eventContentForExternalContentURL(
@@ -88,10 +81,7 @@ std::shared_ptr<ZAVEventContent> ZAVEventRepository::eventContentForExternalCont
         "failed event content part for externalContentURL=%@ %@"};
     static constexpr auto statement = projections::selectContent(" WHERE event_content_parts.url = ?");
     const ZAVURL url = externalContentURL;
-    return readContent(
-        operation, *this, error,
-        [&](ZAVError& outError) { return runQuery(database(), &outError, statement, url.absoluteString()); },
-        url);
+    return readContent(operation, *this, error, selecting(*this, statement, url.absoluteString()), url);
 }
 
 }  // namespace zav

@@ -1,10 +1,9 @@
-#include <cstddef>
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <variant>
 #include <vector>
 
@@ -30,16 +29,6 @@ std::string_view classNameOf(const ZAVObject* object) noexcept {
     return object == nullptr ? "(null)" : object->className();
 }
 
-[[noreturn]] void refuseEvent(const ZAVObject* event) {
-    raise("Failed to persist an event. Expected '%@' but received an object of type '%@'",
-          std::string_view("ZAVEvent"), classNameOf(event));
-}
-
-[[noreturn]] void refusePart(const ZAVObject* part) {
-    raise("Failed to persist an event's content. Expected '%@' but received an object of type '%@'",
-          std::string_view("ZAVEventContent"), classNameOf(part));
-}
-
 using Parts = std::vector<std::shared_ptr<ZAVEventContent>>;
 
 /// The element as an event that can be stored, and its parts in `parts`: whoever observes the statements may
@@ -48,7 +37,8 @@ using Parts = std::vector<std::shared_ptr<ZAVEventContent>>;
 ZAVEvent& requireStorable(const std::shared_ptr<ZAVTEvent>& element, Parts& parts) {
     auto* const event = ZAVRecordCast<ZAVEvent>(element.get());
     if (event == nullptr) {
-        refuseEvent(element.get());
+        raise("Failed to persist an event. Expected 'ZAVEvent' but received an object of type '%@'",
+              classNameOf(element.get()));
     }
     if (event->type() == 0) {
         raise("Cannot persist event: invalid type of 0 encountered. (%@)", event->description());
@@ -65,7 +55,10 @@ ZAVEvent& requireStorable(const std::shared_ptr<ZAVTEvent>& element, Parts& part
         for (const auto& part : *event->content()) {
             auto* const storable = ZAVRecordCast<ZAVEventContent>(part.get());
             if (storable == nullptr) {
-                refusePart(part.get());
+                raise(
+                    "Failed to persist an event's content. Expected 'ZAVEventContent' but received an object of type "
+                    "'%@'",
+                    classNameOf(part.get()));
             }
             parts.emplace_back(part, storable);
         }
@@ -98,13 +91,13 @@ private:
     [[nodiscard]] bool findStreamRow() {
         auto rows = runQuery(database_, &outError_, "SELECT * FROM streams WHERE stream_id = ? LIMIT 1",
                              *event_.stream_id());
-        const auto missing = [&] {
-            raise(
-                "Failed to persist an event. stream_id='%@' doesn't exist yet in the database. Should create a new "
-                "stream with that identifier before persisting the event.",
-                event_.streamUUID());
-        };
-        if (!requireRow(rows, missing)) {
+        if (!rows || !rows->nextWithError(&outError_)) {
+            if (!outError_) {
+                raise(
+                    "Failed to persist an event. stream_id='%@' doesn't exist yet in the database. Should create a "
+                    "new stream with that identifier before persisting the event.",
+                    event_.streamUUID());
+            }
             return false;
         }
         event_.setStreamDatabaseIdentifier(rows->longLongIntForColumn("database_identifier"));
@@ -115,13 +108,13 @@ private:
         auto rows =
             runQuery(database_, &outError_, "SELECT * FROM streams WHERE database_identifier = ? LIMIT 1",
                      event_.streamDatabaseIdentifier());
-        const auto missing = [&] {
-            raise(
-                "Failed to persist the event. stream_database_identifier='%lld' doesn't exist in the database. The "
-                "stream might have been deleted before the event could be persisted.",
-                event_.streamDatabaseIdentifier());
-        };
-        if (!requireRow(rows, missing)) {
+        if (!rows || !rows->nextWithError(&outError_)) {
+            if (!outError_) {
+                raise(
+                    "Failed to persist the event. stream_database_identifier='%lld' doesn't exist in the database. "
+                    "The stream might have been deleted before the event could be persisted.",
+                    event_.streamDatabaseIdentifier());
+            }
             return false;
         }
         event_.set_stream_id(rows->dataForColumn("stream_id"));
@@ -163,8 +156,10 @@ private:
         auto rows = runQuery(database_, &outError_,
                              "SELECT * FROM events WHERE stream_database_identifier = ? AND seq = ? LIMIT 1",
                              event_.streamDatabaseIdentifier(), event_.seq());
-        const auto missing = [] { raise("Failed to persist an event with an existing stream_id and seq."); };
-        if (!requireRow(rows, missing)) {
+        if (!rows || !rows->nextWithError(&outError_)) {
+            if (!outError_) {
+                raise("Failed to persist an event with an existing stream_id and seq.");
+            }
             return false;
         }
         event_.setDatabaseIdentifier(rows->longLongIntForColumn("database_identifier"));
@@ -196,12 +191,8 @@ private:
 
     [[nodiscard]] bool writeContent() {
         std::uint64_t index = 0;
-        for (const auto& part : parts_) {
-            if (!writePart(*part, index++)) {
-                return false;
-            }
-        }
-        return true;
+        return std::all_of(parts_.begin(), parts_.end(),
+                           [&](const auto& part) { return writePart(*part, index++); });
     }
 
     [[nodiscard]] bool writePart(ZAVEventContent& part, std::uint64_t index) {
@@ -217,18 +208,6 @@ private:
             part.externalContentURLExpiration(), part.external_url(), part.size(), part.transferStatus(),
             part.fileURL() ? std::optional(part.fileURL()->relativePath()) : std::nullopt,
             part.lastAccessed(), part.isPurged());
-    }
-
-    /// Goes to the first row of a query. When nothing failed and there is none, `missing` raises.
-    template <class Missing>
-    [[nodiscard]] bool requireRow(std::optional<FMResultSet>& rows, const Missing& missing) {
-        if (rows && rows->nextWithError(&outError_)) {
-            return true;
-        }
-        if (rows && !outError_) {
-            missing();
-        }
-        return false;
     }
 
     /// A `target_seq` that was set to `ZAVSequenceNotSet` is stored as that number: only the flag counts.

@@ -1,8 +1,6 @@
 #include <algorithm>
-#include <string_view>
 #include <utility>
 
-#include <ZAVEventRepository/ZAVEventMapperColumns.h>
 #include <ZAVEventRepository/ZAVEventRepository.h>
 #include <ZAVEventRepository/ZAVSyncedChangeType.h>
 

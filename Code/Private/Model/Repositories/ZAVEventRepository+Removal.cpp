@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstddef>
 #include <string>
 #include <vector>
@@ -57,13 +58,10 @@ bool ZAVEventRepository::deleteEvents(const ZAVSet<ZAVEvent>& events, ZAVError* 
     operation.announce();
     // A set of its own: whoever observes the statements may change the caller's.
     return operation.attempt(*this, error, [this, walked = events](ZAVError& outError) {
-        for (const auto& event : walked) {
-            if (!runUpdate(database(), &outError, "DELETE FROM events WHERE database_identifier = ?",
-                           event->databaseIdentifier())) {
-                return false;
-            }
-        }
-        return !walked.empty();
+        return !walked.empty() && std::all_of(walked.begin(), walked.end(), [&](const auto& event) {
+            return runUpdate(database(), &outError, "DELETE FROM events WHERE database_identifier = ?",
+                             event->databaseIdentifier());
+        });
     });
 }
 

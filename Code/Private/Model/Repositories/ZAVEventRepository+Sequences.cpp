@@ -22,12 +22,11 @@ bool ZAVEventRepository::updateObject(const ZAVEvent& event, ZAVError* /*error*/
 bool ZAVEventRepository::persistConversationsParticipantsSeq(ZAVSequence seq, std::string_view memberID,
                                                              const ZAVUUID& streamIdentifier,
                                                              ZAVError* error) const {
-    static constexpr auto operation =
-        ZAVRepositoryOperation<ZAVSequence, std::string, ZAVUUID>{
-            "-[ZAVEventRepository persistConversationsParticipantsSeq:memberID:streamIdentifier:error:]",
-            "persisting conversations participant's seq:%u for member:%@ with stream identifier:%@",
-            "failed persisting conversations participant's seq:%u for member:%@ with stream identifier:%@ with %@"}
-            .reportingFailureAsVerbose();
+    static constexpr ZAVRepositoryOperation<ZAVSequence, std::string, ZAVUUID> operation{
+        "-[ZAVEventRepository persistConversationsParticipantsSeq:memberID:streamIdentifier:error:]",
+        "persisting conversations participant's seq:%u for member:%@ with stream identifier:%@",
+        "failed persisting conversations participant's seq:%u for member:%@ with stream identifier:%@ with %@",
+        DDLogFlagVerbose};
     // Both are needed after the first statement, whose observer may change what they were given as.
     const std::string member(memberID);
     const ZAVUUID stream = streamIdentifier;
@@ -35,21 +34,17 @@ bool ZAVEventRepository::persistConversationsParticipantsSeq(ZAVSequence seq, st
     operation.run(
         *this, error,
         [&](ZAVError& outError) {
-            auto rows = runQuery(
+            const auto conversation = readNumber(
                 database(), &outError,
                 "SELECT conversations.database_identifier FROM conversations WHERE conversations.stream_id = ?",
                 stream);
-            if (!rows) {
-                return false;
-            }
-            if (!rows->nextWithError(&outError)) {
+            if (!conversation) {
                 return !outError;  // no conversation: neither a success of the operation nor an error
             }
-            const ZAVDatabaseIdentifier conversation = rows->longLongIntForColumn("database_identifier");
             succeeded = runUpdate(database(), &outError,
                                   "UPDATE conversation_participants SET seq = ? WHERE member_id = ? AND "
                                   "conversation_database_identifier = ?",
-                                  seq, member, conversation);
+                                  seq, member, *conversation);
             return succeeded;
         },
         seq, member, stream);

@@ -11,8 +11,9 @@
 namespace zav {
 namespace {
 
-/// How far an event is from the end of its stream: what is near is wanted first.
-constexpr ZAVStatementText rank(", (streams.seq - events.preceding_seq) AS distance_from_eos");
+/// Content parts with how far their events are from the end of their streams: what is near is wanted first.
+constexpr auto rankedContent =
+    projections::content + ", (streams.seq - events.preceding_seq) AS distance_from_eos";
 
 /// The four queues share their texts, which speak of uploads.
 constexpr ZAVRepositoryOperation<> queueOperation(std::string_view function) {
@@ -45,19 +46,19 @@ std::string quotedList(const std::set<std::string>& types) {
 }
 
 // The blanks inside these two statements are part of them.
-constexpr auto expiredDownloadsOfTypes = projections::selectContentWith(
-    rank,
+constexpr auto expiredDownloadsOfTypes =
+    rankedContent + projections::contentSource +
     " WHERE ((url IS NULL) OR (access_expiration IS NULL) OR (access_expiration <= ?)) AND       "
     "file_path IS NOT NULL AND (purged = 0 OR purged IS NULL) AND       "
     "(transfer_status = ? OR (transfer_status = ? AND event_content_parts.type IN (%@)) OR "
     "(transfer_status = ? AND size <= ?))       "
-    "ORDER BY distance_from_eos ASC, events.client_seq DESC, events.creator_id DESC       LIMIT ?");
-constexpr auto expiredDownloadsOfAnyType = projections::selectContentWith(
-    rank + " ",
+    "ORDER BY distance_from_eos ASC, events.client_seq DESC, events.creator_id DESC       LIMIT ?";
+constexpr auto expiredDownloadsOfAnyType =
+    rankedContent + " " + projections::contentSource +
     " WHERE ((url IS NULL) OR (access_expiration IS NULL) OR (access_expiration <= ?)) AND       "
     "file_path IS NOT NULL AND (purged = 0 OR purged IS NULL) AND       "
     "(transfer_status = ? OR transfer_status = ? OR (transfer_status = ? AND size <= ?))      "
-    "ORDER BY distance_from_eos ASC, events.client_seq DESC, events.creator_id DESC       LIMIT ?");
+    "ORDER BY distance_from_eos ASC, events.client_seq DESC, events.creator_id DESC       LIMIT ?";
 
 }  // namespace
 
@@ -109,11 +110,11 @@ std::optional<ZAVSet<ZAVEventContent>> ZAVEventRepository::eventContentsHavingIn
     ZAVSize limit, ZAVError* error) const {
     static constexpr auto operation =
         queueOperation("-[ZAVEventRepository eventContentsHavingIncompleteDownloadsWithLimit:error:]");
-    static constexpr auto statement = projections::selectContentWith(
-        rank,
+    static constexpr auto statement =
+        rankedContent + projections::contentSource +
         " WHERE ((url IS NOT NULL) AND (access_expiration > ?)) AND file_path IS NOT NULL AND "
         "transfer_status = ? AND (purged = 0 OR purged IS NULL) ORDER BY distance_from_eos ASC, "
-        "events.client_seq DESC, events.creator_id DESC LIMIT ?");
+        "events.client_seq DESC, events.creator_id DESC LIMIT ?";
     return readQueue(operation, *this, error, [&](ZAVError& outError) {
         return runQuery(database(), &outError, statement, ZAVNow(), ZAVContentTransferDownloading, limit);
     });

@@ -1,28 +1,20 @@
 #include <ZAVEventRepository/ZAVEventRowRepository.h>
 
+#include <utility>
+
 #include "Private/Database/Internal/ZAVStatements.h"
 
 namespace zav {
 
 std::optional<std::set<ZAVDatabaseIdentifier>> ZAVEventRowRepository::eventsWithoutSeq(
     ZAVError* error) const {
-    // Left to itself, the engine walks an index of all events.
-    auto rows =
-        runQuery(database(), error,
-                 "SELECT database_identifier FROM events INDEXED BY events_without_seq WHERE seq IS NULL");
-    if (!rows) {
-        return std::nullopt;
-    }
-    ZAVError failure;
     std::set<ZAVDatabaseIdentifier> events;
-    while (rows->nextWithError(&failure)) {
-        events.insert(rows->longLongIntForColumnIndex(0));
-    }
-    if (failure) {
-        ZAVStoreError(error, failure);
-        return std::nullopt;
-    }
-    return events;
+    // Left to itself, the engine walks an index of all events.
+    const bool areRead =
+        visitRows(database(), error,
+                  "SELECT database_identifier FROM events INDEXED BY events_without_seq WHERE seq IS NULL",
+                  [&](const FMResultSet& event) { events.insert(event.longLongIntForColumnIndex(0)); });
+    return areRead ? std::optional(std::move(events)) : std::nullopt;
 }
 
 std::optional<std::int64_t> ZAVEventRowRepository::diskUtilization(ZAVError* error) const {

@@ -93,21 +93,14 @@ ZAVDictionaryValue ZAVKeyedValueFromRow(const FMResultSet& row, int valueColumn)
 
 std::optional<ZAVKeyedValues> ZAVKeyedValueRepository::keyedValuesInContext(
     const ZAVKeyedValuesContext& context, ZAVError* error) const {
-    auto rows = runQuery(database(), error, statementsFor(context.table()).select,
-                         context.objectDatabaseIdentifier(), context.objectType(), context.keyType());
-    if (!rows) {
-        return std::nullopt;
-    }
     ZAVDictionary dictionary;
-    ZAVError stepError;
-    while (rows->nextWithError(&stepError)) {
-        dictionary.set(rows->stringForColumnIndex(0).value_or(std::string()), ZAVKeyedValueFromRow(*rows, 1));
-    }
-    if (stepError) {
-        ZAVStoreError(error, stepError);
-        return std::nullopt;
-    }
-    return ZAVKeyedValues(std::move(dictionary));
+    const auto add = [&](const FMResultSet& row) {
+        dictionary.set(row.stringForColumnIndex(0).value_or(std::string()), ZAVKeyedValueFromRow(row, 1));
+    };
+    const bool areRead =
+        visitRows(database(), error, statementsFor(context.table()).select, add,
+                  context.objectDatabaseIdentifier(), context.objectType(), context.keyType());
+    return areRead ? std::optional(ZAVKeyedValues(std::move(dictionary))) : std::nullopt;
 }
 
 bool ZAVKeyedValueRepository::setKeyedValuesWithDictionary(const ZAVDictionary& dictionary,
@@ -120,27 +113,19 @@ bool ZAVKeyedValueRepository::setKeyedValuesWithDictionary(const ZAVDictionary& 
     // What is no longer wanted goes last: a failure on the way leaves too much, never too little.
     ZAVDictionary unstored = dictionary;
     std::vector<std::string> obsoleteKeys;
-    {
-        auto rows = runQuery(database(), error, statements.selectStored, row, context.objectType(),
-                             context.keyType());
-        if (!rows) {
-            return false;
+    const auto compare = [&](const FMResultSet& stored) {
+        std::string key = stored.stringForColumnIndex(0).value_or(std::string());
+        const ZAVDictionaryValue* const value = dictionary.find(key);
+        if (value == nullptr) {
+            obsoleteKeys.push_back(std::move(key));
+        } else if (stored.boolForColumnIndex(4) && stored.dateForColumnIndex(3) == timestamp &&
+                   ZAVKeyedValueFromRow(stored, 1) == *value) {
+            unstored.remove(key);
         }
-        ZAVError stepError;
-        while (rows->nextWithError(&stepError)) {
-            std::string key = rows->stringForColumnIndex(0).value_or(std::string());
-            const ZAVDictionaryValue* const value = dictionary.find(key);
-            if (value == nullptr) {
-                obsoleteKeys.push_back(std::move(key));
-            } else if (rows->boolForColumnIndex(4) && rows->dateForColumnIndex(3) == timestamp &&
-                       ZAVKeyedValueFromRow(*rows, 1) == *value) {
-                unstored.remove(key);
-            }
-        }
-        if (stepError) {
-            ZAVStoreError(error, stepError);
-            return false;
-        }
+    };
+    if (!visitRows(database(), error, statements.selectStored, compare, row, context.objectType(),
+                   context.keyType())) {
+        return false;
     }
     const ChangesOfObject attribution(database(), statements.table, context);
     for (const auto& [key, value] : unstored) {

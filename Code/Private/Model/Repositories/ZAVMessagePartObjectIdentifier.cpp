@@ -3,7 +3,6 @@
 #include <charconv>
 #include <string>
 #include <string_view>
-#include <system_error>
 
 namespace zav {
 namespace {
@@ -17,33 +16,31 @@ struct IdentifierParts {
     std::uint32_t index;
 };
 
+std::string identifierText(const IdentifierParts& parts) {
+    return std::string(prefix) + parts.clientID.UUIDString() + std::string(middle) +
+           std::to_string(parts.index);
+}
+
 /// Both halves or neither: an identifier is read whole, so that two different URLs never name one part.
 std::optional<IdentifierParts> parse(const ZAVURL& objectIdentifier) {
-    const std::string absolute = objectIdentifier.absoluteString();
-    std::string_view text = absolute;
-    if (!text.starts_with(prefix)) {
+    constexpr std::size_t indexBegin = prefix.size() + uuidLength + middle.size();
+    const std::string text = objectIdentifier.absoluteString();
+    const auto clientID = text.size() > indexBegin
+                              ? ZAVUUID::fromString(std::string_view(text).substr(prefix.size(), uuidLength))
+                              : std::nullopt;
+    if (!clientID) {
         return std::nullopt;
     }
-    text.remove_prefix(prefix.size());
-    const auto clientID = ZAVUUID::fromString(text.substr(0, uuidLength));
-    if (!clientID || clientID->UUIDString() != text.substr(0, uuidLength) ||
-        text.substr(uuidLength, middle.size()) != middle) {
-        return std::nullopt;
-    }
-    text.remove_prefix(uuidLength + middle.size());
-    std::uint32_t index = 0;
-    const auto [end, status] = std::from_chars(text.data(), text.data() + text.size(), index);
-    if (status != std::errc() || end != text.data() + text.size() || std::to_string(index) != text) {
-        return std::nullopt;
-    }
-    return IdentifierParts{*clientID, index};
+    IdentifierParts parts{*clientID, 0};
+    std::from_chars(text.data() + indexBegin, text.data() + text.size(), parts.index);
+    // Written anew it is the same, or it was not one.
+    return identifierText(parts) == text ? std::optional(parts) : std::nullopt;
 }
 
 }  // namespace
 
 ZAVURL ZAVMakeMessagePartObjectIdentifier(const ZAVUUID& eventClientID, std::uint32_t index) {
-    return *ZAVURL::URLWithString(std::string(prefix) + eventClientID.UUIDString() + std::string(middle) +
-                                  std::to_string(index));
+    return *ZAVURL::URLWithString(identifierText({eventClientID, index}));
 }
 
 std::optional<ZAVUUID> ZAVClientIdentifierForObjectIdentifier(const ZAVURL& objectIdentifier) {

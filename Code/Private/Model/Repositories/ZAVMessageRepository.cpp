@@ -6,17 +6,17 @@ namespace zav {
 
 std::shared_ptr<ZAVMessage> ZAVMessageRepository::findOrCreateMessageForEventDatabaseIdentifier(
     ZAVDatabaseIdentifier eventDatabaseIdentifier, ZAVError* error) const {
-    const auto row = findOrInsert(
+    const ZAVDatabaseIdentifier row = findOrInsert(
         database(), error, "SELECT database_identifier FROM messages WHERE event_database_identifier = ?",
         "INSERT INTO messages (event_database_identifier) VALUES (?)", eventDatabaseIdentifier);
-    return row ? std::make_shared<ZAVMessage>(*row) : nullptr;
+    return row == ZAVDatabaseIdentifierNotSet ? nullptr : std::make_shared<ZAVMessage>(row);
 }
 
 std::optional<ZAVSequence> ZAVMessageRepository::seqOfMessage(const ZAVMessage& message,
                                                               ZAVError* error) const {
-    const auto seq = readNumber(database(), error, "SELECT seq FROM messages WHERE database_identifier = ?",
-                                message.databaseIdentifier());
-    return seq ? std::optional(static_cast<ZAVSequence>(*seq)) : std::nullopt;
+    return readNumber<ZAVSequence>(database(), error,
+                                   "SELECT seq FROM messages WHERE database_identifier = ?",
+                                   message.databaseIdentifier());
 }
 
 }  // namespace zav

@@ -93,8 +93,7 @@ std::optional<ZAVURL> ZAVMessageRepositoryMakeMessagePartFileURL(
         return std::nullopt;
     }
     const std::string path = baseDirectoryURL->relativePath() + "part-" + std::to_string(index);
-    const auto base = baseDirectoryURL->baseURL();
-    return base ? ZAVURL::URLWithString(path, *base) : ZAVURL::URLWithString(path, *baseDirectoryURL);
+    return ZAVURL::URLWithString(path, baseDirectoryURL->baseURL().value_or(*baseDirectoryURL));
 }
 
 }  // namespace zav

@@ -1,5 +1,7 @@
 #include <ZAVEventRepository/ZAVStreamRepository.h>
 
+#include <utility>
+
 #include "Private/Model/Repositories/Internal/ZAVRepositoryStatements.h"
 
 namespace zav {
@@ -11,37 +13,28 @@ constexpr ZAVSQL insertWithUUID = "INSERT INTO streams (stream_id) VALUES (?)";
 /// The streams that a query finds; none on failure.
 std::optional<std::vector<ZAVRegisteredStream>> readStreams(FMDatabase& database, ZAVError* error,
                                                             ZAVSQL statement, ZAVDatabaseIdentifier row) {
-    auto rows = runQuery(database, error, statement, row);
-    if (!rows) {
-        return std::nullopt;
-    }
     std::vector<ZAVRegisteredStream> streams;
-    ZAVError failure;
-    while (rows->nextWithError(&failure)) {
-        streams.push_back({rows->longLongIntForColumnIndex(0), ZAVUUIDFromData(rows->dataForColumnIndex(1))});
-    }
-    if (failure) {
-        ZAVStoreError(error, failure);
-        return std::nullopt;
-    }
-    return streams;
+    const auto add = [&](const FMResultSet& stream) {
+        streams.push_back(
+            {stream.longLongIntForColumnIndex(0), ZAVUUIDFromData(stream.dataForColumnIndex(1))});
+    };
+    return visitRows(database, error, statement, add, row) ? std::optional(std::move(streams)) : std::nullopt;
 }
 
 }  // namespace
 
 ZAVDatabaseIdentifier ZAVStreamRepository::streamDatabaseIdentifierForUUID(const ZAVUUID& uuid,
                                                                            ZAVError* error) const {
-    return readRow(database(), error, selectByUUID, uuid).value_or(ZAVDatabaseIdentifierNotSet);
+    return readRow(database(), error, selectByUUID, uuid);
 }
 
 ZAVDatabaseIdentifier ZAVStreamRepository::findOrCreateStreamWithUUID(const ZAVUUID& uuid,
                                                                       ZAVError* error) const {
-    return findOrInsert(database(), error, selectByUUID, insertWithUUID, uuid)
-        .value_or(ZAVDatabaseIdentifierNotSet);
+    return findOrInsert(database(), error, selectByUUID, insertWithUUID, uuid);
 }
 
 ZAVDatabaseIdentifier ZAVStreamRepository::createStreamWithoutUUID(ZAVError* error) const {
-    return insertRow(database(), error, insertWithUUID, std::nullopt).value_or(ZAVDatabaseIdentifierNotSet);
+    return insertRow(database(), error, insertWithUUID, std::nullopt);
 }
 
 bool ZAVStreamRepository::setUUID(const ZAVUUID& uuid, ZAVDatabaseIdentifier streamDatabaseIdentifier,
@@ -73,8 +66,7 @@ std::optional<std::vector<ZAVRegisteredStream>> ZAVStreamRepository::streamsAbov
 }
 
 std::optional<std::uint64_t> ZAVStreamRepository::countOfStreams(ZAVError* error) const {
-    const auto count = readNumber(database(), error, "SELECT COUNT(*) FROM streams");
-    return count ? std::optional(static_cast<std::uint64_t>(*count)) : std::nullopt;
+    return readNumber<std::uint64_t>(database(), error, "SELECT COUNT(*) FROM streams");
 }
 
 }  // namespace zav

@@ -41,24 +41,25 @@ bool ZAVBareEvents::rowsStandTogether() const noexcept {
                events_.size() + events_.size() / 4;
 }
 
-bool ZAVBareEvents::completeByRows(FMDatabase& database, ZAVError* error) {
+bool ZAVBareEvents::readByRows(FMDatabase& database, ZAVError* error) {
     if (events_.empty()) {
         return true;
     }
     const ZAVDatabaseIdentifier first = events_.front().row;
     const ZAVDatabaseIdentifier last = events_.back().row;
-    ZAVError failure;
-    takeContent(runQuery(database, &failure, contentOfRows, first, last), failure);
-    if (!failure) {
-        takeMetadata(runQuery(database, &failure, metadataOfRows, first, last), failure);
+    const auto addPart = [this](const FMResultSet& row) { takePart(row); };
+    const auto addMetadata = [this](const FMResultSet& row) { takeMetadata(row); };
+    if (!visitRows(database, error, contentOfRows, addPart, first, last) ||
+        !visitRows(database, error, metadataOfRows, addMetadata, first, last)) {
+        return false;
     }
-    return finish(failure, error);
+    complete();
+    return true;
 }
 
 /// Many stores have none, and then it need not be looked for in the place of each event.
-bool ZAVBareEvents::anyMayHaveMetadata(FMDatabase& database, ZAVError& failure) const {
-    return readNumber(database, &failure, anyMetadataOfRows, events_.front().row, events_.back().row)
-               .value_or(0) != 0;
+std::optional<bool> ZAVBareEvents::isAnyMetadata(FMDatabase& database, ZAVError* error) const {
+    return readNumber<bool>(database, error, anyMetadataOfRows, events_.front().row, events_.back().row);
 }
 
 /// None when the row belongs to an event that is not one of these.
@@ -70,34 +71,25 @@ ZAVBareEvents::Event* ZAVBareEvents::eventInColumn(const FMResultSet& row, int c
     return found == events_.end() || found->row != wanted ? nullptr : &*found;
 }
 
-void ZAVBareEvents::takeContent(std::optional<FMResultSet> rows, ZAVError& failure) {
-    while (rows && rows->nextWithError(&failure)) {
-        if (Event* const event =
-                eventInColumn(*rows, ZAVEventMapperEventContentPartsColumnEventDatabaseIdentifier)) {
-            event->parts.push_back(ZAVContentFromRow(*rows, event->identity));
-        }
+void ZAVBareEvents::takePart(const FMResultSet& row) {
+    if (Event* const event =
+            eventInColumn(row, ZAVEventMapperEventContentPartsColumnEventDatabaseIdentifier)) {
+        event->parts.push_back(ZAVContentFromRow(row, event->identity));
     }
 }
 
-void ZAVBareEvents::takeMetadata(std::optional<FMResultSet> rows, ZAVError& failure) {
-    while (rows && rows->nextWithError(&failure)) {
-        if (Event* const event = eventInColumn(*rows, 0)) {
-            event->metadata.set(rows->stringForColumnIndex(1).value_or(std::string()),
-                                ZAVMetadataValueFromRow(*rows, 2));
-        }
+void ZAVBareEvents::takeMetadata(const FMResultSet& row) {
+    if (Event* const event = eventInColumn(row, 0)) {
+        event->metadata.set(row.stringForColumnIndex(1).value_or(std::string()),
+                            ZAVMetadataValueFromRow(row, 2));
     }
 }
 
-bool ZAVBareEvents::finish(const ZAVError& failure, ZAVError* error) {
-    if (failure) {
-        ZAVStoreError(error, failure);
-        return false;
-    }
+void ZAVBareEvents::complete() {
     for (Event& event : events_) {
         event.record->set_transient_metadata(std::move(event.metadata));
         ZAVSetContent(*event.record, std::move(event.parts));
     }
-    return true;
 }
 
 }  // namespace zav

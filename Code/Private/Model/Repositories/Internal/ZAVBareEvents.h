@@ -71,18 +71,23 @@ public:
     /// @param values those of both statements.
     /// @return whether all could be read; if not, the reason is in `error`.
     template <class... Values>
-    [[nodiscard]] bool complete(FMDatabase& database, ZAVSQL contentStatement, ZAVSQL metadataStatement,
-                                ZAVError* error, const Values&... values) {
+    [[nodiscard]] bool readContent(FMDatabase& database, ZAVSQL contentStatement, ZAVSQL metadataStatement,
+                                   ZAVError* error, const Values&... values) {
         sortByRow();
         if (rowsStandTogether()) {
-            return completeByRows(database, error);
+            return readByRows(database, error);
         }
-        ZAVError failure;
-        takeContent(runQuery(database, &failure, contentStatement, values...), failure);
-        if (!failure && anyMayHaveMetadata(database, failure)) {
-            takeMetadata(runQuery(database, &failure, metadataStatement, values...), failure);
+        const auto addPart = [this](const FMResultSet& row) { takePart(row); };
+        const auto addMetadata = [this](const FMResultSet& row) { takeMetadata(row); };
+        if (!visitRows(database, error, contentStatement, addPart, values...)) {
+            return false;
         }
-        return finish(failure, error);
+        const auto isAny = isAnyMetadata(database, error);
+        if (!isAny || (*isAny && !visitRows(database, error, metadataStatement, addMetadata, values...))) {
+            return false;
+        }
+        complete();
+        return true;
     }
 
 private:
@@ -96,12 +101,12 @@ private:
 
     void sortByRow();
     [[nodiscard]] bool rowsStandTogether() const noexcept;
-    bool completeByRows(FMDatabase& database, ZAVError* error);
-    [[nodiscard]] bool anyMayHaveMetadata(FMDatabase& database, ZAVError& failure) const;
+    [[nodiscard]] bool readByRows(FMDatabase& database, ZAVError* error);
+    [[nodiscard]] std::optional<bool> isAnyMetadata(FMDatabase& database, ZAVError* error) const;
     [[nodiscard]] Event* eventInColumn(const FMResultSet& row, int column) noexcept;
-    void takeContent(std::optional<FMResultSet> rows, ZAVError& failure);
-    void takeMetadata(std::optional<FMResultSet> rows, ZAVError& failure);
-    bool finish(const ZAVError& failure, ZAVError* error);
+    void takePart(const FMResultSet& row);
+    void takeMetadata(const FMResultSet& row);
+    void complete();
 
     std::vector<Event> events_;
 };

@@ -61,12 +61,4 @@ template <std::size_t TailSize>
     return content + contentSource + tail;
 }
 
-/// The same with further columns, ", name", after those that the mapper reads.
-template <std::size_t ColumnsSize, std::size_t TailSize>
-[[nodiscard]] constexpr auto selectContentWith(const ZAVStatementText<ColumnsSize>& furtherColumns,
-                                               // NOLINTNEXTLINE(modernize-avoid-c-arrays)
-                                               const char (&tail)[TailSize]) noexcept {
-    return content + furtherColumns + contentSource + tail;
-}
-
 }  // namespace zav::projections

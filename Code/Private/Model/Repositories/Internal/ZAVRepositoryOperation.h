@@ -21,24 +21,19 @@ public:
     /// @param function class and selector, such as "-[ZAVEventRepository allEvents:]".
     /// @param verbose text of the line before the work.
     /// @param failure text of the line after a failure; the error is its last argument.
+    /// @param failureFlag the severity of that line.
     constexpr ZAVRepositoryOperation(std::string_view function,
                                      std::type_identity_t<ZAVFormatString<LogArguments...>> verbose,
                                      std::type_identity_t<ZAVFormatString<LogArguments..., ZAVError>> failure,
+                                     DDLogFlag failureFlag = DDLogFlagError,
                                      unsigned line = __builtin_LINE()) noexcept
-        : function_(function), verbose_(verbose), failure_(failure), line_(line) {}
+        : function_(function), verbose_(verbose), failure_(failure), failureFlag_(failureFlag), line_(line) {}
 
     /// An operation whose line before the work has other arguments, and is written by `announceAs`.
     constexpr ZAVRepositoryOperation(std::string_view function,
                                      std::type_identity_t<ZAVFormatString<LogArguments..., ZAVError>> failure,
                                      unsigned line = __builtin_LINE()) noexcept
-        : function_(function), verbose_(ZAVRuntimeFormat("")), failure_(failure), line_(line) {}
-
-    /// The same operation, but with its failure line as a verbose line.
-    [[nodiscard]] constexpr ZAVRepositoryOperation reportingFailureAsVerbose() const noexcept {
-        ZAVRepositoryOperation operation = *this;
-        operation.failureIsVerbose_ = true;
-        return operation;
-    }
+        : ZAVRepositoryOperation(function, ZAVRuntimeFormat(""), failure, DDLogFlagError, line) {}
 
     /// Runs the whole contract. `unitOfWork` takes the operation's error cell and answers whether it
     /// succeeded; the operation is judged by that cell. Both lines carry `arguments`. Returns what
@@ -51,19 +46,13 @@ public:
     }
 
     /// The verbose line alone, for an operation that does something between it and the work.
-    void announce(const LogArguments&... arguments) const {
-        if (DDLog::verboseIsOpen(ZAVLogComponentModel)) {
-            log(true, DDLogFlagVerbose, verbose_, arguments...);
-        }
-    }
+    void announce(const LogArguments&... arguments) const { log(DDLogFlagVerbose, verbose_, arguments...); }
 
     /// A verbose line with arguments of its own.
     template <class... Announced>
     void announceAs(ZAVFormatString<std::type_identity_t<Announced>...> verbose,
                     const Announced&... arguments) const {
-        if (DDLog::verboseIsOpen(ZAVLogComponentModel)) {
-            log(true, DDLogFlagVerbose, verbose, arguments...);
-        }
+        log(DDLogFlagVerbose, verbose, arguments...);
     }
 
     /// The contract after the verbose line.
@@ -81,28 +70,26 @@ public:
 
     /// The failure line alone.
     void reportFailure(const LogArguments&... arguments, const ZAVError& reason) const {
-        if (failureIsVerbose_) {
-            if (DDLog::verboseIsOpen(ZAVLogComponentModel)) {
-                log(true, DDLogFlagVerbose, failure_, arguments..., reason);
-            }
-        } else if (DDLog::errorIsOpen(ZAVLogComponentModel)) {
-            log(false, DDLogFlagError, failure_, arguments..., reason);
-        }
+        log(failureFlag_, failure_, arguments..., reason);
     }
 
 private:
     template <class... Arguments>
-    void log(bool asynchronous, DDLogFlag flag, ZAVFormatString<std::type_identity_t<Arguments>...> format,
+    void log(DDLogFlag flag, ZAVFormatString<std::type_identity_t<Arguments>...> format,
              const Arguments&... arguments) const {
-        DDLog::log(asynchronous, ddLogLevel, flag, 0, "Code/Private/Model/Repositories/ZAVEventRepository",
-                   function_, line_, nullptr, format, arguments...);
+        const bool isVerbose = flag == DDLogFlagVerbose;
+        if (isVerbose ? DDLog::verboseIsOpen(ZAVLogComponentModel)
+                      : DDLog::errorIsOpen(ZAVLogComponentModel)) {
+            DDLog::log(isVerbose, ddLogLevel, flag, 0, "Code/Private/Model/Repositories/ZAVEventRepository",
+                       function_, line_, nullptr, format, arguments...);
+        }
     }
 
     std::string_view function_;
     ZAVFormatString<LogArguments...> verbose_;
     ZAVFormatString<LogArguments..., ZAVError> failure_;
+    DDLogFlag failureFlag_;
     unsigned line_;
-    bool failureIsVerbose_ = false;
 };
 
 }  // namespace zav
