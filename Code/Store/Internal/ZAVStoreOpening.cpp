@@ -17,18 +17,14 @@ std::int32_t cacheOfReader(const ZAVEventStoreOptions& options) {
 
 /// Whether the handle has a write-ahead log: false, with the reason, when the file has to do without.
 bool hasWriteAheadLog(FMDatabase& database, const std::string& path, ZAVError* error) {
-    auto mode = runQuery(database, error, "PRAGMA journal_mode");
-    if (!mode || !mode->nextWithError(error)) {
-        return false;
+    const auto isUsed = usesWriteAheadLog(database, error);
+    if (isUsed && !*isUsed) {
+        ZAVStoreError(error,
+                      ZAVErrorOfStore(ZAVEventStoreErrorNoWriteAheadLog,
+                                      path + " can have no write-ahead log where it is: its readers and its "
+                                             "writer would wait for each other"));
     }
-    if (mode->stringForColumnIndex(0) == "wal") {
-        return true;
-    }
-    ZAVStoreError(
-        error, ZAVErrorOfStore(ZAVEventStoreErrorNoWriteAheadLog,
-                               path + " can have no write-ahead log where it is: its readers and its writer "
-                                      "would wait for each other"));
-    return false;
+    return isUsed.value_or(false);
 }
 
 }  // namespace

@@ -37,19 +37,19 @@ constexpr ZAVStatementText waitingOrder(
 constexpr ZAVStatementText waitingOrderBackwards(
     " ORDER BY CAST(IFNULL(events.client_seq, 0) AS INTEGER) DESC, events.database_identifier DESC");
 
-constexpr auto events = projections::eventOfOneStream;
+constexpr auto selectedEvents = projections::eventOfOneStream;
 constexpr auto earlierSequenced =
-    events + sequenced + " AND events.seq < ?3" + asked + " ORDER BY events.seq DESC LIMIT ?4";
+    selectedEvents + sequenced + " AND events.seq < ?3" + asked + " ORDER BY events.seq DESC LIMIT ?4";
 constexpr auto laterSequenced =
-    events + sequenced + " AND events.seq > ?3" + asked + " ORDER BY events.seq LIMIT ?4";
-constexpr auto earlierWaiting = events + unsequenced + ofTypes + " AND " + placeOfWaiting + " < (?3, ?4)" +
-                                waitingOrderBackwards + " LIMIT ?5";
-constexpr auto laterWaiting =
-    events + unsequenced + ofTypes + " AND " + placeOfWaiting + " > (?3, ?4)" + waitingOrder + " LIMIT ?5";
+    selectedEvents + sequenced + " AND events.seq > ?3" + asked + " ORDER BY events.seq LIMIT ?4";
+constexpr auto earlierWaiting = selectedEvents + unsequenced + ofTypes + " AND " + placeOfWaiting +
+                                " < (?3, ?4)" + waitingOrderBackwards + " LIMIT ?5";
+constexpr auto laterWaiting = selectedEvents + unsequenced + ofTypes + " AND " + placeOfWaiting +
+                              " > (?3, ?4)" + waitingOrder + " LIMIT ?5";
 
 constexpr auto sequencedBetween =
-    events + sequenced + " AND events.seq BETWEEN ?3 AND ?4" + asked + " ORDER BY events.seq";
-constexpr auto waitingBetween = events + unsequenced + ofTypes + " AND " + placeOfWaiting +
+    selectedEvents + sequenced + " AND events.seq BETWEEN ?3 AND ?4" + asked + " ORDER BY events.seq";
+constexpr auto waitingBetween = selectedEvents + unsequenced + ofTypes + " AND " + placeOfWaiting +
                                 " >= (?3, ?4) AND " + placeOfWaiting + " <= (?5, ?6)" + waitingOrder;
 
 // What belongs to the events of a page is asked for by the two places where they begin and end. What belongs

@@ -7,8 +7,8 @@
 namespace zav {
 namespace {
 
-constexpr std::string_view prefix = "zav:///messages/";
-constexpr std::string_view middle = "/parts/";
+constexpr std::string_view identifierPrefix = "zav:///messages/";
+constexpr std::string_view identifierMiddle = "/parts/";
 constexpr std::size_t uuidLength = 36;
 
 struct IdentifierParts {
@@ -17,17 +17,18 @@ struct IdentifierParts {
 };
 
 std::string identifierText(const IdentifierParts& parts) {
-    return std::string(prefix) + parts.clientID.UUIDString() + std::string(middle) +
+    return std::string(identifierPrefix) + parts.clientID.UUIDString() + std::string(identifierMiddle) +
            std::to_string(parts.index);
 }
 
 /// Both halves or neither: an identifier is read whole, so that two different URLs never name one part.
 std::optional<IdentifierParts> parse(const ZAVURL& objectIdentifier) {
-    constexpr std::size_t indexBegin = prefix.size() + uuidLength + middle.size();
+    constexpr std::size_t indexBegin = identifierPrefix.size() + uuidLength + identifierMiddle.size();
     const std::string text = objectIdentifier.absoluteString();
-    const auto clientID = text.size() > indexBegin
-                              ? ZAVUUID::fromString(std::string_view(text).substr(prefix.size(), uuidLength))
-                              : std::nullopt;
+    const auto clientID =
+        text.size() > indexBegin
+            ? ZAVUUID::fromString(std::string_view(text).substr(identifierPrefix.size(), uuidLength))
+            : std::nullopt;
     if (!clientID) {
         return std::nullopt;
     }
