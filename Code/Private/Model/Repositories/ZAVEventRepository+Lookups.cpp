@@ -66,11 +66,15 @@ std::shared_ptr<ZAVEventContent> ZAVEventRepository::eventContentForMessagePartO
     static constexpr auto statement = projections::selectContent(
         " WHERE events.client_id = ? AND event_content_parts.event_content_part_id = ?");
     const ZAVURL identifier = objectIdentifier;
-    // An invalid identifier binds NULL, which no client_id equals.
-    return readContent(operation, *this, error,
-                       selecting(*this, statement, ZAVClientIdentifierForObjectIdentifier(identifier),
-                                 ZAVPartIndexForObjectIdentifier(identifier)),
-                       identifier);
+    return readContent(
+        operation, *this, error,
+        [&](ZAVError& outError) {
+            // An invalid identifier binds NULL, which no client_id equals.
+            return runQuery(database(), &outError, statement,
+                            ZAVClientIdentifierForObjectIdentifier(identifier),
+                            ZAVPartIndexForObjectIdentifier(identifier));
+        },
+        identifier);
 }
 
 std::shared_ptr<ZAVEventContent> ZAVEventRepository::eventContentForExternalContentURL(
@@ -81,7 +85,10 @@ std::shared_ptr<ZAVEventContent> ZAVEventRepository::eventContentForExternalCont
         "failed event content part for externalContentURL=%@ %@"};
     static constexpr auto statement = projections::selectContent(" WHERE event_content_parts.url = ?");
     const ZAVURL url = externalContentURL;
-    return readContent(operation, *this, error, selecting(*this, statement, url.absoluteString()), url);
+    return readContent(
+        operation, *this, error,
+        [&](ZAVError& outError) { return runQuery(database(), &outError, statement, url.absoluteString()); },
+        url);
 }
 
 }  // namespace zav

@@ -29,6 +29,11 @@ std::string_view classNameOf(const ZAVObject* object) noexcept {
     return object == nullptr ? "(null)" : object->className();
 }
 
+[[noreturn]] void refuseEvent(const ZAVObject* event) {
+    raise("Failed to persist an event. Expected 'ZAVEvent' but received an object of type '%@'",
+          classNameOf(event));
+}
+
 using Parts = std::vector<std::shared_ptr<ZAVEventContent>>;
 
 /// The element as an event that can be stored, and its parts in `parts`: whoever observes the statements may
@@ -37,8 +42,7 @@ using Parts = std::vector<std::shared_ptr<ZAVEventContent>>;
 ZAVEvent& requireStorable(const std::shared_ptr<ZAVTEvent>& element, Parts& parts) {
     auto* const event = ZAVRecordCast<ZAVEvent>(element.get());
     if (event == nullptr) {
-        raise("Failed to persist an event. Expected 'ZAVEvent' but received an object of type '%@'",
-              classNameOf(element.get()));
+        refuseEvent(element.get());
     }
     if (event->type() == 0) {
         raise("Cannot persist event: invalid type of 0 encountered. (%@)", event->description());
