@@ -296,9 +296,9 @@ bool ZAVTimelineReader::readContent(const Row& found, ZAVError* error) const {
     FMDatabase& database = repositories_.events.database();
     const auto firstWaiting =
         std::find_if(found.begin(), found.end(), [](const Found& one) { return one.place.isWaiting; });
-    const auto bare = [](auto from, auto to) {
-        ZAVBareEvents events(static_cast<std::size_t>(to - from));
-        std::for_each(from, to, [&](const Found& one) { events.add(*one.event, !one.place.isWaiting); });
+    const auto bare = [](auto from, auto behind) {
+        ZAVBareEvents events(static_cast<std::size_t>(behind - from));
+        std::for_each(from, behind, [&](const Found& one) { events.add(*one.event, !one.place.isWaiting); });
         return events;
     };
     if (firstWaiting != found.begin() &&
