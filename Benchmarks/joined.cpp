@@ -28,7 +28,8 @@ Stream storedTogether(ZAVEventStore& store, const Stream& stream) {
     ZAVError error;
     const auto copy = [&](const ZAVRepositories& repositories) {
         const auto events =
-            repositories.events.eventsFromRevivedStreamWithStreamDatabaseIdentifier(stream.row);
+            repositories.events.eventsFromRevivedStreamWithStreamDatabaseIdentifier(stream.row, &error);
+        require(events.has_value(), error);
         together.row = repositories.streams.findOrCreateStreamWithUUID(
             *ZAVUUIDFromData(ZAVData::fromText("stream-000000000")), &error);
         ZAVSet<ZAVTEvent> copies;

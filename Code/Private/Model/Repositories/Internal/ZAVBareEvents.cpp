@@ -1,6 +1,7 @@
 #include "Private/Model/Repositories/Internal/ZAVBareEvents.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <string>
 #include <utility>
 
@@ -47,14 +48,7 @@ bool ZAVBareEvents::readByRows(FMDatabase& database, ZAVError* error) {
     }
     const ZAVDatabaseIdentifier first = events_.front().row;
     const ZAVDatabaseIdentifier last = events_.back().row;
-    const auto addPart = [this](const FMResultSet& row) { takePart(row); };
-    const auto addMetadata = [this](const FMResultSet& row) { takeMetadata(row); };
-    if (!visitRows(database, error, contentOfRows, addPart, first, last) ||
-        !visitRows(database, error, metadataOfRows, addMetadata, first, last)) {
-        return false;
-    }
-    complete();
-    return true;
+    return read(database, contentOfRows, ZAVSQL(metadataOfRows), error, first, last);
 }
 
 /// Many stores have none, and then it need not be looked for in the place of each event.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <optional>
 #include <vector>
 
@@ -77,17 +78,9 @@ public:
         if (rowsStandTogether()) {
             return readByRows(database, error);
         }
-        const auto addPart = [this](const FMResultSet& row) { takePart(row); };
-        const auto addMetadata = [this](const FMResultSet& row) { takeMetadata(row); };
-        if (!visitRows(database, error, contentStatement, addPart, values...)) {
-            return false;
-        }
         const auto isAny = isAnyMetadata(database, error);
-        if (!isAny || (*isAny && !visitRows(database, error, metadataStatement, addMetadata, values...))) {
-            return false;
-        }
-        complete();
-        return true;
+        return isAny && read(database, contentStatement,
+                             *isAny ? std::optional(metadataStatement) : std::nullopt, error, values...);
     }
 
 private:
@@ -106,6 +99,21 @@ private:
     [[nodiscard]] Event* eventInColumn(const FMResultSet& row, int column) noexcept;
     void takePart(const FMResultSet& row);
     void takeMetadata(const FMResultSet& row);
+
+    /// @param metadataStatement none when there is no metadata.
+    template <class... Values>
+    [[nodiscard]] bool read(FMDatabase& database, ZAVSQL contentStatement,
+                            const std::optional<ZAVSQL>& metadataStatement, ZAVError* error,
+                            const Values&... values) {
+        const auto addPart = [this](const FMResultSet& row) { takePart(row); };
+        const auto addMetadata = [this](const FMResultSet& row) { takeMetadata(row); };
+        if (!visitRows(database, error, contentStatement, addPart, values...) ||
+            (metadataStatement && !visitRows(database, error, *metadataStatement, addMetadata, values...))) {
+            return false;
+        }
+        complete();
+        return true;
+    }
     void complete();
 
     std::vector<Event> events_;
